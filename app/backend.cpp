@@ -1,0 +1,36 @@
+#include "app/backend.h"
+
+#include "updater/uart_firmware_updater.h"
+
+namespace {
+
+std::unique_ptr<FirmwareUpdaterBase> MakeUartUpdater(QSettings const& settings,
+                                                     QString const& firmware_path)
+{
+    auto const config = ReadUartConfig(settings);
+    return std::make_unique<UartFirmwareUpdater>(
+        firmware_path, config.start_address, config.programming_address, config.otp_address,
+        config.otp_size, config.boot_mode_address, config.fw_target_type, nullptr);
+}
+
+QString TellMissingTransport(QString const& transport)
+{
+    return QStringLiteral("This version of the updater cannot update units over %1.")
+        .arg(transport);
+}
+
+}  // namespace
+
+Backend MakeBackend(QSettings const& settings, QString const& firmware_path)
+{
+    auto const type = ReadInterfaceType(settings);
+    switch (type) {
+        case TargetUsb:
+            return {type, nullptr, TellMissingTransport(QStringLiteral("USB DFU"))};
+        case TargetMcubootSerial:
+            return {type, nullptr, TellMissingTransport(QStringLiteral("MCUboot serial recovery"))};
+        case TargetUart:
+            break;
+    }
+    return {type, MakeUartUpdater(settings, firmware_path), {}};
+}

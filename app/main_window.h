@@ -1,0 +1,92 @@
+// The program's one window: one button, one progress bar whose text is the status line. Owns the
+// backend and the worker thread on which it lives; the two talk in queued signals only.
+//
+// Its concerns stand in files of their own: main_window.cpp builds it, main_window_workflow.cpp
+// turns events into what it shows, main_window_detection.cpp looks for a unit,
+// main_window_style.cpp gives it its fonts, texts and background.
+#pragma once
+
+#include <QByteArray>
+#include <QDir>
+#include <QFont>
+#include <QList>
+#include <QMainWindow>
+#include <QMap>
+#include <QSettings>
+#include <QString>
+#include <QStringList>
+#include <QThread>
+#include <cstdint>
+#include <memory>
+
+#include "app/startup_config.h"
+#include "app/window_environment.h"
+#include "app/window_state.h"
+#include "updater/firmware_updater_base.h"
+
+namespace Ui {
+class MainWindow;
+}
+
+class MainWindow : public QMainWindow {
+    Q_OBJECT
+
+public:
+    // `settings` is read during the construction only.
+    MainWindow(QDir resourceDir, const QSettings& settings, QString dfuUtilPath,
+               targetInterfaceType type, std::unique_ptr<FirmwareUpdaterBase> updater,
+               WindowEnvironment environment = WindowEnvironment::System());
+    // Waits, without limit, for an update that still runs.
+    ~MainWindow() override;
+
+    // The content of NAME.bin in the resource directory for every known product; empty where that
+    // file cannot be opened. The update itself writes the file that config.ini names.
+    QMap<QString, QByteArray> readBinaries() const;
+
+Q_SIGNALS:
+    void UpdateDevice();
+    void ProgressStart();
+    void ConnectToDevice(const QString& port_name, QList<uint8_t> device_ids, const bool& verify);
+    void DisconnectFromDevice();
+
+public Q_SLOTS:
+    void onUpdateButtonClicked();
+    void onWorkerThreadStarted();
+    void onWorkerThreadFinished(bool status);
+    void onCheckForUnit();
+    void onConnectionStatus(ConnectionStatus status);
+    void onEraseStarted();
+    void onEraseFinished();
+
+private:
+    struct Fonts {
+        QFont regular_10, regular_12, regular_16, regular_20;
+        QFont bold_10, bold_12, bold_16, bold_20;
+    };
+
+    void SetupDfuUpdater();
+    void ImportFonts();
+    void SetupWindowStyle(const QSettings& settings);
+    void SetupInstructionsLabel(const QSettings& settings);
+    void SetupTypeLabel(const QString& fw_target_type);
+    void SetupUpdateButton();
+    void SetupProgressBar();
+
+    void Show(WindowEvent event);
+    QStringList GetUsbDfuDevices();
+    Detection LookForUnit();
+    void CheckAgain(std::chrono::milliseconds delay, Qt::TimerType type);
+
+    std::unique_ptr<Ui::MainWindow> ui_;
+    std::unique_ptr<FirmwareUpdaterBase> updater_;
+    std::unique_ptr<QThread> worker_thread_;
+    QDir resource_dir_;
+    targetInterfaceType type_;
+    QString dfu_util_path_;
+    QMap<QString, uint32_t> products_;
+    QList<uint8_t> device_ids_;
+    QString current_port_;
+    bool unit_ready_ = false;
+    Fonts fonts_;
+    WindowEnvironment environment_;
+};

@@ -1,0 +1,80 @@
+// Fonts, texts, colours and background of the window, from the resource directory and config.ini.
+
+#include <QFontDatabase>
+#include <QPalette>
+
+#include "app/main_window.h"
+#include "ui_main_window.h"
+
+namespace {
+
+QFont GetFont(QString const& style, int point_size)
+{
+    auto font = QFontDatabase::font(QStringLiteral("Kelvane Sans"), style, point_size);
+    font.setHintingPreference(QFont::PreferDefaultHinting);
+    return font;
+}
+
+void SetTextColour(QWidget* widget, QColor const& colour)
+{
+    auto palette = widget->palette();
+    palette.setColor(QPalette::WindowText, colour);
+    widget->setPalette(palette);
+}
+
+}  // namespace
+
+void MainWindow::ImportFonts()
+{
+    auto const files =
+        resource_dir_.entryInfoList({QStringLiteral("*.otf")}, QDir::Files, QDir::Unsorted);
+    for (auto const& file : files) {
+        QFontDatabase::addApplicationFont(file.absoluteFilePath());
+    }
+    auto const regular = QStringLiteral("Regular");
+    auto const bold = QStringLiteral("Bold");
+    fonts_ = {GetFont(regular, 10), GetFont(regular, 12), GetFont(regular, 16),
+              GetFont(regular, 20), GetFont(bold, 10),    GetFont(bold, 12),
+              GetFont(bold, 16),    GetFont(bold, 20)};
+}
+
+void MainWindow::SetupWindowStyle(const QSettings& settings)
+{
+    auto const pictures =
+        resource_dir_.entryInfoList({QStringLiteral("*.png")}, QDir::Files, QDir::Unsorted);
+    setWindowTitle(ReadWindowTexts(settings).window_title);
+    if (!pictures.isEmpty()) {
+        setStyleSheet(QStringLiteral("#centralwidget {\n") + QStringLiteral("border-image: url(") +
+                      pictures.first().absoluteFilePath() + QStringLiteral(") ") +
+                      QStringLiteral("0 0 0 0 stretch stretch;\n") + QStringLiteral("}\n"));
+    }
+}
+
+void MainWindow::SetupInstructionsLabel(const QSettings& settings)
+{
+    auto const texts = ReadWindowTexts(settings);
+    ui_->titleLabel->setFont(fonts_.bold_20);
+    SetTextColour(ui_->titleLabel, Qt::white);
+    ui_->versionLabel->setFont(fonts_.bold_20);
+    SetTextColour(ui_->versionLabel, Qt::white);
+    ui_->instructionsLabel->setFont(fonts_.regular_12);
+    ui_->instructionsLabel->setText(texts.instructions);
+    ui_->productLabel->setFont(fonts_.bold_20);
+    ui_->productLabel->setText(texts.product);
+    ui_->versionNumberLabel->setFont(fonts_.bold_20);
+    ui_->versionNumberLabel->setText(texts.fw_version);
+    SetTextColour(ui_->versionNumberLabel, Qt::white);
+    ui_->infoLabel->setFont(fonts_.regular_10);
+    SetupTypeLabel(texts.fw_target_type);
+}
+
+void MainWindow::SetupTypeLabel(const QString& fw_target_type)
+{
+    // Customers have no use for the word; everyone else must see what they are about to write.
+    if (fw_target_type.compare(QLatin1String("customer"), Qt::CaseInsensitive) == 0) {
+        return;
+    }
+    ui_->typeLabel->setFont(fonts_.bold_20);
+    ui_->typeLabel->setText(fw_target_type.left(1).toUpper() + fw_target_type.mid(1));
+    SetTextColour(ui_->typeLabel, Qt::yellow);
+}

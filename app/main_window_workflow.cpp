@@ -1,0 +1,86 @@
+// The update as the window shows it: each slot copies one row of window_state.h to the widgets.
+
+#include "app/main_window.h"
+#include "ui_main_window.h"
+
+void MainWindow::SetupUpdateButton()
+{
+    ui_->updateButton->setFont(fonts_.bold_16);
+    ui_->updateButton->setEnabled(false);
+    ui_->updateButton->setText(QStringLiteral("UPDATE"));
+    ui_->updateButton->setStyleSheet(GetButtonStyleSheet(ButtonStyle::Disabled));
+    connect(ui_->updateButton, &QPushButton::clicked, this, &MainWindow::onUpdateButtonClicked);
+}
+
+void MainWindow::SetupProgressBar()
+{
+    ui_->progressBar->setFont(fonts_.regular_12);
+    ui_->progressBar->setValue(0);
+    ui_->progressBar->setFormat(QStringLiteral(""));
+
+    auto* const updater = updater_.get();
+    connect(this, &MainWindow::ProgressStart, ui_->progressBar, &QProgressBar::reset);
+    connect(updater, &FirmwareUpdaterBase::ProgressUpdate, ui_->progressBar,
+            &QProgressBar::setValue);
+    if (type_ == TargetUsb) {
+        connect(updater, &FirmwareUpdaterBase::EraseStarted, this, &MainWindow::onEraseStarted);
+        connect(updater, &FirmwareUpdaterBase::EraseFinished, this, &MainWindow::onEraseFinished);
+    }
+}
+
+void MainWindow::onUpdateButtonClicked()
+{
+    // Disabled first, so that a second click cannot ask for a second update.
+    Show(WindowEvent::UpdateRequested);
+    Q_EMIT UpdateDevice();
+}
+
+void MainWindow::onWorkerThreadStarted()
+{
+    Show(WindowEvent::UpdateStarted);
+}
+
+void MainWindow::onWorkerThreadFinished(bool status)
+{
+    Show(status ? WindowEvent::UpdateSucceeded : WindowEvent::UpdateFailed);
+}
+
+void MainWindow::onConnectionStatus(ConnectionStatus status)
+{
+    if (auto const event = GetConnectionEvent(status)) {
+        Show(*event);
+    }
+}
+
+void MainWindow::onEraseStarted()
+{
+    Show(WindowEvent::EraseStarted);
+}
+
+void MainWindow::onEraseFinished()
+{
+    Show(WindowEvent::EraseFinished);
+}
+
+void MainWindow::Show(WindowEvent event)
+{
+    auto const change = GetWindowChange(event, type_);
+    if (change.unit_ready) {
+        unit_ready_ = *change.unit_ready;
+    }
+    if (change.button_enabled) {
+        ui_->updateButton->setEnabled(*change.button_enabled);
+    }
+    if (change.button_text) {
+        ui_->updateButton->setText(*change.button_text);
+    }
+    if (change.button_style) {
+        ui_->updateButton->setStyleSheet(GetButtonStyleSheet(*change.button_style));
+    }
+    if (change.progress_format) {
+        ui_->progressBar->setFormat(*change.progress_format);
+    }
+    if (change.progress_value) {
+        ui_->progressBar->setValue(*change.progress_value);
+    }
+}

@@ -1,0 +1,87 @@
+#include "app/unit_detection.h"
+
+#include <QRegularExpression>
+
+#include "app/startup_config.h"
+
+namespace {
+
+bool IsKnownProduct(QMap<QString, uint32_t> const& products, uint32_t packed_ids)
+{
+    return products.values().contains(packed_ids);
+}
+
+bool HasUsablePortName(SerialPortEntry const& port, QString const& product_type)
+{
+    bool const is_macos = product_type.compare(QLatin1String("macos"), Qt::CaseInsensitive) == 0;
+    return !is_macos || port.name.startsWith(QLatin1String("cu."));
+}
+
+}  // namespace
+
+QStringList FindUnitPorts(QList<SerialPortEntry> const& ports,
+                          QMap<QString, uint32_t> const& products, QString const& product_type)
+{
+    QStringList names;
+    for (auto const& port : ports) {
+        if (port.vendor_id && port.product_id && HasUsablePortName(port, product_type) &&
+            IsKnownProduct(products, PackUsbIds(*port.vendor_id, *port.product_id))) {
+            names.append(port.name);
+        }
+    }
+    return names;
+}
+
+Detection DecideSerial(QStringList const& unit_ports, bool unit_ready,
+                       DetectionIntervals const& intervals)
+{
+    if (unit_ready) {
+        auto const action =
+            unit_ports.isEmpty() ? DetectionAction::Disconnect : DetectionAction::None;
+        return {action, {}, intervals.idle};
+    }
+    if (unit_ports.isEmpty()) {
+        return {DetectionAction::None, {}, intervals.idle};
+    }
+    if (unit_ports.size() == 1) {
+        return {DetectionAction::Connect, unit_ports.first(), intervals.after_connect};
+    }
+    return {DetectionAction::None, {}, std::nullopt};
+}
+
+QStringList ParseDfuListing(QByteArray const& output)
+{
+    static QRegularExpression const ids(QStringLiteral(R"(\[([0-9a-fA-F]{4}):([0-9a-fA-F]{4})\])"));
+    QStringList devices;
+    for (auto const& line : QString::fromUtf8(output).split(QLatin1Char('\n'))) {
+        auto const match = ids.match(line);
+        if (match.hasMatch()) {
+            devices.append(match.captured(1) + QLatin1Char(':') + match.captured(2));
+        }
+    }
+    return devices;
+}
+
+QStringList FindUnitDfuDevices(QStringList const& listed, QMap<QString, uint32_t> const& products)
+{
+    constexpr int kHexadecimal = 16;
+    QStringList units;
+    for (auto const& device : listed) {
+        auto const ids = device.split(QLatin1Char(':'));
+        if (ids.size() >= 2 &&
+            IsKnownProduct(products, PackUsbIds(ids[0].toUInt(nullptr, kHexadecimal),
+                                                ids[1].toUInt(nullptr, kHexadecimal)))) {
+            units.append(device);
+        }
+    }
+    return units;
+}
+
+Detection DecideUsb(QStringList const& unit_devices, DetectionIntervals const& intervals)
+{
+    if (unit_devices.size() == 1) {
+        // The DFU tool finds the unit by itself, so there is no port to name.
+        return {DetectionAction::Connect, {}, std::nullopt};
+    }
+    return {DetectionAction::None, {}, intervals.idle};
+}

@@ -1,0 +1,53 @@
+// Which attached device counts as a unit, and what to do about what was found. Pure; looking and
+// doing are the window's (main_window_detection.cpp).
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QMap>
+#include <QString>
+#include <QStringList>
+#include <chrono>
+#include <cstdint>
+#include <optional>
+
+// What the system tells of one serial port.
+struct SerialPortEntry {
+    QString name;
+    std::optional<uint16_t> vendor_id;  // none when the port is no USB port
+    std::optional<uint16_t> product_id;
+};
+
+struct DetectionIntervals {
+    std::chrono::milliseconds first{100};
+    // A connect was requested: long enough for a unit to answer before it is asked again.
+    std::chrono::milliseconds after_connect{4000};
+    std::chrono::milliseconds idle{2000};
+};
+
+enum class DetectionAction { None, Connect, Disconnect };
+
+struct Detection {
+    DetectionAction action = DetectionAction::None;
+    QString port_name;                                     // of the unit to connect to
+    std::optional<std::chrono::milliseconds> check_again;  // none: detection ends for this run
+
+    bool operator==(Detection const&) const = default;
+};
+
+// The names of the ports that belong to a known product. On macOS each adapter appears twice, and
+// only the call-out device ("cu.") opens without waiting for a carrier.
+QStringList FindUnitPorts(QList<SerialPortEntry> const& ports,
+                          QMap<QString, uint32_t> const& products, QString const& product_type);
+
+// Two or more units, while none is ready, end the detection: nobody could tell which one is meant.
+Detection DecideSerial(QStringList const& unit_ports, bool unit_ready,
+                       DetectionIntervals const& intervals);
+
+// The "VVVV:PPPP" ids of every device line in dfu-util's listing, in its order, duplicates kept.
+QStringList ParseDfuListing(QByteArray const& output);
+
+// The ids of `listed` that belong to a known product.
+QStringList FindUnitDfuDevices(QStringList const& listed, QMap<QString, uint32_t> const& products);
+
+Detection DecideUsb(QStringList const& unit_devices, DetectionIntervals const& intervals);

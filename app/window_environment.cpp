@@ -1,0 +1,29 @@
+#include "app/window_environment.h"
+
+#include <QSerialPortInfo>
+#include <QSysInfo>
+
+namespace {
+
+QList<SerialPortEntry> ListSystemPorts()
+{
+    QList<SerialPortEntry> ports;
+    for (auto const& info : QSerialPortInfo::availablePorts()) {
+        SerialPortEntry port{.name = info.portName(), .vendor_id = {}, .product_id = {}};
+        if (info.hasVendorIdentifier()) {
+            port.vendor_id = info.vendorIdentifier();
+        }
+        if (info.hasProductIdentifier()) {
+            port.product_id = info.productIdentifier();
+        }
+        ports.append(port);
+    }
+    return ports;
+}
+
+}  // namespace
+
+WindowEnvironment WindowEnvironment::System()
+{
+    return {ListSystemPorts, QSysInfo::productType(), {}};
+}

@@ -1,0 +1,27 @@
+// What any firmware updater engine can do: write an image.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <span>
+
+class IFwUpdater {
+public:
+    enum class State : uint32_t {
+        kProgramming = 1,  // the flash is being written; the percentage goes with it
+    };
+
+    // `percent` is 0 to 100. Called on the thread that called Update.
+    using ProgressCallback = std::function<void(State, unsigned percent)>;
+
+    virtual ~IFwUpdater() = default;
+
+    // Writes `image` at the first address of flash. Blocks until the write ended; true on success.
+    // A failure leaves the unit in its bootloader, with its flash erased or half written.
+    virtual bool Update(std::span<const std::byte> image, ProgressCallback const& progress) = 0;
+
+    // The same at the flash address `address`.
+    virtual bool Update(std::span<const std::byte> image, ProgressCallback const& progress,
+                        unsigned address) = 0;
+};

@@ -1,0 +1,505 @@
+#include "modules/stm32_updater/stm32_uart_updater.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <iterator>
+#include <numeric>
+#include <source_location>
+#include <utility>
+
+#include "runtime/bounded_string.h"
+#include "runtime/error_message.h"
+#include "runtime/log.h"
+#include "runtime/time.h"
+
+namespace stm32_updater {
+namespace {
+
+using namespace std::chrono_literals;
+
+// AN3155 gives no limit for an answer; a second is ample for every chip and for a slow USB adapter.
+constexpr Milliseconds kAnswerTimeout{1000};
+// An Extended Erase answers only when its pages are erased.
+constexpr Milliseconds kExtendedEraseTimeout{5000};
+
+constexpr unsigned kDefaultAddress = 0x08000000;
+constexpr size_t kTrailerSize = 8;
+constexpr size_t kOtpReadSize = 32;
+constexpr size_t kProgressStep = 0x2000;
+constexpr unsigned kMaxNacks = 10;
+
+constexpr uint8_t kProtocolVersion31 = 0x31;
+constexpr uint8_t kProtocolVersion33 = 0x33;
+
+// "PUWF": the little-endian image of the boot-mode marker 0x46575550.
+constexpr std::array kBootModeMarker{std::byte{'P'}, std::byte{'U'}, std::byte{'W'},
+                                     std::byte{'F'}};
+
+// Bits of the mask of supported commands.
+constexpr uint16_t kSupportsGetVersion = 0x0002;
+constexpr uint16_t kSupportsErase = 0x0080;
+constexpr uint16_t kSupportsExtendedErase = 0x0100;
+
+uint16_t GetCommandBit(std::byte code)
+{
+    switch (static_cast<Command>(code)) {
+        case Command::kGet:
+            return 0x0001;
+        case Command::kGetVersionReadProtection:
+            return kSupportsGetVersion;
+        case Command::kGetId:
+            return 0x0004;
+        case Command::kWriteMemory:
+            return 0x0040;
+        case Command::kErase:
+            return kSupportsErase;
+        case Command::kExtendedErase:
+            return kSupportsExtendedErase;
+        case Command::kReadMemory:
+        case Command::kGo:
+            break;
+    }
+    return 0;
+}
+
+// The default argument makes the location that of the caller, which the text then names.
+[[noreturn]] void Fail(std::string const& message,
+                       std::source_location const& location = std::source_location::current())
+{
+    throw kelvane::ExceptionString(message.c_str(), location);
+}
+
+}  // namespace
+
+Stm32UartUpdater::Stm32UartUpdater(std::function<void(bool)> set_line_a,
+                                   std::function<void(bool)> set_line_b,
+                                   hal::uart::IUartDriver& uart, IDispatcher& dispatcher,
+                                   std::mutex& update_mutex, unsigned char mcu_id, bool mass_erase,
+                                   std::function<void()> first_hook,
+                                   std::function<void()> second_hook, Rate rate)
+    : set_line_a_(std::move(set_line_a)),
+      set_line_b_(std::move(set_line_b)),
+      uart_(uart),
+      dispatcher_(dispatcher),
+      update_mutex_(update_mutex),
+      mcu_id_(mcu_id),
+      first_hook_(std::move(first_hook)),
+      second_hook_(std::move(second_hook)),
+      mass_erase_(mass_erase),
+      rate_(rate)
+{
+    rx_data_.reserve(kRxCapacity);
+}
+
+// ---- Public operations: every protocol failure ends here ----
+
+bool Stm32UartUpdater::Update(std::span<const std::byte> image, ProgressCallback const& progress)
+{
+    return Update(image, progress, kDefaultAddress);
+}
+
+bool Stm32UartUpdater::Update(std::span<const std::byte> image, ProgressCallback const& progress,
+                              unsigned address) noexcept
+{
+    std::scoped_lock const lock(update_mutex_);
+    return DoUpdate(image, progress, address);
+}
+
+bool Stm32UartUpdater::ConnectDevice()
+{
+    set_line_a_(true);
+    saved_setup_ = uart_.GetSetup();
+    uart_.Setup(rate_, hal::uart::IUartDriver::Settings::k8E1);
+    Subscribe();
+    try {
+        Connect();
+        return true;
+    } catch (kelvane::ExceptionString const& error) {
+        SendFailureLog(error.what());
+        return false;
+    }
+}
+
+void Stm32UartUpdater::DisconnectDevice()
+{
+    rx_subscription_.reset();
+    uart_.Setup(saved_setup_.first, saved_setup_.second);
+}
+
+std::vector<std::byte> Stm32UartUpdater::GetOtp(unsigned address, unsigned long size)
+{
+    std::vector<std::byte> otp;
+    try {
+        while (otp.size() < size) {
+            auto const rest = size - otp.size();
+            auto const piece = CmdRead(address + static_cast<uint32_t>(otp.size()),
+                                       std::min<size_t>(rest, kOtpReadSize));
+            otp.insert(otp.end(), piece.begin(), piece.end());
+        }
+    } catch (kelvane::ExceptionString const& error) {
+        SendFailureLog(error.what());
+        return {};
+    }
+    return otp;
+}
+
+void Stm32UartUpdater::ExitDfu(unsigned start_address, unsigned boot_mode_address)
+{
+    auto const setup = uart_.GetSetup();
+    uart_.Setup(rate_, hal::uart::IUartDriver::Settings::k8E1);
+    Subscribe();
+    try {
+        CmdWrite(boot_mode_address, kBootModeMarker);
+        JumpTo(start_address);
+    } catch (kelvane::ExceptionString const& error) {
+        SendFailureLog(error.what());
+    }
+    rx_subscription_.reset();
+    uart_.Setup(setup.first, setup.second);
+}
+
+void Stm32UartUpdater::SendFailureLog(const char* text)
+{
+    fmt::print("\n{}", text);
+    // The text has no newline of its own, and the process may end without flushing.
+    std::fflush(stdout);
+    etl::string<256> line;
+    fmt::format_to(std::back_inserter(line), "{}", text);
+    detail::DoLog(common::log_level_t::kError, line);
+}
+
+// ---- The session ----
+
+void Stm32UartUpdater::Subscribe()
+{
+    // The old subscription must have ended before the new one begins: the driver knows only one.
+    rx_subscription_.reset();
+    rx_subscription_ = uart_.SubscribeOnRx([this](std::byte value) { OnByteReceived(value); });
+}
+
+uint16_t Stm32UartUpdater::Connect()
+{
+    first_hook_();
+    set_line_a_(true);
+    set_line_b_(true);
+    kelvane::time::delay(100ms);
+    rx_queue_.Clear();
+    set_line_a_(false);
+    kelvane::time::delay(200ms);
+    second_hook_();
+
+    command_name_ = "Init con";
+    SendToDfu(std::array{kSyncByte});
+    WaitForDfuAck(kAnswerTimeout);
+
+    auto const supported = CmdGet();
+    commands_ = static_cast<uint16_t>(supported >> 16);
+    auto const version = static_cast<uint8_t>(supported & 0xFF);
+    if (version != kProtocolVersion31 && version != kProtocolVersion33) {
+        Fail(fmt::format("protocol version wrong: 0x{:02x}", version));
+    }
+    get_variant_ = version == kProtocolVersion31 ? 14 : 15;
+
+    auto const product_id = CmdGetId();
+    auto const* config = FindFlashConfig(product_id);
+    if (config == nullptr) {
+        Fail(fmt::format("product ID not supported: 0x{:04x}", product_id));
+    }
+    flash_config_ = *config;
+    return product_id;
+}
+
+// ---- The update ----
+
+bool Stm32UartUpdater::DoUpdate(std::span<const std::byte> image, ProgressCallback const& progress,
+                                unsigned address)
+{
+    // Too small for a trailer: refused before anything is erased.
+    if (image.size() < kTrailerSize) {
+        return false;
+    }
+    try {
+        progress_ = progress;
+        progress_(State::kProgramming, 0);
+        // Its value is not needed, but a bootloader that does not offer it is not the one expected.
+        CmdGetVerRops();
+        EraseFlash(image.size());
+        WriteImage(image, address);
+        RunClosingHooks();
+        return true;
+    } catch (kelvane::ExceptionString const& error) {
+        SendFailureLog(error.what());
+        return false;
+    }
+}
+
+void Stm32UartUpdater::EraseFlash(size_t image_size)
+{
+    if (!flash_config_) {
+        Fail(fmt::format("no chip identified, command {}", command_name_));
+    }
+    auto const size = static_cast<int32_t>(image_size);
+    auto const page_size = static_cast<int32_t>(flash_config_->page_size);
+    auto const pages = size / page_size + (size % page_size != 0 ? 1 : 0);
+
+    // Pages are counted from the start of flash wherever the image goes: it is taken to start
+    // there.
+    std::vector<uint16_t> page_numbers;
+    if (!mass_erase_ && pages > 0) {
+        page_numbers.resize(static_cast<size_t>(pages));
+        std::iota(page_numbers.begin(), page_numbers.end(), uint16_t{0});
+    }
+    if ((commands_ & kSupportsErase) != 0) {
+        std::vector<std::byte> page_bytes;
+        page_bytes.reserve(page_numbers.size());
+        for (auto const page : page_numbers) {
+            page_bytes.push_back(static_cast<std::byte>(page & 0xFF));
+        }
+        CmdErase(page_bytes);
+    } else if ((commands_ & kSupportsExtendedErase) != 0) {
+        CmdEraseExt(page_numbers);
+    } else {
+        SendFailureLog("No erase methods");
+    }
+}
+
+void Stm32UartUpdater::WriteImage(std::span<const std::byte> image, unsigned address)
+{
+    auto const body_size = image.size() - kTrailerSize;
+    std::array<std::byte, kTrailerSize> trailer{};
+    std::copy_n(image.subspan(body_size).begin(), 4, trailer.begin());
+    trailer[4] = std::byte{mcu_id_};
+
+    CmdWrite(address, image.first(body_size));
+    // Last and by itself: an image without its trailer is never taken for a whole one.
+    CmdWrite(address + static_cast<uint32_t>(body_size), trailer);
+}
+
+void Stm32UartUpdater::RunClosingHooks()
+{
+    first_hook_();
+    set_line_b_(false);
+    set_line_a_(true);
+    second_hook_();
+}
+
+void Stm32UartUpdater::JumpTo(uint32_t start_address)
+{
+    SendCommand(Command::kGo);
+    WaitForDfuAck(kAnswerTimeout);
+    // The firmware starts at once, so the answer to the address is not waited for.
+    SendToDfu(GetAddressBytes(start_address));
+}
+
+// ---- Commands ----
+
+uint32_t Stm32UartUpdater::CmdGet()
+{
+    command_name_ = "Get";
+    SendCommand(Command::kGet);
+    WaitForDfuAck(kAnswerTimeout);
+    auto const n = WaitForNBytesToReceive(kAnswerTimeout);
+    auto const answer = WaitForData(n, kAnswerTimeout);
+    auto const version = std::to_integer<uint32_t>(answer[0]);
+    uint32_t mask = 0;
+    for (auto const code : answer.subspan(1)) {
+        mask |= GetCommandBit(code);
+    }
+    WaitForDfuAck(kAnswerTimeout);
+    return (mask << 16) | version;
+}
+
+std::byte Stm32UartUpdater::CmdGetVerRops()
+{
+    command_name_ = "Get Ver Rops";
+    if ((commands_ & kSupportsGetVersion) == 0) {
+        Fail(fmt::format("Invalid DFU version, command {}", command_name_));
+    }
+    SendCommand(Command::kGetVersionReadProtection);
+    WaitForDfuAck(kAnswerTimeout);
+    auto const version = WaitForData(3, kAnswerTimeout)[0];
+    WaitForDfuAck(kAnswerTimeout);
+    return version;
+}
+
+uint16_t Stm32UartUpdater::CmdGetId()
+{
+    command_name_ = "Get ID";
+    SendCommand(Command::kGetId);
+    WaitForDfuAck(kAnswerTimeout);
+    auto const n = WaitForNBytesToReceive(kAnswerTimeout);
+    if (n >= 3) {
+        Fail(fmt::format("Too many bytes, not {}", n));
+    }
+    uint16_t product_id = 0;
+    for (auto const part : WaitForData(n, kAnswerTimeout)) {
+        product_id = static_cast<uint16_t>((product_id << 8) | std::to_integer<uint16_t>(part));
+    }
+    WaitForDfuAck(kAnswerTimeout);
+    return product_id;
+}
+
+std::span<const std::byte> Stm32UartUpdater::CmdRead(uint32_t address, size_t n)
+{
+    command_name_ = "Read";
+    // The command could ask for more than the answer has room for.
+    if (n > kRxCapacity) {
+        Fail(fmt::format("Too many bytes to receive, command {}", command_name_));
+    }
+    SendCommand(Command::kReadMemory);
+    WaitForDfuAck(kAnswerTimeout);
+    SendToDfu(GetAddressBytes(address));
+    WaitForDfuAck(kAnswerTimeout);
+    SendToDfu(GetReadCountBytes(n));
+    WaitForDfuAck(kAnswerTimeout);
+    return WaitForData(n, kAnswerTimeout);
+}
+
+void Stm32UartUpdater::CmdWrite(uint32_t address, std::span<const std::byte> const& data)
+{
+    if (data.empty()) {
+        return;
+    }
+    command_name_ = "Write";
+    for (size_t offset = 0; offset < data.size();) {
+        auto const block = data.subspan(offset, std::min(data.size() - offset, kMaxBlock));
+        WriteBlock(address + static_cast<uint32_t>(offset), block);
+        offset += block.size();
+        if (offset % kProgressStep == 0) {
+            progress_(State::kProgramming, static_cast<unsigned>(offset * 100 / data.size()));
+        }
+    }
+}
+
+void Stm32UartUpdater::WriteBlock(uint32_t address, std::span<const std::byte> block)
+{
+    auto const too_many = [this] {
+        Fail(fmt::format("{} NACKs received, command {}", kMaxNacks, command_name_));
+    };
+    for (unsigned nacks = 0;; ++nacks) {
+        if (nacks > kMaxNacks) {
+            too_many();
+        }
+        while (!StartWrite(address)) {
+            if (nacks >= kMaxNacks) {
+                too_many();
+            }
+            ++nacks;
+        }
+        SendToDfu(GetWriteBytes(block));
+        if (WaitForDfuAckNack(kAnswerTimeout)) {
+            return;
+        }
+    }
+}
+
+bool Stm32UartUpdater::StartWrite(uint32_t address)
+{
+    SendCommand(Command::kWriteMemory);
+    if (!WaitForDfuAckNack(kAnswerTimeout)) {
+        return false;
+    }
+    SendToDfu(GetAddressBytes(address));
+    return WaitForDfuAckNack(kAnswerTimeout);
+}
+
+void Stm32UartUpdater::CmdErase(std::span<const std::byte> const& pages)
+{
+    command_name_ = "Erase";
+    SendCommand(Command::kErase);
+    WaitForDfuAck(kAnswerTimeout);
+    SendToDfu(GetEraseBytes(pages));
+    WaitForDfuAck(kAnswerTimeout);
+}
+
+void Stm32UartUpdater::CmdEraseExt(std::span<const uint16_t> const& pages)
+{
+    command_name_ = "Erase Ext";
+    SendCommand(Command::kExtendedErase);
+    WaitForDfuAck(kAnswerTimeout);
+    SendToDfu(GetExtendedEraseBytes(pages));
+    WaitForDfuAck(kExtendedEraseTimeout);
+}
+
+// ---- Sending and waiting ----
+
+void Stm32UartUpdater::SendToDfu(std::span<const std::byte> const& data)
+{
+    if (!data.empty()) {
+        uart_.Transmit(data);
+    }
+}
+
+void Stm32UartUpdater::SendCommand(Command command)
+{
+    SendToDfu(GetCommandBytes(command));
+}
+
+void Stm32UartUpdater::WaitForDfuAck(Milliseconds timeout)
+{
+    if (!WaitForDfuAckNack(timeout)) {
+        Fail(fmt::format("NACK received, command {}", command_name_));
+    }
+}
+
+bool Stm32UartUpdater::WaitForDfuAckNack(Milliseconds timeout)
+{
+    auto const answer = std::to_integer<uint8_t>(WaitForData(1, timeout)[0]);
+    if (!ack_learned_) {
+        LearnAck(answer);
+    }
+    if (answer != ack_byte_ && answer != nack_byte_) {
+        Fail(fmt::format("Invalid ACK/NACK received 0x{:02x}, command {}", answer, command_name_));
+    }
+    return answer == ack_byte_;
+}
+
+void Stm32UartUpdater::LearnAck(uint8_t answer)
+{
+    // 0x79/0x1F is AN3155's pair; loaders of the maker's own use 0x75/0x3F.
+    switch (answer) {
+        case 0x79:
+            nack_byte_ = 0x1F;
+            break;
+        case 0x75:
+            nack_byte_ = 0x3F;
+            break;
+        default:
+            Fail(fmt::format("Invalid ACK byte setup 0x{:02x}, command {}", answer, command_name_));
+    }
+    ack_byte_ = answer;
+    ack_learned_ = true;
+}
+
+size_t Stm32UartUpdater::WaitForNBytesToReceive(Milliseconds timeout)
+{
+    auto const last = std::to_integer<size_t>(WaitForData(1, timeout)[0]);
+    if (last >= kRxCapacity) {
+        Fail(fmt::format("Too many bytes to receive, command {}", command_name_));
+    }
+    return last + 1;
+}
+
+std::span<const std::byte> Stm32UartUpdater::WaitForData(size_t n, Milliseconds timeout)
+{
+    rx_data_.clear();
+    while (rx_data_.size() < n) {
+        if (auto const value = rx_queue_.Pop()) {
+            rx_data_.push_back(*value);
+        } else if (!rx_signal_.try_acquire_for_ms(timeout)) {
+            Fail(fmt::format("receive timeout for {} bytes, command {}", n, command_name_));
+        }
+    }
+    return rx_data_;
+}
+
+void Stm32UartUpdater::OnByteReceived(std::byte value)
+{
+    rx_queue_.Push(value);
+    rx_signal_.release(1);
+}
+
+}  // namespace stm32_updater

@@ -1,0 +1,126 @@
+// Updates an STM32 microcontroller through its system bootloader over a UART (ST AN3155): the
+// conversation (which command, which answers, which waits) and the order of an update. The bytes
+// are made in command_bytes.h; the line is whatever implements hal::uart::IUartDriver.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "hal/uart/i_uart_driver.h"
+#include "modules/stm32_updater/command_bytes.h"
+#include "modules/stm32_updater/flash_config.h"
+#include "modules/stm32_updater/i_stm32_updater.h"
+#include "modules/stm32_updater/rx_queue.h"
+#include "runtime/i_dispatcher.h"
+#include "runtime/task.h"
+
+namespace stm32_updater {
+
+// All operations run on one thread and block it; received bytes may come from another one. Every
+// reference given to the constructor must outlive the updater. A protocol failure is printed to
+// standard output, logged at level 3 and told by the result; nothing is thrown for it.
+//
+// Order of calls: ConnectDevice, then GetOtp and Update in any order, then DisconnectDevice, and at
+// last ExitDfu to start the new firmware.
+class Stm32UartUpdater : public IStm32Updater {
+public:
+    using Rate = hal::uart::IUartDriver::Rate;
+
+    // set_line_a, set_line_b: drive the unit's reset and boot-select lines where the board has
+    // them. mass_erase: erase the whole flash rather than the pages that the image covers.
+    Stm32UartUpdater(
+        std::function<void(bool)> set_line_a, std::function<void(bool)> set_line_b,
+        hal::uart::IUartDriver& uart, IDispatcher& dispatcher, std::mutex& update_mutex,
+        unsigned char mcu_id, bool mass_erase, std::function<void()> first_hook = [] {},
+        std::function<void()> second_hook = [] {}, Rate rate = Rate::kBootloader);
+
+    bool Update(std::span<const std::byte> image, ProgressCallback const& progress) override;
+
+    // Serialised by the update mutex. image.size() must be a multiple of 4; below 8 bytes nothing
+    // is sent and the result is false. The last four bytes of the image are replaced by the MCU ID
+    // and three zero bytes. There is no read-back: the bootloader's acknowledgement of each block
+    // is the only confirmation. An exception of a callback ends the program.
+    bool Update(std::span<const std::byte> image, ProgressCallback const& progress,
+                unsigned address) noexcept override;
+
+    uint8_t GetMcuId() const override { return mcu_id_; }
+    void ExitDfu(unsigned start_address, unsigned boot_mode_address) override;
+    std::vector<std::byte> GetOtp(unsigned address, unsigned long size) override;
+    bool ConnectDevice() override;
+    void DisconnectDevice() override;
+
+private:
+    // The bootloader's own limit for one Write Memory and one Read Memory (AN3155).
+    static constexpr size_t kMaxBlock = 256;
+    static constexpr size_t kRxCapacity = 64;
+
+    // The session (ConnectDevice).
+    uint16_t Connect();
+    void Subscribe();
+    void SendFailureLog(const char* text);
+
+    // The update, step by step.
+    bool DoUpdate(std::span<const std::byte> image, ProgressCallback const& progress,
+                  unsigned address);
+    void EraseFlash(size_t image_size);
+    void WriteImage(std::span<const std::byte> image, unsigned address);
+    void RunClosingHooks();
+    void JumpTo(uint32_t start_address);  // does not wait for the bootloader's last answer
+
+    // Bootloader commands; each throws kelvane::ExceptionString on any failure.
+    uint32_t CmdGet();          // (mask of supported commands << 16) | protocol version
+    std::byte CmdGetVerRops();  // bootloader version
+    uint16_t CmdGetId();        // product ID
+    std::span<const std::byte> CmdRead(uint32_t address, size_t n);  // valid until the next wait
+    void CmdWrite(uint32_t address, std::span<const std::byte> const& data);
+    void CmdErase(std::span<const std::byte> const& pages);
+    void CmdEraseExt(std::span<const uint16_t> const& pages);
+
+    // One Write Memory, repeated while the bootloader refuses it; 1 <= block.size() <= 256.
+    void WriteBlock(uint32_t address, std::span<const std::byte> block);
+    bool StartWrite(uint32_t address);  // command and address; false when either was refused
+
+    // Sending and waiting. A wait's time-out holds for each next byte, not for the whole answer.
+    void SendToDfu(std::span<const std::byte> const& data);
+    void SendCommand(Command command);
+    void WaitForDfuAck(Milliseconds timeout);
+    bool WaitForDfuAckNack(Milliseconds timeout);  // true for ACK, false for NACK
+    void LearnAck(uint8_t answer);
+    size_t WaitForNBytesToReceive(Milliseconds timeout);
+    std::span<const std::byte> WaitForData(size_t n, Milliseconds timeout);
+
+    void OnByteReceived(std::byte value);  // serial thread
+
+    std::function<void(bool)> set_line_a_;
+    std::function<void(bool)> set_line_b_;
+    hal::uart::IUartDriver& uart_;
+    // Kept for the device firmware's build of this engine; the commands do not use it.
+    [[maybe_unused]] IDispatcher& dispatcher_;
+    task::counting_semaphore<1> rx_signal_{0};
+    ProgressCallback progress_;
+    std::mutex& update_mutex_;
+    std::optional<FlashConfig> flash_config_;
+    RxQueue rx_queue_;
+    std::vector<std::byte> rx_data_;
+    uint8_t ack_byte_ = 0;
+    bool ack_learned_ = false;
+    uint8_t nack_byte_ = 0;
+    uint16_t commands_ = 0;
+    uint16_t get_variant_ = 0;
+    hal::uart::Subscription rx_subscription_;
+    hal::uart::IUartDriver::LineSetup saved_setup_{};
+    uint8_t mcu_id_;
+    std::function<void()> first_hook_;
+    std::function<void()> second_hook_;
+    bool mass_erase_;
+    Rate rate_;
+    const char* command_name_ = "";
+};
+
+}  // namespace stm32_updater

@@ -1,0 +1,60 @@
+// One endpoint's place on the bus: its id, its registration and the standard answers it sends.
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string_view>
+#include <utility>
+
+#include "runtime/i_dispatcher.h"
+
+// The dispatcher and the listener must outlive the helper. Every helper takes one listener slot,
+// with an empty message list as well. Sending is possible on any thread.
+//
+// The destructor gives the endpoint id back to the dispatcher, also one that the constructor was
+// handed; a failure there ends the program.
+class MessageHelper {
+public:
+    // A fresh id, which throws std::bad_optional_access when there is none, and no messages.
+    explicit MessageHelper(IDispatcher& dispatcher);
+
+    MessageHelper(IDispatcher& dispatcher, Receiver id);
+
+    // A fresh id, as above.
+    MessageHelper(IDispatcher& dispatcher, IListener& listener,
+                  std::span<std::pair<SubsystemId, MessageId> const> messages);
+
+    MessageHelper(IDispatcher& dispatcher, IListener& listener, Receiver id,
+                  std::span<std::pair<SubsystemId, MessageId> const> messages);
+
+    ~MessageHelper();
+
+    MessageHelper(MessageHelper const&) = delete;
+    MessageHelper& operator=(MessageHelper const&) = delete;
+
+    // Replaces the registration. When the dispatcher refuses the new one, the endpoint hears
+    // nothing; that is not reported.
+    void SetHandledMessages(std::span<std::pair<SubsystemId, MessageId> const> messages);
+
+    // Answers to the message `message` of `subsystem`. The forms with a request answer its sender
+    // and ignore a request that has no whole header.
+    void SendOkResponse(Receiver to, SubsystemId subsystem, MessageId message) const;
+    void SendOkResponse(std::span<const std::byte> const& request) const;
+    void SendFailResponse(Receiver to, SubsystemId subsystem, MessageId message,
+                          unsigned int code) const;
+    void SendFailResponse(std::span<const std::byte> const& request, unsigned int code) const;
+    void SendSizeError(std::span<const std::byte> const& request, unsigned char first,
+                       unsigned char second) const;
+
+    // Sends `message` as it is, header included: at most 255 bytes.
+    void DoSend(std::span<const std::byte> const& message) const;
+
+    // Logs that the message called `name` was too long to be sent.
+    void ReportOverflow(SubsystemId subsystem, MessageId message, std::string_view name) const;
+
+private:
+    IDispatcher& dispatcher_;
+    Receiver id_;
+    IListener* listener_;
+    ListenerCookie cookie_;
+};

@@ -1,0 +1,84 @@
+// What the shared code asks of an operating system, on the desktop: a semaphore, the scheduler lock
+// and the question whether an interrupt runs. Threads themselves are made elsewhere.
+#pragma once
+
+#include <QDeadlineTimer>
+#include <QSemaphore>
+#include <QtGlobal>
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <memory>
+
+#include "runtime/time.h"
+
+namespace task {
+
+// A semaphore that any thread may release or acquire. Maximum is nominal: the count is not capped,
+// so tokens of earlier releases let a later wait return at once, and a waiter has to check its
+// condition again. A failure inside release, acquire or try_acquire ends the program.
+template <std::ptrdiff_t Maximum>
+class counting_semaphore {
+public:
+    // initial >= 0
+    explicit counting_semaphore(long initial)
+        : semaphore_(std::make_unique<QSemaphore>(static_cast<int>(initial)))
+    {
+    }
+
+    static constexpr long max() { return static_cast<long>(Maximum); }
+
+    // n >= 0
+    void release(long n = 1) noexcept { semaphore_->release(static_cast<int>(n)); }
+
+    // Blocks without limit.
+    void acquire() noexcept { semaphore_->acquire(1); }
+
+    bool try_acquire() noexcept { return semaphore_->tryAcquire(1); }
+
+    // Blocks for `timeout` at most; false when no token came. 0 does not block.
+    bool try_acquire_for_ms(Milliseconds timeout)
+    {
+#if QT_VERSION >= QT_VERSION_CHECK(6, 6, 0)
+        auto const wide = std::chrono::milliseconds(timeout);
+        return semaphore_->tryAcquire(1, QDeadlineTimer(wide, Qt::CoarseTimer));
+#else
+        constexpr uint32_t longest = std::numeric_limits<int>::max();
+        return semaphore_->tryAcquire(1, static_cast<int>(std::min(timeout.count(), longest)));
+#endif
+    }
+
+private:
+    std::unique_ptr<QSemaphore> semaphore_;
+};
+
+// Keeps other tasks from running on a device. On the desktop it excludes nobody: code that has to be
+// alone here takes a std::mutex. The two words are the device's; only their stores are made.
+class scheduler_lock {
+public:
+    void lock()
+    {
+        first_word_ = 0;
+        second_word_ = 5;
+    }
+
+    void unlock() {}
+
+private:
+    uint64_t first_word_ = 0;
+    uint64_t second_word_ = 0;
+};
+
+}  // namespace task
+
+namespace context {
+
+// The desktop has no interrupts.
+constexpr bool InInterruptContext()
+{
+    return false;
+}
+
+}  // namespace context

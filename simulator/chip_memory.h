@@ -1,0 +1,58 @@
+// The memories of a simulated microcontroller as its bootloader can reach them: flash, whose bits
+// only ever go from 1 to 0 until their page is erased; the OTP area, whose bits never come back; RAM.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+namespace simulator {
+
+enum class MemoryKind { kFlash, kOtp, kRam };
+
+class ChipMemory {
+public:
+    // `start` + `bytes.size()` must not pass the end of the 32-bit address space, and regions must
+    // not overlap. One region at most is flash.
+    void AddRegion(MemoryKind kind, uint32_t start, std::vector<std::byte> bytes);
+
+    // The kind of memory at `address`; none where nothing is mapped.
+    std::optional<MemoryKind> KindAt(uint32_t address) const;
+
+    // True when all of `size` bytes from `address` lie in one region.
+    bool Contains(uint32_t address, size_t size) const;
+
+    // Both need Contains(): they throw std::out_of_range otherwise. Write stores as the kind of
+    // memory does.
+    std::vector<std::byte> Read(uint32_t address, size_t size) const;
+    void Write(uint32_t address, std::span<const std::byte> data);
+
+    // Puts bytes there as a production line or debugger would, past all rules of programming.
+    // Throws std::out_of_range.
+    void Load(uint32_t address, std::span<const std::byte> data);
+
+    // Sets `size` bytes of flash from `offset` (in the flash region) back to 0xFF. Throws
+    // std::out_of_range.
+    void EraseFlash(size_t offset, size_t size);
+
+    // How many flash or OTP bytes were programmed although they were not erased. A real part refuses
+    // that; here the bits are combined, and this count tells that it was asked for.
+    uint64_t ProgrammedOverUnerased() const { return programmed_over_unerased_; }
+
+private:
+    struct Region {
+        MemoryKind kind;
+        uint32_t start;
+        std::vector<std::byte> bytes;
+    };
+
+    Region const* Find(uint32_t address, size_t size) const;
+    std::span<std::byte> At(uint32_t address, size_t size);
+
+    std::vector<Region> regions_;
+    uint64_t programmed_over_unerased_ = 0;
+};
+
+}  // namespace simulator

@@ -1,0 +1,54 @@
+// What a simulated bootloader was asked, and what became of it: one entry a command, in order.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace simulator {
+
+enum class Outcome {
+    kAck,     // carried out
+    kNack,    // refused; `reason` tells why
+    kSilent,  // the unit hung, or left its line, in the middle
+};
+
+struct JournalEntry {
+    std::string command;              // "sync", "get", "read", "write", "erase", ...
+    std::optional<uint32_t> address;  // of read, write and go
+    std::optional<size_t> size;       // in bytes, of read and write
+    std::string pages;                // of the erase commands: "0-31", "3,7", "all", "bank1"
+    Outcome outcome = Outcome::kAck;
+    std::string reason;  // empty unless refused: "checksum", "address", "fault", ...
+
+    bool operator==(JournalEntry const&) const = default;
+};
+
+// One line without its end: "write 0x08000000 256 ack", "erase 0-31 ack", "read 0x00000000 nack
+// address".
+std::string ToText(JournalEntry const& entry);
+
+// "0-31,40" for page numbers in the order of their request; empty for none.
+std::string PagesToText(std::vector<unsigned> const& pages);
+
+// Not thread-safe.
+class Journal {
+public:
+    // `sink` hears each further entry at once, on the thread that drives the unit.
+    void SetSink(std::function<void(JournalEntry const&)> sink) { sink_ = std::move(sink); }
+
+    void Add(JournalEntry entry);
+    void Clear() { entries_.clear(); }
+
+    std::vector<JournalEntry> const& Entries() const { return entries_; }
+
+private:
+    std::vector<JournalEntry> entries_;
+    std::function<void(JournalEntry const&)> sink_;
+};
+
+}  // namespace simulator

@@ -1,0 +1,35 @@
+// Builds the one-time-programmable area of a simulated unit as the maker's production line leaves
+// it: a table of tagged records of 16 bytes (a 32-bit tag, least significant byte first, and 12
+// bytes of payload); records that were never programmed are all ones.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace simulator {
+
+inline constexpr size_t kOtpRecordSize = 16;
+inline constexpr size_t kOtpPayloadSize = 12;
+inline constexpr uint32_t kModelIdTag = 0x01234711;
+
+class OtpImage {
+public:
+    // `size` bytes, all 0xFF.
+    explicit OtpImage(size_t size);
+
+    // Fills record `slot` (from 0); what `payload` leaves of its 12 bytes becomes 0. Throws
+    // std::out_of_range for a slot that does not fit into the area or a payload that is too long.
+    void SetRecord(size_t slot, uint32_t tag, std::span<const std::byte> payload);
+
+    // A model-ID record: the model ID is the first byte of its payload.
+    void SetModelId(size_t slot, uint8_t model_id);
+
+    std::vector<std::byte> const& Bytes() const { return bytes_; }
+
+private:
+    std::vector<std::byte> bytes_;
+};
+
+}  // namespace simulator

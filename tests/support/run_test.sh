@@ -1,0 +1,48 @@
+#!/usr/bin/env bash
+# Runs one test program with what it needs around it:
+#   run_test.sh [--display] [--testbed] [--runtime LIBRARY] COMMAND [ARGUMENT...]
+# --display   a private Xvfb screen (with the window manager openbox when --wm is given too)
+# --wm        openbox on that screen
+# --testbed   umockdev's preload library, so that the program sees the simulated sysfs and /dev
+# --runtime   a sanitizer's runtime library, which must be loaded before any other
+set -u
+display= wm= testbed= runtime=
+while [ $# -gt 0 ]; do
+    case "$1" in
+        --display) display=1 ;;
+        --wm) wm=1 ;;
+        --testbed) testbed=1 ;;
+        --runtime) runtime=$2; shift ;;
+        *) break ;;
+    esac
+    shift
+done
+
+children=()
+cleanup() {
+    [ ${#children[@]} -eq 0 ] || kill "${children[@]}" 2>/dev/null
+    [ -z "${display_file:-}" ] || rm -f "$display_file"
+}
+trap cleanup EXIT
+
+if [ -n "$display" ]; then
+    display_file=$(mktemp)
+    Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp 3>"$display_file" >/dev/null 2>&1 &
+    children+=($!)
+    for _ in $(seq 200); do
+        [ -s "$display_file" ] && break
+        sleep 0.05
+    done
+    [ -s "$display_file" ] || { echo "Xvfb did not start" >&2; exit 1; }
+    export DISPLAY=":$(cat "$display_file")"
+    export QT_QPA_PLATFORM=xcb
+    unset WAYLAND_DISPLAY
+    if [ -n "$wm" ]; then
+        openbox >/dev/null 2>&1 &
+        children+=($!)
+    fi
+fi
+
+preload=$runtime
+[ -n "$testbed" ] && preload="$preload libumockdev-preload.so.0"
+env ${preload:+LD_PRELOAD="${preload# }"} "$@"

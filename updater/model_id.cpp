@@ -1,0 +1,26 @@
+#include "updater/model_id.h"
+
+#include "updater/otp_handler.h"
+
+namespace {
+
+constexpr unsigned int kModelIdTag = 0x01234711;
+constexpr size_t kModelIdOffset = 4;  // the first payload byte of the record
+
+}  // namespace
+
+bool checkModelIdInOtp(std::vector<std::byte> const& otp, QList<uint8_t> const& device_ids)
+{
+    if (otp.empty()) {
+        return false;
+    }
+    otp::OtpHandler<16, 32> const handler(
+        otp, [](auto /*record*/, unsigned char /*index*/) { return otp::kWritten; });
+    auto const record = handler.FindRecord(kModelIdTag);
+    return record && device_ids.contains(std::to_integer<uint8_t>((*record)[kModelIdOffset]));
+}
+
+bool SkipsModelCheck(QString const& fw_target_type)
+{
+    return fw_target_type == QLatin1String("service");
+}

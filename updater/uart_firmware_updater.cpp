@@ -1,0 +1,151 @@
+#include "updater/uart_firmware_updater.h"
+
+#include <fmt/format.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <fstream>
+#include <optional>
+#include <span>
+#include <utility>
+#include <vector>
+
+#include "updater/model_id.h"
+
+namespace {
+
+// Fast enough that the line does not hold up the flash, and reached by every USB serial bridge in
+// use.
+constexpr unsigned kBaudRate = 460800;
+constexpr unsigned char kMcuId = 1;
+constexpr unsigned char kReservedEndpointIds = 1;
+constexpr size_t kWordSize = 4;
+
+// The whole file, padded with zeros to whole words; empty when it cannot be opened.
+std::optional<std::vector<std::byte>> ReadImage(QByteArray const& path)
+{
+    std::ifstream file(path.constData(), std::ios::binary);
+    if (!file.is_open()) {
+        return std::nullopt;
+    }
+    std::vector<std::byte> image;
+    // Character by character: a directory opens like a file, and then yields nothing here.
+    for (char value = 0; file.get(value);) {
+        image.push_back(static_cast<std::byte>(value));
+    }
+    while (image.size() % kWordSize != 0) {
+        image.push_back(std::byte{0});
+    }
+    return image;
+}
+
+}  // namespace
+
+UartFirmwareUpdater::UartFirmwareUpdater(QString const& firmware_path, unsigned start_address,
+                                         unsigned programming_address, unsigned otp_address,
+                                         unsigned long otp_size, unsigned boot_mode_address,
+                                         QString const& fw_target_type, QObject* parent)
+    : FirmwareUpdaterBase(parent),
+      start_address_(start_address),
+      programming_address_(programming_address),
+      otp_address_(otp_address),
+      otp_size_(otp_size),
+      boot_mode_address_(boot_mode_address),
+      fw_target_type_(fw_target_type),
+      dispatcher_({}, kReservedEndpointIds)
+{
+    firmware_path_ = firmware_path;
+    uart_interface_ = std::make_unique<UartInterface>(&tx_semaphore_, this);
+    // The desktop has no reset and boot-select lines: the user places the unit in boot mode.
+    updater_ = std::make_unique<stm32_updater::Stm32UartUpdater>(
+        [](bool) {}, [](bool) {}, *uart_interface_, dispatcher_, update_mutex_, kMcuId, false);
+}
+
+UartFirmwareUpdater::~UartFirmwareUpdater()
+{
+    StopUartThread();
+}
+
+bool UartFirmwareUpdater::connect(QString const& port)
+{
+    // After a failed connect the port is still held; it could not be opened a second time.
+    disconnect();
+    uart_thread_ = std::make_unique<QThread>();
+    uart_ = new Uart(port, kBaudRate, &tx_semaphore_, nullptr);
+    uart_->moveToThread(uart_thread_.get());
+    uart_thread_->start(QThread::InheritPriority);
+    QObject::connect(uart_thread_.get(), &QThread::finished, uart_, &QObject::deleteLater);
+    QObject::connect(uart_interface_.get(), &UartInterface::TransmitData, uart_, &Uart::onTransmit);
+    QObject::connect(uart_interface_.get(), &UartInterface::SetRxCallback, uart_,
+                     &Uart::onSetRxCallback);
+    return updater_->ConnectDevice();
+}
+
+void UartFirmwareUpdater::disconnect()
+{
+    // By the sender alone: the receiver may be gone.
+    QObject::disconnect(uart_interface_.get(), &UartInterface::TransmitData, nullptr, nullptr);
+    QObject::disconnect(uart_interface_.get(), &UartInterface::SetRxCallback, nullptr, nullptr);
+    StopUartThread();
+}
+
+void UartFirmwareUpdater::StopUartThread()
+{
+    if (!uart_thread_) {
+        return;
+    }
+    uart_thread_->quit();
+    uart_thread_->wait();
+    uart_thread_.reset();
+    uart_ = nullptr;
+}
+
+bool UartFirmwareUpdater::upload(QString const& path, std::function<void(int)> progress)
+{
+    auto const local_path = path.toLocal8Bit();
+    auto const image = ReadImage(local_path);
+    if (!image) {
+        fmt::print("File {} not found/could not be opened\n", local_path.constData());
+        std::fflush(stdout);
+        return false;
+    }
+    auto const ok = updater_->Update(
+        *image,
+        [progress = std::move(progress)](IFwUpdater::State /*state*/, unsigned percent) {
+            if (progress) {
+                progress(static_cast<int>(percent));
+            }
+        },
+        programming_address_);
+    updater_->DisconnectDevice();
+    return ok;
+}
+
+void UartFirmwareUpdater::reset()
+{
+    updater_->ExitDfu(start_address_, boot_mode_address_);
+}
+
+bool UartFirmwareUpdater::verifyDeviceId(QList<uint8_t> const& device_ids)
+{
+    if (SkipsModelCheck(fw_target_type_)) {
+        return true;
+    }
+    return checkModelIdInOtp(updater_->GetOtp(otp_address_, otp_size_), device_ids);
+}
+
+void UartFirmwareUpdater::onStartUpdate()
+{
+    RunUpdate();
+}
+
+void UartFirmwareUpdater::onConnectToDevice(QString const& port, QList<uint8_t> device_ids,
+                                            bool const& verify)
+{
+    ConnectAndVerify(port, device_ids, verify);
+}
+
+void UartFirmwareUpdater::onDisconnectDevice()
+{
+    DisconnectAndTell();
+}
