@@ -1,7 +1,7 @@
 // The hook that the C library of the shared code calls when an assertion fails.
 #pragma once
 
-// Logs "Assert: <file>:<line>, <expression>" at level 3, then blocks the calling thread for ever, so
-// that a debugger finds it where it stands. The other threads go on. No argument is null.
+// Logs "Assert: <file>:<line>, <expression>" at level 3, then blocks the calling thread for ever,
+// so that a debugger finds it where it stands. The other threads go on. No argument is null.
 extern "C" [[noreturn]] void __assert_func(char const* file, int line, char const* function,
                                            char const* expression);

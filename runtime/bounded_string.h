@@ -35,7 +35,6 @@ public:
     operator string_view() const noexcept { return view(); }
 
     bool truncated() const noexcept { return truncated_; }
-    void set_truncated() noexcept { truncated_ = true; }
 
     // Whether the text is a secret that must not stay behind in memory.
     bool secure() const noexcept { return secure_; }

@@ -68,9 +68,9 @@ void Dispatcher::ReturnDispatcherEndpointId(Receiver id)
     endpoint_ids_.ReturnDispatcherEndpointId(id);
 }
 
-ListenerCookie Dispatcher::AddListener(
-    Receiver receiver, std::span<std::pair<SubsystemId, MessageId> const> messages,
-    IListener& listener)
+ListenerCookie Dispatcher::AddListener(Receiver receiver,
+                                       std::span<std::pair<SubsystemId, MessageId> const> messages,
+                                       IListener& listener)
 {
     std::lock_guard const guard(registration_lock_);
     auto const slot = std::ranges::find_if(listener_slots_, [](ListenerSlot const& candidate) {
@@ -95,10 +95,8 @@ ListenerCookie Dispatcher::AddListener(
         attached_[receiver].store(true);
     }
     std::vector registered(messages.begin(), messages.end());
-    return CreateListenerCookie(
-        [this, slot_index, receiver, registered = std::move(registered)](int*) {
-            RemoveListener(slot_index, receiver, registered);
-        });
+    return CreateListenerCookie([this, slot_index, receiver, registered = std::move(registered)](
+                                    int*) { RemoveListener(slot_index, receiver, registered); });
 }
 
 void Dispatcher::RemoveListener(size_t slot_index, Receiver receiver,

@@ -2,7 +2,7 @@
 
 DispatcherEndpointIdAllocator::DispatcherEndpointIdAllocator(unsigned char reserved_ids)
 {
-    for (size_t const id : {0, 19, 200}) {
+    for (Receiver const id : std::array<Receiver, 3>{0, 19, 200}) {
         Take(id);
     }
     for (size_t id = 238; id < kIds; ++id) {

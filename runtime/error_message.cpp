@@ -33,18 +33,15 @@ ErrorMessage::ErrorMessage(char const* message, std::source_location const& loca
 // A view need not end with a NUL, so its characters are copied behind one first.
 ErrorMessage::ErrorMessage(etl::string_view message, std::source_location const& location)
     : ErrorMessage(etl::string<256>(message).c_str(), location)
-{
-}
+{}
 
 ErrorMessage::ErrorMessage(etl::string<256> const& message, ErrorMessage const& cause,
                            std::source_location const& location)
     : ErrorMessage(message.c_str(), location)
 {
     text_.append("  <- ");
+    // A truncated cause fills its string, so it is cut here once more and passes its mark on.
     text_.append(cause.text_);
-    if (cause.text_.truncated()) {
-        text_.set_truncated();
-    }
 }
 
 ExceptionString::ExceptionString(char const* message, std::source_location const& location)

@@ -31,9 +31,8 @@ private:
 // The exception of the shared protocol code. Its text has no newline at the end.
 class ExceptionString : public std::exception {
 public:
-    explicit ExceptionString(
-        char const* message,
-        std::source_location const& location = std::source_location::current());
+    explicit ExceptionString(char const* message, std::source_location const& location =
+                                                      std::source_location::current());
 
     char const* what() const noexcept override { return text_.c_str(); }
 

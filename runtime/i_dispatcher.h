@@ -44,13 +44,13 @@ public:
     virtual void ReturnDispatcherEndpointId(Receiver id) = 0;
 
     // `listener` hears the given messages that are for `receiver` or for everyone, except those
-    // that `receiver` sent; with receiver 0 it hears messages for anyone. It must stay alive until the
-    // cookie is destroyed and no send that began before is under way. The cookie is empty when no
-    // slot was free or a message is unknown; in the latter case the slot stays taken for good and
-    // the messages before the unknown one stay registered.
-    virtual ListenerCookie AddListener(
-        Receiver receiver, std::span<std::pair<SubsystemId, MessageId> const> messages,
-        IListener& listener) = 0;
+    // that `receiver` sent; with receiver 0 it hears messages for anyone. It must stay alive until
+    // the cookie is destroyed and no send that began before is under way. The cookie is empty when
+    // no slot was free or a message is unknown; in the latter case the slot stays taken for good
+    // and the messages before the unknown one stay registered.
+    virtual ListenerCookie AddListener(Receiver receiver,
+                                       std::span<std::pair<SubsystemId, MessageId> const> messages,
+                                       IListener& listener) = 0;
 
     // `listener` hears every fast message except those of `receiver`. The cookie is empty when no
     // slot was free or the listener is registered already.

@@ -1,4 +1,5 @@
-// The log as the shared code sees it: a level and a text. Where the lines go is logger.h's business.
+// The log as the shared code sees it: a level and a text. Where the lines go is logger.h's
+// business.
 #pragma once
 
 #include <cstdint>

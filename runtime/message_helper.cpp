@@ -24,8 +24,8 @@ template <size_t Size>
 std::array<std::byte, Size> MakeAnswer(MessageId answer, Receiver to, Receiver from,
                                        SubsystemId subsystem, MessageId message)
 {
-    return {std::byte{kCommonSubsystem}, std::byte{answer},    std::byte{to},
-            std::byte{from},             std::byte{subsystem}, std::byte{message}};
+    return {std::byte{kCommonSubsystem}, std::byte{answer}, std::byte{to}, std::byte{from},
+            std::byte{subsystem},        std::byte{message}};
 }
 
 struct Request {
@@ -51,19 +51,16 @@ Request ReadRequest(std::span<const std::byte> request)
 
 MessageHelper::MessageHelper(IDispatcher& dispatcher)
     : MessageHelper(dispatcher, dispatcher.GetNextDispatcherEndpointId())
-{
-}
+{}
 
 MessageHelper::MessageHelper(IDispatcher& dispatcher, Receiver id)
     : MessageHelper(dispatcher, dummy_listener, id, {})
-{
-}
+{}
 
 MessageHelper::MessageHelper(IDispatcher& dispatcher, IListener& listener,
                              std::span<std::pair<SubsystemId, MessageId> const> messages)
     : MessageHelper(dispatcher, listener, dispatcher.GetNextDispatcherEndpointId(), messages)
-{
-}
+{}
 
 MessageHelper::MessageHelper(IDispatcher& dispatcher, IListener& listener, Receiver id,
                              std::span<std::pair<SubsystemId, MessageId> const> messages)
@@ -77,8 +74,7 @@ MessageHelper::~MessageHelper()
     dispatcher_.ReturnDispatcherEndpointId(id_);
 }
 
-void MessageHelper::SetHandledMessages(
-    std::span<std::pair<SubsystemId, MessageId> const> messages)
+void MessageHelper::SetHandledMessages(std::span<std::pair<SubsystemId, MessageId> const> messages)
 {
     // First, so that the new registration finds the slot of the old one free.
     cookie_.reset();
@@ -141,7 +137,8 @@ void MessageHelper::ReportOverflow(SubsystemId subsystem, MessageId message,
                                    std::string_view name) const
 {
     etl::string<256> text;
-    fmt::format_to(std::back_inserter(text), "Message size overflow, message subsystem/ID {}:{} ({})",
-                   subsystem, message, name);
+    fmt::format_to(std::back_inserter(text),
+                   "Message size overflow, message subsystem/ID {}:{} ({})", subsystem, message,
+                   name);
     detail::DoLog(common::log_level_t::kError, text);
 }

@@ -25,8 +25,7 @@ public:
     // initial >= 0
     explicit counting_semaphore(long initial)
         : semaphore_(std::make_unique<QSemaphore>(static_cast<int>(initial)))
-    {
-    }
+    {}
 
     static constexpr long max() { return static_cast<long>(Maximum); }
 
@@ -54,8 +53,8 @@ private:
     std::unique_ptr<QSemaphore> semaphore_;
 };
 
-// Keeps other tasks from running on a device. On the desktop it excludes nobody: code that has to be
-// alone here takes a std::mutex. The two words are the device's; only their stores are made.
+// Keeps other tasks from running on a device. On the desktop it excludes nobody: code that has to
+// be alone here takes a std::mutex. The two words are the device's; only their stores are made.
 class scheduler_lock {
 public:
     void lock()

@@ -1,5 +1,5 @@
-// Time as the code shared with the unit's firmware knows it: delays and 32-bit counts that wrap. Calendar
-// time and event-loop timers are not here.
+// Time as the code shared with the unit's firmware knows it: delays and 32-bit counts that wrap.
+// Calendar time and event-loop timers are not here.
 #pragma once
 
 #include <chrono>

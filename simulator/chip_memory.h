@@ -1,5 +1,6 @@
 // The memories of a simulated microcontroller as its bootloader can reach them: flash, whose bits
-// only ever go from 1 to 0 until their page is erased; the OTP area, whose bits never come back; RAM.
+// only ever go from 1 to 0 until their page is erased; the OTP area, whose bits never come back;
+// RAM.
 #pragma once
 
 #include <cstddef>
@@ -37,8 +38,8 @@ public:
     // std::out_of_range.
     void EraseFlash(size_t offset, size_t size);
 
-    // How many flash or OTP bytes were programmed although they were not erased. A real part refuses
-    // that; here the bits are combined, and this count tells that it was asked for.
+    // How many flash or OTP bytes were programmed although they were not erased. A real part
+    // refuses that; here the bits are combined, and this count tells that it was asked for.
     uint64_t ProgrammedOverUnerased() const { return programmed_over_unerased_; }
 
 private:

@@ -4,7 +4,6 @@
 #include <cstddef>
 
 namespace simulator {
-
 namespace {
 
 struct KindRow {

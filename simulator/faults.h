@@ -39,15 +39,15 @@ enum class FaultKind {
     kFlipReadData,      // first byte of the read data is XORed with `parameter`
     kSilentAtCommand,   // hangs at a command: no answer, to nothing, until it is reset
     kSilentInWrite,     // hangs after `parameter` bytes of a write's data; 0: at its command
-    kVanishInWrite,     // leaves its line after `parameter` bytes of a write's data; 0: at its command
+    kVanishInWrite,  // leaves its line after `parameter` bytes of a write's data; 0: at its command
 };
 
 inline constexpr std::array kAllFaultKinds{
-    FaultKind::kNackCommand,      FaultKind::kNackWriteCommand, FaultKind::kNackWriteAddress,
-    FaultKind::kNackWriteData,    FaultKind::kNackErase,        FaultKind::kDropAnswer,
-    FaultKind::kGarbageAnswer,    FaultKind::kCutAnswer,        FaultKind::kExtraByte,
-    FaultKind::kLateAnswer,       FaultKind::kWrongCount,       FaultKind::kFlipReadData,
-    FaultKind::kSilentAtCommand,  FaultKind::kSilentInWrite,    FaultKind::kVanishInWrite,
+    FaultKind::kNackCommand,     FaultKind::kNackWriteCommand, FaultKind::kNackWriteAddress,
+    FaultKind::kNackWriteData,   FaultKind::kNackErase,        FaultKind::kDropAnswer,
+    FaultKind::kGarbageAnswer,   FaultKind::kCutAnswer,        FaultKind::kExtraByte,
+    FaultKind::kLateAnswer,      FaultKind::kWrongCount,       FaultKind::kFlipReadData,
+    FaultKind::kSilentAtCommand, FaultKind::kSilentInWrite,    FaultKind::kVanishInWrite,
 };
 
 // Strikes at occurrences `at` ... `at` + `count` - 1 of its kind's moment.

@@ -18,12 +18,12 @@ enum class Outcome {
 };
 
 struct JournalEntry {
-    std::string command;              // "sync", "get", "read", "write", "erase", ...
-    std::optional<uint32_t> address;  // of read, write and go
-    std::optional<size_t> size;       // in bytes, of read and write
-    std::string pages;                // of the erase commands: "0-31", "3,7", "all", "bank1"
+    std::string command;                // "sync", "get", "read", "write", "erase", ...
+    std::optional<uint32_t> address{};  // of read, write and go
+    std::optional<size_t> size{};       // in bytes, of read and write
+    std::string pages{};                // of the erase commands: "0-31", "3,7", "all", "bank1"
     Outcome outcome = Outcome::kAck;
-    std::string reason;  // empty unless refused: "checksum", "address", "fault", ...
+    std::string reason{};  // empty unless refused: "checksum", "address", "fault", ...
 
     bool operator==(JournalEntry const&) const = default;
 };

@@ -31,7 +31,8 @@ public:
     // Power-on or the reset pin: the unit starts anew; what it has stored stays.
     virtual void Reset() = 0;
 
-    // True once a fault made the unit leave its line. The owner takes the port away; Reset() ends it.
+    // True once a fault made the unit leave its line. The owner takes the port away; Reset() ends
+    // it.
     virtual bool Vanished() const = 0;
 };
 

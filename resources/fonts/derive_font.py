@@ -4,8 +4,8 @@
     derive_font.py SOURCE.otf STYLE OUTPUT.otf
 
 The glyphs stay the source's. Two things change: the names, because the window asks for the family
-by name, and the size of the em, because the window's labels are lower than the lines of an
-ordinary 20 pt font: "Version" has 16 pixels, its font 27 at 96 dpi.
+by name, and the size of the em, because the window's labels are lower than the lines of an ordinary
+20 pt font: "Version" has 16 pixels, its font 27 at 96 dpi.
 """
 
 import argparse
@@ -15,8 +15,9 @@ from fontTools.ttLib import TTFont
 FAMILY = "Kelvane Sans"
 
 # How much larger the em becomes, and so how much smaller every glyph looks at a given point size.
-# At 20 pt capital letters come to 14 of the 16 pixels.
-EM_SCALE = 1.375
+# Bold is the style of the 20 pt labels: its capital letters come to 13 of their 16 or 21 pixels,
+# which leaves room for descenders. Regular has more room; its longest text is the bar's error.
+EM_SCALE = {"Regular": 1.25, "Bold": 1.5}
 
 FAMILY_NAME, STYLE_NAME, UNIQUE_NAME, FULL_NAME, POSTSCRIPT_NAME = 1, 2, 3, 4, 6
 TYPOGRAPHIC_FAMILY_NAME, TYPOGRAPHIC_STYLE_NAME, WWS_FAMILY_NAME, WWS_STYLE_NAME = 16, 17, 21, 22
@@ -47,8 +48,8 @@ def rename(font, style):
     top.Weight = style
 
 
-def enlarge_em(font):
-    units = round(font["head"].unitsPerEm * EM_SCALE)
+def enlarge_em(font, scale):
+    units = round(font["head"].unitsPerEm * scale)
     font["head"].unitsPerEm = units
     font["CFF "].cff.topDictIndex[0].FontMatrix = [1 / units, 0, 0, 1 / units, 0, 0]
 
@@ -56,14 +57,14 @@ def enlarge_em(font):
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("source")
-    parser.add_argument("style")
+    parser.add_argument("style", choices=EM_SCALE)
     parser.add_argument("output")
     arguments = parser.parse_args()
 
     # Without a new time stamp the same source always gives the same bytes.
     font = TTFont(arguments.source, recalcTimestamp=False)
     rename(font, arguments.style)
-    enlarge_em(font)
+    enlarge_em(font, EM_SCALE[arguments.style])
     font.save(arguments.output)
 
 

@@ -21,6 +21,12 @@ LIGHT = (255, 214, 140)
 SHELL_DARK = (20, 28, 39)
 SHELL_LIGHT = (58, 76, 95)
 CABLE = (36, 49, 64)
+SHADOW = (4, 7, 12)
+
+# Where the unit stands in the window: right of the texts, above the bar.
+UNIT_X, UNIT_Y = 448, 215
+UNIT_HALF = 84
+CABLE_BEND_Y, CABLE_BEND_RADIUS = 330, 30
 
 
 def mix(first, second, share):
@@ -54,44 +60,52 @@ def draw_ring_of_light(colour, distance, reach, strength, pixel, width):
 
 def night_sky(x, y):
     """Lightest behind the unit, darkest where the texts and the bar lie."""
-    from_unit = math.hypot((x - 448) / 330, (y - 215) / 270)
+    from_unit = math.hypot((x - UNIT_X) / 330, (y - UNIT_Y) / 270)
     return mix(DUSK, NIGHT, smooth(0.0, 1.25, from_unit))
 
 
 def draw_circles(colour, x, y, pixel):
     """Faint circles that spread from the unit like its light; they end before the texts begin."""
-    radius = math.hypot(x - 448, y - 215)
+    radius = math.hypot(x - UNIT_X, y - UNIT_Y)
+    clear_of_texts = smooth(255, 330, x) * smooth(395, 330, y)
     for number in range(1, 7):
         line = coverage(abs(radius - 118 - 34 * number) - 0.4, pixel)
-        fade = 0.15 * (1 - number / 7) * smooth(255, 330, x) * smooth(395, 330, y)
-        colour = mix(colour, SHELL_LIGHT, line * fade * 4)
+        colour = mix(colour, SHELL_LIGHT, 0.6 * line * clear_of_texts * (1 - number / 7))
     return colour
 
 
+def distance_to_cable(x, y):
+    """From the cable's middle line: down from the unit, a quarter circle, then to the right."""
+    if y < CABLE_BEND_Y:
+        return abs(x - UNIT_X)
+    bend_end = UNIT_X + CABLE_BEND_RADIUS
+    if x < bend_end:
+        return abs(math.hypot(x - bend_end, y - CABLE_BEND_Y) - CABLE_BEND_RADIUS)
+    return abs(y - CABLE_BEND_Y - CABLE_BEND_RADIUS)
+
+
 def draw_cable(colour, x, y, pixel):
-    """The cable leaves the unit downwards and bends to the right edge above the bar."""
-    if x < 478:
-        distance = abs(x - 448) if y < 330 else math.hypot(x - 478, y - 330) - 30
-        distance = abs(distance) if y >= 330 else distance
-    else:
-        distance = abs(y - 360)
-    if y > 300 and (x < 478 or y > 340):
-        colour = mix(colour, CABLE, coverage(distance - 3.5, pixel))
-        colour = mix(colour, SHELL_LIGHT, 0.5 * coverage(distance - 0.6, pixel))
-    plug = rounded_box(x, y, 448, 312, 10, 16, 4)
+    if y < UNIT_Y:
+        return colour
+    distance = distance_to_cable(x, y)
+    colour = mix(colour, CABLE, coverage(distance - 3.5, pixel))
+    colour = mix(colour, SHELL_LIGHT, 0.5 * coverage(distance - 0.6, pixel))
+    plug = rounded_box(x, y, UNIT_X, UNIT_Y + UNIT_HALF + 13, 10, 16, 4)
     return mix(colour, SHELL_LIGHT, coverage(plug, pixel))
 
 
 def draw_unit(colour, x, y, pixel):
     """The unit from the front: a dark shell with round corners and a ring of light in it."""
-    shell = rounded_box(x, y, 448, 215, 84, 84, 30)
-    colour = mix(colour, (4, 7, 12), 0.55 * math.exp(-max(shell, 0.0) / 26))
-    across = (x - 448 + y - 215) / 168 + 0.5
-    colour = mix(colour, mix(SHELL_LIGHT, SHELL_DARK, across * 0.8 + 0.2), coverage(shell, pixel))
-    rim = coverage(abs(shell + 1) - 0.6, pixel)
-    colour = mix(colour, SHELL_LIGHT, rim * (1 - across))
-    ring = math.hypot(x - 448, y - 215) - 44
+    shell = rounded_box(x, y, UNIT_X, UNIT_Y, UNIT_HALF, UNIT_HALF, 30)
     inside = coverage(shell, pixel)
+    across = (x - UNIT_X + y - UNIT_Y) / (2 * UNIT_HALF) + 0.5
+    shadow = 0.55 * math.exp(-max(shell, 0.0) / 26)
+    rim = coverage(abs(shell + 1) - 0.6, pixel)
+    ring = math.hypot(x - UNIT_X, y - UNIT_Y) - 44
+
+    colour = mix(colour, SHADOW, shadow)
+    colour = mix(colour, mix(SHELL_LIGHT, SHELL_DARK, across * 0.8 + 0.2), inside)
+    colour = mix(colour, SHELL_LIGHT, rim * (1 - across))
     lit = draw_ring_of_light(colour, ring, 9, 0.55, pixel, 4)
     colour = mix(colour, lit, inside)
     return mix(colour, SHELL_DARK, 0.6 * coverage(ring + 7, pixel))

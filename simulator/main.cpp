@@ -1,0 +1,305 @@
+// simulated_unit: an STM32 in its system bootloader behind a USB serial port that is not there, as
+// a program: options make the unit, lines on standard input control it. See README.md.
+
+#include <fmt/format.h>
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "simulator/control_session.h"
+#include "simulator/otp_image.h"
+#include "simulator/simulated_unit.h"
+
+namespace {
+
+using simulator::SimulatedUnitOptions;
+
+struct ProgramOptions {
+    SimulatedUnitOptions unit;
+    unsigned units = 1;
+    unsigned first_port = 0;
+    std::string journal_path;
+    std::vector<std::byte> flash;
+};
+
+// The parser's options, each with its default, in the order of --help.
+void DescribeOptions(QCommandLineParser& parser)
+{
+    parser.setApplicationDescription(QStringLiteral(
+        "A simulated unit: an STM32 in its system bootloader behind a USB serial port.\n"
+        "Commands are read from standard input, one a line; its end ends the program.\n"
+        "Commands: plug [K [NAME]], unplug [K], fade [K], reset [K], status [K], journal [K],\n"
+        "  unit K, fault KIND [AT [COUNT [PARAMETER]]], clear-faults, silent on|off, block "
+        "on|off,\n"
+        "  chmod MODE, dump ADDRESS SIZE FILE, quit"));
+    parser.addHelpOption();
+    auto const add = [&parser](char const* name, char const* text, char const* value,
+                               char const* preset) {
+        parser.addOption({QString::fromLatin1(name), QString::fromLatin1(text),
+                          QString::fromLatin1(value), QString::fromLatin1(preset)});
+    };
+    add("product-id", "Chip, hexadecimal: 469, 479 or 482.", "id", "469");
+    add("vid", "USB vendor ID, hexadecimal.", "id", "10c4");
+    add("pid", "USB product ID, hexadecimal.", "id", "ea60");
+    add("model-id", "Model ID in the OTP area, or none.", "number", "1");
+    add("model-id-slot", "OTP record that holds the model ID.", "number", "0");
+    add("erase-commands", "What the loader offers: legacy, extended, both or none.", "set",
+        "extended");
+    add("protocol-version", "Version that Get answers.", "number", "0x31");
+    add("ack", "First byte of the ACK/NACK pair: 79 (79/1F) or 75 (75/3F).", "hex", "79");
+    add("baud", "Pace of the line in bits a second; 0 takes no time.", "number", "0");
+    add("boot-mode-address", "Where the boot-mode marker is looked for.", "address", "");
+    add("otp-address", "Start of the OTP area; the chip's own if not given.", "address", "");
+    add("otp-size", "Size of the OTP area in bytes; the chip's own if not given.", "number", "");
+    add("units", "Units plugged at the start.", "number", "1");
+    add("first-port", "Unit K is /dev/ttyUSB(N + K - 1).", "N", "0");
+    add("journal", "Writes the commands received to this file (unit K > 1: FILE.K).", "file", "");
+    add("flash-in", "What is in the flash at the start.", "file", "");
+    parser.addOption(
+        {QStringLiteral("real-times"), QStringLiteral("Erasing and programming take their time.")});
+    parser.addOption({QStringLiteral("refuse-ff-ff-erase"),
+                      QStringLiteral("Erase: FF FF is a wrong checksum, not a mass erase.")});
+}
+
+// Reads the parser's values; every error is a std::invalid_argument that names the option.
+class OptionReader {
+public:
+    explicit OptionReader(QCommandLineParser const& parser) : parser_(parser) {}
+
+    std::string Text(char const* name) const
+    {
+        return parser_.value(QString::fromLatin1(name)).toStdString();
+    }
+
+    bool IsGiven(char const* name) const { return !Text(name).empty(); }
+
+    uint32_t Number(char const* name) const { return NumberIn(name, Text(name)); }
+
+    uint16_t Hex(char const* name) const
+    {
+        auto const text = Text(name);
+        auto const number = NumberIn(name, text.starts_with("0x") ? text : "0x" + text);
+        return number <= 0xFFFF ? static_cast<uint16_t>(number) : throw Error(name);
+    }
+
+    uint8_t Byte(char const* name) const
+    {
+        auto const number = Number(name);
+        return number <= 0xFF ? static_cast<uint8_t>(number) : throw Error(name);
+    }
+
+    template <typename Value, size_t size>
+    Value OneOf(char const* name, std::array<std::pair<char const*, Value>, size> const& rows) const
+    {
+        for (auto const& [text, value] : rows) {
+            if (Text(name) == text) {
+                return value;
+            }
+        }
+        throw Error(name);
+    }
+
+    std::invalid_argument Error(char const* name) const
+    {
+        return std::invalid_argument(fmt::format("--{}: not usable: {}", name, Text(name)));
+    }
+
+private:
+    uint32_t NumberIn(char const* name, std::string const& text) const
+    {
+        auto const number = simulator::ParseNumber(text);
+        return number ? *number : throw Error(name);
+    }
+
+    QCommandLineParser const& parser_;
+};
+
+std::vector<std::byte> ReadFile(std::string const& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::vector<char> const chars{std::istreambuf_iterator<char>(file), {}};
+    if (!file) {
+        throw std::invalid_argument("cannot read " + path);
+    }
+    std::vector<std::byte> bytes(chars.size());
+    std::ranges::transform(chars, bytes.begin(), [](char c) { return static_cast<std::byte>(c); });
+    return bytes;
+}
+
+simulator::Chip ReadChip(OptionReader const& reader)
+{
+    auto chip = simulator::FindChip(reader.Hex("product-id"));
+    if (!chip) {
+        throw reader.Error("product-id");
+    }
+    if (reader.IsGiven("otp-address")) {
+        chip->otp_address = reader.Number("otp-address");
+    }
+    if (reader.IsGiven("otp-size")) {
+        chip->otp_size = reader.Number("otp-size");
+    }
+    return *chip;
+}
+
+simulator::Stm32BootloaderOptions ReadBootloaderOptions(OptionReader const& reader)
+{
+    using simulator::EraseCommands;
+    simulator::Stm32BootloaderOptions options;
+    options.chip = ReadChip(reader);
+    options.protocol_version = reader.Byte("protocol-version");
+    options.commands = simulator::ListCommands(
+        reader.OneOf("erase-commands", std::array{std::pair{"legacy", EraseCommands::kLegacy},
+                                                  std::pair{"extended", EraseCommands::kExtended},
+                                                  std::pair{"both", EraseCommands::kBoth},
+                                                  std::pair{"none", EraseCommands::kNone}}));
+    options.ack_pair =
+        reader.OneOf("ack", std::array{std::pair{"79", simulator::kStandardAckPair},
+                                       std::pair{"75", simulator::kAlternativeAckPair}});
+    simulator::OtpImage otp(options.chip.otp_size);
+    if (reader.Text("model-id") != "none") {
+        otp.SetModelId(reader.Number("model-id-slot"), reader.Byte("model-id"));
+    }
+    options.otp = otp.Bytes();
+    if (reader.IsGiven("boot-mode-address")) {
+        options.boot_mode_address = reader.Number("boot-mode-address");
+    }
+    return options;
+}
+
+ProgramOptions ReadOptions(QCommandLineParser const& parser)
+{
+    OptionReader const reader(parser);
+    ProgramOptions options;
+    options.unit.bootloader = ReadBootloaderOptions(reader);
+    if (parser.isSet(QStringLiteral("real-times"))) {
+        options.unit.bootloader.times = simulator::kRealTimes;
+    }
+    options.unit.bootloader.accept_ff_ff_erase =
+        !parser.isSet(QStringLiteral("refuse-ff-ff-erase"));
+    options.unit.port.vendor_id = reader.Hex("vid");
+    options.unit.port.product_id = reader.Hex("pid");
+    options.unit.baud = reader.Number("baud");
+    options.units = reader.Number("units");
+    options.first_port = reader.Number("first-port");
+    options.journal_path = reader.Text("journal");
+    if (reader.IsGiven("flash-in")) {
+        options.flash = ReadFile(reader.Text("flash-in"));
+    }
+    return options;
+}
+
+std::unique_ptr<simulator::SimulatedUnit> MakeUnit(
+    std::shared_ptr<simulator::UsbTestbed> const& testbed, ProgramOptions const& options,
+    unsigned number)
+{
+    auto unit_options = options.unit;
+    unit_options.port.name = fmt::format("ttyUSB{}", options.first_port + number - 1);
+    unit_options.port.serial_number = fmt::format("{:04}", number);
+    if (!options.journal_path.empty()) {
+        auto const path =
+            options.journal_path + (number == 1 ? std::string() : fmt::format(".{}", number));
+        auto file = std::make_shared<std::ofstream>(path);
+        unit_options.journal_sink = [file](simulator::JournalEntry const& entry) {
+            *file << simulator::ToText(entry) << std::endl;
+        };
+    }
+    auto unit = std::make_unique<simulator::SimulatedUnit>(testbed, std::move(unit_options));
+    unit->LoadMemory(simulator::kFlashStart, options.flash);
+    return unit;
+}
+
+void Print(std::string const& text)
+{
+    fmt::print("{}\n", text);
+    std::fflush(stdout);
+}
+
+void PlugUnits(simulator::ControlSession& session, unsigned units)
+{
+    for (unsigned number = 1; number <= units; ++number) {
+        session.Unit(number).Plug();
+        auto const status = session.Unit(number).Status();
+        auto const suffix = number == 1 ? std::string() : fmt::format("{}", number);
+        Print(fmt::format("port{}={}", suffix, status.device_path));
+        Print(fmt::format("pty{}={}", suffix, status.pty_path));
+    }
+}
+
+// Handles commands until "quit", the end of standard input, or a signal.
+void Serve(simulator::ControlSession& session, int signals)
+{
+    std::string input;
+    std::array<pollfd, 2> fds{pollfd{STDIN_FILENO, POLLIN, 0}, pollfd{signals, POLLIN, 0}};
+    while (!session.Finished() && poll(fds.data(), fds.size(), -1) > 0 && fds[1].revents == 0) {
+        std::array<char, 4096> buffer;
+        auto const count = read(STDIN_FILENO, buffer.data(), buffer.size());
+        if (count <= 0) {
+            return;
+        }
+        input.append(buffer.data(), static_cast<size_t>(count));
+        for (auto end = input.find('\n'); end != std::string::npos && !session.Finished();
+             end = input.find('\n')) {
+            auto const answer = session.Handle(input.substr(0, end));
+            input.erase(0, end + 1);
+            if (!answer.empty()) {
+                Print(answer);
+            }
+        }
+    }
+}
+
+void Run(ProgramOptions const& options, int signals)
+{
+    auto const testbed = std::make_shared<simulator::UsbTestbed>();
+    simulator::ControlSession session(
+        [&](unsigned number) { return MakeUnit(testbed, options, number); });
+    Print("UMOCKDEV_DIR=" + testbed->Root());
+    Print("preload=libumockdev-preload.so.0");
+    PlugUnits(session, options.units);
+    Print("ready");
+    Serve(session, signals);
+}
+
+// A descriptor that becomes readable when the program is asked to end. The signals stay blocked, so
+// this comes before the first thread.
+int CatchSignals()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+    return signalfd(-1, &signals, SFD_CLOEXEC);
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    int const signals = CatchSignals();
+    QCoreApplication const application(argc, argv);
+    QCommandLineParser parser;
+    DescribeOptions(parser);
+    parser.process(application);
+    try {
+        Run(ReadOptions(parser), signals);
+    } catch (std::exception const& error) {
+        fmt::print(stderr, "simulated_unit: {}\n", error.what());
+        return 1;
+    }
+    return 0;
+}

@@ -1,0 +1,69 @@
+// What the window learns from the system that it really runs on.
+#include "app/window_environment.h"
+
+#include <gtest/gtest.h>
+
+#include <QSysInfo>
+#include <algorithm>
+#include <memory>
+#include <optional>
+
+#include "simulator/usb_serial_port.h"
+
+namespace {
+
+class SystemPorts : public testing::Test {
+protected:
+    static std::shared_ptr<simulator::UsbTestbed> Testbed()
+    {
+        static const auto testbed = std::make_shared<simulator::UsbTestbed>();
+        return testbed;
+    }
+
+    std::optional<SerialPortEntry> Find() const
+    {
+        const auto ports = WindowEnvironment::System().list_serial_ports();
+        const auto found =
+            std::ranges::find(ports, QString::fromStdString(options_.name), &SerialPortEntry::name);
+        return found == ports.end() ? std::nullopt : std::optional(*found);
+    }
+
+    simulator::UsbSerialPortOptions options_{
+        .name = simulator::MakeUniquePortName(), .vendor_id = 0x0483, .product_id = 0xDF11};
+};
+
+}  // namespace
+
+TEST_F(SystemPorts, AreListedWithTheirUsbIdentifiers)
+{
+    simulator::UsbSerialPort port(Testbed(), options_);
+    EXPECT_EQ(Find(), std::nullopt);
+
+    port.Plug();
+
+    const auto entry = Find();
+    ASSERT_TRUE(entry.has_value());
+    EXPECT_EQ(entry->vendor_id, 0x0483);
+    EXPECT_EQ(entry->product_id, 0xDF11);
+}
+
+TEST_F(SystemPorts, AreListedAnewAtEachLook)
+{
+    simulator::UsbSerialPort port(Testbed(), options_);
+    port.Plug();
+    ASSERT_TRUE(Find().has_value());
+
+    port.Unplug();
+
+    EXPECT_EQ(Find(), std::nullopt);
+}
+
+TEST(SystemEnvironment, NamesTheSystemAndTheProductsTimes)
+{
+    const auto environment = WindowEnvironment::System();
+
+    EXPECT_EQ(environment.product_type, QSysInfo::productType());
+    EXPECT_EQ(environment.intervals.first, DetectionIntervals().first);
+    EXPECT_EQ(environment.intervals.after_connect, DetectionIntervals().after_connect);
+    EXPECT_EQ(environment.intervals.idle, DetectionIntervals().idle);
+}

@@ -1,0 +1,42 @@
+// The states of the window by the names that its users would give them.
+#pragma once
+
+#include "tests/end_to_end/window_reader.h"
+
+inline QString ErrorText()
+{
+    return QString::fromUtf8(
+        "Error connecting to device \xE2\x80\x94 Disconnect device and repeat step 1-3");
+}
+
+inline bool IsWaiting(Screen const& screen)
+{
+    return screen == Screen{QStringLiteral("UPDATE"), ButtonStyle::Disabled, 0, QString()};
+}
+
+inline bool IsReady(Screen const& screen)
+{
+    return screen.button == QLatin1String("UPDATE") && screen.style == ButtonStyle::Ready;
+}
+
+inline bool IsUpdating(Screen const& screen)
+{
+    return screen.button == QLatin1String("UPDATING") && screen.style == ButtonStyle::Ready;
+}
+
+inline bool IsDone(Screen const& screen)
+{
+    return screen == Screen{QStringLiteral("DONE"), ButtonStyle::Ready, 100, QStringLiteral("%p%")};
+}
+
+inline bool IsFailed(Screen const& screen)
+{
+    return screen.button == QLatin1String("UPDATING") && screen.style == ButtonStyle::Disabled &&
+           screen.format == ErrorText();
+}
+
+inline bool IsRefused(Screen const& screen)
+{
+    return screen.button == QLatin1String("UPDATE") && screen.style == ButtonStyle::Disabled &&
+           screen.format == ErrorText();
+}

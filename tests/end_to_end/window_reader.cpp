@@ -1,0 +1,116 @@
+#include "tests/end_to_end/window_reader.h"
+
+#include <QProgressBar>
+#include <QPushButton>
+#include <QSettings>
+#include <algorithm>
+#include <cstdlib>
+#include <ostream>
+
+namespace {
+
+constexpr QRect kButtonRect(40, 400, 99, 40);
+constexpr QRect kBarRect(148, 400, 477, 40);
+
+// Drives nothing: the window that is drawn here only stands model.
+class NoUpdater : public FirmwareUpdaterBase {
+public:
+    NoUpdater() : FirmwareUpdaterBase(nullptr) {}
+    bool connect(const QString& /*port_name*/) override { return false; }
+    void disconnect() override {}
+    bool upload(const QString& /*path*/, std::function<void(int)> /*progress*/) override
+    {
+        return false;
+    }
+    void reset() override {}
+    bool verifyDeviceId(const QList<uint8_t>& /*device_ids*/) override { return false; }
+    void onStartUpdate() override {}
+    void onConnectToDevice(const QString& /*port_name*/, QList<uint8_t> /*device_ids*/,
+                           const bool& /*verify*/) override
+    {}
+    void onDisconnectDevice() override {}
+};
+
+QString ErrorFormat()
+{
+    return *GetWindowChange(WindowEvent::UpdateFailed, TargetUart).progress_format;
+}
+
+QImage Normalise(QImage const& image)
+{
+    return image.convertToFormat(QImage::Format_RGB32);
+}
+
+}  // namespace
+
+std::ostream& operator<<(std::ostream& stream, Screen const& screen)
+{
+    return stream << screen.button.toStdString() << ' '
+                  << (screen.style == ButtonStyle::Ready ? "black" : "grey") << ", "
+                  << screen.progress << " \"" << screen.format.toStdString() << '"';
+}
+
+WindowReader::WindowReader(QDir const& resources, QString const& config_path)
+{
+    QSettings const settings(config_path, QSettings::IniFormat);
+    WindowEnvironment const environment{
+        .list_serial_ports = [] { return QList<SerialPortEntry>(); },
+        .product_type = QStringLiteral("debian"),
+        .intervals = {},
+    };
+    window_ = std::make_unique<MainWindow>(resources, settings, QString(), TargetUart,
+                                           std::make_unique<NoUpdater>(), environment);
+}
+
+WindowReader::~WindowReader() = default;
+
+std::optional<Screen> WindowReader::Read(QImage const& picture)
+{
+    Screen screen;
+    if (picture.size() != window_->size() || !ReadButton(picture, screen) ||
+        !ReadBar(picture, screen)) {
+        return std::nullopt;
+    }
+    return screen;
+}
+
+QImage WindowReader::Draw(Screen const& screen, QRect const& part)
+{
+    auto* const button = window_->findChild<QPushButton*>(QStringLiteral("updateButton"));
+    button->setText(screen.button);
+    button->setStyleSheet(GetButtonStyleSheet(screen.style));
+    auto* const bar = window_->findChild<QProgressBar*>(QStringLiteral("progressBar"));
+    bar->setValue(screen.progress);
+    bar->setFormat(screen.format);
+    return Normalise(window_->grab(part).toImage());
+}
+
+bool WindowReader::ReadButton(QImage const& picture, Screen& screen)
+{
+    auto const shown = Normalise(picture.copy(kButtonRect));
+    for (auto const* text : {"UPDATE", "UPDATING", "DONE"}) {
+        for (auto const style : {ButtonStyle::Disabled, ButtonStyle::Ready}) {
+            screen.button = QString::fromLatin1(text);
+            screen.style = style;
+            if (IsAlike(Draw(screen, kButtonRect), shown)) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+bool WindowReader::ReadBar(QImage const& picture, Screen& screen)
+{
+    auto const shown = Normalise(picture.copy(kBarRect));
+    for (auto const& format : {QStringLiteral(""), QStringLiteral("%p%"), ErrorFormat()}) {
+        for (int progress = 0; progress <= 100; ++progress) {
+            screen.progress = progress;
+            screen.format = format;
+            if (IsAlike(Draw(screen, kBarRect), shown)) {
+                return true;
+            }
+        }
+    }
+    return false;
+}

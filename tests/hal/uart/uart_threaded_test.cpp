@@ -1,0 +1,168 @@
+// Both halves of the adapter as the application connects them: the interface on this thread, the
+// port on a thread of its own, a pty between it and the test.
+#include <gtest/gtest.h>
+
+#include <QThread>
+#include <condition_variable>
+#include <future>
+#include <memory>
+#include <mutex>
+
+#include "hal/uart/uart.h"
+#include "hal/uart/uart_interface.h"
+#include "tests/hal/uart/pseudo_terminal.h"
+
+namespace hal::uart::test {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+// Bytes from the port's thread for the test's.
+class Inbox {
+public:
+    RxByte_ISR Callback()
+    {
+        return [this](std::byte value) {
+            std::lock_guard const lock(mutex_);
+            bytes_.append(static_cast<char>(value));
+            thread_ = QThread::currentThread();
+            changed_.notify_all();
+        };
+    }
+
+    // The next `size` bytes, or what came of them within ten seconds.
+    QByteArray Take(qsizetype size)
+    {
+        std::unique_lock lock(mutex_);
+        changed_.wait_for(lock, seconds(10), [&] { return bytes_.size() >= size; });
+        return std::exchange(bytes_, {});
+    }
+
+    QThread* Thread()
+    {
+        std::lock_guard const lock(mutex_);
+        return thread_;
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    QByteArray bytes_;
+    QThread* thread_ = nullptr;
+};
+
+class UartThreadedTest : public ::testing::Test {
+protected:
+    UartThreadedTest()
+    {
+        auto* const uart = new Uart(line.Path(), 460800, &semaphore, nullptr);
+        uart->moveToThread(&thread);
+        QObject::connect(&adapter, &UartInterface::TransmitData, uart, &Uart::onTransmit);
+        QObject::connect(&adapter, &UartInterface::SetRxCallback, uart, &Uart::onSetRxCallback);
+        QObject::connect(&thread, &QThread::finished, uart, &QObject::deleteLater);
+        thread.start();
+    }
+
+    ~UartThreadedTest() override { Stop(); }
+
+    void Stop()
+    {
+        thread.quit();
+        EXPECT_TRUE(thread.wait(10000));
+    }
+
+    void Transmit(QByteArray const& bytes)
+    {
+        adapter.Transmit(
+            std::as_bytes(std::span(bytes.constData(), static_cast<size_t>(bytes.size()))));
+    }
+
+    PseudoTerminal line;
+    QSemaphore semaphore{1};
+    Inbox inbox;
+    UartInterface adapter{&semaphore, nullptr};
+    QThread thread;
+};
+
+TEST_F(UartThreadedTest, TransmitReturnsOnceTheBytesAreOnTheLine)
+{
+    Transmit(QByteArray("\x7F\x00\xFF", 3));
+
+    EXPECT_EQ(line.Receive(3), QByteArray("\x7F\x00\xFF", 3));
+    EXPECT_EQ(semaphore.available(), 1);
+}
+
+TEST_F(UartThreadedTest, KeepsTheOrderOfManyTransmits)
+{
+    QByteArray expected;
+    for (int i = 0; i < 200; ++i) {
+        auto const piece = QByteArray::number(i) + ",";
+        Transmit(piece);
+        expected += piece;
+    }
+    EXPECT_EQ(line.Receive(expected.size()), expected);
+}
+
+TEST_F(UartThreadedTest, HandsReceivedBytesOverOnThePortsThread)
+{
+    auto const subscription = adapter.SubscribeOnRx(inbox.Callback());
+    Transmit("x");  // queued behind the subscription, which is in force when it returns
+
+    line.Send("hello");
+
+    EXPECT_EQ(inbox.Take(5), "hello");
+    EXPECT_EQ(inbox.Thread(), &thread);
+}
+
+TEST_F(UartThreadedTest, TheHandleEndsNothingButTheNextSubscriptionReplaces)
+{
+    auto subscription = adapter.SubscribeOnRx(inbox.Callback());
+    subscription.reset();
+    Transmit("x");
+    line.Send("a");
+    EXPECT_EQ(inbox.Take(1), "a");
+
+    Inbox next;
+    subscription = adapter.SubscribeOnRx(next.Callback());
+    Transmit("y");
+    line.Send("b");
+    EXPECT_EQ(next.Take(1), "b");
+}
+
+TEST_F(UartThreadedTest, QuestionsAndAnswersTakeTurns)
+{
+    auto const subscription = adapter.SubscribeOnRx(inbox.Callback());
+    auto unit = std::async(std::launch::async, [this] {
+        for (int i = 0; i < 100; ++i) {
+            line.Send(line.Receive(2));
+        }
+    });
+    for (int i = 0; i < 100; ++i) {
+        QByteArray const question{QByteArray::number(10 + i % 90)};
+        Transmit(question);
+        ASSERT_EQ(inbox.Take(2), question);
+    }
+    EXPECT_EQ(unit.wait_for(seconds(10)), std::future_status::ready);
+}
+
+// An empty write is never reported, so its caller waits for whatever is reported next.
+TEST_F(UartThreadedTest, AnEmptyTransmitWaitsForAReportThatDoesNotCome)
+{
+    auto sent = std::async(std::launch::async, [this] { Transmit({}); });
+
+    EXPECT_EQ(sent.wait_for(milliseconds(100)), std::future_status::timeout);
+    semaphore.release(1);
+
+    EXPECT_EQ(sent.wait_for(seconds(10)), std::future_status::ready);
+}
+
+TEST_F(UartThreadedTest, ThePortIsClosedWhenItsThreadEnds)
+{
+    Transmit("x");
+    Stop();
+    EXPECT_TRUE(line.WaitForClose());
+}
+
+}  // namespace
+}  // namespace hal::uart::test

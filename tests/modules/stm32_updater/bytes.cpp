@@ -1,0 +1,56 @@
+#include "tests/modules/stm32_updater/bytes.h"
+
+#include <iterator>
+
+namespace stm32_updater::test {
+
+Bytes ToBytes(std::initializer_list<int> values)
+{
+    Bytes bytes;
+    bytes.reserve(values.size());
+    for (int const value : values) {
+        bytes.push_back(static_cast<std::byte>(value));
+    }
+    return bytes;
+}
+
+std::string ToHex(Bytes const& bytes)
+{
+    static constexpr char kDigits[] = "0123456789abcdef";
+    std::string text;
+    for (auto const value : bytes) {
+        if (!text.empty()) {
+            text += ' ';
+        }
+        text += kDigits[std::to_integer<unsigned>(value) >> 4];
+        text += kDigits[std::to_integer<unsigned>(value) & 0x0F];
+    }
+    return text;
+}
+
+Bytes PatternImage(size_t size)
+{
+    Bytes image(size);
+    for (size_t i = 0; i < size; ++i) {
+        image[i] = static_cast<std::byte>((i * 7 + (i / 256) * 13 + 1) & 0xFF);
+    }
+    return image;
+}
+
+Bytes Slice(Bytes const& bytes, size_t offset, size_t size)
+{
+    auto const first = std::next(bytes.begin(), static_cast<std::ptrdiff_t>(offset));
+    return {first, std::next(first, static_cast<std::ptrdiff_t>(size))};
+}
+
+Bytes WithXor(Bytes bytes)
+{
+    std::byte sum{0};
+    for (auto const value : bytes) {
+        sum ^= value;
+    }
+    bytes.push_back(sum);
+    return bytes;
+}
+
+}  // namespace stm32_updater::test

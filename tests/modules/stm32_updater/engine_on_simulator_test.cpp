@@ -1,0 +1,315 @@
+// The engine against the simulated bootloader: every chip, erase command and ACK pair, and every
+// fault of the simulator at every step of a conversation.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <future>
+#include <mutex>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "modules/stm32_updater/stm32_uart_updater.h"
+#include "runtime/dispatcher.h"
+#include "tests/modules/stm32_updater/bytes.h"
+#include "tests/modules/stm32_updater/simulated_line.h"
+
+namespace stm32_updater::test {
+namespace {
+
+using simulator::EraseCommands;
+using simulator::FaultKind;
+using simulator::Stm32Bootloader;
+using simulator::Stm32BootloaderOptions;
+using ::testing::ElementsAre;
+
+constexpr uint32_t kFlash = 0x08000000;
+constexpr uint32_t kBootMode = 0x20001000;
+constexpr uint8_t kMcuId = 0x2A;
+
+Bytes WithTrailer(Bytes image)
+{
+    for (size_t i = 0; i < 4; ++i) {
+        image[image.size() - 4 + i] = i == 0 ? std::byte{kMcuId} : std::byte{0};
+    }
+    return image;
+}
+
+Stm32BootloaderOptions UnitOptions(simulator::Chip const& chip = simulator::kChips.front())
+{
+    Stm32BootloaderOptions options;
+    options.chip = chip;
+    options.otp = PatternImage(96);
+    options.boot_mode_address = kBootMode;
+    return options;
+}
+
+struct Result {
+    bool connected = false;
+    bool otp_read = false;
+    bool updated = false;
+    bool running = false;
+
+    bool All() const { return connected && otp_read && updated && running; }
+};
+
+// A unit, its line, and an updater on it.
+class Bench {
+public:
+    explicit Bench(Stm32BootloaderOptions options, bool mass_erase = false)
+        : line_(std::move(options)),
+          updater_([this](bool level) { line_.SetReset(level); }, [](bool) {}, line_, bus_, mutex_,
+                   kMcuId, mass_erase)
+    {
+        // What stood there before: not erased.
+        auto const& chip = line_.Unit().Options().chip;
+        line_.Unit().Memory().Load(kFlash, Bytes(4 * chip.page_size, std::byte{0xA5}));
+    }
+
+    Stm32Bootloader& Unit() { return line_.Unit(); }
+    Stm32UartUpdater& Updater() { return updater_; }
+
+    // A whole session; each step runs even if the one before it failed.
+    Result Run(Bytes const& image)
+    {
+        Result result;
+        auto const& options = Unit().Options();
+        result.connected = updater_.ConnectDevice();
+        result.otp_read = updater_.GetOtp(options.chip.otp_address, 96) == options.otp;
+        result.updated = updater_.Update(image, [](auto, unsigned) {});
+        updater_.DisconnectDevice();
+        updater_.ExitDfu(kFlash, kBootMode);
+        result.running = Unit().GetState() == Stm32Bootloader::State::kRunning;
+        return result;
+    }
+
+    Bytes Flash(size_t size) { return Unit().Memory().Read(kFlash, size); }
+
+    std::vector<std::string> ErasedPages()
+    {
+        std::vector<std::string> pages;
+        for (auto const& entry : Unit().GetJournal().Entries()) {
+            if (!entry.pages.empty()) {
+                pages.push_back(entry.pages);
+            }
+        }
+        return pages;
+    }
+
+private:
+    dispatcher::Dispatcher bus_{{}, 1};
+    std::mutex mutex_;
+    SimulatedLine line_;
+    Stm32UartUpdater updater_;
+};
+
+class ChipTest : public ::testing::TestWithParam<
+                     std::tuple<simulator::Chip, EraseCommands, bool, bool, uint8_t>> {};
+
+TEST_P(ChipTest, HoldsTheImageAndItsTrailerAndRunsAfterwards)
+{
+    auto const& [chip, erase_commands, mass_erase, alternative_ack, version] = GetParam();
+    auto options = UnitOptions(chip);
+    options.commands = simulator::ListCommands(erase_commands);
+    options.ack_pair =
+        alternative_ack ? simulator::kAlternativeAckPair : simulator::kStandardAckPair;
+    options.protocol_version = version;
+    Bench bench(options, mass_erase);
+    auto const image = PatternImage(3 * chip.page_size + 12);
+
+    EXPECT_TRUE(bench.Run(image).All());
+
+    EXPECT_EQ(bench.Flash(image.size()), WithTrailer(image));
+    EXPECT_EQ(bench.Unit().Memory().ProgrammedOverUnerased(), 0U);
+    EXPECT_THAT(bench.ErasedPages(), ElementsAre(mass_erase ? "all" : "0-3"));
+    EXPECT_EQ(bench.Unit().JumpAddress(), kFlash);
+    EXPECT_EQ(bench.Unit().Marker(), ToBytes({'P', 'U', 'W', 'F'}));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ChipTest,
+                         ::testing::Combine(::testing::ValuesIn(simulator::kChips),
+                                            ::testing::Values(EraseCommands::kLegacy,
+                                                              EraseCommands::kExtended,
+                                                              EraseCommands::kBoth),
+                                            ::testing::Bool(), ::testing::Bool(),
+                                            ::testing::Values(uint8_t{0x31}, uint8_t{0x33})));
+
+TEST(EngineOnSimulator, WritesOverFlashThatItCannotErase)
+{
+    auto options = UnitOptions();
+    options.commands = simulator::ListCommands(EraseCommands::kNone);
+    Bench bench(options);
+
+    EXPECT_TRUE(bench.Run(PatternImage(4096)).All());
+
+    EXPECT_THAT(bench.ErasedPages(), ElementsAre());
+    EXPECT_GT(bench.Unit().Memory().ProgrammedOverUnerased(), 0U);
+}
+
+TEST(EngineOnSimulator, LeavesThePagesBehindTheImageAlone)
+{
+    Bench bench(UnitOptions());
+
+    EXPECT_TRUE(bench.Run(PatternImage(2 * 2048)).All());
+
+    EXPECT_EQ(bench.Unit().Memory().Read(kFlash + 2 * 2048, 2048), Bytes(2048, std::byte{0xA5}));
+}
+
+TEST(EngineOnSimulator, FillsTheWholeFlashOfAChip)
+{
+    Bench bench(UnitOptions(), true);
+    auto const image = PatternImage(size_t{512} * 1024);
+
+    EXPECT_TRUE(bench.Run(image).All());
+
+    EXPECT_EQ(bench.Flash(image.size()), WithTrailer(image));
+}
+
+TEST(EngineOnSimulator, UpdatesTheSameUnitTwice)
+{
+    Bench bench(UnitOptions());
+    EXPECT_TRUE(bench.Run(PatternImage(6000)).All());
+    auto const second = Bytes(3000, std::byte{0x3C});
+
+    EXPECT_TRUE(bench.Run(second).All());
+
+    EXPECT_EQ(bench.Flash(second.size()), WithTrailer(second));
+}
+
+TEST(EngineOnSimulator, RefusesToEraseWithFfFfWhereTheUnitDoes)
+{
+    auto options = UnitOptions();
+    options.commands = simulator::ListCommands(EraseCommands::kLegacy);
+    options.accept_ff_ff_erase = false;
+    Bench bench(options, true);
+
+    auto const result = bench.Run(PatternImage(64));
+
+    EXPECT_TRUE(result.connected);
+    EXPECT_FALSE(result.updated);
+}
+
+TEST(EngineOnSimulator, GivesNoBytesOfAnAreaThatIsNotMapped)
+{
+    Bench bench(UnitOptions());
+    ASSERT_TRUE(bench.Updater().ConnectDevice());
+    EXPECT_TRUE(bench.Updater().GetOtp(0x50000000, 64).empty());
+    EXPECT_FALSE(bench.Updater().GetOtp(0x1FFF7000, 64).empty());
+}
+
+// What each kind needs to show itself.
+uint32_t ParameterOf(FaultKind kind)
+{
+    switch (kind) {
+        case FaultKind::kGarbageAnswer:
+            return 0x55;
+        case FaultKind::kCutAnswer:
+            return 1;
+        case FaultKind::kExtraByte:
+            return 0xEE;
+        case FaultKind::kLateAnswer:
+            return 6000;
+        case FaultKind::kWrongCount:
+            return 64;
+        case FaultKind::kFlipReadData:
+            return 0x01;
+        case FaultKind::kSilentInWrite:
+        case FaultKind::kVanishInWrite:
+            return 5;
+        default:
+            return 0;
+    }
+}
+
+// How many of the conversation's answers or requests a single fault may hit without any harm.
+unsigned HarmlessStrikes(FaultKind kind)
+{
+    constexpr unsigned kWrites = 17 + 1 + 1;  // the image, its trailer, the marker
+    switch (kind) {
+        case FaultKind::kNackCommand:
+        case FaultKind::kNackWriteCommand:
+        case FaultKind::kNackWriteAddress:
+        case FaultKind::kNackWriteData:
+            return kWrites;  // a refused write is repeated
+        case FaultKind::kGarbageAnswer:
+            return 2;  // the loader's version, which nobody compares, and the last answer of all
+        case FaultKind::kExtraByte:
+            return 2;  // after both answers to the jump nothing is read
+        case FaultKind::kCutAnswer:
+            return 75;  // answers of one byte, of which nothing is cut
+        case FaultKind::kDropAnswer:
+        case FaultKind::kLateAnswer:
+            return 1;  // the last answer of all
+        default:
+            return 0;
+    }
+}
+
+struct FaultyRun {
+    unsigned strikes;
+    Result result;
+    bool flash_is_right;
+    Result second_try;
+    bool flash_is_right_after_second_try;
+};
+
+// One session with a single fault, and one more after a reset.
+FaultyRun RunWithFault(FaultKind kind, unsigned at)
+{
+    Bench bench(UnitOptions());
+    auto const image = PatternImage(2 * 2048 + 64);
+    auto const expected = WithTrailer(image);
+    FaultyRun run{};
+    bench.Unit().Faults().Add({kind, at, 1, ParameterOf(kind)});
+    run.result = bench.Run(image);
+    run.strikes = bench.Unit().Faults().Strikes();
+    run.flash_is_right = bench.Flash(expected.size()) == expected;
+    bench.Unit().Faults().Clear();
+    run.second_try = bench.Run(image);
+    run.flash_is_right_after_second_try = bench.Flash(expected.size()) == expected;
+    return run;
+}
+
+std::string NameOf(::testing::TestParamInfo<FaultKind> const& info)
+{
+    std::string name(simulator::GetName(info.param));
+    std::replace(name.begin(), name.end(), '-', '_');
+    return name;
+}
+
+class FaultTest : public ::testing::TestWithParam<FaultKind> {};
+
+// The sessions wait most of their time, so they run side by side.
+TEST_P(FaultTest, FailsWhereItStrikesAndIsOverAfterAReset)
+{
+    constexpr unsigned kMoreThanAllSteps = 120;
+    std::vector<std::future<FaultyRun>> runs;
+    for (unsigned at = 1; at <= kMoreThanAllSteps; ++at) {
+        runs.push_back(std::async(std::launch::async, RunWithFault, GetParam(), at));
+    }
+    unsigned struck = 0;
+    unsigned harmless = 0;
+    for (unsigned at = 1; at <= kMoreThanAllSteps; ++at) {
+        SCOPED_TRACE("strikes at " + std::to_string(at));
+        auto const run = runs[at - 1].get();
+        struck += run.strikes;
+        harmless += run.strikes > 0 && run.result.All() ? 1 : 0;
+        if (run.strikes == 0) {
+            EXPECT_TRUE(run.result.All());
+        }
+        if (run.result.updated) {
+            EXPECT_TRUE(run.flash_is_right);
+        }
+        EXPECT_TRUE(run.second_try.All());
+        EXPECT_TRUE(run.flash_is_right_after_second_try);
+    }
+    EXPECT_GT(struck, 0U);
+    EXPECT_LT(struck, kMoreThanAllSteps);
+    EXPECT_EQ(harmless, HarmlessStrikes(GetParam()));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, FaultTest, ::testing::ValuesIn(simulator::kAllFaultKinds), NameOf);
+
+}  // namespace
+}  // namespace stm32_updater::test

@@ -1,0 +1,158 @@
+// The double itself: what it lets pass, what fails a test, and in which order it reports.
+#include "tests/modules/stm32_updater/scripted_uart.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest-spi.h>
+#include <gtest/gtest.h>
+
+#include <future>
+
+namespace stm32_updater::test {
+namespace {
+
+using ::testing::ElementsAre;
+
+void Send(ScriptedUart& uart, std::initializer_list<int> values)
+{
+    uart.Transmit(ToBytes(values));
+}
+
+TEST(ScriptedUart, AnswersWithinTheTransmitThatBringsTheLastExpectedByte)
+{
+    ScriptedUart uart;
+    uart.Expect({0x11, 0xEE}).Answer({0x79}).Answer({0x01, 0x02});
+    Bytes received;
+    auto const handle = uart.SubscribeOnRx([&](std::byte value) { received.push_back(value); });
+
+    Send(uart, {0x11});
+    EXPECT_TRUE(received.empty());
+    EXPECT_FALSE(uart.Done());
+    Send(uart, {0xEE});
+
+    EXPECT_EQ(received, ToBytes({0x79, 0x01, 0x02}));
+    EXPECT_TRUE(uart.Done());
+}
+
+TEST(ScriptedUart, TakesSeveralLinesOfTheScriptInOneTransmit)
+{
+    ScriptedUart uart;
+    uart.Expect({0x11, 0xEE});
+    uart.Expect({0x05});
+
+    Send(uart, {0x11, 0xEE, 0x05});
+
+    EXPECT_TRUE(uart.Done());
+    EXPECT_THAT(uart.Events(), ElementsAre("send 11 ee", "send 05"));
+}
+
+TEST(ScriptedUart, TellsWhatIsStillMissing)
+{
+    ScriptedUart uart;
+    uart.Expect({0x11, 0xEE});
+    uart.Expect({0x21, 0xDE});
+    uart.Expect({0x05});
+
+    Send(uart, {0x11, 0xEE});
+
+    EXPECT_FALSE(uart.Done());
+    EXPECT_EQ(uart.Rest(), "21 de | 05");
+}
+
+TEST(ScriptedUart, FailsTheTestOnAWrongByte)
+{
+    ScriptedUart uart;
+    uart.Expect({0x11, 0xEE});
+
+    EXPECT_NONFATAL_FAILURE(Send(uart, {0x11, 0xEF}), "step 0 (11 ee), byte 1: ef was sent");
+
+    EXPECT_FALSE(uart.Done());
+    EXPECT_EQ(uart.Rest(), "step 0 (11 ee), byte 1: ef was sent");
+}
+
+TEST(ScriptedUart, FailsTheTestOnAByteAfterTheEndOfTheScript)
+{
+    ScriptedUart uart;
+    EXPECT_NONFATAL_FAILURE(Send(uart, {0x7F}), "unplanned byte 7f after the end of the script");
+    EXPECT_FALSE(uart.Done());
+}
+
+TEST(ScriptedUart, FailsTheTestOnAnEmptyTransmitOrScriptLine)
+{
+    ScriptedUart uart;
+    EXPECT_NONFATAL_FAILURE(Send(uart, {}), "an empty Transmit");
+    EXPECT_NONFATAL_FAILURE(uart.Expect({}), "expects no bytes");
+}
+
+TEST(ScriptedUart, FailsTheTestOnBreaksAndHighPriorityBytes)
+{
+    ScriptedUart uart;
+    EXPECT_NONFATAL_FAILURE(uart.TransmitBreak(), "a break");
+    auto const bytes = ToBytes({1, 2});
+    EXPECT_NONFATAL_FAILURE(uart.TransmitHighPriority(std::span(bytes).first<2>()),
+                            "a high-priority Transmit");
+}
+
+TEST(ScriptedUart, RunsTheHandlesDeleterAndForgetsTheCallback)
+{
+    ScriptedUart uart;
+    int received = 0;
+    auto handle = uart.SubscribeOnRx([&](std::byte) { ++received; });
+    uart.Receive({0x01});
+    ASSERT_TRUE(uart.Subscribed());
+
+    handle.reset();
+    uart.Receive({0x02});
+
+    EXPECT_FALSE(uart.Subscribed());
+    EXPECT_EQ(received, 1);
+    EXPECT_THAT(uart.Events(), ElementsAre("subscribe 1", "release 1"));
+}
+
+TEST(ScriptedUart, ReleasingAnOlderHandleLeavesTheNewerSubscription)
+{
+    ScriptedUart uart;
+    int received = 0;
+    auto first = uart.SubscribeOnRx([](std::byte) {});
+    auto const second = uart.SubscribeOnRx([&](std::byte) { ++received; });
+
+    first.reset();
+    uart.Receive({0x01});
+
+    EXPECT_EQ(received, 1);
+    EXPECT_THAT(uart.Events(), ElementsAre("subscribe 1", "subscribe 2", "release 1"));
+}
+
+TEST(ScriptedUart, ReportsTheSetupThatWasAskedForLast)
+{
+    ScriptedUart uart;
+    EXPECT_EQ(uart.GetSetup(), ScriptedUart::kOwnSetup);
+
+    uart.Setup(hal::uart::IUartDriver::Rate{3}, hal::uart::IUartDriver::Settings{2});
+
+    EXPECT_EQ(uart.GetSetup(),
+              (hal::uart::IUartDriver::LineSetup{hal::uart::IUartDriver::Rate{3},
+                                                 hal::uart::IUartDriver::Settings{2}}));
+    EXPECT_THAT(uart.Events(), ElementsAre("get setup", "setup 3 2", "get setup"));
+}
+
+TEST(ScriptedUart, SendsAllPiecesOfAnAnswerFromAThreadOfItsOwn)
+{
+    ScriptedUart uart;
+    uart.Expect({0x11}).Answer({0x79}).Answer({0x01});
+    uart.AnswerFromAnotherThread(std::chrono::milliseconds(1));
+    std::promise<std::thread::id> last;
+    auto const handle = uart.SubscribeOnRx([&](std::byte value) {
+        if (value == std::byte{0x01}) {
+            last.set_value(std::this_thread::get_id());
+        }
+    });
+
+    Send(uart, {0x11});
+
+    auto arrived = last.get_future();
+    ASSERT_EQ(arrived.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    EXPECT_NE(arrived.get(), std::this_thread::get_id());
+}
+
+}  // namespace
+}  // namespace stm32_updater::test

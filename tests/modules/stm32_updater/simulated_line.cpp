@@ -1,0 +1,63 @@
+#include "tests/modules/stm32_updater/simulated_line.h"
+
+#include <utility>
+
+namespace stm32_updater::test {
+
+void SimulatedLine::SetReset(bool asserted)
+{
+    if (std::exchange(in_reset_, asserted) && !asserted) {
+        unit_.Reset();
+        late_.clear();
+    }
+}
+
+void SimulatedLine::Transmit(std::span<const std::byte> data)
+{
+    Deliver(std::exchange(late_, {}));
+    if (unit_.Vanished()) {
+        return;
+    }
+    for (auto const& answer : unit_.Receive(data)) {
+        if (answer.busy > kLongestWait) {
+            late_.insert(late_.end(), answer.bytes.begin(), answer.bytes.end());
+        } else {
+            Deliver(answer.bytes);
+        }
+    }
+}
+
+void SimulatedLine::Deliver(std::vector<std::byte> const& bytes) const
+{
+    for (auto const value : bytes) {
+        if (callback_) {
+            callback_(value);
+        }
+    }
+}
+
+hal::uart::Subscription SimulatedLine::SubscribeOnRx(std::function<void(std::byte)> const& callback)
+{
+    callback_ = callback;
+    return {new int(0), [this](int* handle) {
+                callback_ = nullptr;
+                delete handle;
+            }};
+}
+
+hal::uart::Subscription SimulatedLine::SubscribeOnError(std::function<void(unsigned)> const&)
+{
+    return {};
+}
+
+hal::uart::Subscription SimulatedLine::SubscribeOnBreak(std::function<void()> const&)
+{
+    return {};
+}
+
+hal::uart::Subscription SimulatedLine::SubscribeOnTransmitComplete(std::function<void()> const&)
+{
+    return {};
+}
+
+}  // namespace stm32_updater::test

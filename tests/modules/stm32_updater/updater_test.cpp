@@ -1,0 +1,137 @@
+#include "tests/modules/stm32_updater/updater_test.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace stm32_updater::test {
+namespace {
+
+constexpr std::array<std::pair<SubsystemId, MessageId>, 1> kLogMessages{{{0, 7}}};
+
+}  // namespace
+
+LogRecorder::LogRecorder(dispatcher::Dispatcher& dispatcher)
+    : sender_(dispatcher), logger_(sender_), cookie_(dispatcher.AddListener(0, kLogMessages, *this))
+{}
+
+void LogRecorder::OnMessage(std::span<const std::byte> message)
+{
+    ASSERT_GE(message.size(), 6U);
+    std::string text;
+    for (auto const value : message.subspan(6)) {
+        text += static_cast<char>(value);
+    }
+    EXPECT_EQ(std::to_integer<size_t>(message[5]), text.size());
+    lines_.push_back({std::to_integer<int>(message[4]), text});
+}
+
+std::string Printed(std::function<void()> const& act)
+{
+    ::testing::internal::CaptureStdout();
+    act();
+    return ::testing::internal::GetCapturedStdout();
+}
+
+::testing::Matcher<std::string> IsFailure(std::string const& message)
+{
+    std::string pattern = "\nstm32_uart_updater\\.cpp:[0-9]+ ";
+    for (char const character : message) {
+        if (std::string_view("().{}[]*+?\\^$|").find(character) != std::string_view::npos) {
+            pattern += '\\';
+        }
+        pattern += character;
+    }
+    return ::testing::MatchesRegex(pattern);
+}
+
+UpdaterTest::UpdaterTest(Options options)
+{
+    Rebuild(options);
+}
+
+void UpdaterTest::Rebuild(Options options)
+{
+    updater.reset();
+    updater = std::make_unique<Stm32UartUpdater>(
+        [this](bool level) { uart.Note(level ? "line a on" : "line a off"); },
+        [this](bool level) { uart.Note(level ? "line b on" : "line b off"); }, uart, bus,
+        update_mutex, options.mcu_id, options.mass_erase, [this] { uart.Note("first hook"); },
+        [this] { uart.Note("second hook"); });
+}
+
+void UpdaterTest::ExpectGet(std::initializer_list<int> commands, int version)
+{
+    Bytes answer = ToBytes({0x79, static_cast<int>(commands.size()), version});
+    auto const codes = ToBytes(commands);
+    answer.insert(answer.end(), codes.begin(), codes.end());
+    answer.push_back(std::byte{0x79});
+    uart.Expect({0x00, 0xFF}).Answer(answer);
+}
+
+void UpdaterTest::ExpectGetId(int high, int low)
+{
+    uart.Expect({0x02, 0xFD}).Answer({0x79, 0x01, high, low, 0x79});
+}
+
+void UpdaterTest::ExpectGetVersion()
+{
+    uart.Expect({0x01, 0xFE}).Answer({0x79, 0x31, 0x00, 0x00, 0x79});
+}
+
+void UpdaterTest::ExpectExtendedErase(std::initializer_list<int> pages_frame)
+{
+    uart.Expect({0x44, 0xBB}).Answer({0x79});
+    uart.Expect(pages_frame).Answer({0x79});
+}
+
+Exchange& UpdaterTest::ExpectWriteUpToData(std::initializer_list<int> address, Bytes const& data)
+{
+    uart.Expect({0x31, 0xCE}).Answer({0x79});
+    uart.Expect(address).Answer({0x79});
+    Bytes frame{static_cast<std::byte>(data.size() - 1)};
+    frame.insert(frame.end(), data.begin(), data.end());
+    return uart.Expect(WithXor(frame));
+}
+
+void UpdaterTest::ExpectWrite(std::initializer_list<int> address, Bytes const& data)
+{
+    ExpectWriteUpToData(address, data).Answer({0x79});
+}
+
+void UpdaterTest::Connect(std::initializer_list<int> commands, int id_low)
+{
+    ExpectSync();
+    ExpectGet(commands);
+    ExpectGetId(0x04, id_low);
+    ASSERT_TRUE(updater->ConnectDevice());
+    ASSERT_TRUE(uart.Done()) << uart.Rest();
+    uart.ForgetEvents();
+}
+
+IFwUpdater::ProgressCallback UpdaterTest::NoteProgress()
+{
+    return [this](IFwUpdater::State state, unsigned percent) {
+        uart.Note("progress " + std::to_string(static_cast<uint32_t>(state)) + " " +
+                  std::to_string(percent));
+    };
+}
+
+bool UpdaterTest::Update(Bytes const& image)
+{
+    return updater->Update(image, NoteProgress());
+}
+
+bool UpdaterTest::Update(Bytes const& image, unsigned address)
+{
+    return updater->Update(image, NoteProgress(), address);
+}
+
+std::vector<std::string> UpdaterTest::EventsWith(std::string const& prefix) const
+{
+    std::vector<std::string> found;
+    std::copy_if(uart.Events().begin(), uart.Events().end(), std::back_inserter(found),
+                 [&](std::string const& event) { return event.starts_with(prefix); });
+    return found;
+}
+
+}  // namespace stm32_updater::test

@@ -1,0 +1,141 @@
+// No text of the demonstration is cut off: the form's places are fixed, so the fonts must suit
+// them.
+#include <gtest/gtest.h>
+
+#include <QFontDatabase>
+#include <QFontMetrics>
+#include <QMainWindow>
+#include <QPixmap>
+
+#include "tests/resources/demonstration_resources.h"
+#include "ui_main_window.h"
+
+namespace {
+
+// The widgets' fonts, as the window sets them.
+class TextsFit : public testing::Test {
+protected:
+    TextsFit()
+    {
+        ui_.setupUi(&window_);
+        for (auto const& file : DemonstrationResources().entryList({QStringLiteral("*.otf")})) {
+            QFontDatabase::addApplicationFont(DemonstrationResources().absoluteFilePath(file));
+        }
+    }
+
+    static QFont Font(const char* style, int points)
+    {
+        return QFontDatabase::font(QStringLiteral("Kelvane Sans"), QString::fromLatin1(style),
+                                   points);
+    }
+
+    QMainWindow window_;
+    Ui::MainWindow ui_;
+};
+
+int CountDrawnPixels(QLabel& label)
+{
+    QImage image(label.size(), QImage::Format_ARGB32);
+    image.fill(Qt::transparent);
+    label.render(&image, QPoint(), QRegion(), QWidget::RenderFlags());
+    int drawn = 0;
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x) {
+            drawn += qAlpha(image.pixel(x, y)) != 0 ? 1 : 0;
+        }
+    }
+    return drawn;
+}
+
+// A label draws no more than its rectangle: whatever a larger one draws in addition was cut off.
+testing::AssertionResult ShowsTheWholeText(QLabel& label, QFont const& font, QString const& text)
+{
+    label.setFont(font);
+    label.setText(text);
+    const int drawn = CountDrawnPixels(label);
+    label.resize(label.width() + 400, label.height() + 200);
+    const int drawn_with_room = CountDrawnPixels(label);
+    if (drawn == 0) {
+        return testing::AssertionFailure() << "nothing was drawn";
+    }
+    if (drawn != drawn_with_room) {
+        return testing::AssertionFailure()
+               << drawn_with_room - drawn << " of " << drawn_with_room << " pixels are cut off";
+    }
+    return testing::AssertionSuccess();
+}
+
+testing::AssertionResult FitsInside(QWidget const& widget, QFont const& font, QString const& text)
+{
+    const QFontMetrics metrics(font);
+    const QSize needed(metrics.horizontalAdvance(text), metrics.height());
+    if (needed.width() > widget.width() - 4 || needed.height() > widget.height()) {
+        return testing::AssertionFailure()
+               << needed.width() << " x " << needed.height() << " pixels needed";
+    }
+    return testing::AssertionSuccess();
+}
+
+}  // namespace
+
+TEST_F(TextsFit, AreMeasuredAtTheUsualResolution)
+{
+    EXPECT_EQ(window_.logicalDpiX(), 96);
+    EXPECT_EQ(window_.logicalDpiY(), 96);
+}
+
+TEST_F(TextsFit, TheCheckItselfSeesATextThatIsTooWideOrTooHigh)
+{
+    EXPECT_FALSE(ShowsTheWholeText(*ui_.versionLabel, Font("Bold", 20),
+                                   QStringLiteral("Version of the firmware")));
+    EXPECT_FALSE(ShowsTheWholeText(*ui_.titleLabel, Font("Bold", 36), QStringLiteral("Up")));
+}
+
+TEST_F(TextsFit, TitleAndVersion)
+{
+    const QFont font = Font("Bold", 20);
+    EXPECT_TRUE(ShowsTheWholeText(*ui_.titleLabel, font, ui_.titleLabel->text()));
+    EXPECT_TRUE(ShowsTheWholeText(*ui_.versionLabel, font, ui_.versionLabel->text()));
+}
+
+TEST_F(TextsFit, ProductTypeAndVersionNumber)
+{
+    const QFont font = Font("Bold", 20);
+    EXPECT_TRUE(ShowsTheWholeText(*ui_.productLabel, font,
+                                  DemonstrationText(QStringLiteral("product_text"))));
+    EXPECT_TRUE(ShowsTheWholeText(*ui_.typeLabel, font, QStringLiteral("Engineering")));
+    EXPECT_TRUE(ShowsTheWholeText(*ui_.versionNumberLabel, font,
+                                  DemonstrationText(QStringLiteral("fw_version"))));
+}
+
+TEST_F(TextsFit, InstructionsOfTheFormAndOfTheDemonstration)
+{
+    const QFont font = Font("Regular", 12);
+    EXPECT_TRUE(ShowsTheWholeText(*ui_.instructionsLabel, font, ui_.instructionsLabel->text()));
+    ui_.instructionsLabel->resize(201, 231);
+    EXPECT_TRUE(ShowsTheWholeText(*ui_.instructionsLabel, font,
+                                  DemonstrationText(QStringLiteral("instructions_text"))));
+}
+
+TEST_F(TextsFit, CableHint)
+{
+    EXPECT_TRUE(ShowsTheWholeText(*ui_.infoLabel, Font("Regular", 10), ui_.infoLabel->text()));
+}
+
+TEST_F(TextsFit, EveryTextOfTheButton)
+{
+    for (const char* text : {"UPDATE", "UPDATING", "DONE"}) {
+        EXPECT_TRUE(FitsInside(*ui_.updateButton, Font("Bold", 16), QString::fromLatin1(text)))
+            << text;
+    }
+}
+
+TEST_F(TextsFit, EveryTextOfTheBar)
+{
+    for (const char* text :
+         {"100%", "Erasing",
+          "Error connecting to device — Disconnect device and repeat step 1-3"}) {
+        EXPECT_TRUE(FitsInside(*ui_.progressBar, Font("Regular", 12), QString::fromUtf8(text)))
+            << text;
+    }
+}

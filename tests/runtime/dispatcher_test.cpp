@@ -1,0 +1,508 @@
+#include "runtime/dispatcher.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <array>
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/runtime/recording_listener.h"
+
+using dispatcher::Dispatcher;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+namespace {
+
+MessageList const kOneMessage{{0, 3}};
+
+// The message that kOneMessage registers for, without payload.
+std::vector<uint8_t> Message(uint8_t destination, uint8_t sender)
+{
+    return {0, 3, destination, sender};
+}
+
+size_t HighestMessageId(Dispatcher const& bus, SubsystemId subsystem)
+{
+    auto const ids = bus.GetAllMessageIds();
+    auto const last = std::ranges::find(ids.rbegin(), ids.rend(), subsystem,
+                                        &std::pair<SubsystemId, MessageId>::first);
+    return last == ids.rend() ? 1000 : last->second;
+}
+
+// Calls a function for each message, for what a listener does while it is called.
+class CallingListener : public IListener {
+public:
+    explicit CallingListener(std::function<void()> call) : call_(std::move(call)) {}
+    void OnMessage(std::span<const std::byte>) override { call_(); }
+
+private:
+    std::function<void()> call_;
+};
+
+class DispatcherTest : public testing::Test {
+protected:
+    void Send(std::vector<uint8_t> const& message) { bus_.SendMessage(AsMessage(message)); }
+
+    ListenerCookie Add(Receiver receiver, IListener& listener,
+                       MessageList const& messages = kOneMessage)
+    {
+        return bus_.AddListener(receiver, messages, listener);
+    }
+
+    Dispatcher bus_{{}, 1};
+    RecordingListener listener_;
+};
+
+using ListenerCookieTest = DispatcherTest;
+using FastListenerTest = DispatcherTest;
+
+}  // namespace
+
+TEST_F(ListenerCookieTest, RunsItsFunctionOnceWhenItIsDestroyed)
+{
+    std::vector<int*> calls;
+    {
+        auto cookie = CreateListenerCookie([&calls](int* mark) { calls.push_back(mark); });
+        auto const moved = std::move(cookie);
+        EXPECT_NE(moved, nullptr);
+        EXPECT_THAT(calls, IsEmpty());
+    }
+    EXPECT_THAT(calls, ElementsAre(reinterpret_cast<int*>(uintptr_t{1})));
+}
+
+TEST_F(ListenerCookieTest, IsEmptyWithoutAFunctionAfterAFailedRegistration)
+{
+    auto const cookie = Add(1, listener_, {{1, 0}});
+
+    EXPECT_EQ(cookie, nullptr);
+    EXPECT_EQ(cookie.get_deleter(), nullptr);
+}
+
+TEST_F(DispatcherTest, KnowsTheTenCommonMessagesWhenBuiltWithAnEmptyList)
+{
+    EXPECT_EQ(bus_.GetAllMessageIds(),
+              (MessageList{
+                  {0, 0}, {0, 1}, {0, 2}, {0, 3}, {0, 4}, {0, 5}, {0, 6}, {0, 7}, {0, 8}, {0, 9}}));
+}
+
+TEST_F(DispatcherTest, SizesEachSubsystemFromTheTable)
+{
+    std::vector<SubsystemId> const all{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 100, 255};
+    Dispatcher const bus(all, 1);
+
+    std::vector<size_t> highest;
+    for (auto const subsystem : all) {
+        highest.push_back(HighestMessageId(bus, subsystem));
+    }
+
+    EXPECT_THAT(highest, ElementsAre(9, 27, 4, 4, 3, 43, 9, 8, 29, 12, 99, 24, 24, 43, 43, 43));
+}
+
+TEST_F(DispatcherTest, ListsOnlySubsystemsThatAreSetUpAndInAscendingOrder)
+{
+    std::vector<SubsystemId> const subsystems{4, 2};
+    Dispatcher const bus(subsystems, 1);
+
+    auto const ids = bus.GetAllMessageIds();
+
+    ASSERT_THAT(ids, SizeIs(10 + 5 + 4));
+    EXPECT_TRUE(std::ranges::is_sorted(ids));
+    EXPECT_EQ(ids[10], (std::pair<SubsystemId, MessageId>{2, 0}));
+    EXPECT_EQ(ids[14], (std::pair<SubsystemId, MessageId>{2, 4}));
+    EXPECT_EQ(ids[15], (std::pair<SubsystemId, MessageId>{4, 0}));
+    EXPECT_EQ(ids[18], (std::pair<SubsystemId, MessageId>{4, 3}));
+}
+
+TEST_F(DispatcherTest, SettingUpAHigherSubsystemKeepsTheLowerOnes)
+{
+    auto const cookie = Add(5, listener_);
+
+    bus_.SetupSubsystem(255, 255);
+
+    EXPECT_EQ(HighestMessageId(bus_, 255), 255U);
+    EXPECT_THAT(bus_.GetAllMessageIds(), SizeIs(10 + 256));
+    Send(Message(0, 9));
+    EXPECT_THAT(listener_.heard, SizeIs(1));
+}
+
+TEST_F(DispatcherTest, SettingUpASubsystemAgainLosesItsRegistrationsButNotTheirSlots)
+{
+    std::array<ListenerCookie, 32> cookies;
+    for (auto& cookie : cookies) {
+        cookie = Add(5, listener_);
+    }
+
+    bus_.SetupSubsystem(0, 9);
+
+    Send(Message(0, 9));
+    EXPECT_THAT(listener_.heard, IsEmpty());
+    EXPECT_EQ(Add(5, listener_), nullptr) << "the slots are still in use";
+
+    cookies[7].reset();
+    auto const added = Add(5, listener_);
+    Send(Message(0, 9));
+    EXPECT_THAT(listener_.heard, SizeIs(1));
+}
+
+TEST_F(DispatcherTest, ARegistrationCanEndAfterItsMessageIsGone)
+{
+    auto cookie = Add(5, listener_, {{0, 3}, {0, 9}});
+    bus_.SetupSubsystem(0, 4);
+
+    cookie.reset();
+
+    EXPECT_FALSE(bus_.TaskIsAttached(5));
+    EXPECT_EQ(HighestMessageId(bus_, 0), 4U);
+}
+
+TEST_F(DispatcherTest, AMessageShorterThanItsHeaderReachesNobody)
+{
+    auto const cookie = Add(5, listener_);
+
+    Send({});
+    Send({0});
+    Send({0, 3, 0});
+
+    EXPECT_THAT(listener_.heard, IsEmpty());
+}
+
+TEST_F(DispatcherTest, AMessageWithoutPayloadIsDelivered)
+{
+    auto const cookie = Add(5, listener_);
+
+    Send({0, 3, 0, 9});
+
+    EXPECT_THAT(listener_.heard, ElementsAre(ElementsAre(0, 3, 0, 9)));
+}
+
+TEST_F(DispatcherTest, TheListenerSeesTheSendersOwnBytes)
+{
+    class AddressListener : public IListener {
+    public:
+        void OnMessage(std::span<const std::byte> message) override { bytes = message; }
+        std::span<const std::byte> bytes;
+    };
+    AddressListener listener;
+    auto const cookie = Add(5, listener);
+    std::vector<uint8_t> message(255, 0xAB);
+    std::ranges::copy(Message(0, 9), message.begin());
+
+    Send(message);
+
+    EXPECT_EQ(listener.bytes.data(), AsMessage(message).data());
+    EXPECT_EQ(listener.bytes.size(), 255U);
+}
+
+TEST_F(DispatcherTest, UnknownAndUnwantedMessagesVanish)
+{
+    std::vector<SubsystemId> const subsystems{3};
+    Dispatcher bus(subsystems, 1);
+    auto const cookie = bus.AddListener(5, kOneMessage, listener_);
+    std::vector<std::vector<uint8_t>> const vanishing{
+        {2, 0, 0, 9},    // a gap in the table
+        {4, 0, 0, 9},    // beyond the table
+        {255, 3, 0, 9},  // the highest subsystem
+        {0, 10, 0, 9},   // beyond the subsystem's messages
+        {3, 5, 0, 9},    // the same in another subsystem
+        {0, 4, 0, 9},    // known, but without listener
+        {3, 3, 0, 9},    // the wanted message id in another subsystem
+    };
+
+    for (auto const& message : vanishing) {
+        bus.SendMessage(AsMessage(message));
+    }
+
+    EXPECT_THAT(listener_.heard, IsEmpty());
+}
+
+TEST_F(DispatcherTest, ABroadcastReachesEveryListenerOfTheMessageExceptItsSender)
+{
+    RecordingListener zero, five, also_five, six, other;
+    std::array const cookies{Add(0, zero), Add(5, five), Add(5, also_five), Add(6, six),
+                             Add(7, other, {{0, 4}})};
+
+    Send(Message(0, 5));
+
+    EXPECT_THAT(zero.heard, SizeIs(1));
+    EXPECT_THAT(five.heard, IsEmpty());
+    EXPECT_THAT(also_five.heard, IsEmpty());
+    EXPECT_THAT(six.heard, SizeIs(1));
+    EXPECT_THAT(other.heard, IsEmpty());
+}
+
+TEST_F(DispatcherTest, ADirectedMessageReachesItsDestinationAndThoseThatAcceptAny)
+{
+    RecordingListener zero, five, also_five, six;
+    std::array const cookies{Add(0, zero), Add(5, five), Add(5, also_five), Add(6, six)};
+
+    Send(Message(5, 9));
+
+    EXPECT_THAT(zero.heard, SizeIs(1));
+    EXPECT_THAT(five.heard, SizeIs(1));
+    EXPECT_THAT(also_five.heard, SizeIs(1));
+    EXPECT_THAT(six.heard, IsEmpty());
+}
+
+TEST_F(DispatcherTest, AnEndpointDoesNotHearWhatItSendsToItself)
+{
+    RecordingListener zero, five;
+    std::array const cookies{Add(0, zero), Add(5, five)};
+
+    Send(Message(5, 5));
+
+    EXPECT_THAT(zero.heard, SizeIs(1));
+    EXPECT_THAT(five.heard, IsEmpty());
+}
+
+TEST_F(DispatcherTest, AListenerForAnyDestinationDoesNotHearAnonymousSenders)
+{
+    RecordingListener zero, five;
+    std::array const cookies{Add(0, zero), Add(5, five)};
+
+    Send(Message(0, 0));
+    Send(Message(5, 0));
+
+    EXPECT_THAT(zero.heard, IsEmpty());
+    EXPECT_THAT(five.heard, SizeIs(2));
+}
+
+TEST_F(DispatcherTest, CallsListenersInTheOrderOfTheirSlots)
+{
+    std::string order;
+    CallingListener a([&order] { order += 'a'; });
+    CallingListener b([&order] { order += 'b'; });
+    CallingListener c([&order] { order += 'c'; });
+    auto first = Add(5, a);
+    auto const second = Add(6, b);
+    first.reset();
+    auto const reused = Add(7, c);  // the lowest free slot is the first one again
+    auto const third = Add(5, a);
+
+    Send(Message(0, 9));
+
+    EXPECT_EQ(order, "cba");
+}
+
+TEST_F(DispatcherTest, ListenersAreCalledBeforeSendReturnsAndMaySendThemselves)
+{
+    CallingListener answering([this] { Send({0, 4, 0, 6}); });
+    auto const asked = Add(6, answering);
+    auto const answered = Add(5, listener_, {{0, 4}});
+
+    Send(Message(6, 5));
+
+    EXPECT_THAT(listener_.heard, ElementsAre(ElementsAre(0, 4, 0, 6)));
+}
+
+TEST_F(DispatcherTest, AListenerRemovedByAnEarlierOneIsNotCalled)
+{
+    ListenerCookie removed;
+    CallingListener removing([&removed] { removed.reset(); });
+    auto const cookie = Add(6, removing);
+    removed = Add(5, listener_);
+
+    Send(Message(0, 9));
+
+    EXPECT_THAT(listener_.heard, IsEmpty());
+}
+
+TEST_F(DispatcherTest, OneRegistrationCoversSeveralMessagesAndEndsForAll)
+{
+    bus_.SetupSubsystem(10, 99);
+    auto cookie = Add(5, listener_, {{0, 0}, {0, 9}, {10, 99}, {0, 9}});
+    auto const send_all = [this] {
+        Send({0, 0, 0, 9});
+        Send({0, 9, 0, 9});
+        Send({10, 99, 0, 9});
+    };
+
+    send_all();
+    EXPECT_THAT(listener_.heard, SizeIs(3));
+
+    cookie.reset();
+    send_all();
+    EXPECT_THAT(listener_.heard, SizeIs(3));
+}
+
+TEST_F(DispatcherTest, The33rdListenerIsRefusedUntilASlotIsFreed)
+{
+    std::string order;
+    CallingListener old([&order] { order += '.'; });
+    CallingListener late([&order] { order += 'X'; });
+    std::vector<ListenerCookie> cookies;
+    for (int i = 0; i < 32; ++i) {
+        cookies.push_back(Add(5, old));
+        ASSERT_NE(cookies.back(), nullptr) << i;
+    }
+
+    EXPECT_EQ(Add(6, late), nullptr);
+    EXPECT_FALSE(bus_.TaskIsAttached(6));
+
+    cookies[20].reset();
+    cookies[10].reset();
+    auto const lowest = Add(6, late);
+    auto const highest = Add(6, late);
+    EXPECT_EQ(Add(6, late), nullptr);
+    Send(Message(0, 9));
+
+    EXPECT_EQ(order, std::string(10, '.') + 'X' + std::string(9, '.') + 'X' + std::string(11, '.'));
+}
+
+TEST_F(DispatcherTest, AFailedRegistrationKeepsItsSlotAndTheMessagesBeforeTheUnknownOne)
+{
+    RecordingListener failed;
+    EXPECT_EQ(Add(5, failed, {{0, 3}, {0, 10}, {0, 4}}), nullptr);
+    EXPECT_FALSE(bus_.TaskIsAttached(5));
+
+    std::vector<ListenerCookie> cookies;
+    for (int i = 0; i < 31; ++i) {
+        cookies.push_back(Add(6, listener_));
+        ASSERT_NE(cookies.back(), nullptr) << i;
+    }
+    EXPECT_EQ(Add(6, listener_), nullptr) << "only 31 slots were left";
+
+    Send({0, 3, 0, 9});
+    Send({0, 4, 0, 9});
+    EXPECT_THAT(failed.heard, ElementsAre(ElementsAre(0, 3, 0, 9)));
+}
+
+TEST_F(DispatcherTest, EveryKindOfUnknownMessageIsRefused)
+{
+    std::vector<SubsystemId> const subsystems{3};
+    Dispatcher bus(subsystems, 1);
+
+    for (MessageList const& unknown :
+         {MessageList{{2, 0}}, MessageList{{4, 0}}, MessageList{{255, 255}}, MessageList{{0, 10}},
+          MessageList{{3, 5}}}) {
+        EXPECT_EQ(bus.AddListener(5, unknown, listener_), nullptr);
+    }
+    EXPECT_NE(bus.AddListener(5, MessageList{{3, 4}}, listener_), nullptr);
+}
+
+TEST_F(DispatcherTest, ARegistrationWithoutMessagesSucceedsAndAttaches)
+{
+    auto const cookie = Add(5, listener_, {});
+
+    EXPECT_NE(cookie, nullptr);
+    EXPECT_TRUE(bus_.TaskIsAttached(5));
+    Send(Message(0, 9));
+    EXPECT_THAT(listener_.heard, IsEmpty());
+}
+
+TEST_F(DispatcherTest, AttachesEveryReceiverExceptZero)
+{
+    auto const any = Add(0, listener_);
+    auto const highest = Add(255, listener_);
+
+    EXPECT_FALSE(bus_.TaskIsAttached(0));
+    EXPECT_TRUE(bus_.TaskIsAttached(255));
+    EXPECT_FALSE(bus_.TaskIsAttached(1));
+}
+
+TEST_F(DispatcherTest, OneOfTwoCookiesOfAReceiverTakesTheAttachedFlagWithIt)
+{
+    auto first = Add(5, listener_);
+    auto const second = Add(5, listener_);
+
+    first.reset();
+
+    EXPECT_FALSE(bus_.TaskIsAttached(5));
+    Send(Message(5, 9));
+    EXPECT_THAT(listener_.heard, SizeIs(1)) << "the other registration still holds";
+}
+
+TEST_F(DispatcherTest, GivesOutEndpointIdsFromOneOn)
+{
+    EXPECT_EQ(bus_.GetNextDispatcherEndpointId(), 1);
+    EXPECT_EQ(bus_.GetNextDispatcherEndpointId(), 2);
+    bus_.ReturnDispatcherEndpointId(1);
+    EXPECT_EQ(bus_.GetNextDispatcherEndpointId(), 1);
+}
+
+TEST_F(DispatcherTest, ReservesEndpointIdsAndThrowsWhenNoneIsLeft)
+{
+    Dispatcher bus({}, 237);
+
+    EXPECT_EQ(bus.GetNextDispatcherEndpointId(), 237);
+    EXPECT_THROW(bus.GetNextDispatcherEndpointId(), std::bad_optional_access);
+}
+
+TEST_F(FastListenerTest, HearsEveryFastMessageExceptItsOwn)
+{
+    RecordingFastListener five, zero;
+    auto const first = bus_.AddFastListener(5, five);
+    auto const second = bus_.AddFastListener(0, zero);
+
+    bus_.SendFastMessage(5, std::array{std::byte{0x12}, std::byte{0x34}});
+    bus_.SendFastMessage(0, std::array{std::byte{0x56}, std::byte{0x78}});
+
+    EXPECT_THAT(five.heard, ElementsAre(ElementsAre(0, 0x56, 0x78)));
+    EXPECT_THAT(zero.heard, ElementsAre(ElementsAre(5, 0x12, 0x34)));
+}
+
+TEST_F(FastListenerTest, IsRefusedASecondTimeWhateverItsReceiver)
+{
+    RecordingFastListener listener;
+    auto cookie = bus_.AddFastListener(5, listener);
+    EXPECT_NE(cookie, nullptr);
+
+    EXPECT_EQ(bus_.AddFastListener(6, listener), nullptr);
+
+    cookie.reset();
+    EXPECT_NE(bus_.AddFastListener(6, listener), nullptr);
+}
+
+TEST_F(FastListenerTest, TheNinthIsRefusedUntilASlotIsFreed)
+{
+    std::array<RecordingFastListener, 9> listeners;
+    std::vector<ListenerCookie> cookies;
+    for (size_t i = 0; i < 8; ++i) {
+        cookies.push_back(bus_.AddFastListener(5, listeners[i]));
+        ASSERT_NE(cookies.back(), nullptr) << i;
+    }
+    EXPECT_EQ(bus_.AddFastListener(5, listeners[8]), nullptr);
+
+    cookies[3].reset();
+    auto const ninth = bus_.AddFastListener(5, listeners[8]);
+    bus_.SendFastMessage(9, std::array{std::byte{1}, std::byte{2}});
+
+    EXPECT_THAT(listeners[8].heard, SizeIs(1));
+    EXPECT_THAT(listeners[3].heard, IsEmpty());
+    EXPECT_THAT(listeners[7].heard, SizeIs(1));
+}
+
+TEST_F(FastListenerTest, TakesTheLowestFreeSlotAndIsCalledInSlotOrder)
+{
+    class NamedListener : public IFastListener {
+    public:
+        NamedListener(char name, std::string& order) : name_(name), order_(order) {}
+        void OnFastMessage(Receiver, std::span<const std::byte, 2>) override { order_ += name_; }
+
+    private:
+        char name_;
+        std::string& order_;
+    };
+    std::string order;
+    NamedListener a('a', order), b('b', order), c('c', order);
+    auto first = bus_.AddFastListener(5, a);
+    auto const second = bus_.AddFastListener(5, b);
+    first.reset();
+    auto const reused = bus_.AddFastListener(5, c);
+
+    bus_.SendFastMessage(9, std::array{std::byte{1}, std::byte{2}});
+
+    EXPECT_EQ(order, "cb");
+}
+
+TEST_F(FastListenerTest, DoesNotAttachItsReceiver)
+{
+    RecordingFastListener listener;
+    auto const cookie = bus_.AddFastListener(5, listener);
+
+    EXPECT_FALSE(bus_.TaskIsAttached(5));
+}

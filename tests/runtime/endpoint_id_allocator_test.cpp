@@ -1,0 +1,107 @@
+#include "runtime/endpoint_id_allocator.h"
+
+#include <gmock/gmock.h>
+
+#include <optional>
+#include <vector>
+
+namespace {
+
+std::vector<int> TakeAll(DispatcherEndpointIdAllocator& allocator)
+{
+    std::vector<int> ids;
+    while (auto const id = allocator.TryGetNextDispatcherEndpointId()) {
+        ids.push_back(*id);
+    }
+    return ids;
+}
+
+std::vector<int> FreeIdsFrom(int first)
+{
+    std::vector<int> ids;
+    for (int id = first; id <= 237; ++id) {
+        if (id != 19 && id != 200) {
+            ids.push_back(id);
+        }
+    }
+    return ids;
+}
+
+}  // namespace
+
+TEST(EndpointIdAllocator, HandsOut235IdsInAscendingOrderWithoutTheFixedOnes)
+{
+    DispatcherEndpointIdAllocator allocator;
+
+    auto const ids = TakeAll(allocator);
+
+    EXPECT_EQ(ids.size(), 235U);
+    EXPECT_EQ(ids, FreeIdsFrom(1));
+}
+
+TEST(EndpointIdAllocator, ReservesNothingMoreForACountOfNoneOrOne)
+{
+    DispatcherEndpointIdAllocator none(0);
+    DispatcherEndpointIdAllocator one(1);
+
+    EXPECT_EQ(TakeAll(none), FreeIdsFrom(1));
+    EXPECT_EQ(TakeAll(one), FreeIdsFrom(1));
+}
+
+TEST(EndpointIdAllocator, ReservesTheIdsBelowTheCount)
+{
+    DispatcherEndpointIdAllocator two(2);
+    DispatcherEndpointIdAllocator thirty(30);
+    DispatcherEndpointIdAllocator all(255);
+
+    EXPECT_EQ(TakeAll(two), FreeIdsFrom(2));
+    EXPECT_EQ(TakeAll(thirty), FreeIdsFrom(30));
+    EXPECT_TRUE(TakeAll(all).empty());
+}
+
+TEST(EndpointIdAllocator, ThrowsOrGivesNothingWhenAllAreTaken)
+{
+    DispatcherEndpointIdAllocator allocator;
+    for (int i = 0; i < 235; ++i) {
+        EXPECT_NO_THROW(allocator.GetNextDispatcherEndpointId());
+    }
+
+    EXPECT_THROW(allocator.GetNextDispatcherEndpointId(), std::bad_optional_access);
+    EXPECT_EQ(allocator.TryGetNextDispatcherEndpointId(), std::nullopt);
+}
+
+TEST(EndpointIdAllocator, HandsOutAReturnedIdAgainBeforeHigherOnes)
+{
+    DispatcherEndpointIdAllocator allocator;
+    for (int expected = 1; expected <= 4; ++expected) {
+        EXPECT_EQ(allocator.GetNextDispatcherEndpointId(), expected);
+    }
+
+    allocator.ReturnDispatcherEndpointId(3);
+    allocator.ReturnDispatcherEndpointId(2);
+
+    EXPECT_EQ(allocator.GetNextDispatcherEndpointId(), 2);
+    EXPECT_EQ(allocator.GetNextDispatcherEndpointId(), 3);
+    EXPECT_EQ(allocator.GetNextDispatcherEndpointId(), 5);
+}
+
+TEST(EndpointIdAllocator, IgnoresTheReturnOfAFreeId)
+{
+    DispatcherEndpointIdAllocator allocator;
+
+    allocator.ReturnDispatcherEndpointId(1);
+
+    EXPECT_EQ(allocator.GetNextDispatcherEndpointId(), 1);
+    EXPECT_EQ(allocator.GetNextDispatcherEndpointId(), 2);
+}
+
+TEST(EndpointIdAllocator, FreesAReservedIdThatIsReturned)
+{
+    DispatcherEndpointIdAllocator allocator;
+    TakeAll(allocator);
+
+    for (int const id : {0, 19, 200, 238, 255}) {
+        allocator.ReturnDispatcherEndpointId(static_cast<Receiver>(id));
+        EXPECT_EQ(allocator.TryGetNextDispatcherEndpointId(), static_cast<Receiver>(id));
+    }
+}

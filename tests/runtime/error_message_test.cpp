@@ -1,0 +1,155 @@
+#include "runtime/error_message.h"
+
+#include <gmock/gmock.h>
+
+#include <memory>
+#include <string>
+
+#include "tests/runtime/locations.h"
+
+using kelvane::ErrorMessage;
+using kelvane::ExceptionString;
+
+TEST(ErrorMessage, GivesBaseNameLineAndMessageWithANewline)
+{
+    EXPECT_EQ(ErrorMessage("no answer", locations::kEngine).Text().view(),
+              "engine.cpp:42 no answer\n");
+}
+
+TEST(ErrorMessage, UsesASourceFileNameWithoutASlashWhole)
+{
+    EXPECT_EQ(ErrorMessage("x", locations::kWithoutSlash).Text().view(), "plain.cpp:7 x\n");
+}
+
+TEST(ErrorMessage, LeavesTheNameEmptyWhenTheLocationHasNone)
+{
+    EXPECT_EQ(ErrorMessage("x", locations::kNone).Text().view(), ":0 x\n");
+    EXPECT_EQ(ErrorMessage("x", locations::kOnlyFolders).Text().view(), ":123456 x\n");
+}
+
+TEST(ErrorMessage, TakesTheCharactersOfAViewAndNoMore)
+{
+    etl::string_view const view = etl::string_view("no answer").substr(0, 2);
+
+    EXPECT_EQ(ErrorMessage(view, locations::kEngine).Text().view(), "engine.cpp:42 no\n");
+    EXPECT_EQ(ErrorMessage(etl::string_view(), locations::kEngine).Text().view(),
+              "engine.cpp:42 \n");
+}
+
+TEST(ErrorMessage, TakesANullMessageAsAnEmptyOne)
+{
+    char const* const nothing = nullptr;
+
+    EXPECT_EQ(ErrorMessage(nothing, locations::kEngine).Text().view(), "engine.cpp:42 \n");
+}
+
+// "plain.cpp:7 " has 12 characters.
+TEST(ErrorMessage, KeepsTheNewlineWhenTheTextJustFits)
+{
+    std::string const message(256 - 12 - 1, 'm');
+    ErrorMessage const error(message.c_str(), locations::kWithoutSlash);
+
+    EXPECT_EQ(error.Text().view(), "plain.cpp:7 " + message + "\n");
+    EXPECT_FALSE(error.Text().truncated());
+}
+
+TEST(ErrorMessage, LosesTheNewlineWhenTheMessageFillsTheText)
+{
+    std::string const message(256 - 12, 'm');
+    ErrorMessage const error(message.c_str(), locations::kWithoutSlash);
+
+    EXPECT_EQ(error.Text().view(), "plain.cpp:7 " + message);
+    EXPECT_EQ(error.Text().size(), 256U);
+    EXPECT_TRUE(error.Text().truncated());
+}
+
+TEST(ErrorMessage, CutsAMessageThatIsTooLongInEitherForm)
+{
+    std::string const message(1000, 'm');
+    std::string const expected = "plain.cpp:7 " + std::string(244, 'm');
+
+    for (auto const& error : {ErrorMessage(message.c_str(), locations::kWithoutSlash),
+                              ErrorMessage(etl::string_view(message), locations::kWithoutSlash)}) {
+        EXPECT_EQ(error.Text().view(), expected);
+        EXPECT_TRUE(error.Text().truncated());
+    }
+}
+
+TEST(ErrorMessage, PutsTheCauseBehindAnArrowWithBothNewlines)
+{
+    ErrorMessage const cause("port closed", locations::kWithoutSlash);
+    ErrorMessage const error(etl::string<256>("no answer"), cause, locations::kEngine);
+
+    EXPECT_EQ(error.Text().view(), "engine.cpp:42 no answer\n  <- plain.cpp:7 port closed\n");
+    EXPECT_FALSE(error.Text().truncated());
+}
+
+TEST(ErrorMessage, CutsACauseThatDoesNotFitAndSaysSo)
+{
+    ErrorMessage const cause(std::string(200, 'c').c_str(), locations::kWithoutSlash);
+    ErrorMessage const error(etl::string<256>(std::string(100, 'm')), cause,
+                             locations::kWithoutSlash);
+
+    EXPECT_FALSE(cause.Text().truncated());
+    EXPECT_EQ(error.Text().view(), "plain.cpp:7 " + std::string(100, 'm') + "\n  <- plain.cpp:7 " +
+                                       std::string(126, 'c'));
+    EXPECT_TRUE(error.Text().truncated());
+}
+
+TEST(ErrorMessage, IsTruncatedWhenItsCauseWas)
+{
+    ErrorMessage const cause(std::string(300, 'c').c_str(), locations::kWithoutSlash);
+    ASSERT_TRUE(cause.Text().truncated());
+
+    ErrorMessage const error(etl::string<256>(), cause, locations::kNone);
+
+    EXPECT_TRUE(error.Text().truncated());
+}
+
+TEST(ErrorMessage, TellsWhereItWasMadeWhenNoLocationIsGiven)
+{
+    auto const line = std::to_string(__LINE__ + 1);
+    ErrorMessage const error("x");
+
+    EXPECT_EQ(error.Text().view(), "error_message_test.cpp:" + line + " x\n");
+}
+
+TEST(ExceptionString, HasTheSameTextWithoutTheNewline)
+{
+    ExceptionString const error("no answer, command Read", locations::kEngine);
+
+    EXPECT_STREQ(error.what(), "engine.cpp:42 no answer, command Read");
+    EXPECT_FALSE(error.Text().truncated());
+}
+
+TEST(ExceptionString, IsCutAtTheCapacity)
+{
+    std::string const fitting(256 - 12, 'm');
+    EXPECT_FALSE(ExceptionString(fitting.c_str(), locations::kWithoutSlash).Text().truncated());
+
+    ExceptionString const error((fitting + "m").c_str(), locations::kWithoutSlash);
+
+    EXPECT_EQ(error.what(), "plain.cpp:7 " + fitting);
+    EXPECT_TRUE(error.Text().truncated());
+}
+
+TEST(ExceptionString, IsCaughtAsAStandardException)
+{
+    try {
+        throw ExceptionString("lost", locations::kWithoutSlash);
+    } catch (std::exception const& error) {
+        EXPECT_STREQ(error.what(), "plain.cpp:7 lost");
+    }
+}
+
+TEST(ExceptionString, TheCopyOfASecretOutlivesItAndStaysASecret)
+{
+    auto secret = std::make_unique<ExceptionString>("key", locations::kWithoutSlash);
+    secret->SetSecure();
+    ExceptionString const copy(*secret);
+
+    secret.reset();
+
+    EXPECT_STREQ(copy.what(), "plain.cpp:7 key");
+    EXPECT_TRUE(copy.Text().secure());
+}

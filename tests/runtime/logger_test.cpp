@@ -1,0 +1,135 @@
+#include "runtime/logger.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <iterator>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "runtime/dispatcher.h"
+#include "tests/runtime/recording_listener.h"
+
+using common::log_level_t;
+using dispatcher::Dispatcher;
+using logger::Logger;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+namespace {
+
+std::vector<uint8_t> LogMessage(uint8_t level, uint8_t length, std::string const& text)
+{
+    std::vector<uint8_t> message{0x00, 0x07, 0x00, 0xEE, level, length};
+    std::ranges::copy(text, std::back_inserter(message));
+    return message;
+}
+
+class LoggerTest : public testing::Test {
+protected:
+    Dispatcher bus_{{}, 1};
+    RecordingListener log_;
+    ListenerCookie cookie_ = bus_.AddListener(0, MessageList{{0, 7}}, log_);
+    MessageHelper helper_{bus_};
+};
+
+}  // namespace
+
+TEST_F(LoggerTest, DropsLinesWithoutAnActiveLogger)
+{
+    detail::DoLog(log_level_t::kError, "lost");
+    Logger::DoLog(log_level_t::kError, std::string(300, 'x'));
+
+    EXPECT_THAT(log_.heard, IsEmpty());
+}
+
+TEST_F(LoggerTest, SendsALineAsABroadcastOfTheLogsOwnEndpoint)
+{
+    Logger log(helper_);
+
+    detail::DoLog(log_level_t::kError, "Hi!");
+
+    EXPECT_THAT(log_.heard,
+                ElementsAre(ElementsAre(0x00, 0x07, 0x00, 0xEE, 0x03, 0x03, 'H', 'i', '!')));
+}
+
+TEST_F(LoggerTest, CarriesEveryLevelAndTheEmptyText)
+{
+    Logger log(helper_);
+
+    log.DoLog(static_cast<log_level_t>(0xFF), "");
+
+    EXPECT_THAT(log_.heard, ElementsAre(ElementsAre(0x00, 0x07, 0x00, 0xEE, 0xFF, 0x00)));
+}
+
+TEST_F(LoggerTest, SendsATextOf249Characters)
+{
+    Logger const log(helper_);
+    std::string const text(249, 't');
+
+    detail::DoLog(log_level_t::kError, text);
+
+    EXPECT_THAT(log_.heard, ElementsAre(LogMessage(0x03, 0xF9, text)));
+}
+
+TEST_F(LoggerTest, ReportsATextOf250CharactersInsteadOfSendingIt)
+{
+    Logger const log(helper_);
+
+    detail::DoLog(static_cast<log_level_t>(1), std::string(250, 't'));
+
+    EXPECT_THAT(log_.heard,
+                ElementsAre(LogMessage(
+                    0x03, 60, "Message size overflow, message subsystem/ID 0:7 (LogMessage)")));
+}
+
+TEST_F(LoggerTest, AnOverflowReportThatOverflowsItselfIsReportedInShort)
+{
+    Logger const log(helper_);
+
+    helper_.ReportOverflow(1, 2, std::string(1000, 'n'));
+
+    EXPECT_THAT(log_.heard,
+                ElementsAre(LogMessage(
+                    0x03, 60, "Message size overflow, message subsystem/ID 0:7 (LogMessage)")));
+}
+
+TEST_F(LoggerTest, TheFirstLoggerStaysActiveWhenAnotherIsMade)
+{
+    Dispatcher other_bus({}, 1);
+    RecordingListener other_log;
+    auto const other_cookie = other_bus.AddListener(0, MessageList{{0, 7}}, other_log);
+    MessageHelper other_helper(other_bus);
+    Logger const first(helper_);
+    Logger second(other_helper);
+
+    second.DoLog(log_level_t::kError, "x");
+
+    EXPECT_THAT(log_.heard, SizeIs(1));
+    EXPECT_THAT(other_log.heard, IsEmpty());
+}
+
+TEST_F(LoggerTest, DestroyingASecondLoggerLeavesNoneActive)
+{
+    Logger const first(helper_);
+    {
+        Logger const second(helper_);
+    }
+
+    detail::DoLog(log_level_t::kError, "lost");
+
+    EXPECT_THAT(log_.heard, IsEmpty());
+}
+
+TEST_F(LoggerTest, ANewLoggerBecomesActiveAfterTheActiveOneIsGone)
+{
+    std::optional<Logger> first(helper_);
+    first.reset();
+    Logger const second(helper_);
+
+    detail::DoLog(log_level_t::kError, "x");
+
+    EXPECT_THAT(log_.heard, SizeIs(1));
+}

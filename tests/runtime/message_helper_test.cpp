@@ -1,0 +1,230 @@
+#include "runtime/message_helper.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <iterator>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "runtime/dispatcher.h"
+#include "runtime/logger.h"
+#include "tests/runtime/recording_listener.h"
+
+using dispatcher::Dispatcher;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+namespace {
+
+// Request 0x1B of subsystem 8, from endpoint 0x21 to endpoint 5.
+std::vector<uint8_t> const kRequest{0x08, 0x1B, 0x05, 0x21, 0xFF};
+
+class MessageHelperTest : public testing::Test {
+protected:
+    void Send(std::vector<uint8_t> const& message) { bus_.SendMessage(AsMessage(message)); }
+
+    Dispatcher bus_{{}, 1};
+    RecordingListener everything_;
+    ListenerCookie cookie_ = bus_.AddListener(
+        0, MessageList{{0, 0}, {0, 1}, {0, 2}, {0, 3}, {0, 4}, {0, 5}, {0, 6}, {0, 7}},
+        everything_);
+};
+
+// A bus whose ids cannot be returned.
+class KeepingDispatcher : public Dispatcher {
+public:
+    KeepingDispatcher() : Dispatcher({}, 1) {}
+    void ReturnDispatcherEndpointId(Receiver) override { throw std::runtime_error("kept"); }
+};
+
+using MessageHelperDeathTest = MessageHelperTest;
+
+}  // namespace
+
+TEST_F(MessageHelperTest, TakesAFreshIdAttachesItAndGivesItBack)
+{
+    {
+        MessageHelper const helper(bus_);
+        EXPECT_TRUE(bus_.TaskIsAttached(1));
+        EXPECT_EQ(bus_.GetNextDispatcherEndpointId(), 2);
+    }
+    EXPECT_FALSE(bus_.TaskIsAttached(1));
+    EXPECT_EQ(bus_.GetNextDispatcherEndpointId(), 1);
+}
+
+TEST_F(MessageHelperTest, UsesTheIdThatItIsHanded)
+{
+    MessageHelper const helper(bus_, 77);
+
+    EXPECT_TRUE(bus_.TaskIsAttached(77));
+    EXPECT_EQ(bus_.GetNextDispatcherEndpointId(), 1);
+}
+
+TEST_F(MessageHelperTest, GivesBackAnIdThatSomeoneElseTook)
+{
+    auto const id = bus_.GetNextDispatcherEndpointId();
+    {
+        MessageHelper const helper(bus_, id);
+    }
+    EXPECT_EQ(bus_.GetNextDispatcherEndpointId(), id);
+}
+
+TEST_F(MessageHelperTest, ThrowsWhenNoFreshIdIsLeft)
+{
+    Dispatcher full({}, 255);
+
+    EXPECT_THROW(MessageHelper{full}, std::bad_optional_access);
+    EXPECT_THROW((MessageHelper{full, everything_, {}}), std::bad_optional_access);
+}
+
+TEST_F(MessageHelperTest, TakesAListenerSlotEvenWithoutMessages)
+{
+    std::vector<std::unique_ptr<MessageHelper>> helpers;
+    for (int i = 0; i < 31; ++i) {
+        helpers.push_back(std::make_unique<MessageHelper>(bus_));
+    }
+    EXPECT_EQ(bus_.AddListener(5, {}, everything_), nullptr);
+
+    helpers.pop_back();
+    EXPECT_NE(bus_.AddListener(5, {}, everything_), nullptr);
+}
+
+TEST_F(MessageHelperTest, RegistersTheGivenListenerUnderItsId)
+{
+    RecordingListener fresh, given;
+    MessageHelper const with_fresh_id(bus_, fresh, MessageList{{0, 8}});
+    MessageHelper const with_given_id(bus_, given, 50, MessageList{{0, 8}});
+
+    Send({0, 8, 1, 9});
+    Send({0, 8, 50, 9});
+
+    EXPECT_THAT(fresh.heard, ElementsAre(ElementsAre(0, 8, 1, 9)));
+    EXPECT_THAT(given.heard, ElementsAre(ElementsAre(0, 8, 50, 9)));
+}
+
+TEST_F(MessageHelperTest, HearsTheNewMessagesInsteadOfTheOldOnes)
+{
+    RecordingListener listener;
+    MessageHelper helper(bus_, listener, MessageList{{0, 8}});
+
+    helper.SetHandledMessages(MessageList{{0, 9}});
+    Send({0, 8, 0, 9});
+    Send({0, 9, 0, 9});
+
+    EXPECT_THAT(listener.heard, ElementsAre(ElementsAre(0, 9, 0, 9)));
+    EXPECT_TRUE(bus_.TaskIsAttached(1));
+}
+
+TEST_F(MessageHelperTest, ChangesItsMessagesOnAFullBusSinceItsOwnSlotIsFreedFirst)
+{
+    RecordingListener listener;
+    MessageHelper helper(bus_, listener, MessageList{{0, 8}});
+    std::vector<ListenerCookie> others;
+    for (int i = 0; i < 30; ++i) {
+        others.push_back(bus_.AddListener(60, {}, everything_));
+    }
+    ASSERT_EQ(bus_.AddListener(60, {}, everything_), nullptr);
+
+    helper.SetHandledMessages(MessageList{{0, 9}});
+    Send({0, 9, 0, 99});
+
+    EXPECT_THAT(listener.heard, SizeIs(1));
+}
+
+TEST_F(MessageHelperTest, StaysUsableAfterARefusedRegistration)
+{
+    RecordingListener listener;
+    MessageHelper helper(bus_, listener, MessageList{{0, 8}});
+
+    helper.SetHandledMessages(MessageList{{77, 0}});
+    Send({0, 8, 0, 9});
+    EXPECT_THAT(listener.heard, IsEmpty());
+    EXPECT_FALSE(bus_.TaskIsAttached(1));
+
+    helper.SetHandledMessages(MessageList{{0, 8}});
+    Send({0, 8, 0, 9});
+    EXPECT_THAT(listener.heard, SizeIs(1));
+}
+
+TEST_F(MessageHelperTest, SendsAnOkResponse)
+{
+    MessageHelper const helper(bus_, 5);
+
+    helper.SendOkResponse(0x21, 0x08, 0x1B);
+    helper.SendOkResponse(AsMessage(kRequest));
+
+    auto const expected = ElementsAre(0x00, 0x01, 0x21, 0x05, 0x08, 0x1B);
+    EXPECT_THAT(everything_.heard, ElementsAre(expected, expected));
+}
+
+TEST_F(MessageHelperTest, SendsAFailResponseWithALittleEndianCode)
+{
+    MessageHelper const helper(bus_, 5);
+
+    helper.SendFailResponse(0x21, 0x08, 0x1B, 0xA1B2C3D4);
+    helper.SendFailResponse(AsMessage(kRequest), 0xA1B2C3D4);
+
+    auto const expected = ElementsAre(0x00, 0x02, 0x21, 0x05, 0x08, 0x1B, 0xD4, 0xC3, 0xB2, 0xA1);
+    EXPECT_THAT(everything_.heard, ElementsAre(expected, expected));
+}
+
+TEST_F(MessageHelperTest, SendsASizeErrorWithTheTwoValuesInTheirOrder)
+{
+    MessageHelper const helper(bus_, 5);
+
+    helper.SendSizeError(AsMessage(kRequest), 0xF0, 0x0F);
+
+    EXPECT_THAT(everything_.heard,
+                ElementsAre(ElementsAre(0x00, 0x05, 0x21, 0x05, 0x08, 0x1B, 0xF0, 0x0F)));
+}
+
+TEST_F(MessageHelperTest, DoesNotAnswerARequestWithoutAWholeHeader)
+{
+    MessageHelper const helper(bus_, 5);
+
+    for (size_t size = 0; size < 4; ++size) {
+        auto const cut = AsMessage(kRequest).first(size);
+        helper.SendOkResponse(cut);
+        helper.SendFailResponse(cut, 1);
+        helper.SendSizeError(cut, 1, 2);
+    }
+    EXPECT_THAT(everything_.heard, IsEmpty());
+
+    helper.SendOkResponse(AsMessage(kRequest).first(4));
+    EXPECT_THAT(everything_.heard, SizeIs(1));
+}
+
+TEST_F(MessageHelperTest, SendsItsOwnBytesUnchanged)
+{
+    MessageHelper const helper(bus_, 5);
+    std::vector<uint8_t> const message{0x00, 0x06, 0x00, 0x63, 0xAA};  // not the helper's id
+
+    helper.DoSend(AsMessage(message));
+
+    EXPECT_THAT(everything_.heard, ElementsAre(ElementsAre(0x00, 0x06, 0x00, 0x63, 0xAA)));
+}
+
+TEST_F(MessageHelperTest, ReportsAnOverflowInTheLog)
+{
+    MessageHelper log_helper(bus_);
+    logger::Logger const log(log_helper);
+    MessageHelper const helper(bus_, 5);
+
+    helper.ReportOverflow(8, 200, "Image");
+
+    std::string const text = "Message size overflow, message subsystem/ID 8:200 (Image)";
+    std::vector<uint8_t> expected{0x00, 0x07, 0x00, 0xEE, 0x03, 57};
+    std::ranges::copy(text, std::back_inserter(expected));
+    EXPECT_THAT(everything_.heard, ElementsAre(expected));
+}
+
+TEST_F(MessageHelperDeathTest, EndsTheProgramWhenItsIdCannotBeReturned)
+{
+    KeepingDispatcher bus;
+
+    EXPECT_DEATH({ MessageHelper const helper(bus); }, "");
+}

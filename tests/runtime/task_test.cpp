@@ -1,0 +1,109 @@
+#include "runtime/task.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <bit>
+#include <mutex>
+#include <type_traits>
+
+namespace {
+
+using Semaphore = task::counting_semaphore<1>;
+using ScheduleWords = std::array<uint64_t, 2>;
+
+}  // namespace
+
+TEST(CountingSemaphore, ItsOperationsThatMayNotFailAreMarkedSo)
+{
+    static_assert(noexcept(std::declval<Semaphore&>().release(1)));
+    static_assert(noexcept(std::declval<Semaphore&>().acquire()));
+    static_assert(noexcept(std::declval<Semaphore&>().try_acquire()));
+    EXPECT_EQ(Semaphore::max(), 1);
+    EXPECT_EQ(task::counting_semaphore<5>::max(), 5);
+}
+
+TEST(CountingSemaphore, StartsWithTheGivenCount)
+{
+    Semaphore none(0);
+    Semaphore two(2);
+
+    EXPECT_FALSE(none.try_acquire());
+    EXPECT_TRUE(two.try_acquire());
+    EXPECT_TRUE(two.try_acquire());
+    EXPECT_FALSE(two.try_acquire());
+}
+
+TEST(CountingSemaphore, CountsBeyondItsNominalMaximum)
+{
+    Semaphore semaphore(1);
+    semaphore.release(2);
+    semaphore.release(1);
+
+    semaphore.acquire();
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(semaphore.try_acquire());
+    }
+    EXPECT_FALSE(semaphore.try_acquire());
+}
+
+TEST(CountingSemaphore, AZeroTimeoutReturnsAtOnce)
+{
+    Semaphore semaphore(0);
+    auto const start = std::chrono::steady_clock::now();
+
+    EXPECT_FALSE(semaphore.try_acquire_for_ms(Milliseconds(0)));
+
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+    semaphore.release(1);
+    EXPECT_TRUE(semaphore.try_acquire_for_ms(Milliseconds(0)));
+}
+
+TEST(CountingSemaphore, ATimedWaitEndsWithoutATokenAfterItsTime)
+{
+    Semaphore semaphore(0);
+    auto const start = std::chrono::steady_clock::now();
+
+    EXPECT_FALSE(semaphore.try_acquire_for_ms(Milliseconds(40)));
+
+    // Coarse timers may be early by a twentieth.
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(38));
+}
+
+TEST(CountingSemaphore, ALeftOverTokenEndsALongWaitAtOnce)
+{
+    Semaphore semaphore(0);
+    semaphore.release(2);
+    constexpr Milliseconds longest(0xFFFFFFFF);
+
+    EXPECT_TRUE(semaphore.try_acquire_for_ms(longest));
+    EXPECT_TRUE(semaphore.try_acquire_for_ms(longest));
+    EXPECT_FALSE(semaphore.try_acquire());
+}
+
+TEST(SchedulerLock, KeepsTwoWordsThatLockingStores)
+{
+    static_assert(std::is_trivially_copyable_v<task::scheduler_lock>);
+    task::scheduler_lock lock;
+    EXPECT_EQ(std::bit_cast<ScheduleWords>(lock), (ScheduleWords{0, 0}));
+
+    lock.lock();
+    EXPECT_EQ(std::bit_cast<ScheduleWords>(lock), (ScheduleWords{0, 5}));
+
+    lock.unlock();
+    EXPECT_EQ(std::bit_cast<ScheduleWords>(lock), (ScheduleWords{0, 5}));
+}
+
+TEST(SchedulerLock, ExcludesNobody)
+{
+    task::scheduler_lock lock;
+    std::lock_guard const outer(lock);
+    std::lock_guard const inner(lock);
+
+    EXPECT_EQ(std::bit_cast<ScheduleWords>(lock), (ScheduleWords{0, 5}));
+}
+
+TEST(InterruptContext, IsNeverEnteredOnTheDesktop)
+{
+    EXPECT_FALSE(context::InInterruptContext());
+}

@@ -1,0 +1,68 @@
+// Builds requests to a simulated bootloader for the tests that are about something else than bytes;
+// the tests of the bootloader itself spell the bytes out.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "simulator/unit_protocol.h"
+
+namespace simulator::test {
+
+using Bytes = std::vector<std::byte>;
+
+inline Bytes B(std::initializer_list<unsigned> values)
+{
+    Bytes bytes;
+    for (auto const value : values) {
+        bytes.push_back(static_cast<std::byte>(value));
+    }
+    return bytes;
+}
+
+// `bytes` and their XOR.
+inline Bytes WithChecksum(Bytes bytes)
+{
+    std::byte checksum{0};
+    for (auto const byte : bytes) {
+        checksum ^= byte;
+    }
+    bytes.push_back(checksum);
+    return bytes;
+}
+
+inline Bytes AddressBytes(uint32_t address)
+{
+    return WithChecksum(
+        B({address >> 24, address >> 16 & 0xFF, address >> 8 & 0xFF, address & 0xFF}));
+}
+
+// The data step of a Write Memory.
+inline Bytes DataBytes(Bytes const& data)
+{
+    Bytes bytes{static_cast<std::byte>(data.size() - 1)};
+    bytes.insert(bytes.end(), data.begin(), data.end());
+    return WithChecksum(std::move(bytes));
+}
+
+inline Bytes Ask(IUnitProtocol& unit, Bytes const& bytes)
+{
+    return JoinAnswers(unit.Receive(bytes));
+}
+
+// All three steps of a Write Memory, whatever the unit answers; the answers, joined.
+inline Bytes Write(IUnitProtocol& unit, uint32_t address, Bytes const& data)
+{
+    auto answers = Ask(unit, B({0x31, 0xCE}));
+    for (auto const& step : {AddressBytes(address), DataBytes(data)}) {
+        auto const answer = Ask(unit, step);
+        answers.insert(answers.end(), answer.begin(), answer.end());
+    }
+    return answers;
+}
+
+}  // namespace simulator::test

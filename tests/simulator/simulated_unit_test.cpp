@@ -1,0 +1,272 @@
+// The unit behind its pseudo-terminal: what a client on the line sees, and control from outside.
+#include "simulator/simulated_unit.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <stdexcept>
+#include <thread>
+
+#include "simulator/control_session.h"
+#include "tests/simulator/port_test_support.h"
+
+namespace simulator {
+namespace {
+
+using test::B;
+using test::Bytes;
+using test::PluggedUnit;
+using test::RawClient;
+
+TEST(SimulatedUnit, AnswersOnItsLine)
+{
+    PluggedUnit plugged;
+    RawClient client(plugged.Pty());
+
+    EXPECT_EQ(client.Ask(B({0x7F}), 1), B({0x79}));
+    EXPECT_EQ(client.Ask(B({0x02, 0xFD}), 5), B({0x79, 0x01, 0x04, 0x69, 0x79}));
+
+    auto const status = plugged.unit.Status();
+    EXPECT_EQ(status.state, Stm32Bootloader::State::kSynchronised);
+    EXPECT_EQ(status.connects, 1U);
+    ASSERT_EQ(plugged.unit.Journal().size(), 2U);
+    EXPECT_EQ(ToText(plugged.unit.Journal()[1]), "get-id ack");
+}
+
+TEST(SimulatedUnit, ServesOneClientAfterAnother)
+{
+    PluggedUnit plugged;
+    {
+        RawClient client(plugged.Pty());
+        EXPECT_EQ(client.Ask(B({0x7F}), 1), B({0x79}));
+    }
+    plugged.unit.Reset();
+
+    RawClient client(plugged.Pty());
+    EXPECT_EQ(client.Ask(B({0x7F}), 1), B({0x79}));
+}
+
+TEST(SimulatedUnit, HangsUpWhenItIsUnplugged)
+{
+    PluggedUnit plugged;
+    RawClient client(plugged.Pty());
+
+    plugged.unit.Unplug();
+
+    EXPECT_TRUE(client.HangsUp());
+    EXPECT_FALSE(plugged.unit.Status().plugged);
+    EXPECT_EQ(plugged.Pty(), "");
+}
+
+TEST(SimulatedUnit, IsSilentOnALineThatStaysOpenWhenItFades)
+{
+    PluggedUnit plugged;
+    RawClient client(plugged.Pty());
+    ASSERT_EQ(client.Ask(B({0x7F}), 1), B({0x79}));
+
+    plugged.unit.Fade();
+
+    EXPECT_TRUE(client.Send(B({0x02, 0xFD})));
+    EXPECT_EQ(client.Receive(1, 100), B({}));
+    EXPECT_FALSE(plugged.unit.Status().plugged);
+}
+
+TEST(SimulatedUnit, WaitsForSynchronisationAgainWhenItIsPluggedAgain)
+{
+    PluggedUnit plugged;
+    ASSERT_EQ(RawClient(plugged.Pty()).Ask(B({0x7F}), 1), B({0x79}));
+    plugged.unit.Fade();
+
+    plugged.unit.Plug();
+
+    EXPECT_EQ(RawClient(plugged.Pty()).Ask(B({0x7F}), 1), B({0x79}));
+    EXPECT_EQ(plugged.unit.Status().connects, 2U);
+}
+
+TEST(SimulatedUnit, LeavesItsLineWhenAFaultSaysSo)
+{
+    PluggedUnit plugged;
+    plugged.unit.AddFault({FaultKind::kVanishInWrite, 1, 1, 2});
+    RawClient client(plugged.Pty());
+    client.Ask(B({0x7F}), 1);
+    client.Ask(B({0x31, 0xCE}), 1);
+    client.Ask(test::AddressBytes(0x08000000), 1);
+
+    client.Send(B({0x03, 0x11, 0x22}));
+
+    EXPECT_TRUE(client.HangsUp());
+    auto const status = plugged.unit.Status();
+    EXPECT_FALSE(status.plugged);
+    EXPECT_EQ(status.fault_strikes, 1U);
+}
+
+TEST(SimulatedUnit, LetsItsMemoryBeReadAndLoadedFromOutside)
+{
+    PluggedUnit plugged;
+
+    plugged.unit.LoadMemory(0x08000000, B({1, 2, 3}));
+
+    EXPECT_EQ(plugged.unit.ReadMemory(0x08000000, 4), B({1, 2, 3, 0xFF}));
+    EXPECT_THROW(plugged.unit.ReadMemory(0x00000000, 4), std::out_of_range);
+}
+
+TEST(SimulatedUnit, MayBeControlledFromSeveralThreadsWhileItIsServed)
+{
+    PluggedUnit plugged;
+    std::thread other([&] {
+        for (int i = 0; i < 50; ++i) {
+            plugged.unit.SetSilent(false);
+            EXPECT_TRUE(plugged.unit.Status().plugged);
+        }
+    });
+    RawClient client(plugged.Pty());
+    for (int i = 0; i < 50; ++i) {
+        plugged.unit.Reset();
+        EXPECT_EQ(client.Ask(B({0x7F}), 1), B({0x79}));
+    }
+    other.join();
+    EXPECT_EQ(plugged.unit.Status().connects, 50U);
+}
+
+TEST(SimulatedUnit, TakesAsLongAsTheChipAndTheLineNeed)
+{
+    auto options = test::UniqueOptions();
+    options.bootloader.times = kRealTimes;
+    options.baud = 9600;
+    PluggedUnit plugged(std::move(options));
+    RawClient client(plugged.Pty());
+    client.Ask(B({0x7F}), 1);
+    client.Ask(B({0x44, 0xBB}), 1);
+
+    auto const start = std::chrono::steady_clock::now();
+    EXPECT_EQ(client.Ask(B({0x00, 0x01, 0x00, 0x00, 0x00, 0x01, 0x00}), 1), B({0x79}));
+    auto const taken = std::chrono::steady_clock::now() - start;
+
+    // 7 bytes in and 1 out of 11 bits each at 9600 baud, two pages of 24.5 ms: 58.2 ms.
+    EXPECT_GT(taken, std::chrono::milliseconds(57));
+    EXPECT_LT(taken, std::chrono::milliseconds(200));
+}
+
+TEST(SimulatedUnit, KeepsThePaceOfItsLineOverManyWrites)
+{
+    auto options = test::UniqueOptions();
+    options.baud = 115200;
+    PluggedUnit plugged(std::move(options));
+    RawClient client(plugged.Pty());
+    client.Ask(B({0x7F}), 1);
+    constexpr int kWrites = 40;
+    auto const data = test::DataBytes(Bytes(256, std::byte{0x5A}));
+
+    auto const start = std::chrono::steady_clock::now();
+    for (unsigned i = 0; i < kWrites; ++i) {
+        ASSERT_EQ(client.Ask(B({0x31, 0xCE}), 1), B({0x79}));
+        ASSERT_EQ(client.Ask(test::AddressBytes(0x08000000 + 256 * i), 1), B({0x79}));
+        ASSERT_EQ(client.Ask(data, 1), B({0x79}));
+    }
+    auto const taken = std::chrono::steady_clock::now() - start;
+
+    auto const wire = LinePacer(115200).WireTime(kWrites * (2 + 1 + 5 + 1 + 258 + 1));
+    auto const ratio = std::chrono::duration<double>(taken) / std::chrono::duration<double>(wire);
+    EXPECT_GT(ratio, 0.99);
+    EXPECT_LT(ratio, 1.5);
+}
+
+TEST(SimulatedUnit, IsNoFasterThanItsLineForAClientThatHesitates)
+{
+    auto options = test::UniqueOptions();
+    options.baud = 9600;
+    PluggedUnit plugged(std::move(options));
+    RawClient client(plugged.Pty());
+    client.Ask(B({0x7F}), 1);
+    EXPECT_EQ(client.Receive(1, 50), B({}));  // the hesitation
+
+    auto const start = std::chrono::steady_clock::now();
+    EXPECT_EQ(client.Ask(B({0x02, 0xFD}), 5), B({0x79, 0x01, 0x04, 0x69, 0x79}));
+    auto const taken = std::chrono::steady_clock::now() - start;
+
+    // 7 bytes of 11 bits: 8.02 ms, less what the answer before may have been late.
+    EXPECT_GT(taken, std::chrono::milliseconds(6));
+}
+
+class ControlSessionTest : public testing::Test {
+protected:
+    std::shared_ptr<UsbTestbed> testbed_ = std::make_shared<UsbTestbed>();
+    ControlSession session_{[this](unsigned number) {
+        return std::make_unique<SimulatedUnit>(testbed_,
+                                               test::UniqueOptions(std::to_string(number)));
+    }};
+};
+
+TEST_F(ControlSessionTest, AnswersWhatItDoesNotUnderstandWithAnError)
+{
+    EXPECT_EQ(session_.Handle(""), "");
+    EXPECT_EQ(session_.Handle("unplugged"), "error unknown command: unplugged");
+    EXPECT_EQ(session_.Handle("dump 1"), "error wrong number of arguments: dump");
+    EXPECT_EQ(session_.Handle("plug x"), "error not a number: x");
+    EXPECT_EQ(session_.Handle("plug 0"), "error units are numbered from 1 to 16");
+    EXPECT_EQ(session_.Handle("fault earthquake"), "error unknown fault: earthquake");
+    EXPECT_EQ(session_.Handle("silent maybe"), "error neither on nor off: maybe");
+    EXPECT_EQ(session_.Handle("block on"), "error not plugged");
+    EXPECT_EQ(session_.Handle("chmod 9"), "error not an octal mode: 9");
+}
+
+TEST_F(ControlSessionTest, ControlsTheUnitThatIsNamedOrSelected)
+{
+    EXPECT_TRUE(session_.Handle("plug 2").starts_with("ok port=/dev/ttyUSB"));
+    EXPECT_FALSE(session_.Unit(1).Status().plugged);
+    EXPECT_EQ(session_.Handle("unit 2"), "ok");
+    EXPECT_EQ(session_.Handle("fault nack-command 2 1"), "ok");
+    RawClient client(session_.Unit(2).Status().pty_path);
+    EXPECT_EQ(client.Ask(B({0x7F}), 1), B({0x79}));
+    EXPECT_EQ(client.Ask(B({0x01, 0xFE}), 5), B({0x79, 0x31, 0x00, 0x00, 0x79}));
+    EXPECT_EQ(client.Ask(B({0x01, 0xFE}), 1), B({0x1F}));
+
+    EXPECT_EQ(session_.Handle("journal"), "sync ack\nget-version ack\nget-version nack fault\nend");
+    EXPECT_EQ(session_.Handle("clear-faults"), "ok");
+    EXPECT_EQ(session_.Handle("reset"), "ok");
+    EXPECT_EQ(session_.Handle("silent on"), "ok");
+    EXPECT_EQ(session_.Handle("fade"), "ok");
+    EXPECT_EQ(session_.Handle("unplug"), "ok");
+    EXPECT_FALSE(session_.Finished());
+    EXPECT_EQ(session_.Handle("quit"), "ok");
+    EXPECT_TRUE(session_.Finished());
+}
+
+TEST(ControlText, StatusIsOneLineOfKeysAndValues)
+{
+    UnitStatus status;
+    status.device_path = "/dev/ttyUSB0";
+    EXPECT_EQ(ToText(status),
+              "state=bootloader synchronised=no plugged=no port=/dev/ttyUSB0 pty=none jump=none "
+              "marker=none connects=0 erased=0 writes=0 over-unerased=0 fault-strikes=0");
+
+    status = {Stm32Bootloader::State::kRunning,
+              true,
+              "/dev/ttyUSB1",
+              "/dev/pts/3",
+              0x08000000,
+              B({'P', 'U', 'W', 'F'}),
+              1,
+              2,
+              3,
+              4,
+              5};
+    EXPECT_EQ(ToText(status),
+              "state=running synchronised=no plugged=yes port=/dev/ttyUSB1 pty=/dev/pts/3 "
+              "jump=0x08000000 marker=PUWF connects=1 erased=2 writes=3 over-unerased=4 "
+              "fault-strikes=5");
+    status.marker = B({0x00, 0xFF, 0x10, 0x20});
+    EXPECT_NE(ToText(status).find("marker=0x00ff1020 "), std::string::npos);
+}
+
+TEST(ControlText, NumbersAreDecimalOrHexadecimalAndWhole)
+{
+    EXPECT_EQ(ParseNumber("31"), 31U);
+    EXPECT_EQ(ParseNumber("0x1F"), 0x1FU);
+    for (auto const* const text : {"", "0x", "12k", "-1", " 1", "0x100000000"}) {
+        EXPECT_EQ(ParseNumber(text), std::nullopt) << text;
+    }
+}
+
+}  // namespace
+}  // namespace simulator

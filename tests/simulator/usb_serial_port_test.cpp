@@ -1,0 +1,194 @@
+// The port as Qt sees it: listed by QSerialPortInfo, opened by QSerialPort. Needs umockdev's
+// preload library in this process.
+#include "simulator/usb_serial_port.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <QCoreApplication>
+#include <QSerialPort>
+#include <QSerialPortInfo>
+#include <algorithm>
+#include <optional>
+
+#include "tests/simulator/port_test_support.h"
+
+namespace simulator {
+namespace {
+
+using test::PluggedUnit;
+
+std::optional<QSerialPortInfo> Find(std::string const& device_path)
+{
+    for (auto const& info : QSerialPortInfo::availablePorts()) {
+        if (info.systemLocation() == QString::fromStdString(device_path)) {
+            return info;
+        }
+    }
+    return std::nullopt;
+}
+
+// Opens as a client of the bootloader does.
+bool Open(QSerialPort& port, std::string const& device_path)
+{
+    port.setPortName(QString::fromStdString(device_path));
+    port.setBaudRate(460800);
+    port.setParity(QSerialPort::EvenParity);
+    return port.open(QIODevice::ReadWrite);
+}
+
+QByteArray Ask(QSerialPort& port, QByteArray const& request, qsizetype answer_size)
+{
+    port.write(request);
+    QByteArray answer;
+    while (answer.size() < answer_size && port.waitForReadyRead(test::kTimeoutMs)) {
+        answer += port.readAll();
+    }
+    return answer;
+}
+
+TEST(UsbSerialPort, IsListedWithItsUsbIdentity)
+{
+    auto options = test::UniqueOptions();
+    options.port.vendor_id = 0x0403;
+    options.port.product_id = 0x6015;
+    options.port.serial_number = "KV000042";
+    options.port.description = "Service_Cable";
+    auto const name = options.port.name;
+    PluggedUnit const plugged(std::move(options));
+
+    auto const info = Find("/dev/" + name);
+
+    ASSERT_TRUE(info.has_value());
+    EXPECT_EQ(info->portName().toStdString(), name);
+    EXPECT_EQ(info->vendorIdentifier(), 0x0403);
+    EXPECT_EQ(info->productIdentifier(), 0x6015);
+    EXPECT_EQ(info->serialNumber().toStdString(), "KV000042");
+    EXPECT_EQ(info->description().toStdString(), "Service Cable");
+}
+
+TEST(UsbSerialPort, OpensAt460800BaudWithEvenParityAndTalks)
+{
+    PluggedUnit plugged;
+    QSerialPort port;
+
+    ASSERT_TRUE(Open(port, plugged.unit.Status().device_path)) << port.errorString().toStdString();
+
+    EXPECT_EQ(Ask(port, QByteArray("\x7F"), 1), QByteArray("\x79"));
+    EXPECT_EQ(Ask(port, QByteArray("\x02\xFD"), 5), QByteArray("\x79\x01\x04\x69\x79"));
+    EXPECT_EQ(port.baudRate(), 460800);
+}
+
+TEST(UsbSerialPort, CannotBeOpenedTwice)
+{
+    PluggedUnit plugged;
+    QSerialPort first;
+    QSerialPort second;
+    ASSERT_TRUE(Open(first, plugged.unit.Status().device_path));
+
+    EXPECT_FALSE(Open(second, plugged.unit.Status().device_path));
+    EXPECT_EQ(second.error(), QSerialPort::PermissionError);
+}
+
+TEST(UsbSerialPort, IsNoLongerListedOnceUnpluggedAndItsClientGetsAnError)
+{
+    PluggedUnit plugged;
+    auto const path = plugged.unit.Status().device_path;
+    QSerialPort port;
+    ASSERT_TRUE(Open(port, path));
+
+    plugged.unit.Unplug();
+
+    EXPECT_FALSE(Find(path).has_value());
+    EXPECT_FALSE(port.waitForReadyRead(test::kTimeoutMs));
+    // Which of the two depends on whether Qt reads the end of the line or is told of the hang-up.
+    EXPECT_THAT(port.error(), testing::AnyOf(QSerialPort::ResourceError, QSerialPort::ReadError));
+    QSerialPort again;
+    EXPECT_FALSE(Open(again, path));
+}
+
+TEST(UsbSerialPort, IsNoLongerListedOnceFadedButItsClientSeesOnlySilence)
+{
+    PluggedUnit plugged;
+    auto const path = plugged.unit.Status().device_path;
+    QSerialPort port;
+    ASSERT_TRUE(Open(port, path));
+
+    plugged.unit.Fade();
+
+    EXPECT_FALSE(Find(path).has_value());
+    port.write(QByteArray("\x7F"));
+    EXPECT_FALSE(port.waitForReadyRead(100));
+    EXPECT_EQ(port.error(), QSerialPort::TimeoutError);
+}
+
+TEST(UsbSerialPort, ComesBackUnderAnotherName)
+{
+    PluggedUnit plugged;
+    auto const old_path = plugged.unit.Status().device_path;
+    plugged.unit.Unplug();
+
+    plugged.unit.Plug(MakeUniquePortName() + "9");
+
+    EXPECT_FALSE(Find(old_path).has_value());
+    QSerialPort port;
+    ASSERT_TRUE(Open(port, old_path + "9"));
+    EXPECT_EQ(Ask(port, QByteArray("\x7F"), 1), QByteArray("\x79"));
+    EXPECT_EQ(Find(old_path + "9")->vendorIdentifier(), 0x10C4);
+}
+
+TEST(UsbSerialPort, ComesBackUnderItsOldNameManyTimes)
+{
+    PluggedUnit plugged;
+    auto const path = plugged.unit.Status().device_path;
+    for (int i = 0; i < 5; ++i) {
+        plugged.unit.Unplug();
+        EXPECT_FALSE(Find(path).has_value());
+        plugged.unit.Plug();
+        QSerialPort port;
+        ASSERT_TRUE(Open(port, path));
+        EXPECT_EQ(Ask(port, QByteArray("\x7F"), 1), QByteArray("\x79"));
+    }
+}
+
+TEST(UsbSerialPort, TwoUnitsHaveAPortEach)
+{
+    PluggedUnit first(test::UniqueOptions("1"));
+    SimulatedUnit second(first.testbed, test::UniqueOptions("2"));
+    second.Plug();
+    QSerialPort port;
+
+    EXPECT_TRUE(Find(first.unit.Status().device_path).has_value());
+    EXPECT_TRUE(Find(second.Status().device_path).has_value());
+    ASSERT_TRUE(Open(port, second.Status().device_path));
+    EXPECT_EQ(Ask(port, QByteArray("\x7F"), 1), QByteArray("\x79"));
+    EXPECT_EQ(first.unit.Status().connects, 0U);
+    EXPECT_EQ(second.Status().connects, 1U);
+
+    first.unit.Unplug();
+    EXPECT_TRUE(Find(second.Status().device_path).has_value());
+}
+
+TEST(UsbSerialPort, IsListedButDoesNotOpenWhileItIsBlocked)
+{
+    PluggedUnit plugged;
+    auto const path = plugged.unit.Status().device_path;
+
+    plugged.unit.SetBlocked(true);
+    QSerialPort port;
+    EXPECT_TRUE(Find(path).has_value());
+    EXPECT_FALSE(Open(port, path));
+
+    plugged.unit.SetBlocked(false);
+    EXPECT_TRUE(Open(port, path));
+}
+
+}  // namespace
+}  // namespace simulator
+
+int main(int argc, char** argv)
+{
+    testing::InitGoogleTest(&argc, argv);
+    QCoreApplication const application(argc, argv);
+    return RUN_ALL_TESTS();
+}

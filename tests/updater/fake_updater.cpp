@@ -1,0 +1,93 @@
+#include "tests/updater/fake_updater.h"
+
+using namespace Qt::StringLiterals;
+
+FakeUpdater::FakeUpdater(QString const& firmware_path) : FirmwareUpdaterBase(nullptr)
+{
+    firmware_path_ = firmware_path;
+    const auto note = [this](QString const& event) { return [this, event] { Note(event); }; };
+    QObject::connect(this, &FirmwareUpdaterBase::UpdateStarted, note(u"UpdateStarted"_s));
+    QObject::connect(this, &FirmwareUpdaterBase::EraseStarted, note(u"EraseStarted"_s));
+    QObject::connect(this, &FirmwareUpdaterBase::EraseFinished, note(u"EraseFinished"_s));
+    QObject::connect(this, &FirmwareUpdaterBase::UpdateFinished, [this](bool status) {
+        Note(status ? u"UpdateFinished true"_s : u"UpdateFinished false"_s);
+    });
+    QObject::connect(this, &FirmwareUpdaterBase::ProgressUpdate,
+                     [this](int percent) { Note(u"ProgressUpdate %1"_s.arg(percent)); });
+    QObject::connect(
+        this, &FirmwareUpdaterBase::UpdateConnectionStatus,
+        [this](ConnectionStatus status) { Note(u"status %1"_s.arg(static_cast<int>(status))); });
+}
+
+bool FakeUpdater::connect(const QString& port_name)
+{
+    Note(u"connect "_s + port_name);
+    return connects;
+}
+
+void FakeUpdater::disconnect()
+{
+    Note(u"disconnect"_s);
+}
+
+bool FakeUpdater::upload(const QString& firmware_path, std::function<void(int)> progress)
+{
+    Note(u"upload "_s + firmware_path);
+    for (const int percent : percentages) {
+        progress(percent);
+    }
+    if (upload_may_end != nullptr) {
+        upload_may_end->acquire();
+    }
+    return uploads;
+}
+
+void FakeUpdater::reset()
+{
+    Note(u"reset"_s);
+}
+
+bool FakeUpdater::verifyDeviceId(const QList<uint8_t>& device_ids)
+{
+    QStringList numbers;
+    for (const auto id : device_ids) {
+        numbers.append(QString::number(id));
+    }
+    Note(u"verify "_s + numbers.join(u' '));
+    return verifies;
+}
+
+void FakeUpdater::onStartUpdate()
+{
+    RunUpdate();
+}
+
+void FakeUpdater::onConnectToDevice(const QString& port_name, QList<uint8_t> device_ids,
+                                    const bool& verify)
+{
+    ConnectAndVerify(port_name, device_ids, verify);
+}
+
+void FakeUpdater::onDisconnectDevice()
+{
+    DisconnectAndTell();
+}
+
+QStringList FakeUpdater::Events() const
+{
+    const std::lock_guard lock(mutex_);
+    return events_;
+}
+
+QList<QThread*> FakeUpdater::Threads() const
+{
+    const std::lock_guard lock(mutex_);
+    return threads_;
+}
+
+void FakeUpdater::Note(QString const& event)
+{
+    const std::lock_guard lock(mutex_);
+    events_.append(event);
+    threads_.append(QThread::currentThread());
+}

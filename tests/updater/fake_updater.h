@@ -1,0 +1,43 @@
+// A backend without a transport: answers what it was told to, and keeps the order of all calls and
+// signals in one list.
+#pragma once
+
+#include <QSemaphore>
+#include <QStringList>
+#include <QThread>
+#include <mutex>
+
+#include "updater/firmware_updater_base.h"
+
+class FakeUpdater : public FirmwareUpdaterBase {
+public:
+    explicit FakeUpdater(QString const& firmware_path = {});
+
+    bool connect(const QString& port_name) override;
+    void disconnect() override;
+    bool upload(const QString& firmware_path, std::function<void(int)> progress) override;
+    void reset() override;
+    bool verifyDeviceId(const QList<uint8_t>& device_ids) override;
+    void onStartUpdate() override;
+    void onConnectToDevice(const QString& port_name, QList<uint8_t> device_ids,
+                           const bool& verify) override;
+    void onDisconnectDevice() override;
+
+    // What happened so far, calls and signals alike. From any thread.
+    QStringList Events() const;
+    // The threads on which it happened. From any thread.
+    QList<QThread*> Threads() const;
+
+    bool connects = true;
+    bool verifies = true;
+    bool uploads = true;
+    QList<int> percentages;                // that an upload reports
+    QSemaphore* upload_may_end = nullptr;  // an upload waits for it
+
+private:
+    void Note(QString const& event);
+
+    mutable std::mutex mutex_;
+    QStringList events_;
+    QList<QThread*> threads_;
+};

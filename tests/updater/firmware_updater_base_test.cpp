@@ -1,0 +1,287 @@
+// The contract between window and backend: the order of operations and signals, the threads, and
+// the names that cross them.
+#include "updater/firmware_updater_base.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <QMetaMethod>
+#include <QSequentialIterable>
+#include <QSignalSpy>
+#include <QTest>
+#include <memory>
+#include <type_traits>
+
+#include "tests/updater/fake_updater.h"
+#include "updater/uart_firmware_updater.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int kPatience = 10'000;  // milliseconds
+
+// The methods that `type` itself declares, as "signal Name(type name, ...)".
+QStringList OwnMethods(QMetaObject const& type)
+{
+    QStringList methods;
+    for (int i = type.methodOffset(); i < type.methodCount(); ++i) {
+        const auto method = type.method(i);
+        QStringList parameters;
+        for (int k = 0; k < method.parameterCount(); ++k) {
+            parameters.append(QString::fromLatin1(method.parameterTypes().at(k)) + u' ' +
+                              QString::fromLatin1(method.parameterNames().at(k)));
+        }
+        const bool is_signal = method.methodType() == QMetaMethod::Signal;
+        methods.append((is_signal ? u"signal "_s : u"slot "_s) +
+                       QString::fromLatin1(method.name()) + u'(' + parameters.join(u", "_s) + u')');
+    }
+    return methods;
+}
+
+QMetaMethod FindMethod(QMetaObject const& type, QByteArray const& name)
+{
+    for (int i = type.methodOffset(); i < type.methodCount(); ++i) {
+        if (type.method(i).name() == name) {
+            return type.method(i);
+        }
+    }
+    return {};
+}
+
+// A backend on a worker thread, as the window keeps it.
+struct WorkingUpdater {
+    WorkingUpdater()
+    {
+        updater->moveToThread(&thread);
+        thread.start();
+    }
+    ~WorkingUpdater()
+    {
+        thread.quit();
+        thread.wait();
+    }
+
+    void Request(std::function<void()> const& call) const
+    {
+        QMetaObject::invokeMethod(updater.get(), call, Qt::QueuedConnection);
+    }
+
+    bool WaitForEvents(qsizetype count) const
+    {
+        return QTest::qWaitFor([&] { return updater->Events().size() >= count; }, kPatience);
+    }
+
+    std::unique_ptr<FakeUpdater> updater = std::make_unique<FakeUpdater>();
+    QThread thread;
+};
+
+}  // namespace
+
+TEST(UpdaterBase, IsAnAbstractObject)
+{
+    EXPECT_TRUE(std::is_abstract_v<FirmwareUpdaterBase>);
+    EXPECT_TRUE((std::is_base_of_v<QObject, FirmwareUpdaterBase>));
+    EXPECT_STREQ(FirmwareUpdaterBase::staticMetaObject.className(), "FirmwareUpdaterBase");
+    EXPECT_EQ(FirmwareUpdaterBase::staticMetaObject.superClass(), &QObject::staticMetaObject);
+}
+
+TEST(UpdaterBase, ListsItsSignalsAndThenItsSlots)
+{
+    EXPECT_EQ(OwnMethods(FirmwareUpdaterBase::staticMetaObject),
+              QStringList({u"signal UpdateStarted()"_s, u"signal UpdateFinished(bool status)"_s,
+                           u"signal EraseStarted()"_s, u"signal EraseFinished()"_s,
+                           u"signal ProgressUpdate(int percent)"_s,
+                           u"signal UpdateConnectionStatus(ConnectionStatus status)"_s,
+                           u"slot onStartUpdate()"_s,
+                           u"slot onConnectToDevice(QString port_name, QList<uint8_t> device_ids, "
+                           "bool verify)"_s,
+                           u"slot onDisconnectDevice()"_s}));
+}
+
+TEST(UpdaterBase, GivesTheConnectionStatusesTheirNumbers)
+{
+    EXPECT_EQ(static_cast<int>(ConnectionStatus::Connected), 0);
+    EXPECT_EQ(static_cast<int>(ConnectionStatus::Disconnected), 1);
+    EXPECT_EQ(static_cast<int>(ConnectionStatus::VerificationFailed), 2);
+}
+
+// By name only: to ask for the type itself would register it.
+TEST(UpdaterBase, RegistersTheTypesThatCrossThreads)
+{
+    const UartFirmwareUpdater updater({}, 0, 0, 0, 0, 0, {}, nullptr);
+
+    const auto list = QMetaType::fromName("QList<uchar>");
+    EXPECT_TRUE(list.isValid());
+    EXPECT_TRUE(QMetaType::fromName("ConnectionStatus").isValid());
+    EXPECT_TRUE(QMetaType::hasRegisteredConverterFunction(
+        list, QMetaType::fromType<QIterable<QMetaSequence>>()));
+    EXPECT_TRUE(QMetaType::hasRegisteredMutableViewFunction(
+        list, QMetaType::fromType<QIterable<QMetaSequence>>()));
+}
+
+TEST(UpdaterBase, TellsTheTypesOfItsParameters)
+{
+    auto const& type = FirmwareUpdaterBase::staticMetaObject;
+
+    EXPECT_EQ(FindMethod(type, "onConnectToDevice").parameterMetaType(1),
+              QMetaType::fromType<QList<uint8_t>>());
+    EXPECT_EQ(FindMethod(type, "UpdateConnectionStatus").parameterMetaType(0),
+              QMetaType::fromType<ConnectionStatus>());
+}
+
+TEST(UpdaterBase, ReachesTheOverrideThroughSlotsConnectedToTheBase)
+{
+    FakeUpdater fake;
+    FirmwareUpdaterBase& base = fake;
+    QObject trigger;
+    QObject::connect(&trigger, &QObject::objectNameChanged, &base,
+                     &FirmwareUpdaterBase::onDisconnectDevice);
+
+    trigger.setObjectName(u"x"_s);
+
+    EXPECT_EQ(fake.Events(), QStringList({u"disconnect"_s, u"status 1"_s}));
+}
+
+TEST(UpdaterBase, ReachesTheOverrideThroughSlotsCalledByName)
+{
+    FakeUpdater fake;
+
+    EXPECT_TRUE(QMetaObject::invokeMethod(&fake, "onDisconnectDevice"));
+
+    EXPECT_EQ(fake.Events(), QStringList({u"disconnect"_s, u"status 1"_s}));
+}
+
+TEST(ConnectRequest, ThatVerifiesReportsConnected)
+{
+    FakeUpdater fake;
+
+    fake.onConnectToDevice(u"ttyX"_s, {12, 255}, true);
+
+    EXPECT_EQ(fake.Events(), QStringList({u"connect ttyX"_s, u"verify 12 255"_s, u"status 0"_s}));
+}
+
+TEST(ConnectRequest, WithoutVerificationNeverAsksForTheModel)
+{
+    FakeUpdater fake;
+    fake.verifies = false;
+
+    fake.onConnectToDevice(u"ttyX"_s, {12}, false);
+
+    EXPECT_EQ(fake.Events(), QStringList({u"connect ttyX"_s, u"status 0"_s}));
+}
+
+TEST(ConnectRequest, ThatFindsNoUnitReportsDisconnectedAtOnce)
+{
+    FakeUpdater fake;
+    fake.connects = false;
+
+    fake.onConnectToDevice(u"ttyX"_s, {12}, true);
+
+    EXPECT_EQ(fake.Events(), QStringList({u"connect ttyX"_s, u"status 1"_s}));
+}
+
+TEST(ConnectRequest, OfAWrongModelClosesTheTransportBeforeItReports)
+{
+    FakeUpdater fake;
+    fake.verifies = false;
+
+    fake.onConnectToDevice(u"ttyX"_s, {12}, true);
+
+    EXPECT_EQ(fake.Events(),
+              QStringList({u"connect ttyX"_s, u"verify 12"_s, u"disconnect"_s, u"status 2"_s}));
+}
+
+TEST(ConnectRequest, AfterAWrongModelStartsFromScratch)
+{
+    FakeUpdater fake;
+    fake.verifies = false;
+    fake.onConnectToDevice(u"ttyX"_s, {12}, true);
+    fake.verifies = true;
+
+    fake.onConnectToDevice(u"ttyY"_s, {13}, true);
+
+    EXPECT_EQ(fake.Events().mid(4),
+              QStringList({u"connect ttyY"_s, u"verify 13"_s, u"status 0"_s}));
+}
+
+TEST(UpdateRequest, ThatSucceedsResetsTheUnitBeforeItReports)
+{
+    FakeUpdater fake(u"/images/fw.bin"_s);
+    fake.percentages = {0, 50, 100};
+
+    fake.onStartUpdate();
+
+    EXPECT_EQ(fake.Events(),
+              QStringList({u"UpdateStarted"_s, u"upload /images/fw.bin"_s, u"ProgressUpdate 0"_s,
+                           u"ProgressUpdate 50"_s, u"ProgressUpdate 100"_s, u"reset"_s,
+                           u"UpdateFinished true"_s}));
+}
+
+TEST(UpdateRequest, ThatFailsDoesNotResetTheUnit)
+{
+    FakeUpdater fake(u"/images/fw.bin"_s);
+    fake.uploads = false;
+
+    fake.onStartUpdate();
+
+    EXPECT_EQ(fake.Events(), QStringList({u"UpdateStarted"_s, u"upload /images/fw.bin"_s,
+                                          u"UpdateFinished false"_s}));
+}
+
+TEST(UpdateRequest, CanBeRepeatedAndFinishesOncePerStart)
+{
+    FakeUpdater fake;
+    const QSignalSpy started(&fake, &FirmwareUpdaterBase::UpdateStarted);
+    const QSignalSpy finished(&fake, &FirmwareUpdaterBase::UpdateFinished);
+
+    for (int i = 1; i <= 3; ++i) {
+        fake.uploads = i != 2;
+        fake.onStartUpdate();
+        EXPECT_EQ(started.count(), i);
+        EXPECT_EQ(finished.count(), i);
+        EXPECT_EQ(finished.last().at(0).toBool(), i != 2);
+    }
+}
+
+TEST(UpdaterThread, RunsRequestsOfAnUpdateAfterItInTheirOrder)
+{
+    QSemaphore upload_may_end;
+    WorkingUpdater working;
+    FakeUpdater& fake = *working.updater;
+    fake.upload_may_end = &upload_may_end;
+    working.Request([&] { fake.onStartUpdate(); });
+    ASSERT_TRUE(working.WaitForEvents(2)) << "the upload never began";
+
+    working.Request([&] { fake.onDisconnectDevice(); });
+    working.Request([&] { fake.onConnectToDevice(u"ttyX"_s, {}, false); });
+    upload_may_end.release();
+    ASSERT_TRUE(working.WaitForEvents(8));
+
+    EXPECT_EQ(fake.Events(),
+              QStringList({u"UpdateStarted"_s, u"upload "_s, u"reset"_s, u"UpdateFinished true"_s,
+                           u"disconnect"_s, u"status 1"_s, u"connect ttyX"_s, u"status 0"_s}));
+    EXPECT_THAT(fake.Threads(), testing::Each(&working.thread));
+}
+
+TEST(UpdaterThread, DeliversStatusAndListAcrossThreads)
+{
+    WorkingUpdater working;
+    FakeUpdater& fake = *working.updater;
+    fake.verifies = false;
+    QList<ConnectionStatus> received;
+    QObject receiver;
+    QObject::connect(&fake, &FirmwareUpdaterBase::UpdateConnectionStatus, &receiver,
+                     [&](ConnectionStatus status) {
+                         EXPECT_EQ(QThread::currentThread(), receiver.thread());
+                         received.append(status);
+                     });
+
+    ASSERT_TRUE(QMetaObject::invokeMethod(
+        &fake, "onConnectToDevice", Qt::QueuedConnection, Q_ARG(QString, u"ttyX"_s),
+        Q_ARG(QList<uint8_t>, QList<uint8_t>({12, 200})), Q_ARG(bool, true)));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !received.isEmpty(); }, kPatience));
+
+    EXPECT_EQ(received, QList({ConnectionStatus::VerificationFailed}));
+    EXPECT_EQ(fake.Events().at(1), u"verify 12 200"_s);
+}

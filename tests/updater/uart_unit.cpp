@@ -1,0 +1,107 @@
+#include "tests/updater/uart_unit.h"
+
+#include <QDir>
+#include <QFile>
+#include <algorithm>
+
+#include "simulator/otp_image.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// umockdev keeps its state for the whole process, so all tests share one testbed.
+std::shared_ptr<simulator::UsbTestbed> SharedTestbed()
+{
+    static const auto testbed = std::make_shared<simulator::UsbTestbed>();
+    return testbed;
+}
+
+}  // namespace
+
+UartUnitTest::UartUnitTest()
+{
+    simulator::OtpImage otp(512);
+    otp.SetModelId(3, kModel);
+    simulator::SimulatedUnitOptions options;
+    options.bootloader.otp = otp.Bytes();
+    options.bootloader.boot_mode_address = kBootMode;
+    options.port.name = port_.toStdString();
+    unit_ = std::make_unique<simulator::SimulatedUnit>(SharedTestbed(), options);
+    unit_->Plug();
+}
+
+std::unique_ptr<UartFirmwareUpdater> UartUnitTest::MakeBackend(QString const& firmware_path,
+                                                               QString const& fw_target_type,
+                                                               unsigned programming_address)
+{
+    auto backend = std::make_unique<UartFirmwareUpdater>(
+        firmware_path, kStart, programming_address, kOtp, 512, kBootMode, fw_target_type, nullptr);
+    const auto note = [this](QString const& text) {
+        return [this, text] { signals_.append(text); };
+    };
+    auto* const base = static_cast<FirmwareUpdaterBase*>(backend.get());
+    QObject::connect(base, &FirmwareUpdaterBase::UpdateStarted, note(u"started"_s));
+    QObject::connect(base, &FirmwareUpdaterBase::EraseStarted, note(u"erase started"_s));
+    QObject::connect(base, &FirmwareUpdaterBase::EraseFinished, note(u"erase finished"_s));
+    QObject::connect(base, &FirmwareUpdaterBase::UpdateFinished, [this](bool status) {
+        signals_.append(status ? u"finished true"_s : u"finished false"_s);
+    });
+    QObject::connect(base, &FirmwareUpdaterBase::ProgressUpdate,
+                     [this](int percent) { signals_.append(QString::number(percent)); });
+    QObject::connect(base, &FirmwareUpdaterBase::UpdateConnectionStatus,
+                     [this](ConnectionStatus status) {
+                         static const QStringList names{u"Connected"_s, u"Disconnected"_s,
+                                                        u"VerificationFailed"_s};
+                         signals_.append(names.value(static_cast<int>(status)));
+                     });
+    return backend;
+}
+
+QString UartUnitTest::MakeFile(QByteArray const& content) const
+{
+    QFile file(folder_.filePath(u"firmware.bin"_s));
+    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+    EXPECT_EQ(file.write(content), content.size());
+    return file.fileName();
+}
+
+int UartUnitTest::OpenPorts()
+{
+    const auto line = QString::fromStdString(unit_->Status().pty_path);
+    int count = 0;
+    const auto entries =
+        QDir(u"/proc/self/fd"_s).entryInfoList(QDir::NoDotAndDotDot | QDir::System | QDir::Files);
+    for (const auto& entry : entries) {
+        count += entry.symLinkTarget() == line ? 1 : 0;
+    }
+    return count - 1;
+}
+
+std::vector<std::string> UartUnitTest::Commands()
+{
+    std::vector<std::string> commands;
+    for (const auto& entry : unit_->Journal()) {
+        commands.push_back(entry.command);
+    }
+    return commands;
+}
+
+bool UartUnitTest::WasRead()
+{
+    const auto commands = Commands();
+    return std::ranges::find(commands, "read") != commands.end();
+}
+
+QByteArray UartUnitTest::Flash(size_t size, uint32_t address)
+{
+    const auto bytes = unit_->ReadMemory(address, size);
+    return {reinterpret_cast<const char*>(bytes.data()), static_cast<qsizetype>(bytes.size())};
+}
+
+bool UartUnitTest::FlashIsErased()
+{
+    constexpr size_t flash_size = 512 * 1024;
+    const auto bytes = unit_->ReadMemory(kFlash, flash_size);
+    return std::ranges::all_of(bytes, [](std::byte byte) { return byte == std::byte{0xFF}; });
+}
