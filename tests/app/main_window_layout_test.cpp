@@ -6,6 +6,7 @@
 #include <QImage>
 #include <QWindow>
 #include <ostream>
+#include <utility>
 
 #include "tests/app/window_fixture.h"
 
@@ -203,10 +204,9 @@ TEST_F(MainWindowLayout, ReadsTheSettingsDuringItsConstructionOnly)
 TEST_F(MainWindowLayout, ShowsTheTargetTypeInYellowWithACapital)
 {
     CopyProductFonts();
-    for (const auto& [configured, shown] : {std::pair("service", "Service"),
-                                            {"beta test", "Beta test"},
-                                            {"xYZ", "XYZ"},
-                                            {"s", "S"}}) {
+    const std::pair<const char*, const char*> rows[] = {
+        {"service", "Service"}, {"beta test", "Beta test"}, {"xYZ", "XYZ"}, {"s", "S"}};
+    for (const auto& [configured, shown] : rows) {
         Configure(QByteArray("fw_target_type=") + configured + "\n");
         MakeWindow();
 
@@ -270,11 +270,12 @@ TEST_F(MainWindowLayout, HasAnIconOfItsOwnOnWindowsOnly)
 {
     ASSERT_TRUE(QFile::copy(QStringLiteral(FW_DEMONSTRATION_RESOURCES "/AppIcon.ico"),
                             ini_.Path(u"AppIcon.ico"_s)));
-    for (const auto& [product_type, has_icon] : {std::pair(u"windows"_s, true),
-                                                 {u"Windows"_s, true},
-                                                 {u"macos"_s, false},
-                                                 {u"debian"_s, false},
-                                                 {u"windows11"_s, false}}) {
+    const std::pair<QString, bool> rows[] = {{u"windows"_s, true},
+                                             {u"Windows"_s, true},
+                                             {u"macos"_s, false},
+                                             {u"debian"_s, false},
+                                             {u"windows11"_s, false}};
+    for (const auto& [product_type, has_icon] : rows) {
         environment_.product_type = product_type;
         MakeWindow();
 

@@ -12,10 +12,14 @@ namespace {
 // U+2014 is the em dash.
 const auto kError = u"Error connecting to device \u2014 Disconnect device and repeat step 1-3"_s;
 
+// What a row leaves as it is.
+constexpr auto same = std::nullopt;
+
 struct Row {
     const char* name;
     WindowEvent event;
     targetInterfaceType type;
+    // button text, style and enabled, bar value and text, unit ready
     WindowChange change;
 };
 
@@ -24,65 +28,21 @@ void PrintTo(Row const& row, std::ostream* out)
     *out << row.name << " under transport " << row.type;
 }
 
-WindowChange UpdateStarted()
-{
-    return {.button_text = u"UPDATING"_s, .button_style = ButtonStyle::Ready};
-}
-
-WindowChange UpdateStartedOnUart()
-{
-    auto change = UpdateStarted();
-    change.progress_format = u"%p%"_s;
-    return change;
-}
-
 // The rows that are the same for every transport.
 std::vector<Row> CommonRows(targetInterfaceType type)
 {
+    using enum WindowEvent;
+    constexpr auto grey = ButtonStyle::Disabled;
+    constexpr auto black = ButtonStyle::Ready;
     return {
-        {"UpdateRequested", WindowEvent::UpdateRequested, type, {.button_enabled = false}},
-        {"UpdateSucceeded",
-         WindowEvent::UpdateSucceeded,
-         type,
-         {.button_text = u"DONE"_s,
-          .button_style = ButtonStyle::Ready,
-          .button_enabled = false,
-          .progress_value = 100}},
-        {"UpdateFailed",
-         WindowEvent::UpdateFailed,
-         type,
-         {.button_style = ButtonStyle::Disabled,
-          .button_enabled = false,
-          .progress_format = kError}},
-        {"UnitConnected",
-         WindowEvent::UnitConnected,
-         type,
-         {.button_text = u"UPDATE"_s,
-          .button_style = ButtonStyle::Ready,
-          .button_enabled = true,
-          .unit_ready = true}},
-        {"UnitDisconnected",
-         WindowEvent::UnitDisconnected,
-         type,
-         {.button_text = u"UPDATE"_s,
-          .button_style = ButtonStyle::Disabled,
-          .button_enabled = false,
-          .progress_value = 0,
-          .progress_format = u""_s,
-          .unit_ready = false}},
-        {"UnitRefused",
-         WindowEvent::UnitRefused,
-         type,
-         {.button_text = u"UPDATE"_s,
-          .button_style = ButtonStyle::Disabled,
-          .button_enabled = false,
-          .progress_format = kError,
-          .unit_ready = false}},
-        {"EraseStarted", WindowEvent::EraseStarted, type, {.progress_format = u"Erasing"_s}},
-        {"EraseFinished",
-         WindowEvent::EraseFinished,
-         type,
-         {.progress_value = 0, .progress_format = u"%p%"_s}},
+        {"UpdateRequested", UpdateRequested, type, {same, same, false, same, same, same}},
+        {"UpdateSucceeded", UpdateSucceeded, type, {u"DONE"_s, black, false, 100, same, same}},
+        {"UpdateFailed", UpdateFailed, type, {same, grey, false, same, kError, same}},
+        {"UnitConnected", UnitConnected, type, {u"UPDATE"_s, black, true, same, same, true}},
+        {"UnitDisconnected", UnitDisconnected, type, {u"UPDATE"_s, grey, false, 0, u""_s, false}},
+        {"UnitRefused", UnitRefused, type, {u"UPDATE"_s, grey, false, same, kError, false}},
+        {"EraseStarted", EraseStarted, type, {same, same, same, same, u"Erasing"_s, same}},
+        {"EraseFinished", EraseFinished, type, {same, same, same, 0, u"%p%"_s, same}},
     };
 }
 
@@ -93,8 +53,11 @@ std::vector<Row> AllRows()
         for (auto const& row : CommonRows(type)) {
             rows.push_back(row);
         }
-        rows.push_back({"UpdateStarted", WindowEvent::UpdateStarted, type,
-                        type == TargetUart ? UpdateStartedOnUart() : UpdateStarted()});
+        const auto format = type == TargetUart ? std::optional(u"%p%"_s) : std::nullopt;
+        rows.push_back({"UpdateStarted",
+                        WindowEvent::UpdateStarted,
+                        type,
+                        {u"UPDATING"_s, ButtonStyle::Ready, same, same, format, same}});
     }
     return rows;
 }

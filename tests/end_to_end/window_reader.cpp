@@ -41,6 +41,31 @@ QImage Normalise(QImage const& image)
     return image.convertToFormat(QImage::Format_RGB32);
 }
 
+// The bar's gradient comes out a shade different now and then, from one drawing to the next.
+bool IsAlikePixel(QRgb a, QRgb b)
+{
+    constexpr int kTolerance = 8;
+    return std::abs(qRed(a) - qRed(b)) <= kTolerance &&
+           std::abs(qGreen(a) - qGreen(b)) <= kTolerance &&
+           std::abs(qBlue(a) - qBlue(b)) <= kTolerance;
+}
+
+// Both in the format of Normalise.
+bool IsAlike(QImage const& a, QImage const& b)
+{
+    if (a.size() != b.size()) {
+        return false;
+    }
+    for (int y = 0; y < a.height(); ++y) {
+        auto const* const row_a = reinterpret_cast<QRgb const*>(a.constScanLine(y));
+        auto const* const row_b = reinterpret_cast<QRgb const*>(b.constScanLine(y));
+        if (!std::equal(row_a, row_a + a.width(), row_b, IsAlikePixel)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 }  // namespace
 
 std::ostream& operator<<(std::ostream& stream, Screen const& screen)

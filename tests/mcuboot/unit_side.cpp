@@ -16,8 +16,8 @@ unsigned GetCrc(QByteArray const& bytes, unsigned init)
     return crc;
 }
 
-// Units go on over header and payload without a break; the register's start takes the place of the
-// change that receivers make in between. Without a payload there is nothing to go on over.
+// Units run over header and payload without a break; the register's start takes the place of the
+// change that receivers make in between.
 unsigned GetAnswerCheck(QByteArray const& packet)
 {
     return GetCrc(packet, 0x9655) ^ 0x1D0F;
@@ -67,7 +67,8 @@ std::optional<Request> ReadRequest(QByteArray const& line)
 
 QByteArray MakeAnswerBody(QByteArray const& payload, int header_length)
 {
-    auto const packet = FromHex("0100") + BigEndian16(header_length) + FromHex("00010000") + payload;
+    auto const packet =
+        FromHex("0100") + BigEndian16(header_length) + FromHex("00010000") + payload;
     return BigEndian16(packet.size() + 2) + packet +
            BigEndian16(static_cast<qsizetype>(GetAnswerCheck(packet)));
 }

@@ -25,8 +25,8 @@ struct Request {
 // The request in one line of the wire, newline included; nothing when anything about it is wrong.
 std::optional<Request> ReadRequest(QByteArray const& line);
 
-// Body of an answer: length field, header (operation, 0, length, group, sequence, command), payload,
-// check value. `header_length` is what the header claims as the payload's length.
+// Body of an answer: length field, header (operation, 0, length, group, sequence, command),
+// payload, check value. `header_length` is what the header claims as the payload's length.
 QByteArray MakeAnswerBody(QByteArray const& payload, int header_length);
 QByteArray MakeAnswerBody(QByteArray const& payload);
 

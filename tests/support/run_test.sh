@@ -27,7 +27,8 @@ trap cleanup EXIT
 
 if [ -n "$display" ]; then
     display_file=$(mktemp)
-    Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp 3>"$display_file" >/dev/null 2>&1 &
+    # Without -noreset the server starts anew whenever its last client leaves.
+    Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp -noreset 3>"$display_file" >/dev/null 2>&1 &
     children+=($!)
     for _ in $(seq 200); do
         [ -s "$display_file" ] && break
@@ -36,6 +37,8 @@ if [ -n "$display" ]; then
     [ -s "$display_file" ] || { echo "Xvfb did not start" >&2; exit 1; }
     export DISPLAY=":$(cat "$display_file")"
     export QT_QPA_PLATFORM=xcb
+    # No session bus: nothing here needs one, and its client library keeps memory until the end.
+    export DBUS_SESSION_BUS_ADDRESS=disabled:
     unset WAYLAND_DISPLAY
     if [ -n "$wm" ]; then
         openbox >/dev/null 2>&1 &

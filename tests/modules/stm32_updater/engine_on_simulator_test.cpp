@@ -237,7 +237,9 @@ unsigned HarmlessStrikes(FaultKind kind)
         case FaultKind::kExtraByte:
             return 2;  // after both answers to the jump nothing is read
         case FaultKind::kCutAnswer:
-            return 75;  // answers of one byte, of which nothing is cut
+            // Answers of one byte, of which nothing is cut: sync, Get, Get ID, three Reads, Get
+            // Version, the erase, three of each write, Go.
+            return 1 + 2 + 2 + 3 * 3 + 2 + 2 + 3 * kWrites + 2;
         case FaultKind::kDropAnswer:
         case FaultKind::kLateAnswer:
             return 1;  // the last answer of all

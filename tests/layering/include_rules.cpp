@@ -1,0 +1,189 @@
+#include "tests/layering/include_rules.h"
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <optional>
+#include <regex>
+#include <set>
+#include <string_view>
+
+namespace {
+
+constexpr std::string_view kSerialPortOwners[] = {"hal/uart/uart.cpp", "app/window_environment.cpp",
+                                                  "updater/mcuboot_serial_updater.cpp"};
+
+std::string TopFolder(std::string const& path)
+{
+    return path.substr(0, path.find('/'));
+}
+
+// Which folders each folder may include from, itself apart.
+std::optional<std::set<std::string>> FoldersBelow(std::string const& folder)
+{
+    static const std::map<std::string, std::set<std::string>> below{
+        {"app", {"updater", "modules", "mcuboot", "hal", "runtime"}},
+        {"updater", {"modules", "mcuboot", "hal", "runtime"}},
+        {"modules", {"runtime"}},
+        {"mcuboot", {"runtime"}},
+        {"hal", {"runtime"}},
+        {"runtime", {}},
+        {"simulator", {}},
+    };
+    const auto found = below.find(folder);
+    return found == below.end() ? std::nullopt : std::optional(found->second);
+}
+
+bool IsProjectInclude(std::string const& include)
+{
+    static const std::set<std::string> folders{"app", "updater",   "modules", "mcuboot",
+                                               "hal", "simulator", "runtime", "tests"};
+    return include.find('/') != std::string::npos && folders.contains(TopFolder(include));
+}
+
+bool MayInclude(std::string const& path, std::string const& include)
+{
+    const auto own = TopFolder(path);
+    const auto other = TopFolder(include);
+    if (own == "modules" && other == "hal") {
+        return include == "hal/uart/i_uart_driver.h";
+    }
+    const auto below = FoldersBelow(own);
+    return own == other || !below || below->contains(other);
+}
+
+bool IsQt(std::string const& include)
+{
+    static const std::regex qt("Q[A-Za-z0-9]+(/[A-Za-z0-9_.]+)?");
+    return std::regex_match(include, qt);
+}
+
+bool IsSerialPort(std::string const& include)
+{
+    return include.find("QSerialPort") != std::string::npos ||
+           include.find("QtSerialPort") != std::string::npos;
+}
+
+using IncludeMap = std::map<std::string, std::vector<std::string>>;
+
+// Walks depth first along `road` and collects the roads that come back to where they were.
+void Walk(IncludeMap const& includes, std::string const& path, std::vector<std::string>& road,
+          std::set<std::string>& done, std::vector<std::string>& circles)
+{
+    if (const auto seen = std::ranges::find(road, path); seen != road.end()) {
+        std::string circle;
+        for (auto step = seen; step != road.end(); ++step) {
+            circle += *step + " -> ";
+        }
+        circles.push_back(circle + path);
+        return;
+    }
+    const auto found = includes.find(path);
+    if (found == includes.end() || done.contains(path)) {
+        return;
+    }
+    road.push_back(path);
+    for (auto const& include : found->second) {
+        Walk(includes, include, road, done, circles);
+    }
+    road.pop_back();
+    done.insert(path);
+}
+
+}  // namespace
+
+std::vector<SourceFile> ReadSources(std::filesystem::path const& root,
+                                    std::vector<std::string> const& folders)
+{
+    std::vector<SourceFile> files;
+    for (auto const& folder : folders) {
+        if (!std::filesystem::is_directory(root / folder)) {
+            continue;
+        }
+        for (auto const& entry : std::filesystem::recursive_directory_iterator(root / folder)) {
+            const auto extension = entry.path().extension();
+            if (extension != ".h" && extension != ".cpp") {
+                continue;
+            }
+            std::ifstream stream(entry.path());
+            const std::string text{std::istreambuf_iterator<char>(stream), {}};
+            files.push_back({std::filesystem::relative(entry.path(), root).generic_string(),
+                             FindIncludes(text), text});
+        }
+    }
+    std::ranges::sort(files, {}, &SourceFile::path);
+    return files;
+}
+
+std::vector<std::string> FindIncludes(std::string const& text)
+{
+    static const std::regex pattern(R"((^|\n)[ \t]*#[ \t]*include[ \t]*[<"]([^>"\n]+)[>"])");
+    std::vector<std::string> includes;
+    for (std::sregex_iterator match(text.begin(), text.end(), pattern), end; match != end;
+         ++match) {
+        includes.push_back((*match)[2]);
+    }
+    return includes;
+}
+
+std::vector<std::string> FindUpwardIncludes(std::vector<SourceFile> const& files)
+{
+    std::vector<std::string> offences;
+    for (auto const& file : files) {
+        for (auto const& include : file.includes) {
+            if (IsProjectInclude(include) && !MayInclude(file.path, include)) {
+                offences.push_back(file.path + " includes " + include);
+            }
+        }
+    }
+    return offences;
+}
+
+std::vector<std::string> FindCircles(std::vector<SourceFile> const& files)
+{
+    IncludeMap includes;
+    for (auto const& file : files) {
+        includes[file.path] = file.includes;
+    }
+    std::vector<std::string> circles;
+    std::vector<std::string> road;
+    std::set<std::string> done;
+    for (auto const& file : files) {
+        Walk(includes, file.path, road, done, circles);
+    }
+    return circles;
+}
+
+std::vector<std::string> FindForbiddenQt(
+    std::vector<SourceFile> const& files,
+    std::function<bool(std::string const&)> const& is_core_header)
+{
+    std::vector<std::string> offences;
+    for (auto const& file : files) {
+        const bool owns_port =
+            std::ranges::find(kSerialPortOwners, file.path) != std::end(kSerialPortOwners);
+        for (auto const& include : file.includes) {
+            const bool allowed = IsSerialPort(include)
+                                     ? owns_port
+                                     : TopFolder(file.path) == "app" || is_core_header(include);
+            if (IsQt(include) && !allowed) {
+                offences.push_back(file.path + " includes " + include);
+            }
+        }
+    }
+    return offences;
+}
+
+std::vector<std::string> FindStraySettings(std::vector<SourceFile> const& files)
+{
+    static const std::regex read(R"(settings_?[ \t\n]*(\.|->)[ \t\n]*(value|contains|allKeys)\b)",
+                                 std::regex::icase);
+    std::vector<std::string> offences;
+    for (auto const& file : files) {
+        if (file.path != "app/startup_config.cpp" && std::regex_search(file.text, read)) {
+            offences.push_back(file.path + " reads settings");
+        }
+    }
+    return offences;
+}

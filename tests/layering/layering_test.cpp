@@ -1,0 +1,99 @@
+// Applies the include rules to this repository's sources, and proves by compiling that the protocol
+// headers need neither widgets nor a serial port.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/layering/include_rules.h"
+// Written by CMake: every header of the protocol code.
+#include "every_protocol_header.h"
+
+using testing::IsEmpty;
+
+namespace {
+
+std::vector<SourceFile> const& Sources()
+{
+    static const auto sources =
+        ReadSources(FW_SOURCE_DIR, {"app", "updater", "modules", "mcuboot", "hal", "runtime"});
+    return sources;
+}
+
+bool IsCoreHeader(std::string const& include)
+{
+    constexpr std::string_view folder = "QtCore/";
+    const auto name = include.starts_with(folder) ? include.substr(folder.size()) : include;
+    return std::filesystem::exists(std::filesystem::path(FW_QT_CORE_DIR) / name);
+}
+
+// Every key that config.ini may have.
+constexpr const char* kKeys[] = {
+    "firmware_filename", "interface",    "start_address",     "programming_address",
+    "otp_address",       "otp_size",     "boot_mode_address", "fw_target_type",
+    "mcuboot_baud",      "product_list", "device_id_list",    "window_title",
+    "instructions_text", "product_text", "fw_version",
+};
+
+}  // namespace
+
+TEST(ProtocolHeaders, CompileWithoutWidgetsAndSerialPortInReach)
+{
+#if __has_include(<QWidget>) || __has_include(<QFont>)
+    ADD_FAILURE() << "widgets are on the include path";
+#endif
+#if __has_include(<QSerialPort>)
+    ADD_FAILURE() << "the serial port is on the include path";
+#endif
+    EXPECT_GE(kProtocolHeaders, 15);
+}
+
+TEST(Layering, LooksAtAllSources)
+{
+    const auto has = [](std::string const& path) {
+        return std::ranges::find(Sources(), path, &SourceFile::path) != Sources().end();
+    };
+
+    EXPECT_TRUE(has("app/main.cpp"));
+    EXPECT_TRUE(has("updater/uart_firmware_updater.cpp"));
+    EXPECT_TRUE(has("modules/stm32_updater/stm32_uart_updater.cpp"));
+    EXPECT_TRUE(has("hal/uart/uart.cpp"));
+    EXPECT_TRUE(has("runtime/dispatcher.cpp"));
+    EXPECT_TRUE(IsCoreHeader("QString") && IsCoreHeader("QtCore/QString"));
+    EXPECT_FALSE(IsCoreHeader("QWidget"));
+}
+
+TEST(Layering, NoIncludePointsUpwards)
+{
+    EXPECT_THAT(FindUpwardIncludes(Sources()), IsEmpty());
+}
+
+TEST(Layering, NoHeadersIncludeEachOtherInACircle)
+{
+    EXPECT_THAT(FindCircles(Sources()), IsEmpty());
+}
+
+TEST(Layering, QtOutsideTheProgramIsQtCore)
+{
+    EXPECT_THAT(FindForbiddenQt(Sources(), IsCoreHeader), IsEmpty());
+}
+
+TEST(Layering, TheSimulatorKnowsNothingOfTheProduct)
+{
+    EXPECT_THAT(FindUpwardIncludes(ReadSources(FW_SOURCE_DIR, {"simulator"})), IsEmpty());
+}
+
+TEST(Layering, OnlyOneFileReadsTheConfiguration)
+{
+    EXPECT_THAT(FindStraySettings(Sources()), IsEmpty());
+}
+
+TEST(Layering, NothingElseNamesTheConfigurationsKeys)
+{
+    for (auto const& file : Sources()) {
+        for (auto const* key : kKeys) {
+            const auto literal = std::string("\"").append(key).append("\"");
+            EXPECT_TRUE(file.path.starts_with("app/startup_config.") ||
+                        file.text.find(literal) == std::string::npos)
+                << file.path << " names " << literal;
+        }
+    }
+}

@@ -1,0 +1,24 @@
+// Collects what is written through Qt's logging while it lives. One at a time.
+#pragma once
+
+#include <QtGlobal>
+#include <string>
+#include <vector>
+
+class CollectedLog {
+public:
+    CollectedLog();
+    ~CollectedLog();
+    CollectedLog(CollectedLog const&) = delete;
+    CollectedLog& operator=(CollectedLog const&) = delete;
+
+    // "W: text" for a warning, "D: text" for a debug line, in order.
+    std::vector<std::string> const& Lines() const { return lines_; }
+    std::vector<std::string> Warnings() const;
+
+private:
+    static void Collect(QtMsgType type, QMessageLogContext const& context, QString const& text);
+
+    static CollectedLog* current_;
+    std::vector<std::string> lines_;
+};
