@@ -7,13 +7,22 @@
 #include <QFile>
 #include <QSettings>
 #include <QTemporaryDir>
+#include <memory>
 
 class IniFile {
 public:
     // `text`: the file's content, UTF-8.
-    explicit IniFile(QByteArray const& text) { Write(QStringLiteral("config.ini"), text); }
+    explicit IniFile(QByteArray const& text) { SetText(text); }
 
-    QSettings& Settings() { return settings_; }
+    // Ends what Settings() returned before.
+    void SetText(QByteArray const& text)
+    {
+        const auto name = QStringLiteral("config.ini");
+        Write(name, text);
+        settings_ = std::make_unique<QSettings>(Path(name), QSettings::IniFormat);
+    }
+
+    QSettings const& Settings() const { return *settings_; }
     QDir Directory() const { return QDir(directory_.path()); }
     QString Path(QString const& name) const { return directory_.filePath(name); }
 
@@ -27,6 +36,5 @@ public:
 
 private:
     QTemporaryDir directory_;
-    // Reads the file at its first access.
-    QSettings settings_{directory_.filePath(QStringLiteral("config.ini")), QSettings::IniFormat};
+    std::unique_ptr<QSettings> settings_;
 };

@@ -14,8 +14,7 @@ class MainWindowDetection : public WindowTest {
 protected:
     MainWindowDetection()
     {
-        ini_.Write(u"config.ini"_s,
-                   "product_list=Lumen:10c4:ea60, Flash:0483:df11\ndevice_id_list=12, 300\n");
+        ini_.SetText("product_list=Lumen:10c4:ea60, Flash:0483:df11\ndevice_id_list=12, 300\n");
         environment_.intervals = {.first = 1ms, .after_connect = 40ms, .idle = 20ms};
     }
 

@@ -16,11 +16,7 @@ namespace {
 
 class MainWindowLayout : public WindowTest {
 protected:
-    void Configure(QByteArray const& text)
-    {
-        ini_.Write(u"config.ini"_s, text);
-        ini_.Settings().sync();
-    }
+    void Configure(QByteArray const& text) { ini_.SetText(text); }
 
     void CopyProductFonts()
     {

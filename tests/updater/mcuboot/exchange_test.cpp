@@ -2,7 +2,9 @@
 #include <gmock/gmock.h>
 
 #include <QElapsedTimer>
+#include <map>
 
+#include "tests/updater/mcuboot/observed_waits.h"
 #include "tests/updater/mcuboot/updater_fixture.h"
 
 namespace {
@@ -11,11 +13,7 @@ using mcuboot::test::FromHex;
 using mcuboot::test::MakeAnswer;
 using mcuboot::test::MakeAnswerBody;
 using mcuboot::test::ToLines;
-using testing::AllOf;
 using testing::ElementsAre;
-using testing::Ge;
-using testing::Gt;
-using testing::Le;
 
 class Exchange : public UpdaterFixture {
 protected:
@@ -50,18 +48,29 @@ TEST_F(Exchange, WithATimeoutBelowOneSendsAndWaitsForNoAnswer)
 TEST_F(Exchange, WaitsBeforeTheRequestAndBehindItAndBehindTheAnswer)
 {
     unit_.Answers(answer_);
-    QElapsedTimer timer;
-    timer.start();
+    ObservedWaits const waits;
     EXPECT_EQ(updater_->sendAndReceive(request_, 1000), answer_);
-    EXPECT_GE(timer.elapsed(), 10 + 3 + 3);
+    EXPECT_THAT(waits.sleeps, ElementsAre(10, 3, 3));
+    EXPECT_EQ(waits.other_waits, 0);
+}
+
+TEST_F(Exchange, IsPrecededByAWaitWhenThePortWasJustOpened)
+{
+    unit_.Answers(RcAnswer(0));
+    ObservedWaits const waits;
+    EXPECT_TRUE(updater_->connect(unit_.PortName()));
+    EXPECT_THAT(waits.sleeps, ElementsAre(100, 10, 3, 3));
 }
 
 TEST_F(Exchange, TakesAnAnswerSplitAtEveryPlace)
 {
+    ObservedWaits const waits;
     for (qsizetype at = 1; at < answer_.size(); ++at) {
         unit_.AnswersInPieces({answer_.first(at), answer_.sliced(at)});
         EXPECT_EQ(updater_->sendAndReceive(request_, 1000), answer_) << at;
     }
+    // The pieces did come apart, most of them at least.
+    EXPECT_GT(waits.waits_with_data, answer_.size() * 3 / 2);
 }
 
 TEST_F(Exchange, GoesOnWhenTheNextLineFollowsItsNewlineAtOnce)
@@ -104,22 +113,23 @@ TEST_F(Exchange, ReturnsNothingFromASilentUnitOnlyWhenTheTimeIsUp)
 
 TEST_F(Exchange, CountsWaitsAndNotTime)
 {
-    unit_.Dribbles();
-    auto const received = updater_->sendAndReceive(request_, 3000);
-    // Each wait took in one byte, unless the unit was too late with it.
-    EXPECT_THAT(received.size(), AllOf(Gt(600), Le(1000)));
-    EXPECT_EQ(received, QByteArray(received.size(), 'x'));
-    EXPECT_EQ(unit_.CountDribbled(), received.size());
+    // Each piece ends the wait for it early, and yet uses up 3 ms.
+    unit_.AnswersInPieces(std::vector<QByteArray>(50, "x"));
+    ObservedWaits const waits;
+    EXPECT_EQ(updater_->sendAndReceive(request_, 300), QByteArray(50, 'x'));
+    EXPECT_EQ(waits.passes, 100);
+    EXPECT_GT(waits.waits_with_data, 25);
 }
 
 TEST_F(Exchange, RoundsTheNumberOfWaitsUp)
 {
-    for (auto const timeout : {1, 2, 3}) {
-        unit_.Answers("x");
-        EXPECT_LE(updater_->sendAndReceive(request_, timeout).size(), 1) << timeout;
+    for (auto const& [timeout, passes] :
+         std::map<int, int>{{-1, 0}, {0, 0}, {1, 1}, {3, 1}, {4, 2}}) {
+        ObservedWaits const waits;
+        EXPECT_TRUE(updater_->sendAndReceive(request_, timeout).isEmpty());
+        EXPECT_EQ(waits.passes, passes) << timeout;
+        EXPECT_THAT(waits.sleeps, ElementsAre(10, 3)) << timeout;
     }
-    unit_.Dribbles();
-    EXPECT_LE(updater_->sendAndReceive(request_, 31).size(), 11);
 }
 
 TEST_F(Exchange, EndsSoonWhenTheUnitIsPulledOut)

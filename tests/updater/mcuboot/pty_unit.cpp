@@ -35,7 +35,6 @@ PtyUnit::PtyUnit()
 
 PtyUnit::~PtyUnit()
 {
-    CountDribbled();
     close(wake_[1]);
     if (thread_.joinable()) {
         thread_.join();
@@ -71,11 +70,6 @@ PtyUnit& PtyUnit::StaysSilent()
     return Then({});
 }
 
-PtyUnit& PtyUnit::Dribbles()
-{
-    return Then({.pieces = {}, .dribbles = true});
-}
-
 PtyUnit& PtyUnit::Vanishes()
 {
     return Then({.pieces = {}, .vanishes = true});
@@ -90,10 +84,7 @@ void PtyUnit::AlwaysAnswers(QByteArray const& raw)
 void PtyUnit::Sends(QByteArray const& raw)
 {
     Write(raw);
-    auto const end = std::chrono::steady_clock::now() + kBound;
-    while (IsTaken() && std::chrono::steady_clock::now() < end) {
-        std::this_thread::yield();
-    }
+    EXPECT_TRUE(WaitUntilWaiting(true, kBound));
 }
 
 std::vector<QByteArray> PtyUnit::WaitForLines(size_t count)
@@ -122,15 +113,6 @@ std::vector<std::string> PtyUnit::Journal()
                           std::to_string(request.sequence));
     }
     return journal;
-}
-
-int PtyUnit::CountDribbled()
-{
-    std::unique_lock lock(mutex_);
-    stop_dribbling_ = true;
-    EXPECT_TRUE(changed_.wait_for(lock, kBound, [this] { return !dribbling_; }));
-    stop_dribbling_ = false;
-    return dribbled_;
 }
 
 void PtyUnit::Run()
@@ -172,7 +154,6 @@ void PtyUnit::TakeLine(QByteArray const& line)
             reaction = std::move(script_.front());
             script_.pop_front();
         }
-        dribbling_ = reaction.dribbles;
     }
     changed_.notify_all();
     React(reaction);
@@ -185,47 +166,26 @@ void PtyUnit::React(Reaction const& reaction)
         return;
     }
     for (auto const& piece : reaction.pieces) {
-        if (!WaitUntilTaken()) {
+        if (!WaitUntilWaiting(false, kBound)) {
             return;
         }
         Write(piece);
-    }
-    if (reaction.dribbles) {
-        Dribble();
+        // Written bytes show at the other end only a moment later. One that was taken within that
+        // moment is not waited for any longer.
+        WaitUntilWaiting(true, 2ms);
     }
 }
 
-void PtyUnit::Dribble()
-{
-    int dribbled = 0;
-    auto stopped = false;
-    while (!stopped) {
-        Write("x");
-        while (!stopped && !IsTaken()) {
-            std::this_thread::yield();
-            std::scoped_lock const lock(mutex_);
-            stopped = stop_dribbling_;
-        }
-        dribbled += stopped ? 0 : 1;
-    }
-    {
-        std::scoped_lock const lock(mutex_);
-        dribbled_ = dribbled;
-        dribbling_ = false;
-    }
-    changed_.notify_all();
-}
-
-bool PtyUnit::IsTaken() const
+int PtyUnit::CountWaiting() const
 {
     int waiting = 0;
-    return ioctl(slave_, FIONREAD, &waiting) == 0 && waiting == 0;
+    return ioctl(slave_, FIONREAD, &waiting) == 0 ? waiting : -1;
 }
 
-bool PtyUnit::WaitUntilTaken() const
+bool PtyUnit::WaitUntilWaiting(bool waiting, std::chrono::milliseconds bound) const
 {
-    auto const end = std::chrono::steady_clock::now() + 1s;
-    while (!IsTaken()) {
+    auto const end = std::chrono::steady_clock::now() + bound;
+    while ((CountWaiting() > 0) != waiting) {
         if (std::chrono::steady_clock::now() > end) {
             return false;
         }

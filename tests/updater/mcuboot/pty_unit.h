@@ -4,6 +4,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -28,9 +29,6 @@ public:
     // Each piece is sent once the program has taken the one before it.
     PtyUnit& AnswersInPieces(std::vector<QByteArray> pieces);
     PtyUnit& StaysSilent();
-    // Sends one byte after the other, each once the program has taken the one before it, and never
-    // a newline, until the program takes no more (CountDribbled).
-    PtyUnit& Dribbles();
     // Is pulled out.
     PtyUnit& Vanishes();
     // What it answers once the script is over; silence, if not said.
@@ -46,16 +44,12 @@ public:
     // "op group id seq" of each request that has come.
     std::vector<std::string> Journal();
 
-    // How many bytes the program took. Ends the dribbling.
-    int CountDribbled();
-
     // The port's own end of the line, to look at its settings.
     int SlaveDescriptor() const { return slave_; }
 
 private:
     struct Reaction {
         std::vector<QByteArray> pieces;
-        bool dribbles = false;
         bool vanishes = false;
     };
 
@@ -64,9 +58,8 @@ private:
     bool ReadInput();
     void TakeLine(QByteArray const& line);
     void React(Reaction const& reaction);
-    void Dribble();
-    bool IsTaken() const;
-    bool WaitUntilTaken() const;
+    int CountWaiting() const;
+    bool WaitUntilWaiting(bool waiting, std::chrono::milliseconds bound) const;
     void Write(QByteArray const& raw) const;
     void Close();
 
@@ -81,8 +74,5 @@ private:
     std::deque<Reaction> script_;
     Reaction after_script_;
     std::vector<QByteArray> lines_;
-    int dribbled_ = 0;
-    bool dribbling_ = false;
-    bool stop_dribbling_ = false;
     std::thread thread_;
 };

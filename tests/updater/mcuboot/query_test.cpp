@@ -1,18 +1,16 @@
 // The single requests: image state, OTP values, model check, erase, reset and the generic command.
 #include <gmock/gmock.h>
 
+#include "tests/updater/mcuboot/observed_waits.h"
 #include "tests/updater/mcuboot/updater_fixture.h"
 
 namespace {
 
 using mcuboot::test::FromHex;
 using mcuboot::test::MakeAnswer;
-using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::Gt;
 using testing::IsEmpty;
-using testing::Le;
 using testing::MatchesRegex;
 
 constexpr uint32_t kModelIdKey = 0x01234711;
@@ -20,12 +18,16 @@ constexpr uint32_t kSerialNumberKey = 0x3CA6A4AF;
 
 class Query : public UpdaterFixture {
 protected:
-    // How many bytes of a dribbling answer the program takes: one for each wait of 3 ms, unless the
-    // unit was too late with it.
-    void ExpectTimeout(int milliseconds)
+    // The operation must fail after waits of 3 ms that add up to the time-out.
+    template <typename Operation>
+    void ExpectTimeout(int milliseconds, Operation const& operation)
     {
-        EXPECT_THAT(unit_.CountDribbled(),
-                    AllOf(Le((milliseconds + 2) / 3), Gt(milliseconds / 3 * 7 / 10)));
+        ConnectUpdater();
+        unit_.StaysSilent();
+        ObservedWaits const waits(ObservedWaits::Waits::kEndAtOnce);
+        EXPECT_FALSE(operation());
+        EXPECT_EQ(waits.passes, (milliseconds + 2) / 3);
+        EXPECT_EQ(waits.other_waits, 0);
     }
 };
 
@@ -52,10 +54,7 @@ TEST_F(Query, ImageStateTakesAnErrorCodeThatIsNoNumberOrTooLargeForNone)
 
 TEST_F(Query, ImageStateWaitsTwoSeconds)
 {
-    ConnectUpdater();
-    unit_.Dribbles();
-    EXPECT_FALSE(updater_->readImageState());
-    ExpectTimeout(2000);
+    ExpectTimeout(2000, [this] { return updater_->readImageState(); });
 }
 
 TEST_F(Query, ImageStateTellsOfAnErrorCodeVerboseOrNot)
@@ -143,10 +142,7 @@ TEST_F(Query, OtpReadTakesDataWithoutAnErrorCode)
 
 TEST_F(Query, OtpReadWaitsTwoSeconds)
 {
-    ConnectUpdater();
-    unit_.Dribbles();
-    EXPECT_EQ(updater_->readOtpData(kModelIdKey), std::nullopt);
-    ExpectTimeout(2000);
+    ExpectTimeout(2000, [this] { return updater_->readOtpData(kModelIdKey).has_value(); });
 }
 
 TEST_F(Query, OtpReadTellsOfEveryFailureVerboseOrNot)
@@ -312,10 +308,7 @@ TEST_F(Query, EraseTellsOfEveryFailureVerboseOrNot)
 
 TEST_F(Query, EraseWaitsThirtySeconds)
 {
-    ConnectUpdater();
-    unit_.Dribbles();
-    EXPECT_FALSE(updater_->eraseImage());
-    ExpectTimeout(30000);
+    ExpectTimeout(30000, [this] { return updater_->eraseImage(); });
 }
 
 // ---- Reset ----
@@ -372,10 +365,7 @@ TEST_F(Query, CommandTellsOfEveryFailureVerboseOrNot)
 
 TEST_F(Query, CommandWaitsFiveSeconds)
 {
-    ConnectUpdater();
-    unit_.Dribbles();
-    EXPECT_TRUE(updater_->sendSmpCommand(0, 0, 0, {}).isEmpty());
-    ExpectTimeout(5000);
+    ExpectTimeout(5000, [this] { return !updater_->sendSmpCommand(0, 0, 0, {}).isEmpty(); });
 }
 
 TEST_F(Query, CommandWithoutAPortReturnsNothingAndLogsNothing)

@@ -1,17 +1,17 @@
 // The upload: chunks, offsets that the unit asks for, progress, failures.
 #include <gmock/gmock.h>
 
+#include <optional>
+
+#include "tests/updater/mcuboot/observed_waits.h"
 #include "tests/updater/mcuboot/updater_fixture.h"
 
 namespace {
 
 using mcuboot::test::FromHex;
 using mcuboot::test::MakeAnswer;
-using testing::AllOf;
 using testing::ElementsAre;
-using testing::Gt;
 using testing::IsEmpty;
-using testing::Le;
 
 QByteArray PatternImage(int size)
 {
@@ -141,7 +141,8 @@ TEST_F(Upload, LeapsAheadWhereTheUnitAsksForIt)
     unit_.Answers(OffAnswer(3999)).Answers(OffAnswer(4000));
     EXPECT_TRUE(UploadImage(PatternImage(4000)));
     EXPECT_THAT(percents_, ElementsAre(99, 100));
-    EXPECT_EQ(GetChunks()[1].size(), 17);
+    EXPECT_EQ(GetChunks()[1], FromHex("bf6464617461 41") + PatternImage(4000).last(1) +
+                                  FromHex("636f6666 190f9f ff"));
 }
 
 TEST_F(Upload, EndsWithSuccessWhenTheUnitAsksBeyondTheEnd)
@@ -291,25 +292,40 @@ TEST_F(Upload, NeedsNoCallback)
     EXPECT_TRUE(updater_->upload(WriteImage(PatternImage(10)), {}));
 }
 
-// A unit that dribbles has one byte taken for each wait of 3 ms, unless it was too late with it.
-TEST_F(Upload, WaitsTenSecondsForTheFirstChunkAndThreeForAnyOther)
+// Time-outs add up from waits of 3 ms.
+TEST_F(Upload, WaitsTenSecondsForTheFirstChunk)
 {
     ConnectUpdater();
-    unit_.Dribbles();
+    unit_.StaysSilent();
+    ObservedWaits const waits(ObservedWaits::Waits::kEndAtOnce);
     EXPECT_FALSE(UploadImage(PatternImage(4000)));
-    EXPECT_THAT(unit_.CountDribbled(), AllOf(Gt(2300), Le(3334)));
+    EXPECT_EQ(waits.passes, 3334);
+}
 
-    unit_.Answers(OffAnswer(1483)).Dribbles();
-    EXPECT_FALSE(UploadImage(PatternImage(4000)));
-    EXPECT_THAT(unit_.CountDribbled(), AllOf(Gt(700), Le(1000)));
+TEST_F(Upload, WaitsThreeSecondsForAnyOtherChunk)
+{
+    ConnectUpdater();
+    unit_.Answers(OffAnswer(1483)).StaysSilent();
+    std::optional<ObservedWaits> waits;
+    EXPECT_FALSE(updater_->upload(WriteImage(PatternImage(4000)), [&waits](int) {
+        waits.emplace(ObservedWaits::Waits::kEndAtOnce);
+    }));
+    ASSERT_TRUE(waits);
+    EXPECT_EQ(waits->passes, 1000);
 }
 
 TEST_F(Upload, WaitsTenSecondsAgainWhenBackAtTheStart)
 {
     ConnectUpdater();
-    unit_.Answers(OffAnswer(1483)).Answers(OffAnswer(0)).Dribbles();
-    EXPECT_FALSE(UploadImage(PatternImage(4000)));
-    EXPECT_THAT(unit_.CountDribbled(), AllOf(Gt(2300), Le(3334)));
+    unit_.Answers(OffAnswer(1483)).Answers(OffAnswer(0)).StaysSilent();
+    std::optional<ObservedWaits> waits;
+    EXPECT_FALSE(updater_->upload(WriteImage(PatternImage(4000)), [&waits](int percent) {
+        if (percent == 0) {
+            waits.emplace(ObservedWaits::Waits::kEndAtOnce);
+        }
+    }));
+    ASSERT_TRUE(waits);
+    EXPECT_EQ(waits->passes, 3334);
 }
 
 }  // namespace

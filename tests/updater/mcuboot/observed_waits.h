@@ -1,0 +1,29 @@
+// What the backend waits for while this lives: its sleeps, and its waits for the port. The linker
+// puts these functions between the backend and Qt (see CMakeLists.txt). One at a time.
+#pragma once
+
+#include <vector>
+
+class ObservedWaits {
+public:
+    enum class Waits { kAsAsked, kEndAtOnce };
+
+    // kEndAtOnce: a wait for the port looks at it and returns, so that time-outs take no time.
+    explicit ObservedWaits(Waits waits = Waits::kAsAsked);
+    ~ObservedWaits();
+    ObservedWaits(ObservedWaits const&) = delete;
+    ObservedWaits& operator=(ObservedWaits const&) = delete;
+
+    // Milliseconds of each sleep, in order.
+    std::vector<unsigned long> sleeps;
+    // How many waits of 3 ms there were, how many of another length above 0, and how many of either
+    // ended with data.
+    int passes = 0;
+    int other_waits = 0;
+    int waits_with_data = 0;
+
+    bool EndAtOnce() const { return waits_ == Waits::kEndAtOnce; }
+
+private:
+    Waits waits_;
+};
