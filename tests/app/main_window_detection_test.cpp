@@ -281,7 +281,7 @@ TEST_F(MainWindowUsbDetection, KeepsLookingWithUnknownDevicesOnly)
 TEST_F(MainWindowUsbDetection, KeepsLookingWhileTheToolIsMissing)
 {
     MakeWindow(TargetUsb);
-    QTest::qWait(100);
+    QTest::qWait(100);  // five looks; a tool that is not there leaves no trace to wait for
 
     MakeTool("echo '[0483:df11]'\n");
 

@@ -16,8 +16,8 @@ public:
 
     // Milliseconds of each sleep, in order.
     std::vector<unsigned long> sleeps;
-    // How many waits of 3 ms there were, how many of another length above 0, and how many of either
-    // ended with data.
+    // How many waits of up to 3 ms there were, how many longer ones, and how many of either ended
+    // early because something had come.
     int passes = 0;
     int other_waits = 0;
     int waits_with_data = 0;
