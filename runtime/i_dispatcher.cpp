@@ -4,6 +4,7 @@
 
 ListenerCookie CreateListenerCookie(std::function<void(int*)> unregister)
 {
-    auto* const mark = reinterpret_cast<int*>(uintptr_t{1});
+    // Never dereferenced: any pointer but null makes the cookie run its deleter.
+    auto* const mark = reinterpret_cast<int*>(uintptr_t{1});  // NOLINT(performance-no-int-to-ptr)
     return ListenerCookie(mark, std::move(unregister));
 }

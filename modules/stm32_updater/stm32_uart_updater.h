@@ -114,7 +114,7 @@ private:
     uint16_t commands_ = 0;
     uint16_t get_variant_ = 0;
     hal::uart::Subscription rx_subscription_;
-    hal::uart::IUartDriver::LineSetup saved_setup_{};
+    hal::uart::IUartDriver::LineSetup saved_setup_;
     uint8_t mcu_id_;
     std::function<void()> first_hook_;
     std::function<void()> second_hook_;
