@@ -1,5 +1,6 @@
 #include "app/backend.h"
 
+#include "updater/mcuboot_serial_updater.h"
 #include "updater/uart_firmware_updater.h"
 
 namespace {
@@ -11,6 +12,15 @@ std::unique_ptr<FirmwareUpdaterBase> MakeUartUpdater(QSettings const& settings,
     return std::make_unique<UartFirmwareUpdater>(
         firmware_path, config.start_address, config.programming_address, config.otp_address,
         config.otp_size, config.boot_mode_address, config.fw_target_type, nullptr);
+}
+
+std::unique_ptr<FirmwareUpdaterBase> MakeMcubootUpdater(QSettings const& settings,
+                                                        QString const& firmware_path)
+{
+    constexpr bool kVerbose = false;
+    auto const config = ReadMcubootConfig(settings);
+    return std::make_unique<McubootSerialUpdater>(firmware_path, config.baud, kVerbose,
+                                                  config.fw_target_type, nullptr);
 }
 
 QString TellMissingTransport(QString const& transport)
@@ -28,7 +38,7 @@ Backend MakeBackend(QSettings const& settings, QString const& firmware_path)
         case TargetUsb:
             return {type, nullptr, TellMissingTransport(QStringLiteral("USB DFU"))};
         case TargetMcubootSerial:
-            return {type, nullptr, TellMissingTransport(QStringLiteral("MCUboot serial recovery"))};
+            return {type, MakeMcubootUpdater(settings, firmware_path), {}};
         case TargetUart:
             break;
     }

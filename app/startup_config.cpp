@@ -3,6 +3,7 @@
 namespace {
 
 constexpr auto kDefaultWindowTitle = "Kelvane firmware updater";
+constexpr unsigned kDefaultMcubootBaud = 921600;
 
 QString ReadText(QSettings const& settings, QAnyStringView key)
 {
@@ -52,6 +53,14 @@ UartConfig ReadUartConfig(QSettings const& settings)
         .otp_address = ParseAddress(settings.value("otp_address")),
         .otp_size = settings.value("otp_size").toUInt(),
         .boot_mode_address = ParseAddress(settings.value("boot_mode_address")),
+        .fw_target_type = ReadText(settings, "fw_target_type"),
+    };
+}
+
+McubootConfig ReadMcubootConfig(QSettings const& settings)
+{
+    return {
+        .baud = settings.value("mcuboot_baud", kDefaultMcubootBaud).toUInt(),
         .fw_target_type = ReadText(settings, "fw_target_type"),
     };
 }

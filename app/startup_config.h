@@ -34,6 +34,11 @@ struct UartConfig {
     QString fw_target_type;
 };
 
+struct McubootConfig {
+    unsigned baud;  // bits per second
+    QString fw_target_type;
+};
+
 // The texts of the window, as configured.
 struct WindowTexts {
     QString window_title;  // never empty
@@ -50,6 +55,7 @@ QString GetFirmwarePath(QDir const& resources, QSettings const& settings);
 
 targetInterfaceType ReadInterfaceType(QSettings const& settings);
 UartConfig ReadUartConfig(QSettings const& settings);
+McubootConfig ReadMcubootConfig(QSettings const& settings);
 WindowTexts ReadWindowTexts(QSettings const& settings);
 
 // Product name to USB ids, packed as in PackUsbIds. An entry reads NAME:VENDOR:PRODUCT, both ids in

@@ -14,7 +14,7 @@ namespace {
 
 using Messages = std::vector<std::pair<SubsystemId, MessageId>>;
 
-class IgnoringListener : public IListener, public IFastListener {
+class IgnoringListener final : public IListener, public IFastListener {
 public:
     void OnMessage(std::span<const std::byte> message) override
     {
@@ -87,6 +87,7 @@ void BM_SendFast(benchmark::State& state)
     dispatcher::Dispatcher bus({}, 1);
     std::array<IgnoringListener, 8> listeners;
     std::vector<ListenerCookie> cookies;
+    cookies.reserve(listeners.size());
     for (auto& listener : listeners) {
         cookies.push_back(bus.AddFastListener(5, listener));
     }
@@ -99,7 +100,7 @@ void BM_AddAndRemoveListener(benchmark::State& state)
     dispatcher::Dispatcher bus({}, 1);
     IgnoringListener listener;
     Messages const messages{{0, 1}, {0, 2}, {0, 5}, {0, 7}};
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         benchmark::DoNotOptimize(bus.AddListener(5, messages, listener));
     }
 }

@@ -15,6 +15,8 @@ DispatcherEndpointIdAllocator::DispatcherEndpointIdAllocator(unsigned char reser
 
 Receiver DispatcherEndpointIdAllocator::GetNextDispatcherEndpointId()
 {
+    // To throw is what this form is for.
+    // NOLINTNEXTLINE(bugprone-unchecked-optional-access)
     return TryGetNextDispatcherEndpointId().value();
 }
 

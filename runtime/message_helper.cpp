@@ -10,7 +10,7 @@
 
 namespace {
 
-class DummyListener : public IListener {
+class DummyListener final : public IListener {
 public:
     void OnMessage(std::span<const std::byte>) override {}
 };

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -22,6 +23,23 @@ struct Chip {
 
     constexpr unsigned Pages() const { return static_cast<unsigned>(flash_size / page_size); }
 };
+
+// How long a chip is busy. All zero: it answers at once.
+struct ChipTimes {
+    std::chrono::microseconds page_erase{0};
+    std::chrono::microseconds mass_erase{0};   // of each bank
+    std::chrono::microseconds double_word{0};  // programming 8 bytes
+
+    constexpr std::chrono::microseconds Program(size_t bytes) const
+    {
+        return static_cast<int>((bytes + 7) / 8) * double_word;
+    }
+};
+
+// Typical times of the STM32G4 (data sheet DS12288, flash memory characteristics).
+inline constexpr ChipTimes kRealTimes{std::chrono::microseconds{24500},
+                                      std::chrono::microseconds{24600},
+                                      std::chrono::microseconds{82}};
 
 // Figures from the reference manuals RM0440 (STM32G4) and RM0456 (STM32U5).
 inline constexpr std::array kChips{

@@ -67,17 +67,16 @@ std::optional<uint32_t> ParseNumber(std::string_view text)
 
 std::string ToText(UnitStatus const& status)
 {
-    bool const is_running = status.state == Stm32Bootloader::State::kRunning;
     return fmt::format(
         "state={} synchronised={} plugged={} port={} pty={} jump={} marker={} connects={} "
-        "erased={} writes={} over-unerased={} fault-strikes={}",
-        is_running ? "running" : "bootloader",
-        status.state == Stm32Bootloader::State::kSynchronised ? "yes" : "no",
-        status.plugged ? "yes" : "no", status.device_path,
-        status.pty_path.empty() ? "none" : status.pty_path,
+        "erased={} writes={} over-unerased={} fault-strikes={} image-size={} stored={}",
+        status.state == UnitState::kRunning ? "running" : "bootloader",
+        status.state == UnitState::kSynchronised ? "yes" : "no", status.plugged ? "yes" : "no",
+        status.device_path, status.pty_path.empty() ? "none" : status.pty_path,
         status.jump_address ? fmt::format("0x{:08x}", *status.jump_address) : "none",
         MarkerToText(status.marker), status.connects, status.erased_pages, status.writes,
-        status.programmed_over_unerased, status.fault_strikes);
+        status.programmed_over_unerased, status.fault_strikes,
+        status.image_size ? fmt::format("{}", *status.image_size) : "none", status.stored);
 }
 
 ControlSession::ControlSession(MakeUnit make_unit) : make_unit_(std::move(make_unit)) {}

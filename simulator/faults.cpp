@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <stdexcept>
+#include <string>
 
 namespace simulator {
 namespace {
@@ -12,35 +14,43 @@ struct KindRow {
     std::string_view name;
 };
 
-constexpr std::array<KindRow, kAllFaultKinds.size()> kKindRows{{
-    {FaultKind::kNackCommand, FaultMoment::kCommand, "nack-command"},
-    {FaultKind::kNackWriteCommand, FaultMoment::kWrite, "nack-write-command"},
-    {FaultKind::kNackWriteAddress, FaultMoment::kWriteAddress, "nack-write-address"},
-    {FaultKind::kNackWriteData, FaultMoment::kWriteData, "nack-write-data"},
-    {FaultKind::kNackErase, FaultMoment::kErase, "nack-erase"},
-    {FaultKind::kDropAnswer, FaultMoment::kAnswer, "drop-answer"},
-    {FaultKind::kGarbageAnswer, FaultMoment::kAnswer, "garbage-answer"},
-    {FaultKind::kCutAnswer, FaultMoment::kAnswer, "cut-answer"},
-    {FaultKind::kExtraByte, FaultMoment::kAnswer, "extra-byte"},
-    {FaultKind::kLateAnswer, FaultMoment::kAnswer, "late-answer"},
-    {FaultKind::kWrongCount, FaultMoment::kCountedBlock, "wrong-count"},
-    {FaultKind::kFlipReadData, FaultMoment::kReadData, "flip-read-data"},
-    {FaultKind::kSilentAtCommand, FaultMoment::kCommand, "silent-at-command"},
-    {FaultKind::kSilentInWrite, FaultMoment::kWrite, "silent-in-write"},
-    {FaultKind::kVanishInWrite, FaultMoment::kWrite, "vanish-in-write"},
-}};
+constexpr std::array kKindRows{
+    KindRow{FaultKind::kNackCommand, FaultMoment::kCommand, "nack-command"},
+    KindRow{FaultKind::kNackWriteCommand, FaultMoment::kWrite, "nack-write-command"},
+    KindRow{FaultKind::kNackWriteAddress, FaultMoment::kWriteAddress, "nack-write-address"},
+    KindRow{FaultKind::kNackWriteData, FaultMoment::kWriteData, "nack-write-data"},
+    KindRow{FaultKind::kNackErase, FaultMoment::kErase, "nack-erase"},
+    KindRow{FaultKind::kDropAnswer, FaultMoment::kAnswer, "drop-answer"},
+    KindRow{FaultKind::kGarbageAnswer, FaultMoment::kAnswer, "garbage-answer"},
+    KindRow{FaultKind::kCutAnswer, FaultMoment::kAnswer, "cut-answer"},
+    KindRow{FaultKind::kExtraByte, FaultMoment::kAnswer, "extra-byte"},
+    KindRow{FaultKind::kLateAnswer, FaultMoment::kAnswer, "late-answer"},
+    KindRow{FaultKind::kWrongCount, FaultMoment::kCountedBlock, "wrong-count"},
+    KindRow{FaultKind::kFlipReadData, FaultMoment::kReadData, "flip-read-data"},
+    KindRow{FaultKind::kSilentAtCommand, FaultMoment::kCommand, "silent-at-command"},
+    KindRow{FaultKind::kSilentInWrite, FaultMoment::kWrite, "silent-in-write"},
+    KindRow{FaultKind::kVanishInWrite, FaultMoment::kWrite, "vanish-in-write"},
+    KindRow{FaultKind::kForeignLineBefore, FaultMoment::kAnswer, "foreign-line-before"},
+    KindRow{FaultKind::kForeignLineAfter, FaultMoment::kAnswer, "foreign-line-after"},
+    KindRow{FaultKind::kWrongCheckValue, FaultMoment::kCountedBlock, "wrong-check-value"},
+    KindRow{FaultKind::kErrorCode, FaultMoment::kCommand, "error-code"},
+    KindRow{FaultKind::kErrorInUpload, FaultMoment::kWrite, "error-in-upload"},
+    KindRow{FaultKind::kAskForOffset, FaultMoment::kWrite, "ask-for-offset"},
+    KindRow{FaultKind::kKeepOffset, FaultMoment::kWrite, "keep-offset"},
+    KindRow{FaultKind::kOmitOffset, FaultMoment::kWriteData, "omit-offset"},
+};
 
 constexpr bool RowsAreInTheOrderOfTheKinds()
 {
     for (size_t i = 0; i < kKindRows.size(); ++i) {
-        if (kKindRows[i].kind != kAllFaultKinds[i] ||
-            kAllFaultKinds[i] != static_cast<FaultKind>(i)) {
+        if (kKindRows[i].kind != static_cast<FaultKind>(i)) {
             return false;
         }
     }
     return true;
 }
 static_assert(RowsAreInTheOrderOfTheKinds());
+static_assert(kKindRows.back().kind == FaultKind::kOmitOffset, "the last of the enumeration");
 
 }  // namespace
 
@@ -56,12 +66,16 @@ std::string_view GetName(FaultKind kind)
 
 std::optional<FaultKind> FindFaultKind(std::string_view name)
 {
-    auto const* const found = std::ranges::find(kAllFaultKinds, name, GetName);
-    return found == kAllFaultKinds.end() ? std::nullopt : std::optional(*found);
+    auto const* const found = std::ranges::find(kKindRows, name, &KindRow::name);
+    return found == kKindRows.end() ? std::nullopt : std::optional(found->kind);
 }
 
 void FaultList::Add(Fault const& fault)
 {
+    if (std::ranges::find(kinds_, fault.kind) == kinds_.end()) {
+        throw std::invalid_argument("no fault of this kind of unit: " +
+                                    std::string(GetName(fault.kind)));
+    }
     armed_.push_back({fault});
 }
 

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -14,35 +15,44 @@ namespace simulator {
 // What a fault waits for. Each has a count of its own, which begins at 1 with the first occurrence
 // after the fault was added.
 enum class FaultMoment {
-    kCommand,       // any command whose code and complement were right
+    kCommand,       // any command or request that came whole and right
     kWriteAddress,  // a Write Memory's address
-    kWrite,         // a Write Memory that was asked for
-    kWriteData,     // a Write Memory's data, complete
+    kWrite,         // a Write Memory that was asked for; a request with a chunk of an image
+    kWriteData,     // a Write Memory's data, complete; a chunk of an image that can be stored
     kErase,         // the page list of an Erase or Extended Erase
-    kAnswer,        // anything that the unit sends: an ACK, a NACK, a block of data
-    kCountedBlock,  // a block that begins with its own length (Get, Get ID)
+    kAnswer,        // anything that the unit sends: an ACK, a NACK, a block of data, an SMP answer
+    kCountedBlock,  // a block that begins with its own length (Get, Get ID; an SMP answer's body)
     kReadData,      // the data of a Read Memory
 };
 
 enum class FaultKind {
-    kNackCommand,       // refuses a command
-    kNackWriteCommand,  // refuses a Write Memory at its command
-    kNackWriteAddress,  // ... at its address
-    kNackWriteData,     // ... at its data; nothing is programmed
-    kNackErase,         // refuses a page list; nothing is erased
-    kDropAnswer,        // works, but does not send the answer
-    kGarbageAnswer,     // first byte of the answer becomes `parameter`
-    kCutAnswer,         // only the first `parameter` bytes of the answer are sent
-    kExtraByte,         // one more byte, `parameter`, follows the answer
-    kLateAnswer,        // the answer leaves `parameter` milliseconds late
-    kWrongCount,        // the length byte of a counted block becomes `parameter`
-    kFlipReadData,      // first byte of the read data is XORed with `parameter`
-    kSilentAtCommand,   // hangs at a command: no answer, to nothing, until it is reset
-    kSilentInWrite,     // hangs after `parameter` bytes of a write's data; 0: at its command
-    kVanishInWrite,  // leaves its line after `parameter` bytes of a write's data; 0: at its command
+    kNackCommand,        // refuses a command
+    kNackWriteCommand,   // refuses a Write Memory at its command
+    kNackWriteAddress,   // ... at its address
+    kNackWriteData,      // ... at its data; nothing is programmed
+    kNackErase,          // refuses a page list; nothing is erased
+    kDropAnswer,         // works, but does not send the answer
+    kGarbageAnswer,      // first byte of the answer becomes `parameter`
+    kCutAnswer,          // only the first `parameter` bytes of the answer are sent
+    kExtraByte,          // one more byte, `parameter`, follows the answer
+    kLateAnswer,         // the answer leaves `parameter` milliseconds late
+    kWrongCount,         // the length that a counted block begins with becomes `parameter`
+    kFlipReadData,       // first byte of the read data is XORed with `parameter`
+    kSilentAtCommand,    // hangs at a command: no answer, to nothing, until it is reset
+    kSilentInWrite,      // hangs after `parameter` bytes of a write's data; 0: at its command. In
+                         // front of a chunk of an image, whatever the parameter: nothing is stored
+    kVanishInWrite,      // the same, and leaves its line
+    kForeignLineBefore,  // a line of text that is no answer comes first
+    kForeignLineAfter,   // ... or follows
+    kWrongCheckValue,    // check value of an SMP answer is XORed with `parameter`
+    kErrorCode,          // answers a request with error code `parameter` and does nothing else
+    kErrorInUpload,      // the same for a chunk of an image
+    kAskForOffset,  // stores nothing of a chunk and goes on at offset `parameter` (signed 32 bits)
+    kKeepOffset,    // stores nothing of a chunk and asks for the same one again
+    kOmitOffset,    // stores a chunk, but does not tell the next offset
 };
 
-inline constexpr std::array kAllFaultKinds{
+inline constexpr std::array kStm32FaultKinds{
     FaultKind::kNackCommand,     FaultKind::kNackWriteCommand, FaultKind::kNackWriteAddress,
     FaultKind::kNackWriteData,   FaultKind::kNackErase,        FaultKind::kDropAnswer,
     FaultKind::kGarbageAnswer,   FaultKind::kCutAnswer,        FaultKind::kExtraByte,
@@ -50,12 +60,21 @@ inline constexpr std::array kAllFaultKinds{
     FaultKind::kSilentAtCommand, FaultKind::kSilentInWrite,    FaultKind::kVanishInWrite,
 };
 
+inline constexpr std::array kMcubootFaultKinds{
+    FaultKind::kDropAnswer,        FaultKind::kGarbageAnswer,    FaultKind::kCutAnswer,
+    FaultKind::kExtraByte,         FaultKind::kLateAnswer,       FaultKind::kWrongCount,
+    FaultKind::kSilentAtCommand,   FaultKind::kSilentInWrite,    FaultKind::kVanishInWrite,
+    FaultKind::kForeignLineBefore, FaultKind::kForeignLineAfter, FaultKind::kWrongCheckValue,
+    FaultKind::kErrorCode,         FaultKind::kErrorInUpload,    FaultKind::kAskForOffset,
+    FaultKind::kKeepOffset,        FaultKind::kOmitOffset,
+};
+
 // Strikes at occurrences `at` ... `at` + `count` - 1 of its kind's moment.
 struct Fault {
     FaultKind kind;
     unsigned at = 1;         // from 1
     unsigned count = 1;      // 0 never strikes
-    uint32_t parameter = 0;  // see FaultKind; a byte value is taken modulo 256
+    uint32_t parameter = 0;  // see FaultKind; taken modulo the size of what it becomes
 };
 
 FaultMoment GetMoment(FaultKind kind);
@@ -67,6 +86,10 @@ std::optional<FaultKind> FindFaultKind(std::string_view name);
 // The faults set for one unit. Not thread-safe.
 class FaultList {
 public:
+    // `kinds`: those that the unit can show; they must outlive the list.
+    explicit FaultList(std::span<const FaultKind> kinds) : kinds_(kinds) {}
+
+    // Throws std::invalid_argument for a kind that the unit cannot show.
     void Add(Fault const& fault);
     void Clear();
 
@@ -82,6 +105,7 @@ private:
         Fault fault;
         unsigned seen = 0;
     };
+    std::span<const FaultKind> kinds_;
     std::vector<Armed> armed_;
     unsigned strikes_ = 0;
 };

@@ -34,6 +34,12 @@ std::string ToText(JournalEntry const& entry)
     if (!entry.pages.empty()) {
         text += " " + entry.pages;
     }
+    if (entry.sequence) {
+        text += fmt::format(" seq={}", *entry.sequence);
+    }
+    if (!entry.keys.empty()) {
+        text += " keys=" + entry.keys;
+    }
     text += fmt::format(" {}", ToText(entry.outcome));
     if (!entry.reason.empty()) {
         text += " " + entry.reason;

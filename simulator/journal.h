@@ -18,18 +18,20 @@ enum class Outcome {
 };
 
 struct JournalEntry {
-    std::string command;                // "sync", "get", "read", "write", "erase", ...
-    std::optional<uint32_t> address{};  // of read, write and go
-    std::optional<size_t> size{};       // in bytes, of read and write
+    std::string command;                // "sync", "get", "read", "write", "erase", "upload", ...
+    std::optional<uint32_t> address{};  // of read, write and go; an upload's offset; an OTP key
+    std::optional<size_t> size{};       // in bytes, of read, write and upload
     std::string pages{};                // of the erase commands: "0-31", "3,7", "all", "bank1"
     Outcome outcome = Outcome::kAck;
-    std::string reason{};  // empty unless refused: "checksum", "address", "fault", ...
+    std::string reason{};               // empty unless refused: "checksum", "address", "fault", ...
+    std::optional<uint8_t> sequence{};  // of an SMP request
+    std::string keys{};                 // of an SMP request's map, in their order: "data,off"
 
     bool operator==(JournalEntry const&) const = default;
 };
 
 // One line without its end: "write 0x08000000 256 ack", "erase 0-31 ack", "read 0x00000000 nack
-// address".
+// address", "upload 0x000005cb 1483 seq=1 keys=data,off ack".
 std::string ToText(JournalEntry const& entry);
 
 // "0-31,40" for page numbers in the order of their request; empty for none.

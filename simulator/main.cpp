@@ -1,5 +1,6 @@
-// simulated_unit: an STM32 in its system bootloader behind a USB serial port that is not there, as
-// a program: options make the unit, lines on standard input control it. See README.md.
+// simulated_unit: an STM32 in its system bootloader or in MCUboot's serial recovery mode behind a
+// USB serial port that is not there, as a program: options make the unit, lines on standard input
+// control it. See README.md.
 
 #include <fmt/format.h>
 #include <poll.h>
@@ -39,7 +40,7 @@ struct ProgramOptions {
 void DescribeOptions(QCommandLineParser& parser)
 {
     parser.setApplicationDescription(QStringLiteral(
-        "A simulated unit: an STM32 in its system bootloader behind a USB serial port.\n"
+        "A simulated unit: an STM32 in one of its loaders behind a USB serial port.\n"
         "Commands are read from standard input, one a line; its end ends the program.\n"
         "Commands: plug [K [NAME]], unplug [K], fade [K], reset [K], status [K], journal [K],\n"
         "  unit K, fault KIND [AT [COUNT [PARAMETER]]], clear-faults, silent on|off, block "
@@ -51,27 +52,34 @@ void DescribeOptions(QCommandLineParser& parser)
         parser.addOption({QString::fromLatin1(name), QString::fromLatin1(text),
                           QString::fromLatin1(value), QString::fromLatin1(preset)});
     };
+    add("protocol", "Loader: stm32 (system bootloader) or mcuboot (serial recovery).", "name",
+        "stm32");
     add("product-id", "Chip, hexadecimal: 469, 479 or 482.", "id", "469");
     add("vid", "USB vendor ID, hexadecimal.", "id", "10c4");
     add("pid", "USB product ID, hexadecimal.", "id", "ea60");
-    add("model-id", "Model ID in the OTP area, or none.", "number", "1");
-    add("model-id-slot", "OTP record that holds the model ID.", "number", "0");
-    add("erase-commands", "What the loader offers: legacy, extended, both or none.", "set",
-        "extended");
-    add("protocol-version", "Version that Get answers.", "number", "0x31");
-    add("ack", "First byte of the ACK/NACK pair: 79 (79/1F) or 75 (75/3F).", "hex", "79");
+    add("model-id", "Model ID in the OTP area, none, or (mcuboot) empty.", "number", "1");
     add("baud", "Pace of the line in bits a second; 0 takes no time.", "number", "0");
-    add("boot-mode-address", "Where the boot-mode marker is looked for.", "address", "");
-    add("otp-address", "Start of the OTP area; the chip's own if not given.", "address", "");
-    add("otp-size", "Size of the OTP area in bytes; the chip's own if not given.", "number", "");
     add("units", "Units plugged at the start.", "number", "1");
     add("first-port", "Unit K is /dev/ttyUSB(N + K - 1).", "N", "0");
     add("journal", "Writes the commands received to this file (unit K > 1: FILE.K).", "file", "");
     add("flash-in", "What is in the flash at the start.", "file", "");
     parser.addOption(
         {QStringLiteral("real-times"), QStringLiteral("Erasing and programming take their time.")});
+    add("model-id-slot", "stm32: OTP record that holds the model ID.", "number", "0");
+    add("erase-commands", "stm32: what it offers: legacy, extended, both or none.", "set",
+        "extended");
+    add("protocol-version", "stm32: version that Get answers.", "number", "0x31");
+    add("ack", "stm32: first byte of the ACK/NACK pair: 79 (79/1F) or 75 (75/3F).", "hex", "79");
+    add("boot-mode-address", "stm32: where the boot-mode marker is looked for.", "address", "");
+    add("otp-address", "stm32: start of the OTP area; the chip's own if not given.", "address", "");
+    add("otp-size", "stm32: bytes of the OTP area; the chip's own if not given.", "number", "");
     parser.addOption({QStringLiteral("refuse-ff-ff-erase"),
-                      QStringLiteral("Erase: FF FF is a wrong checksum, not a mass erase.")});
+                      QStringLiteral("stm32: FF FF to Erase is a wrong checksum.")});
+    add("line-buffer", "mcuboot: longest line it takes, in bytes.", "number", "2048");
+    add("answer-line", "mcuboot: characters of base64 a line of an answer; 0: one line.", "number",
+        "0");
+    parser.addOption({QStringLiteral("definite-maps"),
+                      QStringLiteral("mcuboot: answers begin with the size of their map.")});
 }
 
 // Reads the parser's values; every error is a std::invalid_argument that names the option.
@@ -85,6 +93,8 @@ public:
     }
 
     bool IsGiven(char const* name) const { return !Text(name).empty(); }
+
+    bool IsSet(char const* name) const { return parser_.isSet(QString::fromLatin1(name)); }
 
     uint32_t Number(char const* name) const { return NumberIn(name, Text(name)); }
 
@@ -154,6 +164,11 @@ simulator::Chip ReadChip(OptionReader const& reader)
     return *chip;
 }
 
+simulator::ChipTimes ReadTimes(OptionReader const& reader)
+{
+    return reader.IsSet("real-times") ? simulator::kRealTimes : simulator::ChipTimes{};
+}
+
 simulator::Stm32BootloaderOptions ReadBootloaderOptions(OptionReader const& reader)
 {
     using simulator::EraseCommands;
@@ -176,6 +191,24 @@ simulator::Stm32BootloaderOptions ReadBootloaderOptions(OptionReader const& read
     if (reader.IsGiven("boot-mode-address")) {
         options.boot_mode_address = reader.Number("boot-mode-address");
     }
+    options.accept_ff_ff_erase = !reader.IsSet("refuse-ff-ff-erase");
+    options.times = ReadTimes(reader);
+    return options;
+}
+
+simulator::McubootRecoveryOptions ReadRecoveryOptions(OptionReader const& reader)
+{
+    simulator::McubootRecoveryOptions options;
+    options.chip = ReadChip(reader);
+    if (reader.Text("model-id") == "empty") {
+        options.otp[simulator::kModelIdKey] = {};
+    } else if (reader.Text("model-id") != "none") {
+        options.otp[simulator::kModelIdKey] = {std::byte{reader.Byte("model-id")}};
+    }
+    options.line_buffer = reader.Number("line-buffer");
+    options.answer_line = reader.Number("answer-line");
+    options.definite_maps = reader.IsSet("definite-maps");
+    options.times = ReadTimes(reader);
     return options;
 }
 
@@ -183,12 +216,14 @@ ProgramOptions ReadOptions(QCommandLineParser const& parser)
 {
     OptionReader const reader(parser);
     ProgramOptions options;
-    options.unit.bootloader = ReadBootloaderOptions(reader);
-    if (parser.isSet(QStringLiteral("real-times"))) {
-        options.unit.bootloader.times = simulator::kRealTimes;
+    bool const is_mcuboot =
+        reader.OneOf("protocol", std::array{std::pair{"stm32", false}, std::pair{"mcuboot", true}});
+    if (is_mcuboot) {
+        options.unit.loader = ReadRecoveryOptions(reader);
+        options.unit.bits_per_byte = simulator::kBitsPerByte8N1;
+    } else {
+        options.unit.loader = ReadBootloaderOptions(reader);
     }
-    options.unit.bootloader.accept_ff_ff_erase =
-        !parser.isSet(QStringLiteral("refuse-ff-ff-erase"));
     options.unit.port.vendor_id = reader.Hex("vid");
     options.unit.port.product_id = reader.Hex("pid");
     options.unit.baud = reader.Number("baud");

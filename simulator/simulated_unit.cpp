@@ -26,6 +26,22 @@ timespec ToTimespec(LinePacer::Clock::duration duration)
             static_cast<long>(std::chrono::nanoseconds(nanoseconds - seconds).count())};
 }
 
+struct LoaderMaker {
+    std::unique_ptr<ChipLoader> operator()(Stm32BootloaderOptions&& options) const
+    {
+        return std::make_unique<Stm32Bootloader>(std::move(options));
+    }
+    std::unique_ptr<ChipLoader> operator()(McubootRecoveryOptions&& options) const
+    {
+        return std::make_unique<McubootRecovery>(std::move(options));
+    }
+};
+
+std::unique_ptr<ChipLoader> MakeLoader(decltype(SimulatedUnitOptions::loader)&& options)
+{
+    return std::visit(LoaderMaker{}, std::move(options));
+}
+
 }  // namespace
 
 PortServer::PortServer(UsbSerialPort& port, IUnitProtocol& protocol, LinePacer pacer)
@@ -168,18 +184,18 @@ void PortServer::Wake() const
 }
 
 SimulatedUnit::SimulatedUnit(std::shared_ptr<UsbTestbed> testbed, SimulatedUnitOptions options)
-    : bootloader_(std::move(options.bootloader)),
+    : loader_(MakeLoader(std::move(options.loader))),
       port_(std::move(testbed), std::move(options.port)),
-      server_(port_, bootloader_, LinePacer(options.baud, options.bits_per_byte))
+      server_(port_, *loader_, LinePacer(options.baud, options.bits_per_byte))
 {
-    server_.Execute([&] { bootloader_.GetJournal().SetSink(std::move(options.journal_sink)); });
+    server_.Execute([&] { loader_->GetJournal().SetSink(std::move(options.journal_sink)); });
 }
 
 void SimulatedUnit::Plug(std::string const& name)
 {
     server_.Execute([&] {
-        bootloader_.Reset();
-        bootloader_.SetSilent(silent_);
+        loader_->Reset();
+        loader_->SetSilent(silent_);
         port_.Plug(name);
         server_.StartLine();
     });
@@ -197,7 +213,7 @@ void SimulatedUnit::Fade()
 {
     server_.Execute([&] {
         server_.DropPending();
-        bootloader_.SetSilent(true);
+        loader_->SetSilent(true);
         port_.Fade();
     });
 }
@@ -216,55 +232,48 @@ void SimulatedUnit::Reset()
 {
     server_.Execute([&] {
         server_.DropPending();
-        bootloader_.Reset();
+        loader_->Reset();
     });
 }
 
 void SimulatedUnit::AddFault(Fault const& fault)
 {
-    server_.Execute([&] { bootloader_.Faults().Add(fault); });
+    server_.Execute([&] { loader_->Faults().Add(fault); });
 }
 
 void SimulatedUnit::ClearFaults()
 {
-    server_.Execute([&] { bootloader_.Faults().Clear(); });
+    server_.Execute([&] { loader_->Faults().Clear(); });
 }
 
 void SimulatedUnit::SetSilent(bool silent)
 {
     server_.Execute([&] {
         silent_ = silent;
-        bootloader_.SetSilent(silent || !port_.IsPlugged());
+        loader_->SetSilent(silent || !port_.IsPlugged());
     });
 }
 
 std::vector<std::byte> SimulatedUnit::ReadMemory(uint32_t address, size_t size)
 {
     std::vector<std::byte> data;
-    server_.Execute([&] { data = bootloader_.Memory().Read(address, size); });
+    server_.Execute([&] { data = loader_->Memory().Read(address, size); });
     return data;
 }
 
 void SimulatedUnit::LoadMemory(uint32_t address, std::vector<std::byte> const& data)
 {
-    server_.Execute([&] { bootloader_.Memory().Load(address, data); });
+    server_.Execute([&] { loader_->Memory().Load(address, data); });
 }
 
 UnitStatus SimulatedUnit::Status()
 {
     UnitStatus status;
     server_.Execute([&] {
-        status = {bootloader_.GetState(),
-                  port_.IsPlugged(),
-                  port_.DevicePath(),
-                  port_.PtyPath(),
-                  bootloader_.JumpAddress(),
-                  bootloader_.Marker(),
-                  bootloader_.Connects(),
-                  bootloader_.ErasedPages(),
-                  bootloader_.Writes(),
-                  bootloader_.Memory().ProgrammedOverUnerased(),
-                  bootloader_.Faults().Strikes()};
+        status = loader_->Status();
+        status.plugged = port_.IsPlugged();
+        status.device_path = port_.DevicePath();
+        status.pty_path = port_.PtyPath();
     });
     return status;
 }
@@ -272,7 +281,7 @@ UnitStatus SimulatedUnit::Status()
 std::vector<JournalEntry> SimulatedUnit::Journal()
 {
     std::vector<JournalEntry> entries;
-    server_.Execute([&] { entries = bootloader_.GetJournal().Entries(); });
+    server_.Execute([&] { entries = loader_->GetJournal().Entries(); });
     return entries;
 }
 

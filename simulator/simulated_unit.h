@@ -10,11 +10,15 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <variant>
 #include <vector>
 
+#include "simulator/chip_loader.h"
 #include "simulator/line_pacer.h"
+#include "simulator/mcuboot_recovery.h"
 #include "simulator/stm32_bootloader.h"
 #include "simulator/unit_protocol.h"
+#include "simulator/unit_status.h"
 #include "simulator/usb_serial_port.h"
 
 namespace simulator {
@@ -71,7 +75,8 @@ private:
 };
 
 struct SimulatedUnitOptions {
-    Stm32BootloaderOptions bootloader;
+    // What the unit is.
+    std::variant<Stm32BootloaderOptions, McubootRecoveryOptions> loader;
     UsbSerialPortOptions port;
     unsigned baud = 0;  // of the line's pace; 0 takes no time
     unsigned bits_per_byte = kBitsPerByte8E1;
@@ -79,21 +84,8 @@ struct SimulatedUnitOptions {
     std::function<void(JournalEntry const&)> journal_sink;
 };
 
-struct UnitStatus {
-    Stm32Bootloader::State state = Stm32Bootloader::State::kWaitingForSync;
-    bool plugged = false;
-    std::string device_path;
-    std::string pty_path;  // empty without a line
-    std::optional<uint32_t> jump_address;
-    std::vector<std::byte> marker;  // the 4 bytes at the boot-mode address; empty without one
-    unsigned connects = 0;
-    unsigned erased_pages = 0;
-    unsigned writes = 0;
-    uint64_t programmed_over_unerased = 0;
-    unsigned fault_strikes = 0;
-};
-
-// An STM32 in its system bootloader behind a USB serial port. Thread-safe. It begins unplugged.
+// A microcontroller in one of its loaders behind a USB serial port. Thread-safe. It begins
+// unplugged.
 class SimulatedUnit {
 public:
     SimulatedUnit(std::shared_ptr<UsbTestbed> testbed, SimulatedUnitOptions options);
@@ -105,7 +97,8 @@ public:
     void SetMode(mode_t mode);
     void SetBlocked(bool blocked);
 
-    void Reset();  // into the bootloader
+    void Reset();  // into the loader
+    // Throws std::invalid_argument for a fault that the unit's kind cannot show.
     void AddFault(Fault const& fault);
     void ClearFaults();
     void SetSilent(bool silent);  // the unit takes no notice of what it receives
@@ -118,7 +111,7 @@ public:
     std::vector<JournalEntry> Journal();
 
 private:
-    Stm32Bootloader bootloader_;
+    std::unique_ptr<ChipLoader> loader_;
     UsbSerialPort port_;
     bool silent_ = false;
     PortServer server_;  // last: it uses the others

@@ -88,30 +88,19 @@ std::vector<uint8_t> ListCommands(EraseCommands erase_commands)
     return codes;
 }
 
-Stm32Bootloader::Stm32Bootloader(Stm32BootloaderOptions options) : options_(std::move(options))
+Stm32Bootloader::Stm32Bootloader(Stm32BootloaderOptions options)
+    : ChipLoader(kStm32FaultKinds), options_(std::move(options))
 {
     auto const& chip = options_.chip;
     auto const erased = std::byte{0xFF};
-    memory_.AddRegion(MemoryKind::kFlash, kFlashStart, std::vector(chip.flash_size, erased));
-    memory_.AddRegion(MemoryKind::kOtp, chip.otp_address, std::vector(chip.otp_size, erased));
-    memory_.AddRegion(MemoryKind::kRam, kRamStart, std::vector(chip.ram_size, std::byte{0}));
-    memory_.Load(chip.otp_address, options_.otp);
+    Memory().AddRegion(MemoryKind::kFlash, kFlashStart, std::vector(chip.flash_size, erased));
+    Memory().AddRegion(MemoryKind::kOtp, chip.otp_address, std::vector(chip.otp_size, erased));
+    Memory().AddRegion(MemoryKind::kRam, kRamStart, std::vector(chip.ram_size, std::byte{0}));
+    Memory().Load(chip.otp_address, options_.otp);
     auto const marker = options_.boot_mode_address;
-    if (marker && !memory_.Contains(*marker, kMarkerSize)) {
-        memory_.AddRegion(MemoryKind::kRam, *marker, std::vector(kMarkerSize, std::byte{0}));
+    if (marker && !Memory().Contains(*marker, kMarkerSize)) {
+        Memory().AddRegion(MemoryKind::kRam, *marker, std::vector(kMarkerSize, std::byte{0}));
     }
-}
-
-std::vector<Answer> Stm32Bootloader::Receive(std::span<const std::byte> bytes)
-{
-    consumed_ = 0;
-    for (auto const byte : bytes) {
-        ++consumed_;
-        if (!silent_ && !hung_ && !vanished_) {
-            Take(byte);
-        }
-    }
-    return std::exchange(answers_, {});
 }
 
 void Stm32Bootloader::Reset()
@@ -120,13 +109,26 @@ void Stm32Bootloader::Reset()
     phase_ = Phase::kCommand;
     buffer_.clear();
     write_cut_.reset();
-    hung_ = false;
-    vanished_ = false;
+    ChipLoader::Reset();
+}
+
+UnitStatus Stm32Bootloader::Status() const
+{
+    return {
+        .state = state_,
+        .jump_address = jump_address_,
+        .marker = Marker(),
+        .connects = connects_,
+        .erased_pages = erased_pages_,
+        .writes = writes_,
+        .programmed_over_unerased = Memory().ProgrammedOverUnerased(),
+        .fault_strikes = Faults().Strikes(),
+    };
 }
 
 std::vector<std::byte> Stm32Bootloader::Marker() const
 {
-    return options_.boot_mode_address ? memory_.Read(*options_.boot_mode_address, kMarkerSize)
+    return options_.boot_mode_address ? Memory().Read(*options_.boot_mode_address, kMarkerSize)
                                       : std::vector<std::byte>{};
 }
 
@@ -146,7 +148,7 @@ void Stm32Bootloader::Take(std::byte byte)
     }
     buffer_.push_back(byte);
     CutWriteIfDue();
-    if (!hung_ && !vanished_ && buffer_.size() >= BytesNeeded()) {
+    if (!IsHung() && buffer_.size() >= BytesNeeded()) {
         Handle(std::exchange(buffer_, {}));
     }
 }
@@ -229,7 +231,7 @@ void Stm32Bootloader::HandleCommand(std::span<const std::byte> bytes)
 
 bool Stm32Bootloader::CommandFaultStrikes()
 {
-    auto const striking = faults_.Strike(FaultMoment::kCommand);
+    auto const striking = Faults().Strike(FaultMoment::kCommand);
     if (striking.empty()) {
         return false;
     }
@@ -245,7 +247,7 @@ bool Stm32Bootloader::CommandFaultStrikes()
 bool Stm32Bootloader::WriteFaultStrikes()
 {
     write_cut_.reset();
-    for (auto const& fault : faults_.Strike(FaultMoment::kWrite)) {
+    for (auto const& fault : Faults().Strike(FaultMoment::kWrite)) {
         if (fault.kind == FaultKind::kNackWriteCommand) {
             Refuse("fault");
             return true;
@@ -331,7 +333,7 @@ bool Stm32Bootloader::TakeAddress(std::span<const std::byte> bytes)
         Refuse("checksum");
         return false;
     }
-    if (!memory_.KindAt(address_)) {
+    if (!Memory().KindAt(address_)) {
         Refuse("address");
         return false;
     }
@@ -353,12 +355,12 @@ void Stm32Bootloader::HandleReadCount(std::span<const std::byte> bytes)
         Refuse("complement");
         return;
     }
-    if (!memory_.Contains(address_, size)) {
+    if (!Memory().Contains(address_, size)) {
         Refuse("address");
         return;
     }
-    auto data = memory_.Read(address_, size);
-    for (auto const& fault : faults_.Strike(FaultMoment::kReadData)) {
+    auto data = Memory().Read(address_, size);
+    for (auto const& fault : Faults().Strike(FaultMoment::kReadData)) {
         data.front() ^= static_cast<std::byte>(fault.parameter & 0xFF);
     }
     Complete();
@@ -380,11 +382,11 @@ void Stm32Bootloader::HandleWriteAddress(std::span<const std::byte> bytes)
     if (!TakeAddress(bytes)) {
         return;
     }
-    if (!faults_.Strike(FaultMoment::kWriteAddress).empty()) {
+    if (!Faults().Strike(FaultMoment::kWriteAddress).empty()) {
         Refuse("fault");
         return;
     }
-    if (memory_.KindAt(address_) != MemoryKind::kRam && address_ % kWordSize != 0) {
+    if (Memory().KindAt(address_) != MemoryKind::kRam && address_ % kWordSize != 0) {
         Refuse("alignment");
         return;
     }
@@ -399,23 +401,22 @@ void Stm32Bootloader::HandleWriteData(std::span<const std::byte> bytes)
         Refuse("checksum");
         return;
     }
-    if (!faults_.Strike(FaultMoment::kWriteData).empty()) {
+    if (!Faults().Strike(FaultMoment::kWriteData).empty()) {
         Refuse("fault");
         return;
     }
-    if (!memory_.Contains(address_, data.size())) {
+    if (!Memory().Contains(address_, data.size())) {
         Refuse("address");
         return;
     }
-    bool const is_ram = memory_.KindAt(address_) == MemoryKind::kRam;
+    bool const is_ram = Memory().KindAt(address_) == MemoryKind::kRam;
     if (!is_ram && data.size() % kWordSize != 0) {
         Refuse("alignment");
         return;
     }
-    memory_.Write(address_, data);
+    Memory().Write(address_, data);
     ++writes_;
-    auto const double_words = static_cast<int>((data.size() + 7) / 8);
-    Complete(is_ram ? std::chrono::microseconds{0} : double_words * options_.times.double_word);
+    Complete(is_ram ? std::chrono::microseconds{0} : options_.times.Program(data.size()));
 }
 
 void Stm32Bootloader::HandleErasePages(std::span<const std::byte> bytes)
@@ -478,7 +479,7 @@ void Stm32Bootloader::EraseList(std::vector<unsigned> const& pages)
     }
     auto const page_size = options_.chip.page_size;
     for (auto const page : pages) {
-        memory_.EraseFlash(page * page_size, page_size);
+        Memory().EraseFlash(page * page_size, page_size);
     }
     erased_pages_ += static_cast<unsigned>(pages.size());
     Complete(static_cast<int>(pages.size()) * options_.times.page_erase);
@@ -492,14 +493,14 @@ void Stm32Bootloader::EraseRange(std::string name, unsigned first_page, unsigned
         return;
     }
     auto const page_size = options_.chip.page_size;
-    memory_.EraseFlash(first_page * page_size, pages * page_size);
+    Memory().EraseFlash(first_page * page_size, pages * page_size);
     erased_pages_ += pages;
     Complete(static_cast<int>(banks) * options_.times.mass_erase);
 }
 
 bool Stm32Bootloader::EraseFaultStrikes()
 {
-    if (faults_.Strike(FaultMoment::kErase).empty()) {
+    if (Faults().Strike(FaultMoment::kErase).empty()) {
         return false;
     }
     Refuse("fault");
@@ -515,22 +516,6 @@ void Stm32Bootloader::CutWriteIfDue()
     if (buffer_.size() >= std::min(1 + write_cut_->bytes, BytesNeeded())) {
         Hang(write_cut_->kind);
     }
-}
-
-void Stm32Bootloader::Hang(FaultKind kind)
-{
-    Finish(Outcome::kSilent, "fault");
-    buffer_.clear();
-    write_cut_.reset();
-    hung_ = true;
-    vanished_ = kind == FaultKind::kVanishInWrite;
-}
-
-void Stm32Bootloader::Finish(Outcome outcome, std::string reason)
-{
-    entry_.outcome = outcome;
-    entry_.reason = std::move(reason);
-    journal_.Add(std::exchange(entry_, {}));
 }
 
 void Stm32Bootloader::Refuse(std::string reason)
@@ -554,31 +539,10 @@ void Stm32Bootloader::Acknowledge(std::chrono::microseconds busy)
 void Stm32Bootloader::SendCounted(std::vector<std::byte> bytes)
 {
     bytes.insert(bytes.begin(), static_cast<std::byte>((bytes.size() - 1) & 0xFF));
-    for (auto const& fault : faults_.Strike(FaultMoment::kCountedBlock)) {
+    for (auto const& fault : Faults().Strike(FaultMoment::kCountedBlock)) {
         bytes.front() = static_cast<std::byte>(fault.parameter & 0xFF);
     }
     Send(std::move(bytes));
-}
-
-void Stm32Bootloader::Send(std::vector<std::byte> bytes, std::chrono::microseconds busy)
-{
-    for (auto const& fault : faults_.Strike(FaultMoment::kAnswer)) {
-        auto const value = static_cast<std::byte>(fault.parameter & 0xFF);
-        if (fault.kind == FaultKind::kDropAnswer) {
-            bytes.clear();
-        } else if (fault.kind == FaultKind::kGarbageAnswer && !bytes.empty()) {
-            bytes.front() = value;
-        } else if (fault.kind == FaultKind::kCutAnswer) {
-            bytes.resize(std::min<size_t>(bytes.size(), fault.parameter));
-        } else if (fault.kind == FaultKind::kExtraByte) {
-            bytes.push_back(value);
-        } else if (fault.kind == FaultKind::kLateAnswer) {
-            busy += std::chrono::milliseconds(fault.parameter);
-        }
-    }
-    if (!bytes.empty()) {
-        answers_.push_back({std::move(bytes), busy, consumed_});
-    }
 }
 
 }  // namespace simulator

@@ -13,11 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "simulator/chip_memory.h"
+#include "simulator/chip_loader.h"
 #include "simulator/chips.h"
-#include "simulator/faults.h"
-#include "simulator/journal.h"
-#include "simulator/unit_protocol.h"
 
 namespace simulator {
 
@@ -28,18 +25,6 @@ struct AckPair {
 };
 inline constexpr AckPair kStandardAckPair{std::byte{0x79}, std::byte{0x1F}};
 inline constexpr AckPair kAlternativeAckPair{std::byte{0x75}, std::byte{0x3F}};
-
-// How long the chip is busy. All zero: it answers at once.
-struct ChipTimes {
-    std::chrono::microseconds page_erase{0};
-    std::chrono::microseconds mass_erase{0};   // of each bank
-    std::chrono::microseconds double_word{0};  // programming 8 bytes
-};
-
-// Typical times of the STM32G4 (data sheet DS12288, flash memory characteristics).
-inline constexpr ChipTimes kRealTimes{std::chrono::microseconds{24500},
-                                      std::chrono::microseconds{24600},
-                                      std::chrono::microseconds{82}};
 
 // What the loader lists and understands when it offers the erase command(s) named.
 enum class EraseCommands { kLegacy, kExtended, kBoth, kNone };
@@ -64,22 +49,14 @@ struct Stm32BootloaderOptions {
 };
 
 // Not thread-safe.
-class Stm32Bootloader final : public IUnitProtocol {
+class Stm32Bootloader final : public ChipLoader {
 public:
-    enum class State {
-        kWaitingForSync,  // just reset
-        kSynchronised,
-        kRunning,  // the application was started: the loader is gone until the next reset
-    };
+    using State = UnitState;
 
     explicit Stm32Bootloader(Stm32BootloaderOptions options);
 
-    std::vector<Answer> Receive(std::span<const std::byte> bytes) override;
     void Reset() override;
-    bool Vanished() const override { return vanished_; }
-
-    // While silent it takes no notice of what it receives. A reset does not end this.
-    void SetSilent(bool silent) { silent_ = silent; }
+    UnitStatus Status() const override;
 
     State GetState() const { return state_; }
     std::optional<uint32_t> JumpAddress() const { return jump_address_; }  // of the last Go
@@ -89,12 +66,7 @@ public:
     unsigned ErasedPages() const { return erased_pages_; }
     unsigned Writes() const { return writes_; }  // Write Memory commands carried out
 
-    ChipMemory const& Memory() const { return memory_; }
-    ChipMemory& Memory() { return memory_; }
     Stm32BootloaderOptions const& Options() const { return options_; }
-    FaultList& Faults() { return faults_; }
-    Journal const& GetJournal() const { return journal_; }
-    Journal& GetJournal() { return journal_; }
 
 private:
     // What the bytes being collected are.
@@ -115,7 +87,7 @@ private:
         size_t bytes;
     };
 
-    void Take(std::byte byte);
+    void Take(std::byte byte) override;
     size_t BytesNeeded() const;
     void Handle(std::span<const std::byte> bytes);
 
@@ -140,31 +112,18 @@ private:
     bool EraseFaultStrikes();
     void CutWriteIfDue();
 
-    void Finish(Outcome outcome, std::string reason = {});
     void Refuse(std::string reason);
     void Complete(std::chrono::microseconds busy = {});
     void Acknowledge(std::chrono::microseconds busy = {});
     void SendCounted(std::vector<std::byte> bytes);
-    void Send(std::vector<std::byte> bytes, std::chrono::microseconds busy = {});
-    void Hang(FaultKind kind);
 
     Stm32BootloaderOptions options_;
-    ChipMemory memory_;
-    FaultList faults_;
-    Journal journal_;
 
     State state_ = State::kWaitingForSync;
     Phase phase_ = Phase::kCommand;
     std::vector<std::byte> buffer_;  // bytes of the phase so far
     uint32_t address_ = 0;           // of the command in progress
-    JournalEntry entry_;             // the command in progress
     std::optional<WriteCut> write_cut_;
-    bool silent_ = false;
-    bool hung_ = false;
-    bool vanished_ = false;
-
-    std::vector<Answer> answers_;  // to the piece being received
-    size_t consumed_ = 0;          // bytes of that piece
 
     std::optional<uint32_t> jump_address_;
     unsigned connects_ = 0;

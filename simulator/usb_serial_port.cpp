@@ -18,24 +18,6 @@
 #include <system_error>
 #include <utility>
 
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define SIMULATOR_UNDER_TSAN
-#endif
-#elif defined(__SANITIZE_THREAD__)
-#define SIMULATOR_UNDER_TSAN
-#endif
-
-#ifdef SIMULATOR_UNDER_TSAN
-// umockdev and the libraries below it are not instrumented, so ThreadSanitizer does not see their
-// locks. Weak: a program that has suppressions of its own keeps them.
-extern "C" [[gnu::weak]] const char* __tsan_default_suppressions();
-const char* __tsan_default_suppressions()
-{
-    return "race:libglib-2.0.so\nrace:libgobject-2.0.so\nrace:libgio-2.0.so\nrace:libumockdev.so\n";
-}
-#endif
-
 namespace simulator {
 namespace {
 

@@ -14,7 +14,9 @@
 #include <string>
 #include <vector>
 
-typedef struct _UMockdevTestbed UMockdevTestbed;  // umockdev.h, which this header keeps out
+// As umockdev.h declares it, which this header keeps out.
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
+typedef struct _UMockdevTestbed UMockdevTestbed;
 
 namespace simulator {
 

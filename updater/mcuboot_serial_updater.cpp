@@ -260,12 +260,14 @@ std::optional<QByteArray> McubootSerialUpdater::readOtpData(uint32_t key)
         qWarning() << "McubootSerialUpdater::readOtpData: parse error";
         return std::nullopt;
     }
-    if (auto const error = GetErrorCode(answer); error == kOtpKeyNotFound) {
+    auto const error = GetErrorCode(answer);
+    if (error == kOtpKeyNotFound) {
         qWarning().noquote() << QStringLiteral(
                                     "McubootSerialUpdater::readOtpData: key 0x%1 not found in OTP")
                                     .arg(key, 0, 16);
         return std::nullopt;
-    } else if (error != 0) {
+    }
+    if (error != 0) {
         qWarning() << "McubootSerialUpdater::readOtpData: rc=" << error;
         return std::nullopt;
     }

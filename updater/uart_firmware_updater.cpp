@@ -20,8 +20,9 @@ constexpr unsigned kBaudRate = 460800;
 constexpr unsigned char kMcuId = 1;
 constexpr unsigned char kReservedEndpointIds = 1;
 constexpr size_t kWordSize = 4;
+constexpr size_t kSmallestImage = 8;
 
-// The whole file, padded with zeros to whole words; empty when it cannot be opened.
+// The whole file, padded with zeros to whole words; nothing when it cannot be opened.
 std::optional<std::vector<std::byte>> ReadImage(QByteArray const& path)
 {
     std::ifstream file(path.constData(), std::ios::binary);
@@ -33,7 +34,8 @@ std::optional<std::vector<std::byte>> ReadImage(QByteArray const& path)
     for (char value = 0; file.get(value);) {
         image.push_back(static_cast<std::byte>(value));
     }
-    while (image.size() % kWordSize != 0) {
+    // A fragment stays one, for the engine to refuse: padding must not make an image of it.
+    while (image.size() > kSmallestImage && image.size() % kWordSize != 0) {
         image.push_back(std::byte{0});
     }
     return image;

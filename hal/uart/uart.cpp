@@ -54,7 +54,8 @@ void Uart::onSetRxCallback(hal::uart::RxByte_ISR callback)
     rx_callback_ = std::move(callback);
 }
 
-void Uart::onTransmit(QByteArray data)
+// By value: what a queued signal hands over is this thread's own.
+void Uart::onTransmit(QByteArray data)  // NOLINT(performance-unnecessary-value-param)
 {
     serial_->write(data);
     serial_->flush();

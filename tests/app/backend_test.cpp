@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/app/ini_file.h"
+#include "updater/mcuboot_serial_updater.h"
 #include "updater/uart_firmware_updater.h"
 
 using namespace Qt::StringLiterals;
@@ -39,11 +40,12 @@ TEST(MakeBackend, SaysInPlainWordsThatUsbCannotBeDriven)
     EXPECT_FALSE(backend.problem.isEmpty());
 }
 
-TEST(MakeBackend, GivesForMcubootEitherABackendOrAProblem)
+TEST(MakeBackend, GivesTheMcubootBackendWithoutAParent)
 {
     const auto backend = BackendFor("interface=mcuboot_serial\n");
 
     EXPECT_EQ(backend.type, TargetMcubootSerial);
-    EXPECT_EQ(backend.updater == nullptr, !backend.problem.isEmpty());
-    EXPECT_EQ(dynamic_cast<UartFirmwareUpdater*>(backend.updater.get()), nullptr);
+    ASSERT_NE(dynamic_cast<McubootSerialUpdater*>(backend.updater.get()), nullptr);
+    EXPECT_EQ(backend.updater->parent(), nullptr);
+    EXPECT_TRUE(backend.problem.isEmpty());
 }

@@ -201,6 +201,32 @@ TEST(UartConfiguration, KeysInASectionDoNotCount)
     EXPECT_EQ(ReadUartConfig(ini.Settings()).start_address, 0U);
 }
 
+TEST(McubootConfiguration, HasABaudRateOfItsOwnWhenNoneIsGiven)
+{
+    IniFile ini("interface=mcuboot_serial\n");
+
+    EXPECT_EQ(ReadMcubootConfig(ini.Settings()).baud, 921600U);
+}
+
+TEST(McubootConfiguration, TakesEachKeyToItsOwnPlace)
+{
+    IniFile ini("mcuboot_baud=115200\nfw_target_type=service\n");
+
+    const auto mcuboot = ReadMcubootConfig(ini.Settings());
+
+    EXPECT_EQ(mcuboot.baud, 115200U);
+    EXPECT_EQ(mcuboot.fw_target_type, u"service"_s);
+}
+
+TEST(McubootConfiguration, HasNoBaudRateWhenTheKeyIsNoDecimalNumber)
+{
+    for (const auto* text : {"", "fast", "0x1C200", "-1", "115200.5", "4294967296", "1, 2"}) {
+        IniFile ini("mcuboot_baud=" + QByteArray(text) + "\n");
+
+        EXPECT_EQ(ReadMcubootConfig(ini.Settings()).baud, 0U) << text;
+    }
+}
+
 TEST(OtpSize, IsDecimalOnly)
 {
     EXPECT_EQ(OtpSizeOf("1024"), 1024U);

@@ -29,6 +29,12 @@ inline bool IsDone(Screen const& screen)
     return screen == Screen{QStringLiteral("DONE"), ButtonStyle::Ready, 100, QStringLiteral("%p%")};
 }
 
+// On the road whose bar never shows a percentage.
+inline bool IsDoneWithoutText(Screen const& screen)
+{
+    return screen == Screen{QStringLiteral("DONE"), ButtonStyle::Ready, 100, QString()};
+}
+
 inline bool IsFailed(Screen const& screen)
 {
     return screen.button == QLatin1String("UPDATING") && screen.style == ButtonStyle::Disabled &&

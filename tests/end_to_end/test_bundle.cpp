@@ -26,10 +26,11 @@ void WriteFile(QString const& path, QByteArray const& content)
 
 }  // namespace
 
-TestBundle::TestBundle()
+TestBundle::TestBundle(QString const& staged_bundle)
 {
     namespace fs = std::filesystem;
-    fs::copy(FW_STAGED_BUNDLE, directory_.filePath(QStringLiteral("bundle")).toStdString(),
+    fs::copy(staged_bundle.toStdString(),
+             directory_.filePath(QStringLiteral("bundle")).toStdString(),
              fs::copy_options::recursive);
 }
 

@@ -1,4 +1,4 @@
-// A copy of the staged bundle in a temporary directory, so that a test can change what the program
+// A copy of a staged bundle in a temporary directory, so that a test can change what the program
 // finds in it. That the copy runs is a test in itself: the bundle may be moved anywhere.
 #pragma once
 
@@ -9,7 +9,7 @@
 
 class TestBundle {
 public:
-    TestBundle();
+    explicit TestBundle(QString const& staged_bundle);
 
     QString Executable() const;
     QDir Resources() const;

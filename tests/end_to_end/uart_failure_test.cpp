@@ -15,26 +15,6 @@ using namespace std::chrono_literals;
 
 class UartFailure : public UartRoad {
 protected:
-    // Pulls the unit out, puts it back into boot mode and plugs it in again.
-    void Replug()
-    {
-        unit_->Command(QStringLiteral("clear-faults"));
-        unit_->Command(QStringLiteral("unplug"));
-        ExpectScreen(IsWaiting);
-        unit_->Command(QStringLiteral("reset"));
-        unit_->Command(QStringLiteral("plug"));
-    }
-
-    void ExpectUpdateFailsWith(QString const& fault, QStringList const& unit_options = {})
-    {
-        Start(unit_options);
-        ExpectScreen(IsReady);
-        unit_->Command(fault);
-        program_->PressUpdate();
-        ExpectScreen(IsFailed);
-        EXPECT_TRUE(program_->IsRunning());
-    }
-
     void ExpectUpdateFailsBeforeTheErase()
     {
         Start();
@@ -192,18 +172,14 @@ TEST_F(UartFailure, EndsWithStatusOneWhenThePortCannotBeOpenedOnABusyMachine)
     }
 }
 
-class OtherRoad : public UartRoad, public testing::WithParamInterface<const char*> {};
-
-TEST_P(OtherRoad, IsRefusedInPlainWordsWhileItIsNotBuilt)
+TEST_F(UartFailure, RefusesUsbInPlainWordsWhileItIsNotBuilt)
 {
-    bundle_.SetKey(QStringLiteral("interface"), QString::fromLatin1(GetParam()));
+    bundle_.SetKey(QStringLiteral("interface"), QStringLiteral("usb"));
     Start();
     ASSERT_TRUE(program_->WaitForWindow(QStringLiteral("Kelvane firmware updater")));
     program_->PressReturn();
     EXPECT_EQ(program_->WaitForExit(), 1);
     EXPECT_EQ(unit_->Journal(), QStringList());
 }
-
-INSTANTIATE_TEST_SUITE_P(UartFailure, OtherRoad, testing::Values("usb", "mcuboot_serial"));
 
 }  // namespace

@@ -1,11 +1,12 @@
 #include "tests/layering/include_rules.h"
 
+#include <QRegularExpression>
+#include <QString>
 #include <algorithm>
 #include <fstream>
 #include <iterator>
 #include <map>
 #include <optional>
-#include <regex>
 #include <set>
 #include <string_view>
 
@@ -55,8 +56,8 @@ bool MayInclude(std::string const& path, std::string const& include)
 
 bool IsQt(std::string const& include)
 {
-    static const std::regex qt("Q[A-Za-z0-9]+(/[A-Za-z0-9_.]+)?");
-    return std::regex_match(include, qt);
+    static const QRegularExpression qt(QStringLiteral("^Q[A-Za-z0-9]+(/[A-Za-z0-9_.]+)?$"));
+    return qt.match(QString::fromStdString(include)).hasMatch();
 }
 
 bool IsSerialPort(std::string const& include)
@@ -118,11 +119,13 @@ std::vector<SourceFile> ReadSources(std::filesystem::path const& root,
 
 std::vector<std::string> FindIncludes(std::string const& text)
 {
-    static const std::regex pattern(R"((^|\n)[ \t]*#[ \t]*include[ \t]*[<"]([^>"\n]+)[>"])");
+    static const QRegularExpression pattern(
+        QStringLiteral(R"(^[ \t]*#[ \t]*include[ \t]*[<"]([^>"\n]+)[>"])"),
+        QRegularExpression::MultilineOption);
     std::vector<std::string> includes;
-    for (std::sregex_iterator match(text.begin(), text.end(), pattern), end; match != end;
-         ++match) {
-        includes.push_back((*match)[2]);
+    auto matches = pattern.globalMatch(QString::fromStdString(text));
+    while (matches.hasNext()) {
+        includes.push_back(matches.next().captured(1).toStdString());
     }
     return includes;
 }
@@ -177,11 +180,13 @@ std::vector<std::string> FindForbiddenQt(
 
 std::vector<std::string> FindStraySettings(std::vector<SourceFile> const& files)
 {
-    static const std::regex read(R"(settings_?[ \t\n]*(\.|->)[ \t\n]*(value|contains|allKeys)\b)",
-                                 std::regex::icase);
+    static const QRegularExpression read(
+        QStringLiteral(R"(settings_?\s*(\.|->)\s*(value|contains|allKeys)\b)"),
+        QRegularExpression::CaseInsensitiveOption);
     std::vector<std::string> offences;
     for (auto const& file : files) {
-        if (file.path != "app/startup_config.cpp" && std::regex_search(file.text, read)) {
+        if (file.path != "app/startup_config.cpp" &&
+            read.match(QString::fromStdString(file.text)).hasMatch()) {
             offences.push_back(file.path + " reads settings");
         }
     }

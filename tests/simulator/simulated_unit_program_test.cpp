@@ -10,6 +10,7 @@
 #include <string>
 
 #include "tests/simulator/port_test_support.h"
+#include "tests/simulator/recovery_client.h"
 
 namespace simulator {
 namespace {
@@ -111,6 +112,30 @@ TEST(SimulatedUnitProgram, IsTheUnitThatItsOptionsDescribe)
                                             "read 0x1fff7000 5 ack\n"));
 }
 
+TEST(SimulatedUnitProgram, MakesAUnitInSerialRecoveryMode)
+{
+    Program program(
+        {QStringLiteral("--protocol"), QStringLiteral("mcuboot"), QStringLiteral("--model-id"),
+         QStringLiteral("empty"), QStringLiteral("--line-buffer"), QStringLiteral("64"),
+         QStringLiteral("--answer-line"), QStringLiteral("16"), QStringLiteral("--definite-maps")});
+    RawClient client(program.Greeting().at("pty"));
+
+    // Erase: {} is answered with {"rc": 0}, in 24 characters over two lines.
+    client.Send(
+        test::ToBytes("\x06\x09"
+                      "AAwCAAACAAH/Bb//um4=\n"));
+    auto const answer = test::ToArray(client.Receive(30));
+    EXPECT_EQ(test::BodyOf(answer).mid(10).chopped(2).toHex(), "a162726300");
+    EXPECT_EQ(answer.mid(19, 2), "\x04\x14");
+
+    EXPECT_EQ(program.Command("fault nack-erase"),
+              "error no fault of this kind of unit: nack-erase");
+    EXPECT_EQ(program.Command("fault error-code 1 1 7"), "ok");
+    EXPECT_NE(program.Command("status").find("connects=0 erased=256 "), std::string::npos);
+    EXPECT_EQ(program.Command("journal"), "erase-slot seq=255 ack");
+    EXPECT_EQ(program.ReadLine(), "end");
+}
+
 TEST(SimulatedUnitProgram, StartsWithNoUnitOrWithTwo)
 {
     Program none({QStringLiteral("--units"), QStringLiteral("0")});
@@ -144,7 +169,7 @@ TEST(SimulatedUnitProgram, RefusesAnOptionThatItCannotUse)
     for (auto const& [option, value] :
          {std::pair{"--product-id", "0x483"}, std::pair{"--ack", "7a"}, std::pair{"--vid", "10000"},
           std::pair{"--model-id", "256"}, std::pair{"--flash-in", "/nonexistent"},
-          std::pair{"--nonsense", "1"}}) {
+          std::pair{"--protocol", "usb"}, std::pair{"--nonsense", "1"}}) {
         QProcess process;
         process.start(QStringLiteral(SIMULATED_UNIT_PROGRAM),
                       {QString::fromLatin1(option), QString::fromLatin1(value)});

@@ -131,7 +131,9 @@ TEST(SimulatedUnit, MayBeControlledFromSeveralThreadsWhileItIsServed)
 TEST(SimulatedUnit, TakesAsLongAsTheChipAndTheLineNeed)
 {
     auto options = test::UniqueOptions();
-    options.bootloader.times = kRealTimes;
+    Stm32BootloaderOptions bootloader;
+    bootloader.times = kRealTimes;
+    options.loader = bootloader;
     options.baud = 9600;
     PluggedUnit plugged(std::move(options));
     RawClient client(plugged.Pty());
@@ -238,7 +240,8 @@ TEST(ControlText, StatusIsOneLineOfKeysAndValues)
     status.device_path = "/dev/ttyUSB0";
     EXPECT_EQ(ToText(status),
               "state=bootloader synchronised=no plugged=no port=/dev/ttyUSB0 pty=none jump=none "
-              "marker=none connects=0 erased=0 writes=0 over-unerased=0 fault-strikes=0");
+              "marker=none connects=0 erased=0 writes=0 over-unerased=0 fault-strikes=0 "
+              "image-size=none stored=0");
 
     status = {Stm32Bootloader::State::kRunning,
               true,
@@ -250,11 +253,13 @@ TEST(ControlText, StatusIsOneLineOfKeysAndValues)
               2,
               3,
               4,
-              5};
+              5,
+              6,
+              7};
     EXPECT_EQ(ToText(status),
               "state=running synchronised=no plugged=yes port=/dev/ttyUSB1 pty=/dev/pts/3 "
               "jump=0x08000000 marker=PUWF connects=1 erased=2 writes=3 over-unerased=4 "
-              "fault-strikes=5");
+              "fault-strikes=5 image-size=6 stored=7");
     status.marker = B({0x00, 0xFF, 0x10, 0x20});
     EXPECT_NE(ToText(status).find("marker=0x00ff1020 "), std::string::npos);
 }

@@ -31,8 +31,10 @@ class Stm32Flash : public testing::TestWithParam<EraseCommands> {
 protected:
     static SimulatedUnitOptions Options()
     {
+        Stm32BootloaderOptions bootloader;
+        bootloader.commands = ListCommands(GetParam());
         auto options = test::UniqueOptions();
-        options.bootloader.commands = ListCommands(GetParam());
+        options.loader = bootloader;
         return options;
     }
 

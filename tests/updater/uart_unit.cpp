@@ -23,9 +23,11 @@ UartUnitTest::UartUnitTest()
 {
     simulator::OtpImage otp(512);
     otp.SetModelId(3, kModel);
+    simulator::Stm32BootloaderOptions bootloader;
+    bootloader.otp = otp.Bytes();
+    bootloader.boot_mode_address = kBootMode;
     simulator::SimulatedUnitOptions options;
-    options.bootloader.otp = otp.Bytes();
-    options.bootloader.boot_mode_address = kBootMode;
+    options.loader = bootloader;
     options.port.name = port_.toStdString();
     unit_ = std::make_unique<simulator::SimulatedUnit>(SharedTestbed(), options);
     unit_->Plug();

@@ -7,6 +7,8 @@
 #include <QMetaMethod>
 #include <array>
 #include <future>
+#include <semaphore>
+#include <utility>
 #include <vector>
 
 namespace hal::uart::test {
@@ -41,10 +43,10 @@ protected:
                           [this, bytes = std::move(bytes)] { uart.Transmit(bytes); });
     }
 
-    bool WaitForEmission() { return emissions.tryAcquire(1, 10000); }
+    bool WaitForEmission() { return emissions.try_acquire_for(seconds(10)); }
 
     QSemaphore semaphore{1};
-    QSemaphore emissions{0};
+    std::counting_semaphore<> emissions{0};
     int tokens_at_emission = -1;
     std::vector<QByteArray> emitted;
     UartInterface uart{&semaphore, nullptr};
@@ -171,7 +173,7 @@ TEST_F(UartInterfaceTest, TransmitEmitsNothingBeforeItHasTheToken)
     auto sent = TransmitOnAnotherThread({std::byte{0x7F}});
 
     EXPECT_EQ(sent.wait_for(kMoment), std::future_status::timeout);
-    EXPECT_EQ(emissions.available(), 0);
+    EXPECT_FALSE(emissions.try_acquire());
     semaphore.release(1);
     EXPECT_TRUE(WaitForEmission());
     semaphore.release(1);

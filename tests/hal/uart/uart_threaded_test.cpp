@@ -81,6 +81,7 @@ protected:
     PseudoTerminal line;
     QSemaphore semaphore{1};
     Inbox inbox;
+    Inbox second_inbox;
     UartInterface adapter{&semaphore, nullptr};
     QThread thread;
 };
@@ -123,11 +124,10 @@ TEST_F(UartThreadedTest, TheHandleEndsNothingButTheNextSubscriptionReplaces)
     line.Send("a");
     EXPECT_EQ(inbox.Take(1), "a");
 
-    Inbox next;
-    subscription = adapter.SubscribeOnRx(next.Callback());
+    subscription = adapter.SubscribeOnRx(second_inbox.Callback());
     Transmit("y");
     line.Send("b");
-    EXPECT_EQ(next.Take(1), "b");
+    EXPECT_EQ(second_inbox.Take(1), "b");
 }
 
 TEST_F(UartThreadedTest, QuestionsAndAnswersTakeTurns)

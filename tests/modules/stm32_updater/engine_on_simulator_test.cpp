@@ -311,7 +311,7 @@ TEST_P(FaultTest, FailsWhereItStrikesAndIsOverAfterAReset)
     EXPECT_EQ(harmless, HarmlessStrikes(GetParam()));
 }
 
-INSTANTIATE_TEST_SUITE_P(All, FaultTest, ::testing::ValuesIn(simulator::kAllFaultKinds), NameOf);
+INSTANTIATE_TEST_SUITE_P(All, FaultTest, ::testing::ValuesIn(simulator::kStm32FaultKinds), NameOf);
 
 }  // namespace
 }  // namespace stm32_updater::test

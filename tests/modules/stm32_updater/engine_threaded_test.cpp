@@ -8,7 +8,6 @@ namespace stm32_updater::test {
 namespace {
 
 using std::chrono::milliseconds;
-using ::testing::IsEmpty;
 
 constexpr unsigned kOtp = 0x1FFF7000;
 

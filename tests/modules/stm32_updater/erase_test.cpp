@@ -5,7 +5,6 @@ namespace stm32_updater::test {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 class EraseTest : public UpdaterTest {
 protected:

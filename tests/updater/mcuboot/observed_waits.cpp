@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 #include <poll.h>
+#include <signal.h>
 #include <time.h>
 
 namespace {

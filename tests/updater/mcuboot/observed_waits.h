@@ -1,5 +1,5 @@
-// What the backend waits for while this lives: its sleeps, and its waits for the port. The linker
-// puts these functions between the backend and Qt (see CMakeLists.txt). One at a time.
+// What the backend waits for while this lives: its sleeps, and its waits for the port. The program
+// stands in between with functions of its own (observed_waits.cpp, CMakeLists.txt). One at a time.
 #pragma once
 
 #include <vector>
