@@ -248,7 +248,7 @@ std::unique_ptr<simulator::SimulatedUnit> MakeUnit(
             options.journal_path + (number == 1 ? std::string() : fmt::format(".{}", number));
         auto file = std::make_shared<std::ofstream>(path);
         unit_options.journal_sink = [file](simulator::JournalEntry const& entry) {
-            *file << simulator::ToText(entry) << std::endl;
+            *file << simulator::ToText(entry) << '\n' << std::flush;
         };
     }
     auto unit = std::make_unique<simulator::SimulatedUnit>(testbed, std::move(unit_options));

@@ -93,7 +93,7 @@ void McubootRecovery::Reset()
 {
     state_ = UnitState::kWaitingForSync;
     line_.clear();
-    upload_.reset();
+    upload_ = {};
     ChipLoader::Reset();
 }
 
@@ -106,9 +106,9 @@ UnitStatus McubootRecovery::Status() const
     status.writes = writes_;
     status.programmed_over_unerased = Memory().ProgrammedOverUnerased();
     status.fault_strikes = Faults().Strikes();
-    if (upload_) {
-        status.image_size = upload_->size;
-        status.stored = upload_->next_offset;
+    if (upload_.begun) {
+        status.image_size = upload_.size;
+        status.stored = upload_.next_offset;
     }
     return status;
 }
@@ -224,7 +224,7 @@ void McubootRecovery::EraseSlot(SmpMessage const& request)
     constexpr int kBanks = 2;
     Memory().EraseFlash(0, options_.chip.flash_size);
     erased_pages_ += options_.chip.Pages();
-    upload_.reset();
+    upload_ = {};
     Complete(request, MakeResult(0), kBanks * options_.times.mass_erase);
 }
 
@@ -258,7 +258,7 @@ void McubootRecovery::TakeChunk(SmpMessage const& request, Entries const& entrie
     }
     bool const omit_offset = !Faults().Strike(FaultMoment::kWriteData).empty();
     auto const busy = Store(chunk);
-    Complete(request, omit_offset ? MakeResult(0) : MakeUploadResult(upload_->next_offset), busy);
+    Complete(request, omit_offset ? MakeResult(0) : MakeUploadResult(upload_.next_offset), busy);
 }
 
 // True when the request ends here.
@@ -274,8 +274,8 @@ bool McubootRecovery::UploadFaultStrikes(SmpMessage const& request)
     } else if (fault.kind == FaultKind::kAskForOffset || fault.kind == FaultKind::kKeepOffset) {
         auto const next =
             fault.kind == FaultKind::kAskForOffset ? fault.parameter : *entry_.address;
-        if (upload_) {
-            upload_->next_offset = next;
+        if (upload_.begun) {
+            upload_.next_offset = next;
         }
         Finish(Outcome::kNack, "fault");
         SendAnswer(request, MakeUploadResult(next));
@@ -289,8 +289,8 @@ bool McubootRecovery::UploadFaultStrikes(SmpMessage const& request)
 bool McubootRecovery::IsStorable(Chunk const& chunk) const
 {
     if (chunk.offset != 0) {
-        return upload_ && chunk.offset <= upload_->size &&
-               chunk.data.size() <= upload_->size - chunk.offset;
+        return upload_.begun && chunk.offset <= upload_.size &&
+               chunk.data.size() <= upload_.size - chunk.offset;
     }
     return chunk.image_size && *chunk.image_size <= options_.chip.flash_size &&
            chunk.data.size() <= *chunk.image_size;
@@ -301,12 +301,12 @@ std::chrono::microseconds McubootRecovery::Store(Chunk const& chunk)
 {
     std::chrono::microseconds busy{0};
     if (chunk.offset == 0) {
-        busy += StartUpload(static_cast<uint32_t>(*chunk.image_size));
+        busy += StartUpload(static_cast<uint32_t>(chunk.image_size.value_or(0)));
     }
-    if (chunk.offset == upload_->next_offset) {
+    if (chunk.offset == upload_.next_offset) {
         auto const address = kFlashStart + static_cast<uint32_t>(chunk.offset);
         Memory().Write(address, chunk.data);
-        upload_->next_offset += static_cast<uint32_t>(chunk.data.size());
+        upload_.next_offset += static_cast<uint32_t>(chunk.data.size());
         ++writes_;
         busy += options_.times.Program(chunk.data.size());
     }
@@ -320,7 +320,7 @@ std::chrono::microseconds McubootRecovery::StartUpload(uint32_t size)
     auto const pages = (size + page_size - 1) / page_size;
     Memory().EraseFlash(0, pages * page_size);
     erased_pages_ += static_cast<unsigned>(pages);
-    upload_ = Upload{size, 0};
+    upload_ = {true, size, 0};
     return static_cast<int>(pages) * options_.times.page_erase;
 }
 

@@ -51,8 +51,9 @@ public:
 private:
     using Entries = std::vector<CborEntry>;
 
-    // An image being received.
+    // An image being received, once it has begun.
     struct Upload {
+        bool begun = false;
         uint32_t size = 0;
         uint32_t next_offset = 0;
     };
@@ -89,7 +90,7 @@ private:
     McubootRecoveryOptions options_;
     UnitState state_ = UnitState::kWaitingForSync;
     std::vector<std::byte> line_;  // so far; what is beyond the line buffer is lost
-    std::optional<Upload> upload_;
+    Upload upload_;
     unsigned connects_ = 0;
     unsigned erased_pages_ = 0;
     unsigned writes_ = 0;

@@ -117,7 +117,7 @@ TEST_F(Exchange, CountsWaitsAndNotTime)
     unit_.AnswersInPieces(std::vector<QByteArray>(50, "x"));
     ObservedWaits const waits;
     EXPECT_EQ(updater_->sendAndReceive(request_, 300), QByteArray(50, 'x'));
-    EXPECT_EQ(waits.passes, 100);
+    EXPECT_TRUE(waits.CountedPasses(100)) << waits.passes;
     EXPECT_GT(waits.waits_with_data, 25);
 }
 
@@ -127,7 +127,7 @@ TEST_F(Exchange, RoundsTheNumberOfWaitsUp)
          std::map<int, int>{{-1, 0}, {0, 0}, {1, 1}, {3, 1}, {4, 2}}) {
         ObservedWaits const waits;
         EXPECT_TRUE(updater_->sendAndReceive(request_, timeout).isEmpty());
-        EXPECT_EQ(waits.passes, passes) << timeout;
+        EXPECT_TRUE(waits.CountedPasses(passes)) << waits.passes;
         EXPECT_THAT(waits.sleeps, ElementsAre(10, 3)) << timeout;
     }
 }
