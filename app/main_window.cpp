@@ -6,13 +6,14 @@
 
 #include "ui_main_window.h"
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): a QDir cannot be moved into place
 MainWindow::MainWindow(QDir resourceDir, const QSettings& settings, QString dfuUtilPath,
                        targetInterfaceType type, std::unique_ptr<FirmwareUpdaterBase> updater,
                        WindowEnvironment environment)
     : ui_(std::make_unique<Ui::MainWindow>()),
       updater_(std::move(updater)),
       worker_thread_(std::make_unique<QThread>()),
-      resource_dir_(std::move(resourceDir)),
+      resource_dir_(resourceDir),
       type_(type),
       dfu_util_path_(std::move(dfuUtilPath)),
       environment_(std::move(environment))
