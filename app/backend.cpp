@@ -2,6 +2,7 @@
 
 #include "updater/mcuboot_serial_updater.h"
 #include "updater/uart_firmware_updater.h"
+#include "updater/usb_firmware_updater.h"
 
 namespace {
 
@@ -14,6 +15,16 @@ std::unique_ptr<FirmwareUpdaterBase> MakeUartUpdater(QSettings const& settings,
         config.otp_size, config.boot_mode_address, config.fw_target_type, nullptr);
 }
 
+std::unique_ptr<FirmwareUpdaterBase> MakeUsbUpdater(QSettings const& settings,
+                                                    QString const& firmware_path,
+                                                    QString const& dfu_util_path)
+{
+    auto const config = ReadUsbConfig(settings);
+    return std::make_unique<UsbFirmwareUpdater>(firmware_path, dfu_util_path,
+                                                config.programming_address, config.otp_address,
+                                                config.otp_size, config.fw_target_type, nullptr);
+}
+
 std::unique_ptr<FirmwareUpdaterBase> MakeMcubootUpdater(QSettings const& settings,
                                                         QString const& firmware_path)
 {
@@ -23,24 +34,19 @@ std::unique_ptr<FirmwareUpdaterBase> MakeMcubootUpdater(QSettings const& setting
                                                   config.fw_target_type, nullptr);
 }
 
-QString TellMissingTransport(QString const& transport)
-{
-    return QStringLiteral("This version of the updater cannot update units over %1.")
-        .arg(transport);
-}
-
 }  // namespace
 
-Backend MakeBackend(QSettings const& settings, QString const& firmware_path)
+Backend MakeBackend(QSettings const& settings, QString const& firmware_path,
+                    QString const& dfu_util_path)
 {
     auto const type = ReadInterfaceType(settings);
     switch (type) {
         case TargetUsb:
-            return {type, nullptr, TellMissingTransport(QStringLiteral("USB DFU"))};
+            return {type, MakeUsbUpdater(settings, firmware_path, dfu_util_path)};
         case TargetMcubootSerial:
-            return {type, MakeMcubootUpdater(settings, firmware_path), {}};
+            return {type, MakeMcubootUpdater(settings, firmware_path)};
         case TargetUart:
             break;
     }
-    return {type, MakeUartUpdater(settings, firmware_path), {}};
+    return {type, MakeUartUpdater(settings, firmware_path)};
 }

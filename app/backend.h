@@ -10,9 +10,8 @@
 
 struct Backend {
     targetInterfaceType type;
-    // Null when this build cannot drive the transport; `problem` then tells the user so.
-    std::unique_ptr<FirmwareUpdaterBase> updater;
-    QString problem;
+    std::unique_ptr<FirmwareUpdaterBase> updater;  // never null; without a parent
 };
 
-Backend MakeBackend(QSettings const& settings, QString const& firmware_path);
+Backend MakeBackend(QSettings const& settings, QString const& firmware_path,
+                    QString const& dfu_util_path);

@@ -3,13 +3,13 @@
 #include <fmt/format.h>
 
 #include <cstddef>
-#include <cstdio>
 #include <fstream>
 #include <optional>
 #include <span>
 #include <utility>
 #include <vector>
 
+#include "runtime/console.h"
 #include "updater/model_id.h"
 
 namespace {
@@ -107,8 +107,8 @@ bool UartFirmwareUpdater::upload(QString const& path, std::function<void(int)> p
     auto const local_path = path.toLocal8Bit();
     auto const image = ReadImage(local_path);
     if (!image) {
-        fmt::print("File {} not found/could not be opened\n", local_path.constData());
-        std::fflush(stdout);
+        kelvane::PrintToConsole(
+            fmt::format("File {} not found/could not be opened\n", local_path.constData()));
         return false;
     }
     auto const ok = updater_->Update(

@@ -1,5 +1,5 @@
 // What an updater engine for STM32 microcontrollers can do besides writing an image. Implemented
-// over the UART bootloader (stm32_uart_updater.h).
+// over the UART bootloader (stm32_uart_updater.h) and over USB DFU (stm32_dfu_util_updater.h).
 #pragma once
 
 #include <cstddef>

@@ -4,13 +4,13 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <iterator>
 #include <numeric>
 #include <source_location>
 #include <utility>
 
 #include "runtime/bounded_string.h"
+#include "runtime/console.h"
 #include "runtime/error_message.h"
 #include "runtime/log.h"
 #include "runtime/time.h"
@@ -163,9 +163,7 @@ void Stm32UartUpdater::ExitDfu(unsigned start_address, unsigned boot_mode_addres
 
 void Stm32UartUpdater::SendFailureLog(const char* text)
 {
-    fmt::print("\n{}", text);
-    // The text has no newline of its own, and the process may end without flushing.
-    std::fflush(stdout);
+    kelvane::PrintToConsole(fmt::format("\n{}", text));
     etl::string<256> line;
     fmt::format_to(std::back_inserter(line), "{}", text);
     detail::DoLog(common::log_level_t::kError, line);

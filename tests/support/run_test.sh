@@ -25,6 +25,10 @@ cleanup() {
 }
 trap cleanup EXIT
 
+has_manager() {
+    xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null | grep -q 'window id'
+}
+
 if [ -n "$display" ]; then
     display_file=$(mktemp)
     # Without -noreset the server starts anew whenever its last client leaves.
@@ -43,6 +47,12 @@ if [ -n "$display" ]; then
     if [ -n "$wm" ]; then
         openbox >/dev/null 2>&1 &
         children+=($!)
+        # The manager decides when a window appears: it has to be there first.
+        for _ in $(seq 200); do
+            has_manager && break
+            sleep 0.05
+        done
+        has_manager || { echo "openbox did not start" >&2; exit 1; }
     fi
 fi
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/updater/mcuboot/collected_log.h"
+#include "tests/support/collected_log.h"
 #include "tests/updater/mcuboot/pty_unit.h"
 #include "updater/mcuboot_serial_updater.h"
 

@@ -1,4 +1,4 @@
-#include "tests/updater/mcuboot/collected_log.h"
+#include "tests/support/collected_log.h"
 
 #include <QString>
 #include <algorithm>
@@ -21,7 +21,7 @@ CollectedLog::~CollectedLog()
 void CollectedLog::Collect(QtMsgType type, QMessageLogContext const& /*context*/,
                            QString const& text)
 {
-    auto const level = type == QtDebugMsg ? "D: " : "W: ";
+    auto const level = type == QtDebugMsg ? "D: " : type == QtInfoMsg ? "I: " : "W: ";
     current_->lines_.push_back(level + text.toStdString());
 }
 

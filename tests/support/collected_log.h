@@ -12,7 +12,7 @@ public:
     CollectedLog(CollectedLog const&) = delete;
     CollectedLog& operator=(CollectedLog const&) = delete;
 
-    // "W: text" for a warning, "D: text" for a debug line, in order.
+    // "D: text" for a debug line, "I: text" for information, "W: text" for all else, in order.
     std::vector<std::string> const& Lines() const { return lines_; }
     std::vector<std::string> Warnings() const;
 

@@ -1,0 +1,37 @@
+// Any bytes as dfu-util's listing, and the search for units in it.
+#include <QRegularExpression>
+#include <cstddef>
+#include <cstdint>
+
+#include "app/startup_config.h"
+#include "app/unit_detection.h"
+#include "fuzz/require.h"
+
+extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
+{
+    static QRegularExpression const ids(
+        QRegularExpression::anchoredPattern(QStringLiteral("[0-9a-fA-F]{4}:[0-9a-fA-F]{4}")));
+    static QMap<QString, uint32_t> const products{
+        {QStringLiteral("Flash"), PackUsbIds(0x0483, 0xDF11)},
+        {QStringLiteral("Zero"), PackUsbIds(0, 0)},
+    };
+    // Without a copy, so that a read beyond the end is seen.
+    auto const output =
+        QByteArray::fromRawData(reinterpret_cast<char const*>(data), static_cast<qsizetype>(size));
+
+    auto const devices = ParseDfuListing(output);
+
+    Require(devices.size() <= output.count('\n') + 1, "each line has one device at most");
+    for (auto const& device : devices) {
+        Require(ids.match(device).hasMatch(), "a device is two groups of four digits");
+        Require(output.contains('[' + device.toLatin1() + ']'), "a device stands in the listing");
+    }
+    qsizetype at = -1;
+    for (auto const& unit : FindUnitDfuDevices(devices, products)) {
+        at = devices.indexOf(unit, at + 1);
+        Require(at >= 0, "the units are among the devices, in their order");
+        Require(unit.toLower() == QLatin1String("0483:df11") || unit == QLatin1String("0000:0000"),
+                "a unit is a known product");
+    }
+    return 0;
+}

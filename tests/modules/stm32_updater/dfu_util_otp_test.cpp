@@ -1,0 +1,205 @@
+// Reading the one-time-programmable area through dfu-util and a file.
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <QDir>
+#include <QElapsedTimer>
+
+#include "tests/modules/stm32_updater/dfu_util_test.h"
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+namespace stm32_updater::test {
+namespace {
+
+constexpr unsigned kOtp = 0x1FFF7800;
+
+class DfuUtilOtp : public DfuUtilTest {
+protected:
+    // A tool that writes this in place of the area.
+    void ToolWrites(QByteArray const& content)
+    {
+        tool_.Write(u"area"_s, content);
+        tool_.Does("read_unit_as area\n");
+    }
+
+    bool FileIsLeft() const { return QFile::exists(tool_.OtpPath()); }
+};
+
+TEST_F(DfuUtilOtp, TellsTheToolUnitMemoryPlaceAndFile)
+{
+    tool_.Does("");
+
+    updater_.GetOtp(0x1FFF7800, 512);
+
+    EXPECT_EQ(tool_.Arguments(), QStringList({u"-d"_s, u"0483:df11"_s, u"-a"_s, u"2"_s, u"-s"_s,
+                                              u"0x1fff7800:512"_s, u"-U"_s, tool_.OtpPath()}));
+}
+
+TEST_F(DfuUtilOtp, TellsAnyAddressInEightLowerCaseDigitsAndTheSizeInDecimal)
+{
+    tool_.Does("");
+    const QList<std::tuple<unsigned, unsigned long, QString>> places{
+        {0x1FFF7000, 1024, u"0x1fff7000:1024"_s},
+        {0, 0, u"0x00000000:0"_s},
+        {0xFFFFFFFF, 0xFFFFFFFFFFFFFFFF, u"0xffffffff:18446744073709551615"_s},
+    };
+    for (const auto& [address, size, text] : places) {
+        updater_.GetOtp(address, size);
+        EXPECT_EQ(tool_.Arguments().value(tool_.Arguments().size() - 3), text);
+    }
+}
+
+TEST_F(DfuUtilOtp, GivesWhatTheToolWroteAndRemovesTheFile)
+{
+    ToolWrites(QByteArray("\x11\x47\x23\x01\x00\xFF", 6));
+
+    const auto otp = updater_.GetOtp(kOtp, 6);
+
+    EXPECT_THAT(otp, ElementsAre(std::byte{0x11}, std::byte{0x47}, std::byte{0x23}, std::byte{0x01},
+                                 std::byte{0x00}, std::byte{0xFF}));
+    EXPECT_FALSE(FileIsLeft());
+}
+
+TEST_F(DfuUtilOtp, GivesAShortOrALongFileAsItIs)
+{
+    ToolWrites(QByteArray(3, '\x55'));
+    EXPECT_THAT(updater_.GetOtp(kOtp, 512), SizeIs(3));
+    ToolWrites(QByteArray(3'000'000, '\x55'));
+    EXPECT_THAT(updater_.GetOtp(kOtp, 512), SizeIs(3'000'000));
+    EXPECT_FALSE(FileIsLeft());
+}
+
+TEST_F(DfuUtilOtp, IsEmptyWithAnEmptyFileWhichIsRemoved)
+{
+    ToolWrites({});
+
+    EXPECT_THAT(updater_.GetOtp(kOtp, 512), IsEmpty());
+
+    EXPECT_FALSE(FileIsLeft());
+}
+
+TEST_F(DfuUtilOtp, IsEmptyWithoutAFile)
+{
+    tool_.Does("exit 74\n");
+
+    EXPECT_THAT(updater_.GetOtp(kOtp, 512), IsEmpty());
+}
+
+TEST_F(DfuUtilOtp, IsEmptyWithAPipeInTheFilesPlaceForWhichItDoesNotWait)
+{
+    tool_.Does("");
+    ASSERT_EQ(mkfifo(tool_.OtpPath().toLocal8Bit().constData(), 0600), 0);
+
+    EXPECT_THAT(updater_.GetOtp(kOtp, 512), IsEmpty());
+}
+
+TEST_F(DfuUtilOtp, IsEmptyWithoutATool)
+{
+    EXPECT_THAT(updater_.GetOtp(kOtp, 512), IsEmpty());
+}
+
+TEST_F(DfuUtilOtp, TakesTheFileOfAToolThatFailed)
+{
+    tool_.Write(u"area"_s, "ab");
+    tool_.Does("read_unit_as area; exit 74\n");
+    EXPECT_THAT(updater_.GetOtp(kOtp, 512), SizeIs(2));
+
+    tool_.Does("read_unit_as area; kill -s KILL $$\n");
+    EXPECT_THAT(updater_.GetOtp(kOtp, 512), SizeIs(2));
+}
+
+TEST_F(DfuUtilOtp, RemovesWhatAnEarlierRunLeftBeforeTheToolRuns)
+{
+    tool_.Write(u"tmp/kelvane_otp.bin"_s, "the area of another unit");
+    tool_.Does("[ -e \"$last_argument\" ] && echo >\"$here/still_there\"\nexit 74\n");
+
+    EXPECT_THAT(updater_.GetOtp(kOtp, 512), IsEmpty());
+
+    EXPECT_THAT(tool_.ProcessIds(), SizeIs(1));
+    EXPECT_FALSE(tool_.Has(u"still_there"_s));
+}
+
+TEST_F(DfuUtilOtp, RemovesALeftFileAlsoWithoutATool)
+{
+    tool_.Write(u"tmp/kelvane_otp.bin"_s, "the area of another unit");
+
+    EXPECT_THAT(updater_.GetOtp(kOtp, 512), IsEmpty());
+
+    EXPECT_FALSE(FileIsLeft());
+}
+
+TEST_F(DfuUtilOtp, IsEmptyWithADirectoryInTheFilesPlace)
+{
+    ASSERT_TRUE(QDir().mkpath(tool_.OtpPath()));
+    tool_.Does("echo area >\"$last_argument\"\n");
+
+    EXPECT_THAT(updater_.GetOtp(kOtp, 512), IsEmpty());
+
+    EXPECT_TRUE(QFileInfo(tool_.OtpPath()).isDir());
+}
+
+// More than any pipe holds.
+TEST_F(DfuUtilOtp, IsNotHeldUpByATalkativeTool)
+{
+    tool_.Write(u"area"_s, "ab");
+    tool_.Does(
+        "head -c 5000000 /dev/zero; head -c 5000000 /dev/zero >&2\n"
+        "read_unit_as area\n");
+
+    EXPECT_THAT(updater_.GetOtp(kOtp, 512), SizeIs(2));
+}
+
+TEST_F(DfuUtilOtp, TakesWhatIsThereWhenTheTimeIsUpAndEndsTheTool)
+{
+    tool_.Write(u"area"_s, "ab");
+    tool_.Does("read_unit_as area; exec cat \"$here/gate\"\n");
+    Stm32DfuUtilUpdater updater(nullptr, u"0483:df11"_s, tool_.Path(), {.otp_limit = 300ms});
+    QElapsedTimer timer;
+    timer.start();
+
+    const auto otp = updater.GetOtp(kOtp, 512);
+
+    EXPECT_THAT(otp, SizeIs(2));
+    EXPECT_GE(timer.elapsed(), 300);
+    EXPECT_FALSE(FileIsLeft());
+    ASSERT_THAT(tool_.ProcessIds(), SizeIs(1));
+    EXPECT_NE(::kill(static_cast<pid_t>(tool_.ProcessIds()[0]), 0), 0);
+}
+
+TEST_F(DfuUtilOtp, HasHalfAMinuteUnlessToldOtherwise)
+{
+    EXPECT_EQ(DfuUtilTimes().otp_limit, 30000ms);
+}
+
+TEST_F(DfuUtilOtp, LeavesADownloadAlone)
+{
+    tool_.Does("printf 'Download [==] 42%%'; wait_for_test\n");
+    ASSERT_TRUE(updater_.Update("fw.bin", 0));
+    ASSERT_TRUE(signals_.WaitFor(u"42"_s));
+    ToolWrites("ab");
+
+    EXPECT_THAT(updater_.GetOtp(kOtp, 512), SizeIs(2));
+
+    tool_.LetGo();
+    ASSERT_TRUE(signals_.WaitFor(u"100"_s));
+    EXPECT_EQ(signals_.All(), QStringList({u"erase started"_s, u"erase finished"_s, u"42"_s,
+                                           u"finished true"_s, u"100"_s}));
+}
+
+TEST_F(DfuUtilOtp, ReportsNothing)
+{
+    ToolWrites("ab");
+
+    updater_.GetOtp(kOtp, 512);
+
+    EXPECT_EQ(signals_.All(), QStringList());
+}
+
+}  // namespace
+}  // namespace stm32_updater::test
