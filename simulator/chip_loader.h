@@ -1,27 +1,29 @@
-// What every simulated loader on a microcontroller has, whatever its protocol: memory, faults, a
-// journal, and the ways to fall silent.
+// What every simulated loader on a microcontroller has, whatever its protocol and whatever carries
+// it: memory, faults, a journal, and the ways to fall silent. How bytes come and go is up to
+// serial_loader.h and dfuse_loader.h.
 #pragma once
 
-#include <chrono>
-#include <cstddef>
 #include <span>
 #include <string>
-#include <vector>
 
 #include "simulator/chip_memory.h"
 #include "simulator/faults.h"
 #include "simulator/journal.h"
-#include "simulator/unit_protocol.h"
 #include "simulator/unit_status.h"
 
 namespace simulator {
 
 // Not thread-safe.
-class ChipLoader : public IUnitProtocol {
+class ChipLoader {
 public:
-    std::vector<Answer> Receive(std::span<const std::byte> bytes) final;
-    void Reset() override;
-    bool Vanished() const final { return vanished_; }
+    virtual ~ChipLoader() = default;
+
+    // Power-on or the reset pin: the loader starts anew; what it has stored stays.
+    virtual void Reset();
+
+    // True once the unit has left its host, because of a fault or of its own accord. The owner
+    // takes it away there; Reset() ends it.
+    bool HasLeft() const { return has_left_; }
 
     // While silent it takes no notice of what it receives. A reset does not end this.
     void SetSilent(bool silent) { silent_ = silent; }
@@ -40,20 +42,18 @@ protected:
     // `fault_kinds`: those that the loader can show; they must outlive it.
     explicit ChipLoader(std::span<const FaultKind> fault_kinds) : faults_(fault_kinds) {}
 
-    // The next byte, unless the unit hears nothing.
-    virtual void Take(std::byte byte) = 0;
-
+    // True while what it receives is lost on it.
+    bool HearsNothing() const { return silent_ || hung_; }
     bool IsHung() const { return hung_; }
 
     // Enters the command in progress, `entry_`, into the journal.
     void Finish(Outcome outcome, std::string reason = {});
 
-    // Falls silent until the reset because of a fault of that kind; one that says so leaves its
-    // line.
+    // Falls silent until the reset because of a fault of that kind; one that says so takes the unit
+    // from its host.
     void Hang(FaultKind kind);
 
-    // Sends, unless a fault has it otherwise.
-    void Send(std::vector<std::byte> bytes, std::chrono::microseconds busy = {});
+    void Leave() { has_left_ = true; }
 
     JournalEntry entry_;
 
@@ -63,9 +63,7 @@ private:
     Journal journal_;
     bool silent_ = false;
     bool hung_ = false;
-    bool vanished_ = false;
-    std::vector<Answer> answers_;  // to the piece being received
-    size_t consumed_ = 0;          // bytes of that piece
+    bool has_left_ = false;
 };
 
 }  // namespace simulator

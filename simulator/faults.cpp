@@ -38,6 +38,11 @@ constexpr std::array kKindRows{
     KindRow{FaultKind::kAskForOffset, FaultMoment::kWrite, "ask-for-offset"},
     KindRow{FaultKind::kKeepOffset, FaultMoment::kWrite, "keep-offset"},
     KindRow{FaultKind::kOmitOffset, FaultMoment::kWriteData, "omit-offset"},
+    KindRow{FaultKind::kVanishInErase, FaultMoment::kErase, "vanish-in-erase"},
+    KindRow{FaultKind::kSlowErase, FaultMoment::kErase, "slow-erase"},
+    KindRow{FaultKind::kErrorInErase, FaultMoment::kErase, "error-in-erase"},
+    KindRow{FaultKind::kErrorInWrite, FaultMoment::kWrite, "error-in-write"},
+    KindRow{FaultKind::kStuckInWrite, FaultMoment::kWrite, "stuck-in-write"},
 };
 
 constexpr bool RowsAreInTheOrderOfTheKinds()
@@ -50,7 +55,7 @@ constexpr bool RowsAreInTheOrderOfTheKinds()
     return true;
 }
 static_assert(RowsAreInTheOrderOfTheKinds());
-static_assert(kKindRows.back().kind == FaultKind::kOmitOffset, "the last of the enumeration");
+static_assert(kKindRows.back().kind == FaultKind::kStuckInWrite, "the last of the enumeration");
 
 }  // namespace
 

@@ -17,9 +17,10 @@ namespace simulator {
 enum class FaultMoment {
     kCommand,       // any command or request that came whole and right
     kWriteAddress,  // a Write Memory's address
-    kWrite,         // a Write Memory that was asked for; a request with a chunk of an image
+    kWrite,         // a Write Memory that was asked for; a request with a chunk of an image; a DFU
+                    // block that is about to be programmed
     kWriteData,     // a Write Memory's data, complete; a chunk of an image that can be stored
-    kErase,         // the page list of an Erase or Extended Erase
+    kErase,         // the page list of an Erase or Extended Erase; a DFU erase about to begin
     kAnswer,        // anything that the unit sends: an ACK, a NACK, a block of data, an SMP answer
     kCountedBlock,  // a block that begins with its own length (Get, Get ID; an SMP answer's body)
     kReadData,      // the data of a Read Memory
@@ -40,16 +41,22 @@ enum class FaultKind {
     kFlipReadData,       // first byte of the read data is XORed with `parameter`
     kSilentAtCommand,    // hangs at a command: no answer, to nothing, until it is reset
     kSilentInWrite,      // hangs after `parameter` bytes of a write's data; 0: at its command. In
-                         // front of a chunk of an image, whatever the parameter: nothing is stored
+                         // front of a chunk of an image or a DFU block, whatever the parameter:
+                         // nothing is stored
     kVanishInWrite,      // the same, and leaves its line
     kForeignLineBefore,  // a line of text that is no answer comes first
     kForeignLineAfter,   // ... or follows
     kWrongCheckValue,    // check value of an SMP answer is XORed with `parameter`
     kErrorCode,          // answers a request with error code `parameter` and does nothing else
     kErrorInUpload,      // the same for a chunk of an image
-    kAskForOffset,  // stores nothing of a chunk and goes on at offset `parameter` (signed 32 bits)
-    kKeepOffset,    // stores nothing of a chunk and asks for the same one again
-    kOmitOffset,    // stores a chunk, but does not tell the next offset
+    kAskForOffset,   // stores nothing of a chunk and goes on at offset `parameter` (signed 32 bits)
+    kKeepOffset,     // stores nothing of a chunk and asks for the same one again
+    kOmitOffset,     // stores a chunk, but does not tell the next offset
+    kVanishInErase,  // leaves its host instead of erasing a page
+    kSlowErase,      // is busy erasing for `parameter` milliseconds more, and says so
+    kErrorInErase,   // ends an erase with DFU status `parameter`; nothing is erased
+    kErrorInWrite,   // ends a write with DFU status `parameter`; nothing is programmed
+    kStuckInWrite,   // says for ever that it is busy programming
 };
 
 inline constexpr std::array kStm32FaultKinds{
@@ -67,6 +74,12 @@ inline constexpr std::array kMcubootFaultKinds{
     FaultKind::kForeignLineBefore, FaultKind::kForeignLineAfter, FaultKind::kWrongCheckValue,
     FaultKind::kErrorCode,         FaultKind::kErrorInUpload,    FaultKind::kAskForOffset,
     FaultKind::kKeepOffset,        FaultKind::kOmitOffset,
+};
+
+inline constexpr std::array kDfuFaultKinds{
+    FaultKind::kSilentAtCommand, FaultKind::kSilentInWrite, FaultKind::kVanishInWrite,
+    FaultKind::kVanishInErase,   FaultKind::kSlowErase,     FaultKind::kErrorInErase,
+    FaultKind::kErrorInWrite,    FaultKind::kStuckInWrite,
 };
 
 // Strikes at occurrences `at` ... `at` + `count` - 1 of its kind's moment.

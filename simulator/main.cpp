@@ -1,6 +1,6 @@
-// simulated_unit: an STM32 in its system bootloader or in MCUboot's serial recovery mode behind a
-// USB serial port that is not there, as a program: options make the unit, lines on standard input
-// control it. See README.md.
+// simulated_unit: a microcontroller in one of its loaders, behind a USB serial port or as a USB
+// device that is not there, as a program: options make the unit, lines on standard input control
+// it. See README.md.
 
 #include <fmt/format.h>
 #include <poll.h>
@@ -31,32 +31,68 @@ using simulator::SimulatedUnitOptions;
 struct ProgramOptions {
     SimulatedUnitOptions unit;
     unsigned units = 1;
+    unsigned foreign_unit = 0;  // none
     unsigned first_port = 0;
     std::string journal_path;
     std::vector<std::byte> flash;
 };
 
+// Adds an option that takes a value.
+struct OptionAdder {
+    QCommandLineParser& parser;
+
+    void operator()(char const* name, char const* text, char const* value, char const* preset) const
+    {
+        parser.addOption({QString::fromLatin1(name), QString::fromLatin1(text),
+                          QString::fromLatin1(value), QString::fromLatin1(preset)});
+    }
+};
+
+// Those of one loader or another.
+void DescribeLoaderOptions(QCommandLineParser& parser)
+{
+    auto const add = OptionAdder{parser};
+    add("model-id-slot", "stm32, dfu: OTP record that holds the model ID.", "number", "0");
+    add("erase-commands", "stm32: what it offers: legacy, extended, both or none.", "set",
+        "extended");
+    add("protocol-version", "stm32: version that Get answers.", "number", "0x31");
+    add("ack", "stm32: first byte of the ACK/NACK pair: 79 (79/1F) or 75 (75/3F).", "hex", "79");
+    add("boot-mode-address", "stm32: where the boot-mode marker is looked for.", "address", "");
+    add("otp-address", "stm32, dfu: start of the OTP area; the chip's own if not given.", "address",
+        "");
+    add("otp-size", "stm32, dfu: bytes of the OTP area; the chip's own if not given.", "number",
+        "");
+    parser.addOption({QStringLiteral("refuse-ff-ff-erase"),
+                      QStringLiteral("stm32: FF FF to Erase is a wrong checksum.")});
+    add("line-buffer", "mcuboot: longest line it takes, in bytes.", "number", "2048");
+    add("answer-line", "mcuboot: characters of base64 a line of an answer; 0: one line.", "number",
+        "0");
+    parser.addOption({QStringLiteral("definite-maps"),
+                      QStringLiteral("mcuboot: answers begin with the size of their map.")});
+    add("foreign-unit", "dfu: the unit of this number has another product's ids (1209:0002).",
+        "number", "0");
+}
+
 // The parser's options, each with its default, in the order of --help.
 void DescribeOptions(QCommandLineParser& parser)
 {
     parser.setApplicationDescription(QStringLiteral(
-        "A simulated unit: an STM32 in one of its loaders behind a USB serial port.\n"
+        "A simulated unit: an STM32 in one of its loaders, on a USB port that is not there.\n"
         "Commands are read from standard input, one a line; its end ends the program.\n"
         "Commands: plug [K [NAME]], unplug [K], fade [K], reset [K], status [K], journal [K],\n"
         "  unit K, fault KIND [AT [COUNT [PARAMETER]]], clear-faults, silent on|off, block "
         "on|off,\n"
         "  chmod MODE, dump ADDRESS SIZE FILE, quit"));
     parser.addHelpOption();
-    auto const add = [&parser](char const* name, char const* text, char const* value,
-                               char const* preset) {
-        parser.addOption({QString::fromLatin1(name), QString::fromLatin1(text),
-                          QString::fromLatin1(value), QString::fromLatin1(preset)});
-    };
-    add("protocol", "Loader: stm32 (system bootloader) or mcuboot (serial recovery).", "name",
-        "stm32");
+    auto const add = OptionAdder{parser};
+    add("protocol",
+        "Loader: stm32 (system bootloader), mcuboot (serial recovery) or dfu (system bootloader on "
+        "USB).",
+        "name", "stm32");
     add("product-id", "Chip, hexadecimal: 469, 479 or 482.", "id", "469");
-    add("vid", "USB vendor ID, hexadecimal.", "id", "10c4");
-    add("pid", "USB product ID, hexadecimal.", "id", "ea60");
+    add("vid", "USB vendor ID, hexadecimal; if not given, that of the loader's usual device.", "id",
+        "");
+    add("pid", "USB product ID, likewise.", "id", "");
     add("model-id", "Model ID in the OTP area, none, or (mcuboot) empty.", "number", "1");
     add("baud", "Pace of the line in bits a second; 0 takes no time.", "number", "0");
     add("units", "Units plugged at the start.", "number", "1");
@@ -65,21 +101,7 @@ void DescribeOptions(QCommandLineParser& parser)
     add("flash-in", "What is in the flash at the start.", "file", "");
     parser.addOption(
         {QStringLiteral("real-times"), QStringLiteral("Erasing and programming take their time.")});
-    add("model-id-slot", "stm32: OTP record that holds the model ID.", "number", "0");
-    add("erase-commands", "stm32: what it offers: legacy, extended, both or none.", "set",
-        "extended");
-    add("protocol-version", "stm32: version that Get answers.", "number", "0x31");
-    add("ack", "stm32: first byte of the ACK/NACK pair: 79 (79/1F) or 75 (75/3F).", "hex", "79");
-    add("boot-mode-address", "stm32: where the boot-mode marker is looked for.", "address", "");
-    add("otp-address", "stm32: start of the OTP area; the chip's own if not given.", "address", "");
-    add("otp-size", "stm32: bytes of the OTP area; the chip's own if not given.", "number", "");
-    parser.addOption({QStringLiteral("refuse-ff-ff-erase"),
-                      QStringLiteral("stm32: FF FF to Erase is a wrong checksum.")});
-    add("line-buffer", "mcuboot: longest line it takes, in bytes.", "number", "2048");
-    add("answer-line", "mcuboot: characters of base64 a line of an answer; 0: one line.", "number",
-        "0");
-    parser.addOption({QStringLiteral("definite-maps"),
-                      QStringLiteral("mcuboot: answers begin with the size of their map.")});
+    DescribeLoaderOptions(parser);
 }
 
 // Reads the parser's values; every error is a std::invalid_argument that names the option.
@@ -169,6 +191,15 @@ simulator::ChipTimes ReadTimes(OptionReader const& reader)
     return reader.IsSet("real-times") ? simulator::kRealTimes : simulator::ChipTimes{};
 }
 
+std::vector<std::byte> ReadOtp(OptionReader const& reader, simulator::Chip const& chip)
+{
+    simulator::OtpImage otp(chip.otp_size);
+    if (reader.Text("model-id") != "none") {
+        otp.SetModelId(reader.Number("model-id-slot"), reader.Byte("model-id"));
+    }
+    return otp.Bytes();
+}
+
 simulator::Stm32BootloaderOptions ReadBootloaderOptions(OptionReader const& reader)
 {
     using simulator::EraseCommands;
@@ -183,11 +214,7 @@ simulator::Stm32BootloaderOptions ReadBootloaderOptions(OptionReader const& read
     options.ack_pair =
         reader.OneOf("ack", std::array{std::pair{"79", simulator::kStandardAckPair},
                                        std::pair{"75", simulator::kAlternativeAckPair}});
-    simulator::OtpImage otp(options.chip.otp_size);
-    if (reader.Text("model-id") != "none") {
-        otp.SetModelId(reader.Number("model-id-slot"), reader.Byte("model-id"));
-    }
-    options.otp = otp.Bytes();
+    options.otp = ReadOtp(reader, options.chip);
     if (reader.IsGiven("boot-mode-address")) {
         options.boot_mode_address = reader.Number("boot-mode-address");
     }
@@ -212,21 +239,49 @@ simulator::McubootRecoveryOptions ReadRecoveryOptions(OptionReader const& reader
     return options;
 }
 
+simulator::DfuseLoaderOptions ReadDfuseOptions(OptionReader const& reader)
+{
+    simulator::DfuseLoaderOptions options;
+    options.chip = ReadChip(reader);
+    options.otp = ReadOtp(reader, options.chip);
+    options.times = ReadTimes(reader);
+    return options;
+}
+
+SimulatedUnitOptions ReadUnitOptions(OptionReader const& reader)
+{
+    enum class Protocol { kStm32, kMcuboot, kDfu };
+    SimulatedUnitOptions unit;
+    switch (reader.OneOf("protocol", std::array{std::pair{"stm32", Protocol::kStm32},
+                                                std::pair{"mcuboot", Protocol::kMcuboot},
+                                                std::pair{"dfu", Protocol::kDfu}})) {
+        case Protocol::kStm32:
+            unit.loader = ReadBootloaderOptions(reader);
+            break;
+        case Protocol::kMcuboot:
+            unit.loader = ReadRecoveryOptions(reader);
+            unit.bits_per_byte = simulator::kBitsPerByte8N1;
+            break;
+        case Protocol::kDfu:
+            unit.loader = ReadDfuseOptions(reader);
+            break;
+    }
+    if (reader.IsGiven("vid")) {
+        unit.port.vendor_id = unit.usb_device.vendor_id = reader.Hex("vid");
+    }
+    if (reader.IsGiven("pid")) {
+        unit.port.product_id = unit.usb_device.product_id = reader.Hex("pid");
+    }
+    unit.baud = reader.Number("baud");
+    return unit;
+}
+
 ProgramOptions ReadOptions(QCommandLineParser const& parser)
 {
     OptionReader const reader(parser);
     ProgramOptions options;
-    bool const is_mcuboot =
-        reader.OneOf("protocol", std::array{std::pair{"stm32", false}, std::pair{"mcuboot", true}});
-    if (is_mcuboot) {
-        options.unit.loader = ReadRecoveryOptions(reader);
-        options.unit.bits_per_byte = simulator::kBitsPerByte8N1;
-    } else {
-        options.unit.loader = ReadBootloaderOptions(reader);
-    }
-    options.unit.port.vendor_id = reader.Hex("vid");
-    options.unit.port.product_id = reader.Hex("pid");
-    options.unit.baud = reader.Number("baud");
+    options.unit = ReadUnitOptions(reader);
+    options.foreign_unit = reader.Number("foreign-unit");
     options.units = reader.Number("units");
     options.first_port = reader.Number("first-port");
     options.journal_path = reader.Text("journal");
@@ -243,6 +298,11 @@ std::unique_ptr<simulator::SimulatedUnit> MakeUnit(
     auto unit_options = options.unit;
     unit_options.port.name = fmt::format("ttyUSB{}", options.first_port + number - 1);
     unit_options.port.serial_number = fmt::format("{:04}", number);
+    unit_options.usb_device.serial_number = unit_options.port.serial_number;
+    if (number == options.foreign_unit) {
+        unit_options.usb_device.vendor_id = 0x1209;
+        unit_options.usb_device.product_id = 0x0002;
+    }
     if (!options.journal_path.empty()) {
         auto const path =
             options.journal_path + (number == 1 ? std::string() : fmt::format(".{}", number));
@@ -269,7 +329,9 @@ void PlugUnits(simulator::ControlSession& session, unsigned units)
         auto const status = session.Unit(number).Status();
         auto const suffix = number == 1 ? std::string() : fmt::format("{}", number);
         Print(fmt::format("port{}={}", suffix, status.device_path));
-        Print(fmt::format("pty{}={}", suffix, status.pty_path));
+        if (!status.pty_path.empty()) {
+            Print(fmt::format("pty{}={}", suffix, status.pty_path));
+        }
     }
 }
 

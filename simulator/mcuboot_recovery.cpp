@@ -83,7 +83,7 @@ CborMap MakeUploadResult(uint32_t next_offset)
 }  // namespace
 
 McubootRecovery::McubootRecovery(McubootRecoveryOptions options)
-    : ChipLoader(kMcubootFaultKinds), options_(std::move(options))
+    : SerialLoader(kMcubootFaultKinds), options_(std::move(options))
 {
     Memory().AddRegion(MemoryKind::kFlash, kFlashStart,
                        std::vector(options_.chip.flash_size, std::byte{0xFF}));
@@ -94,7 +94,7 @@ void McubootRecovery::Reset()
     state_ = UnitState::kWaitingForSync;
     line_.clear();
     upload_ = {};
-    ChipLoader::Reset();
+    SerialLoader::Reset();
 }
 
 UnitStatus McubootRecovery::Status() const

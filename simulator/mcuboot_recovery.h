@@ -16,8 +16,8 @@
 #include <vector>
 
 #include "simulator/cbor_map.h"
-#include "simulator/chip_loader.h"
 #include "simulator/chips.h"
+#include "simulator/serial_loader.h"
 #include "simulator/smp_line.h"
 
 namespace simulator {
@@ -41,7 +41,7 @@ struct McubootRecoveryOptions {
 };
 
 // Not thread-safe.
-class McubootRecovery final : public ChipLoader {
+class McubootRecovery final : public SerialLoader {
 public:
     explicit McubootRecovery(McubootRecoveryOptions options);
 

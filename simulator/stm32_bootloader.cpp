@@ -89,7 +89,7 @@ std::vector<uint8_t> ListCommands(EraseCommands erase_commands)
 }
 
 Stm32Bootloader::Stm32Bootloader(Stm32BootloaderOptions options)
-    : ChipLoader(kStm32FaultKinds), options_(std::move(options))
+    : SerialLoader(kStm32FaultKinds), options_(std::move(options))
 {
     auto const& chip = options_.chip;
     auto const erased = std::byte{0xFF};
@@ -109,7 +109,7 @@ void Stm32Bootloader::Reset()
     phase_ = Phase::kCommand;
     buffer_.clear();
     write_cut_.reset();
-    ChipLoader::Reset();
+    SerialLoader::Reset();
 }
 
 UnitStatus Stm32Bootloader::Status() const

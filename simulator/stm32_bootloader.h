@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "simulator/chip_loader.h"
 #include "simulator/chips.h"
+#include "simulator/serial_loader.h"
 
 namespace simulator {
 
@@ -49,7 +49,7 @@ struct Stm32BootloaderOptions {
 };
 
 // Not thread-safe.
-class Stm32Bootloader final : public ChipLoader {
+class Stm32Bootloader final : public SerialLoader {
 public:
     using State = UnitState;
 

@@ -70,41 +70,6 @@ std::chrono::nanoseconds MeasureTrips(int from, int to)
 
 }  // namespace
 
-UsbTestbed::UsbTestbed() : testbed_(umockdev_testbed_new())
-{
-    std::unique_ptr<gchar, decltype(&g_free)> const root(umockdev_testbed_get_root_dir(testbed_),
-                                                         g_free);
-    root_ = root.get();
-}
-
-UsbTestbed::~UsbTestbed()
-{
-    g_object_unref(testbed_);
-}
-
-unsigned UsbTestbed::TakeUsbAddress()
-{
-    std::lock_guard const lock(mutex_);
-    return ++usb_addresses_;
-}
-
-void UsbTestbed::AddDevices(std::string const& description)
-{
-    std::lock_guard const lock(mutex_);
-    GError* error = nullptr;
-    if (umockdev_testbed_add_from_string(testbed_, description.c_str(), &error) == FALSE) {
-        std::string const text = error != nullptr ? error->message : "unknown";
-        g_clear_error(&error);
-        throw std::runtime_error("umockdev refuses the port: " + text);
-    }
-}
-
-void UsbTestbed::RemoveDevice(std::string const& sysfs_path)
-{
-    std::lock_guard const lock(mutex_);
-    umockdev_testbed_remove_device(testbed_, sysfs_path.c_str());
-}
-
 std::string MakeUniquePortName()
 {
     return fmt::format("ttyUSB{}", getpid());

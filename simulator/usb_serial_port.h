@@ -10,42 +10,12 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
-// As umockdev.h declares it, which this header keeps out.
-// NOLINTNEXTLINE(bugprone-reserved-identifier)
-typedef struct _UMockdevTestbed UMockdevTestbed;
+#include "simulator/usb_testbed.h"
 
 namespace simulator {
-
-// The simulated /sys and /dev of this process, for any number of ports. One at a time: umockdev
-// tells clients where it is through the environment variable UMOCKDEV_DIR, which this class sets;
-// make it before the process starts threads that read the environment. Thread-safe.
-class UsbTestbed {
-public:
-    UsbTestbed();
-    ~UsbTestbed();
-    UsbTestbed(UsbTestbed const&) = delete;
-    UsbTestbed& operator=(UsbTestbed const&) = delete;
-
-    // The value for a client's UMOCKDEV_DIR.
-    std::string const& Root() const { return root_; }
-
-    // A number that no port of this testbed has had yet, from 1.
-    unsigned TakeUsbAddress();
-
-    // Adds devices described in umockdev's format. Throws std::runtime_error.
-    void AddDevices(std::string const& description);
-    void RemoveDevice(std::string const& sysfs_path);
-
-private:
-    std::mutex mutex_;
-    UMockdevTestbed* testbed_;
-    std::string root_;
-    unsigned usb_addresses_ = 0;
-};
 
 struct UsbSerialPortOptions {
     // What follows /dev/. A QSerialPort locks its port by this name for the whole machine, whatever

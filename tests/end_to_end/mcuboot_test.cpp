@@ -280,6 +280,7 @@ INSTANTIATE_TEST_SUITE_P(
                     UploadFault{"NoMarker", "fault garbage-answer 20 1 65"},
                     UploadFault{"Silence", "fault silent-in-write 20"},
                     UploadFault{"SilenceFromTheStart", "fault silent-in-write 1"},
+                    UploadFault{"FirstAnswerTooLate", "fault late-answer 1 1 20000"},
                     UploadFault{"NeverAdvances", "fault keep-offset 20 1000"},
                     UploadFault{"AlwaysRewinds", "fault ask-for-offset 3 1000 0"},
                     UploadFault{"NegativeOffset", "fault ask-for-offset 20 1 0xFFFFFFFF"}),

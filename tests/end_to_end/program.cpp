@@ -1,7 +1,11 @@
 #include "tests/end_to_end/program.h"
 
+#include <signal.h>
+
 #include <QCoreApplication>
+#include <QDir>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QGuiApplication>
 #include <QPixmap>
 #include <QScreen>
@@ -41,13 +45,33 @@ bool WaitUntil(std::function<bool()> const& condition, std::chrono::milliseconds
     return true;
 }
 
+// The child of that name, or 0. /proc/PID/stat begins "PID (NAME) STATE PARENT".
+pid_t FindChild(qint64 parent, QByteArray const& name)
+{
+    auto const middle = " (" + name + ") ";
+    for (auto const& entry : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs)) {
+        QFile stat(QStringLiteral("/proc/%1/stat").arg(entry));
+        if (!stat.open(QIODevice::ReadOnly)) {
+            continue;
+        }
+        auto const line = stat.readAll();
+        auto const rest = line.mid(line.indexOf(middle) + middle.size()).split(' ');
+        if (line.contains(middle) && rest.value(1).toLongLong() == parent) {
+            return entry.toInt();
+        }
+    }
+    return 0;
+}
+
 }  // namespace
 
 Program::Program(TestBundle const& bundle, QProcessEnvironment const& environment)
     : reader_(bundle.Resources(), bundle.ConfigPath()),
       title_(ReadWindowTexts(QSettings(bundle.ConfigPath(), QSettings::IniFormat)).window_title)
 {
-    process_.setProcessEnvironment(environment);
+    auto with_state = environment;
+    with_state.insert(QStringLiteral("XDG_STATE_HOME"), state_.path());
+    process_.setProcessEnvironment(with_state);
     process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     process_.start(bundle.Executable(), {});
     if (!process_.waitForStarted()) {
@@ -61,6 +85,12 @@ Program::~Program()
         process_.kill();
         process_.waitForFinished();
     }
+}
+
+QByteArray Program::ReadLog() const
+{
+    QFile log(state_.filePath(QStringLiteral("kelvane-firmware-updater/updater.log")));
+    return log.open(QIODevice::ReadOnly) ? log.readAll() : QByteArray();
 }
 
 bool Program::WaitFor(std::function<bool(Screen const&)> const& condition,
@@ -77,6 +107,11 @@ bool Program::WaitFor(std::function<bool(Screen const&)> const& condition,
 bool Program::WaitForWindow(QString const& title, std::chrono::milliseconds limit)
 {
     return WaitUntil([&] { return !FindWindow(title).isEmpty(); }, limit);
+}
+
+bool Program::WaitForWindowToGo(std::chrono::milliseconds limit)
+{
+    return WaitUntil([&] { return FindWindow(title_).isEmpty(); }, limit);
 }
 
 std::optional<Screen> Program::Look()
@@ -105,9 +140,16 @@ void Program::CloseWindow()
                 QStringLiteral("key"), QStringLiteral("alt+F4")});
 }
 
-void Program::PressReturn()
+bool Program::KillTool(QByteArray const& name, std::chrono::milliseconds limit)
 {
-    RunXdotool({QStringLiteral("key"), QStringLiteral("Return")});
+    pid_t tool = 0;
+    return WaitUntil(
+               [&] {
+                   tool = FindChild(process_.processId(), name);
+                   return tool != 0;
+               },
+               limit) &&
+           kill(tool, SIGKILL) == 0;
 }
 
 std::optional<int> Program::WaitForExit(std::chrono::milliseconds limit)

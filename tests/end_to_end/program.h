@@ -7,6 +7,7 @@
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QString>
+#include <QTemporaryDir>
 #include <chrono>
 #include <functional>
 #include <optional>
@@ -25,6 +26,7 @@ public:
                  std::chrono::milliseconds limit = std::chrono::seconds(20));
     bool WaitForWindow(QString const& title,
                        std::chrono::milliseconds limit = std::chrono::seconds(20));
+    bool WaitForWindowToGo(std::chrono::milliseconds limit = std::chrono::seconds(20));
 
     // The screen as it is now; none while it shows none of the window's states.
     std::optional<Screen> Look();
@@ -36,19 +38,24 @@ public:
     void PressUpdate();
     void DoublePressUpdate();
     void CloseWindow();
-    // Answers the message box that has the keyboard.
-    void PressReturn();
+
+    // Kills the child process of that name, once there is one; false when there is none in time.
+    bool KillTool(QByteArray const& name,
+                  std::chrono::milliseconds limit = std::chrono::seconds(20));
 
     bool IsRunning() const { return process_.state() == QProcess::Running; }
     // The exit status; none when the program still runs after `limit` or has crashed.
     std::optional<int> WaitForExit(std::chrono::milliseconds limit = std::chrono::seconds(20));
     QByteArray Output() { return process_.readAllStandardOutput(); }
+    // What it has written for support so far.
+    QByteArray ReadLog() const;
 
 private:
     QString FindWindow(QString const& title);
     QImage Grab();
     void Click(int times);
 
+    QTemporaryDir state_;
     QProcess process_;
     WindowReader reader_;
     QString title_;

@@ -29,7 +29,7 @@ void Road::PlugIn(QStringList const& unit_options)
 
 void Road::StartProgram()
 {
-    program_ = std::make_unique<Program>(bundle_, unit_->Environment());
+    program_ = std::make_unique<Program>(bundle_, Environment());
 }
 
 void Road::StartUpdate()

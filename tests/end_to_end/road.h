@@ -25,6 +25,8 @@ protected:
     virtual bool IsDoneScreen(Screen const& screen) const = 0;
     // After a whole update: its traces in the unit.
     virtual void ExpectUnitHoldsImage() = 0;
+    // What the program runs in.
+    virtual QProcessEnvironment Environment() const { return unit_->Environment(); }
 
     // The unit first, so that it is there when the program looks for the first time. It is one that
     // the bundle's firmware is meant for, unless `unit_options` say otherwise.

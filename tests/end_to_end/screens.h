@@ -24,6 +24,12 @@ inline bool IsUpdating(Screen const& screen)
     return screen.button == QLatin1String("UPDATING") && screen.style == ButtonStyle::Ready;
 }
 
+// On the road whose tool erases first.
+inline bool IsErasing(Screen const& screen)
+{
+    return IsUpdating(screen) && screen.format == QLatin1String("Erasing");
+}
+
 inline bool IsDone(Screen const& screen)
 {
     return screen == Screen{QStringLiteral("DONE"), ButtonStyle::Ready, 100, QStringLiteral("%p%")};

@@ -39,6 +39,11 @@ QString TestBundle::Executable() const
     return directory_.filePath(QStringLiteral("bundle/Contents/MacOS/firmware_updater"));
 }
 
+QString TestBundle::DfuUtil() const
+{
+    return directory_.filePath(QStringLiteral("bundle/Contents/MacOS/dfu-util"));
+}
+
 QDir TestBundle::Resources() const
 {
     return QDir(directory_.filePath(QStringLiteral("bundle/Contents/Resources")));

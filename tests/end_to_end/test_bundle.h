@@ -12,6 +12,7 @@ public:
     explicit TestBundle(QString const& staged_bundle);
 
     QString Executable() const;
+    QString DfuUtil() const;  // beside it
     QDir Resources() const;
     QString ConfigPath() const;
 

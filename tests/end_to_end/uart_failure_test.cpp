@@ -172,14 +172,4 @@ TEST_F(UartFailure, EndsWithStatusOneWhenThePortCannotBeOpenedOnABusyMachine)
     }
 }
 
-TEST_F(UartFailure, RefusesUsbInPlainWordsWhileItIsNotBuilt)
-{
-    bundle_.SetKey(QStringLiteral("interface"), QStringLiteral("usb"));
-    Start();
-    ASSERT_TRUE(program_->WaitForWindow(QStringLiteral("Kelvane firmware updater")));
-    program_->PressReturn();
-    EXPECT_EQ(program_->WaitForExit(), 1);
-    EXPECT_EQ(unit_->Journal(), QStringList());
-}
-
 }  // namespace

@@ -122,4 +122,29 @@ TEST_F(UartUpdate, KeepsTheProgramAliveUntilTheUploadHasReturnedWhenItsWindowIsC
     ExpectUnitHoldsImage();
 }
 
+TEST_F(UartUpdate, LeavesALogOfVersionConfigurationPortsAndStates)
+{
+    Start();
+    UpdateToTheEnd();
+    auto const log = program_->ReadLog();
+    qsizetype place = 0;
+    for (auto const* text : {"---- start of version ", " product_list = ", " image: ",
+                             " info: attached: tty", " info: window: unit connected\n",
+                             " info: window: update requested\n", " info: window: update started\n",
+                             " info: window: update succeeded\n"}) {
+        place = log.indexOf(text, place);
+        ASSERT_GE(place, 0) << text << " is not there or not in its place:\n" << log.toStdString();
+    }
+}
+
+TEST_F(UartUpdate, LogsWhatItPrintsOfAFailure)
+{
+    Start();
+    ExpectScreen(IsReady);
+    unit_->Command(QStringLiteral("fault nack-erase 1 100"));
+    program_->PressUpdate();
+    ExpectScreen(IsFailed);
+    EXPECT_TRUE(program_->ReadLog().contains(" output: ")) << program_->ReadLog().toStdString();
+}
+
 }  // namespace

@@ -128,7 +128,8 @@ bool WindowReader::ReadButton(QImage const& picture, Screen& screen)
 bool WindowReader::ReadBar(QImage const& picture, Screen& screen)
 {
     auto const shown = Normalise(picture.copy(kBarRect));
-    for (auto const& format : {QStringLiteral(""), QStringLiteral("%p%"), ErrorFormat()}) {
+    for (auto const& format :
+         {QStringLiteral(""), QStringLiteral("%p%"), QStringLiteral("Erasing"), ErrorFormat()}) {
         for (int progress = 0; progress <= 100; ++progress) {
             screen.progress = progress;
             screen.format = format;

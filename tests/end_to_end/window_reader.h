@@ -18,7 +18,7 @@ struct Screen {
     QString button;  // its text
     ButtonStyle style = ButtonStyle::Disabled;
     int progress = 0;
-    QString format;  // of the progress bar's text: "", "%p%" or the error text
+    QString format;  // of the progress bar's text: "", "%p%", "Erasing" or the error text
 
     bool operator==(Screen const&) const = default;
 };

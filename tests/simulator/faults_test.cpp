@@ -50,6 +50,7 @@ TEST(Faults, EveryKindHasANameOfItsOwnThatFindsIt)
     std::set<std::string_view> names;
     std::set<FaultKind> kinds(kStm32FaultKinds.begin(), kStm32FaultKinds.end());
     kinds.insert(kMcubootFaultKinds.begin(), kMcubootFaultKinds.end());
+    kinds.insert(kDfuFaultKinds.begin(), kDfuFaultKinds.end());
     for (auto const kind : kinds) {
         EXPECT_EQ(FindFaultKind(GetName(kind)), kind);
         names.insert(GetName(kind));

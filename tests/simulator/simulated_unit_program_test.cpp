@@ -136,6 +136,35 @@ TEST(SimulatedUnitProgram, MakesAUnitInSerialRecoveryMode)
     EXPECT_EQ(program.ReadLine(), "end");
 }
 
+TEST(SimulatedUnitProgram, MakesAUnitInItsUsbLoaderThatIsNumberedAnewWhenItIsPluggedInAgain)
+{
+    Program program({QStringLiteral("--protocol"), QStringLiteral("dfu"),
+                     QStringLiteral("--model-id"), QStringLiteral("33"), QStringLiteral("--units"),
+                     QStringLiteral("2"), QStringLiteral("--foreign-unit"), QStringLiteral("2")});
+    EXPECT_EQ(program.Greeting().at("port"), "/dev/bus/usb/001/001");
+    EXPECT_EQ(program.Greeting().at("port2"), "/dev/bus/usb/001/002");
+    EXPECT_FALSE(program.Greeting().contains("pty"));
+    auto const read_product_id = [&](int number) {
+        QFile file(QStringLiteral("%1/sys/devices/usb1/1-%2/idProduct")
+                       .arg(QString::fromStdString(program.Greeting().at("UMOCKDEV_DIR")))
+                       .arg(number));
+        return file.open(QIODevice::ReadOnly) ? file.readAll().trimmed() : QByteArray();
+    };
+    EXPECT_EQ(read_product_id(1), "df11");
+    EXPECT_EQ(read_product_id(2), "0002");
+
+    EXPECT_EQ(program.Command("unplug"), "ok");
+    EXPECT_EQ(read_product_id(1), "");
+    EXPECT_EQ(program.Command("plug"), "ok port=/dev/bus/usb/001/003 pty=");
+    EXPECT_EQ(read_product_id(3), "df11");
+    EXPECT_EQ(program.Command("fault nack-erase"),
+              "error no fault of this kind of unit: nack-erase");
+    EXPECT_EQ(program.Command("fault error-in-write 1 1 3"), "ok");
+    EXPECT_TRUE(
+        program.Command("status").starts_with("state=bootloader synchronised=no "
+                                              "plugged=yes port=/dev/bus/usb/001/003 "));
+}
+
 TEST(SimulatedUnitProgram, StartsWithNoUnitOrWithTwo)
 {
     Program none({QStringLiteral("--units"), QStringLiteral("0")});

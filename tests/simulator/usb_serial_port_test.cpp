@@ -101,8 +101,10 @@ TEST(UsbSerialPort, IsNoLongerListedOnceUnpluggedAndItsClientGetsAnError)
 
     EXPECT_FALSE(Find(path).has_value());
     EXPECT_FALSE(port.waitForReadyRead(test::kTimeoutMs));
-    // Which of the two depends on whether Qt reads the end of the line or is told of the hang-up.
-    EXPECT_THAT(port.error(), testing::AnyOf(QSerialPort::ResourceError, QSerialPort::ReadError));
+    // Which error depends on Qt: some versions read the end of the line, others (6.8) see the
+    // hang-up first and report what the last failed system call was, whichever that may be.
+    EXPECT_THAT(port.error(),
+                testing::Not(testing::AnyOf(QSerialPort::NoError, QSerialPort::TimeoutError)));
     QSerialPort again;
     EXPECT_FALSE(Open(again, path));
 }

@@ -1,0 +1,34 @@
+// A simulated unit in its DFU loader for tests from its host's side.
+#pragma once
+
+#include <memory>
+
+#include "simulator/otp_image.h"
+#include "simulator/simulated_unit.h"
+
+namespace simulator::test {
+
+inline SimulatedUnitOptions DfuOptions()
+{
+    DfuseLoaderOptions loader;
+    OtpImage otp(loader.chip.otp_size);
+    otp.SetModelId(0, 7);
+    loader.otp = otp.Bytes();
+    SimulatedUnitOptions options;
+    options.loader = loader;
+    return options;
+}
+
+// A unit that is plugged in.
+struct PluggedDfuUnit {
+    explicit PluggedDfuUnit(SimulatedUnitOptions const& options = DfuOptions())
+        : testbed(std::make_shared<UsbTestbed>()), unit(testbed, options)
+    {
+        unit.Plug();
+    }
+
+    std::shared_ptr<UsbTestbed> testbed;
+    SimulatedUnit unit;
+};
+
+}  // namespace simulator::test

@@ -1,0 +1,247 @@
+// An independent client, Debian's dfu-util with libusb beneath, against the simulated unit: whoever
+// wrote them has read the same standards, and nothing of this project. A missing tool is a failure:
+// without it nothing here would tell whether the unit is one.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <algorithm>
+#include <string>
+
+#include "tests/simulator/bootloader_client.h"
+#include "tests/simulator/dfu_unit_test_support.h"
+
+namespace simulator {
+namespace {
+
+using test::Bytes;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr size_t kPageSize = 2048;
+constexpr int kToolError = 74;  // EX_IOERR of sysexits.h
+
+class DfuUtil : public testing::Test {
+protected:
+    // Starts the tool and waits for its end; its exit code. What it said is in `output_`.
+    int Run(QStringList const& arguments)
+    {
+        Start(arguments);
+        EXPECT_TRUE(process_.waitForFinished()) << "dfu-util does not end";
+        output_ = process_.readAll().toStdString();
+        return process_.exitCode();
+    }
+
+    void Start(QStringList const& arguments)
+    {
+        auto environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("UMOCKDEV_DIR"),
+                           QString::fromStdString(plugged_.testbed->Root()));
+        environment.insert(QStringLiteral("LD_PRELOAD"),
+                           QStringLiteral("libumockdev-preload.so.0"));
+        process_.setProcessEnvironment(environment);
+        process_.setProcessChannelMode(QProcess::MergedChannels);
+        process_.start(QStringLiteral("dfu-util"), arguments);
+        ASSERT_TRUE(process_.waitForStarted()) << "is dfu-util installed?";
+    }
+
+    QString FilePath(char const* name) const
+    {
+        return directory_.filePath(QString::fromLatin1(name));
+    }
+
+    QStringList DownloadArguments() const
+    {
+        return {QStringLiteral("-d"), QStringLiteral("0483:df11"),
+                QStringLiteral("-a"), QStringLiteral("0"),
+                QStringLiteral("-s"), QStringLiteral("0X08000000:leave"),
+                QStringLiteral("-D"), FilePath("image.bin")};
+    }
+
+    // An image whose last block is shorter than the others.
+    Bytes WriteImageFile()
+    {
+        Bytes image;
+        for (size_t i = 0; i < 9 * kPageSize + 301; ++i) {
+            image.push_back(static_cast<std::byte>(i * 7 % 251));
+        }
+        QFile file(FilePath("image.bin"));
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(reinterpret_cast<char const*>(image.data()), static_cast<qint64>(image.size()));
+        return image;
+    }
+
+    QByteArray ReadFile(char const* name) const
+    {
+        QFile file(FilePath(name));
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
+
+    std::string LastLine() { return ToText(plugged_.unit.Journal().back()); }
+
+    void ExpectImageCanBeWritten()
+    {
+        auto const image = WriteImageFile();
+        EXPECT_EQ(Run(DownloadArguments()), 0) << output_;
+        EXPECT_EQ(plugged_.unit.ReadMemory(kFlashStart, image.size()), image);
+    }
+
+    test::PluggedDfuUnit plugged_;
+    QTemporaryDir directory_;
+    QProcess process_;
+    std::string output_;
+};
+
+TEST_F(DfuUtil, ListsTheUnitWithItsIdsAndMemories)
+{
+    EXPECT_EQ(Run({QStringLiteral("-l")}), 0);
+
+    EXPECT_THAT(output_, HasSubstr("Found DFU: [0483:df11] ver=2200, devnum=1"));
+    EXPECT_THAT(output_, HasSubstr("alt=0, name=\"@Internal Flash  /0x08000000/256*0002Kg\""));
+    EXPECT_THAT(output_, HasSubstr("alt=2, name=\"@OTP Memory /0x1FFF7000/01*1024 e\""));
+    EXPECT_THAT(output_, HasSubstr("serial=\"0001\""));
+    EXPECT_EQ(plugged_.unit.Journal(), std::vector<JournalEntry>());
+}
+
+TEST_F(DfuUtil, ErasesWritesAndStartsAnImage)
+{
+    auto const image = WriteImageFile();
+    plugged_.unit.LoadMemory(kFlashStart, Bytes(11 * kPageSize, std::byte{0x00}));
+
+    EXPECT_EQ(Run(DownloadArguments()), 0) << output_;
+
+    EXPECT_EQ(plugged_.unit.ReadMemory(kFlashStart, image.size()), image);
+    EXPECT_EQ(plugged_.unit.ReadMemory(kFlashStart + 10 * kPageSize, 1), Bytes{std::byte{0}});
+    auto const status = plugged_.unit.Status();
+    EXPECT_EQ(status.state, UnitState::kRunning);
+    EXPECT_EQ(status.jump_address, kFlashStart);
+    EXPECT_EQ(status.erased_pages, 10U);
+    EXPECT_EQ(status.programmed_over_unerased, 0U);
+    EXPECT_FALSE(status.plugged);
+    EXPECT_EQ(LastLine(), "leave 0x08000000 ack");
+}
+
+TEST_F(DfuUtil, ReadsTheOtpArea)
+{
+    EXPECT_EQ(Run({QStringLiteral("-a"), QStringLiteral("2"), QStringLiteral("-s"),
+                   QStringLiteral("0x1fff7000:1024"), QStringLiteral("-U"), FilePath("otp.bin")}),
+              0)
+        << output_;
+
+    auto const otp = ReadFile("otp.bin");
+    EXPECT_EQ(otp.size(), 1024);
+    EXPECT_EQ(otp.left(5), QByteArray("\x11\x47\x23\x01\x07"));
+    EXPECT_TRUE(plugged_.unit.Status().plugged);
+}
+
+TEST_F(DfuUtil, ReadsTheFlashInSeveralBlocks)
+{
+    Bytes const image(5 * kPageSize + 17, std::byte{0x5A});
+    plugged_.unit.LoadMemory(kFlashStart, image);
+
+    EXPECT_EQ(Run({QStringLiteral("-a"), QStringLiteral("0"), QStringLiteral("-s"),
+                   QStringLiteral("0x08000000:10257"), QStringLiteral("-U"), FilePath("read.bin")}),
+              0)
+        << output_;
+
+    EXPECT_EQ(ReadFile("read.bin"), QByteArray(10257, '\x5A'));
+}
+
+TEST_F(DfuUtil, FindsTheUnitUnderANewNumberWhenItIsPluggedInAgain)
+{
+    WriteImageFile();
+    EXPECT_EQ(Run(DownloadArguments()), 0);
+    EXPECT_EQ(Run({QStringLiteral("-l")}), 0);
+    EXPECT_THAT(output_, Not(HasSubstr("Found DFU")));
+
+    plugged_.unit.Plug();
+
+    EXPECT_EQ(Run({QStringLiteral("-l")}), 0);
+    EXPECT_THAT(output_, HasSubstr("devnum=2"));
+    ExpectImageCanBeWritten();
+}
+
+TEST_F(DfuUtil, LeavesAUnitThatTheNextRunUpdatesWhenItIsKilledInTheMiddle)
+{
+    WriteImageFile();
+    plugged_.unit.AddFault({FaultKind::kSlowErase, 3, 1, 20000});
+    Start(DownloadArguments());
+    while (plugged_.unit.Status().fault_strikes == 0 && !process_.waitForFinished(5)) {
+    }
+    process_.kill();
+    EXPECT_TRUE(process_.waitForFinished());
+    plugged_.unit.Reset();
+
+    ExpectImageCanBeWritten();
+}
+
+TEST_F(DfuUtil, CannotOpenABlockedUnitAndCanOnceItIsNot)
+{
+    plugged_.unit.SetBlocked(true);
+    EXPECT_EQ(Run({QStringLiteral("-l")}), 0);
+    EXPECT_THAT(output_, HasSubstr("Cannot open DFU device 0483:df11"));
+    EXPECT_THAT(output_, Not(HasSubstr("Found DFU")));
+
+    plugged_.unit.SetBlocked(false);
+
+    ExpectImageCanBeWritten();
+}
+
+TEST_F(DfuUtil, GivesUpOnAUnitThatDoesNotAnswer)
+{
+    plugged_.unit.SetSilent(true);
+    WriteImageFile();
+
+    EXPECT_EQ(Run(DownloadArguments()), kToolError);
+
+    EXPECT_THAT(output_, HasSubstr("error get_status"));
+}
+
+struct ToolFault {
+    char const* name;
+    Fault fault;
+    char const* complaint;  // of the tool, at the end
+};
+
+class DfuUtilFault : public DfuUtil, public testing::WithParamInterface<ToolFault> {};
+
+TEST_P(DfuUtilFault, EndsTheToolWithAnErrorAndIsOverWhenTheUnitIsPluggedInAgain)
+{
+    WriteImageFile();
+    plugged_.unit.AddFault(GetParam().fault);
+
+    EXPECT_EQ(Run(DownloadArguments()), kToolError);
+
+    EXPECT_THAT(output_, HasSubstr(GetParam().complaint));
+    EXPECT_EQ(plugged_.unit.Status().fault_strikes, 1U);
+    EXPECT_EQ(plugged_.unit.Status().state, UnitState::kSynchronised);
+    EXPECT_THAT(LastLine(), EndsWith("fault"));
+    plugged_.unit.Unplug();
+    plugged_.unit.Plug();
+    ExpectImageCanBeWritten();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , DfuUtilFault,
+    testing::Values(
+        ToolFault{"VanishInErase", {FaultKind::kVanishInErase, 5}, "\"ERASE_PAGE\" get_status"},
+        ToolFault{"VanishInWrite", {FaultKind::kVanishInWrite, 5}, "during download get_status"},
+        ToolFault{"SilentInWrite", {FaultKind::kSilentInWrite, 5}, "during download get_status"},
+        ToolFault{"ErrErase", {FaultKind::kErrorInErase, 5, 1, 4}, "ERASE_PAGE not correctly"},
+        ToolFault{"ErrWrite", {FaultKind::kErrorInWrite, 5, 1, 3}, "unable to write memory"},
+        ToolFault{"ErrVerify", {FaultKind::kErrorInWrite, 5, 1, 7}, "failed verification"}),
+    [](testing::TestParamInfo<ToolFault> const& fault) { return fault.param.name; });
+
+}  // namespace
+}  // namespace simulator
+
+int main(int argc, char** argv)
+{
+    testing::InitGoogleTest(&argc, argv);
+    QCoreApplication const application(argc, argv);
+    return RUN_ALL_TESTS();
+}
