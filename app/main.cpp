@@ -1,37 +1,32 @@
-// Program entry: reads config.ini, builds the one backend it asks for, shows the window.
+// Program entry: starts the log, reads config.ini, builds the one backend it asks for, shows the
+// window.
 
 #include <QApplication>
-#include <QDebug>
-#include <QMessageBox>
-#include <cstdlib>
+#include <QDir>
+#include <QSysInfo>
 
 #include "app/backend.h"
 #include "app/main_window.h"
+#include "app/session_report.h"
 #include "app/startup_config.h"
-
-namespace {
-
-int TellAndQuit(QString const& problem)
-{
-    qWarning().noquote() << problem;
-    QMessageBox::critical(nullptr, QStringLiteral("Kelvane firmware updater"), problem);
-    return EXIT_FAILURE;
-}
-
-}  // namespace
+#include "app/support_log.h"
 
 int main(int argc, char* argv[])
 {
+    SupportLog log(GetLogDirectory(QSysInfo::productType(), QDir::homePath(),
+                                   qEnvironmentVariable("XDG_STATE_HOME")));
+    SupportLogTap const tap(log);
     QApplication const application(argc, argv);
+    QCoreApplication::setApplicationVersion(QStringLiteral(FW_VERSION));
     auto const paths = GetBundlePaths(QCoreApplication::applicationDirPath());
     QApplication::setStyle(QStringLiteral("fusion"));
 
     QDir const resources(paths.resources);
     QSettings const settings(GetConfigPath(resources), QSettings::IniFormat);
-    auto backend = MakeBackend(settings, GetFirmwarePath(resources, settings));
-    if (!backend.updater) {
-        return TellAndQuit(backend.problem);
-    }
+    auto const firmware_path = GetFirmwarePath(resources, settings);
+    log.Write(
+        DescribeSession(DescribeConfiguration(settings), firmware_path).join(QLatin1Char('\n')));
+    auto backend = MakeBackend(settings, firmware_path, paths.dfu_util);
 
     MainWindow window(resources, settings, paths.dfu_util, backend.type,
                       std::move(backend.updater));

@@ -19,7 +19,7 @@ MainWindow::MainWindow(QDir resourceDir, const QSettings& settings, QString dfuU
       environment_(std::move(environment))
 {
     // Elsewhere the icon comes with the bundle or the desktop entry.
-    if (environment_.product_type.compare(QLatin1String("windows"), Qt::CaseInsensitive) == 0) {
+    if (environment_.IsSystem(QLatin1String("windows"))) {
         setWindowIcon(QIcon(resource_dir_.filePath(QStringLiteral("AppIcon.ico"))));
     }
     SetupDfuUpdater();
@@ -32,6 +32,10 @@ MainWindow::MainWindow(QDir resourceDir, const QSettings& settings, QString dfuU
     SetupProgressBar();
 
     products_ = ReadProducts(settings);
+    // Elsewhere the system brings the driver along.
+    if (environment_.IsSystem(QLatin1String("macos")) && !PrepareDriver()) {
+        return;
+    }
     device_ids_ = ReadDeviceIds(settings);
     CheckAgain(environment_.intervals.first, Qt::PreciseTimer);
 }

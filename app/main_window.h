@@ -3,7 +3,8 @@
 //
 // Its concerns stand in files of their own: main_window.cpp builds it, main_window_workflow.cpp
 // turns events into what it shows, main_window_detection.cpp looks for a unit,
-// main_window_style.cpp gives it its fonts, texts and background.
+// main_window_driver.cpp sees to the serial driver on macOS, main_window_style.cpp gives the window
+// its fonts, texts and background.
 #pragma once
 
 #include <QByteArray>
@@ -32,7 +33,10 @@ class MainWindow : public QMainWindow {
     Q_OBJECT
 
 public:
-    // `settings` is read during the construction only.
+    // `settings` is read during the construction only. On macOS the construction may ask the user
+    // about the serial driver and run its tools, for minutes. With a driver that is missing or not
+    // enabled in the end the window looks for no unit. Then, and after a refusal or a failed
+    // removal, the program ends soon after its event loop has begun.
     MainWindow(QDir resourceDir, const QSettings& settings, QString dfuUtilPath,
                targetInterfaceType type, std::unique_ptr<FirmwareUpdaterBase> updater,
                WindowEnvironment environment = WindowEnvironment::System());
@@ -75,7 +79,20 @@ private:
     void Show(WindowEvent event);
     QStringList GetUsbDfuDevices();
     Detection LookForUnit();
+    void LogWhenChanged(QStringList const& attached);
     void CheckAgain(std::chrono::milliseconds delay, Qt::TimerType type);
+
+    // Whether the construction may go on.
+    bool PrepareDriver();
+    void ReplaceDriver();
+    int CheckDriverVersion() const;  // a DriverVersion
+    // Whether the driver was asked to go and its removal ended in time.
+    bool UninstallDriver() const;
+    // Always true: failures are logged, and the driver's state afterwards decides.
+    bool InstallDriver() const;
+    bool CheckDriverEnabled() const;
+    bool AskForConsent(const QString& title, const QString& question);
+    void QuitSoon();
 
     std::unique_ptr<Ui::MainWindow> ui_;
     std::unique_ptr<FirmwareUpdaterBase> updater_;
@@ -86,6 +103,7 @@ private:
     QMap<QString, uint32_t> products_;
     QList<uint8_t> device_ids_;
     QString current_port_;
+    QStringList attached_;  // as logged last
     bool unit_ready_ = false;
     Fonts fonts_;
     WindowEnvironment environment_;

@@ -1,6 +1,7 @@
 // The window's search for a unit: a single-shot timer that arms itself again, decided upon in
 // unit_detection.h.
 
+#include <QDebug>
 #include <QProcess>
 #include <QTimer>
 
@@ -29,11 +30,22 @@ void MainWindow::onCheckForUnit()
 Detection MainWindow::LookForUnit()
 {
     if (type_ == TargetUart || type_ == TargetMcubootSerial) {
-        auto const ports =
-            FindUnitPorts(environment_.list_serial_ports(), products_, environment_.product_type);
+        auto const attached = environment_.list_serial_ports();
+        LogWhenChanged(DescribePorts(attached));
+        auto const ports = FindUnitPorts(attached, products_, environment_.product_type);
         return DecideSerial(ports, unit_ready_, environment_.intervals);
     }
-    return DecideUsb(FindUnitDfuDevices(GetUsbDfuDevices(), products_), environment_.intervals);
+    auto const attached = GetUsbDfuDevices();
+    LogWhenChanged(attached);
+    return DecideUsb(FindUnitDfuDevices(attached, products_), environment_.intervals);
+}
+
+void MainWindow::LogWhenChanged(QStringList const& attached)
+{
+    if (attached != attached_) {
+        attached_ = attached;
+        qInfo().noquote() << "attached:" << attached.join(QStringLiteral(", "));
+    }
 }
 
 void MainWindow::CheckAgain(std::chrono::milliseconds delay, Qt::TimerType type)
@@ -44,9 +56,20 @@ void MainWindow::CheckAgain(std::chrono::milliseconds delay, Qt::TimerType type)
 QStringList MainWindow::GetUsbDfuDevices()
 {
     constexpr int kListTimeoutMs = 30000;
+    // Many times what all the devices of one machine fill; a tool gone wild prints gigabytes within
+    // the time.
+    constexpr qsizetype kLongestListing = 16 << 20;
     QProcess dfu_util;
+    QByteArray listing;
+    connect(&dfu_util, &QProcess::readyReadStandardOutput, &dfu_util, [&dfu_util, &listing] {
+        listing += dfu_util.readAllStandardOutput();
+        if (listing.size() > kLongestListing) {
+            dfu_util.closeReadChannel(QProcess::StandardOutput);
+        }
+    });
     dfu_util.start(dfu_util_path_, {QStringLiteral("-l"), QStringLiteral("-a0")},
                    QIODevice::ReadWrite);
+    dfu_util.closeReadChannel(QProcess::StandardError);
     dfu_util.waitForFinished(kListTimeoutMs);
-    return ParseDfuListing(dfu_util.readAllStandardOutput());
+    return ParseDfuListing(listing);
 }

@@ -1,5 +1,7 @@
 // The update as the window shows it: each slot copies one row of window_state.h to the widgets.
 
+#include <QDebug>
+
 #include "app/main_window.h"
 #include "ui_main_window.h"
 
@@ -8,6 +10,8 @@ void MainWindow::SetupUpdateButton()
     ui_->updateButton->setFont(fonts_.bold_16);
     ui_->updateButton->setEnabled(false);
     ui_->updateButton->setText(QStringLiteral("UPDATE"));
+    ui_->updateButton->setAccessibleDescription(
+        QStringLiteral("Writes the new firmware to the unit"));
     ui_->updateButton->setStyleSheet(GetButtonStyleSheet(ButtonStyle::Disabled));
     connect(ui_->updateButton, &QPushButton::clicked, this, &MainWindow::onUpdateButtonClicked);
 }
@@ -17,6 +21,8 @@ void MainWindow::SetupProgressBar()
     ui_->progressBar->setFont(fonts_.regular_12);
     ui_->progressBar->setValue(0);
     ui_->progressBar->setFormat(QStringLiteral(""));
+    ui_->progressBar->setAccessibleName(QStringLiteral("Update progress"));
+    ui_->progressBar->setAccessibleDescription(GetStatusText(WindowEvent::UnitDisconnected));
 
     auto* const updater = updater_.get();
     connect(this, &MainWindow::ProgressStart, ui_->progressBar, &QProgressBar::reset);
@@ -37,11 +43,17 @@ void MainWindow::onUpdateButtonClicked()
 
 void MainWindow::onWorkerThreadStarted()
 {
+    if (environment_.sleep_inhibitor) {
+        environment_.sleep_inhibitor->Hold();
+    }
     Show(WindowEvent::UpdateStarted);
 }
 
 void MainWindow::onWorkerThreadFinished(bool status)
 {
+    if (environment_.sleep_inhibitor) {
+        environment_.sleep_inhibitor->Release();
+    }
     Show(status ? WindowEvent::UpdateSucceeded : WindowEvent::UpdateFailed);
 }
 
@@ -65,6 +77,7 @@ void MainWindow::onEraseFinished()
 void MainWindow::Show(WindowEvent event)
 {
     auto const change = GetWindowChange(event, type_);
+    qInfo().noquote() << "window:" << GetEventName(event);
     if (change.unit_ready) {
         unit_ready_ = *change.unit_ready;
     }
@@ -82,5 +95,9 @@ void MainWindow::Show(WindowEvent event)
     }
     if (change.progress_value) {
         ui_->progressBar->setValue(*change.progress_value);
+    }
+    ui_->progressBar->setAccessibleDescription(GetStatusText(event));
+    if (change.button_enabled == true) {
+        ui_->updateButton->setFocus();
     }
 }

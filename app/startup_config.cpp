@@ -45,16 +45,20 @@ targetInterfaceType ReadInterfaceType(QSettings const& settings)
     return TargetUart;
 }
 
-UartConfig ReadUartConfig(QSettings const& settings)
+UsbConfig ReadUsbConfig(QSettings const& settings)
 {
     return {
-        .start_address = ParseAddress(settings.value("start_address")),
         .programming_address = ParseAddress(settings.value("programming_address")),
         .otp_address = ParseAddress(settings.value("otp_address")),
         .otp_size = settings.value("otp_size").toUInt(),
-        .boot_mode_address = ParseAddress(settings.value("boot_mode_address")),
         .fw_target_type = ReadText(settings, "fw_target_type"),
     };
+}
+
+UartConfig ReadUartConfig(QSettings const& settings)
+{
+    return {ReadUsbConfig(settings), ParseAddress(settings.value("start_address")),
+            ParseAddress(settings.value("boot_mode_address"))};
 }
 
 McubootConfig ReadMcubootConfig(QSettings const& settings)
@@ -75,6 +79,16 @@ WindowTexts ReadWindowTexts(QSettings const& settings)
         .fw_version = ReadText(settings, "fw_version"),
         .fw_target_type = ReadText(settings, "fw_target_type"),
     };
+}
+
+QStringList DescribeConfiguration(QSettings const& settings)
+{
+    QStringList lines{QStringLiteral("configuration: ") + settings.fileName()};
+    for (auto const& key : settings.allKeys()) {
+        lines.append(QStringLiteral("    %1 = %2")
+                         .arg(key, settings.value(key).toStringList().join(QStringLiteral(", "))));
+    }
+    return lines;
 }
 
 QMap<QString, uint32_t> ReadProducts(QSettings const& settings)

@@ -25,13 +25,17 @@ struct BundlePaths {
     QString dfu_util;
 };
 
-struct UartConfig {
-    uint32_t start_address;
+struct UsbConfig {
     uint32_t programming_address;
     uint32_t otp_address;
     uint32_t otp_size;  // bytes
-    uint32_t boot_mode_address;
     QString fw_target_type;
+};
+
+// The same chip's other bootloader does not start the new firmware by itself.
+struct UartConfig : UsbConfig {
+    uint32_t start_address;
+    uint32_t boot_mode_address;
 };
 
 struct McubootConfig {
@@ -54,9 +58,13 @@ QString GetConfigPath(QDir const& resources);
 QString GetFirmwarePath(QDir const& resources, QSettings const& settings);
 
 targetInterfaceType ReadInterfaceType(QSettings const& settings);
+UsbConfig ReadUsbConfig(QSettings const& settings);
 UartConfig ReadUartConfig(QSettings const& settings);
 McubootConfig ReadMcubootConfig(QSettings const& settings);
 WindowTexts ReadWindowTexts(QSettings const& settings);
+
+// The file's name and a line "key = value" for each key that it has, known or not, for the log.
+QStringList DescribeConfiguration(QSettings const& settings);
 
 // Product name to USB ids, packed as in PackUsbIds. An entry reads NAME:VENDOR:PRODUCT, both ids in
 // hexadecimal; one with fewer pieces is left out, and a repeated name keeps its last entry.

@@ -32,6 +32,20 @@ QStringList FindUnitPorts(QList<SerialPortEntry> const& ports,
     return names;
 }
 
+QStringList DescribePorts(QList<SerialPortEntry> const& ports)
+{
+    QStringList texts;
+    for (auto const& port : ports) {
+        auto const ids = port.vendor_id && port.product_id
+                             ? QStringLiteral("%1:%2")
+                                   .arg(*port.vendor_id, 4, 16, QLatin1Char('0'))
+                                   .arg(*port.product_id, 4, 16, QLatin1Char('0'))
+                             : QStringLiteral("no USB ids");
+        texts.append(QStringLiteral("%1 (%2)").arg(port.name, ids));
+    }
+    return texts;
+}
+
 Detection DecideSerial(QStringList const& unit_ports, bool unit_ready,
                        DetectionIntervals const& intervals)
 {

@@ -40,6 +40,9 @@ struct Detection {
 QStringList FindUnitPorts(QList<SerialPortEntry> const& ports,
                           QMap<QString, uint32_t> const& products, QString const& product_type);
 
+// Name and USB ids of each port, for the log.
+QStringList DescribePorts(QList<SerialPortEntry> const& ports);
+
 // Two or more units, while none is ready, end the detection: nobody could tell which one is meant.
 Detection DecideSerial(QStringList const& unit_ports, bool unit_ready,
                        DetectionIntervals const& intervals);

@@ -25,5 +25,11 @@ QList<SerialPortEntry> ListSystemPorts()
 
 WindowEnvironment WindowEnvironment::System()
 {
-    return {ListSystemPorts, QSysInfo::productType(), {}};
+    auto const product_type = QSysInfo::productType();
+    return {ListSystemPorts, product_type, {}, {}, MakeSleepInhibitor(product_type)};
+}
+
+bool WindowEnvironment::IsSystem(QLatin1String name) const
+{
+    return product_type.compare(name, Qt::CaseInsensitive) == 0;
 }

@@ -104,3 +104,50 @@ QString GetButtonStyleSheet(ButtonStyle style)
 {
     return style == ButtonStyle::Ready ? kButtonReadyStyle : kButtonDisabledStyle;
 }
+
+QString GetStatusText(WindowEvent event)
+{
+    switch (event) {
+        case WindowEvent::UpdateRequested:
+        case WindowEvent::UpdateStarted:
+        case WindowEvent::EraseFinished:
+            return QStringLiteral("Updating");
+        case WindowEvent::UpdateSucceeded:
+            return QStringLiteral("Done");
+        case WindowEvent::UpdateFailed:
+        case WindowEvent::UnitRefused:
+            return FormatError();
+        case WindowEvent::UnitConnected:
+            return QStringLiteral("A unit is ready");
+        case WindowEvent::UnitDisconnected:
+            return QStringLiteral("Waiting for a unit");
+        case WindowEvent::EraseStarted:
+            return QStringLiteral("Erasing");
+    }
+    return {};
+}
+
+QString GetEventName(WindowEvent event)
+{
+    switch (event) {
+        case WindowEvent::UpdateRequested:
+            return QStringLiteral("update requested");
+        case WindowEvent::UpdateStarted:
+            return QStringLiteral("update started");
+        case WindowEvent::UpdateSucceeded:
+            return QStringLiteral("update succeeded");
+        case WindowEvent::UpdateFailed:
+            return QStringLiteral("update failed");
+        case WindowEvent::UnitConnected:
+            return QStringLiteral("unit connected");
+        case WindowEvent::UnitDisconnected:
+            return QStringLiteral("unit disconnected");
+        case WindowEvent::UnitRefused:
+            return QStringLiteral("unit refused");
+        case WindowEvent::EraseStarted:
+            return QStringLiteral("erase started");
+        case WindowEvent::EraseFinished:
+            return QStringLiteral("erase finished");
+    }
+    return {};
+}

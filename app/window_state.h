@@ -40,3 +40,9 @@ WindowChange GetWindowChange(WindowEvent event, targetInterfaceType type);
 std::optional<WindowEvent> GetConnectionEvent(ConnectionStatus status);
 
 QString GetButtonStyleSheet(ButtonStyle style);
+
+// The state that the event leads to, in words for those who hear the window instead of seeing it.
+QString GetStatusText(WindowEvent event);
+
+// For the log.
+QString GetEventName(WindowEvent event);

@@ -183,6 +183,22 @@ TEST(UartConfiguration, TakesEachKeyToItsOwnPlace)
     EXPECT_EQ(uart.fw_target_type, u"service"_s);
 }
 
+TEST(UsbConfiguration, TakesEachKeyToItsOwnPlace)
+{
+    IniFile ini(
+        "programming_address=0x08000002\n"
+        "otp_address=0x1FFF7003\n"
+        "otp_size=512\n"
+        "fw_target_type=service\n");
+
+    const auto usb = ReadUsbConfig(ini.Settings());
+
+    EXPECT_EQ(usb.programming_address, 0x08000002U);
+    EXPECT_EQ(usb.otp_address, 0x1FFF7003U);
+    EXPECT_EQ(usb.otp_size, 512U);
+    EXPECT_EQ(usb.fw_target_type, u"service"_s);
+}
+
 TEST(UartConfiguration, ReadsEveryAddressByItsPrefix)
 {
     IniFile ini("start_address=010\notp_address=0b11\nboot_mode_address=0x100000000\n");
@@ -367,4 +383,13 @@ TEST(Texts, MayHaveSeveralLinesAndAnyLetters)
     EXPECT_EQ(InstructionsOf("\"1. anschlie\xC3\x9F"
                              "en\\n2. neu starten\""),
               u"1. anschlie\u00DFen\n2. neu starten"_s);
+}
+
+TEST(ConfigurationForTheLog, TellsEveryKeyWithItsValue)
+{
+    IniFile const ini("interface=\"usb\"\ndevice_id_list=1, 2\nunknown=x\n");
+    EXPECT_EQ(DescribeConfiguration(ini.Settings()),
+              QStringList({u"configuration: "_s + ini.Path(u"config.ini"_s),
+                           u"    device_id_list = 1, 2"_s, u"    interface = usb"_s,
+                           u"    unknown = x"_s}));
 }

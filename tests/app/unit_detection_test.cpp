@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <QFile>
+
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
@@ -132,6 +134,25 @@ TEST(DfuListing, GivesTheIdentifiersOfEachDeviceLine)
                   "name=\"@Internal Flash   /0x08000000/256*02Kg\", serial=\"204638863141\"\n"
                   "Found Runtime: [1d50:6089] ver=0100, devnum=3, cfg=1, intf=2, path=\"1-1\"\n"),
               QStringList({u"0483:df11"_s, u"1d50:6089"_s}));
+}
+
+TEST(DfuListing, OfTheRealToolGivesItsUnit)
+{
+    QFile file(QStringLiteral(FW_RECORDED_LISTING));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+
+    EXPECT_EQ(ParseDfuListing(file.readAll()), QStringList({u"0483:df11"_s}));
+}
+
+TEST(DfuListing, GivesForeignAndRuntimeDevicesForTheSearchToSort)
+{
+    const auto listed = ParseDfuListing(
+        "Found Runtime: [0483:df11] ver=0100, devnum=3, cfg=1, intf=2, path=\"1-1\"\n"
+        "Found DFU: [1209:db42] ver=0111, devnum=4, cfg=1, intf=0, path=\"1-3\", alt=0\n"
+        "Found DFU: [0483:DF11] ver=2200, devnum=7, cfg=1, intf=0, path=\"1-2\", alt=0\n");
+
+    EXPECT_EQ(listed, QStringList({u"0483:df11"_s, u"1209:db42"_s, u"0483:DF11"_s}));
+    EXPECT_EQ(FindUnitDfuDevices(listed, kProducts), QStringList({u"0483:df11"_s, u"0483:DF11"_s}));
 }
 
 TEST(DfuListing, KeepsDuplicatesAndTheirOrder)

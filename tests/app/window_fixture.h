@@ -14,6 +14,7 @@
 #include <string>
 
 #include "app/main_window.h"
+#include "tests/app/driver_stand_ins.h"
 #include "tests/app/ini_file.h"
 #include "tests/app/recording_backend.h"
 
@@ -51,6 +52,8 @@ protected:
     Shown GetShown();
 
     IniFile ini_{""};
+    // Nobody's real driver is touched, whichever system a test has the window run on.
+    DriverStandIns driver_{ini_.Directory()};
     QString dfu_util_ = QStringLiteral("/nowhere/dfu-util");
     QList<SerialPortEntry> ports_;  // what the window finds
     int looks_ = 0;                 // how often it looked
@@ -60,7 +63,8 @@ protected:
                                            return ports_;
                                        },
                                    .product_type = QStringLiteral("debian"),
-                                   .intervals = {.first = kNever}};
+                                   .intervals = {.first = kNever},
+                                   .driver = driver_.Environment()};
     std::shared_ptr<BackendRecord> record_ = std::make_shared<BackendRecord>();
     RecordingBackend* backend_ = nullptr;  // owned by the window
     std::unique_ptr<MainWindow> window_;

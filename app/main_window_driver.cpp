@@ -1,0 +1,168 @@
+// The window's care for the serial driver, on macOS and before anything else can happen: what the
+// bundle has is installed or takes the place of an old one, with the user's consent, and the system
+// must have enabled it. Where that does not come about, the program ends.
+//
+// Only waits are judged, never exit codes: a password box that was cancelled counts as a removal.
+// Whether the extension is enabled in the end decides anyway.
+
+#include <QCoreApplication>
+#include <QCryptographicHash>
+#include <QDebug>
+#include <QFile>
+#include <QFileInfo>
+#include <QMessageBox>
+#include <QProcess>
+#include <QTimer>
+
+#include "app/main_window.h"
+
+namespace {
+
+// The one text that a shell gets to see, with administrator rights: nothing is ever put into it.
+constexpr auto kRemovalScript =
+    "do shell script \"rm -rf /Applications/CP210xVCPDriver.app\" with administrator privileges";
+
+// SHA-256; empty when the file cannot be read to its end.
+QByteArray GetDigest(QFile& file)
+{
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    // addData takes a file that claims to have no size for read, whatever error there was.
+    bool const is_read = hash.addData(&file) && file.error() == QFileDevice::NoError;
+    return is_read ? hash.result() : QByteArray();
+}
+
+void LogFailure(const char* failure, QProcess const& process)
+{
+    qDebug().noquote().nospace() << failure << " with error: " << process.errorString();
+}
+
+bool WaitForEnd(QProcess& process, std::chrono::milliseconds timeout, const char* failure)
+{
+    bool const ended = process.waitForFinished(static_cast<int>(timeout.count()));
+    if (!ended) {
+        LogFailure(failure, process);
+    }
+    return ended;
+}
+
+bool Run(QString const& program, QStringList const& arguments, std::chrono::milliseconds timeout,
+         const char* failure)
+{
+    QProcess process;
+    process.start(program, arguments, QIODevice::ReadWrite);
+    return WaitForEnd(process, timeout, failure);
+}
+
+}  // namespace
+
+bool MainWindow::PrepareDriver()
+{
+    auto const version = CheckDriverVersion();
+    if (version == DriverOld) {
+        ReplaceDriver();
+    } else if (version == DriverMissing) {
+        if (!AskForConsent(
+                QStringLiteral("No driver detected"),
+                QStringLiteral("No driver is installed. Do you want to proceed with the "
+                               "installation of the driver? (you will be prompted for your "
+                               "password)"))) {
+            QuitSoon();
+            return false;
+        }
+        InstallDriver();
+    }
+
+    QCoreApplication::processEvents();
+    if (CheckDriverEnabled()) {
+        return true;
+    }
+    QMessageBox::information(
+        this, QStringLiteral("Driver Status"),
+        QStringLiteral("Driver not enabled. To enable open System Settings -> Security & Privacy "
+                       "and click allow for CP210xVCPDriver"));
+    QuitSoon();
+    return false;
+}
+
+void MainWindow::ReplaceDriver()
+{
+    if (!AskForConsent(QStringLiteral("Old driver detected"),
+                       QStringLiteral("An old version of the driver is installed. Do you want to "
+                                      "proceed with the installation of the new driver? (you will "
+                                      "be prompted for your password)"))) {
+        QuitSoon();
+        return;
+    }
+    if (!UninstallDriver()) {
+        QuitSoon();
+    }
+    // Also after a failed removal: it may have got far enough to leave no driver at all.
+    InstallDriver();
+}
+
+int MainWindow::CheckDriverVersion() const
+{
+    auto const paths = GetDriverPaths(environment_.driver.applications_dir, resource_dir_);
+    if (!QFileInfo::exists(paths.installed_app)) {
+        return DriverMissing;
+    }
+    QFile installed(paths.installed_executable);
+    QFile bundled(paths.bundled_executable);
+    if (!installed.open(QIODevice::ReadOnly) || !bundled.open(QIODevice::ReadOnly)) {
+        return DriverMissing;
+    }
+    return GetDigest(installed) == GetDigest(bundled) ? DriverCurrent : DriverOld;
+}
+
+bool MainWindow::UninstallDriver() const
+{
+    auto const& driver = environment_.driver;
+    auto const paths = GetDriverPaths(driver.applications_dir, resource_dir_);
+    if (!Run(paths.installed_executable, {QStringLiteral("uninstall")}, driver.timeouts.uninstall,
+             "Uninstall failed")) {
+        return false;
+    }
+    return Run(driver.osascript, {QStringLiteral("-e"), QString::fromLatin1(kRemovalScript)},
+               driver.timeouts.removal, "Removing old driver failed");
+}
+
+bool MainWindow::InstallDriver() const
+{
+    auto const& driver = environment_.driver;
+    auto const paths = GetDriverPaths(driver.applications_dir, resource_dir_);
+    Run(driver.cp, {QStringLiteral("-R"), paths.bundled_app, paths.installed_app},
+        driver.timeouts.copy, "Copy failed");
+
+    QProcess install;
+    install.start(paths.installed_executable, {QStringLiteral("install")}, QIODevice::ReadWrite);
+    if (!install.waitForStarted(static_cast<int>(driver.timeouts.install_start.count()))) {
+        LogFailure("Install failed to start", install);
+    }
+    WaitForEnd(install, driver.timeouts.install, "Install failed");
+    return true;
+}
+
+bool MainWindow::CheckDriverEnabled() const
+{
+    auto const& driver = environment_.driver;
+    QProcess list;
+    list.start(driver.systemextensionsctl, {QStringLiteral("list")}, QIODevice::ReadWrite);
+    list.waitForFinished(static_cast<int>(driver.timeouts.extension_listing.count()));
+    return IsDriverEnabled(list.readAllStandardOutput());
+}
+
+bool MainWindow::AskForConsent(const QString& title, const QString& question)
+{
+    return QMessageBox::question(this, title, question, QMessageBox::Yes | QMessageBox::No) ==
+           QMessageBox::Yes;
+}
+
+void MainWindow::QuitSoon()
+{
+    QTimer::singleShot(environment_.driver.quit_delay, this, [this] {
+        QCoreApplication::quit();
+        // Nobody hears it before the program's event loop runs, and a dialog or the wait for an
+        // installation may last that long. Once it was heard, this timer never comes due.
+        QuitSoon();
+    });
+}

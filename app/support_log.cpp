@@ -1,0 +1,150 @@
+#include "app/support_log.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFileInfo>
+#include <atomic>
+#include <utility>
+
+#include "runtime/console.h"
+
+namespace {
+
+// What the tap's two listeners need; both are plain functions.
+std::atomic<SupportLog*> tapped_log{nullptr};
+std::atomic<QtMessageHandler> next_handler{nullptr};
+
+// Writing a file may itself make Qt say something.
+thread_local bool writing = false;
+
+void WriteToTappedLog(QString const& text)
+{
+    auto* const log = tapped_log.load();
+    if (log == nullptr || std::exchange(writing, true)) {
+        return;
+    }
+    log->Write(text);
+    writing = false;
+}
+
+QLatin1String GetName(QtMsgType type)
+{
+    switch (type) {
+        case QtDebugMsg:
+            return QLatin1String("debug");
+        case QtInfoMsg:
+            return QLatin1String("info");
+        case QtWarningMsg:
+            return QLatin1String("warning");
+        case QtCriticalMsg:
+            return QLatin1String("critical");
+        case QtFatalMsg:
+            return QLatin1String("fatal");
+    }
+    return QLatin1String("message");
+}
+
+// First into the log: the next handler ends the program when the message is fatal.
+void HandleMessage(QtMsgType type, QMessageLogContext const& context, QString const& text)
+{
+    WriteToTappedLog(GetName(type) + QStringLiteral(": ") + text);
+    if (auto const next = next_handler.load()) {
+        next(type, context, text);
+    }
+}
+
+void HandleConsoleText(std::string_view text)
+{
+    WriteToTappedLog(
+        QStringLiteral("output: ") +
+        QString::fromLocal8Bit(text.data(), static_cast<qsizetype>(text.size())).trimmed());
+}
+
+QByteArray MakeEntry(QStringView text)
+{
+    auto const now = QDateTime::currentDateTime();
+    auto const time = now.toOffsetFromUtc(now.offsetFromUtc()).toString(Qt::ISODateWithMs);
+    auto lines = text.trimmed().toString();
+    lines.replace(QLatin1Char('\n'), QLatin1String("\n    "));
+    auto entry = (time + QLatin1Char(' ') + lines).toUtf8();
+    entry.truncate(SupportLog::kEntrySize - 1);
+    return entry + '\n';
+}
+
+}  // namespace
+
+QString GetLogDirectory(QString const& product_type, QString const& home,
+                        QString const& xdg_state_home)
+{
+    if (product_type.compare(QLatin1String("macos"), Qt::CaseInsensitive) == 0) {
+        return home + QStringLiteral("/Library/Logs/Kelvane Firmware Updater");
+    }
+    auto const state = QDir::isAbsolutePath(xdg_state_home)
+                           ? xdg_state_home
+                           : home + QStringLiteral("/.local/state");
+    return state + QStringLiteral("/kelvane-firmware-updater");
+}
+
+SupportLog::SupportLog(QString directory) : directory_(std::move(directory)) {}
+
+QString SupportLog::GetFile(int age) const
+{
+    return directory_ +
+           (age == 0 ? QStringLiteral("/updater.log") : QStringLiteral("/updater.%1.log").arg(age));
+}
+
+void SupportLog::Write(QStringView text)
+{
+    auto const entry = MakeEntry(text);
+    std::lock_guard const lock(mutex_);
+    if (!Open()) {
+        return;
+    }
+    if (file_.size() + entry.size() > kFileSize) {
+        Rotate();
+        if (!Open() || file_.size() + entry.size() > kFileSize) {
+            return;
+        }
+    }
+    file_.write(entry);
+}
+
+bool SupportLog::Open()
+{
+    if (file_.isOpen()) {
+        return true;
+    }
+    QFileInfo const found(CurrentFile());
+    // Opening a pipe would wait for its reader.
+    if (!QDir().mkpath(directory_) || (found.exists() && !found.isFile())) {
+        return false;
+    }
+    file_.setFileName(CurrentFile());
+    // What it holds is the customer's own affair until they send it.
+    return file_.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered,
+                      QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+}
+
+void SupportLog::Rotate()
+{
+    file_.close();
+    QFile::remove(GetFile(kFiles - 1));
+    for (int age = kFiles - 1; age > 0; --age) {
+        QFile::rename(GetFile(age - 1), GetFile(age));
+    }
+}
+
+SupportLogTap::SupportLogTap(SupportLog& log)
+{
+    tapped_log.store(&log);
+    previous_ = qInstallMessageHandler(HandleMessage);
+    next_handler.store(previous_);
+    kelvane::SetConsoleListener(HandleConsoleText);
+}
+
+SupportLogTap::~SupportLogTap()
+{
+    kelvane::SetConsoleListener(nullptr);
+    qInstallMessageHandler(previous_);
+    tapped_log.store(nullptr);
+}

@@ -1,0 +1,93 @@
+// Where the serial driver is, and what the system's list of extensions says of it. The listings are
+// written by hand, in the form of the tool's own.
+#include "app/serial_driver.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/app/driver_stand_ins.h"
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+struct Listing {
+    const char* name;
+    bool is_enabled;
+};
+
+void PrintTo(Listing const& listing, std::ostream* out)
+{
+    *out << listing.name;
+}
+
+class ExtensionListing : public testing::TestWithParam<Listing> {};
+
+}  // namespace
+
+TEST(SerialDriverPaths, AreThoseOfTheApplicationsFolderAndTheBundle)
+{
+    const auto paths = GetDriverPaths(DriverEnvironment().applications_dir,
+                                      QDir(u"/Volumes/X/U.app/Contents/MacOS/../Resources"_s));
+
+    EXPECT_EQ(paths.installed_app, u"/Applications/CP210xVCPDriver.app"_s);
+    EXPECT_EQ(paths.installed_executable,
+              u"/Applications/CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver"_s);
+    EXPECT_EQ(paths.bundled_app,
+              u"/Volumes/X/U.app/Contents/MacOS/../Resources/CP210xVCPDriver.app"_s);
+    EXPECT_EQ(paths.bundled_executable,
+              u"/Volumes/X/U.app/Contents/MacOS/../Resources/CP210xVCPDriver.app/Contents/MacOS/"
+              "CP210xVCPDriver"_s);
+}
+
+TEST(SerialDriverEnvironment, IsTheSystemsOwnWithTheProductsTimes)
+{
+    const DriverEnvironment environment;
+
+    EXPECT_EQ(environment.osascript, u"osascript"_s);
+    EXPECT_EQ(environment.cp, u"cp"_s);
+    EXPECT_EQ(environment.systemextensionsctl, u"systemextensionsctl"_s);
+    EXPECT_EQ(environment.timeouts.uninstall, 60s);
+    EXPECT_EQ(environment.timeouts.removal, 60s);
+    EXPECT_EQ(environment.timeouts.copy, 30s);
+    EXPECT_EQ(environment.timeouts.install_start, 30s);
+    EXPECT_EQ(environment.timeouts.install, 60s);
+    EXPECT_EQ(environment.timeouts.extension_listing, 30s);
+    EXPECT_EQ(environment.quit_delay, 1s);
+}
+
+TEST_P(ExtensionListing, TellsWhetherTheDriverIsEnabled)
+{
+    const auto listing = ReadExtensionListing(QString::fromLatin1(GetParam().name));
+    ASSERT_FALSE(listing.isEmpty());
+
+    EXPECT_EQ(IsDriverEnabled(listing), GetParam().is_enabled);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryState, ExtensionListing,
+    testing::Values(Listing{"enabled", true}, Listing{"waiting_for_user", false},
+                    Listing{"disabled", false}, Listing{"terminated_until_reboot", false},
+                    Listing{"two_versions_one_enabled", true},
+                    Listing{"two_versions_none_enabled", false},
+                    Listing{"only_anothers_enabled", false}, Listing{"none", false}),
+    [](auto const& row) { return std::string(row.param.name); });
+
+TEST(IsDriverEnabled, NeedsIdentifierAndStateInOneLine)
+{
+    EXPECT_TRUE(IsDriverEnabled("com.silabs.cp210x [activated enabled]"));
+    EXPECT_TRUE(IsDriverEnabled("com.silabs.cp210x.ext (1/2)\tName\t[activated enabled]\n"));
+    EXPECT_FALSE(IsDriverEnabled("com.silabs.cp210x\n[activated enabled]"));
+    EXPECT_FALSE(IsDriverEnabled("[activated enabled] com.silabs.cp210x"));
+    EXPECT_FALSE(IsDriverEnabled("com.silabs.cp210x activated enabled"));
+    EXPECT_FALSE(IsDriverEnabled("com.silabs.CP210x [activated enabled]"));
+    EXPECT_FALSE(IsDriverEnabled("com.silabs.cp210 [activated enabled]"));
+}
+
+TEST(IsDriverEnabled, SurvivesWhatIsNoText)
+{
+    EXPECT_FALSE(IsDriverEnabled({}));
+    EXPECT_FALSE(IsDriverEnabled(QByteArray(100'000, '\xFF')));
+    EXPECT_TRUE(IsDriverEnabled(QByteArray("\xC3\x28\0\n", 4) +
+                                "com.silabs.cp210x N\xE9r [activated enabled]"));
+}

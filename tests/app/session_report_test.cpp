@@ -1,0 +1,63 @@
+#include "app/session_report.h"
+
+#include <gmock/gmock.h>
+
+#include <QFile>
+#include <QTemporaryDir>
+
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::StartsWith;
+
+class SessionReport : public testing::Test {
+protected:
+    std::vector<std::string> Describe() const
+    {
+        QStringList const configuration{QStringLiteral("configuration: config.ini"),
+                                        QStringLiteral("    interface = usb")};
+        std::vector<std::string> lines;
+        for (auto const& line : DescribeSession(configuration, image_)) {
+            lines.push_back(line.toStdString());
+        }
+        return lines;
+    }
+
+    QTemporaryDir directory_;
+    QString image_ = directory_.filePath(QStringLiteral("image.bin"));
+};
+
+TEST_F(SessionReport, TellsVersionsConfigurationAndImage)
+{
+    EXPECT_THAT(Describe(), ElementsAre(StartsWith("---- start of version "), StartsWith("Qt 6."),
+                                        "configuration: config.ini", "    interface = usb",
+                                        StartsWith("image: ")));
+}
+
+TEST_F(SessionReport, TellsSizeAndDigestOfTheImage)
+{
+    QFile image(image_);
+    ASSERT_TRUE(image.open(QIODevice::WriteOnly));
+    image.write("abc");
+    image.close();
+    EXPECT_THAT(Describe(),
+                Contains("image: " + image_.toStdString() +
+                         ", 3 bytes, SHA-256 "
+                         "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"));
+}
+
+TEST_F(SessionReport, TellsOnlyTheSizeOfAnImageThatIsTooLargeToRead)
+{
+    QFile image(image_);
+    ASSERT_TRUE(image.open(QIODevice::WriteOnly));
+    ASSERT_TRUE(image.resize(qint64{1} << 30));
+    EXPECT_THAT(Describe(), Contains("image: " + image_.toStdString() + ", 1073741824 bytes"));
+}
+
+TEST_F(SessionReport, TellsWhenThereIsNoImage)
+{
+    EXPECT_THAT(Describe(), Contains("image: " + image_.toStdString() + ", not there"));
+}
+
+}  // namespace
