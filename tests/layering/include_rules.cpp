@@ -24,6 +24,7 @@ std::string TopFolder(std::string const& path)
 std::optional<std::set<std::string>> FoldersBelow(std::string const& folder)
 {
     static const std::map<std::string, std::set<std::string>> below{
+        {"bundle_check", {"app", "modules"}},
         {"app", {"updater", "modules", "mcuboot", "hal", "runtime"}},
         {"updater", {"modules", "mcuboot", "hal", "runtime"}},
         {"modules", {"runtime"}},
@@ -38,8 +39,9 @@ std::optional<std::set<std::string>> FoldersBelow(std::string const& folder)
 
 bool IsProjectInclude(std::string const& include)
 {
-    static const std::set<std::string> folders{"app", "updater",   "modules", "mcuboot",
-                                               "hal", "simulator", "runtime", "tests"};
+    static const std::set<std::string> folders{"app",     "updater", "modules",
+                                               "mcuboot", "hal",     "simulator",
+                                               "runtime", "tests",   "bundle_check"};
     return include.find('/') != std::string::npos && folders.contains(TopFolder(include));
 }
 

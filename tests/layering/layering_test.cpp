@@ -81,6 +81,14 @@ TEST(Layering, TheSimulatorKnowsNothingOfTheProduct)
     EXPECT_THAT(FindUpwardIncludes(ReadSources(FW_SOURCE_DIR, {"simulator"})), IsEmpty());
 }
 
+TEST(Layering, TheBundleCheckerNeedsQtCoreAndTheReadingCodeOnly)
+{
+    const auto sources = ReadSources(FW_SOURCE_DIR, {"bundle_check"});
+    EXPECT_THAT(sources, testing::Not(IsEmpty()));
+    EXPECT_THAT(FindUpwardIncludes(sources), IsEmpty());
+    EXPECT_THAT(FindForbiddenQt(sources, IsCoreHeader), IsEmpty());
+}
+
 TEST(Layering, OnlyOneFileReadsTheConfiguration)
 {
     EXPECT_THAT(FindStraySettings(Sources()), IsEmpty());

@@ -1,0 +1,62 @@
+// Which chips a configuration can be for, and what their memories allow. Flash comes from the table
+// that the engine itself works with; OTP and RAM from ST's reference manuals RM0440 (STM32G4) and
+// RM0456 (STM32U5).
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+#include "modules/stm32_updater/flash_config.h"
+
+namespace bundle_check {
+
+using stm32_updater::FlashConfig;
+
+struct ChipMemories {
+    uint16_t product_id;  // as in flash_configs
+    uint32_t otp_start;
+    uint32_t otp_size;  // bytes
+    uint32_t ram_size;  // bytes, from kRamStart
+};
+
+inline constexpr uint32_t kRamStart = 0x20000000;
+
+inline constexpr std::array kChipMemories{
+    ChipMemories{0x469, 0x1FFF7000, 1024, 128 * 1024},
+    ChipMemories{0x479, 0x1FFF7000, 1024, 112 * 1024},
+    ChipMemories{0x482, 0x0BFA0000, 512, 768 * 1024},
+};
+static_assert(kChipMemories.size() == stm32_updater::flash_configs.size());
+
+struct Chip {
+    FlashConfig flash;
+    ChipMemories memories;
+
+    uint64_t FlashSize() const { return uint64_t{flash.flash_end} - flash.flash_start + 1; }
+    uint64_t PagesOf(uint64_t bytes) const
+    {
+        return (bytes + flash.page_size - 1) / flash.page_size;
+    }
+    bool HasFlashAt(uint64_t address) const
+    {
+        return address >= flash.flash_start && address <= flash.flash_end;
+    }
+    bool HasRamAt(uint64_t address) const
+    {
+        return address >= kRamStart && address < uint64_t{kRamStart} + memories.ram_size;
+    }
+    bool HasOtpAt(uint64_t address) const
+    {
+        return address >= memories.otp_start &&
+               address < uint64_t{memories.otp_start} + memories.otp_size;
+    }
+};
+
+// Every chip that the updater supports.
+std::vector<Chip> GetChips();
+
+// Those whose OTP area holds the address: it tells the families apart. All of them if none does.
+std::vector<Chip> GetChipsByOtp(uint32_t otp_address);
+
+}  // namespace bundle_check

@@ -1,0 +1,192 @@
+#include "bundle_check/image_checks.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <algorithm>
+#include <limits>
+
+#include "bundle_check/address_checks.h"
+#include "bundle_check/bounded_file.h"
+#include "bundle_check/chips.h"
+#include "bundle_check/prediction.h"
+
+using namespace Qt::StringLiterals;
+
+namespace bundle_check {
+
+namespace {
+
+constexpr qint64 kShortestImage = 8;  // the trailer of the UART road
+constexpr qint64 kWord = 4;
+
+// The file's beginning and end; both the whole file when it is short.
+struct Ends {
+    QByteArray head;
+    QByteArray tail;
+};
+
+void CheckLocation(Place const& place, QDir const& resources, QString const& path,
+                   Findings& findings)
+{
+    auto const inside = QDir::cleanPath(resources.absolutePath()) + QLatin1Char('/');
+    if (!QDir::cleanPath(QFileInfo(path).absoluteFilePath()).startsWith(inside)) {
+        findings.Warn(
+            place,
+            u"The firmware file %1 lies outside the Resources folder, and will not "
+            "be there on a customer's computer."_s.arg(Quote(resources.relativeFilePath(path))));
+    }
+}
+
+// Images in a wrapping that the program does not take off: it writes every byte as it stands.
+QString TellWrapping(Ends const& ends)
+{
+    if (ends.head.startsWith("\x7F"
+                             "ELF")) {
+        return u"an ELF file"_s;
+    }
+    if (ends.head.startsWith("PK\x03\x04")) {
+        return u"a ZIP archive"_s;
+    }
+    if (ends.head.startsWith("DfuSe")) {
+        return u"a DfuSe file"_s;
+    }
+    auto const is_record = [&](char mark) {
+        auto const digits = ends.head.mid(1, 8);
+        return ends.head.startsWith(mark) && digits.size() == 8 &&
+               QByteArray::fromHex(digits).size() == 4;
+    };
+    if (is_record(':')) {
+        return u"an Intel HEX file"_s;
+    }
+    if (is_record('S')) {
+        return u"an S-record file"_s;
+    }
+    return {};
+}
+
+void CheckContent(Config const& config, Place const& place, Ends const& ends, Findings& findings)
+{
+    constexpr qsizetype kSignatureFromEnd = 8;
+    auto const wrapping = TellWrapping(ends);
+    if (!wrapping.isEmpty()) {
+        findings.Fail(place,
+                      u"The firmware file is %1; the program writes a file as it stands, so "
+                      "it must be the bare binary image."_s.arg(wrapping));
+    }
+    if (config.Type() != TargetUsb && ends.tail.last(kSignatureFromEnd).startsWith("UFD")) {
+        findings.Warn(place,
+                      u"The firmware file ends with a DFU suffix, which only dfu-util takes "
+                      "off: on this interface it is written to the unit."_s);
+    }
+    auto const replaced = ends.tail.last(kWord);
+    bool const is_blank = replaced == QByteArray(kWord, '\xFF') || replaced == QByteArray(kWord, 0);
+    if (config.Type() == TargetUart && !is_blank) {
+        findings.Note(place,
+                      u"The last four bytes of the image, %1, are not written: 01 00 00 00 "
+                      "takes their place."_s.arg(QString::fromLatin1(replaced.toHex(' '))));
+    }
+}
+
+void CheckAlignment(Config const& config, Place const& place, qint64 size, Findings& findings)
+{
+    if (size % kWord == 0) {
+        return;
+    }
+    auto const rest = kWord - size % kWord;
+    if (config.Type() == TargetUart) {
+        findings.Warn(place,
+                      u"The firmware file's %1 bytes are not a multiple of 4: the program "
+                      "adds %2 zero bytes, and then replaces the last four, of which %3 are "
+                      "the image's own."_s.arg(size)
+                          .arg(rest)
+                          .arg(kWord - rest));
+    } else if (config.Type() == TargetUsb) {
+        findings.Note(place, u"The firmware file's %1 bytes are not a multiple of 4."_s.arg(size));
+    }
+}
+
+// What no supported chip has room for is not for a unit with MCUboot either, as far as is known.
+void CheckMcubootSize(Place const& place, qint64 size, Findings& findings)
+{
+    auto const chips = GetChips();
+    auto const largest = std::ranges::max(chips, {}, &Chip::FlashSize).FlashSize();
+    if (size > std::numeric_limits<int32_t>::max()) {
+        findings.Fail(place,
+                      u"The firmware file's %1 bytes are more than MCUboot's serial "
+                      "recovery can count."_s.arg(size));
+    } else if (static_cast<uint64_t>(size) > largest) {
+        findings.Warn(place,
+                      u"The firmware file's %1 bytes are more than the flash of any "
+                      "supported chip."_s.arg(size));
+    }
+}
+
+std::optional<Ends> ReadEnds(QString const& path, qint64 size)
+{
+    constexpr qint64 kEnd = 16;
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        return std::nullopt;
+    }
+    Ends ends;
+    ends.head = file.read(kEnd);
+    bool const moved = file.seek(std::max(qint64{0}, size - kEnd));
+    ends.tail = file.read(kEnd);
+    bool const complete = moved && ends.tail.size() == std::min(kEnd, size);
+    return complete ? std::optional(ends) : std::nullopt;
+}
+
+// The file's size, if there is a file that can be read and is long enough.
+std::optional<qint64> CheckFile(Config const& config, Place const& place, QDir const& resources,
+                                Findings& findings)
+{
+    auto const path = GetFirmwarePath(resources, config.Settings());
+    auto const name = Quote(resources.relativeFilePath(path));
+    auto const fault = TellFileFault(path);
+    if (!fault.isEmpty()) {
+        findings.Fail(place, u"The firmware file %1 %2."_s.arg(name, fault));
+        return std::nullopt;
+    }
+    auto const size = QFileInfo(path).size();
+    if (size < kShortestImage) {
+        findings.Fail(
+            place,
+            size == 0
+                ? u"The firmware file is empty."_s
+                : u"The firmware file has %1 bytes; an image has at least %2."_s.arg(size).arg(
+                      kShortestImage));
+        return std::nullopt;
+    }
+    auto const ends = ReadEnds(path, size);
+    if (!ends) {
+        findings.Fail(place, u"The firmware file %1 cannot be read."_s.arg(name));
+        return std::nullopt;
+    }
+    CheckContent(config, place, *ends, findings);
+    return size;
+}
+
+}  // namespace
+
+std::optional<qint64> CheckImage(Config const& config, QDir const& resources, Findings& findings)
+{
+    auto const path = GetFirmwarePath(resources, config.Settings());
+    if (path == resources.filePath(QString())) {
+        return std::nullopt;  // no file is named, which has been told
+    }
+    auto const place = config.PlaceOf(u"firmware_filename"_s);
+    CheckLocation(place, resources, path, findings);
+    auto const size = CheckFile(config, place, resources, findings);
+    if (!size) {
+        return std::nullopt;
+    }
+    CheckAlignment(config, place, *size, findings);
+    if (config.Type() == TargetMcubootSerial) {
+        CheckMcubootSize(place, *size, findings);
+    } else {
+        CheckImageInFlash(config, static_cast<uint64_t>(*size), findings);
+    }
+    return size;
+}
+
+}  // namespace bundle_check

@@ -1,0 +1,157 @@
+// What is said of the dfu-util in a bundle for USB. The stand-ins are shell scripts.
+#include <gtest/gtest.h>
+
+#include <QElapsedTimer>
+#include <QFile>
+
+#include "bundle_check/dfu_util_check.h"
+#include "tests/bundle_check/bundle_folder.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+class UsbBundle : public BundleFolder {
+public:
+    explicit UsbBundle(QByteArray const& script)
+    {
+        UseUsb();
+        Write(u"MacOS/dfu-util"_s, "#!/bin/sh\n" + script, true);
+    }
+};
+
+}  // namespace
+
+TEST(DfuUtil, IsMissed)
+{
+    BundleFolder bundle;
+    bundle.UseUsb();
+    bundle.Delete(u"MacOS/dfu-util"_s);
+    EXPECT_TRUE(FindsOnly(bundle,
+                          "error: The tool dfu-util beside the program does not exist: over "
+                          "USB no unit is ever found."));
+}
+
+TEST(DfuUtil, IsNotMissedOnAnotherInterface)
+{
+    BundleFolder bundle;
+    EXPECT_FALSE(QFile::exists(bundle.Path(u"MacOS/dfu-util"_s)));
+    EXPECT_TRUE(FindsNothing(bundle));
+}
+
+TEST(DfuUtil, MustBeExecutable)
+{
+    BundleFolder bundle;
+    bundle.UseUsb();
+    bundle.Write(u"MacOS/dfu-util"_s, "#!/bin/sh\n# fast\n");
+    EXPECT_TRUE(FindsOnly(bundle, "error: The tool dfu-util beside the program is not executable"));
+}
+
+TEST(DfuUtil, MustRun)
+{
+    BundleFolder bundle;
+    bundle.UseUsb();
+    bundle.Write(u"MacOS/dfu-util"_s, "#!/no/such/interpreter fast\n", true);
+    EXPECT_TRUE(FindsOnly(bundle, "error: dfu-util cannot be run."));
+}
+
+TEST(DfuUtil, IsAskedForVersionAndUsageAndNothingElse)
+{
+    UsbBundle bundle("echo \"$*\" >>\"$0.log\"\necho dfu-util 0.12\n# fast\n");
+    EXPECT_TRUE(FindsNothing(bundle));
+    QFile log(bundle.Path(u"MacOS/dfu-util.log"_s));
+    ASSERT_TRUE(log.open(QIODevice::ReadOnly));
+    EXPECT_EQ(log.readAll(), "-V\n-h\n");
+}
+
+TEST(DfuUtil, UpToTheLastReleaseDoesNotKnowFast)
+{
+    UsbBundle bundle("echo dfu-util 0.11\n");
+    EXPECT_TRUE(FindsOnly(bundle,
+                          "error: dfu-util 0.11 does not know the modifier \"fast\": it "
+                          "would refuse every update, and the window would call it done"));
+}
+
+TEST(DfuUtil, OfAnUnknownReleaseMayNotKnowFast)
+{
+    for (auto const* version : {"0.12", "0.11-dev", "1.0"}) {
+        UsbBundle bundle("echo dfu-util " + QByteArray(version) + "\n");
+        EXPECT_TRUE(FindsOnly(bundle,
+                              "warning: Nothing in dfu-util, nor in its usage, speaks of "
+                              "the modifier \"fast\"."))
+            << version;
+    }
+}
+
+TEST(DfuUtil, KnowsFastWhenItsUsageSaysSo)
+{
+    UsbBundle bundle("w=ast; echo dfu-util 0.11; [ \"$1\" = -h ] && echo \"  f$w  quicker\" >&2\n");
+    EXPECT_TRUE(FindsNothing(bundle));
+}
+
+TEST(DfuUtil, DoesNotKnowFastByAnotherWord)
+{
+    UsbBundle bundle("echo dfu-util 0.11 # breakfast\n");
+    EXPECT_TRUE(FindsOnly(bundle, "error: dfu-util 0.11 does not know"));
+}
+
+TEST(DfuUtil, OfDebianDoesNotKnowFast)
+{
+    QFile tool(u"/usr/bin/dfu-util"_s);
+    if (!tool.exists()) {
+        GTEST_SKIP() << "dfu-util is not installed";
+    }
+    BundleFolder bundle;
+    bundle.UseUsb();
+    bundle.Delete(u"MacOS/dfu-util"_s);
+    ASSERT_TRUE(tool.copy(bundle.Path(u"MacOS/dfu-util"_s)));
+    // 0.11 is the release of Debian 12 and 13.
+    EXPECT_TRUE(FindsOnly(bundle, "error: dfu-util 0.11 does not know the modifier \"fast\""));
+}
+
+TEST(DfuUtil, ThatIsKilledIsTold)
+{
+    UsbBundle bundle("kill -KILL $$ # fast\n");
+    EXPECT_TRUE(FindsOnly(bundle, "error: dfu-util crashes, or is killed, when asked"));
+}
+
+TEST(DfuUtil, ShouldNameItself)
+{
+    UsbBundle bundle("echo hello # fast\n");
+    EXPECT_TRUE(FindsOnly(bundle, "warning: The tool beside the program does not name itself"));
+}
+
+TEST(DfuUtil, ThatDoesNotEndIsNotWaitedFor)
+{
+    UsbBundle const bundle("exec tail -f /dev/null\n");
+    bundle_check::Findings findings;
+    QElapsedTimer timer;
+    timer.start();
+    bundle_check::CheckDfuUtil(bundle.Path(u"MacOS/dfu-util"_s), findings,
+                               std::chrono::milliseconds(200));
+    EXPECT_LT(timer.elapsed(), 5000);
+    ASSERT_EQ(findings.Sorted().size(), 1);
+    EXPECT_EQ(findings.Sorted().first().text,
+              u"dfu-util does not end when asked for its version."_s);
+}
+
+TEST(DfuUtil, ThatFloodsItsOutputIsStopped)
+{
+    UsbBundle const bundle("exec yes dfu-util\n");
+    bundle_check::Findings findings;
+    bundle_check::CheckDfuUtil(bundle.Path(u"MacOS/dfu-util"_s), findings,
+                               std::chrono::milliseconds(500));
+    ASSERT_EQ(findings.Sorted().size(), 1);
+    EXPECT_EQ(findings.Sorted().first().text,
+              u"dfu-util does not end when asked for its version."_s);
+}
+
+TEST(DfuUtil, ForMacosIsNotRunOnLinux)
+{
+    BundleFolder bundle;
+    bundle.UseUsb();
+    bundle.Write(u"MacOS/dfu-util"_s, QByteArray("\xCF\xFA\xED\xFE fast"), true);
+    EXPECT_TRUE(FindsOnly(bundle, "note: dfu-util is a program for another system"));
+    bundle.Write(u"MacOS/dfu-util"_s, QByteArray("\xCF\xFA\xED\xFE slow"), true);
+    EXPECT_TRUE(Finds(bundle, "warning: Nothing in dfu-util"));
+}

@@ -1,0 +1,231 @@
+// What is said of the firmware image: the file, and its place in flash.
+#include <gtest/gtest.h>
+
+#include <QFile>
+
+#include "tests/bundle_check/bundle_folder.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr auto kImage = "Resources/firmware.bin";
+
+void WriteImage(BundleFolder& bundle, QByteArray const& content)
+{
+    bundle.Write(QString::fromLatin1(kImage), content);
+}
+
+// Of that many bytes, which need no room on the disk.
+void ResizeImage(BundleFolder& bundle, qint64 size)
+{
+    ASSERT_TRUE(QFile::resize(bundle.Path(QString::fromLatin1(kImage)), size));
+}
+
+// A unit with an STM32U5.
+void UseLargeChip(BundleFolder& bundle)
+{
+    bundle.Set("otp_address", "0x0BFA0000");
+}
+
+}  // namespace
+
+TEST(FirmwareFile, MustBeThere)
+{
+    BundleFolder bundle;
+    bundle.Set("firmware_filename", "gone.bin");
+    EXPECT_TRUE(FindsOnly(bundle,
+                          "config.ini:1: error: firmware_filename: The firmware file "
+                          "\"gone.bin\" does not exist."));
+}
+
+TEST(FirmwareFile, MustBeAFile)
+{
+    BundleFolder bundle;
+    bundle.Set("firmware_filename", "CP210xVCPDriver.app");
+    EXPECT_TRUE(FindsOnly(bundle,
+                          "config.ini:1: error: firmware_filename: The firmware file "
+                          "\"CP210xVCPDriver.app\" is a folder."));
+}
+
+TEST(FirmwareFile, MustNotBeEmptyOrShort)
+{
+    BundleFolder bundle;
+    WriteImage(bundle, "");
+    EXPECT_TRUE(FindsOnly(bundle,
+                          "config.ini:1: error: firmware_filename: The firmware file is "
+                          "empty."));
+    WriteImage(bundle, QByteArray(7, '\xFF'));
+    EXPECT_TRUE(FindsOnly(bundle,
+                          "config.ini:1: error: firmware_filename: The firmware file has 7 "
+                          "bytes; an image has at least 8."));
+    WriteImage(bundle, QByteArray(8, '\xFF'));
+    EXPECT_TRUE(FindsNothing(bundle));
+}
+
+TEST(FirmwareFile, OutsideTheBundleIsNotShipped)
+{
+    BundleFolder bundle;
+    bundle.Write(u"firmware.bin"_s, QByteArray(1024, '\xFF'));
+    bundle.Set("firmware_filename", "../firmware.bin");
+    EXPECT_TRUE(FindsOnly(bundle,
+                          "config.ini:1: warning: firmware_filename: The firmware file "
+                          "\"../firmware.bin\" lies outside the Resources folder"));
+    bundle.Set("firmware_filename", bundle.Path(QString::fromLatin1(kImage)).toUtf8());
+    EXPECT_TRUE(FindsNothing(bundle));
+}
+
+TEST(FirmwareFile, OfAnOddLengthLosesItsEndOverUart)
+{
+    BundleFolder bundle;
+    WriteImage(bundle, QByteArray(1023, '\xFF'));
+    EXPECT_TRUE(FindsOnly(bundle,
+                          "config.ini:1: warning: firmware_filename: The firmware file's "
+                          "1023 bytes are not a multiple of 4: the program adds 1 zero "
+                          "bytes, and then replaces the last four, of which 3 are"));
+}
+
+TEST(FirmwareFile, OfAnOddLengthIsNotedOverUsbAndFineForMcuboot)
+{
+    BundleFolder usb;
+    usb.UseUsb();
+    WriteImage(usb, QByteArray(1023, '\xFF'));
+    EXPECT_TRUE(FindsOnly(usb, "config.ini:1: note: firmware_filename: The firmware file's 1023"));
+
+    BundleFolder mcuboot;
+    mcuboot.UseMcuboot();
+    WriteImage(mcuboot, QByteArray(1023, '\xFF'));
+    EXPECT_TRUE(FindsNothing(mcuboot));
+}
+
+TEST(FirmwareFile, MustBeABareImage)
+{
+    QByteArray const rest(100, '\xFF');
+    std::pair<QByteArray, char const*> const wrappings[] = {
+        {"\x7F"
+         "ELF",
+         "an ELF file"},
+        {"PK\x03\x04", "a ZIP archive"},
+        {"DfuSe", "a DfuSe file"},
+        {":020000040800F2\n", "an Intel HEX file"},
+        {"S0030000FC\r\n", "an S-record file"}};
+    for (auto const& [head, name] : wrappings) {
+        BundleFolder bundle;
+        auto const content = head + rest;
+        WriteImage(bundle, content.left(100));
+        auto const text = "config.ini:1: error: firmware_filename: The firmware file is " +
+                          QByteArray(name) + ";";
+        EXPECT_TRUE(FindsOnly(bundle, text));
+    }
+}
+
+TEST(FirmwareFile, WithADfuSuffixIsForUsbOnly)
+{
+    QByteArray const suffixed = QByteArray(1016, '\xFF') + "UFD\x10" + QByteArray(4, '\xFF');
+    BundleFolder bundle;
+    WriteImage(bundle, suffixed);
+    EXPECT_TRUE(FindsOnly(bundle,
+                          "config.ini:1: warning: firmware_filename: The firmware file ends "
+                          "with a DFU suffix"));
+    bundle.UseUsb();
+    EXPECT_TRUE(FindsNothing(bundle));
+}
+
+TEST(LastFourBytes, AreNotedWhenTheyHoldSomething)
+{
+    BundleFolder bundle;
+    WriteImage(bundle, QByteArray(1020, '\xFF') + "\x01\x02\x03\x04");
+    EXPECT_TRUE(FindsOnly(bundle,
+                          "config.ini:1: note: firmware_filename: The last four bytes of "
+                          "the image, 01 02 03 04, are not written"));
+    WriteImage(bundle, QByteArray(1024, '\0'));
+    EXPECT_TRUE(FindsNothing(bundle));
+}
+
+TEST(ImageInFlash, MustFit)
+{
+    BundleFolder bundle;
+    ResizeImage(bundle, 512 * 1024 + 4);
+    EXPECT_TRUE(Finds(bundle,
+                      "config.ini:1: error: firmware_filename: The firmware file's 524292 "
+                      "bytes are more than the chips 0x469, 0x479 have room for from "
+                      "0x08000000 on."));
+    bundle.Set("programming_address", "0x08001000");
+    bundle.Set("start_address", "0x08001000");
+    ResizeImage(bundle, 512 * 1024 - 4096 + 4);
+    EXPECT_TRUE(Finds(bundle,
+                      "config.ini:1: error: firmware_filename: The firmware file's 520196 "
+                      "bytes are more than the chips 0x469, 0x479 have room for from "
+                      "0x08001000 on."));
+}
+
+TEST(ImageInFlash, MayBeLargerOnALargerChip)
+{
+    BundleFolder bundle;
+    UseLargeChip(bundle);
+    ResizeImage(bundle, 1024 * 1024);
+    EXPECT_TRUE(FindsNothing(bundle));
+    ResizeImage(bundle, 2048 * 1024 + 4);
+    EXPECT_TRUE(Finds(bundle,
+                      "config.ini:1: error: firmware_filename: The firmware file's 2097156 "
+                      "bytes are more than the chip 0x482 have room for"));
+}
+
+TEST(ImageInFlash, MustBeErasedInTheTimeThatTheProgramWaits)
+{
+    BundleFolder bundle;
+    ResizeImage(bundle, 204 * 2048);
+    EXPECT_TRUE(FindsNothing(bundle));
+    ResizeImage(bundle, 204 * 2048 + 4);
+    EXPECT_TRUE(FindsOnly(bundle,
+                          "config.ini:1: error: firmware_filename: On the chips 0x469, "
+                          "0x479 the image covers 205 pages, whose erase takes about 5.0 s; "
+                          "the program waits 5 s"));
+    UseLargeChip(bundle);
+    EXPECT_TRUE(FindsNothing(bundle));
+    ResizeImage(bundle, 204 * 8192 + 4);
+    EXPECT_TRUE(FindsOnly(bundle,
+                          "config.ini:1: error: firmware_filename: On the chip 0x482 the "
+                          "image covers 205 pages"));
+}
+
+TEST(ImageInFlash, IsErasedByDfuUtilWithoutThatLimit)
+{
+    BundleFolder bundle;
+    bundle.UseUsb();
+    ResizeImage(bundle, 512 * 1024);
+    EXPECT_TRUE(FindsNothing(bundle));
+}
+
+TEST(ImageInFlash, HasPageNumbersOfOneByte)
+{
+    BundleFolder bundle;
+    ResizeImage(bundle, 256 * 2048);
+    EXPECT_FALSE(Finds(bundle, "config.ini:1: warning: "));
+    ResizeImage(bundle, 256 * 2048 + 4);
+    EXPECT_TRUE(Finds(bundle,
+                      "config.ini:1: warning: firmware_filename: On the chips 0x469, 0x479 "
+                      "the image covers 257 pages: their numbers do not fit one byte"));
+}
+
+TEST(ImageForMcuboot, MayBeAnySizeThatAChipHas)
+{
+    BundleFolder bundle;
+    bundle.UseMcuboot();
+    ResizeImage(bundle, 2048 * 1024);
+    EXPECT_TRUE(FindsNothing(bundle));
+    ResizeImage(bundle, 2048 * 1024 + 1);
+    EXPECT_TRUE(FindsOnly(bundle,
+                          "config.ini:1: warning: firmware_filename: The firmware file's "
+                          "2097153 bytes are more than the flash of any supported chip."));
+}
+
+TEST(ImageForMcuboot, MustNotBeLargerThanItsCountersReach)
+{
+    BundleFolder bundle;
+    bundle.UseMcuboot();
+    ResizeImage(bundle, qint64{0x80000000});
+    EXPECT_TRUE(FindsOnly(bundle,
+                          "config.ini:1: error: firmware_filename: The firmware file's "
+                          "2147483648 bytes are more than MCUboot's serial recovery"));
+}

@@ -1,0 +1,145 @@
+// The arithmetic of the predictions, and the report's two forms.
+#include "bundle_check/report.h"
+
+#include <gtest/gtest.h>
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include "tests/bundle_check/bundle_folder.h"
+
+using namespace Qt::StringLiterals;
+using namespace bundle_check;
+
+TEST(Prediction, OfTheUartRoad)
+{
+    // 100 pages take 2.45 s; 800 blocks put (204800 + 9600) * 11 bits on a line of 460800 bits a
+    // second, 5.118 s; 25600 double words take 2.099 s.
+    EXPECT_NEAR(PredictUart(204800, 2048), 9.667, 0.001);
+    EXPECT_NEAR(PredictUart(204800, 8192), 7.829, 0.001);
+}
+
+TEST(Prediction, OfTheUsbRoad)
+{
+    // 100 pages, 100 transfers of 5 ms, 25600 double words, 1 s.
+    EXPECT_NEAR(PredictUsb(204800, 2048), 6.049, 0.001);
+}
+
+TEST(Prediction, OfTheMcubootRoad)
+{
+    // 100 chunks: 1.6 s of pauses; (151800 * 4 / 3 + 6000) * 10 bits at 115200, 18.09 s; 18538
+    // double words, 1.52 s.
+    EXPECT_NEAR(PredictMcuboot(148300, 115200), 21.21, 0.01);
+    EXPECT_NEAR(PredictMcuboot(148300, 921600), 5.381, 0.01);
+    EXPECT_EQ(PredictMcuboot(148300, 0), 0);
+}
+
+TEST(Prediction, IsGivenForEachProduct)
+{
+    BundleFolder bundle;
+    bundle.Set("product_list", "Lumen:10c4:ea60, Aria:10c4:ea61");
+    auto const text = FormatText(CheckBundle(bundle.Root()));
+    EXPECT_EQ(text,
+              u"\"Aria\" over uart: an update takes about 1 s\n"
+              "\"Lumen\" over uart: an update takes about 1 s\n"
+              "clean\n"_s);
+}
+
+TEST(Prediction, FollowsTheInterfaceAndTheBaudRate)
+{
+    BundleFolder bundle;
+    bundle.Write(u"Resources/firmware.bin"_s, QByteArray(148300, '\xFF'));
+    bundle.UseMcuboot();
+    EXPECT_TRUE(FormatText(CheckBundle(bundle.Root()))
+                    .contains(u"\"Lumen\" over mcuboot_serial: an update takes about 5 s"_s));
+    bundle.Set("mcuboot_baud", "115200");
+    EXPECT_TRUE(FormatText(CheckBundle(bundle.Root())).contains(u"takes about 21 s"_s));
+}
+
+TEST(Prediction, IsNotMadeWithoutAnImage)
+{
+    BundleFolder bundle;
+    bundle.Delete(u"Resources/firmware.bin"_s);
+    EXPECT_TRUE(CheckBundle(bundle.Root()).predictions.isEmpty());
+}
+
+TEST(ExitStatus, FollowsTheWorstFinding)
+{
+    Report report;
+    EXPECT_EQ(GetExitStatus(report), 0);
+    report.findings.Note({}, u"n"_s);
+    EXPECT_EQ(GetExitStatus(report), 0);
+    report.findings.Warn({}, u"w"_s);
+    EXPECT_EQ(GetExitStatus(report), 1);
+    report.findings.Fail({}, u"e"_s);
+    EXPECT_EQ(GetExitStatus(report), 2);
+}
+
+TEST(Text, NamesPlaceAndWeightInTheOrderOfTheLines)
+{
+    Report report;
+    report.findings.Note({}, u"No place."_s);
+    report.findings.Warn({u"otp_size"_s, 9}, u"Second."_s);
+    report.findings.Warn({{}, 12}, u"Third."_s);
+    report.findings.Fail({u"otp_size"_s, 0}, u"Missing."_s);
+    report.findings.Fail({u"strange"_s, 3}, u"First."_s);
+    EXPECT_EQ(FormatText(report),
+              u"config.ini:3: error: First.\n"
+              "config.ini:9: warning: otp_size: Second.\n"
+              "config.ini:12: warning: Third.\n"
+              "note: No place.\n"
+              "config.ini: error: otp_size: Missing.\n"
+              "2 errors, 2 warnings\n"_s);
+}
+
+TEST(Text, CountsWhatItDoesNotShow)
+{
+    Report report;
+    for (int i = 0; i < 201; ++i) {
+        report.findings.Warn({}, u"w"_s);
+    }
+    report.findings.Fail({}, u"e"_s);
+    EXPECT_TRUE(FormatText(report).endsWith(u"2 more are not shown\n1 error, 201 warnings\n"_s));
+    EXPECT_EQ(GetExitStatus(report), 2);
+}
+
+TEST(Quote, ShowsNothingThatATerminalObeys)
+{
+    EXPECT_EQ(Quote(u"a\u001B[2J\n\u202E"_s), u"\"a?[2J??\""_s);
+    EXPECT_EQ(Quote(QString(100, u'x')), u"\""_s + QString(60, u'x') + u"...\""_s);
+}
+
+TEST(Json, HoldsFindingsAndPredictions)
+{
+    BundleFolder bundle;
+    bundle.Set("otp_size", "x");
+    bundle.Set("colour", "red");
+    bundle.Remove("fw_version");
+    auto const json = QJsonDocument::fromJson(FormatJson(CheckBundle(bundle.Root()))).object();
+    EXPECT_EQ(json[u"status"_s].toString(), u"errors"_s);
+    EXPECT_EQ(json[u"interface"_s].toString(), u"uart"_s);
+    EXPECT_EQ(json[u"omitted"_s].toInt(-1), 0);
+    auto const findings = json[u"findings"_s].toArray();
+    ASSERT_EQ(findings.size(), 3);
+    EXPECT_EQ(findings[0][u"severity"_s].toString(), u"error"_s);
+    EXPECT_EQ(findings[0][u"key"_s].toString(), u"otp_size"_s);
+    EXPECT_EQ(findings[0][u"line"_s].toInt(), 5);
+    EXPECT_TRUE(findings[0][u"text"_s].toString().startsWith(u"The program reads \"x\" as 0"_s));
+    EXPECT_EQ(findings[1][u"severity"_s].toString(), u"warning"_s);
+    EXPECT_EQ(findings[1][u"key"_s].toString(), u"colour"_s);
+    EXPECT_EQ(findings[2][u"key"_s].toString(), u"fw_version"_s);
+    EXPECT_TRUE(findings[2][u"line"_s].isNull());
+    auto const predictions = json[u"predictions"_s].toArray();
+    ASSERT_EQ(predictions.size(), 1);
+    EXPECT_EQ(predictions[0][u"product"_s].toString(), u"Lumen"_s);
+    EXPECT_EQ(predictions[0][u"seconds"_s].toInt(), 1);
+}
+
+TEST(Json, OfACleanBundleSaysSo)
+{
+    BundleFolder const bundle;
+    auto const json = QJsonDocument::fromJson(FormatJson(CheckBundle(bundle.Root()))).object();
+    EXPECT_EQ(json[u"status"_s].toString(), u"clean"_s);
+    EXPECT_TRUE(json[u"findings"_s].toArray().isEmpty());
+}
