@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Installs with apt-get what is missing to build, run and check this project on Debian 12 or 13.
-#   install_dependencies.sh [--format] [--clang]
-# --format  also what the format check needs
-# --clang   also the second compiler and clang-tidy
+#   install_dependencies.sh [--format] [--clang] [--package]
+# --format   also what the format check needs
+# --clang    also the second compiler and clang-tidy
+# --package  also what makes and checks the Debian package
 # Asks nothing, does nothing when nothing is missing, and needs root or sudo only otherwise.
 set -euo pipefail
 
@@ -14,7 +15,7 @@ packages=(
     # the window's fonts are derived from this family at build time
     fonts-inter python3 python3-fonttools
     # the simulated unit and a screen for it
-    umockdev xvfb openbox xdotool imagemagick x11-utils
+    umockdev xvfb openbox xdotool imagemagick x11-utils dbus-daemon
     # other makers' programs that tests compare with
     stm32flash dfu-util
 )
@@ -22,6 +23,7 @@ packages=(
 for option in "$@"; do
     case "$option" in
         --format) packages+=(git clang-format-19) ;;
+        --package) packages+=(dpkg-dev file lintian appstream desktop-file-utils fakeroot) ;;
         --clang) packages+=(clang-19 clang-tidy-19 libclang-rt-19-dev) ;;
         *) echo "install_dependencies.sh: unknown option $option" >&2; exit 2 ;;
     esac

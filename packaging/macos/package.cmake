@@ -1,0 +1,59 @@
+# The application bundle and the disk image for customers. Linux can only try where things are put, so
+# there is little of it.
+
+set(FW_DRIVER_APP "" CACHE PATH "CP210xVCPDriver.app as its maker signed it")
+foreach(part IN ITEMS FW_DFU_UTIL FW_DRIVER_APP)
+  if(NOT ${part})
+    message(WARNING "${part} is not set: the bundle is not one to ship")
+  endif()
+endforeach()
+if(FW_DRIVER_APP AND NOT EXISTS "${FW_DRIVER_APP}/Contents/MacOS/CP210xVCPDriver")
+  message(FATAL_ERROR "FW_DRIVER_APP: ${FW_DRIVER_APP} is not the driver application")
+endif()
+
+set(fw_dfu_util "")
+set(bundle "${FW_PROGRAM_TITLE}.app")
+set(fw_contents "${bundle}/Contents")
+configure_file(macos/Info.plist.in "${CMAKE_CURRENT_BINARY_DIR}/Info.plist" @ONLY)
+# macdeployqt finds Qt by the paths in the program, and replaces them.
+set_target_properties(firmware_updater PROPERTIES
+  INSTALL_RPATH_USE_LINK_PATH TRUE
+  MACOSX_BUNDLE TRUE
+  MACOSX_BUNDLE_INFO_PLIST "${CMAKE_CURRENT_BINARY_DIR}/Info.plist"
+  OUTPUT_NAME "${FW_PROGRAM_TITLE}"
+  RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}")
+
+set(icon "${CMAKE_CURRENT_BINARY_DIR}/AppIcon.icns")
+add_custom_command(OUTPUT "${icon}"
+  COMMAND "${Python3_EXECUTABLE}" "${CMAKE_CURRENT_SOURCE_DIR}/extract_icons.py"
+    "${product_icon}" --icns "${icon}"
+  DEPENDS extract_icons.py "${product_icon}"
+  COMMENT "Making AppIcon.icns"
+  VERBATIM)
+add_custom_target(package_files ALL DEPENDS "${icon}")
+
+# fw_install_macos_bundle(): after the program and dfu-util, whose libraries are copied into the
+# bundle, and before the driver application, which must stay as it is.
+function(fw_install_macos_bundle)
+  get_target_property(qmake Qt6::qmake IMPORTED_LOCATION)
+  get_filename_component(qt_programs "${qmake}" DIRECTORY)
+  find_program(FW_MACDEPLOYQT macdeployqt HINTS "${qt_programs}" REQUIRED)
+  install(CODE "
+    set(app \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${bundle}\")
+    set(options -always-overwrite)
+    if(EXISTS \"\${app}/Contents/MacOS/dfu-util\")
+      list(APPEND options \"-executable=\${app}/Contents/MacOS/dfu-util\")
+    endif()
+    execute_process(COMMAND \"${FW_MACDEPLOYQT}\" \"\${app}\" \${options}
+      COMMAND_ERROR_IS_FATAL ANY)")
+  install(FILES "${icon}" DESTINATION "${fw_contents}/Resources")
+  if(FW_DRIVER_APP)
+    install(DIRECTORY "${FW_DRIVER_APP}/" USE_SOURCE_PERMISSIONS
+      DESTINATION "${fw_contents}/Resources/CP210xVCPDriver.app")
+  endif()
+endfunction()
+
+# Stripping would break the signatures of what is already signed.
+set(CPACK_STRIP_FILES FALSE)
+set(CPACK_GENERATOR DragNDrop)
+set(CPACK_DMG_VOLUME_NAME "${FW_PROGRAM_TITLE}")

@@ -1,0 +1,202 @@
+#!/usr/bin/env bash
+# One test of the Debian package:
+#   deb_test.sh BUILD_DIRECTORY TEST
+# build            cpack makes it of what is built; the other tests need it
+# contents         the files, their order of directories, owners, rights and dependencies
+# metadata         desktop entry, AppStream data and udev rules are valid
+# lintian          Debian's own checker finds no error
+# throw_away_root  dpkg installs it below a directory of its own, the program there shows its window
+#                  with the product's title, and removal leaves nothing behind
+# this_machine     the same with apt-get on the machine itself: only as root, and only with
+#                  FW_TEST_REAL_INSTALL=1 in the environment
+# Exits with 77 when a tool is missing or the test is not asked for.
+set -euo pipefail
+
+build=$(realpath "$1")
+test=$2
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+packages=$build/packaging/test
+name=kelvane-firmware-updater
+contents=usr/lib/$name/Contents
+seconds=60
+
+fail() {
+    echo "FAILED: $*" >&2
+    exit 1
+}
+
+skip() {
+    echo "skipped: $*"
+    exit 77
+}
+
+need() {
+    local tool
+    for tool in "$@"; do
+        command -v "$tool" >/dev/null || skip "$tool is not installed"
+    done
+}
+
+# Sets `deb`; the fixture sees to it that there is one, unless a tool was missing.
+find_package() {
+    need dpkg-deb
+    local found=("$packages/${name}"_*.deb)
+    [ -f "${found[0]}" ] || skip "the package was not built"
+    [ ${#found[@]} -eq 1 ] || fail "several packages: ${found[*]}"
+    deb=${found[0]}
+}
+
+make_work() {
+    work=$(mktemp -d)
+    trap 'rm -rf "$work"' EXIT
+}
+
+test_build() {
+    need cpack dpkg-deb dpkg-shlibdeps file
+    rm -rf "$packages"
+    # Others' umask must not show in the package.
+    (umask 077 && cpack --config "$build/CPackConfig.cmake" -B "$packages")
+    find_package
+}
+
+expect_line() {
+    grep --quiet --line-regexp --extended-regexp -- "$1" "$work/list" || fail "the package lacks: $1"
+}
+
+test_contents() {
+    find_package
+    make_work
+    dpkg-deb --contents "$deb" | awk '{ print $1, $2, $6, $7, $8 }' | sed 's/ *$//' >"$work/list"
+    expect_line "-rwxr-xr-x root/root \./$contents/MacOS/firmware_updater"
+    expect_line "-rw-r--r-- root/root \./$contents/Resources/config\.ini"
+    expect_line "-rw-r--r-- root/root \./$contents/Resources/[^/]+\.bin"
+    expect_line "-rw-r--r-- root/root \./$contents/Resources/[^/]+\.png"
+    expect_line "-rw-r--r-- root/root \./$contents/Resources/KelvaneSans-Regular\.otf"
+    expect_line "-rw-r--r-- root/root \./$contents/Resources/KelvaneSans-Bold\.otf"
+    expect_line "lrwxrwxrwx root/root \./usr/bin/$name -> \.\./lib/$name/Contents/MacOS/firmware_updater"
+    expect_line "-rw-r--r-- root/root \./usr/lib/udev/rules\.d/72-$name\.rules"
+    expect_line "-rw-r--r-- root/root \./usr/share/applications/com\.kelvane\.firmwareupdater\.desktop"
+    expect_line "-rw-r--r-- root/root \./usr/share/metainfo/com\.kelvane\.firmwareupdater\.metainfo\.xml"
+    for size in 16 32 48 256; do
+        expect_line "-rw-r--r-- root/root \./usr/share/icons/hicolor/${size}x$size/apps/$name\.png"
+    done
+    # Without it no unit is updated over USB.
+    expect_line "-rwxr-xr-x root/root \./$contents/MacOS/dfu-util"
+    ! grep --invert-match --extended-regexp '^(drwxr-xr-x|-rw-r--r--|-rwxr-xr-x|lrwxrwxrwx) root/root ' \
+        "$work/list" || fail "these have other owners or rights"
+    local depends dependency
+    depends=$(dpkg-deb --field "$deb" Depends)
+    for dependency in dfu-util qt6-qpa-plugins libqt6widgets6 libqt6serialport6 libc6; do
+        grep --quiet --extended-regexp ", ${dependency}[a-z0-9]*(,| \()" <<<", $depends," ||
+            fail "no dependency on $dependency: $depends"
+    done
+    dpkg-deb --ctrl-tarfile "$deb" | tar --list >"$work/control"
+    ! grep --extended-regexp 'inst$|rm$' "$work/control" || fail "the package runs scripts as root"
+}
+
+test_metadata() {
+    find_package
+    need desktop-file-validate appstreamcli
+    make_work
+    dpkg-deb --extract "$deb" "$work"
+    desktop-file-validate "$work"/usr/share/applications/*.desktop
+    appstreamcli validate --no-net "$work"/usr/share/metainfo/*.xml
+    # Debian 12's knows no "verify" yet.
+    if udevadm verify --help >/dev/null 2>&1; then
+        udevadm verify --no-summary "$work"/usr/lib/udev/rules.d/*.rules
+    fi
+}
+
+test_lintian() {
+    find_package
+    need lintian
+    lintian --fail-on error "$deb"
+}
+
+# expect_window COMMAND: the program shows a window with the product's title, which it can only have
+# from the resources, and ends when asked to.
+expect_window() {
+    local program=$1 resources=$2 title pattern window='' end=$((SECONDS + seconds)) pid
+    title=$(sed -n 's/^window_title=//p' "$resources/config.ini" | tr -d '"')
+    [ -n "$title" ] || skip "the product in the package has no title to look for"
+    # shellcheck disable=SC2001  # a set of characters, each to be kept
+    pattern=$(sed 's/[][\.*^$+?(){}|]/\\&/g' <<<"$title")
+    # What it keeps for itself is not the package's.
+    HOME=$work XDG_STATE_HOME='' "$program" >"$work/output" 2>&1 &
+    pid=$!
+    until window=$(xdotool search --onlyvisible --name "^$pattern\$" 2>/dev/null); do
+        kill -0 "$pid" 2>/dev/null || fail "the program ended: $(cat "$work/output")"
+        [ "$SECONDS" -lt "$end" ] || fail "no window \"$title\" appeared: $(cat "$work/output")"
+        sleep 0.1
+    done
+    xdotool getwindowgeometry "$window" | grep --quiet 'Geometry: 665x517' || fail "the window is not whole"
+    kill "$pid"
+    wait "$pid" || true
+    echo "the window \"$title\" appeared"
+}
+
+on_a_screen() {
+    need Xvfb xdotool
+    [ -n "${FW_ON_A_SCREEN:-}" ] ||
+        FW_ON_A_SCREEN=1 exec "$here/../support/run_test.sh" --display "$here/deb_test.sh" "$build" "$test"
+}
+
+# dpkg with a database of its own, below $work/root.
+dpkg_there() {
+    local as_root=()
+    [ "$(id -u)" -eq 0 ] || as_root=(fakeroot)
+    # The dependencies are on the machine, not below that directory.
+    "${as_root[@]}" dpkg --root="$work/root" --force-depends --log="$work/log" "$@"
+}
+
+test_throw_away_root() {
+    find_package
+    need dpkg
+    [ "$(id -u)" -eq 0 ] || need fakeroot
+    on_a_screen
+    make_work
+    mkdir -p "$work/root/var/lib/dpkg/info" "$work/root/var/lib/dpkg/updates"
+    touch "$work/root/var/lib/dpkg/status"
+    dpkg_there --install "$deb"
+    expect_window "$work/root/usr/bin/$name" "$work/root/$contents/Resources"
+    dpkg_there --purge "$name"
+    local left
+    left=$(cd "$work/root" && find . -mindepth 1 -not -path './var' -not -path './var/lib' \
+        -not -path './var/lib/dpkg*')
+    [ -z "$left" ] || fail "removal left: $left"
+}
+
+test_this_machine() {
+    find_package
+    [ "${FW_TEST_REAL_INSTALL:-}" = 1 ] || skip "FW_TEST_REAL_INSTALL=1 is not set"
+    [ "$(id -u)" -eq 0 ] || skip "only root installs packages"
+    ! dpkg-query --show "$name" >/dev/null 2>&1 || fail "$name is installed already"
+    on_a_screen
+    make_work
+    export DEBIAN_FRONTEND=noninteractive
+    # Whatever goes wrong, it is removed again.
+    local problem=''
+    if apt-get install --yes --no-install-recommends "$deb"; then
+        # Not the directories that it shares with other packages.
+        dpkg-query --listfiles "$name" | while IFS= read -r path; do
+            if [ ! -d "$path" ] || [[ $path == */$name* ]]; then
+                echo "$path"
+            fi
+        done >"$work/installed"
+        (expect_window "$name" "/$contents/Resources") || problem="the installed program does not work"
+    else
+        problem="it cannot be installed"
+    fi
+    apt-get purge --yes "$name"
+    [ -z "$problem" ] || fail "$problem"
+    local path
+    while IFS= read -r path; do
+        ! stat "$path" >/dev/null 2>&1 || fail "removal left $path"
+    done <"$work/installed"
+}
+
+declare -F "test_$test" >/dev/null || {
+    sed -n '2,/^set /{/^set /d;s/^# \{0,1\}//p;}' "$0" >&2
+    exit 2
+}
+"test_$test"

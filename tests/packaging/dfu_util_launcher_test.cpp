@@ -1,0 +1,279 @@
+// The launcher in dfu-util's place: which tool it becomes, and what it tells it. Over a stand-in
+// for a tool that knows the modifier "fast" or does not, and over the real one.
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include "tests/support/stand_in_tool.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const auto kLauncher = QString::fromUtf8(FW_DFU_UTIL_LAUNCHER);
+const auto kSystemPath = u"/usr/bin:/bin"_s;
+constexpr int kPatience = 15'000;  // milliseconds
+
+struct Ended {
+    QProcess::ExitStatus status;
+    int exit_code;
+    QByteArray output;
+    QByteArray errors;
+    qint64 process_id;
+};
+
+Ended RunProgram(QString const& program, QString const& path, QStringList const& arguments)
+{
+    QProcess process;
+    auto environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"PATH"_s, path);
+    process.setProcessEnvironment(environment);
+    process.start(program, arguments);
+    EXPECT_TRUE(process.waitForStarted(kPatience));
+    const auto process_id = process.processId();
+    EXPECT_TRUE(process.waitForFinished(kPatience));
+    return {process.exitStatus(), process.exitCode(), process.readAllStandardOutput(),
+            process.readAllStandardError(), process_id};
+}
+
+class DfuUtilLauncher : public testing::Test {
+protected:
+    // In the words and the order of dfu-util's own help.
+    void MakeTool(QByteArray const& further_modifier, QByteArray const& commands = "")
+    {
+        tool_.Does(
+            "if [ \"$1\" = --help ]; then printf '%s\\n' "
+            "'  -s --dfuse-address address<:...>\tDfuSe mode, address' "
+            "'\t\tleave\t\tLeave DFU mode (jump to application)' " +
+            further_modifier + " '\t\t<length>\tNot so fast'; exit 0; fi\n" + commands);
+    }
+    void MakeNewTool(QByteArray const& commands = "")
+    {
+        MakeTool("'\t\tfast\t\tAs fast as can be'", commands);
+    }
+    void MakeOldTool(QByteArray const& commands = "") { MakeTool("", commands); }
+
+    Ended Launch(QStringList const& arguments)
+    {
+        return RunProgram(kLauncher, tool_.FilePath({}) + u':' + kSystemPath, arguments);
+    }
+
+    // What the tool was told in its last run.
+    QStringList ToldOf(QStringList const& arguments)
+    {
+        Launch(arguments);
+        return tool_.Arguments().last(arguments.size());
+    }
+
+    StandInTool tool_;
+};
+
+}  // namespace
+
+TEST_F(DfuUtilLauncher, HandsEverythingOnAsItIs)
+{
+    MakeOldTool();
+    const QStringList arguments{u"-d"_s, u"0483:df11"_s,        u""_s,   u"a b  c"_s,
+                                u"*"_s,  u"$HOME `id` \"'\\"_s, u"-s"_s, u"0x1fff7000:4"_s,
+                                u"-U"_s, u"/Geräte/x y"_s};
+
+    EXPECT_EQ(Launch(arguments).errors, "");
+
+    EXPECT_EQ(tool_.Arguments(), arguments);
+}
+
+TEST_F(DfuUtilLauncher, RunsTheToolOnceWhenNotAskedForAFastDownload)
+{
+    MakeOldTool();
+
+    Launch({u"-l"_s, u"-a0"_s});
+
+    EXPECT_EQ(tool_.Arguments(), QStringList({u"-l"_s, u"-a0"_s}));
+}
+
+TEST_F(DfuUtilLauncher, KeepsFastForAToolThatKnowsIt)
+{
+    MakeNewTool();
+    const QStringList download{u"-d"_s, u"0483:df11"_s, u"-a"_s,
+                               u"0"_s,  u"-s"_s,        u"0X08000000:fast:leave"_s,
+                               u"-D"_s, u"fw.bin"_s};
+
+    EXPECT_EQ(Launch(download).errors, "");
+
+    EXPECT_EQ(tool_.Arguments(), QStringList({u"--help"_s}) + download);
+}
+
+TEST_F(DfuUtilLauncher, DropsFastForAToolThatDoesNotAndSaysSo)
+{
+    MakeOldTool();
+
+    const auto ended = Launch({u"-d"_s, u"0483:df11"_s, u"-a"_s, u"0"_s, u"-s"_s,
+                               u"0X08000000:fast:leave"_s, u"-D"_s, u"fw.bin"_s});
+
+    EXPECT_EQ(tool_.Arguments(),
+              QStringList({u"--help"_s, u"-d"_s, u"0483:df11"_s, u"-a"_s, u"0"_s, u"-s"_s,
+                           u"0X08000000:leave"_s, u"-D"_s, u"fw.bin"_s}));
+    EXPECT_EQ(ended.output, "");
+    EXPECT_TRUE(ended.errors.contains("does not know the modifier \"fast\""));
+    EXPECT_EQ(ended.errors.count('\n'), 1);
+}
+
+TEST_F(DfuUtilLauncher, DropsFastWhereverTheAddressIsGiven)
+{
+    MakeOldTool();
+
+    EXPECT_EQ(ToldOf({u"-s0x0:fast:leave"_s}), QStringList({u"-s0x0:leave"_s}));
+    EXPECT_EQ(ToldOf({u"--dfuse-address=0x0:leave:fast"_s}),
+              QStringList({u"--dfuse-address=0x0:leave"_s}));
+    EXPECT_EQ(ToldOf({u"--dfuse-address"_s, u"0x0:fast"_s}),
+              QStringList({u"--dfuse-address"_s, u"0x0"_s}));
+    EXPECT_EQ(ToldOf({u"-s"_s, u"0x0:fast:fast:leave:fast"_s}),
+              QStringList({u"-s"_s, u"0x0:leave"_s}));
+}
+
+TEST_F(DfuUtilLauncher, DropsFastNowhereElse)
+{
+    MakeOldTool();
+    for (const auto& arguments :
+         {QStringList{u"-s"_s, u"0x0:faster:breakfast:fast:leave"_s, u"-D"_s, u"/a:fast:b"_s},
+          QStringList{u"-D"_s, u"0x0:fast"_s}, QStringList{u"-D"_s, u"fw:fast"_s},
+          QStringList{u"-s"_s, u":fast"_s}}) {
+        auto expected = arguments;
+        expected.replaceInStrings(u":breakfast:fast:"_s, u":breakfast:"_s);
+
+        EXPECT_EQ(ToldOf(arguments), expected);
+    }
+}
+
+TEST_F(DfuUtilLauncher, BecomesTheTool)
+{
+    MakeOldTool("echo printed; echo error >&2; exit 74\n");
+    const auto ended = Launch({u"-s"_s, u"0x0:fast"_s});
+
+    EXPECT_EQ(tool_.ProcessIds().last(), ended.process_id);
+    EXPECT_EQ(ended.status, QProcess::NormalExit);
+    EXPECT_EQ(ended.exit_code, 74);
+    EXPECT_EQ(ended.output, "printed\n");
+    EXPECT_TRUE(ended.errors.endsWith("\nerror\n"));
+}
+
+TEST_F(DfuUtilLauncher, PassesASignalOnToTheTool)
+{
+    MakeOldTool("kill -s KILL $$\n");
+
+    EXPECT_EQ(Launch({}).status, QProcess::CrashExit);
+}
+
+TEST_F(DfuUtilLauncher, PassesByItselfAndItsCopies)
+{
+    MakeOldTool();
+    QTemporaryDir bundle;
+    QTemporaryDir other_bundle;
+    const auto launcher = bundle.filePath(u"dfu-util"_s);
+    ASSERT_TRUE(QFile::copy(kLauncher, launcher));
+    ASSERT_TRUE(QFile::copy(kLauncher, other_bundle.filePath(u"dfu-util"_s)));
+    const auto copies = bundle.path() + u':' + other_bundle.path() + u':';
+
+    RunProgram(launcher, copies + tool_.FilePath({}) + u':' + kSystemPath, {u"-l"_s});
+
+    EXPECT_EQ(tool_.Arguments(), QStringList({u"-l"_s}));
+}
+
+TEST_F(DfuUtilLauncher, PassesByWhatCannotBeRun)
+{
+    MakeOldTool();
+    QTemporaryDir folder;
+    QFile file(folder.filePath(u"dfu-util"_s));
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.close();
+    QTemporaryDir folder_of_folder;
+    ASSERT_TRUE(QDir(folder_of_folder.path()).mkdir(u"dfu-util"_s));
+
+    RunProgram(kLauncher,
+               folder.path() + u':' + folder_of_folder.path() + u':' + tool_.FilePath({}) + u':' +
+                   kSystemPath,
+               {u"-l"_s});
+
+    EXPECT_EQ(tool_.Arguments(), QStringList({u"-l"_s}));
+}
+
+// The updater takes every other end for a success.
+TEST_F(DfuUtilLauncher, IsKilledWhenThereIsNoTool)
+{
+    QTemporaryDir programs;
+    for (const auto* program : {"cmp", "grep", "sed"}) {
+        const auto name = QString::fromLatin1(program);
+        ASSERT_TRUE(QFile::link(u"/usr/bin/"_s + name, programs.filePath(name)));
+    }
+    for (const auto& path : {programs.path(), u"/nowhere"_s, QString()}) {
+        const auto ended = RunProgram(kLauncher, path, {u"-l"_s});
+
+        EXPECT_EQ(ended.status, QProcess::CrashExit);
+        EXPECT_TRUE(ended.errors.contains("no dfu-util in PATH")) << ended.errors.constData();
+    }
+}
+
+TEST_F(DfuUtilLauncher, TellsWhetherAToolAcceptsFast)
+{
+    MakeNewTool();
+    const auto accepted = RunProgram(kLauncher, kSystemPath, {u"--accepts-fast"_s, tool_.Path()});
+    MakeOldTool();
+    const auto refused = RunProgram(kLauncher, kSystemPath, {u"--accepts-fast"_s, tool_.Path()});
+
+    EXPECT_EQ(accepted.exit_code, 0);
+    EXPECT_TRUE(accepted.output.contains(" accepts ")) << accepted.output.constData();
+    EXPECT_EQ(refused.exit_code, 1);
+    EXPECT_TRUE(refused.output.contains(" does not accept ")) << refused.output.constData();
+    EXPECT_EQ(tool_.Arguments(), QStringList({u"--help"_s, u"--help"_s}));
+}
+
+TEST_F(DfuUtilLauncher, TellsItOfTheInstalledToolWhenNoneIsNamed)
+{
+    MakeNewTool();
+
+    const auto ended = Launch({u"--accepts-fast"_s});
+
+    EXPECT_EQ(ended.exit_code, 0);
+    EXPECT_TRUE(ended.output.startsWith(tool_.Path().toLocal8Bit()));
+}
+
+TEST_F(DfuUtilLauncher, AcceptsNoToolThatCannotBeRun)
+{
+    const auto ended =
+        RunProgram(kLauncher, kSystemPath, {u"--accepts-fast"_s, u"/nowhere/dfu-util"_s});
+
+    EXPECT_EQ(ended.status, QProcess::NormalExit);
+    EXPECT_EQ(ended.exit_code, 1);
+    EXPECT_FALSE(ended.errors.isEmpty());
+}
+
+TEST_F(DfuUtilLauncher, RefusesTheRealToolOfWhichItIsKnown)
+{
+    const auto version = RunProgram(kLauncher, kSystemPath, {u"--version"_s});
+    ASSERT_EQ(version.exit_code, 0);
+    if (!version.output.startsWith("dfu-util 0.11\n")) {
+        GTEST_SKIP() << "another version: " << version.output.constData();
+    }
+
+    const auto ended = RunProgram(kLauncher, kSystemPath, {u"--accepts-fast"_s});
+
+    EXPECT_EQ(ended.exit_code, 1);
+}
+
+// No such unit is attached anywhere: the ids are nobody's.
+TEST_F(DfuUtilLauncher, DropsFastForTheRealTool)
+{
+    tool_.Write(u"fw.bin"_s, "image");
+
+    const auto ended =
+        RunProgram(kLauncher, kSystemPath,
+                   {u"-d"_s, u"fffe:fffe"_s, u"-a"_s, u"0"_s, u"-s"_s, u"0X08000000:fast:leave"_s,
+                    u"-D"_s, tool_.FilePath(u"fw.bin"_s)});
+
+    EXPECT_TRUE(ended.output.startsWith("dfu-util ")) << ended.errors.constData();
+    EXPECT_TRUE(ended.errors.startsWith("dfu-util-launcher: /usr/bin/dfu-util does not know"));
+    EXPECT_FALSE(ended.errors.contains("Invalid dfuse modifier")) << ended.errors.constData();
+}

@@ -1,0 +1,301 @@
+#!/usr/bin/env python3
+"""What the scripts under packaging/ write into a package.
+
+    files_test.py CMAKE
+"""
+
+import os
+import plistlib
+import struct
+import subprocess
+import sys
+import tempfile
+import unittest
+from pathlib import Path
+
+PACKAGING = Path(__file__).resolve().parents[2] / "packaging"
+CMAKE = sys.argv[1]
+
+PNG_16 = b"\x89PNG\r\n\x1a\n sixteen"
+PNG_256 = b"\x89PNG\r\n\x1a\n two hundred and fifty-six"
+BITMAP_32 = b"\x28\x00\x00\x00 a bitmap"
+
+
+def make_ico(*pictures):
+    """An icon of (width byte, data) pairs."""
+    head, body = struct.pack("<HHH", 0, 1, len(pictures)), b""
+    start = 6 + 16 * len(pictures)
+    for width, data in pictures:
+        head += struct.pack("<BBBBHHII", width, width, 0, 0, 1, 32, len(data), start + len(body))
+        body += data
+    return head + body
+
+
+class InDirectory(unittest.TestCase):
+    def setUp(self):
+        directory = tempfile.TemporaryDirectory()
+        self.addCleanup(directory.cleanup)
+        self.directory = Path(directory.name)
+
+    def path(self, name, content=None):
+        path = self.directory / name
+        if content is not None:
+            path.write_bytes(content)
+        return path
+
+    def call(self, *command):
+        return subprocess.run(
+            [str(word) for word in command], capture_output=True, text=True, timeout=60
+        )
+
+
+class Icons(InDirectory):
+    def extract(self, *options):
+        return self.call(PACKAGING / "extract_icons.py", self.path("a.ico"), *options)
+
+    def test_a_desktop_gets_the_pictures_that_are_png_and_a_width_byte_of_0_means_256_pixels(self):
+        self.path("a.ico", make_ico((16, PNG_16), (32, BITMAP_32), (0, PNG_256)))
+
+        result = self.extract("--hicolor", self.path("icons"), "name")
+
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(
+            {str(file.relative_to(self.directory)): file.read_bytes()
+             for file in self.path("icons").rglob("*.*")},
+            {"icons/16x16/apps/name.png": PNG_16, "icons/256x256/apps/name.png": PNG_256},
+        )
+
+    def test_an_icon_of_bitmaps_only_is_refused(self):
+        self.path("a.ico", make_ico((32, BITMAP_32)))
+
+        for wanted in (("--hicolor", self.path("icons"), "name"), ("--icns", self.path("a.icns"))):
+            result = self.extract(*wanted)
+
+            self.assertEqual(result.returncode, 1)
+            self.assertIn("no picture", result.stderr)
+
+    def test_the_container_for_macos_holds_each_picture_under_the_names_of_its_size(self):
+        self.path("a.ico", make_ico((16, PNG_16), (48, PNG_16), (0, PNG_256)))
+
+        result = self.extract("--icns", self.path("a.icns"))
+
+        self.assertEqual(result.returncode, 0, result.stderr)
+        icns = self.path("a.icns").read_bytes()
+        self.assertEqual(
+            icns,
+            b"icns" + (8 + 24 + 2 * (8 + len(PNG_256))).to_bytes(4, "big")
+            + b"icp4\x00\x00\x00\x18" + PNG_16
+            + b"ic08" + (8 + len(PNG_256)).to_bytes(4, "big") + PNG_256
+            + b"ic13" + (8 + len(PNG_256)).to_bytes(4, "big") + PNG_256,
+        )
+
+    def test_every_cut_of_an_icon_is_refused(self):
+        whole = make_ico((16, PNG_16), (0, PNG_256))
+        for length in range(0, len(whole), 7):
+            self.path("a.ico", whole[:length])
+
+            result = self.extract("--icns", self.path("a.icns"))
+
+            self.assertEqual(result.returncode, 1, f"cut to {length} bytes")
+            self.assertRegex(result.stderr, "not an icon file|cut off")
+
+
+class UdevRules(InDirectory):
+    def rules(self, config):
+        self.path("config.ini", config.encode())
+        return self.call(
+            PACKAGING / "linux/make_udev_rules.py", self.path("config.ini"), self.path("rules")
+        )
+
+    def lines(self, config):
+        result = self.rules(config)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        return self.path("rules").read_text().splitlines()
+
+    def test_without_products_the_serial_adapter_and_the_dfu_loader_are_named(self):
+        lines = self.lines("")
+
+        self.assertEqual(
+            [line for line in lines if not line.startswith("#")],
+            [
+                'ACTION=="remove", GOTO="kelvane_firmware_updater_end"',
+                'SUBSYSTEM=="usb", ENV{DEVTYPE}=="usb_device", ATTR{idVendor}=="10c4", '
+                'ATTR{idProduct}=="ea60", ENV{ID_MM_DEVICE_IGNORE}="1"',
+                'SUBSYSTEM=="tty", ATTRS{idVendor}=="10c4", ATTRS{idProduct}=="ea60", '
+                'ENV{ID_MM_DEVICE_IGNORE}="1", TAG+="uaccess"',
+                'SUBSYSTEM=="usb", ENV{DEVTYPE}=="usb_device", ATTR{idVendor}=="0483", '
+                'ATTR{idProduct}=="df11", ENV{ID_MM_DEVICE_IGNORE}="1", TAG+="uaccess"',
+                'LABEL="kelvane_firmware_updater_end"',
+            ],
+        )
+
+    def test_a_serial_product_is_named_as_a_serial_port_with_four_small_digits(self):
+        lines = self.lines("interface=mcuboot_serial\nproduct_list=One:1209:1, Two:0x2FE3:ABCD\n")
+
+        ports = [line for line in lines if line.startswith('SUBSYSTEM=="tty"')]
+        self.assertEqual(len(ports), 3)
+        self.assertIn('ATTRS{idVendor}=="1209", ATTRS{idProduct}=="0001"', ports[1])
+        self.assertIn('ATTRS{idVendor}=="2fe3", ATTRS{idProduct}=="abcd"', ports[2])
+
+    def test_a_usb_product_is_handed_out_as_a_usb_device(self):
+        lines = self.lines('product_list="One:1209:0002" ; a remark\ninterface = usb\n')
+
+        self.assertTrue(any('"1209"' in line and 'SUBSYSTEM=="usb"' in line and "uaccess" in line for line in lines))
+        self.assertFalse(any('"1209"' in line and 'SUBSYSTEM=="tty"' in line for line in lines))
+
+    def test_ids_that_are_named_anyway_are_not_repeated(self):
+        self.assertEqual(self.lines("product_list=One:10C4:EA60\n"), self.lines(""))
+
+    def test_what_is_no_id_is_refused_and_nothing_of_it_gets_into_a_rule(self):
+        for entry in ("One", "One:10c4", "One:10c4:", "One:10c4:ea601", 'One:10c4:", RUN+=x', "One:-1:2"):
+            result = self.rules(f"product_list={entry}\n")
+
+            self.assertEqual(result.returncode, 1, entry)
+            self.assertIn("is not NAME:VENDOR:PRODUCT", result.stderr)
+            self.assertFalse(self.path("rules").exists())
+
+
+class DfuUtil(InDirectory):
+    HELP = "  -s --dfuse-address address<:...>\n\t\tleave\t\tLeave DFU mode\n"
+
+    def check(self, script):
+        tool = self.path("dfu-util", b"#!/bin/sh\n" + script.encode())
+        tool.chmod(0o755)
+        return self.call(
+            CMAKE, "-D", f"FW_DFU_UTIL={tool}", "-P", PACKAGING / "check_dfu_util.cmake"
+        )
+
+    def test_a_tool_that_lists_fast_among_the_modifiers_is_taken(self):
+        result = self.check(f"cat <<'END'\n{self.HELP}\t\tfast\t\tIgnore the waits\nEND\n")
+
+        self.assertEqual(result.returncode, 0, result.stderr)
+
+    def test_a_tool_that_does_not_list_fast_is_refused_by_name(self):
+        result = self.check(f"cat <<'END'\nfaster than ever\n{self.HELP}\t\tfaster\nEND\n")
+
+        self.assertEqual(result.returncode, 1)
+        self.assertIn(f"FW_DFU_UTIL: {self.path('dfu-util')} does not accept", " ".join(result.stderr.split()))
+
+    def test_a_tool_that_fails_is_refused(self):
+        self.assertEqual(self.check("exit 3").returncode, 1)
+
+    def test_a_tool_that_is_missing_is_refused(self):
+        result = self.call(
+            CMAKE, "-D", "FW_DFU_UTIL=/nowhere/dfu-util", "-P", PACKAGING / "check_dfu_util.cmake"
+        )
+
+        self.assertEqual(result.returncode, 1)
+
+
+class MacBundle(InDirectory):
+    """The install rules for macOS, with a program of no use and a stand-in for macdeployqt."""
+
+    PROJECT = f"""
+cmake_minimum_required(VERSION 3.25)
+project(stand_in VERSION 1.0.0 LANGUAGES CXX)
+set(APPLE TRUE)
+add_executable(firmware_updater main.cpp)
+add_executable(Qt6::qmake IMPORTED)
+set_target_properties(Qt6::qmake PROPERTIES IMPORTED_LOCATION "${{CMAKE_SOURCE_DIR}}/qt/qmake")
+add_subdirectory("{PACKAGING}" packaging)
+"""
+
+    def setUp(self):
+        super().setUp()
+        for name in ("qt", "product", "Driver.app/Contents/MacOS"):
+            self.path(name).mkdir(parents=True)
+        self.path("CMakeLists.txt", self.PROJECT.encode())
+        self.path("main.cpp", b"int main() {}\n")
+        self.path("product/config.ini", b"firmware_filename=a.bin\n")
+        self.program("qt/macdeployqt", 'echo "$@" >"$CALLED"; find "$1" -type f >>"$CALLED"')
+        self.program("dfu-util", "printf '\\t\\tfast\\n'")
+        self.program("Driver.app/Contents/MacOS/CP210xVCPDriver", "")
+
+    def program(self, name, script):
+        self.path(name, f"#!/bin/sh\n{script}\n".encode()).chmod(0o755)
+
+    def configure(self, *options):
+        return self.call(
+            CMAKE, "-G", "Ninja", "-S", self.directory, "-B", self.path("build"),
+            "-D", f"FW_PRODUCT_RESOURCES={self.path('product')}", *options
+        )  # fmt: skip
+
+    def install(self):
+        os.environ["CALLED"] = str(self.path("called"))
+        for command in (("--build",), ("--install", "--prefix", self.path("installed"))):
+            result = self.call(CMAKE, command[0], self.path("build"), *command[1:])
+            self.assertEqual(result.returncode, 0, result.stdout + result.stderr)
+        app = self.path("installed/Kelvane Firmware Updater.app")
+        return app, {str(file.relative_to(app)) for file in app.rglob("*") if file.is_file()}
+
+    def test_everything_is_where_the_program_looks_for_it(self):
+        result = self.configure(
+            "-D", f"FW_DFU_UTIL={self.path('dfu-util')}", "-D", f"FW_DRIVER_APP={self.path('Driver.app')}"
+        )
+        self.assertEqual(result.returncode, 0, result.stderr)
+
+        app, files = self.install()
+
+        self.assertEqual(files, {
+            "Contents/Info.plist",
+            "Contents/MacOS/Kelvane Firmware Updater",
+            "Contents/MacOS/dfu-util",
+            "Contents/Resources/AppIcon.icns",
+            "Contents/Resources/config.ini",
+            "Contents/Resources/CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver",
+        })  # fmt: skip
+        for name in ("Contents/MacOS/dfu-util", "Contents/Resources/CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver"):
+            self.assertTrue(os.access(app / name, os.X_OK), name)
+
+    def test_its_description_names_what_it_holds(self):
+        self.configure("-D", "CMAKE_OSX_DEPLOYMENT_TARGET=12.0")
+
+        app, files = self.install()
+
+        plist = plistlib.loads((app / "Contents/Info.plist").read_bytes())
+        self.assertEqual(plist["CFBundleIdentifier"], "com.kelvane.firmwareupdater")
+        self.assertEqual(plist["CFBundlePackageType"], "APPL")
+        self.assertIn("Contents/Resources/" + plist["CFBundleIconFile"], files)
+        self.assertIn("Contents/MacOS/" + plist["CFBundleExecutable"], files)
+        self.assertEqual(plist["CFBundleShortVersionString"], "1.0.0")
+        self.assertEqual(plist["LSMinimumSystemVersion"], "12.0")
+        self.assertIs(plist["NSHighResolutionCapable"], True)
+
+    def test_libraries_are_brought_in_for_both_programs_before_the_driver_application_is_there(self):
+        self.configure("-D", f"FW_DFU_UTIL={self.path('dfu-util')}", "-D", f"FW_DRIVER_APP={self.path('Driver.app')}")
+
+        app, _ = self.install()
+
+        called, *present = self.path("called").read_text().splitlines()
+        self.assertEqual(called, f"{app} -always-overwrite -executable={app}/Contents/MacOS/dfu-util")
+        self.assertEqual(
+            {str(Path(file).relative_to(app)) for file in present},
+            {"Contents/Info.plist", "Contents/MacOS/Kelvane Firmware Updater", "Contents/MacOS/dfu-util"},
+        )
+
+    def test_a_bundle_that_lacks_parts_is_made_with_a_warning(self):
+        result = self.configure()
+
+        self.assertEqual(result.returncode, 0, result.stderr)
+        for part in ("FW_DFU_UTIL", "FW_DRIVER_APP"):
+            self.assertIn(f"{part} is not set: the bundle is not one to ship", " ".join(result.stderr.split()))
+        _, files = self.install()
+        self.assertNotIn("Contents/MacOS/dfu-util", files)
+
+    def test_what_is_not_the_driver_application_is_refused(self):
+        result = self.configure("-D", f"FW_DRIVER_APP={self.path('product')}")
+
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("is not the driver application", " ".join(result.stderr.split()))
+
+    def test_a_directory_without_config_ini_is_refused_as_a_product(self):
+        self.path("product/config.ini").unlink()
+
+        result = self.configure()
+
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("FW_PRODUCT_RESOURCES: there is no", " ".join(result.stderr.split()))
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1], verbosity=2)

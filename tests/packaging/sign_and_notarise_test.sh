@@ -1,0 +1,295 @@
+#!/usr/bin/env bash
+# packaging/macos/sign_and_notarise.sh against stand-ins for Apple's tools, which write down how they
+# were called: what is signed and in which order, with which options, and that the failure of any one
+# call is the failure of the whole. That Apple's tools do what they are asked for is not tested here.
+set -euo pipefail
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+script=$here/../../packaging/macos/sign_and_notarise.sh
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+calls=$work/calls
+identity="Developer ID Application: Kelvane (ABCDE12345)"
+app="Kelvane Firmware Updater.app"
+failures=0
+
+# What every stand-in does; its own part follows.
+make_stand_in() {
+    {
+        cat <<'END'
+#!/usr/bin/env bash
+line=${0##*/}
+for word in "$@"; do line+=" [$word]"; done
+echo "$line" >>"$CALLS"
+mapfile -t calls <"$CALLS"
+[ "${#calls[@]}" != "${FAIL_AT:-}" ] || { echo "told to fail" >&2; exit 1; }
+last=${!#}
+END
+        cat
+    } >"$work/bin/$1"
+    chmod +x "$work/bin/$1"
+}
+
+make_tools() {
+    mkdir "$work/bin"
+    make_stand_in codesign <<'END'
+case "$line" in *--verify*"${UNSIGNED:-nothing}]") echo "invalid signature" >&2; exit 1 ;; esac
+END
+    make_stand_in spctl </dev/null
+    make_stand_in xcrun <<'END'
+case "$line" in
+    *"[notarytool] [submit]"*)
+        printf '<dict>\n<key>id</key>\n<string>1-2-3</string>\n<key>status</key>\n<string>%s</string>\n</dict>\n' \
+            "${NOTARY_ANSWER:-Accepted}" ;;
+esac
+END
+    make_stand_in hdiutil <<'END'
+case "$1" in
+    attach) cp -R "$IMAGE_CONTENTS/." "${6:?}" ;;
+    detach) [ ! -d "$last" ] || find "$last" -mindepth 1 -delete ;;
+    create) echo signed >"$last" ;;
+esac
+END
+    make_stand_in ditto <<'END'
+case "$1" in
+    -c) echo zip >"$last" ;;
+    *) cp -R "$1" "$2" ;;
+esac
+END
+    make_stand_in otool <<'END'
+printf '%s:\n\t@rpath/QtCore.framework/Versions/A/QtCore (compatibility version 6.0.0, current version 6.8.0)\n' "$last"
+printf '\t/usr/lib/libSystem.B.dylib (compatibility version 1.0.0, current version 1.0.0)\n'
+case "$last" in */dfu-util) [ -z "${OUTSIDE:-}" ] || printf '\t%s (compatibility version 3.0.0)\n' "$OUTSIDE" ;; esac
+END
+}
+
+# The first bytes of a program for macOS, as `file` knows them.
+make_program() {
+    mkdir -p "$(dirname "$1")"
+    printf '\xcf\xfa\xed\xfe\x0c\x00\x00\x01\x00\x00\x00\x00\x02\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00' >"$1"
+    chmod +x "$1"
+}
+
+make_application() {
+    contents=$work/image/$app/Contents
+    make_program "$contents/MacOS/Kelvane Firmware Updater"
+    make_program "$contents/MacOS/dfu-util"
+    make_program "$contents/Frameworks/QtCore.framework/Versions/A/QtCore"
+    make_program "$contents/Frameworks/libfmt.10.dylib"
+    make_program "$contents/PlugIns/platforms/libqcocoa.dylib"
+    make_program "$contents/Resources/CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver"
+    ln -s A "$contents/Frameworks/QtCore.framework/Versions/Current"
+    ln -s Versions/Current/QtCore "$contents/Frameworks/QtCore.framework/QtCore"
+    mkdir -p "$contents/Resources"
+    echo 'firmware_filename=a.bin' >"$contents/Resources/config.ini"
+    ln -s /Applications "$work/image/Applications"
+    echo unsigned >"$work/unsigned.dmg"
+    echo key >"$work/key.p8"
+}
+
+# run [NAME=VALUE...]: the script in a clean environment; sets `status`, `output` and the calls.
+run() {
+    rm -f "$calls" "$work/signed.dmg"
+    touch "$calls"
+    status=0
+    output=$(env -i PATH="$work/bin:/usr/bin:/bin" TMPDIR="$work" CALLS="$calls" \
+        IMAGE_CONTENTS="$work/image" FW_SIGN_IDENTITY="$identity" FW_NOTARY_PROFILE=kelvane "$@" \
+        "$script" "$work/unsigned.dmg" "$work/signed.dmg" 2>&1) || status=$?
+}
+
+complain() {
+    echo "  FAILED: $*"
+    failures=$((failures + 1))
+}
+
+expect_status() {
+    [ "$status" -eq "$1" ] || complain "status $status instead of $1: $output"
+}
+
+expect_output() {
+    [[ $output == *"$1"* ]] || complain "\"$1\" was not said, but: $output"
+}
+
+expect_no_result() {
+    [ ! -e "$work/signed.dmg" ] || complain "there is a result all the same"
+    [ "$(cat "$work/unsigned.dmg")" = unsigned ] || complain "the unsigned image was changed"
+    [ -z "$(find "$work" -maxdepth 1 -name 'sign_and_notarise.*')" ] || complain "the work directory was left behind"
+}
+
+expect_nothing_signed() {
+    ! grep --fixed-strings -e '[--sign]' "$calls" || complain "something was signed"
+    ! grep --fixed-strings -e '[submit]' "$calls" || complain "something was sent to Apple"
+}
+
+# The calls that match, without the work directory's name.
+calls_with() {
+    grep --fixed-strings -e "$1" "$calls" | sed "s|$work/sign_and_notarise\.[A-Za-z0-9]*/||g"
+}
+
+expect_calls() {
+    local actual
+    actual=$(calls_with "$1" || true)
+    [ "$actual" = "$2" ] || complain "the calls with $1 are"$'\n'"$actual"$'\n'"instead of"$'\n'"$2"
+}
+
+everything_is_signed_inside_out_with_hardened_runtime_and_time_stamp_and_the_driver_is_not() {
+    local with="codesign [--force] [--timestamp] [--sign] [$identity]" inside="contents/$app/Contents"
+    run
+    expect_status 0
+    expect_calls '[--sign]' "$with [--options] [runtime] [$inside/Frameworks/QtCore.framework/Versions/A/QtCore]
+$with [--options] [runtime] [$inside/PlugIns/platforms/libqcocoa.dylib]
+$with [--options] [runtime] [$inside/Frameworks/QtCore.framework]
+$with [--options] [runtime] [$inside/Frameworks/libfmt.10.dylib]
+$with [--options] [runtime] [$inside/MacOS/dfu-util]
+$with [--options] [runtime] [contents/$app]
+$with [signed.dmg]"
+}
+
+application_and_disk_image_are_notarised_and_stapled_and_all_of_it_is_validated() {
+    run
+    expect_status 0
+    [ "$(cat "$work/signed.dmg")" = signed ] || complain "there is no signed image"
+    expect_calls '[submit]' "xcrun [notarytool] [submit] [app.zip] [--keychain-profile] [kelvane] [--wait] [--output-format] [plist]
+xcrun [notarytool] [submit] [signed.dmg] [--keychain-profile] [kelvane] [--wait] [--output-format] [plist]"
+    expect_calls '[stapler]' "xcrun [stapler] [staple] [contents/$app]
+xcrun [stapler] [validate] [contents/$app]
+xcrun [stapler] [staple] [signed.dmg]
+xcrun [stapler] [validate] [signed.dmg]"
+    expect_calls 'spctl' "spctl [--assess] [--type] [execute] [--verbose=2] [contents/$app]
+spctl [--assess] [--type] [open] [--context] [context:primary-signature] [--verbose=2] [signed.dmg]"
+    local driver="codesign [--verify] [--deep] [--strict] [--test-requirement] [=anchor apple generic] [contents/$app/Contents/Resources/CP210xVCPDriver.app]"
+    expect_calls '[--verify]' "$driver
+codesign [--verify] [--deep] [--strict] [--verbose=2] [contents/$app]
+codesign [--verify] [--deep] [--strict] [--verbose=2] [contents/$app]
+$driver
+codesign [--verify] [--strict] [--verbose=2] [signed.dmg]"
+}
+
+the_failure_of_any_one_call_is_the_failure_of_the_whole() {
+    local count call
+    run
+    count=$(wc -l <"$calls")
+    [ "$count" -ge 20 ] || complain "only $count calls"
+    for ((call = 1; call <= count; ++call)); do
+        run FAIL_AT="$call"
+        [ "$status" -eq 1 ] || complain "status $status though this failed: $(sed -n "${call}p" "$calls")"
+        expect_no_result
+    done
+}
+
+a_refusal_by_apple_that_ends_with_status_0_is_a_failure_and_its_reasons_are_fetched() {
+    run NOTARY_ANSWER=Invalid
+    expect_status 1
+    expect_output "did not accept"
+    expect_calls '[log]' "xcrun [notarytool] [log] [1-2-3] [--keychain-profile] [kelvane]"
+    expect_no_result
+}
+
+without_credentials_nothing_is_touched() {
+    local missing
+    for missing in FW_SIGN_IDENTITY= FW_NOTARY_PROFILE= FW_SIGN_IDENTITY=-; do
+        run "$missing"
+        expect_status 2
+        expect_output "${missing%%=*}"
+        [ ! -s "$calls" ] || complain "called without credentials: $(cat "$calls")"
+        expect_no_result
+    done
+}
+
+a_key_takes_the_place_of_the_keychain_and_must_be_whole() {
+    local key=(FW_NOTARY_PROFILE= "FW_NOTARY_KEY=$work/key.p8" FW_NOTARY_KEY_ID=K1 FW_NOTARY_ISSUER=I1) name
+    run "${key[@]}"
+    expect_status 0
+    expect_calls '[--key]' "xcrun [notarytool] [submit] [app.zip] [--key] [$work/key.p8] [--key-id] [K1] [--issuer] [I1] [--wait] [--output-format] [plist]
+xcrun [notarytool] [submit] [signed.dmg] [--key] [$work/key.p8] [--key-id] [K1] [--issuer] [I1] [--wait] [--output-format] [plist]"
+    for name in FW_NOTARY_KEY FW_NOTARY_KEY_ID FW_NOTARY_ISSUER; do
+        run "${key[@]}" "$name="
+        expect_status 2
+        expect_output "$name is set"
+        [ ! -s "$calls" ] || complain "called without $name"
+    done
+    run "${key[@]}" FW_NOTARY_KEY=/nowhere/key.p8
+    expect_status 2
+    [ ! -s "$calls" ] || complain "called without the key's file"
+}
+
+a_driver_application_that_is_missing_or_not_validly_signed_is_refused_before_anything_is_signed() {
+    run UNSIGNED=CP210xVCPDriver.app
+    expect_status 1
+    expect_nothing_signed
+    mv "$contents/Resources/CP210xVCPDriver.app" "$work/aside"
+    run
+    mv "$work/aside" "$contents/Resources/CP210xVCPDriver.app"
+    expect_status 1
+    expect_output "CP210xVCPDriver.app is missing"
+    expect_nothing_signed
+    expect_no_result
+}
+
+a_library_from_the_builders_computer_is_refused_before_anything_is_signed() {
+    run OUTSIDE=/opt/homebrew/lib/libusb-1.0.0.dylib
+    expect_status 1
+    expect_output "dfu-util needs a library from outside the bundle: /opt/homebrew/lib/libusb-1.0.0.dylib"
+    expect_nothing_signed
+    expect_no_result
+}
+
+a_script_in_the_place_of_dfu_util_is_refused_before_anything_is_signed() {
+    mv "$contents/MacOS/dfu-util" "$work/aside"
+    printf '#!/bin/sh\nexec dfu-util "$@"\n' >"$contents/MacOS/dfu-util"
+    run
+    mv "$work/aside" "$contents/MacOS/dfu-util"
+    expect_status 1
+    expect_output "dfu-util is no program for macOS"
+    expect_nothing_signed
+}
+
+an_image_with_two_applications_or_none_is_refused() {
+    mkdir "$work/image/Other.app"
+    run
+    rmdir "$work/image/Other.app"
+    expect_status 1
+    expect_output "holds no application, or several"
+    mv "$work/image/$app" "$work/aside"
+    run
+    mv "$work/aside" "$work/image/$app"
+    expect_status 1
+    expect_output "holds no application, or several"
+    expect_nothing_signed
+}
+
+a_wrong_call_is_told_so_and_help_is_given() {
+    local words
+    for words in "" "only-one" "$work/unsigned.dmg $work/key.p8" "/nowhere.dmg $work/new.dmg" "a b c"; do
+        status=0
+        # shellcheck disable=SC2086  # several words
+        output=$(env FW_SIGN_IDENTITY="$identity" FW_NOTARY_PROFILE=p "$script" $words 2>&1) || status=$?
+        expect_status 2
+    done
+    status=0
+    output=$("$script" --help) || status=$?
+    expect_status 0
+    expect_output "FW_SIGN_IDENTITY"
+}
+
+make_tools
+make_application
+tests=(
+    everything_is_signed_inside_out_with_hardened_runtime_and_time_stamp_and_the_driver_is_not
+    application_and_disk_image_are_notarised_and_stapled_and_all_of_it_is_validated
+    the_failure_of_any_one_call_is_the_failure_of_the_whole
+    a_refusal_by_apple_that_ends_with_status_0_is_a_failure_and_its_reasons_are_fetched
+    without_credentials_nothing_is_touched
+    a_key_takes_the_place_of_the_keychain_and_must_be_whole
+    a_driver_application_that_is_missing_or_not_validly_signed_is_refused_before_anything_is_signed
+    a_library_from_the_builders_computer_is_refused_before_anything_is_signed
+    a_script_in_the_place_of_dfu_util_is_refused_before_anything_is_signed
+    an_image_with_two_applications_or_none_is_refused
+    a_wrong_call_is_told_so_and_help_is_given
+)
+for test in "${tests[@]}"; do
+    echo "${test//_/ }"
+    "$test"
+done
+echo "${#tests[@]} tests, $failures failures"
+[ "$failures" -eq 0 ]
