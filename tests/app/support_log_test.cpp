@@ -84,7 +84,7 @@ TEST_F(SupportLogTest, IndentsFurtherLinesOfAnEntry)
 TEST_F(SupportLogTest, IsForItsOwnerOnly)
 {
     log_.Write(u"text");
-    struct stat status {};
+    struct stat status = {};
     ASSERT_EQ(stat(log_.CurrentFile().toLocal8Bit().constData(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777, mode_t{0600});
 }

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <QRegularExpression>
+#include <array>
 #include <string>
 #include <tuple>
 
@@ -128,10 +129,17 @@ TEST_F(UartUpdate, LeavesALogOfVersionConfigurationPortsAndStates)
     UpdateToTheEnd();
     auto const log = program_->ReadLog();
     qsizetype place = 0;
-    for (auto const* text : {"---- start of version ", " product_list = ", " image: ",
-                             " info: attached: tty", " info: window: unit connected\n",
-                             " info: window: update requested\n", " info: window: update started\n",
-                             " info: window: update succeeded\n"}) {
+    constexpr std::array kTexts{
+        "---- start of version ",
+        " product_list = ",
+        " image: ",
+        " info: attached: tty",
+        " info: window: unit connected\n",
+        " info: window: update requested\n",
+        " info: window: update started\n",
+        " info: window: update succeeded\n",
+    };
+    for (auto const* text : kTexts) {
         place = log.indexOf(text, place);
         ASSERT_GE(place, 0) << text << " is not there or not in its place:\n" << log.toStdString();
     }
