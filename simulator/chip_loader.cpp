@@ -1,6 +1,7 @@
 #include "simulator/chip_loader.h"
 
 #include <utility>
+#include <vector>
 
 namespace simulator {
 
@@ -8,6 +9,15 @@ void ChipLoader::Reset()
 {
     hung_ = false;
     has_left_ = false;
+}
+
+void ChipLoader::AddMemoryOf(Chip const& chip, std::span<const std::byte> otp)
+{
+    auto const erased = std::byte{0xFF};
+    memory_.AddRegion(MemoryKind::kFlash, kFlashStart, std::vector(chip.flash_size, erased));
+    memory_.AddRegion(MemoryKind::kOtp, chip.otp_address, std::vector(chip.otp_size, erased));
+    memory_.AddRegion(MemoryKind::kRam, kRamStart, std::vector(chip.ram_size, std::byte{0}));
+    memory_.Load(chip.otp_address, otp);
 }
 
 void ChipLoader::Finish(Outcome outcome, std::string reason)

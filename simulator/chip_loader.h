@@ -3,10 +3,12 @@
 // serial_loader.h and dfuse_loader.h.
 #pragma once
 
+#include <cstddef>
 #include <span>
 #include <string>
 
 #include "simulator/chip_memory.h"
+#include "simulator/chips.h"
 #include "simulator/faults.h"
 #include "simulator/journal.h"
 #include "simulator/unit_status.h"
@@ -41,6 +43,9 @@ public:
 protected:
     // `fault_kinds`: those that the loader can show; they must outlive it.
     explicit ChipLoader(std::span<const FaultKind> fault_kinds) : faults_(fault_kinds) {}
+
+    // Flash and OTP area, erased but for `otp` at the start of the latter, and RAM.
+    void AddMemoryOf(Chip const& chip, std::span<const std::byte> otp);
 
     // True while what it receives is lost on it.
     bool HearsNothing() const { return silent_ || hung_; }

@@ -56,12 +56,7 @@ DfuAnswer NoAnswer()
 DfuseLoader::DfuseLoader(DfuseLoaderOptions options)
     : ChipLoader(kDfuFaultKinds), options_(std::move(options))
 {
-    auto const& chip = options_.chip;
-    auto const erased = std::byte{0xFF};
-    Memory().AddRegion(MemoryKind::kFlash, kFlashStart, std::vector(chip.flash_size, erased));
-    Memory().AddRegion(MemoryKind::kOtp, chip.otp_address, std::vector(chip.otp_size, erased));
-    Memory().AddRegion(MemoryKind::kRam, kRamStart, std::vector(chip.ram_size, std::byte{0}));
-    Memory().Load(chip.otp_address, options_.otp);
+    AddMemoryOf(options_.chip, options_.otp);
 }
 
 void DfuseLoader::Reset()

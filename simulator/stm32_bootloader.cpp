@@ -91,12 +91,7 @@ std::vector<uint8_t> ListCommands(EraseCommands erase_commands)
 Stm32Bootloader::Stm32Bootloader(Stm32BootloaderOptions options)
     : SerialLoader(kStm32FaultKinds), options_(std::move(options))
 {
-    auto const& chip = options_.chip;
-    auto const erased = std::byte{0xFF};
-    Memory().AddRegion(MemoryKind::kFlash, kFlashStart, std::vector(chip.flash_size, erased));
-    Memory().AddRegion(MemoryKind::kOtp, chip.otp_address, std::vector(chip.otp_size, erased));
-    Memory().AddRegion(MemoryKind::kRam, kRamStart, std::vector(chip.ram_size, std::byte{0}));
-    Memory().Load(chip.otp_address, options_.otp);
+    AddMemoryOf(options_.chip, options_.otp);
     auto const marker = options_.boot_mode_address;
     if (marker && !Memory().Contains(*marker, kMarkerSize)) {
         Memory().AddRegion(MemoryKind::kRam, *marker, std::vector(kMarkerSize, std::byte{0}));

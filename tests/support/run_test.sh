@@ -25,8 +25,9 @@ cleanup() {
 }
 trap cleanup EXIT
 
+# The list of windows is the last that openbox announces before it listens.
 has_manager() {
-    xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null | grep -q 'window id'
+    xprop -root _NET_CLIENT_LIST 2>/dev/null | grep -q 'window id'
 }
 
 if [ -n "$display" ]; then
@@ -47,7 +48,7 @@ if [ -n "$display" ]; then
     if [ -n "$wm" ]; then
         openbox >/dev/null 2>&1 &
         children+=($!)
-        # The manager decides when a window appears: it has to be there first.
+        # A request to show a window that comes while openbox starts may wait until the next event.
         for _ in $(seq 200); do
             has_manager && break
             sleep 0.05
