@@ -11,7 +11,7 @@ target_compile_definitions(fw_options INTERFACE QT_NO_KEYWORDS QT_NO_CAST_FROM_A
 
 if(FW_SANITIZERS)
   target_compile_options(fw_options INTERFACE
-    -fsanitize=${FW_SANITIZERS} -fno-omit-frame-pointer -fno-sanitize-recover=all -O1)
+    -fsanitize=${FW_SANITIZERS} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   target_link_options(fw_options INTERFACE -fsanitize=${FW_SANITIZERS})
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     # g++ looks for these after the sanitizers' own code is in, and then finds what is not there. The
@@ -32,6 +32,10 @@ function(fw_add_library name)
   add_library(${name} STATIC ${arg_SOURCES})
   target_link_libraries(${name} PUBLIC fw_options ${arg_PUBLIC} PRIVATE ${arg_PRIVATE})
   set_target_properties(${name} PROPERTIES AUTOMOC ON AUTOUIC ON)
+  if(FW_SANITIZERS)
+    # Sanitized code is slow; the tests themselves run once and are quicker to compile without.
+    target_compile_options(${name} PRIVATE -O1)
+  endif()
 endfunction()
 
 # fw_add_executable(NAME SOURCES ... [LINK targets...])
