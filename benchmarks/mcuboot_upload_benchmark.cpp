@@ -9,17 +9,18 @@
 #include <fmt/format.h>
 
 #include <QCoreApplication>
-#include <QFile>
 #include <QTemporaryDir>
 #include <algorithm>
 #include <chrono>
 #include <limits>
-#include <stdexcept>
 
+#include "benchmarks/benchmark_image.h"
 #include "tests/support/unit_process.h"
 #include "updater/mcuboot_serial_updater.h"
 
 namespace {
+
+using benchmarks::Require;
 
 constexpr unsigned kBaud = 921600;
 constexpr double kBitsPerByte = 10;
@@ -71,13 +72,6 @@ double GetWireSeconds()
     return bytes * kBitsPerByte / kBaud;
 }
 
-void Require(bool condition, const char* what)
-{
-    if (!condition) {
-        throw std::runtime_error(what);
-    }
-}
-
 double UploadOnce(QString const& image)
 {
     UnitProcess unit({QStringLiteral("--protocol"), QStringLiteral("mcuboot"),
@@ -97,16 +91,12 @@ int main(int argc, char** argv)
 {
     QCoreApplication const application(argc, argv);
     QTemporaryDir const directory;
-    QFile image(directory.filePath(QStringLiteral("image")));
-    Require(image.open(QIODevice::WriteOnly) &&
-                image.write(QByteArray(kImageSize, '\x5A')) == kImageSize,
-            "cannot write the image");
-    image.close();
+    auto const image = benchmarks::WriteImage(directory, kImageSize);
 
     // The quickest of several tries: what disturbs only ever adds.
     double taken = std::numeric_limits<double>::max();
     for (int i = 0; i < kRepeats; ++i) {
-        taken = std::min(taken, UploadOnce(image.fileName()));
+        taken = std::min(taken, UploadOnce(image));
     }
     auto const wire = GetWireSeconds();
     fmt::print("{} chunks, {} baud 8N1: {:.3f} s on the wire\n", kChunks, kBaud, wire);

@@ -7,19 +7,20 @@
 #include <sys/resource.h>
 
 #include <QCoreApplication>
-#include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <algorithm>
 #include <chrono>
 #include <functional>
 #include <limits>
-#include <stdexcept>
 
+#include "benchmarks/benchmark_image.h"
 #include "tests/support/unit_process.h"
 #include "updater/uart_firmware_updater.h"
 
 namespace {
+
+using benchmarks::Require;
 
 constexpr unsigned kStart = 0x08000000;
 constexpr unsigned kBaud = 460800;
@@ -54,13 +55,6 @@ Cost Measure(int who, std::function<void()> const& work)
     work();
     std::chrono::duration<double> const wall = std::chrono::steady_clock::now() - start;
     return {wall.count(), GetCpuSeconds(who) - cpu};
-}
-
-void Require(bool condition, const char* what)
-{
-    if (!condition) {
-        throw std::runtime_error(what);
-    }
 }
 
 using Writer = std::function<Cost(QString const& pty, QString const& image)>;
@@ -103,18 +97,10 @@ Cost FindCost(Writer const& writer, QString const& baud, QString const& image)
     return best;
 }
 
-QString MakeImage(QTemporaryDir const& directory, qsizetype size)
-{
-    QFile file(directory.filePath(QString::number(size)));
-    Require(file.open(QIODevice::WriteOnly) && file.write(QByteArray(size, '\x5A')) == size,
-            "cannot write the image");
-    return file.fileName();
-}
-
 void Report(const char* name, Writer const& writer, QTemporaryDir const& directory)
 {
-    auto const small = MakeImage(directory, kSmall);
-    auto const large = MakeImage(directory, kLarge);
+    auto const small = benchmarks::WriteImage(directory, kSmall);
+    auto const large = benchmarks::WriteImage(directory, kLarge);
     auto const difference = [&](unsigned baud) {
         auto const pace = QString::number(baud);
         auto const a = FindCost(writer, pace, small);

@@ -9,20 +9,21 @@
 
 #include <QCoreApplication>
 #include <QEventLoop>
-#include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QThread>
 #include <QTimer>
 #include <algorithm>
 #include <chrono>
-#include <stdexcept>
 #include <vector>
 
+#include "benchmarks/benchmark_image.h"
 #include "tests/support/unit_process.h"
 #include "updater/usb_firmware_updater.h"
 
 namespace {
+
+using benchmarks::Require;
 
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
@@ -39,13 +40,6 @@ struct Taken {
     Seconds to_full_bar;
 };
 
-void Require(bool condition, const char* what)
-{
-    if (!condition) {
-        throw std::runtime_error(what);
-    }
-}
-
 // Both ways alike: the launcher becomes the installed tool.
 QString Tool()
 {
@@ -60,7 +54,7 @@ UnitProcess MakeUnit()
 
 void RequireWhole(UnitProcess& unit)
 {
-    Require(unit.ReadMemory(kFlash, kImageSize) == QByteArray(kImageSize, '\x5A'),
+    Require(unit.ReadMemory(kFlash, kImageSize) == benchmarks::GetImage(kImageSize),
             "the unit does not hold the image");
     Require(unit.Status(QStringLiteral("state")) == QLatin1String("running"),
             "the unit was not started");
@@ -140,18 +134,14 @@ int main(int argc, char** argv)
 {
     QCoreApplication const application(argc, argv);
     QTemporaryDir const directory;
-    QFile image(directory.filePath(QStringLiteral("image")));
-    Require(image.open(QIODevice::WriteOnly) &&
-                image.write(QByteArray(kImageSize, '\x5A')) == kImageSize,
-            "cannot write the image");
-    image.close();
+    auto const image = benchmarks::WriteImage(directory, kImageSize);
 
     // The quickest of several turns: what disturbs only ever adds.
     auto tool = Seconds::max();
     Taken program{Seconds::max(), Seconds::max()};
     for (int i = 0; i < kRepeats; ++i) {
-        tool = std::min(tool, RunToolAlone(image.fileName()));
-        auto const taken = RunProgram(image.fileName());
+        tool = std::min(tool, RunToolAlone(image));
+        auto const taken = RunProgram(image);
         program.to_result = std::min(program.to_result, taken.to_result);
         program.to_full_bar = std::min(program.to_full_bar, taken.to_full_bar);
     }

@@ -68,7 +68,10 @@ TEST(Layering, NoIncludePointsUpwards)
 
 TEST(Layering, NoHeadersIncludeEachOtherInACircle)
 {
-    EXPECT_THAT(FindCircles(Sources()), IsEmpty());
+    EXPECT_THAT(FindCircles(ReadSources(
+                    FW_SOURCE_DIR, {"app", "updater", "modules", "mcuboot", "hal", "runtime",
+                                    "bundle_check", "simulator", "tests", "benchmarks", "fuzz"})),
+                IsEmpty());
 }
 
 TEST(Layering, QtOutsideTheProgramIsQtCore)

@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
 #include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -13,6 +12,7 @@
 
 #include "tests/simulator/bootloader_client.h"
 #include "tests/simulator/dfu_unit_test_support.h"
+#include "tests/simulator/image_file.h"
 
 namespace simulator {
 namespace {
@@ -63,17 +63,7 @@ protected:
     }
 
     // An image whose last block is shorter than the others.
-    Bytes WriteImageFile()
-    {
-        Bytes image;
-        for (size_t i = 0; i < 9 * kPageSize + 301; ++i) {
-            image.push_back(static_cast<std::byte>(i * 7 % 251));
-        }
-        QFile file(FilePath("image.bin"));
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(reinterpret_cast<char const*>(image.data()), static_cast<qint64>(image.size()));
-        return image;
-    }
+    Bytes WriteImage() { return test::WriteImageFile(FilePath("image.bin"), 9 * kPageSize + 301); }
 
     QByteArray ReadFile(char const* name) const
     {
@@ -85,7 +75,7 @@ protected:
 
     void ExpectImageCanBeWritten()
     {
-        auto const image = WriteImageFile();
+        auto const image = WriteImage();
         EXPECT_EQ(Run(DownloadArguments()), 0) << output_;
         EXPECT_EQ(plugged_.unit.ReadMemory(kFlashStart, image.size()), image);
     }
@@ -109,7 +99,7 @@ TEST_F(DfuUtil, ListsTheUnitWithItsIdsAndMemories)
 
 TEST_F(DfuUtil, ErasesWritesAndStartsAnImage)
 {
-    auto const image = WriteImageFile();
+    auto const image = WriteImage();
     plugged_.unit.LoadMemory(kFlashStart, Bytes(11 * kPageSize, std::byte{0x00}));
 
     EXPECT_EQ(Run(DownloadArguments()), 0) << output_;
@@ -153,7 +143,7 @@ TEST_F(DfuUtil, ReadsTheFlashInSeveralBlocks)
 
 TEST_F(DfuUtil, FindsTheUnitUnderANewNumberWhenItIsPluggedInAgain)
 {
-    WriteImageFile();
+    WriteImage();
     EXPECT_EQ(Run(DownloadArguments()), 0);
     EXPECT_EQ(Run({QStringLiteral("-l")}), 0);
     EXPECT_THAT(output_, Not(HasSubstr("Found DFU")));
@@ -167,7 +157,7 @@ TEST_F(DfuUtil, FindsTheUnitUnderANewNumberWhenItIsPluggedInAgain)
 
 TEST_F(DfuUtil, LeavesAUnitThatTheNextRunUpdatesWhenItIsKilledInTheMiddle)
 {
-    WriteImageFile();
+    WriteImage();
     plugged_.unit.AddFault({FaultKind::kSlowErase, 3, 1, 20000});
     Start(DownloadArguments());
     while (plugged_.unit.Status().fault_strikes == 0 && !process_.waitForFinished(5)) {
@@ -194,7 +184,7 @@ TEST_F(DfuUtil, CannotOpenABlockedUnitAndCanOnceItIsNot)
 TEST_F(DfuUtil, GivesUpOnAUnitThatDoesNotAnswer)
 {
     plugged_.unit.SetSilent(true);
-    WriteImageFile();
+    WriteImage();
 
     EXPECT_EQ(Run(DownloadArguments()), kToolError);
 
@@ -211,7 +201,7 @@ class DfuUtilFault : public DfuUtil, public testing::WithParamInterface<ToolFaul
 
 TEST_P(DfuUtilFault, EndsTheToolWithAnErrorAndIsOverWhenTheUnitIsPluggedInAgain)
 {
-    WriteImageFile();
+    WriteImage();
     plugged_.unit.AddFault(GetParam().fault);
 
     EXPECT_EQ(Run(DownloadArguments()), kToolError);
@@ -238,10 +228,3 @@ INSTANTIATE_TEST_SUITE_P(
 
 }  // namespace
 }  // namespace simulator
-
-int main(int argc, char** argv)
-{
-    testing::InitGoogleTest(&argc, argv);
-    QCoreApplication const application(argc, argv);
-    return RUN_ALL_TESTS();
-}

@@ -211,10 +211,3 @@ TEST(SimulatedUnitProgram, RefusesAnOptionThatItCannotUse)
 
 }  // namespace
 }  // namespace simulator
-
-int main(int argc, char** argv)
-{
-    testing::InitGoogleTest(&argc, argv);
-    QCoreApplication const application(argc, argv);
-    return RUN_ALL_TESTS();
-}

@@ -3,13 +3,13 @@
 // nothing here would tell whether unit and updater merely share one misunderstanding.
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
 #include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <ostream>
 #include <string>
 
+#include "tests/simulator/image_file.h"
 #include "tests/simulator/port_test_support.h"
 
 namespace simulator {
@@ -59,17 +59,7 @@ protected:
     }
 
     // An image of odd length, so that the tool has to pad it.
-    Bytes WriteImageFile()
-    {
-        Bytes image;
-        for (size_t i = 0; i < 5 * kPageSize + 301; ++i) {
-            image.push_back(static_cast<std::byte>(i * 7 % 251));
-        }
-        QFile file(FilePath("image.bin"));
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(reinterpret_cast<char const*>(image.data()), static_cast<qint64>(image.size()));
-        return image;
-    }
+    Bytes WriteImage() { return test::WriteImageFile(FilePath("image.bin"), 5 * kPageSize + 301); }
 
     std::string LastLine() { return ToText(plugged_.unit.Journal().back()); }
 
@@ -79,7 +69,7 @@ protected:
 
 TEST_P(Stm32Flash, WritesVerifiesAndStartsAnImage)
 {
-    auto const image = WriteImageFile();
+    auto const image = WriteImage();
     plugged_.unit.LoadMemory(kFlashStart, Bytes(6 * kPageSize, std::byte{0x00}));
 
     Run({QStringLiteral("-w"), FilePath("image.bin"), QStringLiteral("-v"), QStringLiteral("-g"),
@@ -95,7 +85,7 @@ TEST_P(Stm32Flash, WritesVerifiesAndStartsAnImage)
 
 TEST_P(Stm32Flash, ReadsTheFlash)
 {
-    auto const image = WriteImageFile();
+    auto const image = WriteImage();
     plugged_.unit.LoadMemory(kFlashStart, image);
 
     Run({QStringLiteral("-r"), FilePath("read.bin"), QStringLiteral("-S"),
@@ -126,10 +116,3 @@ INSTANTIATE_TEST_SUITE_P(EraseCommands, Stm32Flash,
 
 }  // namespace
 }  // namespace simulator
-
-int main(int argc, char** argv)
-{
-    testing::InitGoogleTest(&argc, argv);
-    QCoreApplication const application(argc, argv);
-    return RUN_ALL_TESTS();
-}

@@ -5,7 +5,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
 #include <QSerialPort>
 #include <QSerialPortInfo>
 #include <algorithm>
@@ -187,10 +186,3 @@ TEST(UsbSerialPort, IsListedButDoesNotOpenWhileItIsBlocked)
 
 }  // namespace
 }  // namespace simulator
-
-int main(int argc, char** argv)
-{
-    testing::InitGoogleTest(&argc, argv);
-    QCoreApplication const application(argc, argv);
-    return RUN_ALL_TESTS();
-}

@@ -1,0 +1,12 @@
+// Runs a test program's tests beside an application object, which Qt's event
+// loops, processes and ports need.
+#include <gmock/gmock.h>
+
+#include <QCoreApplication>
+
+int main(int argc, char** argv)
+{
+    testing::InitGoogleMock(&argc, argv);
+    QCoreApplication const application(argc, argv);
+    return RUN_ALL_TESTS();
+}
