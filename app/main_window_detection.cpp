@@ -36,7 +36,7 @@ Detection MainWindow::LookForUnit()
         return DecideSerial(ports, unit_ready_, environment_.intervals);
     }
     auto const attached = GetUsbDfuDevices();
-    LogWhenChanged(attached);
+    LogWhenChanged(DescribeDfuDevices(attached));
     return DecideUsb(FindUnitDfuDevices(attached, products_), environment_.intervals);
 }
 
@@ -55,21 +55,16 @@ void MainWindow::CheckAgain(std::chrono::milliseconds delay, Qt::TimerType type)
 
 QStringList MainWindow::GetUsbDfuDevices()
 {
-    constexpr int kListTimeoutMs = 30000;
-    // Many times what all the devices of one machine fill; a tool gone wild prints gigabytes within
-    // the time.
-    constexpr qsizetype kLongestListing = 16 << 20;
-    QProcess dfu_util;
+    // Outlives the process, which kills a tool that is still there, and hears it until then.
     QByteArray listing;
+    QProcess dfu_util;
     connect(&dfu_util, &QProcess::readyReadStandardOutput, &dfu_util, [&dfu_util, &listing] {
         listing += dfu_util.readAllStandardOutput();
-        if (listing.size() > kLongestListing) {
-            dfu_util.closeReadChannel(QProcess::StandardOutput);
-        }
+        listing.truncate(kLongestDfuListing);
     });
     dfu_util.start(dfu_util_path_, {QStringLiteral("-l"), QStringLiteral("-a0")},
                    QIODevice::ReadWrite);
     dfu_util.closeReadChannel(QProcess::StandardError);
-    dfu_util.waitForFinished(kListTimeoutMs);
+    dfu_util.waitForFinished(static_cast<int>(environment_.intervals.list_limit.count()));
     return ParseDfuListing(listing);
 }

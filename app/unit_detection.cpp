@@ -1,5 +1,6 @@
 #include "app/unit_detection.h"
 
+#include <QByteArrayView>
 #include <QRegularExpression>
 
 #include "app/startup_config.h"
@@ -36,12 +37,14 @@ QStringList DescribePorts(QList<SerialPortEntry> const& ports)
 {
     QStringList texts;
     for (auto const& port : ports) {
-        auto const ids = port.vendor_id && port.product_id
-                             ? QStringLiteral("%1:%2")
-                                   .arg(*port.vendor_id, 4, 16, QLatin1Char('0'))
-                                   .arg(*port.product_id, 4, 16, QLatin1Char('0'))
-                             : QStringLiteral("no USB ids");
-        texts.append(QStringLiteral("%1 (%2)").arg(port.name, ids));
+        if (port.vendor_id && port.product_id) {
+            texts.append(port.name + QStringLiteral(" (%1:%2)")
+                                         .arg(*port.vendor_id, 4, 16, QLatin1Char('0'))
+                                         .arg(*port.product_id, 4, 16, QLatin1Char('0')));
+        }
+    }
+    if (auto const others = ports.size() - texts.size(); others > 0) {
+        texts.append(QStringLiteral("%1 without USB ids").arg(others));
     }
     return texts;
 }
@@ -67,13 +70,29 @@ QStringList ParseDfuListing(QByteArray const& output)
 {
     static QRegularExpression const ids(QStringLiteral(R"(\[([0-9a-fA-F]{4}):([0-9a-fA-F]{4})\])"));
     QStringList devices;
-    for (auto const& line : QString::fromUtf8(output).split(QLatin1Char('\n'))) {
-        auto const match = ids.match(line);
-        if (match.hasMatch()) {
-            devices.append(match.captured(1) + QLatin1Char(':') + match.captured(2));
+    for (qsizetype begin = 0; begin < output.size();) {
+        auto const newline = output.indexOf('\n', begin);
+        auto const end = newline < 0 ? output.size() : newline;
+        auto const line = QByteArrayView(output).sliced(begin, end - begin);
+        if (line.contains('[')) {
+            auto const match = ids.match(QString::fromUtf8(line));
+            if (match.hasMatch()) {
+                devices.append(match.captured(1) + QLatin1Char(':') + match.captured(2));
+            }
         }
+        begin = end + 1;
     }
     return devices;
+}
+
+QStringList DescribeDfuDevices(QStringList const& listed)
+{
+    constexpr qsizetype kMostNamed = 8;
+    auto texts = listed.mid(0, kMostNamed);
+    if (listed.size() > kMostNamed) {
+        texts.append(QStringLiteral("%1 more").arg(listed.size() - kMostNamed));
+    }
+    return texts;
 }
 
 QStringList FindUnitDfuDevices(QStringList const& listed, QMap<QString, uint32_t> const& products)

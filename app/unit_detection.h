@@ -23,6 +23,7 @@ struct DetectionIntervals {
     // A connect was requested: long enough for a unit to answer before it is asked again.
     std::chrono::milliseconds after_connect{4000};
     std::chrono::milliseconds idle{2000};
+    std::chrono::milliseconds list_limit{30000};  // for one run of the DFU tool
 };
 
 enum class DetectionAction { None, Connect, Disconnect };
@@ -40,15 +41,23 @@ struct Detection {
 QStringList FindUnitPorts(QList<SerialPortEntry> const& ports,
                           QMap<QString, uint32_t> const& products, QString const& product_type);
 
-// Name and USB ids of each port, for the log.
+// Name and USB ids of each port, for the log. Others are only counted: a wireless port may bear the
+// name of its owner.
 QStringList DescribePorts(QList<SerialPortEntry> const& ports);
 
 // Two or more units, while none is ready, end the detection: nobody could tell which one is meant.
 Detection DecideSerial(QStringList const& unit_ports, bool unit_ready,
                        DetectionIntervals const& intervals);
 
+// Bytes of dfu-util's listing that are looked at. Thousands of devices fill less; a tool gone wild
+// prints gigabytes.
+inline constexpr qsizetype kLongestDfuListing = 1 << 20;
+
 // The "VVVV:PPPP" ids of every device line in dfu-util's listing, in its order, duplicates kept.
 QStringList ParseDfuListing(QByteArray const& output);
+
+// The first few, and how many more there are, for the log.
+QStringList DescribeDfuDevices(QStringList const& listed);
 
 // The ids of `listed` that belong to a known product.
 QStringList FindUnitDfuDevices(QStringList const& listed, QMap<QString, uint32_t> const& products);

@@ -26,7 +26,11 @@ QList<SerialPortEntry> ListSystemPorts()
 WindowEnvironment WindowEnvironment::System()
 {
     auto const product_type = QSysInfo::productType();
-    return {ListSystemPorts, product_type, {}, {}, MakeSleepInhibitor(product_type)};
+    return {ListSystemPorts,
+            product_type,
+            {},
+            {},
+            MakeSleepInhibitor(product_type, qEnvironmentVariable("DBUS_SESSION_BUS_ADDRESS"))};
 }
 
 bool WindowEnvironment::IsSystem(QLatin1String name) const

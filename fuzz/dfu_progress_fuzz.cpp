@@ -1,5 +1,5 @@
-// Any bytes as what dfu-util printed between two looks, held against the expression that says what
-// they mean.
+// Any bytes as what dfu-util printed between two looks, in two pieces, held against the expression
+// that says what they mean.
 #include <QByteArray>
 #include <QRegularExpression>
 #include <QString>
@@ -27,9 +27,15 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
 {
     // Without a copy, so that a read beyond the end is seen.
     auto const* const text = reinterpret_cast<char const*>(data);
-    auto const percentage = stm32_updater::FindDownloadPercentage(std::string_view(text, size));
+    auto const output = std::string_view(text, size);
+    // Each length of output is cut somewhere else, and a byte decides, too.
+    auto const cut = size == 0 ? 0 : (size + data[size - 1]) % size;
 
-    Require(percentage == ByDefinition(QByteArray(text, static_cast<qsizetype>(size))),
+    stm32_updater::DownloadBarReader reader;
+    reader.Read(output.substr(0, cut));
+    reader.Read(output.substr(cut));
+
+    Require(reader.TakePercentage() == ByDefinition(QByteArray(text, static_cast<qsizetype>(size))),
             "the percentage is the one by definition");
     return 0;
 }

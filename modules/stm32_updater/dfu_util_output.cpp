@@ -1,63 +1,80 @@
 #include "modules/stm32_updater/dfu_util_output.h"
 
-#include <charconv>
-#include <system_error>
+#include <algorithm>
+#include <limits>
 
 namespace stm32_updater {
 
 namespace {
 
-constexpr std::string_view kDownload = "Download";
-constexpr std::string_view kSpaces = " \t\n\v\f\r";
-constexpr std::string_view kDigits = "0123456789";
+constexpr std::string_view kTitle = "Download";
+constexpr int64_t kLargestNumber = std::numeric_limits<int>::max();
 
-std::string_view LastLine(std::string_view output)
+bool IsSpace(char byte)
 {
-    auto const newline = output.rfind('\n');
-    return newline == std::string_view::npos ? output : output.substr(newline + 1);
+    return std::string_view(" \t\v\f\r").find(byte) != std::string_view::npos;
 }
 
-int ToInt(std::string_view digits)
+bool IsDigit(char byte)
 {
-    int value = 0;
-    auto const result = std::from_chars(digits.data(), digits.data() + digits.size(), value);
-    return result.ec == std::errc() ? value : 0;
-}
-
-// `text` follows a closing bracket.
-std::optional<int> ReadPercentage(std::string_view text)
-{
-    auto const digits_at = text.find_first_not_of(kSpaces);
-    if (digits_at == std::string_view::npos) {
-        return std::nullopt;
-    }
-    text.remove_prefix(digits_at);
-    auto const digits_end = text.find_first_not_of(kDigits);
-    if (digits_end == 0 || digits_end == std::string_view::npos || text[digits_end] != '%') {
-        return std::nullopt;
-    }
-    return ToInt(text.substr(0, digits_end));
+    return byte >= '0' && byte <= '9';
 }
 
 }  // namespace
 
-std::optional<int> FindDownloadPercentage(std::string_view output)
+void DownloadBarReader::Read(std::string_view output)
 {
-    auto line = LastLine(output);
-    auto const download_at = line.find(kDownload);
-    if (download_at == std::string_view::npos) {
-        return std::nullopt;
+    if (auto const newline = output.rfind('\n'); newline != std::string_view::npos) {
+        *this = {};
+        output.remove_prefix(newline + 1);
     }
-    line.remove_prefix(download_at + kDownload.size());
-
-    // From the end: the newest bar is the last one, and a bar cut short there has none yet.
-    for (auto end = line.rfind(']'); end != std::string_view::npos; end = line.rfind(']')) {
-        if (auto const percentage = ReadPercentage(line.substr(end + 1))) {
-            return percentage;
+    for (char const byte : output) {
+        if (title_length_ < kTitle.size()) {
+            ReadTitle(byte);
+        } else {
+            ReadBar(byte);
         }
-        line = line.substr(0, end);
     }
-    return std::nullopt;
+}
+
+std::optional<int> DownloadBarReader::TakePercentage()
+{
+    auto const percentage = percentage_;
+    *this = {};
+    return percentage;
+}
+
+void DownloadBarReader::ReadTitle(char byte)
+{
+    if (byte != kTitle[title_length_]) {
+        // The first letter stands nowhere else in it, so nothing but this byte can begin it anew.
+        title_length_ = 0;
+    }
+    if (byte == kTitle[title_length_]) {
+        ++title_length_;
+    }
+}
+
+void DownloadBarReader::ReadBar(char byte)
+{
+    if (byte == ']') {
+        place_ = Place::kBracket;
+        number_ = 0;
+    } else if (place_ != Place::kBar && IsDigit(byte)) {
+        place_ = Place::kNumber;
+        AddDigit(byte);
+    } else if (place_ != Place::kBracket || !IsSpace(byte)) {
+        if (place_ == Place::kNumber && byte == '%') {
+            percentage_ = number_ > kLargestNumber ? 0 : static_cast<int>(number_);
+        }
+        place_ = Place::kBar;
+    }
+}
+
+void DownloadBarReader::AddDigit(char digit)
+{
+    constexpr int64_t kBase = 10;
+    number_ = std::min(number_ * kBase + (digit - '0'), kLargestNumber + 1);
 }
 
 }  // namespace stm32_updater

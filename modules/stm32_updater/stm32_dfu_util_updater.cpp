@@ -1,5 +1,6 @@
 #include "modules/stm32_updater/stm32_dfu_util_updater.h"
 
+#include <QDebug>
 #include <QFile>
 #include <QFileInfo>
 #include <QStandardPaths>
@@ -10,8 +11,6 @@
 #include <iterator>
 #include <string_view>
 #include <utility>
-
-#include "modules/stm32_updater/dfu_util_output.h"
 
 namespace stm32_updater {
 
@@ -52,6 +51,18 @@ void DiscardOutput(QProcess& process, QProcess::ProcessChannel channel)
     process.closeReadChannel(channel);
 }
 
+// What an earlier run left must not pass for this unit's, and the tool writes over no file. False
+// when it is still there.
+bool RemoveLeftFile(QString const& path)
+{
+    if (!QFileInfo(path).isFile() || QFile::remove(path) || !QFileInfo(path).isFile()) {
+        return true;
+    }
+    qWarning().noquote() << "the OTP area is not read:" << path
+                         << "is in the way and cannot be removed";
+    return false;
+}
+
 std::vector<std::byte> TakeFile(QString const& path)
 {
     QFile file(path);
@@ -81,17 +92,21 @@ Stm32DfuUtilUpdater::Stm32DfuUtilUpdater(QObject* parent, QString device, QStrin
 {
     // What the tool complains about is for whoever started this program from a terminal.
     process_->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    connect(process_, &QProcess::readyReadStandardOutput, this, &Stm32DfuUtilUpdater::FollowOutput);
     connect(process_, &QProcess::finished, this, &Stm32DfuUtilUpdater::onProcessFinished);
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): a caller's text may be built in place
 bool Stm32DfuUtilUpdater::Update(std::string file_path, unsigned int address)
 {
     // The signal comes from the ending thread itself, after its event loop and before anything of
     // the thread is gone.
     connect(QThread::currentThread(), &QThread::finished, this,
             &Stm32DfuUtilUpdater::WaitForDownload,
+            // NOLINTNEXTLINE(clang-analyzer-optin.core.EnumCastOutOfRange): Qt adds this bit so
             static_cast<Qt::ConnectionType>(Qt::DirectConnection | Qt::UniqueConnection));
 
+    bars_ = {};
     process_->start(dfu_util_path_, GetDownloadArguments(device_, file_path, address),
                     QIODevice::ReadWrite);
     running_ = true;
@@ -109,6 +124,12 @@ void Stm32DfuUtilUpdater::WaitForDownload()
     process_->waitForFinished(kWithoutLimit);
 }
 
+void Stm32DfuUtilUpdater::FollowOutput()
+{
+    auto const output = process_->readAllStandardOutput();
+    bars_.Read(std::string_view(output.constData(), static_cast<size_t>(output.size())));
+}
+
 void Stm32DfuUtilUpdater::ReadOutputLater()
 {
     QTimer::singleShot(times_.poll, this, &Stm32DfuUtilUpdater::ReadOutput);
@@ -120,10 +141,7 @@ void Stm32DfuUtilUpdater::ReadOutput()
         Q_EMIT ProgressUpdate(100);
         return;
     }
-    auto const output = process_->readAllStandardOutput();
-    auto const percentage = FindDownloadPercentage(
-        std::string_view(output.constData(), static_cast<size_t>(output.size())));
-    if (percentage) {
+    if (auto const percentage = bars_.TakePercentage()) {
         if (erasing_) {
             erasing_ = false;
             Q_EMIT EraseFinished();
@@ -143,11 +161,9 @@ std::vector<std::byte> Stm32DfuUtilUpdater::GetOtp(unsigned address, unsigned lo
 {
     auto const path = QStandardPaths::writableLocation(QStandardPaths::TempLocation) +
                       QStringLiteral("/kelvane_otp.bin");
-    // What an earlier run left must not pass for this unit's.
-    if (QFileInfo(path).isFile()) {
-        QFile::remove(path);
+    if (!RemoveLeftFile(path)) {
+        return {};
     }
-
     QProcess dfu_util;
     dfu_util.start(dfu_util_path_, GetOtpArguments(device_, path, address, size),
                    QIODevice::ReadWrite);

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "modules/stm32_updater/dfu_util_output.h"
 #include "modules/stm32_updater/i_stm32_updater.h"
 
 namespace stm32_updater {
@@ -40,7 +41,8 @@ public:
 
     // Reads the OTP area into a file of the temporary directory, and that into memory. Blocks for
     // up to the limit. The length is what the tool wrote, whatever `size` asked for; empty on
-    // failure. The file is removed before and after.
+    // failure, which includes a file of that name that cannot be removed: the tool is not run then.
+    // The file is removed before and after.
     std::vector<std::byte> GetOtp(unsigned address, unsigned long size) override;
 
     // An image in memory cannot be written through the tool: nothing is done, the answer is false.
@@ -73,6 +75,8 @@ public Q_SLOTS:
 
 private:
     void WaitForDownload();
+    // Takes the output as it comes: what gathers between two looks would be without limit.
+    void FollowOutput();
     void ReadOutputLater();
 
     QString dfu_util_path_;
@@ -80,6 +84,7 @@ private:
     QString device_;
     bool running_ = false;
     bool erasing_ = false;
+    DownloadBarReader bars_;  // since the last look
     DfuUtilTimes times_;
 };
 

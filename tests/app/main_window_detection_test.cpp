@@ -1,9 +1,12 @@
 // How the window looks for a unit, and when it stops looking.
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include <QElapsedTimer>
 
 #include "tests/app/window_fixture.h"
+#include "tests/support/collected_log.h"
+#include "tests/support/stand_in_tool.h"
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -32,30 +35,14 @@ protected:
 
 class MainWindowUsbDetection : public MainWindowDetection {
 protected:
-    MainWindowUsbDetection() { dfu_util_ = ini_.Path(u"dfu-util"_s); }
-
-    // A stand-in that notes its arguments, one a line, and then does as told.
-    void MakeTool(QByteArray const& commands)
-    {
-        ini_.Write(u"dfu-util.new"_s, "#!/bin/sh\nprintf '%s\\n' \"$@\" >> '" +
-                                          ini_.Path(u"arguments"_s).toLocal8Bit() + "'\n" +
-                                          commands);
-        QFile tool(ini_.Path(u"dfu-util.new"_s));
-        ASSERT_TRUE(tool.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
-        QFile::remove(dfu_util_);
-        ASSERT_TRUE(tool.rename(dfu_util_));
-    }
-
-    QByteArray Arguments() const
-    {
-        QFile file(ini_.Path(u"arguments"_s));
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    }
+    MainWindowUsbDetection() { dfu_util_ = tool_.Path(); }
 
     bool WaitForRuns(qsizetype runs) const
     {
-        return QTest::qWaitFor([&] { return Arguments().count("-l\n-a0\n") >= runs; }, kPatience);
+        return QTest::qWaitFor([&] { return tool_.ProcessIds().size() >= runs; }, kPatience);
     }
+
+    StandInTool tool_;
 };
 
 }  // namespace
@@ -195,14 +182,14 @@ TEST_F(MainWindowDetection, CountsAnAdapterOnceOnMacos)
 
 TEST_F(MainWindowDetection, NeverRunsTheToolForSerialTransports)
 {
-    dfu_util_ = ini_.Path(u"dfu-util"_s);
-    ini_.Write(u"dfu-util"_s, "#!/bin/sh\ntouch '" + ini_.Path(u"ran"_s).toLocal8Bit() + "'\n");
-    QFile::setPermissions(dfu_util_, QFile::ReadOwner | QFile::ExeOwner);
+    StandInTool tool;
+    tool.Does("");
+    dfu_util_ = tool.Path();
     MakeWindow();
 
     ASSERT_TRUE(WaitForLooks(3));
 
-    EXPECT_FALSE(QFile::exists(ini_.Path(u"ran"_s)));
+    EXPECT_EQ(tool.ProcessIds().size(), 0);
 }
 
 // 100 ms, then 4 s after a connect, then 2 s; coarse timers may be off by a twentieth. What a
@@ -233,44 +220,44 @@ TEST_F(MainWindowDetection, TakesTheProductsTimesWhenNotTold)
 
 TEST_F(MainWindowUsbDetection, AsksOnceForTheOnlyDeviceAndStopsLooking)
 {
-    MakeTool("echo 'Found DFU: [0483:DF11] ver=0200, alt=0'\necho 'Found DFU: [1d50:6089] x'\n");
+    tool_.Does("echo 'Found DFU: [0483:DF11] ver=0200, alt=0'\necho 'Found DFU: [1d50:6089] x'\n");
     MakeWindow(TargetUsb);
 
     ASSERT_TRUE(WaitForCalls(u"connect"_s, 1));
 
     EXPECT_EQ(record_->Calls(), QStringList({u"connect \"\" [12 44] verify"_s}));
-    EXPECT_EQ(Arguments(), "-l\n-a0\n");
-    EXPECT_FALSE(QTest::qWaitFor([&] { return Arguments().size() > 7; }, 300));
+    EXPECT_EQ(tool_.Arguments(), QStringList({u"-l"_s, u"-a0"_s}));
+    EXPECT_FALSE(QTest::qWaitFor([&] { return tool_.ProcessIds().size() > 1; }, 300));
     EXPECT_EQ(looks_, 0);
 }
 
 TEST_F(MainWindowUsbDetection, KeepsLookingWhenNothingIsListed)
 {
-    MakeTool("echo 'dfu-util 0.11'\n");
+    tool_.Does("echo 'dfu-util 0.11'\n");
     MakeWindow(TargetUsb);
     ASSERT_TRUE(WaitForRuns(3));
     ASSERT_EQ(record_->Calls(), QStringList());
 
-    MakeTool("echo '[0483:df11]'\n");
+    tool_.Does("echo '[0483:df11]'\n");
 
     EXPECT_TRUE(WaitForCalls(u"connect \"\" [12 44] verify"_s, 1));
 }
 
 TEST_F(MainWindowUsbDetection, KeepsLookingWithTwoDevicesUntilOneIsLeft)
 {
-    MakeTool("echo '[0483:df11]'\necho '[10c4:ea60]'\n");
+    tool_.Does("echo '[0483:df11]'\necho '[10c4:ea60]'\n");
     MakeWindow(TargetUsb);
     ASSERT_TRUE(WaitForRuns(3));
     ASSERT_EQ(record_->Calls(), QStringList());
 
-    MakeTool("echo '[10c4:ea60]'\n");
+    tool_.Does("echo '[10c4:ea60]'\n");
 
     EXPECT_TRUE(WaitForCalls(u"connect \"\" [12 44] verify"_s, 1));
 }
 
 TEST_F(MainWindowUsbDetection, KeepsLookingWithUnknownDevicesOnly)
 {
-    MakeTool("echo '[1d50:6089]'\n");
+    tool_.Does("echo '[1d50:6089]'\n");
     MakeWindow(TargetUsb);
 
     ASSERT_TRUE(WaitForRuns(3));
@@ -283,22 +270,104 @@ TEST_F(MainWindowUsbDetection, KeepsLookingWhileTheToolIsMissing)
     MakeWindow(TargetUsb);
     QTest::qWait(100);  // five looks; a tool that is not there leaves no trace to wait for
 
-    MakeTool("echo '[0483:df11]'\n");
+    tool_.Does("echo '[0483:df11]'\n");
 
     EXPECT_TRUE(WaitForCalls(u"connect \"\" [12 44] verify"_s, 1));
 }
 
 TEST_F(MainWindowUsbDetection, TakesWhatAFailingToolPrinted)
 {
-    MakeTool("echo '[0483:df11]'\nexit 74\n");
+    tool_.Does("echo '[0483:df11]'\nexit 74\n");
     MakeWindow(TargetUsb);
 
     EXPECT_TRUE(WaitForCalls(u"connect \"\" [12 44] verify"_s, 1));
 }
 
+// A line end before the unit's line, which ends with the last byte that is looked at.
+TEST_F(MainWindowUsbDetection, FindsTheUnitAtTheEndOfAMegabyteOfListing)
+{
+    tool_.Does("head -c 1048564 /dev/zero; printf '\\n[0483:df11]'\n");
+    ASSERT_EQ(kLongestDfuListing, 1048564 + 1 + 11);
+    MakeWindow(TargetUsb);
+
+    EXPECT_TRUE(WaitForCalls(u"connect \"\" [12 44] verify"_s, 1));
+}
+
+TEST_F(MainWindowUsbDetection, LooksAtNothingBehindAMegabyteOfListing)
+{
+    tool_.Does(
+        "head -c 1048565 /dev/zero; printf '\\n[0483:df11]\\n'\n"
+        "head -c 5000000 /dev/zero\n");
+    MakeWindow(TargetUsb);
+
+    ASSERT_TRUE(WaitForRuns(3));
+
+    EXPECT_EQ(record_->Calls(), QStringList());
+}
+
+TEST_F(MainWindowUsbDetection, TakesWhatWasPrintedWhenTheTimeIsUpAndEndsTheTool)
+{
+    environment_.intervals.list_limit = 300ms;
+    tool_.Does("echo '[0483:df11]'; exec cat \"$here/gate\"\n");
+    QElapsedTimer timer;
+    timer.start();
+    MakeWindow(TargetUsb);
+
+    ASSERT_TRUE(WaitForCalls(u"connect \"\" [12 44] verify"_s, 1));
+
+    EXPECT_GE(timer.elapsed(), 300);
+    ASSERT_EQ(tool_.ProcessIds().size(), 1);
+    EXPECT_NE(::kill(static_cast<pid_t>(tool_.ProcessIds().first()), 0), 0);
+}
+
+TEST_F(MainWindowUsbDetection, WaitsForAToolThatHasClosedItsOutputToEnd)
+{
+    environment_.intervals.list_limit = 300ms;
+    tool_.Does("echo '[0483:df11]'; exec >&-; wait_for_test\n");
+    QElapsedTimer timer;
+    timer.start();
+    MakeWindow(TargetUsb);
+
+    ASSERT_TRUE(WaitForCalls(u"connect \"\" [12 44] verify"_s, 1));
+
+    EXPECT_GE(timer.elapsed(), 300);
+}
+
+TEST_F(MainWindowUsbDetection, IsNotHeldUpBeyondTheTimeByAToolThatPrintsForEver)
+{
+    environment_.intervals.list_limit = 300ms;
+    for (const auto* commands : {"exec cat /dev/zero\n", "exec cat /dev/zero >&2\n",
+                                 "echo '[0483:df11]'; exec yes '['\n"}) {
+        tool_.Does(commands);
+        auto& window = MakeWindow(TargetUsb);
+        QElapsedTimer timer;
+        timer.start();
+
+        window.onCheckForUnit();
+
+        EXPECT_GE(timer.elapsed(), 300) << commands;
+        EXPECT_LT(timer.elapsed(), 10'000) << commands;
+    }
+    EXPECT_TRUE(WaitForCalls(u"connect \"\" [12 44] verify"_s, 1));
+}
+
+TEST_F(MainWindowUsbDetection, LogsTheFirstFewOfThousandsOfDevices)
+{
+    tool_.Does("yes '[0483:df11]' | head -n 20000\n");
+    CollectedLog log;
+    auto& window = MakeWindow(TargetUsb);
+
+    window.onCheckForUnit();
+
+    EXPECT_EQ(log.Lines(),
+              std::vector<std::string>(
+                  {"I: attached: 0483:df11, 0483:df11, 0483:df11, 0483:df11, 0483:df11, "
+                   "0483:df11, 0483:df11, 0483:df11, 19992 more"}));
+}
+
 TEST_F(MainWindowUsbDetection, TakesNothingFromTheErrorOutput)
 {
-    MakeTool("echo '[0483:df11]' >&2\n");
+    tool_.Does("echo '[0483:df11]' >&2\n");
     MakeWindow(TargetUsb);
 
     ASSERT_TRUE(WaitForRuns(3));
@@ -308,7 +377,7 @@ TEST_F(MainWindowUsbDetection, TakesNothingFromTheErrorOutput)
 
 TEST_F(MainWindowUsbDetection, NeverDisconnectsAndDoesNotLookForPorts)
 {
-    MakeTool("echo 'dfu-util 0.11'\n");
+    tool_.Does("echo 'dfu-util 0.11'\n");
     ports_ = {Lumen(u"ttyUSB0"_s)};
     MakeWindow(TargetUsb);
     ReportStatus(ConnectionStatus::Connected);

@@ -105,10 +105,10 @@ TEST_F(MainWindowOnUsb, TakesAnyUnitForServiceFirmwareWithoutReadingIt)
 }
 
 // More than any pipe holds, and a line end before the unit's line.
-TEST_F(MainWindowOnUsb, FindsTheUnitBehindMegabytesOfListing)
+TEST_F(MainWindowOnUsb, FindsTheUnitBehindMoreThanAPipeHolds)
 {
     tool_.Does(
-        "head -c 5000000 /dev/zero; head -c 5000000 /dev/zero >&2\n"
+        "head -c 1000000 /dev/zero; head -c 5000000 /dev/zero >&2\n"
         "printf '\\nFound DFU: [0483:DF11] ver=2200\\n'\n");
 
     ShowWindowOnUsb("fw_target_type=service\n");
@@ -154,6 +154,34 @@ TEST_F(MainWindowOnUsb, StaysErasingWhenTheToolIsGoneAtTheDownload)
     EXPECT_FALSE(QTest::qWaitFor([&] { return Button().text() != u"UPDATING"_s; }, 1500));
 
     window_.reset();
+}
+
+TEST_F(MainWindowOnUsb, ClosedWhileTheModelIsReadEndsAfterTheReadAndDownloadsNothing)
+{
+    tool_.Write(u"area"_s, QByteArray("\x11\x47\x23\x01\x0C", 5) + QByteArray(507, '\xFF'));
+    tool_.Does(
+        "case \"$*\" in\n"
+        "-l*) echo 'Found DFU: [0483:df11] ver=2200, alt=0' ;;\n"
+        "*' -U '*) echo >\"$here/reading\"; wait_for_test; read_unit_as area ;;\n"
+        "esac\n");
+    ShowWindowOnUsb();
+    ASSERT_TRUE(WaitForFile(u"reading"_s));
+    QSemaphore window_gone;
+    bool gone_too_early = true;
+    std::thread unit([&] {
+        gone_too_early = window_gone.tryAcquire(1, 300);
+        tool_.LetGo();
+    });
+
+    window_->close();
+    window_.reset();
+
+    window_gone.release();
+    unit.join();
+    EXPECT_FALSE(gone_too_early);
+    EXPECT_FALSE(QFile::exists(tool_.OtpPath()));
+    EXPECT_FALSE(tool_.Arguments().contains(u"-D"_s));
+    EXPECT_EQ(tool_.ProcessIds().size(), 2);
 }
 
 TEST_F(MainWindowOnUsb, EndsOnlyAfterTheToolHasWritten)

@@ -121,6 +121,7 @@ TEST(DetectionTimes, AreThoseOfTheProduct)
     EXPECT_EQ(intervals.first, 100ms);
     EXPECT_EQ(intervals.after_connect, 4000ms);
     EXPECT_EQ(intervals.idle, 2000ms);
+    EXPECT_EQ(intervals.list_limit, 30000ms);
 }
 
 TEST(DfuListing, GivesTheIdentifiersOfEachDeviceLine)
@@ -183,6 +184,24 @@ TEST(DfuListing, IgnoresWhatOnlyLooksLikeIdentifiers)
     EXPECT_EQ(ParseDfuListing("[483:df11]\n[0483:df1]\n[00483:df11]\n[0483:df110]\n[0483-df11]\n"
                               "0483:df11\n[0483:dg11]\n[0483: df11]\n[0483:\ndf11]\n"),
               QStringList());
+}
+
+TEST(DfuListing, OfAMegabyteOfEmptyLinesHasOnlyItsUnit)
+{
+    const QByteArray lines(kLongestDfuListing, '\n');
+
+    EXPECT_EQ(ParseDfuListing(lines + "[0483:df11]" + lines), QStringList({u"0483:df11"_s}));
+}
+
+TEST(DfuListing, IsDescribedByItsFirstDevicesAndTheNumberOfOthers)
+{
+    const QStringList eight(8, u"0483:df11"_s);
+
+    EXPECT_EQ(DescribeDfuDevices({}), QStringList());
+    EXPECT_EQ(DescribeDfuDevices({u"a"_s, u"b"_s}), QStringList({u"a"_s, u"b"_s}));
+    EXPECT_EQ(DescribeDfuDevices(eight), eight);
+    EXPECT_EQ(DescribeDfuDevices(eight + QStringList({u"1d50:6089"_s})),
+              eight + QStringList({u"1 more"_s}));
 }
 
 TEST(DfuListing, OfNothingOrOfStrayBytesIsEmpty)

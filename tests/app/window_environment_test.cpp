@@ -66,4 +66,5 @@ TEST(SystemEnvironment, NamesTheSystemAndTheProductsTimes)
     EXPECT_EQ(environment.intervals.first, DetectionIntervals().first);
     EXPECT_EQ(environment.intervals.after_connect, DetectionIntervals().after_connect);
     EXPECT_EQ(environment.intervals.idle, DetectionIntervals().idle);
+    EXPECT_EQ(environment.intervals.list_limit, DetectionIntervals().list_limit);
 }

@@ -219,8 +219,12 @@ TEST_F(UsbRoad, ShowsAToolThatIsKilledWhileItErasesAsFailed)
     ExpectScreen(IsReady);
     unit_->Command(QStringLiteral("fault slow-erase 10 1 60000"));
     program_->PressUpdate();
-    ExpectScreen(IsErasing);
+    ExpectScreen([this](Screen const& screen) {
+        return IsErasing(screen) &&
+               unit_->Status(QStringLiteral("fault-strikes")) == QLatin1String("1");
+    });
     ASSERT_TRUE(program_->KillTool("dfu-util"));
+    EXPECT_EQ(CountInJournal(QStringLiteral("write")), 0);
     // At the next look the bar is filled, beside the error text.
     ExpectScreen([](Screen const& screen) { return IsFailed(screen) && screen.progress == 100; });
     ExpectUnitIsStillInItsLoader();

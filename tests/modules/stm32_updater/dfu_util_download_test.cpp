@@ -5,6 +5,7 @@
 
 #include <QElapsedTimer>
 #include <QMetaMethod>
+#include <algorithm>
 
 #include "tests/modules/stm32_updater/dfu_util_test.h"
 
@@ -226,6 +227,59 @@ TEST_F(DfuUtilDownload, TakesMegabytesOfOutput)
     Download();
 
     EXPECT_EQ(signals_.All(), QStringList({u"erase started"_s, u"finished true"_s, u"100"_s}));
+}
+
+TEST_F(DfuUtilDownload, KeepsNothingOfAFloodBetweenTwoLooks)
+{
+    tool_.Does("head -c 5000000 /dev/zero; printf 'Download [==] 42%%'\n");
+    Stm32DfuUtilUpdater updater(nullptr, u"0483:df11"_s, tool_.Path(), {.poll = 1h});
+    const SignalRecord reported(updater);
+    const auto* process = updater.findChild<QProcess*>();
+    qint64 most_kept = 0;
+    // After the driver's own slot for the same signal.
+    QObject::connect(process, &QProcess::readyReadStandardOutput,
+                     [&] { most_kept = std::max(most_kept, process->bytesAvailable()); });
+
+    ASSERT_TRUE(updater.Update("fw.bin", 0));
+
+    ASSERT_TRUE(reported.WaitFor(u"finished true"_s));
+    EXPECT_EQ(most_kept, 0);
+    EXPECT_EQ(process->bytesAvailable(), 0);
+}
+
+TEST_F(DfuUtilDownload, FindsTheBarBehindAFloodBetweenTwoLooks)
+{
+    tool_.Does(
+        "head -c 5000000 /dev/zero; printf 'Download [==] 42%%'; head -c 5000000 /dev/zero\n"
+        "echo >\"$here/printed\"; wait_for_test\n");
+    Stm32DfuUtilUpdater updater(nullptr, u"0483:df11"_s, tool_.Path(), {.poll = 1h});
+    const SignalRecord reported(updater);
+    ASSERT_TRUE(updater.Update("fw.bin", 0));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return tool_.Has(u"printed"_s); }, kPatience));
+
+    updater.ReadOutput();
+
+    EXPECT_EQ(reported.All(), QStringList({u"erase started"_s, u"erase finished"_s, u"42"_s}));
+    tool_.LetGo();
+    EXPECT_TRUE(reported.WaitFor(u"finished true"_s));
+}
+
+TEST_F(DfuUtilDownload, ReportsNothingOfTheOneBefore)
+{
+    Stm32DfuUtilUpdater updater(nullptr, u"0483:df11"_s, tool_.Path(), {.poll = 1h});
+    const SignalRecord reported(updater);
+    tool_.Does("printf 'Download [==] 42%%'\n");
+    ASSERT_TRUE(updater.Update("fw.bin", 0));
+    ASSERT_TRUE(reported.WaitFor(u"finished true"_s));
+    tool_.Does("wait_for_test\n");
+    ASSERT_TRUE(updater.Update("fw.bin", 0));
+
+    updater.ReadOutput();
+    tool_.LetGo();
+
+    ASSERT_TRUE(reported.WaitForCount(4));
+    EXPECT_EQ(reported.All(), QStringList({u"erase started"_s, u"finished true"_s,
+                                           u"erase started"_s, u"finished true"_s}));
 }
 
 TEST_F(DfuUtilDownload, TakesAnyExitCodeForSuccess)

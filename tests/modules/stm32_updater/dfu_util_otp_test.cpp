@@ -2,11 +2,13 @@
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <QDir>
 #include <QElapsedTimer>
 
 #include "tests/modules/stm32_updater/dfu_util_test.h"
+#include "tests/support/collected_log.h"
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -18,6 +20,36 @@ namespace stm32_updater::test {
 namespace {
 
 constexpr unsigned kOtp = 0x1FFF7800;
+
+// Nobody may write to `path` while this lives. Root may everywhere, and is somebody else meanwhile,
+// for whom the folder around it is opened.
+class ReadOnlyFolder {
+public:
+    explicit ReadOnlyFolder(QString const& path) : path_(path.toLocal8Bit())
+    {
+        ::chmod(QFileInfo(path).path().toLocal8Bit().constData(), 0755);
+        ::chmod(path_.constData(), 0555);
+        if (was_root_) {
+            constexpr uid_t kNobody = 65534;
+            [[maybe_unused]] const auto result = ::seteuid(kNobody);
+        }
+    }
+    ~ReadOnlyFolder()
+    {
+        if (was_root_) {
+            [[maybe_unused]] const auto result = ::seteuid(0);
+        }
+        ::chmod(path_.constData(), 0755);
+    }
+    ReadOnlyFolder(ReadOnlyFolder const&) = delete;
+    ReadOnlyFolder& operator=(ReadOnlyFolder const&) = delete;
+
+    bool IsReadOnly() const { return ::eaccess(path_.constData(), W_OK) != 0; }
+
+private:
+    QByteArray path_;
+    bool was_root_ = ::geteuid() == 0;
+};
 
 class DfuUtilOtp : public DfuUtilTest {
 protected:
@@ -125,6 +157,25 @@ TEST_F(DfuUtilOtp, RemovesWhatAnEarlierRunLeftBeforeTheToolRuns)
     EXPECT_FALSE(tool_.Has(u"still_there"_s));
 }
 
+TEST_F(DfuUtilOtp, IsEmptyAndNotAskedForWhenALeftFileCannotBeRemoved)
+{
+    tool_.Write(u"tmp/kelvane_otp.bin"_s, "the area of another unit");
+    tool_.Does("");
+    const ReadOnlyFolder folder(QFileInfo(tool_.OtpPath()).path());
+    if (!folder.IsReadOnly()) {
+        GTEST_SKIP() << "whoever runs this may write everywhere";
+    }
+    ASSERT_TRUE(QFileInfo(tool_.OtpPath()).isFile());
+    const CollectedLog log;
+
+    EXPECT_THAT(updater_.GetOtp(kOtp, 512), IsEmpty());
+
+    EXPECT_THAT(tool_.ProcessIds(), IsEmpty());
+    EXPECT_THAT(log.Lines(),
+                ElementsAre("W: the OTP area is not read: " + tool_.OtpPath().toStdString() +
+                            " is in the way and cannot be removed"));
+}
+
 TEST_F(DfuUtilOtp, RemovesALeftFileAlsoWithoutATool)
 {
     tool_.Write(u"tmp/kelvane_otp.bin"_s, "the area of another unit");
@@ -170,6 +221,21 @@ TEST_F(DfuUtilOtp, TakesWhatIsThereWhenTheTimeIsUpAndEndsTheTool)
     EXPECT_FALSE(FileIsLeft());
     ASSERT_THAT(tool_.ProcessIds(), SizeIs(1));
     EXPECT_NE(::kill(static_cast<pid_t>(tool_.ProcessIds()[0]), 0), 0);
+}
+
+TEST_F(DfuUtilOtp, DoesNotOutlastItsTimeWithAToolThatPrintsForEver)
+{
+    Stm32DfuUtilUpdater updater(nullptr, u"0483:df11"_s, tool_.Path(), {.otp_limit = 300ms});
+    for (const auto* commands : {"exec cat /dev/zero\n", "exec cat /dev/zero >&2\n"}) {
+        tool_.Does(commands);
+        QElapsedTimer timer;
+        timer.start();
+
+        EXPECT_THAT(updater.GetOtp(kOtp, 512), IsEmpty());
+
+        EXPECT_GE(timer.elapsed(), 300) << commands;
+        EXPECT_LT(timer.elapsed(), 10'000) << commands;
+    }
 }
 
 TEST_F(DfuUtilOtp, HasHalfAMinuteUnlessToldOtherwise)

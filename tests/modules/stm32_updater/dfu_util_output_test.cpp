@@ -9,6 +9,8 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <string_view>
+#include <type_traits>
 #include <vector>
 
 namespace stm32_updater {
@@ -26,6 +28,13 @@ std::string Bar(int filled, int percentage, int bytes)
     auto size = std::to_string(bytes);
     size.insert(0, 12 - size.size(), ' ');
     return bar + "] " + number + "%" + size + " bytes";
+}
+
+std::optional<int> FindDownloadPercentage(std::string_view output)
+{
+    DownloadBarReader reader;
+    reader.Read(output);
+    return reader.TakePercentage();
 }
 
 // The definition, letter by letter; the dot also stands for a carriage return.
@@ -149,6 +158,57 @@ TEST(DownloadPercentage, IsByDefinitionWithAnyByteChanged)
                 << "byte " << place << " is " << value;
         }
     }
+}
+
+TEST(DownloadPercentage, IsTheSameInAnyTwoPieces)
+{
+    for (const auto* output : {"Erase done.\nDownload [==] 42%\rDownload [=== ]  60%",
+                               "DownDownload]]  0%]7", "Download [=] 2147483647%",
+                               "x] 1%\nDownload\r]] 3%] %", "Download] 5%\n\nDownload] 6%"}) {
+        const std::string_view whole(output);
+        for (size_t cut = 0; cut <= whole.size(); ++cut) {
+            DownloadBarReader reader;
+            reader.Read(whole.substr(0, cut));
+            reader.Read(whole.substr(cut));
+            EXPECT_EQ(reader.TakePercentage(), ByDefinition(output)) << output << " cut at " << cut;
+        }
+    }
+}
+
+TEST(DownloadPercentage, IsTheSameByteForByte)
+{
+    const auto output = "Erase done.\nFile downloaded\n" + Bar(0, 0, 0) + Bar(12, 48, 2048);
+    for (size_t end = 0; end <= output.size(); ++end) {
+        DownloadBarReader reader;
+        for (const char byte : output.substr(0, end)) {
+            reader.Read({&byte, 1});
+        }
+        EXPECT_EQ(reader.TakePercentage(), ByDefinition(output.substr(0, end))) << end;
+    }
+}
+
+TEST(DownloadPercentage, OnceTakenIsGoneAndNothingIsJoinedWithWhatFollows)
+{
+    const auto bar = Bar(12, 48, 2048);
+    for (size_t cut = 0; cut <= bar.size(); ++cut) {
+        DownloadBarReader reader;
+        reader.Read(bar.substr(0, cut));
+        reader.TakePercentage();
+        EXPECT_EQ(reader.TakePercentage(), nullopt);
+        reader.Read(bar.substr(cut));
+        EXPECT_EQ(reader.TakePercentage(), ByDefinition(bar.substr(cut))) << cut;
+    }
+}
+
+TEST(DownloadPercentage, IsReadWithoutKeepingTheOutput)
+{
+    static_assert(std::is_trivially_copyable_v<DownloadBarReader>, "it owns no memory");
+    DownloadBarReader reader;
+    const std::string piece = Bar(12, 48, 2048) + std::string(1'000'000, ']');
+    for (int i = 0; i < 20; ++i) {
+        reader.Read(piece);
+    }
+    EXPECT_EQ(reader.TakePercentage(), 48);
 }
 
 // A run of dfu-util 0.11 that wrote 64 KiB, whole, and read up to each of its bytes.
