@@ -36,7 +36,8 @@ struct ChipTimes {
     }
 };
 
-// Typical times of the STM32G4 (data sheet DS12288, flash memory characteristics).
+// Times of the STM32G4 (data sheet DS12288, flash memory characteristics): erasing at its maximum,
+// programming as typical.
 inline constexpr ChipTimes kRealTimes{std::chrono::microseconds{24500},
                                       std::chrono::microseconds{24600},
                                       std::chrono::microseconds{82}};

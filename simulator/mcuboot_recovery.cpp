@@ -285,11 +285,12 @@ bool McubootRecovery::UploadFaultStrikes(SmpMessage const& request)
     return true;
 }
 
-// Whether a chunk is part of an image that fits into the slot.
+// Whether a chunk is part of an image that fits into the slot. Nothing begins where the image ends:
+// the flash may end there as well.
 bool McubootRecovery::IsStorable(Chunk const& chunk) const
 {
     if (chunk.offset != 0) {
-        return upload_.begun && chunk.offset <= upload_.size &&
+        return upload_.begun && chunk.offset < upload_.size &&
                chunk.data.size() <= upload_.size - chunk.offset;
     }
     return chunk.image_size && *chunk.image_size <= options_.chip.flash_size &&

@@ -24,7 +24,8 @@ public:
     virtual bool connect(const QString& port_name) = 0;
     virtual void disconnect() = 0;
 
-    // Writes the image; calls `progress` with a percentage, 0 to 100, as it goes. True on success.
+    // Writes the image; calls `progress` with a percentage as it goes, normally 0 to 100; a
+    // receiver must bear more. True on success.
     virtual bool upload(const QString& firmware_path, std::function<void(int)> progress) = 0;
 
     // Makes the unit leave its bootloader and start the new firmware.

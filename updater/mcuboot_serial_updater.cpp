@@ -48,8 +48,9 @@ constexpr size_t kUploadBuffer = 2048;
 // With this, the longest request line (2039 bytes) stays within the unit's line buffer.
 constexpr int32_t kChunkSize = 1483;
 
-// How many answers in a row may fail to ask for more than any before, until the unit is taken to be
-// stuck. A unit that lost a line asks again once or twice.
+// How many answers in a row may ask for the same offset again, and how many may go back without one
+// in between that goes beyond all before, until the unit is taken to be stuck. A unit that lost a
+// line asks again once or twice.
 constexpr int kMaxStalls = 16;
 
 constexpr uint32_t kModelIdKey = 0x01234711;
@@ -79,14 +80,22 @@ int32_t GetErrorCode(QByteArray const& answer)
     return McubootSerialUpdater::cborDecodeMapInt(answer, "rc").value_or(0);
 }
 
-// The whole file; nothing when it cannot be opened or is longer than offsets reach.
+// The whole file; nothing when it cannot be opened or read to its end, or is longer than offsets
+// reach.
 std::optional<QByteArray> ReadImage(QString const& path)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly) || file.size() > std::numeric_limits<int32_t>::max()) {
         return std::nullopt;
     }
-    return file.readAll();
+    auto const size = file.size();
+    auto image = file.readAll();
+    // QFile tells of an error only when it strikes at the first byte; one on the way just leaves
+    // the rest out.
+    if (file.error() != QFileDevice::NoError || image.size() < size) {
+        return std::nullopt;
+    }
+    return image;
 }
 
 int GetPercent(int32_t offset, int32_t total)
@@ -98,23 +107,29 @@ int GetPercent(int32_t offset, int32_t total)
 // Whether an upload gets anywhere, judged by the offsets that the unit asks for.
 class StallGuard {
 public:
-    // False once too many answers in a row asked for no more than was sent, or for less, and none
-    // in between went beyond all before. Going forward over known ground does not count against the
-    // unit: each way back already did.
+    // `previous`: the offset that was sent, `offset`: the one that is asked for now. False once the
+    // unit is taken to be stuck. Every upload comes to that or to its end: between two furthest
+    // offsets there are only so many ways back, and from each only so many steps forward.
     bool Accept(int32_t previous, int32_t offset)
     {
+        if (offset == previous) {
+            ++repeats_;
+        } else if (offset < previous) {
+            ++rewinds_;
+        } else {
+            repeats_ = 0;
+        }
         if (offset > furthest_) {
             furthest_ = offset;
-            stalls_ = 0;
-        } else if (offset <= previous) {
-            ++stalls_;
+            rewinds_ = 0;
         }
-        return stalls_ < kMaxStalls;
+        return repeats_ < kMaxStalls && rewinds_ < kMaxStalls;
     }
 
 private:
     int32_t furthest_ = 0;
-    int stalls_ = 0;
+    int repeats_ = 0;  // since the last way forward
+    int rewinds_ = 0;  // since the furthest offset
 };
 
 }  // namespace

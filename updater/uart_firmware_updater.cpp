@@ -22,7 +22,8 @@ constexpr unsigned char kReservedEndpointIds = 1;
 constexpr size_t kWordSize = 4;
 constexpr size_t kSmallestImage = 8;
 
-// The whole file, padded with zeros to whole words; nothing when it cannot be opened.
+// The whole file, padded with zeros to whole words; nothing when it cannot be opened or read to its
+// end.
 std::optional<std::vector<std::byte>> ReadImage(QByteArray const& path)
 {
     std::ifstream file(path.constData(), std::ios::binary);
@@ -30,9 +31,12 @@ std::optional<std::vector<std::byte>> ReadImage(QByteArray const& path)
         return std::nullopt;
     }
     std::vector<std::byte> image;
-    // Character by character: a directory opens like a file, and then yields nothing here.
     for (char value = 0; file.get(value);) {
         image.push_back(static_cast<std::byte>(value));
+    }
+    // A directory, which opens like a file, or a medium that fails.
+    if (file.bad()) {
+        return std::nullopt;
     }
     // A fragment stays one, for the engine to refuse: padding must not make an image of it.
     while (image.size() > kSmallestImage && image.size() % kWordSize != 0) {

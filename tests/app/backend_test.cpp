@@ -1,9 +1,15 @@
 // Which backend config.ini asks for.
 #include "app/backend.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <QSerialPort>
+
 #include "tests/app/ini_file.h"
+#include "tests/mcuboot/unit_side.h"
+#include "tests/support/collected_log.h"
+#include "tests/updater/mcuboot/pty_unit.h"
 #include "updater/mcuboot_serial_updater.h"
 #include "updater/uart_firmware_updater.h"
 #include "updater/usb_firmware_updater.h"
@@ -11,6 +17,12 @@
 using namespace Qt::StringLiterals;
 
 namespace {
+
+// {"rc": 0}
+QByteArray Ok()
+{
+    return mcuboot::test::MakeAnswer(mcuboot::test::FromHex("bf62726300ff"));
+}
 
 Backend BackendFor(QByteArray const& ini_text)
 {
@@ -47,4 +59,34 @@ TEST(MakeBackend, GivesTheMcubootBackendWithoutAParent)
     EXPECT_EQ(backend.type, TargetMcubootSerial);
     ASSERT_NE(dynamic_cast<McubootSerialUpdater*>(backend.updater.get()), nullptr);
     EXPECT_EQ(backend.updater->parent(), nullptr);
+}
+
+TEST(MakeBackend, GivesTheMcubootBackendItsBaudRate)
+{
+    for (const auto& [text, baud] :
+         {std::pair{"interface=mcuboot_serial\nmcuboot_baud=115200\n", 115200},
+          std::pair{"interface=mcuboot_serial\n", 921600}}) {
+        PtyUnit unit;
+        unit.Answers(Ok());
+        const auto backend = BackendFor(text);
+
+        ASSERT_TRUE(backend.updater->connect(unit.PortName())) << text;
+
+        const auto* port = backend.updater->findChild<QSerialPort*>();
+        ASSERT_NE(port, nullptr) << text;
+        EXPECT_EQ(port->baudRate(), baud) << text;
+    }
+}
+
+TEST(MakeBackend, GivesAMcubootBackendThatKeepsItsDevelopersLinesToItself)
+{
+    PtyUnit unit;
+    unit.Answers("garbage\n").Answers(Ok());
+    const auto backend = BackendFor("interface=mcuboot_serial\n");
+    CollectedLog const log;
+
+    EXPECT_FALSE(backend.updater->connect(unit.PortName()));
+    EXPECT_TRUE(backend.updater->connect(unit.PortName()));
+
+    EXPECT_THAT(log.Lines(), testing::IsEmpty());
 }

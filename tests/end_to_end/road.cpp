@@ -1,6 +1,7 @@
 #include "tests/end_to_end/road.h"
 
 #include <QDir>
+#include <QRegularExpression>
 
 namespace {
 
@@ -11,6 +12,18 @@ QString PicturePath()
                 QString::fromUtf8(test->name()) + QStringLiteral(".png");
     return QDir(QStringLiteral(FW_PICTURE_DIR))
         .filePath(name.replace(QLatin1Char('/'), QLatin1Char('_')));
+}
+
+// "started", "succeeded" and "failed", in their order.
+QStringList GetUpdateEvents(QByteArray const& log)
+{
+    static QRegularExpression const pattern(
+        QStringLiteral(" window: update (started|succeeded|failed)\n"));
+    QStringList events;
+    for (auto const& match : pattern.globalMatch(QString::fromUtf8(log))) {
+        events.append(match.captured(1));
+    }
+    return events;
 }
 
 }  // namespace
@@ -49,6 +62,16 @@ void Road::ExpectUpdateEnds()
     ExpectScreen([this](Screen const& screen) { return IsDoneScreen(screen); },
                  std::chrono::seconds(60));
     ExpectUnitHoldsImage();
+    ExpectOneOutcomeEach(QStringLiteral("succeeded"));
+}
+
+void Road::ExpectOneOutcomeEach(QString const& outcome)
+{
+    auto const started = QStringLiteral("started");
+    auto const events = GetUpdateEvents(program_->ReadLog());
+    EXPECT_EQ(events.mid(events.size() - 2), QStringList({started, outcome}));
+    EXPECT_EQ(events.size(), 2 * events.count(started))
+        << events.join(QLatin1Char(' ')).toStdString();
 }
 
 void Road::ExpectUpdateFailsWith(QString const& fault, QStringList const& unit_options)
@@ -59,6 +82,7 @@ void Road::ExpectUpdateFailsWith(QString const& fault, QStringList const& unit_o
     program_->PressUpdate();
     ExpectScreen(IsFailed);
     EXPECT_TRUE(program_->IsRunning());
+    ExpectOneOutcomeEach(QStringLiteral("failed"));
 }
 
 void Road::Replug()

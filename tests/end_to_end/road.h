@@ -39,6 +39,9 @@ protected:
     // The same, up to a whole update, whose traces in the unit are then looked at.
     void UpdateToTheEnd();
     void ExpectUpdateEnds();
+    // By the program's log, every update since its start has ended exactly once, the last one with
+    // `outcome`: "succeeded" or "failed".
+    void ExpectOneOutcomeEach(QString const& outcome);
 
     // An update of a good unit in which this fault strikes after the button became black: it must
     // fail, and the program live on.

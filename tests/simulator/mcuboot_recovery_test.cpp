@@ -281,6 +281,22 @@ TEST(McubootRecovery, RefusesAChunkThatIsNoPartOfAnImage)
               kInvalid);
 }
 
+TEST(McubootRecovery, RefusesAChunkThatBeginsWhereTheImageEnds)
+{
+    McubootRecovery small({});
+    Ask(small, First());
+    Ask(small, Second());
+    EXPECT_EQ(AskForMap(small, MakeRequest(test::kUpload, "bf646461746140636f666606ff")), kInvalid);
+    EXPECT_EQ(small.Status().writes, 2U);
+
+    // An image that ends with the flash, behind which there is nothing to write to.
+    auto full = UnitWithFault(FaultKind::kAskForOffset, 0x00080000, 2);
+    auto const end = MakeRequest(test::kUpload, "bf646461746140636f66661a00080000ff");
+    Ask(full, MakeRequest(test::kUpload, "bf646461746141aa636f666600636c656e1a00080000ff"));
+    EXPECT_EQ(AskForMap(full, end), "bf62726300636f66661a00080000ff") << "the fault";
+    EXPECT_EQ(AskForMap(full, end), kInvalid);
+}
+
 TEST(McubootRecovery, RefusesAMapThatItCannotReadAndACommandThatItDoesNotKnow)
 {
     McubootRecovery unit({});

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/support/broken_file.h"
 #include "tests/updater/uart_unit.h"
 
 using namespace Qt::StringLiterals;
@@ -364,6 +365,25 @@ TEST_F(UartUpdate, OfSevenBytesSendsNothing)
 TEST_F(UartUpdate, OfADirectorySendsNothing)
 {
     ExpectNothingSent(folder_.path());
+}
+
+TEST_F(UartUpdate, OfAFileThatOpensButCannotBeReadSaysSoAndSendsNothing)
+{
+    testing::internal::CaptureStdout();
+
+    // Nothing is mapped where it begins.
+    ExpectNothingSent(u"/proc/self/mem"_s);
+
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "File /proc/self/mem not found/could not be opened\n");
+}
+
+TEST_F(UartUpdate, OfAFileWhoseReadingFailsOnTheWaySendsNothing)
+{
+    const auto path = MakeFile(Pattern(20000));
+    const BrokenFile broken(path.toStdString(), 10000);
+
+    ExpectNothingSent(path);
 }
 
 TEST_F(UartUpdate, NeedsNoOneToHearItsProgress)

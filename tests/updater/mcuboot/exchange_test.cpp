@@ -50,7 +50,8 @@ TEST_F(Exchange, WaitsBeforeTheRequestAndBehindItAndBehindTheAnswer)
     unit_.Answers(answer_);
     ObservedWaits const waits;
     EXPECT_EQ(updater_->sendAndReceive(request_, 1000), answer_);
-    EXPECT_THAT(waits.sleeps, ElementsAre(10, 3, 3));
+    EXPECT_EQ(request_.size(), 23);
+    EXPECT_THAT(waits.steps, ElementsAre("sleep 10", "write 23", "sleep 3", "sleep 3"));
     EXPECT_EQ(waits.other_waits, 0);
 }
 
@@ -59,7 +60,8 @@ TEST_F(Exchange, IsPrecededByAWaitWhenThePortWasJustOpened)
     unit_.Answers(RcAnswer(0));
     ObservedWaits const waits;
     EXPECT_TRUE(updater_->connect(unit_.PortName()));
-    EXPECT_THAT(waits.sleeps, ElementsAre(100, 10, 3, 3));
+    EXPECT_THAT(waits.steps,
+                ElementsAre("sleep 100", "sleep 10", "write 23", "sleep 3", "sleep 3"));
 }
 
 TEST_F(Exchange, TakesAnAnswerSplitAtEveryPlace)
@@ -128,7 +130,7 @@ TEST_F(Exchange, RoundsTheNumberOfWaitsUp)
         ObservedWaits const waits;
         EXPECT_TRUE(updater_->sendAndReceive(request_, timeout).isEmpty());
         EXPECT_TRUE(waits.CountedPasses(passes)) << waits.passes;
-        EXPECT_THAT(waits.sleeps, ElementsAre(10, 3)) << timeout;
+        EXPECT_THAT(waits.steps, ElementsAre("sleep 10", "write 23", "sleep 3")) << timeout;
     }
 }
 

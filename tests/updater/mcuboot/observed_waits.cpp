@@ -4,10 +4,12 @@
 #include <poll.h>
 #include <signal.h>
 #include <time.h>
+#include <unistd.h>
 
 namespace {
 
-ObservedWaits* current = nullptr;
+// Not for the unit's thread, which writes as well.
+thread_local ObservedWaits* current = nullptr;
 
 constexpr long kPassNanoseconds = 3'000'000;
 
@@ -31,12 +33,13 @@ void __real__ZN7QThread6msleepEm(unsigned long milliseconds);
 void __wrap__ZN7QThread6msleepEm(unsigned long milliseconds)
 {
     if (current != nullptr) {
-        current->sleeps.push_back(milliseconds);
+        current->steps.push_back("sleep " + std::to_string(milliseconds));
     }
     __real__ZN7QThread6msleepEm(milliseconds);
 }
 
-// Qt waits for a port with this function of the C library; a program's own one goes before it.
+// Qt waits for a port and writes to it with these functions of the C library; a program's own ones
+// go before them.
 int ppoll(pollfd* descriptors, nfds_t count, timespec const* timeout, sigset_t const* mask)
 {
     using Function = int (*)(pollfd*, nfds_t, timespec const*, sigset_t const*);
@@ -51,5 +54,16 @@ int ppoll(pollfd* descriptors, nfds_t count, timespec const* timeout, sigset_t c
     auto const ready = real(descriptors, count, current->EndAtOnce() ? &at_once : timeout, mask);
     current->waits_with_data += ready > 0 ? 1 : 0;
     return ready;
+}
+
+ssize_t write(int descriptor, void const* data, size_t size)
+{
+    using Function = ssize_t (*)(int, void const*, size_t);
+    static auto const real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "write"));
+    auto const written = real(descriptor, data, size);
+    if (current != nullptr && written > 0 && isatty(descriptor) == 1) {
+        current->steps.push_back("write " + std::to_string(written));
+    }
+    return written;
 }
 }

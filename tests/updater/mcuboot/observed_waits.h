@@ -1,7 +1,9 @@
 // What the backend waits for while this lives: its sleeps, and its waits for the port. The program
-// stands in between with functions of its own (observed_waits.cpp, CMakeLists.txt). One at a time.
+// stands in between with functions of its own (observed_waits.cpp, CMakeLists.txt). Only in the
+// thread that made it; one at a time.
 #pragma once
 
+#include <string>
 #include <vector>
 
 class ObservedWaits {
@@ -14,8 +16,8 @@ public:
     ObservedWaits(ObservedWaits const&) = delete;
     ObservedWaits& operator=(ObservedWaits const&) = delete;
 
-    // Milliseconds of each sleep, in order.
-    std::vector<unsigned long> sleeps;
+    // "sleep 10", in milliseconds, and "write 20", in bytes that went out to the port, in order.
+    std::vector<std::string> steps;
     // How many waits of up to 3 ms there were, how many longer ones, and how many of either ended
     // early because something had come.
     int passes = 0;

@@ -44,9 +44,6 @@ public:
     // "op group id seq" of each request that has come.
     std::vector<std::string> Journal();
 
-    // The port's own end of the line, to look at its settings.
-    int SlaveDescriptor() const { return slave_; }
-
 private:
     struct Reaction {
         std::vector<QByteArray> pieces;

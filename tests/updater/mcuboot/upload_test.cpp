@@ -3,6 +3,7 @@
 
 #include <optional>
 
+#include "tests/support/broken_file.h"
 #include "tests/updater/mcuboot/observed_waits.h"
 #include "tests/updater/mcuboot/updater_fixture.h"
 
@@ -10,6 +11,7 @@ namespace {
 
 using mcuboot::test::FromHex;
 using mcuboot::test::MakeAnswer;
+using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -205,6 +207,43 @@ TEST_F(Upload, BearsFifteenRepeatsOfOneOffset)
     EXPECT_TRUE(UploadImage(PatternImage(3000)));
 }
 
+TEST_F(Upload, BearsFifteenSingleRepeatsOnTheWayForwardAgain)
+{
+    ConnectUpdater();
+    unit_.Answers(OffAnswer(1483)).Answers(OffAnswer(0));
+    for (int i = 0; i < 15; ++i) {
+        unit_.Answers(OffAnswer(10 * i)).Answers(OffAnswer(10 * i + 10));
+    }
+    unit_.AlwaysAnswers(RcAnswer(0));
+    EXPECT_TRUE(UploadImage(PatternImage(3000)));
+    EXPECT_EQ(percents_.size(), 2U + 30U + 2U);
+}
+
+TEST_F(Upload, BearsFifteenWaysBackBetweenTwoOffsetsThatAreNew)
+{
+    ConnectUpdater();
+    for (auto const furthest : {1483, 2966}) {
+        unit_.Answers(OffAnswer(furthest));
+        for (int i = 0; i < 15; ++i) {
+            unit_.Answers(OffAnswer(0)).Answers(OffAnswer(furthest));
+        }
+    }
+    unit_.AlwaysAnswers(RcAnswer(0));
+    EXPECT_TRUE(UploadImage(PatternImage(3000)));
+}
+
+TEST_F(Upload, GivesUpOnAUnitThatRepeatsAndGoesBackInTurns)
+{
+    ConnectUpdater();
+    for (int i = 0; i < 20; ++i) {
+        unit_.Answers(OffAnswer(1483)).Answers(OffAnswer(1483));
+        unit_.Answers(OffAnswer(0)).Answers(OffAnswer(0));
+    }
+    EXPECT_FALSE(UploadImage(PatternImage(3000)));
+    // The sixteenth way back.
+    EXPECT_EQ(percents_.size(), 15U * 4U + 3U);
+}
+
 TEST_F(Upload, GivesUpOnAUnitThatGoesBackAgainAndAgain)
 {
     ConnectUpdater();
@@ -282,6 +321,29 @@ TEST_F(Upload, FailsForAFileThatCannotBeOpenedAndTellsSoVerboseOrNot)
         LinesSinceConnect(),
         ElementsAre("W: McubootSerialUpdater: cannot open " + missing.toStdString(),
                     "W: McubootSerialUpdater: cannot open " + directory_.path().toStdString()));
+    EXPECT_THAT(GetChunks(), IsEmpty());
+}
+
+TEST_F(Upload, FailsForAFileThatCannotBeReadAndTellsSo)
+{
+    ConnectUpdater(false);
+    // It opens, but nothing is mapped where it begins.
+    EXPECT_FALSE(updater_->upload(QStringLiteral("/proc/self/mem"), {}));
+    EXPECT_THAT(LinesSinceConnect(),
+                ElementsAre("W: McubootSerialUpdater: cannot open /proc/self/mem"));
+    EXPECT_THAT(GetChunks(), IsEmpty());
+}
+
+TEST_F(Upload, SendsNothingOfAFileWhoseReadingFailsOnTheWay)
+{
+    ConnectUpdater(false);
+    auto const path = WriteImage(PatternImage(100000)).toStdString();
+    for (auto const readable : {0, 1, 1483, 16384, 99999}) {
+        BrokenFile const broken(path, readable);
+        EXPECT_FALSE(updater_->upload(QString::fromStdString(path), {})) << readable;
+    }
+    EXPECT_THAT(LinesSinceConnect(), Each("W: McubootSerialUpdater: cannot open " + path));
+    EXPECT_EQ(LinesSinceConnect().size(), 5U);
     EXPECT_THAT(GetChunks(), IsEmpty());
 }
 
