@@ -18,6 +18,7 @@ int main(int argc, char* argv[])
     SupportLogTap const tap(log);
     QApplication const application(argc, argv);
     QCoreApplication::setApplicationVersion(QStringLiteral(FW_VERSION));
+    QGuiApplication::setDesktopFileName(QStringLiteral(FW_APPLICATION_ID));
     auto const paths = GetBundlePaths(QCoreApplication::applicationDirPath());
     QApplication::setStyle(QStringLiteral("fusion"));
 

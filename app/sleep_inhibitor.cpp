@@ -65,18 +65,29 @@ public:
             return;
         }
         held_ = std::make_unique<QObject>();
-        auto const bus = QDBusConnection::connectToBus(bus_address_, kConnection);
+        // connectToBus would wait until the bus has answered the first call, which a peer needs
+        // not.
+        auto const bus = QDBusConnection::connectToPeer(bus_address_, kConnection);
+        bus.send(MakeHello());
         Ask(bus, MakePortalCall(), [this, bus] { Ask(bus, MakePowerManagementCall(), [] {}); });
     }
 
     void Release() override
     {
         held_.reset();
-        QDBusConnection::disconnectFromBus(kConnection);
+        QDBusConnection::disconnectFromPeer(kConnection);
     }
 
 private:
     inline static auto const kConnection = QStringLiteral("kelvane-sleep-inhibitor");
+
+    // The bus hands on no other call before this one.
+    static QDBusMessage MakeHello()
+    {
+        return QDBusMessage::createMethodCall(
+            QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+            QStringLiteral("org.freedesktop.DBus"), QStringLiteral("Hello"));
+    }
 
     // https://flatpak.github.io/xdg-desktop-portal/docs/doc-org.freedesktop.portal.Inhibit.html
     static QDBusMessage MakePortalCall()
@@ -117,12 +128,6 @@ private:
     std::unique_ptr<QObject> held_;  // owns the calls whose answers are awaited; none: not held
 };
 
-class NoInhibitor : public SleepInhibitor {
-public:
-    void Hold() override {}
-    void Release() override {}
-};
-
 }  // namespace
 
 std::unique_ptr<SleepInhibitor> MakeCaffeinateInhibitor(QString const& caffeinate)
@@ -135,15 +140,13 @@ std::unique_ptr<SleepInhibitor> MakeDesktopInhibitor(QString const& bus_address)
     return std::make_unique<DesktopInhibitor>(bus_address);
 }
 
-std::unique_ptr<SleepInhibitor> MakeSleepInhibitor(QString const& product_type)
+std::unique_ptr<SleepInhibitor> MakeSleepInhibitor(QString const& product_type,
+                                                   QString const& bus_address,
+                                                   QString const& caffeinate)
 {
     if (product_type.compare(QLatin1String("macos"), Qt::CaseInsensitive) == 0) {
-        return MakeCaffeinateInhibitor(QStringLiteral("/usr/bin/caffeinate"));
+        return MakeCaffeinateInhibitor(caffeinate);
     }
-    // Without the variable the bus would be looked for by starting programs.
-    auto const bus_address = qEnvironmentVariable("DBUS_SESSION_BUS_ADDRESS");
-    if (bus_address.isEmpty()) {
-        return std::make_unique<NoInhibitor>();
-    }
-    return MakeDesktopInhibitor(bus_address);
+    // Without an address the bus would be looked for by starting programs.
+    return bus_address.isEmpty() ? nullptr : MakeDesktopInhibitor(bus_address);
 }

@@ -14,17 +14,11 @@ namespace {
 std::atomic<SupportLog*> tapped_log{nullptr};
 std::atomic<QtMessageHandler> next_handler{nullptr};
 
-// Writing a file may itself make Qt say something.
-thread_local bool writing = false;
-
 void WriteToTappedLog(QString const& text)
 {
-    auto* const log = tapped_log.load();
-    if (log == nullptr || std::exchange(writing, true)) {
-        return;
+    if (auto* const log = tapped_log.load()) {
+        log->Write(text);
     }
-    log->Write(text);
-    writing = false;
 }
 
 QLatin1String GetName(QtMsgType type)
@@ -95,7 +89,17 @@ QString SupportLog::GetFile(int age) const
 
 void SupportLog::Write(QStringView text)
 {
-    auto const entry = MakeEntry(text);
+    // Writing a file may itself make Qt say something, which a tap brings back here.
+    thread_local bool writing = false;
+    if (std::exchange(writing, true)) {
+        return;
+    }
+    Append(MakeEntry(text));
+    writing = false;
+}
+
+void SupportLog::Append(QByteArray const& entry)
+{
     std::lock_guard const lock(mutex_);
     if (!Open()) {
         return;
@@ -106,7 +110,11 @@ void SupportLog::Write(QStringView text)
             return;
         }
     }
-    file_.write(entry);
+    auto const size = file_.size();
+    if (file_.write(entry) != entry.size()) {
+        // What a full disk took of it would run into the next entry's line.
+        file_.resize(size);
+    }
 }
 
 bool SupportLog::Open()

@@ -28,13 +28,14 @@ public:
     explicit SupportLog(QString directory);
 
     // Adds the text under the present time. Its further lines are indented; it is on its way to the
-    // disk when this returns.
+    // disk when this returns. What Qt says because of the writing itself is not kept.
     void Write(QStringView text);
 
     QString CurrentFile() const { return GetFile(0); }
 
 private:
     QString GetFile(int age) const;
+    void Append(QByteArray const& entry);
     bool Open();
     void Rotate();
 

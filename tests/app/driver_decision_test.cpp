@@ -2,6 +2,7 @@
 // on.
 #include <gtest/gtest.h>
 
+#include <QCoreApplication>
 #include <QElapsedTimer>
 
 #include "tests/app/driver_fixture.h"
@@ -149,6 +150,17 @@ TEST_P(DriverDecision, RunsWhatItsRowSays)
 
 INSTANTIATE_TEST_SUITE_P(EveryRow, DriverDecision, testing::ValuesIn(AllRows()),
                          [](auto const& row) { return std::string(row.param.name); });
+
+// The system's own news about the driver may be among them.
+TEST_F(DriverBoxes, AreFollowedByWhatIsPendingBeforeTheEnabledCheck)
+{
+    QMetaObject::invokeMethod(
+        qApp, [this] { driver_.Note(u"pending event"_s); }, Qt::QueuedConnection);
+
+    MakeWindow();
+
+    EXPECT_EQ(driver_.Journal(), QStringList({u"pending event"_s, kList}));
+}
 
 TEST_F(DriverBoxes, AskWhetherToInstallTheDriver)
 {
@@ -356,6 +368,8 @@ TEST_F(DriverQuit, IsHeardWhileTheWindowIsUsed)
     ini_.SetText("product_list=Lumen:10c4:ea60\n");
     ports_ = {{u"cu.usbserial-1"_s, 0x10C4, 0xEA60}};
     record_->answers = true;
+    // Time for a unit to be found before the quit comes, on a busy machine as well.
+    environment_.driver.quit_delay = 1s;
     driver_.InstallOldDriver();
     user_.Answers({Answer::No});
 

@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 
 #include <QAccessible>
+#include <QSemaphore>
+#include <thread>
+#include <utility>
 
 #include "tests/app/window_fixture.h"
 #include "tests/support/collected_log.h"
@@ -135,13 +138,13 @@ TEST_F(Access, LogsWhatIsAttachedOnlyWhenThatChanges)
 {
     CollectedLog log;
     ports_ = {{.name = QStringLiteral("ttyUSB0"), .vendor_id = 0x10C4, .product_id = 0xEA60},
-              {.name = QStringLiteral("ttyS0"), .vendor_id = {}, .product_id = {}}};
+              {.name = QStringLiteral("rfcomm0"), .vendor_id = {}, .product_id = {}}};
     auto& window = MakeWindow();
     window.onCheckForUnit();
     window.onCheckForUnit();
     ports_.clear();
     window.onCheckForUnit();
-    EXPECT_THAT(log.Lines(), ElementsAre("I: attached: ttyUSB0 (10c4:ea60), ttyS0 (no USB ids)",
+    EXPECT_THAT(log.Lines(), ElementsAre("I: attached: ttyUSB0 (10c4:ea60), 1 without USB ids",
                                          "I: attached: "));
 }
 
@@ -161,6 +164,16 @@ TEST_F(Access, LogsEveryChangeOfItsState)
                                          "I: window: unit disconnected"));
 }
 
+TEST_F(Access, LogsNoNameOfAPortWithoutUsbIds)
+{
+    EXPECT_EQ(
+        DescribePorts(
+            {{.name = QStringLiteral("cu.Annes-Headset"), .vendor_id = {}, .product_id = {}},
+             {.name = QStringLiteral("ttyS0"), .vendor_id = 1, .product_id = {}},
+             {.name = QStringLiteral("cu.%2"), .vendor_id = 0x0483, .product_id = 0x0001}}),
+        QStringList({QStringLiteral("cu.%2 (0483:0001)"), QStringLiteral("2 without USB ids")}));
+}
+
 // ---- Staying awake ----
 
 struct NotedInhibitor : SleepInhibitor {
@@ -168,6 +181,21 @@ struct NotedInhibitor : SleepInhibitor {
     void Hold() override { notes_.push_back("hold"); }
     void Release() override { notes_.push_back("release"); }
     std::vector<std::string>& notes_;
+};
+
+// Releases with its end, as the real ones do.
+struct EndingInhibitor : SleepInhibitor {
+    explicit EndingInhibitor(QSemaphore& released) : released_(released) {}
+    ~EndingInhibitor() override { EndingInhibitor::Release(); }
+    void Hold() override { held_ = true; }
+    void Release() override
+    {
+        if (std::exchange(held_, false)) {
+            released_.release();
+        }
+    }
+    QSemaphore& released_;
+    bool held_ = false;
 };
 
 TEST_F(Access, KeepsTheComputerAwakeFromTheStartOfAnUpdateToItsEnd)
@@ -186,6 +214,29 @@ TEST_F(Access, KeepsTheComputerAwakeFromTheStartOfAnUpdateToItsEnd)
         EXPECT_THAT(notes, ElementsAre("hold", "release"));
         window_.reset();
     }
+}
+
+TEST_F(Access, KeepsTheComputerAwakeForAnUpdateThatOutlivesItsWindow)
+{
+    record_->holds_updates = true;
+    QSemaphore released;
+    environment_.sleep_inhibitor = std::make_shared<EndingInhibitor>(released);
+    MakeWindow();
+    environment_.sleep_inhibitor.reset();  // the window's alone from now on
+    FromBackendAndWait([](FirmwareUpdaterBase& backend) { Q_EMIT backend.UpdateStarted(); });
+    Q_EMIT window_->UpdateDevice();
+    ASSERT_TRUE(WaitForCalls(QStringLiteral("update"), 1));
+    bool released_too_early = true;
+    std::thread unit([&] {
+        released_too_early = released.tryAcquire(1, 300);
+        record_->update_may_end.release();
+    });
+
+    window_.reset();
+
+    unit.join();
+    EXPECT_FALSE(released_too_early);
+    EXPECT_TRUE(released.tryAcquire());
 }
 
 }  // namespace

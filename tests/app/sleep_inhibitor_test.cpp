@@ -3,22 +3,33 @@
 #include "app/sleep_inhibitor.h"
 
 #include <gmock/gmock.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusServiceWatcher>
 #include <QDBusVirtualObject>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
 #include <QStringList>
 #include <QTemporaryDir>
 #include <QTest>
+#include <array>
+#include <cstdlib>
+#include <cstring>
 
 namespace {
 
 constexpr int kPatience = 15'000;  // milliseconds
+// What nobody who looks at a window takes for a freeze, on a busy machine; a bus that says nothing
+// is given up after 25 s.
+constexpr qint64 kPrompt = 5'000;  // milliseconds
 
 auto const kPortal = QStringLiteral("org.freedesktop.portal.Desktop");
 auto const kPowerManagement = QStringLiteral("org.freedesktop.PowerManagement");
@@ -27,7 +38,9 @@ auto const kPowerManagement = QStringLiteral("org.freedesktop.PowerManagement");
 
 class Caffeinate : public testing::Test {
 protected:
-    void SetUp() override
+    void SetUp() override { MakeTool(); }
+
+    void MakeTool() const
     {
         QFile script(tool_);
         ASSERT_TRUE(script.open(QIODevice::WriteOnly));
@@ -97,14 +110,29 @@ TEST_F(Caffeinate, EndsWithItsInhibitor)
     EXPECT_FALSE(Runs(process));
 }
 
-TEST(CaffeinateAbsent, DisturbsNobody)
+TEST_F(Caffeinate, DisturbsNobodyWhileItIsNotThere)
 {
-    auto const inhibitor = MakeCaffeinateInhibitor(QStringLiteral("/nowhere/caffeinate"));
+    ASSERT_TRUE(QFile::remove(tool_));
+    auto const inhibitor = MakeCaffeinateInhibitor(tool_);
+    QElapsedTimer timer;
+    timer.start();
     inhibitor->Release();
     inhibitor->Hold();
-    inhibitor->Release();
     inhibitor->Hold();
-    SUCCEED();
+    inhibitor->Release();
+    EXPECT_LT(timer.elapsed(), kPrompt);
+
+    MakeTool();
+    inhibitor->Hold();
+    EXPECT_TRUE(Runs(WaitForCall().first()));
+}
+
+TEST_F(Caffeinate, IsTheOneOfMacos)
+{
+    auto const inhibitor = MakeSleepInhibitor(QStringLiteral("macOS"), {}, tool_);
+    ASSERT_NE(inhibitor, nullptr);
+    inhibitor->Hold();
+    EXPECT_TRUE(Runs(WaitForCall().first()));
 }
 
 // ---- Desktops ----
@@ -248,6 +276,7 @@ TEST_F(Desktop, IsAskedOnceUntilItIsReleased)
     auto const inhibitor = MakeDesktopInhibitor(address_);
     inhibitor->Hold();
     inhibitor->Hold();
+    ASSERT_TRUE(WaitForCall(portal));
     inhibitor->Release();
     inhibitor->Hold();
     ASSERT_TRUE(QTest::qWaitFor([&] { return portal.calls_.size() >= 2; }, kPatience));
@@ -255,30 +284,140 @@ TEST_F(Desktop, IsAskedOnceUntilItIsReleased)
     EXPECT_EQ(portal.calls_.size(), 2);
 }
 
+TEST_F(Desktop, IsAskedAgainForTheNextUpdateWhenEverybodyRefused)
+{
+    Service both(true);
+    Offer(kPortal, both);
+    ASSERT_TRUE(Bus().registerService(kPowerManagement));
+    auto const inhibitor = MakeDesktopInhibitor(address_);
+    for (qsizetype calls : {2, 4}) {
+        inhibitor->Hold();
+        ASSERT_TRUE(QTest::qWaitFor([&] { return both.calls_.size() == calls; }, kPatience));
+        inhibitor->Release();
+    }
+}
+
 TEST_F(Desktop, WithoutAnyServiceDisturbsNobody)
 {
     auto const inhibitor = MakeDesktopInhibitor(address_);
+    QElapsedTimer timer;
+    timer.start();
     inhibitor->Hold();
-    QTest::qWait(0);
     inhibitor->Release();
     inhibitor->Hold();
-    SUCCEED();
+    EXPECT_LT(timer.elapsed(), kPrompt);
+    inhibitor->Release();
+
+    Service portal(false);
+    Offer(kPortal, portal);
+    inhibitor->Hold();
+    EXPECT_TRUE(WaitForCall(portal));
+}
+
+TEST_F(Desktop, IsTheOneOfEverySystemWithASessionBus)
+{
+    Service portal(false);
+    Offer(kPortal, portal);
+    auto const inhibitor = MakeSleepInhibitor(QStringLiteral("debian"), address_);
+    ASSERT_NE(inhibitor, nullptr);
+    inhibitor->Hold();
+    EXPECT_TRUE(WaitForCall(portal));
+}
+
+TEST(DesktopWithoutBus, HasNobodyToAsk)
+{
+    EXPECT_EQ(MakeSleepInhibitor(QStringLiteral("debian"), {}), nullptr);
 }
 
 TEST(DesktopWithoutBus, DisturbsNobody)
 {
     auto const inhibitor = MakeDesktopInhibitor(QStringLiteral("unix:path=/nowhere/bus"));
+    QElapsedTimer timer;
+    timer.start();
+    for (int update = 0; update < 2; ++update) {
+        inhibitor->Hold();
+        QTest::qWait(0);  // the answers, if there were any
+        inhibitor->Release();
+    }
+    EXPECT_LT(timer.elapsed(), kPrompt);
+}
+
+// A bus that takes every connection and never says a word.
+class SilentBus : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        auto const path = directory_.filePath(QStringLiteral("bus")).toLocal8Bit();
+        ASSERT_LT(static_cast<std::size_t>(path.size()), sizeof address.sun_path);
+        std::memcpy(address.sun_path, path.constData(), static_cast<std::size_t>(path.size()));
+        ASSERT_EQ(bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        ASSERT_EQ(listen(socket_, 10), 0);
+    }
+    void TearDown() override
+    {
+        close(connection_);
+        close(socket_);
+    }
+
+    // The beginning of what is said to it.
+    std::string Hear()
+    {
+        EXPECT_TRUE(IsReadable(socket_));
+        connection_ = accept(socket_, nullptr, nullptr);
+        // It comes in pieces.
+        std::array<char, 5> words{};
+        std::size_t length = 0;
+        while (length < words.size() && IsReadable(connection_)) {
+            auto const size = read(connection_, words.data() + length, words.size() - length);
+            if (size <= 0) {
+                break;
+            }
+            length += static_cast<std::size_t>(size);
+        }
+        return {words.data(), length};
+    }
+
+    static bool IsReadable(int descriptor)
+    {
+        pollfd polled{.fd = descriptor, .events = POLLIN, .revents = 0};
+        return poll(&polled, 1, kPatience) == 1;
+    }
+
+    QTemporaryDir directory_;
+    QString address_ = QStringLiteral("unix:path=") + directory_.filePath(QStringLiteral("bus"));
+    int socket_ = socket(AF_UNIX, SOCK_STREAM, 0);
+    int connection_ = -1;
+};
+
+TEST_F(SilentBus, KeepsNobodyWaiting)
+{
+    auto inhibitor = MakeDesktopInhibitor(address_);
+    QElapsedTimer timer;
+    timer.start();
     inhibitor->Hold();
-    QTest::qWait(0);
+    EXPECT_LT(timer.elapsed(), kPrompt);
+    EXPECT_EQ(Hear(), std::string("\0AUTH", 5));
+
+    timer.start();
     inhibitor->Release();
-    SUCCEED();
+    inhibitor->Hold();
+    inhibitor.reset();
+    EXPECT_LT(timer.elapsed(), kPrompt);
+}
+
+TEST_F(SilentBus, DoesNotKeepTheProgramFromEnding)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            auto const inhibitor = MakeDesktopInhibitor(address_);
+            alarm(static_cast<unsigned>(kPrompt / 1000));
+            inhibitor->Hold();
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
-
-int main(int argc, char** argv)
-{
-    testing::InitGoogleMock(&argc, argv);
-    QCoreApplication const application(argc, argv);
-    return RUN_ALL_TESTS();
-}

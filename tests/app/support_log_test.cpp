@@ -4,11 +4,15 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <QDebug>
 #include <QDir>
 #include <QTemporaryDir>
+#include <cstdlib>
 #include <thread>
 #include <vector>
 
@@ -43,6 +47,56 @@ protected:
 
     QTemporaryDir root_;
     SupportLog log_{Directory()};
+};
+
+// What goes to the program's own output while this lives.
+class Output {
+public:
+    Output()
+    {
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
+    }
+    ~Output()
+    {
+        if (!taken_) {
+            Take();
+        }
+    }
+    Output(Output const&) = delete;
+    Output& operator=(Output const&) = delete;
+
+    std::string Take()
+    {
+        taken_ = true;
+        auto const output = testing::internal::GetCapturedStdout();
+        return output + testing::internal::GetCapturedStderr();
+    }
+
+private:
+    bool taken_ = false;
+};
+
+// A disk on which no file of this process can grow beyond this size.
+class FullDisk {
+public:
+    explicit FullDisk(qint64 size) : signal_(signal(SIGXFSZ, SIG_IGN))
+    {
+        getrlimit(RLIMIT_FSIZE, &before_);
+        rlimit const full{static_cast<rlim_t>(size), before_.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &full), 0);
+    }
+    ~FullDisk()
+    {
+        setrlimit(RLIMIT_FSIZE, &before_);
+        signal(SIGXFSZ, signal_);
+    }
+    FullDisk(FullDisk const&) = delete;
+    FullDisk& operator=(FullDisk const&) = delete;
+
+private:
+    void (*signal_)(int);
+    rlimit before_{};
 };
 
 constexpr auto kTime =
@@ -138,7 +192,9 @@ TEST_F(SupportLogTest, IsSilentWhereItCannotBeWritten)
     // Permissions do not hold root up; a file in the folder's place does.
     QFile in_the_way(root_.filePath(QStringLiteral("state")));
     ASSERT_TRUE(in_the_way.open(QIODevice::WriteOnly));
+    Output output;
     log_.Write(u"lost");
+    EXPECT_EQ(output.Take(), "");
     EXPECT_EQ(in_the_way.size(), 0);
 
     ASSERT_TRUE(in_the_way.remove());
@@ -154,14 +210,45 @@ TEST_F(SupportLogTest, DoesNotWaitForAReaderOfAPipeInItsPlace)
     EXPECT_EQ(Files(), QStringList());  // a pipe is no plain file
 }
 
+TEST_F(SupportLogTest, IsSilentOnAFullDiskAndGoesOnWhenThereIsRoomAgain)
+{
+    log_.Write(u"before");
+    Output output;
+    {
+        // Room for the beginning of an entry, and for none.
+        constexpr qint64 kRoom = 10;
+        FullDisk const disk(QFileInfo(log_.CurrentFile()).size() + kRoom);
+        log_.Write(u"lost");
+        log_.Write(u"lost");
+    }
+    log_.Write(u"after");
+    EXPECT_EQ(output.Take(), "");
+    EXPECT_THAT(Lines(), ElementsAre(MatchesRegex(std::string(kTime) + "before"),
+                                     MatchesRegex(std::string(kTime) + "after")));
+}
+
 TEST_F(SupportLogTest, StopsAtItsSizeWhenOlderFilesCannotBeMoved)
 {
-    ASSERT_TRUE(QDir().mkpath(Directory() + QStringLiteral("/updater.1.log/full")));
-    ASSERT_TRUE(QDir().mkpath(Directory() + QStringLiteral("/updater.2.log/full")));
+    // A file is moved neither over a folder nor over another file, and a folder that holds
+    // something cannot be removed.
+    auto const in_the_way = [this](int age) {
+        return Directory() + QStringLiteral("/updater.%1.log/full").arg(age);
+    };
+    for (int age = 1; age < SupportLog::kFiles; ++age) {
+        ASSERT_TRUE(QDir().mkpath(in_the_way(age)));
+    }
+    Output output;
+    log_.Write(u"first");
     for (int entry = 0; entry < 40; ++entry) {
         log_.Write(QString(60'000, QLatin1Char('x')));
     }
-    EXPECT_LE(QFileInfo(log_.CurrentFile()).size(), SupportLog::kFileSize);
+    EXPECT_EQ(output.Take(), "");
+    for (int age = 1; age < SupportLog::kFiles; ++age) {
+        EXPECT_TRUE(QFileInfo(in_the_way(age)).isDir()) << age;
+    }
+    EXPECT_EQ(Files(), QStringList({QStringLiteral("updater.log")}));
+    EXPECT_THAT(Lines().front(), EndsWith(" first"));
+    EXPECT_EQ(Lines().size(), 17U);  // sixteen of the long ones fill the file
 }
 
 // ---- What is tapped ----
@@ -205,6 +292,21 @@ TEST_F(SupportLogTest, KeepsWhatTheSharedCodePrints)
     kelvane::PrintToConsole(" after");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "\nNACK received, command Erase after");
     EXPECT_THAT(Lines(), ElementsAre(EndsWith(" output: NACK received, command Erase")));
+}
+
+TEST_F(SupportLogTest, TakesNothingThatQtSaysBecauseOfTheWritingItself)
+{
+    // Qt warns of such a name with each attempt to use it.
+    SupportLog log(Directory() + QChar(u'\0'));
+    EXPECT_EXIT(
+        {
+            alarm(20);  // an entry within an entry would wait for itself
+            SupportLogTap const tap(log);
+            log.Write(u"direct");
+            qInfo("tapped");
+            std::_Exit(0);
+        },
+        testing::ExitedWithCode(0), "Broken filename.*\n.*tapped");
 }
 
 TEST_F(SupportLogTest, KeepsTheLastWordsOfAProgramThatEndsOnThem)
