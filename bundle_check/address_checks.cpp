@@ -12,6 +12,7 @@ namespace bundle_check {
 namespace {
 
 constexpr int kHexDigits = 8;
+constexpr uint32_t kWord = 4;
 
 QString Hex(uint64_t number, int digits = kHexDigits)
 {
@@ -64,9 +65,16 @@ void CheckInFlash(Config const& config, QString const& key, uint32_t address, Fi
 
 void CheckProgrammingAddress(Config const& config, Findings& findings)
 {
+    constexpr uint32_t kFlashUnit = 8;
     auto const key = u"programming_address"_s;
     auto const address = ReadAddresses(config).programming_address;
     CheckInFlash(config, key, address, findings);
+    if (IsGiven(config, key) && address % kFlashUnit != 0) {
+        findings.Fail(
+            config.PlaceOf(key),
+            u"%1 is not a multiple of %2, and flash is programmed by %2 bytes at a time, "
+            "so the unit refuses the firmware."_s.arg(Hex(address), QString::number(kFlashUnit)));
+    }
     auto const start = GetChips(config).front().flash.flash_start;
     if (config.Type() == TargetUart && address > start &&
         GetChips(config).back().HasFlashAt(address)) {
@@ -77,9 +85,21 @@ void CheckProgrammingAddress(Config const& config, Findings& findings)
     }
 }
 
+void CheckStartAddress(Config const& config, Findings& findings)
+{
+    auto const key = u"start_address"_s;
+    auto const address = ReadAddresses(config).start_address;
+    CheckInFlash(config, key, address, findings);
+    if (IsGiven(config, key) && address % kWord != 0) {
+        findings.Warn(
+            config.PlaceOf(key),
+            u"%1 is not a multiple of 4, as the beginning of a firmware is: its first two "
+            "words are the stack pointer and where to start."_s.arg(Hex(address)));
+    }
+}
+
 void CheckBootModeAddress(Config const& config, Findings& findings)
 {
-    constexpr uint32_t kWord = 4;
     auto const key = u"boot_mode_address"_s;
     auto const address = ReadAddresses(config).boot_mode_address;
     if (!IsGiven(config, key)) {
@@ -98,6 +118,12 @@ void CheckBootModeAddress(Config const& config, Findings& findings)
     } else if (std::ranges::none_of(chips, in_ram)) {
         findings.Fail(place, u"%1 is neither in the RAM nor in the flash of %2."_s.arg(
                                  Hex(address), Name(chips)));
+    } else if (address < kRamStart + kBootloaderRamSize) {
+        findings.Warn(
+            place,
+            u"%1 lies in the RAM below %2, which the bootloader keeps for itself. It "
+            "refuses the marker, the new firmware is then not started, and the window "
+            "says DONE all the same."_s.arg(Hex(address), Hex(kRamStart + kBootloaderRamSize)));
     }
     if (address % kWord != 0) {
         findings.Fail(place,
@@ -152,29 +178,56 @@ void CheckOtpSize(Config const& config, Findings& findings)
     }
 }
 
-void CheckErase(Place const& place, std::vector<Chip> const& chips, uint64_t size,
-                Findings& findings)
+std::vector<Chip> GetSlower(std::vector<Chip> const& chips, uint64_t size, double seconds)
+{
+    return Filter(chips, [=](Chip const& chip) {
+        return static_cast<double>(chip.PagesOf(size)) * kPageEraseSeconds > seconds;
+    });
+}
+
+// "On CHIPS the image covers N pages, whose erase takes about S s".
+QString TellErase(std::vector<Chip> const& chips, uint64_t size)
+{
+    auto const pages = chips.front().PagesOf(size);
+    return u"On %1 the image covers %2 pages, whose erase takes about %3 s"_s.arg(Name(chips))
+        .arg(pages)
+        .arg(static_cast<double>(pages) * kPageEraseSeconds, 0, 'f', 1);
+}
+
+// Which of the two commands the unit's bootloader lists is not known here.
+void CheckEraseTime(Place const& place, std::vector<Chip> const& chips, uint64_t size,
+                    Findings& findings)
+{
+    auto const hopeless = GetSlower(chips, size, kExtendedEraseWaitSeconds);
+    auto const slow = GetSlower(chips, size, kShortEraseWaitSeconds);
+    if (!hopeless.empty()) {
+        findings.Fail(place,
+                      u"%1; the program waits %2 s, and the update fails."_s.arg(
+                          TellErase(hopeless, size), QString::number(kExtendedEraseWaitSeconds)));
+    } else if (!slow.empty()) {
+        auto const most = static_cast<int>(kShortEraseWaitSeconds / kPageEraseSeconds);
+        findings.Note(
+            place,
+            u"%1. A bootloader that lists the short Erase command has %2 s for it, enough "
+            "for %3 pages, and with such a unit the update fails; one that lists only "
+            "Extended Erase has %4 s."_s.arg(TellErase(slow, size))
+                .arg(kShortEraseWaitSeconds)
+                .arg(most)
+                .arg(kExtendedEraseWaitSeconds));
+    }
+}
+
+void CheckPageNumbers(Place const& place, std::vector<Chip> const& chips, uint64_t size,
+                      Findings& findings)
 {
     constexpr uint64_t kPageNumbers = 256;  // of one byte
-    auto const slow = Filter(chips, [=](Chip const& chip) {
-        return static_cast<double>(chip.PagesOf(size)) * kPageEraseSeconds > kEraseWaitSeconds;
-    });
-    if (!slow.empty()) {
-        auto const pages = slow.front().PagesOf(size);
-        findings.Fail(place,
-                      u"On %1 the image covers %2 pages, whose erase takes about %3 s; the "
-                      "program waits %4 s, and the update fails."_s.arg(Name(slow))
-                          .arg(pages)
-                          .arg(static_cast<double>(pages) * kPageEraseSeconds, 0, 'f', 1)
-                          .arg(kEraseWaitSeconds));
-    }
     auto const wrapping =
         Filter(chips, [=](Chip const& chip) { return chip.PagesOf(size) > kPageNumbers; });
     if (!wrapping.empty()) {
         findings.Warn(place,
                       u"On %1 the image covers %2 pages: their numbers do not fit one byte, "
-                      "and a bootloader that knows only the short Erase command erases the "
-                      "first pages twice and the last ones not at all."_s.arg(Name(wrapping))
+                      "and with a bootloader that lists the short Erase command the first pages "
+                      "are erased twice and the last ones not at all."_s.arg(Name(wrapping))
                           .arg(wrapping.front().PagesOf(size)));
     }
 }
@@ -212,7 +265,7 @@ void CheckAddresses(Config const& config, Findings& findings)
         return;
     }
     CheckProgrammingAddress(config, findings);
-    CheckInFlash(config, u"start_address"_s, ReadAddresses(config).start_address, findings);
+    CheckStartAddress(config, findings);
     CheckBootModeAddress(config, findings);
     CheckOtp(config, findings);
     CheckOtpSize(config, findings);
@@ -237,7 +290,9 @@ void CheckImageInFlash(Config const& config, uint64_t size, Findings& findings)
                 Name(chips), lies_in_flash ? u" from %1 on"_s.arg(Hex(begin)) : QString()));
     }
     if (config.Type() == TargetUart) {
-        CheckErase(place, fitting.empty() ? chips : fitting, size, findings);
+        auto const& erased = fitting.empty() ? chips : fitting;
+        CheckEraseTime(place, erased, size, findings);
+        CheckPageNumbers(place, erased, size, findings);
     }
     if (lies_in_flash && IsGiven(config, key)) {
         CheckAgainstImage(config, size, findings);

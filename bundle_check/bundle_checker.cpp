@@ -10,6 +10,7 @@
 #include "bundle_check/dfu_util_check.h"
 #include "bundle_check/image_checks.h"
 #include "bundle_check/line_checks.h"
+#include "bundle_check/link_check.h"
 #include "bundle_check/resource_checks.h"
 #include "bundle_check/value_checks.h"
 
@@ -86,6 +87,7 @@ void CheckConfiguredFiles(Config const& config, BundlePaths const& paths, Report
         report.predictions = Predict(config, static_cast<uint64_t>(*size));
     }
     if (config.Type() == TargetUsb) {
+        CheckLink({}, QDir(paths.resources), paths.dfu_util, report.findings);
         CheckDfuUtil(paths.dfu_util, report.findings);
     }
 }
@@ -97,6 +99,7 @@ void CheckConfigFile(BundlePaths const& paths, Report& report)
     if (!text) {
         return;
     }
+    CheckLink({}, QDir(paths.resources), path, report.findings);
     auto const lines = ScanIni(*text);
     if (!CheckConfigText(*text, lines, report.findings)) {
         return;

@@ -1,6 +1,6 @@
 // Which chips a configuration can be for, and what their memories allow. Flash comes from the table
 // that the engine itself works with; OTP and RAM from ST's reference manuals RM0440 (STM32G4) and
-// RM0456 (STM32U5).
+// RM0456 (STM32U5), and what the bootloader needs from ST's application note AN2606.
 #pragma once
 
 #include <array>
@@ -21,6 +21,8 @@ struct ChipMemories {
 };
 
 inline constexpr uint32_t kRamStart = 0x20000000;
+// Where the bootloader keeps its own data, and lets nobody write; bytes, from kRamStart.
+inline constexpr uint32_t kBootloaderRamSize = 16 * 1024;
 
 inline constexpr std::array kChipMemories{
     ChipMemories{0x469, 0x1FFF7000, 1024, 128 * 1024},

@@ -9,7 +9,7 @@ Config::Config(IniLines const& lines, QSettings const& settings)
       target_type_(ReadWindowTexts(settings).fw_target_type)
 {
     for (qsizetype i = 0; i < lines.entries.size(); ++i) {
-        if (lines.entries[i].section.isEmpty()) {
+        if (!lines.entries[i].section) {
             entries_[lines.entries[i].key] = i;
         }
     }

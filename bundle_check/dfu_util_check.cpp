@@ -60,27 +60,39 @@ bool IsForeignProgram(QString const& path)
     return QSysInfo::productType() == QLatin1String("macos") ? is_elf : is_macos;
 }
 
-bool IsLetter(char byte)
+bool IsScript(QString const& path)
 {
-    return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z');
+    return ReadHead(path, 2) == QByteArray("#!");
 }
 
-// Whether the word begins anywhere in the bytes; what follows it may be machine code.
-bool HasWord(QByteArray const& bytes, QByteArray const& word)
+bool IsPartOfWord(char byte)
 {
+    return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
+           (byte >= '0' && byte <= '9') || byte == '_';
+}
+
+// As a whole word: the C library in a program may speak of a "fastbin".
+bool SpeaksOfFast(QString const& path)
+{
+    constexpr qint64 kMostBytes = 32 * 1024 * 1024;
+    static QByteArray const word("fast");
+    auto const bytes = ReadHead(path, kMostBytes).value_or(QByteArray());
     for (auto at = bytes.indexOf(word); at >= 0; at = bytes.indexOf(word, at + 1)) {
-        if (at == 0 || !IsLetter(bytes[at - 1])) {
+        auto const end = at + word.size();
+        if ((at == 0 || !IsPartOfWord(bytes[at - 1])) &&
+            (end == bytes.size() || !IsPartOfWord(bytes[end]))) {
             return true;
         }
     }
     return false;
 }
 
-bool KnowsFast(QString const& path, QByteArray const& usage)
+// The modifiers stand at the beginning of a line each.
+bool ListsFast(QByteArray const& usage)
 {
-    constexpr qint64 kMostBytes = 32 * 1024 * 1024;
-    static QByteArray const word("fast");
-    return HasWord(usage, word) || HasWord(ReadHead(path, kMostBytes).value_or(QByteArray()), word);
+    static QRegularExpression const modifier(u"^[ \\t]*fast(\\s|$)"_s,
+                                             QRegularExpression::MultilineOption);
+    return modifier.match(QString::fromUtf8(usage)).hasMatch();
 }
 
 // The minor number of a released version 0.x, which is all that there has been.
@@ -92,12 +104,10 @@ std::optional<int> ReadRelease(QByteArray const& output)
     return match.hasMatch() ? std::optional(match.captured(1).toInt()) : std::nullopt;
 }
 
-void CheckFast(QString const& path, Run const& version, QByteArray const& usage, Findings& findings)
+// Of a tool that does not seem to know "fast".
+void TellMissingFast(Run const& version, Findings& findings)
 {
     constexpr int kLastWithoutFast = 11;
-    if (KnowsFast(path, usage)) {
-        return;
-    }
     auto const release = ReadRelease(version.output);
     auto const consequence =
         u"it would refuse every update, and the window would call it done all the same"_s;
@@ -107,8 +117,8 @@ void CheckFast(QString const& path, Run const& version, QByteArray const& usage,
                           consequence));
     } else {
         findings.Warn({},
-                      u"Nothing in dfu-util, nor in its usage, speaks of the modifier \"fast\". "
-                      "If it does not know it, %1. Try it on a unit."_s.arg(consequence));
+                      u"Nothing tells that dfu-util knows the modifier \"fast\". If it does not, "
+                      "%1. Try it on a unit."_s.arg(consequence));
     }
 }
 
@@ -132,7 +142,9 @@ void CheckDfuUtil(QString const& path, Findings& findings, std::chrono::millisec
     }
     if (IsForeignProgram(path)) {
         findings.Note({}, u"dfu-util is a program for another system, and was not run."_s);
-        CheckFast(path, {}, {}, findings);
+        if (!SpeaksOfFast(path)) {
+            TellMissingFast({}, findings);
+        }
         return;
     }
     auto const version = RunFor(path, u"-V"_s, limit);
@@ -150,7 +162,11 @@ void CheckDfuUtil(QString const& path, Findings& findings, std::chrono::millisec
                       u"The tool beside the program does not name itself dfu-util when asked "
                       "for its version."_s);
     }
-    CheckFast(path, version, RunFor(path, u"-h"_s, limit).output, findings);
+    // A script may see to the word itself, whatever the tool that it becomes can do.
+    if (!ListsFast(RunFor(path, u"-h"_s, limit).output) &&
+        !(IsScript(path) && SpeaksOfFast(path))) {
+        TellMissingFast(version, findings);
+    }
 }
 
 }  // namespace bundle_check

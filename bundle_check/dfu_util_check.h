@@ -12,7 +12,7 @@ namespace bundle_check {
 
 // Runs `path` for its version and its usage, each for at most `limit`; it ends before it looks for
 // a device then. dfu-util judges modifiers only once it has found one, so what it knows is taken
-// from its usage and from the text in the file itself.
+// from its usage; from the text in the file only where it is a script, or cannot be run here.
 void CheckDfuUtil(QString const& path, Findings& findings,
                   std::chrono::milliseconds limit = std::chrono::seconds(5));
 

@@ -10,6 +10,7 @@ namespace {
 
 // Numbers in the OpenType format's name table.
 constexpr int kMacintosh = 1;
+constexpr int kWindows = 3;
 constexpr int kFamily = 1;
 constexpr int kStyle = 2;
 constexpr int kTypographicFamily = 16;
@@ -52,6 +53,35 @@ QString Decode(QByteArray const& text, int platform)
     return QStringDecoder(QStringDecoder::Utf16BE)(text);
 }
 
+bool IsEnglish(int platform, int language)
+{
+    constexpr int kPrimaryLanguage = 0x3FF;
+    constexpr int kWindowsEnglish = 0x009;  // 0x409 in the United States, and elsewhere
+    constexpr int kMacintoshEnglish = 0;
+    return platform == kWindows     ? (language & kPrimaryLanguage) == kWindowsEnglish
+           : platform == kMacintosh ? language == kMacintoshEnglish
+                                    : false;
+}
+
+// The first English text of each name; without one, the first of all.
+class Names {
+public:
+    void Add(int name, QString const& text, bool is_english)
+    {
+        auto& texts = is_english ? english_ : others_;
+        if (!texts.contains(name)) {
+            texts[name] = text;
+        }
+    }
+
+    // Null when there is none.
+    QString Get(int name) const { return english_.value(name, others_.value(name)); }
+
+private:
+    QHash<int, QString> english_;
+    QHash<int, QString> others_;
+};
+
 }  // namespace
 
 std::optional<FontName> ReadFontName(QByteArray const& bytes)
@@ -60,21 +90,23 @@ std::optional<FontName> ReadFontName(QByteArray const& bytes)
     constexpr qsizetype kRecord = 12;
     auto const table = FindTable(bytes, "name");
     auto const strings = Read<uint16_t>(table, 4);
-    QHash<int, QString> names;
+    Names names;
     auto const count = Read<uint16_t>(table, 2);
     for (qsizetype i = 0; i < count; ++i) {
         auto const record = kHeader + i * kRecord;
         auto const text = table.mid(strings + Read<uint16_t>(table, record + 10),
                                     Read<uint16_t>(table, record + 8));
         if (!text.isEmpty()) {
-            names[Read<uint16_t>(table, record + 6)] = Decode(text, Read<uint16_t>(table, record));
+            int const platform = Read<uint16_t>(table, record);
+            names.Add(Read<uint16_t>(table, record + 6), Decode(text, platform),
+                      IsEnglish(platform, Read<uint16_t>(table, record + 4)));
         }
     }
-    if (!names.contains(kFamily) && !names.contains(kTypographicFamily)) {
-        return std::nullopt;
-    }
-    return FontName{names.value(kTypographicFamily, names.value(kFamily)),
-                    names.value(kTypographicStyle, names.value(kStyle))};
+    auto const family = names.Get(kTypographicFamily);
+    auto const style = names.Get(kTypographicStyle);
+    FontName const name{family.isNull() ? names.Get(kFamily) : family,
+                        style.isNull() ? names.Get(kStyle) : style};
+    return name.family.isNull() ? std::nullopt : std::optional(name);
 }
 
 }  // namespace bundle_check

@@ -8,6 +8,7 @@
 #include "bundle_check/address_checks.h"
 #include "bundle_check/bounded_file.h"
 #include "bundle_check/chips.h"
+#include "bundle_check/link_check.h"
 #include "bundle_check/prediction.h"
 
 using namespace Qt::StringLiterals;
@@ -34,6 +35,8 @@ void CheckLocation(Place const& place, QDir const& resources, QString const& pat
             place,
             u"The firmware file %1 lies outside the Resources folder, and will not "
             "be there on a customer's computer."_s.arg(Quote(resources.relativeFilePath(path))));
+    } else {
+        CheckLink(place, resources, path, findings);
     }
 }
 

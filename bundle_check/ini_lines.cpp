@@ -1,6 +1,7 @@
 #include "bundle_check/ini_lines.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace bundle_check {
 
@@ -121,46 +122,28 @@ private:
     int line_ = 1;
 };
 
-QString GetSection(QByteArray const& line)
+std::optional<QString> GetSection(QByteArray const& line)
 {
     auto const closing = line.indexOf(']');
     auto const name = line.mid(1, closing < 0 ? -1 : closing - 1).trimmed();
-    return name.compare("general", Qt::CaseInsensitive) == 0 ? QString() : QString::fromUtf8(name);
+    if (name.compare("general", Qt::CaseInsensitive) == 0) {
+        return std::nullopt;
+    }
+    // The way to a section that really has this name.
+    bool const is_escaped_general = name.compare("%general", Qt::CaseInsensitive) == 0;
+    return is_escaped_general ? QString::fromUtf8(name.mid(1)) : DecodeIniKey(name);
 }
 
-// Whether an "@" comes first once quotation marks, spaces and continued lines are taken away,
-// written as itself or as an escape.
-bool BeginsWithAt(QByteArray const& value, qsizetype position)
+IniEntry ReadEntry(QByteArray const& text, qsizetype equals, LogicalLine const& line)
 {
-    while (position < value.size() && (IsSpace(value[position]) || value[position] == '"' ||
-                                       (value[position] == '\\' && position + 1 < value.size() &&
-                                        IsLineEnd(value[position + 1])))) {
-        ++position;
-    }
-    auto const rest = value.mid(position, 16);
-    if (rest.startsWith('@')) {
-        return !rest.startsWith("@@");
-    }
-    if (!rest.startsWith('\\')) {
-        return false;
-    }
-    auto digits = rest.mid(1);
-    bool const hexadecimal = digits.startsWith('x');
-    digits = digits.mid(hexadecimal ? 1 : 0);
-    while (digits.startsWith('0')) {
-        digits.remove(0, 1);
-    }
-    return digits.startsWith(hexadecimal ? "40" : "100");
-}
-
-bool HasForeignForm(QByteArray const& value)
-{
-    bool foreign = BeginsWithAt(value, 0);
-    for (auto comma = value.indexOf(','); comma >= 0 && !foreign;
-         comma = value.indexOf(',', comma + 1)) {
-        foreign = BeginsWithAt(value, comma + 1);
-    }
-    return foreign;
+    auto const value = text.mid(equals + 1);
+    IniEntry entry;
+    entry.key = DecodeIniKey(text.left(equals).trimmed());
+    entry.value = value.trimmed();
+    entry.decoded = DecodeIniValue(value);
+    entry.semicolon = line.semicolon;
+    entry.open_quotes = line.open_quotes;
+    return entry;
 }
 
 }  // namespace
@@ -170,7 +153,7 @@ IniLines ScanIni(QByteArray const& bytes)
     IniLines lines;
     Scanner scanner(bytes);
     LogicalLine line;
-    QString section;
+    std::optional<QString> section;
     while (scanner.Next(line)) {
         auto const text = bytes.mid(line.begin, line.end - line.begin);
         auto const number = scanner.LineOf(line.begin);
@@ -179,11 +162,11 @@ IniLines ScanIni(QByteArray const& bytes)
         } else if (line.equals < 0) {
             lines.strays.append({number, QString::fromUtf8(text.trimmed())});
         } else {
-            auto const key = bytes.mid(line.begin, line.equals - line.begin).trimmed();
-            auto const value = bytes.mid(line.equals + 1, line.end - line.equals - 1).trimmed();
-            auto const last_line = number + CountLineEnds(text, 0, text.trimmed().size());
-            lines.entries.append({section, QString::fromUtf8(key), number, last_line, value,
-                                  line.semicolon, line.open_quotes, HasForeignForm(value)});
+            auto entry = ReadEntry(text, line.equals - line.begin, line);
+            entry.section = section;
+            entry.line = number;
+            entry.last_line = number + CountLineEnds(text, 0, text.trimmed().size());
+            lines.entries.append(std::move(entry));
         }
     }
     return lines;

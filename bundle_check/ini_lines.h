@@ -5,20 +5,26 @@
 #include <QByteArray>
 #include <QList>
 #include <QString>
+#include <optional>
+
+#include "bundle_check/ini_value.h"
 
 namespace bundle_check {
 
 // One KEY=VALUE. It may run over several lines of the file: a value goes on to the closing
 // quotation mark, and behind a backslash at the end of a line.
 struct IniEntry {
-    QString section;  // empty: none, or [General], which QSettings takes for none
+    std::optional<QString> section;  // nothing also for [General], which QSettings takes for none
     QString key;
     int line = 0;  // of the key, from 1
     int last_line = 0;
-    QByteArray value;           // as written, quotation marks and all
-    bool semicolon = false;     // an unquoted one ends the value before the line's end
-    bool open_quotes = false;   // the file ends inside quotation marks
-    bool foreign_form = false;  // begins with "@", in the value or in an element of its list
+    QByteArray value;  // as written, quotation marks and all
+    IniValue decoded;
+    bool semicolon = false;    // an unquoted one ends the value before the line's end
+    bool open_quotes = false;  // the file ends inside quotation marks
+
+    // As QSettings names it.
+    QString FullName() const { return (section ? *section + QLatin1Char('/') : QString()) + key; }
 };
 
 // A line that is neither empty nor comment, section or entry; the program passes over it.

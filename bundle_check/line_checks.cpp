@@ -78,11 +78,11 @@ void CheckKey(IniEntry const& entry, Findings& findings)
 
 void CheckSection(IniEntry const& entry, Findings& findings)
 {
-    if (!entry.section.isEmpty() && FindKeyRule(entry.key) != nullptr) {
+    if (entry.section && FindKeyRule(entry.key) != nullptr) {
         findings.Warn(PlaceOf(entry),
                       u"The key stands in the section %1, where the program does not see it: it "
                       "reads only keys above the first section or in [General]."_s.arg(
-                          Quote(QLatin1Char('[') + entry.section + QLatin1Char(']'))));
+                          Quote(QLatin1Char('[') + *entry.section + QLatin1Char(']'))));
     }
 }
 
@@ -99,13 +99,21 @@ void CheckQuotes(IniEntry const& entry, Findings& findings)
     }
 }
 
-// Each backslash with the character behind it, as far as QSettings knows it.
+bool IsKnownEscape(QByteArray const& value, qsizetype backslash)
+{
+    static QByteArray const known("abfnrtv\"?'\\01234567\r\n");
+    static QByteArray const digits("0123456789abcdefABCDEF");
+    if (value[backslash + 1] == 'x') {
+        return backslash + 2 < value.size() && digits.contains(value[backslash + 2]);
+    }
+    return known.contains(value[backslash + 1]);
+}
+
 void CheckEscapes(IniEntry const& entry, Findings& findings)
 {
-    static QByteArray const known("abfnrtv\"?'\\x01234567\r\n");
     for (auto at = entry.value.indexOf('\\'); at >= 0 && at + 1 < entry.value.size();
          at = entry.value.indexOf('\\', at + 2)) {
-        if (!known.contains(entry.value[at + 1])) {
+        if (!IsKnownEscape(entry.value, at)) {
             findings.Warn(
                 PlaceOf(entry),
                 u"%1 is no escape sequence, and both characters are dropped; a backslash "
@@ -115,13 +123,22 @@ void CheckEscapes(IniEntry const& entry, Findings& findings)
     }
 }
 
+// Whether nothing can be missing behind the value: it is a number, a name, or all in quotation
+// marks, so that a semicolon can only begin a comment.
+bool IsComplete(IniEntry const& entry, Form form)
+{
+    bool const is_quoted = entry.value.size() > 1 && entry.value.startsWith('"') &&
+                           entry.value.endsWith('"') && !entry.decoded.mixed_quotes;
+    auto const word = entry.value.toLower();
+    bool const is_name = form == Form::TargetType && (word == "customer" || word == "service");
+    return is_quoted || is_name || form == Form::Address || form == Form::Decimal ||
+           form == Form::Interface;
+}
+
 void CheckSemicolon(IniEntry const& entry, Findings& findings)
 {
     auto const* rule = FindKeyRule(entry.key);
-    bool const is_number =
-        rule != nullptr && (rule->form == Form::Address || rule->form == Form::Decimal);
-    // Behind a number it can only be a comment.
-    if (entry.semicolon && rule != nullptr && !is_number) {
+    if (entry.semicolon && rule != nullptr && !IsComplete(entry, rule->form)) {
         findings.Warn(PlaceOf(entry),
                       u"An unquoted semicolon ends the value: the program reads %1 and not the "
                       "rest. Put the value in quotation marks, or the comment on a line of its "
@@ -133,7 +150,7 @@ void CheckDuplicates(IniLines const& lines, Findings& findings)
 {
     QHash<QString, int> first_lines;
     for (auto const& entry : lines.entries) {
-        auto const name = entry.section + QLatin1Char('/') + entry.key;
+        auto const name = entry.FullName();
         auto const first = first_lines.constFind(name);
         if (first == first_lines.constEnd()) {
             first_lines[name] = entry.line;
@@ -167,12 +184,12 @@ bool FindForeignForms(IniLines const& lines, Findings& findings)
 {
     bool found = false;
     for (auto const& entry : lines.entries) {
-        if (entry.foreign_form) {
+        if (std::ranges::any_of(entry.decoded.elements, IsForeignForm)) {
             found = true;
             findings.Fail(PlaceOf(entry),
-                          u"The value begins with \"@\", which QSettings takes for a notation of "
-                          "its own; an ordinary \"@\" at the beginning is written \"@@\". The "
-                          "values of this file were not looked at."_s);
+                          u"The value, or an element of its list, has the form @NAME(...), a "
+                          "notation of QSettings' own; a text that only looks so begins with "
+                          "\"@@\". The values of this file were not looked at."_s);
         }
     }
     return found;

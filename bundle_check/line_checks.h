@@ -9,9 +9,9 @@ namespace bundle_check {
 
 void CheckLines(IniLines const& lines, Findings& findings);
 
-// Values in Qt's own notation ("@Variant(...)" and the like): nobody writes them by hand, and one
-// made with ill will can exhaust the memory of whoever reads it. True if there was one; the file is
-// then not to be given to QSettings.
+// Values in a notation of QSettings' own ("@Variant(...)" and the like): nobody writes them by
+// hand, and one made with ill will can exhaust the memory of whoever reads it. True if there was
+// one; the file is then not to be given to QSettings.
 bool FindForeignForms(IniLines const& lines, Findings& findings);
 
 }  // namespace bundle_check

@@ -1,6 +1,7 @@
 #include "bundle_check/list_checks.h"
 
 #include <QHash>
+#include <QRegularExpression>
 #include <QSet>
 #include <QStringList>
 
@@ -107,17 +108,17 @@ QStringList GetDeviceIdTexts(QVariant const& value)
 void CheckDeviceId(Place const& place, QString const& text, uint8_t read_as, Findings& findings)
 {
     constexpr int kLargest = 255;
-    bool is_number = false;
-    auto const id = text.toInt(&is_number);
-    if (!is_number) {
+    static QRegularExpression const decimal(u"^\\s*[+-]?[0-9]+\\s*$"_s);
+    bool fits_int = false;
+    auto const id = text.toInt(&fits_int);
+    if (!decimal.match(text).hasMatch()) {
         findings.Fail(place,
                       u"The model identifier %1 is no decimal number, and is read as %2."_s.arg(
                           Quote(text), QString::number(read_as)));
-    } else if (id < 0 || id > kLargest) {
-        findings.Fail(
-            place,
-            u"The model identifier %1 does not fit one byte, and is read as %2."_s.arg(id).arg(
-                read_as));
+    } else if (!fits_int || id < 0 || id > kLargest) {
+        findings.Fail(place,
+                      u"The model identifier %1 does not fit one byte, and is read as %2."_s.arg(
+                          Quote(text), QString::number(read_as)));
     }
 }
 

@@ -53,7 +53,8 @@ QString SumUp(Report const& report)
     return parts.isEmpty() ? u"clean"_s : parts.join(u", "_s);
 }
 
-int RoundUp(double seconds)
+// To whole seconds; an update never takes none.
+int RoundSeconds(double seconds)
 {
     return std::max(1, static_cast<int>(std::lround(seconds)));
 }
@@ -89,7 +90,7 @@ QString FormatText(Report const& report)
     for (auto const& prediction : report.predictions) {
         lines.append(u"%1 over %2: an update takes about %3 s"_s.arg(
             Quote(prediction.product), report.interface_name,
-            QString::number(RoundUp(prediction.seconds))));
+            QString::number(RoundSeconds(prediction.seconds))));
     }
     lines.append(SumUp(report));
     return lines.join(QLatin1Char('\n')) + QLatin1Char('\n');
@@ -105,7 +106,7 @@ QByteArray FormatJson(Report const& report)
     QJsonArray predictions;
     for (auto const& prediction : report.predictions) {
         predictions.append(QJsonObject{{u"product"_s, prediction.product},
-                                       {u"seconds"_s, RoundUp(prediction.seconds)}});
+                                       {u"seconds"_s, RoundSeconds(prediction.seconds)}});
     }
     QJsonObject const object{
         {u"status"_s, QString::fromLatin1(kStatus[GetExitStatus(report)])},

@@ -7,6 +7,7 @@
 #include "app/serial_driver.h"
 #include "bundle_check/bounded_file.h"
 #include "bundle_check/font_name.h"
+#include "bundle_check/link_check.h"
 
 using namespace Qt::StringLiterals;
 
@@ -38,13 +39,15 @@ bool HasElfHead(QString const& path)
                        "ELF";
 }
 
+bool IsForMacos(QString const& application_dir)
+{
+    return QFileInfo::exists(QDir::cleanPath(application_dir + u"/../Info.plist"_s));
+}
+
 bool IsForLinux(QString const& application_dir)
 {
     constexpr qsizetype kMostPrograms = 20;
     QDir const directory(application_dir);
-    if (QFileInfo::exists(QDir::cleanPath(application_dir + u"/../Info.plist"_s))) {
-        return false;
-    }
     auto const names = List(directory, u"*"_s).mid(0, kMostPrograms);
     return std::any_of(names.cbegin(), names.cend(),
                        [&](QString const& name) { return HasElfHead(directory.filePath(name)); });
@@ -66,6 +69,7 @@ void CheckPictures(QDir const& resources, Findings& findings)
                           .arg(QuoteAll(pictures)));
     }
     for (auto const& picture : pictures.mid(0, 1)) {
+        CheckLink({}, resources, resources.filePath(picture), findings);
         auto const head = ReadHead(resources.filePath(picture), 8);
         if (!head || *head != "\x89PNG\r\n\x1A\n") {
             findings.Warn({}, u"%1 is not a PNG picture."_s.arg(Quote(picture)));
@@ -79,6 +83,7 @@ void CheckFonts(QDir const& resources, Findings& findings)
     constexpr qsizetype kMostFonts = 50;
     QStringList styles;
     for (auto const& file : List(resources, u"*.otf"_s).mid(0, kMostFonts)) {
+        CheckLink({}, resources, resources.filePath(file), findings);
         auto const head = ReadHead(resources.filePath(file), kMostBytes);
         auto const name = head ? ReadFontName(*head) : std::nullopt;
         if (!name) {
@@ -99,6 +104,7 @@ void CheckFonts(QDir const& resources, Findings& findings)
 void CheckDriver(QDir const& resources, QString const& application_dir, Findings& findings)
 {
     auto const path = GetDriverPaths({}, resources).bundled_executable;
+    CheckLink({}, resources, path, findings);
     auto fault = TellFileFault(path);
     if (fault.isEmpty() && !QFileInfo(path).isExecutable()) {
         fault = u"is not executable"_s;
@@ -110,7 +116,9 @@ void CheckDriver(QDir const& resources, QString const& application_dir, Findings
         u"The serial driver's program %1 %2: on macOS the driver cannot be installed, and without "
         "it the updater quits, whatever the interface."_s.arg(resources.relativeFilePath(path),
                                                               fault);
-    if (IsForLinux(application_dir)) {
+    if (IsForMacos(application_dir)) {
+        findings.Fail({}, text);
+    } else if (IsForLinux(application_dir)) {
         findings.Note({}, text);
     } else {
         findings.Warn({}, text);

@@ -64,13 +64,29 @@ QString TellNumberFault(QVariant const& value, int base)
     return is_number ? u"here only decimal digits count"_s : u"it is no number"_s;
 }
 
+// What the program itself makes of a key that it reads as a number.
+uint32_t ReadNumber(Config const& config, QString const& key)
+{
+    if (FindKeyRule(key)->roads == kMcuboot) {
+        return ReadMcubootConfig(config.Settings()).baud;
+    }
+    // The USB road reads the same keys in the same way, only fewer of them.
+    auto const addresses = ReadUartConfig(config.Settings());
+    return key == QLatin1String("start_address")         ? addresses.start_address
+           : key == QLatin1String("programming_address") ? addresses.programming_address
+           : key == QLatin1String("boot_mode_address")   ? addresses.boot_mode_address
+           : key == QLatin1String("otp_address")         ? addresses.otp_address
+                                                         : addresses.otp_size;
+}
+
 void CheckNumber(Config const& config, QString const& key, int base, Findings& findings)
 {
     auto const value = config.Value(key);
     auto const fault = TellNumberFault(value, base);
     if (!fault.isEmpty()) {
         findings.Fail(config.PlaceOf(key),
-                      u"The program reads %1 as 0, because %2."_s.arg(Quote(Join(value)), fault));
+                      u"The program reads %1 as %2, because %3."_s.arg(
+                          Quote(Join(value)), QString::number(ReadNumber(config, key)), fault));
         return;
     }
     auto const text = value.toString().trimmed();
@@ -78,7 +94,7 @@ void CheckNumber(Config const& config, QString const& key, int base, Findings& f
     if (base == kBaseByPrefix && looks_octal) {
         findings.Warn(config.PlaceOf(key),
                       u"The leading 0 makes %1 an octal number, which is %2."_s.arg(
-                          Quote(text), QString::number(ParseAddress(value))));
+                          Quote(text), QString::number(ReadNumber(config, key))));
     }
 }
 
@@ -87,7 +103,7 @@ void CheckBaud(Config const& config, QString const& key, Findings& findings)
     static constexpr unsigned kUsual[] = {9600,   19200,  38400,   57600,   115200,  230400,
                                           460800, 921600, 1000000, 1500000, 2000000, 3000000};
     CheckNumber(config, key, kDecimal, findings);
-    auto const baud = ReadMcubootConfig(config.Settings()).baud;
+    auto const baud = ReadNumber(config, key);
     if (TellNumberFault(config.Value(key), kDecimal).isEmpty() &&
         std::ranges::find(kUsual, baud) == std::end(kUsual)) {
         auto const text = u"%1 bits a second is not a usual speed of a serial line."_s.arg(baud);
@@ -133,6 +149,12 @@ bool CheckText(Config const& config, KeyRule const& rule, Findings& findings)
                       u"The text has bytes that are not UTF-8; the window shows %1."_s.arg(
                           Quote(value.toString())));
     }
+    if (auto const* entry = config.EntryOf(key); entry != nullptr && entry->decoded.mixed_quotes) {
+        findings.Warn(config.PlaceOf(key),
+                      u"Quotation marks inside a text are dropped, and the spaces behind them: the "
+                      "program reads %1. One that is to be seen is written \\\"."_s.arg(
+                          Quote(value.toString())));
+    }
     return true;
 }
 
@@ -166,8 +188,9 @@ void CheckTargetType(Config const& config, KeyRule const& rule, Findings& findin
     auto const& type = config.TargetType();
     auto const folded = type.trimmed().toLower();
     if (config.IsService()) {
-        findings.Note(place,
-                      u"A service firmware: the unit's model is not checked before the update."_s);
+        findings.Warn(place,
+                      u"A service firmware: it is written to any unit that is found, whatever its "
+                      "model. Such a bundle must never reach a customer."_s);
     } else if (folded == QLatin1String("service")) {
         findings.Warn(place,
                       u"%1 is shown in the window, but only \"service\" in small letters "

@@ -16,12 +16,6 @@ QByteArray Big16(qsizetype number)
     return QByteArray().append(static_cast<char>(number >> 8)).append(static_cast<char>(number));
 }
 
-QByteArray NameRecord(int id, qsizetype length, qsizetype offset)
-{
-    // Macintosh, Roman, English
-    return Big16(1) + Big16(0) + Big16(0) + Big16(id) + Big16(length) + Big16(offset);
-}
-
 testing::AssertionResult Tell(bool holds, QStringList const& findings)
 {
     auto result = holds ? testing::AssertionSuccess() : testing::AssertionFailure();
@@ -157,13 +151,22 @@ testing::AssertionResult FindsNothing(BundleFolder const& bundle)
     return Tell(findings.isEmpty(), findings);
 }
 
-QByteArray MakeFont(QByteArray const& family, QByteArray const& style)
+QByteArray MakeFont(QList<FontRecord> const& records)
 {
-    constexpr qsizetype kRecords = 2;
-    auto const names = Big16(0) + Big16(kRecords) + Big16(6 + kRecords * 12) +
-                       NameRecord(1, family.size(), 0) +
-                       NameRecord(2, style.size(), family.size()) + family + style;
+    QByteArray head = Big16(0) + Big16(records.size()) + Big16(6 + records.size() * 12);
+    QByteArray texts;
+    for (auto const& record : records) {
+        head += Big16(record.platform) + Big16(0) + Big16(record.language) + Big16(record.name) +
+                Big16(record.text.size()) + Big16(texts.size());
+        texts += record.text;
+    }
+    auto const names = head + texts;
     auto const table = QByteArray("name") + QByteArray(4, 0) + Big16(0) + Big16(28) + Big16(0) +
                        Big16(names.size());
     return "OTTO" + Big16(1) + QByteArray(6, 0) + table + names;
+}
+
+QByteArray MakeFont(QByteArray const& family, QByteArray const& style)
+{
+    return MakeFont({{1, 0, 1, family}, {1, 0, 2, style}});
 }

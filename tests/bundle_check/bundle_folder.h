@@ -48,4 +48,12 @@ testing::AssertionResult FindsOnly(BundleFolder const& bundle, char const* begin
 testing::AssertionResult FindsNothing(BundleFolder const& bundle);
 
 // A font file with nothing in it but its names.
+struct FontRecord {
+    int platform;
+    int language;
+    int name;
+    QByteArray text;  // as the platform writes it
+};
+QByteArray MakeFont(QList<FontRecord> const& records);
+// Macintosh, English.
 QByteArray MakeFont(QByteArray const& family, QByteArray const& style);

@@ -77,8 +77,8 @@ TEST(DfuUtil, OfAnUnknownReleaseMayNotKnowFast)
     for (auto const* version : {"0.12", "0.11-dev", "1.0"}) {
         UsbBundle bundle("echo dfu-util " + QByteArray(version) + "\n");
         EXPECT_TRUE(FindsOnly(bundle,
-                              "warning: Nothing in dfu-util, nor in its usage, speaks of "
-                              "the modifier \"fast\"."))
+                              "warning: Nothing tells that dfu-util knows the modifier "
+                              "\"fast\". If it does not, it would refuse every update"))
             << version;
     }
 }
@@ -91,22 +91,58 @@ TEST(DfuUtil, KnowsFastWhenItsUsageSaysSo)
 
 TEST(DfuUtil, DoesNotKnowFastByAnotherWord)
 {
-    UsbBundle bundle("echo dfu-util 0.11 # breakfast\n");
-    EXPECT_TRUE(FindsOnly(bundle, "error: dfu-util 0.11 does not know"));
+    for (auto const* text : {"breakfast", "invalid fastbin entry (free)", "_fast", "fast2"}) {
+        UsbBundle bundle("echo dfu-util 0.11 # " + QByteArray(text) + "\n");
+        EXPECT_TRUE(FindsOnly(bundle, "error: dfu-util 0.11 does not know")) << text;
+    }
 }
 
-TEST(DfuUtil, OfDebianDoesNotKnowFast)
+TEST(DfuUtil, DoesNotKnowFastWhenItsUsageNamesItOtherwiseThanAsAModifier)
 {
-    QFile tool(u"/usr/bin/dfu-util"_s);
-    if (!tool.exists()) {
-        GTEST_SKIP() << "dfu-util is not installed";
+    for (auto const* line : {"not so fast", "faster", "fast-path"}) {
+        UsbBundle bundle("l='" + QByteArray(line).replace("fast", "f'ast'") +
+                         "'; echo dfu-util 0.11; echo \"  $l\"\n");
+        EXPECT_TRUE(FindsOnly(bundle, "error: dfu-util 0.11 does not know")) << line;
     }
-    BundleFolder bundle;
-    bundle.UseUsb();
-    bundle.Delete(u"MacOS/dfu-util"_s);
-    ASSERT_TRUE(tool.copy(bundle.Path(u"MacOS/dfu-util"_s)));
+}
+
+class NativeDfuUtil : public testing::Test {
+protected:
     // 0.11 is the release of Debian 12 and 13.
-    EXPECT_TRUE(FindsOnly(bundle, "error: dfu-util 0.11 does not know the modifier \"fast\""));
+    void SetUp() override
+    {
+        if (!installed_.open(QIODevice::ReadOnly)) {
+            GTEST_SKIP() << "dfu-util is not installed";
+        }
+        bundle_.UseUsb();
+    }
+
+    // The installed tool, with further text in the file that it never prints.
+    void PutToolWith(QByteArray const& text)
+    {
+        bundle_.Write(u"MacOS/dfu-util"_s, installed_.readAll() + text, true);
+    }
+
+    QFile installed_{u"/usr/bin/dfu-util"_s};
+    BundleFolder bundle_;
+};
+
+TEST_F(NativeDfuUtil, OfDebianDoesNotKnowFast)
+{
+    PutToolWith("");
+    EXPECT_TRUE(FindsOnly(bundle_, "error: dfu-util 0.11 does not know the modifier \"fast\""));
+}
+
+TEST_F(NativeDfuUtil, DoesNotKnowFastByWhatTheCLibraryInItSays)
+{
+    PutToolWith(QByteArray("\0invalid fastbin entry (free)\0", 31));
+    EXPECT_TRUE(FindsOnly(bundle_, "error: dfu-util 0.11 does not know the modifier \"fast\""));
+}
+
+TEST_F(NativeDfuUtil, DoesNotKnowFastByAWordThatItsUsageDoesNotList)
+{
+    PutToolWith(QByteArray("\0fast\0", 6));
+    EXPECT_TRUE(FindsOnly(bundle_, "error: dfu-util 0.11 does not know the modifier \"fast\""));
 }
 
 TEST(DfuUtil, ThatIsKilledIsTold)
@@ -152,6 +188,8 @@ TEST(DfuUtil, ForMacosIsNotRunOnLinux)
     bundle.UseUsb();
     bundle.Write(u"MacOS/dfu-util"_s, QByteArray("\xCF\xFA\xED\xFE fast"), true);
     EXPECT_TRUE(FindsOnly(bundle, "note: dfu-util is a program for another system"));
-    bundle.Write(u"MacOS/dfu-util"_s, QByteArray("\xCF\xFA\xED\xFE slow"), true);
-    EXPECT_TRUE(Finds(bundle, "warning: Nothing in dfu-util"));
+    for (auto const* text : {"slow", "invalid fastbin entry (free)"}) {
+        bundle.Write(u"MacOS/dfu-util"_s, QByteArray("\xCF\xFA\xED\xFE ") + text, true);
+        EXPECT_TRUE(Finds(bundle, "warning: Nothing tells that dfu-util")) << text;
+    }
 }

@@ -22,7 +22,7 @@ struct Outcome {
 
 Outcome RunCheck(QStringList const& arguments)
 {
-    constexpr int kLimitMs = 30'000;
+    constexpr int kLimitMs = 120'000;
     QProcess process;
     process.start(QStringLiteral(FW_BUNDLE_CHECK), arguments);
     bool const ended = process.waitForFinished(kLimitMs);
@@ -243,5 +243,5 @@ TEST(HostileInput, ValueThatWouldExhaustTheMemory)
 {
     BundleFolder bundle;
     bundle.Set("product_text", "@Variant(\\0\\0\\0\\x9\\xff\\xff\\xff\\xff)");
-    ExpectError({bundle.Root()}, "The value begins with \"@\"");
+    ExpectError({bundle.Root()}, "has the form @NAME(...)");
 }

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <QFile>
+#include <QTemporaryDir>
 
 #include "tests/bundle_check/bundle_folder.h"
 
@@ -72,6 +73,30 @@ TEST(FirmwareFile, OutsideTheBundleIsNotShipped)
                           "config.ini:1: warning: firmware_filename: The firmware file "
                           "\"../firmware.bin\" lies outside the Resources folder"));
     bundle.Set("firmware_filename", bundle.Path(QString::fromLatin1(kImage)).toUtf8());
+    EXPECT_TRUE(FindsNothing(bundle));
+}
+
+TEST(FirmwareFile, BehindALinkOutOfTheBundleIsNotShipped)
+{
+    QTemporaryDir const elsewhere;
+    QFile built(elsewhere.filePath(u"out.bin"_s));
+    ASSERT_TRUE(built.open(QIODevice::WriteOnly));
+    built.write(QByteArray(1024, '\xFF'));
+    built.close();
+    BundleFolder bundle;
+    bundle.Delete(QString::fromLatin1(kImage));
+    ASSERT_TRUE(QFile::link(built.fileName(), bundle.Path(QString::fromLatin1(kImage))));
+    EXPECT_TRUE(FindsOnly(bundle,
+                          "config.ini:1: warning: firmware_filename: \"firmware.bin\" is, or lies "
+                          "behind, a symbolic link out of the bundle, to \""));
+}
+
+TEST(FirmwareFile, BehindALinkInsideTheBundleIsShipped)
+{
+    BundleFolder bundle;
+    bundle.Write(u"Resources/images/one.bin"_s, QByteArray(1024, '\xFF'));
+    bundle.Delete(QString::fromLatin1(kImage));
+    ASSERT_TRUE(QFile::link(u"images/one.bin"_s, bundle.Path(QString::fromLatin1(kImage))));
     EXPECT_TRUE(FindsNothing(bundle));
 }
 
@@ -164,25 +189,42 @@ TEST(ImageInFlash, MayBeLargerOnALargerChip)
     BundleFolder bundle;
     UseLargeChip(bundle);
     ResizeImage(bundle, 1024 * 1024);
-    EXPECT_TRUE(FindsNothing(bundle));
+    EXPECT_FALSE(Finds(bundle, "config.ini:1: error: "));
     ResizeImage(bundle, 2048 * 1024 + 4);
     EXPECT_TRUE(Finds(bundle,
                       "config.ini:1: error: firmware_filename: The firmware file's 2097156 "
                       "bytes are more than the chip 0x482 have room for"));
 }
 
+TEST(ImageInFlash, IsErasedByTheShortCommandInOneSecond)
+{
+    BundleFolder bundle;
+    ResizeImage(bundle, 40 * 2048);
+    EXPECT_TRUE(FindsNothing(bundle));
+    ResizeImage(bundle, 40 * 2048 + 4);
+    EXPECT_TRUE(FindsOnly(bundle,
+                          "config.ini:1: note: firmware_filename: On the chips 0x469, 0x479 the "
+                          "image covers 41 pages, whose erase takes about 1.0 s. A bootloader that "
+                          "lists the short Erase command has 1 s for it, enough for 40 pages, and "
+                          "with such a unit the update fails; one that lists only Extended Erase "
+                          "has 5 s."));
+    UseLargeChip(bundle);
+    EXPECT_TRUE(FindsNothing(bundle));
+}
+
 TEST(ImageInFlash, MustBeErasedInTheTimeThatTheProgramWaits)
 {
     BundleFolder bundle;
     ResizeImage(bundle, 204 * 2048);
-    EXPECT_TRUE(FindsNothing(bundle));
+    EXPECT_TRUE(FindsOnly(bundle, "config.ini:1: note: firmware_filename: On the chips 0x469, "));
     ResizeImage(bundle, 204 * 2048 + 4);
     EXPECT_TRUE(FindsOnly(bundle,
                           "config.ini:1: error: firmware_filename: On the chips 0x469, "
                           "0x479 the image covers 205 pages, whose erase takes about 5.0 s; "
                           "the program waits 5 s"));
     UseLargeChip(bundle);
-    EXPECT_TRUE(FindsNothing(bundle));
+    ResizeImage(bundle, 204 * 8192);
+    EXPECT_TRUE(FindsOnly(bundle, "config.ini:1: note: firmware_filename: On the chip 0x482 "));
     ResizeImage(bundle, 204 * 8192 + 4);
     EXPECT_TRUE(FindsOnly(bundle,
                           "config.ini:1: error: firmware_filename: On the chip 0x482 the "
@@ -205,7 +247,8 @@ TEST(ImageInFlash, HasPageNumbersOfOneByte)
     ResizeImage(bundle, 256 * 2048 + 4);
     EXPECT_TRUE(Finds(bundle,
                       "config.ini:1: warning: firmware_filename: On the chips 0x469, 0x479 "
-                      "the image covers 257 pages: their numbers do not fit one byte"));
+                      "the image covers 257 pages: their numbers do not fit one byte, and with a "
+                      "bootloader that lists the short Erase command"));
 }
 
 TEST(ImageForMcuboot, MayBeAnySizeThatAChipHas)

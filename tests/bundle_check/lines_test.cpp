@@ -5,12 +5,19 @@
 #include <QFile>
 #include <QRegularExpression>
 #include <QSet>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <iterator>
+#include <map>
+#include <random>
 
 #include "bundle_check/config_keys.h"
 #include "bundle_check/ini_lines.h"
 #include "tests/bundle_check/bundle_folder.h"
 
 using namespace Qt::StringLiterals;
+using bundle_check::DecodeIniKey;
+using bundle_check::DecodeIniValue;
 using bundle_check::ScanIni;
 
 namespace {
@@ -20,11 +27,50 @@ std::vector<std::string> Scan(QByteArray const& text)
 {
     std::vector<std::string> entries;
     for (auto const& entry : ScanIni(text).entries) {
-        entries.push_back((QString::number(entry.line) + u':' + entry.section + u'/' + entry.key +
-                           u'=' + QString::fromUtf8(entry.value))
+        entries.push_back((QString::number(entry.line) + u':' + entry.section.value_or(QString()) +
+                           u'/' + entry.key + u'=' + QString::fromUtf8(entry.value))
                               .toStdString());
     }
     return entries;
+}
+
+using Values = std::map<QString, QStringList>;
+
+// Other names cannot be asked for: QSettings makes them regular first.
+bool IsRegular(QString const& name)
+{
+    return !name.isEmpty() && !name.startsWith(u'/') && !name.endsWith(u'/') &&
+           !name.contains(u"//"_s);
+}
+
+Values ReadHere(QByteArray const& text)
+{
+    static QRegularExpression const doubled(u"^@@"_s);
+    Values values;
+    for (auto const& entry : ScanIni(text).entries) {
+        if (IsRegular(entry.FullName())) {
+            values[entry.FullName()] = entry.decoded.elements;
+            // A doubled "@" is QSettings' way to begin an ordinary text with one.
+            values[entry.FullName()].replaceInStrings(doubled, u"@"_s);
+        }
+    }
+    return values;
+}
+
+Values ReadByQSettings(QString const& path, QByteArray const& text)
+{
+    QFile file(path);
+    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(text);
+    file.close();
+    QSettings const settings(path, QSettings::IniFormat);
+    Values values;
+    for (auto const& name : settings.allKeys()) {
+        if (IsRegular(name)) {
+            values[name] = settings.value(name).toStringList();
+        }
+    }
+    return values;
 }
 
 }  // namespace
@@ -68,6 +114,61 @@ TEST(IniLines, EndAnywhereWithoutHarm)
         }
     }
     EXPECT_EQ(ScanIni(text).entries.size(), 2);
+}
+
+TEST(IniLines, OfASectionWithoutANameBelongToNoOther)
+{
+    auto const entries = ScanIni("[]\na=1\n[%General]\na=2\n[General]\na=3\nA%42\\c=4").entries;
+    std::vector<std::string> names;
+    for (auto const& entry : entries) {
+        names.push_back(entry.FullName().toStdString());
+    }
+    EXPECT_THAT(names, ElementsAre("/a", "General/a", "a", "AB/c"));
+}
+
+TEST(IniKey, HasItsPercentCodesDecoded)
+{
+    EXPECT_EQ(DecodeIniKey("fw%5Fversion"), u"fw_version"_s);
+    EXPECT_EQ(DecodeIniKey("%U20ACa%5f"), u"\u20ACa_"_s);
+    EXPECT_EQ(DecodeIniKey("a%5"), u"a%5"_s);
+    EXPECT_EQ(DecodeIniKey("%U005%zz%%41"), u"%U005%zz%A"_s);
+    EXPECT_EQ(DecodeIniKey("a\\b%"), u"a/b%"_s);
+}
+
+TEST(IniValue, HasMixedQuotesWhenSomeOfAnElementIsOutsideThem)
+{
+    for (auto const* value : {"a \"b\" c", "\"a\" b", "a\"b\"", "\"a\"\"b\"", "x, \"a\" b",
+                              "\"a\"\\n", "\"a \"b\" c\""}) {
+        EXPECT_TRUE(DecodeIniValue(value).mixed_quotes) << value;
+    }
+    for (auto const* value : {"", "a b", " \"a, b\" ", "\"a\", b, \"c\"", "\"a \\\"b\\\" c\"",
+                              "a \\\"b\\\" c", "\"\""}) {
+        EXPECT_FALSE(DecodeIniValue(value).mixed_quotes) << value;
+    }
+}
+
+// What stands here decides what may reach QSettings, so it has to take every file apart as
+// QSettings does: texts and lists of a thousand files of pieces that matter to either.
+TEST(IniReading, AgreesWithQSettings)
+{
+    constexpr int kFiles = 1000;
+    constexpr int kPieces = 12;
+    static constexpr const char* kParts[] = {
+        "a",   "b",          "=",   "=",           "\n",   "\n",     "\r\n", ",",
+        ";",   "\"",         "\"",  " ",           "\t",   "\\",     "\\x",  "\\x40",
+        "\\0", "\\1000",     "\\n", "\\\\",        "\\\"", "40",     "@",    "x)",
+        "[b]", "[%General]", "[]",  "[General]\n", "%41",  "%U0042", "%",    "\\q"};
+    std::mt19937 random(1);
+    std::uniform_int_distribution<size_t> part(0, std::size(kParts) - 1);
+    QTemporaryDir const folder;
+    for (int i = 0; i < kFiles; ++i) {
+        QByteArray text("a=");
+        for (int j = 0; j < kPieces; ++j) {
+            text += kParts[part(random)];
+        }
+        ASSERT_EQ(ReadHere(text), ReadByQSettings(folder.filePath(QString::number(i)), text))
+            << text.toStdString();
+    }
 }
 
 TEST(KeyTable, HoldsTheKeysThatTheProgramReads)
@@ -159,6 +260,26 @@ TEST(KeyInASection, IsNotSeenByTheProgram)
     EXPECT_TRUE(Finds(bundle, "config.ini: warning: fw_version: The key is missing"));
 }
 
+TEST(KeyInASection, WithoutANameIsNotSeenEither)
+{
+    BundleFolder bundle;
+    bundle.Remove("fw_version");
+    bundle.Set("[]\nfw_version", "1.0");
+    EXPECT_TRUE(Finds(bundle,
+                      "config.ini:15: warning: fw_version: The key stands in the section \"[]\", "
+                      "where the program does not see it"));
+}
+
+TEST(KeyInPercentCodes, IsTheKeyThatTheyName)
+{
+    BundleFolder bundle;
+    bundle.Remove("fw_version");
+    bundle.Set("fw%5Fversion", "1.0");
+    EXPECT_TRUE(FindsNothing(bundle));
+    bundle.Set("fw_version", "1.1");
+    EXPECT_TRUE(FindsOnly(bundle, "config.ini:15: warning: fw_version: The key stood in line 14"));
+}
+
 TEST(KeyInASection, IsSeenInTheGeneralOne)
 {
     BundleFolder bundle;
@@ -208,6 +329,10 @@ TEST(Backslash, BeforeAnOrdinaryLetterIsTold)
     EXPECT_TRUE(FindsOnly(bundle,
                           "config.ini:12: warning: product_text: \"\\Q\" is no escape "
                           "sequence"));
+    bundle.Set("product_text", "C:\\xyz");
+    EXPECT_TRUE(FindsOnly(bundle,
+                          "config.ini:12: warning: product_text: \"\\x\" is no escape "
+                          "sequence"));
     bundle.Set("product_text", "\"a\\n\\t\\\\Q\\x41\"");
     EXPECT_TRUE(FindsNothing(bundle));
 }
@@ -228,23 +353,74 @@ TEST(UnquotedSemicolon, BehindANumberIsAComment)
     EXPECT_TRUE(FindsNothing(bundle));
 }
 
-TEST(ValueThatBeginsWithAtSign, IsNotGivenToTheReader)
+TEST(UnquotedSemicolon, BehindANameOrAClosingQuotationMarkIsAComment)
 {
-    for (auto const* value : {"@Variant(\\0\\0)", "\"@Size(1 2)\"", "a, @x", "\\x40x", "\\0100x",
-                              "\\\n @x", "\"\"@x"}) {
+    BundleFolder bundle;
+    bundle.Set("product_text", "\"Plug in; reset\" ; remark");
+    bundle.Set("fw_target_type", "Customer ; remark");
+    bundle.Set("interface", "uart ; remark");
+    EXPECT_TRUE(FindsNothing(bundle));
+    bundle.Set("product_text", "Lumen \\\"Pro\\\"; two");
+    EXPECT_TRUE(Finds(bundle, "config.ini:12: warning: product_text: An unquoted semicolon"));
+    bundle.Set("product_text", "\\\"Pro\\\"; two");
+    EXPECT_TRUE(Finds(bundle, "config.ini:12: warning: product_text: An unquoted semicolon"));
+    bundle.Set("product_text", "\"Lumen\" \"Pro\"; two");
+    EXPECT_TRUE(Finds(bundle, "config.ini:12: warning: product_text: An unquoted semicolon"));
+}
+
+TEST(QuotationMarks, InsideATextAreDropped)
+{
+    BundleFolder bundle;
+    for (auto const* value : {"Lumen \"Pro\" two", "\"Lumen \"\"Pro\" two"}) {
+        bundle.Set("product_text", value);
+        EXPECT_TRUE(FindsOnly(bundle,
+                              "config.ini:12: warning: product_text: Quotation marks inside a text "
+                              "are dropped, and the spaces behind them: the program reads \"Lumen "
+                              "Protwo\"."))
+            << value;
+    }
+    bundle.Set("product_text", "\"Lumen \\\"Pro\\\" two\"");
+    EXPECT_TRUE(FindsNothing(bundle));
+}
+
+TEST(ValueInQSettingsOwnForm, IsNotGivenToTheReader)
+{
+    for (auto const* value :
+         {"@Variant(\\0\\0)", "@Variant(\\0\\0)  ", "\"@Size(1 2)\"", "@Size(1 2)\"\"",
+          "a, @Rect(1)", "\"a,\", \"@Rect(1)\"", "\\x40Point(1)", "\\0100Point(1)",
+          "\\\n@Invalid()", "\"\"@String(x)", "@DateTime(\\0)", "@ByteArray(x)"}) {
         BundleFolder bundle;
         bundle.Set("product_text", value);
-        EXPECT_TRUE(
-            Finds(bundle, "config.ini:12: error: product_text: The value begins with \"@\""))
+        EXPECT_TRUE(Finds(bundle,
+                          "config.ini:12: error: product_text: The value, or an element of its "
+                          "list, has the form @NAME(...)"))
             << value;
     }
 }
 
-TEST(ValueThatBeginsWithAtSign, IsOrdinaryWhenItIsDoubled)
+TEST(ValueInQSettingsOwnForm, IsRecognisedBehindEveryEscapeThatHidesIt)
 {
+    for (auto const* value :
+         {"\\q@Variant(\\0)", "\\x@Variant(\\0)", "\\x10040Variant(\\0)", "\\200100Variant(\\0)",
+          "\\x00000000000000000000000000000040Variant(\\0)", "@\\x56\\141riant(\\0\\x29",
+          "@Variant(\\0)\\x", "@Varia\\\nnt(\\0)"}) {
+        BundleFolder bundle;
+        bundle.Set("product_text", value);
+        EXPECT_TRUE(Finds(bundle, "config.ini:12: error: product_text: The value, or an element "))
+            << value;
+    }
+}
+
+TEST(ValueThatBeginsWithAtSign, IsOrdinaryInEveryOtherForm)
+{
+    for (auto const* value : {"@Lumen", "@@home", "@@Variant(x)", "\"Mail us, @kelvane\"",
+                              "\"Mail us, @Variant(x)\"", "@Variant(x", "@Variant(x) two",
+                              "@Lumen(x)", "@variant(x)", "a@b \\x41", "x @Variant(x)"}) {
+        BundleFolder bundle;
+        bundle.Set("product_text", value);
+        EXPECT_TRUE(FindsNothing(bundle)) << value;
+    }
     BundleFolder bundle;
-    bundle.Set("product_text", "@@home");
-    EXPECT_TRUE(FindsNothing(bundle));
-    bundle.Set("product_text", "a@b \\x41");
+    bundle.Set("product_list", "Aria:10c4:ea60, @Lumen:10c4:ea61");
     EXPECT_TRUE(FindsNothing(bundle));
 }

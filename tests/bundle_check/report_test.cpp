@@ -6,6 +6,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QStringDecoder>
 
 #include "tests/bundle_check/bundle_folder.h"
 
@@ -134,6 +135,26 @@ TEST(Json, HoldsFindingsAndPredictions)
     ASSERT_EQ(predictions.size(), 1);
     EXPECT_EQ(predictions[0][u"product"_s].toString(), u"Lumen"_s);
     EXPECT_EQ(predictions[0][u"seconds"_s].toInt(), 1);
+}
+
+TEST(Json, StaysJsonWhateverTheTextsHold)
+{
+    for (auto const* value : {"\\xd800:1:1", "a\\xdc00b:1:1", "\xFF\xC3:1:1", "\xED\xA0\x80:1:1",
+                              "\"\\\"\\n\\x1f\\x7f\\xffff\":1:1"}) {
+        BundleFolder bundle;
+        bundle.Set("product_list", value);
+        bundle.Set("%UD800", "\xFE");
+        bundle.Set("\xC3\x28", "1");
+        auto const json = FormatJson(CheckBundle(bundle.Root()));
+        QStringDecoder utf8(QStringDecoder::Utf8);
+        QString const text = utf8(json);
+        EXPECT_FALSE(utf8.hasError()) << json.constData();
+        QJsonParseError error{};
+        auto const object = QJsonDocument::fromJson(json, &error).object();
+        EXPECT_EQ(error.error, QJsonParseError::NoError) << json.constData();
+        EXPECT_EQ(object[u"predictions"_s].toArray().size(), 1) << json.constData();
+        EXPECT_EQ(object[u"findings"_s].toArray().size(), 2) << json.constData();
+    }
 }
 
 TEST(Json, OfACleanBundleSaysSo)

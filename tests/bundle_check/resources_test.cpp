@@ -3,6 +3,8 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
 
 #include "bundle_check/font_name.h"
 #include "tests/bundle_check/bundle_folder.h"
@@ -81,6 +83,23 @@ TEST(FontNames, OfTheDemonstrationsFontsAreTheWindows)
     }
 }
 
+TEST(FontNames, AreTheEnglishOnesWhereverTheyStand)
+{
+    constexpr int kMacintosh = 1;
+    constexpr int kWindows = 3;
+    QByteArray const fett("\0F\0e\0t\0t", 8);
+    QByteArray const bold("\0B\0o\0l\0d", 8);
+    FontRecord const family{kMacintosh, 0, 1, "Sans"};
+    FontRecord const german{kWindows, 0x407, 2, fett};
+    FontRecord const english{kWindows, 0x409, 2, bold};
+    FontRecord const english_of_macintosh{kMacintosh, 0, 2, "Bold"};
+    FontName const expected{u"Sans"_s, u"Bold"_s};
+    EXPECT_EQ(ReadFontName(MakeFont({family, german, english})), expected);
+    EXPECT_EQ(ReadFontName(MakeFont({family, english, german})), expected);
+    EXPECT_EQ(ReadFontName(MakeFont({english_of_macintosh, german, family})), expected);
+    EXPECT_EQ(ReadFontName(MakeFont({family, german})), (FontName{u"Sans"_s, u"Fett"_s}));
+}
+
 TEST(FontNames, ThatAreCutOffAreNone)
 {
     auto const font = MakeFont("Kelvane Sans", "Bold");
@@ -132,8 +151,47 @@ TEST(Driver, IsOfNoUseToALinuxProgram)
                  "ELF",
                  true);
     EXPECT_TRUE(FindsOnly(bundle, "note: The serial driver's program"));
+}
+
+TEST(Driver, MustBeInAnApplicationForMacos)
+{
+    BundleFolder bundle;
     bundle.Write(u"Info.plist"_s, "<plist/>");
-    EXPECT_TRUE(FindsOnly(bundle, "warning: The serial driver's program"));
+    EXPECT_TRUE(FindsNothing(bundle));
+    bundle.Delete(QString::fromLatin1(kDriver));
+    EXPECT_TRUE(FindsOnly(bundle, "error: The serial driver's program"));
+}
+
+TEST(Links, OutOfTheBundleAreToldOfEveryFile)
+{
+    BundleFolder bundle;
+    bundle.UseUsb();
+    QTemporaryDir const elsewhere;
+    for (auto const& name : {u"config.ini"_s, u"background.png"_s, u"Sans-Bold.otf"_s,
+                             u"CP210xVCPDriver.app"_s, u"../MacOS/dfu-util"_s}) {
+        auto const path = bundle.Path(u"Resources/"_s + name);
+        auto const target = elsewhere.filePath(QFileInfo(name).fileName());
+        ASSERT_TRUE(QFile::rename(path, target)) << name.toStdString();
+        ASSERT_TRUE(QFile::link(target, path)) << name.toStdString();
+        auto const file =
+            name.endsWith(u".app"_s) ? name + u"/Contents/MacOS/CP210xVCPDriver"_s : name;
+        auto const text =
+            u"warning: \"%1\" is, or lies behind, a symbolic link out of the bundle"_s.arg(file);
+        EXPECT_TRUE(FindsOnly(bundle, text.toUtf8())) << name.toStdString();
+        ASSERT_TRUE(QFile::remove(path));
+        ASSERT_TRUE(QFile::rename(target, path));
+    }
+    EXPECT_TRUE(FindsNothing(bundle));
+}
+
+TEST(Links, ToTheBundleAreItself)
+{
+    BundleFolder const bundle;
+    QTemporaryDir const elsewhere;
+    auto const link = elsewhere.filePath(u"bundle"_s);
+    ASSERT_TRUE(QFile::link(bundle.Root(), link));
+    EXPECT_TRUE(GetFindings(link).isEmpty());
+    EXPECT_TRUE(GetFindings(link + u"/Contents/Resources"_s).isEmpty());
 }
 
 TEST(Path, MayBeTheBundleItsContentsOrItsResources)

@@ -58,7 +58,7 @@ TEST(MissingKey, OfTheModelCheckIsNotMissedByAServiceFirmware)
     for (auto const* key : {"otp_address", "otp_size", "device_id_list"}) {
         bundle.Remove(key);
     }
-    EXPECT_TRUE(FindsOnly(bundle, "config.ini:7: note: fw_target_type: A service firmware"));
+    EXPECT_TRUE(FindsOnly(bundle, "config.ini:7: warning: fw_target_type: A service firmware"));
 }
 
 TEST(MissingKey, DependsOnTheInterface)
@@ -117,6 +117,13 @@ TEST(OtpSize, IsReadAsDecimalOnly)
                      "as 0, because it is no number."));
 }
 
+TEST(OtpSize, BeyondThirtyTwoBitsIsCutToThem)
+{
+    EXPECT_TRUE(Only("otp_size", "4294967808",
+                     "config.ini:5: error: otp_size: The program reads \"4294967808\" as 512, "
+                     "because it does not fit 32 bits."));
+}
+
 TEST(OtpSize, MustHoldTheRecords)
 {
     EXPECT_TRUE(Only("otp_size", "15", "config.ini:5: error: otp_size: 15 bytes hold no record"));
@@ -157,6 +164,16 @@ TEST(McubootBaud, ShouldBeAUsualSpeed)
                           "not a usual speed"));
     bundle.Set("mcuboot_baud", "115200");
     EXPECT_TRUE(FindsNothing(bundle));
+}
+
+TEST(McubootBaud, BeyondThirtyTwoBitsIsCutToThem)
+{
+    BundleFolder bundle;
+    bundle.UseMcuboot();
+    bundle.Set("mcuboot_baud", "4295082496");
+    EXPECT_TRUE(FindsOnly(bundle,
+                          "config.ini:15: error: mcuboot_baud: The program reads \"4295082496\" as "
+                          "115200, because it does not fit 32 bits."));
 }
 
 TEST(Interface, ThatIsNearlyAKnownNameIsAnError)
@@ -316,15 +333,21 @@ TEST(DeviceIdList, HoldsBytes)
 {
     EXPECT_TRUE(
         Only("device_id_list", "7, 300",
-             "config.ini:9: error: device_id_list: The model identifier 300 does not fit one "
+             "config.ini:9: error: device_id_list: The model identifier \"300\" does not fit one "
              "byte, and is read as 44."));
     EXPECT_TRUE(Only("device_id_list", "256",
                      "config.ini:9: error: device_id_list: The model "
-                     "identifier 256 does not fit one byte"));
+                     "identifier \"256\" does not fit one byte"));
     EXPECT_TRUE(Only("device_id_list", "-1",
                      "config.ini:9: error: device_id_list: The model "
-                     "identifier -1 does not fit one byte, and is read as "
+                     "identifier \"-1\" does not fit one byte, and is read as "
                      "255."));
+    EXPECT_TRUE(Only("device_id_list", "4294967303",
+                     "config.ini:9: error: device_id_list: The model identifier \"4294967303\" "
+                     "does not fit one byte, and is read as 7."));
+    EXPECT_TRUE(Only("device_id_list", "18446744073709551623",
+                     "config.ini:9: error: device_id_list: The model identifier "
+                     "\"18446744073709551623\" does not fit one byte, and is read as 0."));
     EXPECT_TRUE(Clean("device_id_list", "0, 255"));
 }
 
@@ -355,6 +378,30 @@ TEST(ProgrammingAddress, BehindTheStartOfFlashIsNotWhatIsErased)
     EXPECT_TRUE(FindsNothing(bundle)) << "dfu-util erases where it writes";
 }
 
+TEST(ProgrammingAddress, MustBeAMultipleOfEight)
+{
+    BundleFolder bundle;
+    for (auto const* address : {"0x08000002", "0x08000004"}) {
+        bundle.Set("programming_address", address);
+        auto const text = "config.ini:3: error: programming_address: " + QByteArray(address) +
+                          " is not a multiple of 8";
+        EXPECT_TRUE(Finds(bundle, text));
+    }
+    bundle.UseUsb();
+    EXPECT_TRUE(FindsOnly(bundle,
+                          "config.ini:3: error: programming_address: 0x08000004 is not a multiple "
+                          "of 8, and flash is programmed by 8 bytes at a time"));
+    bundle.Set("programming_address", "0x08000008");
+    EXPECT_TRUE(FindsNothing(bundle));
+}
+
+TEST(StartAddress, ShouldBeAMultipleOfFour)
+{
+    EXPECT_TRUE(Only("start_address", "0x08000002",
+                     "config.ini:2: warning: start_address: 0x08000002 is not a multiple of 4"));
+    EXPECT_TRUE(Clean("start_address", "0x08000004"));
+}
+
 TEST(StartAddress, MustLieInFlashAndShouldLieInTheImage)
 {
     BundleFolder bundle;
@@ -375,6 +422,16 @@ TEST(BootModeAddress, ShouldLieInRam)
                      "config.ini:6: warning: boot_mode_address: 0x08010000 lies in flash"));
     EXPECT_TRUE(Only("boot_mode_address", "0x20014002",
                      "config.ini:6: error: boot_mode_address: 0x20014002 is not a multiple of 4"));
+}
+
+TEST(BootModeAddress, ShouldNotLieInTheBootloadersRam)
+{
+    for (auto const* address : {"0x20000000", "0x20003ffc"}) {
+        auto const text = "config.ini:6: warning: boot_mode_address: " + QByteArray(address) +
+                          " lies in the RAM below 0x20004000, which the bootloader keeps";
+        EXPECT_TRUE(Only("boot_mode_address", address, text));
+    }
+    EXPECT_TRUE(Clean("boot_mode_address", "0x20004000"));
 }
 
 TEST(BootModeAddress, InsideTheImageWouldSpoilIt)
