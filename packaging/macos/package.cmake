@@ -1,7 +1,11 @@
 # The application bundle and the disk image for customers. Linux can only try where things are put, so
 # there is little of it.
 
-set(FW_DRIVER_APP "" CACHE PATH "CP210xVCPDriver.app as its maker signed it")
+set(FW_DRIVER_APP "" CACHE PATH
+  "CP210xVCPDriver.app as its maker signed it; if not set, the one in the product's resource directory")
+if(NOT FW_DRIVER_APP AND EXISTS "${product_resources}/${FW_DRIVER_NAME}")
+  set(FW_DRIVER_APP "${product_resources}/${FW_DRIVER_NAME}")
+endif()
 foreach(part IN ITEMS FW_DFU_UTIL FW_DRIVER_APP)
   if(NOT ${part})
     message(WARNING "${part} is not set: the bundle is not one to ship")
@@ -49,7 +53,7 @@ function(fw_install_macos_bundle)
   install(FILES "${icon}" DESTINATION "${fw_contents}/Resources")
   if(FW_DRIVER_APP)
     install(DIRECTORY "${FW_DRIVER_APP}/" USE_SOURCE_PERMISSIONS
-      DESTINATION "${fw_contents}/Resources/CP210xVCPDriver.app")
+      DESTINATION "${fw_contents}/Resources/${FW_DRIVER_NAME}")
   endif()
 endfunction()
 

@@ -81,6 +81,9 @@ list_inner_code() {
 # What the driver's maker signed must still be what Apple's chain of certificates vouches for.
 check_driver() {
     [ -d "$driver" ] || fail "$driver_name is missing: the program could not install the driver"
+    # The signature says nothing about the right to run it.
+    [ -x "$driver/Contents/MacOS/${driver_name%.app}" ] ||
+        fail "$driver_name holds no executable program: the program could not install the driver"
     codesign --verify --deep --strict --test-requirement '=anchor apple generic' "$driver"
 }
 
@@ -98,6 +101,39 @@ check_libraries() {
         outside=$(sed -n 's/^[[:space:]]\{1,\}\(.*\) (compatibility.*/\1/p' <<<"$outside" |
             grep -Ev '^(@rpath|@executable_path|@loader_path|/usr/lib|/System/Library)/' || true)
         [ -z "$outside" ] || fail "$path needs a library from outside the bundle: $outside"
+    done < <(cat "$work/inner_code"; echo "$main_program")
+}
+
+# What the application says of itself: LSMinimumSystemVersion.
+read_oldest_system() {
+    tr -d '[:space:]' <"$app/Contents/Info.plist" |
+        sed -n 's/.*<key>LSMinimumSystemVersion<\/key><string>\([0-9.]*\)<.*/\1/p'
+}
+
+# newer_than VERSION: those systems in otool's list of load commands that come after it.
+newer_than() {
+    awk -v oldest="$1" '
+        function number(version, parts) {
+            split(version, parts, ".")
+            return parts[1] * 10000 + parts[2] * 100 + parts[3]
+        }
+        $1 == "cmd" { command = $2 }
+        # What older tools wrote in its place is the second one.
+        (command == "LC_BUILD_VERSION" && $1 == "minos" ||
+            command == "LC_VERSION_MIN_MACOSX" && $1 == "version") &&
+            number($2) > number(oldest) { print $2 }'
+}
+
+# Code for a newer macOS than the application asks for is not even loaded on the older one.
+check_systems() {
+    local oldest path commands newer
+    oldest=$(read_oldest_system)
+    [ -n "$oldest" ] || fail "Info.plist names no LSMinimumSystemVersion"
+    while IFS= read -r path; do
+        [ -f "$path" ] || continue
+        commands=$(otool -arch all -l "$path")
+        newer=$(newer_than "$oldest" <<<"$commands")
+        [ -z "$newer" ] || fail "$path needs macOS $newer, but the application is to run on $oldest"
     done < <(cat "$work/inner_code"; echo "$main_program")
 }
 
@@ -183,6 +219,7 @@ list_inner_code >"$work/inner_code"
 check_driver
 check_tool
 check_libraries
+check_systems
 sign_application
 notarise_application
 make_disk_image

@@ -113,10 +113,25 @@ test_lintian() {
     lintian --fail-on error "$deb"
 }
 
-# expect_window COMMAND: the program shows a window with the product's title, which it can only have
+# expect_entry WINDOW PROGRAM ENTRY: a desktop finds the entry, and with it the icon, that belongs to the
+# window: by its class under X11, and under Wayland by the entry's name, which the program tells.
+expect_entry() {
+    local class id
+    class=$(sed -n 's/^StartupWMClass=//p' "$3")
+    [ -n "$class" ] || fail "$3 names no class"
+    xprop -id "$1" WM_CLASS | grep --quiet --fixed-strings "\"$class\"" ||
+        fail "the class $class is not that of the window: $(xprop -id "$1" WM_CLASS)"
+    id=$(basename "$3" .desktop)
+    # Qt keeps its texts in two bytes a letter.
+    [ "$(tr -d '\0' <"$2" | grep --text --count --fixed-strings "$id")" -gt 0 ] ||
+        fail "the program does not know its entry's name, $id"
+}
+
+# expect_window ROOT: the program shows a window with the product's title, which it can only have
 # from the resources, and ends when asked to.
 expect_window() {
-    local program=$1 resources=$2 title pattern window='' end=$((SECONDS + seconds)) pid
+    local program=$1/usr/bin/$name resources=$1/$contents/Resources title pattern window='' pid
+    local end=$((SECONDS + seconds))
     title=$(sed -n 's/^window_title=//p' "$resources/config.ini" | tr -d '"')
     [ -n "$title" ] || skip "the product in the package has no title to look for"
     # shellcheck disable=SC2001  # a set of characters, each to be kept
@@ -130,13 +145,14 @@ expect_window() {
         sleep 0.1
     done
     xdotool getwindowgeometry "$window" | grep --quiet 'Geometry: 665x517' || fail "the window is not whole"
+    expect_entry "$window" "$program" "$1/usr/share/applications/com.kelvane.firmwareupdater.desktop"
     kill "$pid"
     wait "$pid" || true
     echo "the window \"$title\" appeared"
 }
 
 on_a_screen() {
-    need Xvfb xdotool
+    need Xvfb xdotool xprop
     [ -n "${FW_ON_A_SCREEN:-}" ] ||
         FW_ON_A_SCREEN=1 exec "$here/../support/run_test.sh" --display "$here/deb_test.sh" "$build" "$test"
 }
@@ -158,7 +174,7 @@ test_throw_away_root() {
     mkdir -p "$work/root/var/lib/dpkg/info" "$work/root/var/lib/dpkg/updates"
     touch "$work/root/var/lib/dpkg/status"
     dpkg_there --install "$deb"
-    expect_window "$work/root/usr/bin/$name" "$work/root/$contents/Resources"
+    expect_window "$work/root"
     dpkg_there --purge "$name"
     local left
     left=$(cd "$work/root" && find . -mindepth 1 -not -path './var' -not -path './var/lib' \
@@ -183,7 +199,7 @@ test_this_machine() {
                 echo "$path"
             fi
         done >"$work/installed"
-        (expect_window "$name" "/$contents/Resources") || problem="the installed program does not work"
+        (expect_window '') || problem="the installed program does not work"
     else
         problem="it cannot be installed"
     fi

@@ -247,6 +247,31 @@ add_subdirectory("{PACKAGING}" packaging)
         for name in ("Contents/MacOS/dfu-util", "Contents/Resources/CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver"):
             self.assertTrue(os.access(app / name, os.X_OK), name)
 
+    def test_a_driver_application_in_the_product_is_taken_as_it_is(self):
+        program = "CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver"
+        self.path("Driver.app").rename(self.path("product/CP210xVCPDriver.app"))
+        self.path("product/CP210xVCPDriver.app/Contents/Current").symlink_to("MacOS")
+
+        result = self.configure()
+
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertNotIn("FW_DRIVER_APP", result.stderr)
+        app, _ = self.install()
+        self.assertEqual((app / "Contents/Resources" / program).stat().st_mode & 0o777, 0o755)
+        self.assertTrue((app / "Contents/Resources/CP210xVCPDriver.app/Contents/Current").is_symlink())
+        self.assertNotIn("CP210xVCPDriver", self.path("called").read_text(), "there before macdeployqt ran")
+
+    def test_a_driver_application_that_is_named_comes_before_the_one_in_the_product(self):
+        self.path("product/CP210xVCPDriver.app/Contents/MacOS").mkdir(parents=True)
+        self.program("product/CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver", "the product's")
+        self.program("Driver.app/Contents/MacOS/CP210xVCPDriver", "the named one")
+
+        self.configure("-D", f"FW_DRIVER_APP={self.path('Driver.app')}")
+
+        app, _ = self.install()
+        program = app / "Contents/Resources/CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver"
+        self.assertIn("the named one", program.read_text())
+
     def test_its_description_names_what_it_holds(self):
         self.configure("-D", "CMAKE_OSX_DEPLOYMENT_TARGET=12.0")
 

@@ -57,6 +57,14 @@ case "$1" in
 esac
 END
     make_stand_in otool <<'END'
+if [ "$1 $2 $3" = "-arch all -l" ]; then
+    tool=12.0
+    case "$last" in */dfu-util) tool=${TOOL_NEEDS:-12.0} ;; esac
+    printf '      cmd LC_BUILD_VERSION\n platform 1\n    minos %s\n      sdk 14.4\n  version 955.13\n' "$tool"
+    printf '      cmd LC_VERSION_MIN_MACOSX\n  version %s\n      sdk 14.4\n' "${OLD_STYLE:-10.9}"
+    printf '      cmd LC_SOURCE_VERSION\n  version 99.0\n'
+    exit
+fi
 printf '%s:\n\t@rpath/QtCore.framework/Versions/A/QtCore (compatibility version 6.0.0, current version 6.8.0)\n' "$last"
 printf '\t/usr/lib/libSystem.B.dylib (compatibility version 1.0.0, current version 1.0.0)\n'
 case "$last" in */dfu-util) [ -z "${OUTSIDE:-}" ] || printf '\t%s (compatibility version 3.0.0)\n' "$OUTSIDE" ;; esac
@@ -68,6 +76,11 @@ make_program() {
     mkdir -p "$(dirname "$1")"
     printf '\xcf\xfa\xed\xfe\x0c\x00\x00\x01\x00\x00\x00\x00\x02\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00' >"$1"
     chmod +x "$1"
+}
+
+write_description() {
+    printf '<dict>\n\t<key>CFBundleVersion</key>\n\t<string>99.0</string>\n\t<key>LSMinimumSystemVersion</key>\n\t<string>%s</string>\n</dict>\n' \
+        "$1" >"$contents/Info.plist"
 }
 
 make_application() {
@@ -82,6 +95,7 @@ make_application() {
     ln -s Versions/Current/QtCore "$contents/Frameworks/QtCore.framework/QtCore"
     mkdir -p "$contents/Resources"
     echo 'firmware_filename=a.bin' >"$contents/Resources/config.ini"
+    write_description 12.0
     ln -s /Applications "$work/image/Applications"
     echo unsigned >"$work/unsigned.dmg"
     echo key >"$work/key.p8"
@@ -226,6 +240,37 @@ a_driver_application_that_is_missing_or_not_validly_signed_is_refused_before_any
     expect_no_result
 }
 
+a_driver_application_whose_program_lost_its_right_to_run_is_refused_before_anything_is_signed() {
+    local program=$contents/Resources/CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver
+    chmod a-x "$program"
+    run
+    chmod a+x "$program"
+    expect_status 1
+    expect_output "CP210xVCPDriver.app holds no executable program"
+    expect_nothing_signed
+    expect_no_result
+}
+
+code_for_a_newer_system_than_the_application_promises_is_refused_before_anything_is_signed() {
+    run TOOL_NEEDS=14.0
+    expect_status 1
+    expect_output "dfu-util needs macOS 14.0, but the application is to run on 12.0"
+    expect_nothing_signed
+    expect_no_result
+    run OLD_STYLE=12.0.1
+    expect_status 1
+    expect_output "needs macOS 12.0.1"
+    expect_nothing_signed
+    write_description 12
+    run
+    expect_status 0
+    write_description ''
+    run
+    write_description 12.0
+    expect_status 1
+    expect_output "names no LSMinimumSystemVersion"
+}
+
 a_library_from_the_builders_computer_is_refused_before_anything_is_signed() {
     run OUTSIDE=/opt/homebrew/lib/libusb-1.0.0.dylib
     expect_status 1
@@ -282,6 +327,8 @@ tests=(
     without_credentials_nothing_is_touched
     a_key_takes_the_place_of_the_keychain_and_must_be_whole
     a_driver_application_that_is_missing_or_not_validly_signed_is_refused_before_anything_is_signed
+    a_driver_application_whose_program_lost_its_right_to_run_is_refused_before_anything_is_signed
+    code_for_a_newer_system_than_the_application_promises_is_refused_before_anything_is_signed
     a_library_from_the_builders_computer_is_refused_before_anything_is_signed
     a_script_in_the_place_of_dfu_util_is_refused_before_anything_is_signed
     an_image_with_two_applications_or_none_is_refused
