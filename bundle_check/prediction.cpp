@@ -37,7 +37,7 @@ double PredictSeconds(Config const& config, uint64_t bytes)
         case TargetUsb:
             return PredictUsb(bytes, page_size);
         case TargetMcubootSerial:
-            return PredictMcuboot(bytes, ReadMcubootConfig(config.Settings()).baud);
+            return PredictMcuboot(bytes, page_size, ReadMcubootConfig(config.Settings()).baud);
         case TargetUart:
             break;
     }
@@ -65,7 +65,7 @@ double PredictUsb(uint64_t bytes, uint64_t page_size)
            ProgrammingSeconds(bytes) + kNoticeSeconds;
 }
 
-double PredictMcuboot(uint64_t bytes, unsigned baud)
+double PredictMcuboot(uint64_t bytes, uint64_t page_size, unsigned baud)
 {
     constexpr uint64_t kChunk = 1483;
     constexpr double kPauseSeconds = 0.016;  // 10 before, 3 behind a request, 3 behind its answer
@@ -79,8 +79,8 @@ double PredictMcuboot(uint64_t bytes, unsigned baud)
     }
     auto const chunks = Divide(bytes, kChunk);
     auto const sent = (chunks * kChunkOverhead + static_cast<double>(bytes)) * kBase64;
-    return chunks * kPauseSeconds + (sent + chunks * kAnswerBytes) * kBitsPerByte / baud +
-           ProgrammingSeconds(bytes);
+    return EraseSeconds(bytes, page_size) + chunks * kPauseSeconds +
+           (sent + chunks * kAnswerBytes) * kBitsPerByte / baud + ProgrammingSeconds(bytes);
 }
 
 QList<Prediction> Predict(Config const& config, uint64_t bytes)

@@ -35,11 +35,12 @@ double PredictUart(uint64_t bytes, uint64_t page_size);
 double PredictUsb(uint64_t bytes, uint64_t page_size);
 
 // MCUboot, in chunks of 1483 bytes, 8N1, which is 10 bits a byte:
-//   chunks * (16 ms that the program pauses, about 60 bytes of answer)
+//   pages * 24.5 ms that the unit erases its slot for
+// + chunks * (16 ms that the program pauses, about 60 bytes of answer)
 // + (chunks * 35 bytes of frame and map + bytes) * 4 / 3 for base64, at the given baud rate
 // + bytes / 8 * 82 us that the unit programs for
 // Nothing at a rate of 0.
-double PredictMcuboot(uint64_t bytes, unsigned baud);
+double PredictMcuboot(uint64_t bytes, uint64_t page_size, unsigned baud);
 
 // The same for each product of the list.
 QList<Prediction> Predict(Config const& config, uint64_t bytes);
