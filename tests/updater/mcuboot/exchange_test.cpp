@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include <QElapsedTimer>
+#include <algorithm>
 #include <map>
 
 #include "tests/updater/mcuboot/observed_waits.h"
@@ -79,7 +80,14 @@ TEST_F(Exchange, GoesOnWhenTheNextLineFollowsItsNewlineAtOnce)
 {
     auto const lines = ToLines(MakeAnswerBody(FromHex("a162726300")), 10);
     auto const end = lines.indexOf('\n') + 1;
-    unit_.AnswersInPieces({lines.first(end), lines.sliced(end)});
+    unit_.Answers(lines.first(end));
+    ObservedWaits waits;
+    // The first one behind the request, the second behind the first line's newline.
+    waits.on_sleep = [&] {
+        if (std::ranges::count(waits.steps, "sleep 3") == 2) {
+            unit_.Sends(lines.sliced(end));
+        }
+    };
     EXPECT_EQ(updater_->sendAndReceive(request_, 1000), lines);
 }
 

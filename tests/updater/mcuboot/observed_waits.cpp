@@ -34,6 +34,9 @@ void __wrap__ZN7QThread6msleepEm(unsigned long milliseconds)
 {
     if (current != nullptr) {
         current->steps.push_back("sleep " + std::to_string(milliseconds));
+        if (current->on_sleep) {
+            current->on_sleep();
+        }
     }
     __real__ZN7QThread6msleepEm(milliseconds);
 }

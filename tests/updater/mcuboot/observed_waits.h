@@ -3,6 +3,7 @@
 // thread that made it; one at a time.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,8 @@ public:
 
     // "sleep 10", in milliseconds, and "write 20", in bytes that went out to the port, in order.
     std::vector<std::string> steps;
+    // Called as each sleep begins, which already stands in `steps`.
+    std::function<void()> on_sleep;
     // How many waits of up to 3 ms there were, how many longer ones, and how many of either ended
     // early because something had come.
     int passes = 0;
