@@ -4,6 +4,7 @@
 
 #include <QSemaphore>
 #include <QTest>
+#include <functional>
 #include <thread>
 
 #include "app/backend.h"
@@ -55,6 +56,25 @@ protected:
     bool WaitForFile(QString const& name)
     {
         return QTest::qWaitFor([&] { return tool_.Has(name); }, kPatience);
+    }
+
+    // The window is no longer seen at once, and gone only after the tool was let go. `check`:
+    // called as soon as it is gone.
+    void CloseWhileTheToolWaits(std::function<void()> const& check)
+    {
+        QSemaphore window_gone;
+        bool gone_too_early = true;
+        std::thread unit([&] {
+            gone_too_early = window_gone.tryAcquire(1, 300);
+            tool_.LetGo();
+        });
+        window_->close();
+        EXPECT_FALSE(window_->isVisible());
+        window_.reset();
+        check();
+        window_gone.release();
+        unit.join();
+        EXPECT_FALSE(gone_too_early);
     }
 
     StandInTool tool_;
@@ -166,19 +186,9 @@ TEST_F(MainWindowOnUsb, ClosedWhileTheModelIsReadEndsAfterTheReadAndDownloadsNot
         "esac\n");
     ShowWindowOnUsb();
     ASSERT_TRUE(WaitForFile(u"reading"_s));
-    QSemaphore window_gone;
-    bool gone_too_early = true;
-    std::thread unit([&] {
-        gone_too_early = window_gone.tryAcquire(1, 300);
-        tool_.LetGo();
-    });
 
-    window_->close();
-    window_.reset();
+    CloseWhileTheToolWaits([] {});
 
-    window_gone.release();
-    unit.join();
-    EXPECT_FALSE(gone_too_early);
     EXPECT_FALSE(QFile::exists(tool_.OtpPath()));
     EXPECT_FALSE(tool_.Arguments().contains(u"-D"_s));
     EXPECT_EQ(tool_.ProcessIds().size(), 2);
@@ -189,21 +199,8 @@ TEST_F(MainWindowOnUsb, EndsOnlyAfterTheToolHasWritten)
     ToolDownloads("echo >\"$here/running\"; wait_for_test; echo >\"$here/written\"");
     StartUpdate();
     ASSERT_TRUE(WaitForFile(u"running"_s));
-    QSemaphore window_gone;
-    bool gone_too_early = true;
-    std::thread unit([&] {
-        gone_too_early = window_gone.tryAcquire(1, 300);
-        tool_.LetGo();
-    });
 
-    window_->close();
-    EXPECT_FALSE(window_->isVisible());
-    window_.reset();
-
-    EXPECT_TRUE(tool_.Has(u"written"_s));
-    window_gone.release();
-    unit.join();
-    EXPECT_FALSE(gone_too_early);
+    CloseWhileTheToolWaits([this] { EXPECT_TRUE(tool_.Has(u"written"_s)); });
 }
 
 TEST_F(MainWindowOnUsb, TakesAFloodOfOutputUntilThen)
