@@ -8,8 +8,9 @@
 #include "app/backend.h"
 #include "app/main_window.h"
 #include "app/session_report.h"
-#include "app/startup_config.h"
 #include "app/support_log.h"
+#include "config/bundle_paths.h"
+#include "config/startup_config.h"
 
 int main(int argc, char* argv[])
 {

@@ -20,9 +20,9 @@
 #include <cstdint>
 #include <memory>
 
-#include "app/startup_config.h"
 #include "app/window_environment.h"
 #include "app/window_state.h"
+#include "config/startup_config.h"
 #include "updater/firmware_updater_base.h"
 
 namespace Ui {

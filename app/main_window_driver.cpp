@@ -15,6 +15,7 @@
 #include <QTimer>
 
 #include "app/main_window.h"
+#include "config/bundle_paths.h"
 
 namespace {
 

@@ -4,7 +4,6 @@
 #pragma once
 
 #include <QByteArray>
-#include <QDir>
 #include <QString>
 #include <chrono>
 
@@ -35,16 +34,6 @@ struct DriverEnvironment {
     DriverTimeouts timeouts{};
     std::chrono::milliseconds quit_delay{1000};  // from a refusal to the end of the program
 };
-
-// The driver is an application; its executable takes "install" and "uninstall".
-struct DriverPaths {
-    QString installed_app;
-    QString installed_executable;
-    QString bundled_app;
-    QString bundled_executable;
-};
-
-DriverPaths GetDriverPaths(QString const& applications_dir, QDir const& resources);
 
 // Whether `listing`, the output of "systemextensionsctl list", names the driver's extension in the
 // one state in which it works. Each extension is one line of it.

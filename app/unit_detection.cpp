@@ -3,7 +3,7 @@
 #include <QByteArrayView>
 #include <QRegularExpression>
 
-#include "app/startup_config.h"
+#include "config/startup_config.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <QString>
 #include <optional>
 
-#include "app/startup_config.h"
+#include "config/startup_config.h"
 #include "updater/firmware_updater_base.h"
 
 enum class WindowEvent {

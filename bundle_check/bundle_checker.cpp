@@ -1,4 +1,5 @@
 #include "bundle_check/bundle_checker.h"
+#include "config/bundle_paths.h"
 
 #include <QDir>
 #include <QFileInfo>

@@ -6,10 +6,10 @@
 #include <QString>
 #include <QVariant>
 
-#include "app/startup_config.h"
 #include "bundle_check/config_keys.h"
 #include "bundle_check/findings.h"
 #include "bundle_check/ini_lines.h"
+#include "config/startup_config.h"
 
 namespace bundle_check {
 

@@ -5,7 +5,7 @@
 #include <QString>
 #include <array>
 
-#include "app/startup_config.h"
+#include "config/startup_config.h"
 
 namespace bundle_check {
 

@@ -10,6 +10,7 @@
 #include "bundle_check/chips.h"
 #include "bundle_check/link_check.h"
 #include "bundle_check/prediction.h"
+#include "config/bundle_paths.h"
 
 using namespace Qt::StringLiterals;
 

@@ -4,10 +4,10 @@
 #include <QStringList>
 #include <algorithm>
 
-#include "app/serial_driver.h"
 #include "bundle_check/bounded_file.h"
 #include "bundle_check/font_name.h"
 #include "bundle_check/link_check.h"
+#include "config/bundle_paths.h"
 
 using namespace Qt::StringLiterals;
 

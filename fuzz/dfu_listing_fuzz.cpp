@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "app/startup_config.h"
 #include "app/unit_detection.h"
+#include "config/startup_config.h"
 #include "fuzz/require.h"
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)

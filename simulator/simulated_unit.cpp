@@ -2,8 +2,8 @@
 
 #include <utility>
 
-#include "simulator/serial_connection.h"
-#include "simulator/usb_dfu_port.h"
+#include "simulator/host/serial_connection.h"
+#include "simulator/host/usb_dfu_port.h"
 
 namespace simulator {
 

@@ -10,14 +10,14 @@
 #include <variant>
 #include <vector>
 
-#include "simulator/dfu_descriptors.h"
-#include "simulator/dfuse_loader.h"
-#include "simulator/line_pacer.h"
-#include "simulator/mcuboot_recovery.h"
-#include "simulator/stm32_bootloader.h"
-#include "simulator/unit_connection.h"
+#include "simulator/bootloaders/dfu_descriptors.h"
+#include "simulator/bootloaders/dfuse_bootloader.h"
+#include "simulator/bootloaders/mcuboot_recovery.h"
+#include "simulator/bootloaders/stm32_bootloader.h"
+#include "simulator/host/unit_connection.h"
+#include "simulator/host/usb_serial_port.h"
+#include "simulator/line/line_pacer.h"
 #include "simulator/unit_status.h"
-#include "simulator/usb_serial_port.h"
 
 namespace simulator {
 

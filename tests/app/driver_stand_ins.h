@@ -10,6 +10,7 @@
 #include <QTemporaryDir>
 
 #include "app/serial_driver.h"
+#include "config/bundle_paths.h"
 
 class DriverStandIns {
 public:

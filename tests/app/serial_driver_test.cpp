@@ -1,6 +1,7 @@
 // Where the serial driver is, and what the system's list of extensions says of it. The listings are
 // written by hand, in the form of the tool's own.
 #include "app/serial_driver.h"
+#include "config/bundle_paths.h"
 
 #include <gtest/gtest.h>
 

@@ -8,7 +8,7 @@
 #include <memory>
 #include <optional>
 
-#include "simulator/usb_serial_port.h"
+#include "simulator/host/usb_serial_port.h"
 
 namespace {
 

@@ -173,7 +173,7 @@ TEST(IniReading, AgreesWithQSettings)
 
 TEST(KeyTable, HoldsTheKeysThatTheProgramReads)
 {
-    QFile source(QStringLiteral(FW_SOURCE_DIR "/app/startup_config.cpp"));
+    QFile source(QStringLiteral(FW_SOURCE_DIR "/config/startup_config.cpp"));
     ASSERT_TRUE(source.open(QIODevice::ReadOnly));
     static QRegularExpression const literal(u"settings(?:\\.value\\(|, )\"(\\w+)\""_s);
     QSet<QString> read;

@@ -8,8 +8,8 @@
 #include <QSettings>
 #include <string>
 
-#include "app/startup_config.h"
-#include "tests/end_to_end/road.h"
+#include "config/startup_config.h"
+#include "tests/end_to_end/transport.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include <QThread>
 #include <stdexcept>
 
-#include "app/startup_config.h"
+#include "config/startup_config.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/end_to_end/uart_road.h"
+#include "tests/end_to_end/uart_transport.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <tuple>
 
-#include "tests/end_to_end/uart_road.h"
+#include "tests/end_to_end/uart_transport.h"
 
 namespace {
 

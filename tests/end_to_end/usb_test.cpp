@@ -9,7 +9,7 @@
 #include <chrono>
 #include <string>
 
-#include "tests/end_to_end/usb_road.h"
+#include "tests/end_to_end/usb_transport.h"
 
 namespace {
 

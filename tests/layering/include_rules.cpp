@@ -24,8 +24,9 @@ std::string TopFolder(std::string const& path)
 std::optional<std::set<std::string>> FoldersBelow(std::string const& folder)
 {
     static const std::map<std::string, std::set<std::string>> below{
-        {"bundle_check", {"app", "modules"}},
-        {"app", {"updater", "modules", "mcuboot", "hal", "runtime"}},
+        {"bundle_check", {"config", "modules", "mcuboot"}},
+        {"config", {}},
+        {"app", {"config", "updater", "modules", "mcuboot", "hal", "runtime"}},
         {"updater", {"modules", "mcuboot", "hal", "runtime"}},
         {"modules", {"runtime"}},
         {"mcuboot", {"runtime"}},
@@ -39,9 +40,9 @@ std::optional<std::set<std::string>> FoldersBelow(std::string const& folder)
 
 bool IsProjectInclude(std::string const& include)
 {
-    static const std::set<std::string> folders{"app",     "updater", "modules",
-                                               "mcuboot", "hal",     "simulator",
-                                               "runtime", "tests",   "bundle_check"};
+    static const std::set<std::string> folders{"app",     "config",      "updater",   "modules",
+                                               "mcuboot", "hal",         "simulator", "runtime",
+                                               "tests",   "bundle_check"};
     return include.find('/') != std::string::npos && folders.contains(TopFolder(include));
 }
 
@@ -187,7 +188,7 @@ std::vector<std::string> FindStraySettings(std::vector<SourceFile> const& files)
         QRegularExpression::CaseInsensitiveOption);
     std::vector<std::string> offences;
     for (auto const& file : files) {
-        if (file.path != "app/startup_config.cpp" &&
+        if (file.path.starts_with("config/") == false &&
             read.match(QString::fromStdString(file.text)).hasMatch()) {
             offences.push_back(file.path + " reads settings");
         }

@@ -35,5 +35,5 @@ std::vector<std::string> FindForbiddenQt(
     std::vector<SourceFile> const& files,
     std::function<bool(std::string const&)> const& is_core_header);
 
-// Reads of settings outside app/startup_config.cpp.
+// Reads of settings outside config/startup_config.cpp.
 std::vector<std::string> FindStraySettings(std::vector<SourceFile> const& files);

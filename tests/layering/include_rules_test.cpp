@@ -107,6 +107,6 @@ TEST(StraySettings, AreReadsOutsideTheOneFile)
                 ElementsAre("app/main.cpp reads settings"));
     EXPECT_THAT(FindStraySettings({{"app/main.cpp", {}, "settings_->contains(key)"}}),
                 testing::SizeIs(1));
-    EXPECT_THAT(FindStraySettings({{"app/startup_config.cpp", {}, read}}), IsEmpty());
+    EXPECT_THAT(FindStraySettings({{"config/startup_config.cpp", {}, read}}), IsEmpty());
     EXPECT_THAT(FindStraySettings({{"app/main.cpp", {}, "ReadProducts(settings)"}}), IsEmpty());
 }

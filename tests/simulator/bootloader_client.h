@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/unit_protocol.h"
+#include "simulator/bootloaders/unit_protocol.h"
 
 namespace simulator::test {
 

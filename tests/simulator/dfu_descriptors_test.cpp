@@ -1,5 +1,5 @@
 // What a simulated DFU device tells about itself, byte for byte.
-#include "simulator/dfu_descriptors.h"
+#include "simulator/bootloaders/dfu_descriptors.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 
 #include <memory>
 
-#include "simulator/otp_image.h"
+#include "simulator/chips/otp_image.h"
 #include "simulator/simulated_unit.h"
 
 namespace simulator::test {

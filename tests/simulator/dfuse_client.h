@@ -5,7 +5,7 @@
 #include <chrono>
 #include <string>
 
-#include "simulator/dfuse_loader.h"
+#include "simulator/bootloaders/dfuse_bootloader.h"
 #include "tests/simulator/bootloader_client.h"
 
 namespace simulator::test {

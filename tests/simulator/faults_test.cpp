@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/stm32_bootloader.h"
+#include "simulator/bootloaders/stm32_bootloader.h"
 #include "tests/simulator/bootloader_client.h"
 
 namespace simulator {

@@ -1,5 +1,5 @@
 // The time that bytes take, calculated; and how well a thread keeps to it.
-#include "simulator/line_pacer.h"
+#include "simulator/line/line_pacer.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // The simulated unit in serial recovery mode: its bytes, its answers, its faults, its journal.
-#include "simulator/mcuboot_recovery.h"
+#include "simulator/bootloaders/mcuboot_recovery.h"
 
 #include <gtest/gtest.h>
 

@@ -10,7 +10,7 @@
 #include <span>
 #include <vector>
 
-#include "simulator/unit_protocol.h"
+#include "simulator/bootloaders/unit_protocol.h"
 
 namespace simulator::test {
 

@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "simulator/control_session.h"
+#include "simulator/program/control_session.h"
 #include "tests/simulator/port_test_support.h"
 
 namespace simulator {

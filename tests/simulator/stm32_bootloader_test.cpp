@@ -1,12 +1,12 @@
 // The simulated system bootloader, byte for byte.
-#include "simulator/stm32_bootloader.h"
+#include "simulator/bootloaders/stm32_bootloader.h"
 
 #include <gtest/gtest.h>
 
 #include <utility>
 #include <vector>
 
-#include "simulator/otp_image.h"
+#include "simulator/chips/otp_image.h"
 #include "tests/simulator/bootloader_client.h"
 
 namespace simulator {

@@ -1,6 +1,6 @@
 // The DFU device's node as a host's USB library uses it, ioctl by ioctl. Needs umockdev's preload
 // library in this process.
-#include "simulator/usb_dfu_port.h"
+#include "simulator/host/usb_dfu_port.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // The port as Qt sees it: listed by QSerialPortInfo, opened by QSerialPort. Needs umockdev's
 // preload library in this process.
-#include "simulator/usb_serial_port.h"
+#include "simulator/host/usb_serial_port.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -4,7 +4,7 @@
 #include <QFile>
 #include <algorithm>
 
-#include "simulator/otp_image.h"
+#include "simulator/chips/otp_image.h"
 
 using namespace Qt::StringLiterals;
 

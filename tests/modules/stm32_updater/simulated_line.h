@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "hal/uart/i_uart_driver.h"
-#include "simulator/stm32_bootloader.h"
+#include "simulator/bootloaders/stm32_bootloader.h"
 
 namespace stm32_updater::test {
 

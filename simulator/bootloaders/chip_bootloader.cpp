@@ -1,0 +1,37 @@
+#include "simulator/bootloaders/chip_bootloader.h"
+
+#include <utility>
+#include <vector>
+
+namespace simulator {
+
+void ChipLoader::Reset()
+{
+    hung_ = false;
+    has_left_ = false;
+}
+
+void ChipLoader::AddMemoryOf(Chip const& chip, std::span<const std::byte> otp)
+{
+    auto const erased = std::byte{0xFF};
+    memory_.AddRegion(MemoryKind::kFlash, kFlashStart, std::vector(chip.flash_size, erased));
+    memory_.AddRegion(MemoryKind::kOtp, chip.otp_address, std::vector(chip.otp_size, erased));
+    memory_.AddRegion(MemoryKind::kRam, kRamStart, std::vector(chip.ram_size, std::byte{0}));
+    memory_.Load(chip.otp_address, otp);
+}
+
+void ChipLoader::Finish(Outcome outcome, std::string reason)
+{
+    entry_.outcome = outcome;
+    entry_.reason = std::move(reason);
+    journal_.Add(std::exchange(entry_, {}));
+}
+
+void ChipLoader::Hang(FaultKind kind)
+{
+    Finish(Outcome::kSilent, "fault");
+    hung_ = true;
+    has_left_ = kind == FaultKind::kVanishInWrite || kind == FaultKind::kVanishInErase;
+}
+
+}  // namespace simulator

@@ -1,0 +1,143 @@
+// The system bootloader of an STM32 on its USB port: the state machine of USB DFU 1.1 with ST's own
+// commands (DfuSe; application note AN3156). Control requests in, bytes or a stall out: no port, no
+// thread, no clock of its own. It knows nothing of the updater.
+//
+// What the protocol leaves to a client - to ask for the status until the unit has worked - is left
+// to it here as well: an operation begins with the first status request after its download.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "simulator/bootloaders/chip_bootloader.h"
+#include "simulator/chips/chips.h"
+
+namespace simulator {
+
+// Class-specific requests (DFU 1.1, table 3.2).
+enum class DfuRequest : uint8_t {
+    kDetach = 0,
+    kDownload = 1,
+    kUpload = 2,
+    kGetStatus = 3,
+    kClearStatus = 4,
+    kGetState = 5,
+    kAbort = 6,
+};
+
+// bState (DFU 1.1, table 6.1.2): those of a unit that is in its loader.
+enum class DfuState : uint8_t {
+    kIdle = 2,
+    kDownloadSync = 3,
+    kDownloadBusy = 4,
+    kDownloadIdle = 5,
+    kManifestSync = 6,
+    kManifest = 7,
+    kUploadIdle = 9,
+    kError = 10,
+};
+
+// bStatus (DFU 1.1, table 6.1.2): those that the loader sets by itself. Faults may set any other.
+enum class DfuStatus : uint8_t {
+    kOk = 0x00,
+    kTarget = 0x01,  // ST: an address where there is nothing that could be done
+    kVendor = 0x0B,  // ST: a command that the unit refuses
+    kStalledPacket = 0x0F,
+};
+
+// The most bytes in one download or upload, as the loader's descriptor tells.
+inline constexpr size_t kDfuTransferSize = 2048;
+
+// A class-specific control request to the DFU interface. `data` is empty for requests that ask for
+// bytes; `length` tells how many then.
+struct DfuControl {
+    DfuRequest request;
+    uint16_t value = 0;
+    uint16_t length = 0;
+    std::span<const std::byte> data{};
+};
+
+struct DfuAnswer {
+    enum class Kind { kDone, kStall, kNone };  // kNone: the unit hangs, the request stays open
+    Kind kind = Kind::kDone;
+    std::vector<std::byte> data{};
+
+    bool operator==(DfuAnswer const&) const = default;
+};
+
+struct DfuseLoaderOptions {
+    Chip chip = kChips.front();
+    // Loaded at the start of the chip's OTP area; the rest of the area is 0xFF.
+    std::vector<std::byte> otp;
+    ChipTimes times;
+};
+
+// Not thread-safe.
+class DfuseLoader final : public ChipLoader {
+public:
+    using TimePoint = std::chrono::steady_clock::time_point;
+
+    explicit DfuseLoader(DfuseLoaderOptions options);
+
+    void Reset() override;
+    UnitStatus Status() const override;
+
+    // A client begins to talk: it claims the interface.
+    void Claim();
+
+    DfuAnswer Handle(DfuControl const& control, TimePoint now);
+
+    DfuState State() const { return state_; }
+    DfuseLoaderOptions const& Options() const { return options_; }
+
+private:
+    enum class Operation { kSetAddress, kErasePage, kEraseAll, kWrite };
+
+    // What a download asked for; it begins with the next status request.
+    struct Pending {
+        Operation operation = Operation::kSetAddress;
+        uint32_t address = 0;
+        std::vector<std::byte> data{};
+    };
+
+    DfuAnswer Download(DfuControl const& control);
+    DfuAnswer TakeCommand(std::span<const std::byte> bytes);
+    DfuAnswer TakeBlock(unsigned number, std::span<const std::byte> bytes);
+    DfuAnswer Expect(Pending pending);
+    DfuAnswer StartLeaving();
+    DfuAnswer Upload(DfuControl const& control);
+    DfuAnswer GetStatus(TimePoint now);
+    DfuAnswer ClearStatus();
+    DfuAnswer Abort();
+    DfuAnswer Stall(DfuStatus status, std::string reason);
+    bool CommandFaultStrikes();
+
+    void Begin(TimePoint now);
+    std::chrono::microseconds Erase();
+    std::chrono::microseconds Write();
+    void SetAddress();
+    bool OperationFaultStrikes(FaultMoment moment, std::chrono::microseconds& busy);
+    void Fail(uint8_t status, std::string reason);
+    std::vector<std::byte> TellStatus(uint32_t poll_timeout_ms) const;
+    uint32_t BlockAddress(unsigned number) const;
+
+    DfuseLoaderOptions options_;
+    DfuState state_ = DfuState::kIdle;
+    uint8_t status_ = 0;
+    uint32_t address_pointer_ = kFlashStart;
+    Pending pending_;
+    TimePoint busy_until_;
+    uint8_t result_ = 0;  // status that the operation in progress will end with
+    bool stuck_ = false;
+
+    bool claimed_ = false;
+    bool running_ = false;
+    unsigned connects_ = 0;
+    unsigned erased_pages_ = 0;
+    unsigned writes_ = 0;
+};
+
+}  // namespace simulator

@@ -1,0 +1,358 @@
+#include "simulator/bootloaders/mcuboot_recovery.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace simulator {
+namespace {
+
+constexpr std::byte kNewline{0x0A};
+
+constexpr uint8_t kRead = 0;
+constexpr uint8_t kWrite = 2;
+
+// A request's operation, group and command in one number, to tell them apart at one place.
+constexpr uint32_t KindOf(uint8_t operation, uint16_t group, uint8_t command)
+{
+    return uint32_t{operation} << 24 | uint32_t{group} << 8 | command;
+}
+constexpr uint32_t kImageState = KindOf(kRead, 1, 0);
+constexpr uint32_t kUpload = KindOf(kWrite, 1, 1);
+constexpr uint32_t kErase = KindOf(kWrite, 1, 5);
+constexpr uint32_t kReset = KindOf(kWrite, 0, 5);
+constexpr uint32_t kReadOtp = KindOf(kRead, 64, 0);
+
+uint32_t KindOf(SmpMessage const& request)
+{
+    return KindOf(request.operation, request.group, request.command);
+}
+
+std::string GetName(SmpMessage const& request)
+{
+    switch (KindOf(request)) {
+        case kImageState:
+            return "image-state";
+        case kUpload:
+            return "upload";
+        case kErase:
+            return "erase-slot";
+        case kReset:
+            return "reset";
+        case kReadOtp:
+            return "read-otp";
+        default:
+            return fmt::format("request-{}/{}/{}", request.operation, request.group,
+                               request.command);
+    }
+}
+
+std::string JoinKeys(std::vector<CborEntry> const& entries)
+{
+    std::string keys;
+    for (auto const& entry : entries) {
+        keys += (keys.empty() ? "" : ",") + entry.key;
+    }
+    return keys;
+}
+
+// The value under `key`, if it is there and of that type.
+template <typename Value>
+Value const* Find(std::vector<CborEntry> const& entries, std::string_view key)
+{
+    auto const found = std::ranges::find(entries, key, &CborEntry::key);
+    return found == entries.end() ? nullptr : std::get_if<Value>(&found->value);
+}
+
+CborMap MakeResult(uint32_t error_code)
+{
+    CborMap map;
+    map.Put("rc", int64_t{error_code});
+    return map;
+}
+
+// As the client's signed number of 32 bits.
+CborMap MakeUploadResult(uint32_t next_offset)
+{
+    auto map = MakeResult(0);
+    map.Put("off", int64_t{static_cast<int32_t>(next_offset)});
+    return map;
+}
+
+}  // namespace
+
+McubootRecovery::McubootRecovery(McubootRecoveryOptions options)
+    : SerialLoader(kMcubootFaultKinds), options_(std::move(options))
+{
+    Memory().AddRegion(MemoryKind::kFlash, kFlashStart,
+                       std::vector(options_.chip.flash_size, std::byte{0xFF}));
+}
+
+void McubootRecovery::Reset()
+{
+    state_ = UnitState::kWaitingForSync;
+    line_.clear();
+    upload_ = {};
+    SerialLoader::Reset();
+}
+
+UnitStatus McubootRecovery::Status() const
+{
+    UnitStatus status;
+    status.state = state_;
+    status.connects = connects_;
+    status.erased_pages = erased_pages_;
+    status.writes = writes_;
+    status.programmed_over_unerased = Memory().ProgrammedOverUnerased();
+    status.fault_strikes = Faults().Strikes();
+    if (upload_.begun) {
+        status.image_size = upload_.size;
+        status.stored = upload_.next_offset;
+    }
+    return status;
+}
+
+void McubootRecovery::Take(std::byte byte)
+{
+    if (state_ == UnitState::kRunning) {
+        return;
+    }
+    if (byte == kNewline) {
+        HandleLine(std::exchange(line_, {}));
+    } else if (line_.size() < options_.line_buffer) {
+        line_.push_back(byte);
+    }
+}
+
+void McubootRecovery::HandleLine(std::span<const std::byte> line)
+{
+    auto const request =
+        line.size() < options_.line_buffer ? ReadSmpRequest(line) : SmpRequest{{}, "too-long"};
+    if (request.message) {
+        Handle(*request.message);
+    } else {
+        entry_ = {.command = "line"};
+        Finish(Outcome::kSilent, std::string(request.problem));
+    }
+}
+
+void McubootRecovery::Handle(SmpMessage const& request)
+{
+    auto const entries = ReadCborMap(request.payload);
+    entry_ = {.command = GetName(request)};
+    entry_.sequence = request.sequence;
+    entry_.keys = entries ? JoinKeys(*entries) : std::string();
+    if (!entries) {
+        Refuse(request, kRcInvalidValue);
+    } else if (!CommandFaultStrikes(request)) {
+        state_ = UnitState::kSynchronised;
+        Dispatch(request, *entries);
+    }
+}
+
+bool McubootRecovery::CommandFaultStrikes(SmpMessage const& request)
+{
+    auto const striking = Faults().Strike(FaultMoment::kCommand);
+    if (striking.empty()) {
+        return false;
+    }
+    auto const& fault = striking.front();
+    if (fault.kind == FaultKind::kErrorCode) {
+        Refuse(request, fault.parameter);
+    } else {
+        Hang(fault.kind);
+    }
+    return true;
+}
+
+void McubootRecovery::Dispatch(SmpMessage const& request, Entries const& entries)
+{
+    switch (KindOf(request)) {
+        case kImageState:
+            AnswerImageState(request);
+            return;
+        case kReadOtp:
+            AnswerOtp(request, entries);
+            return;
+        case kUpload:
+            TakeChunk(request, entries);
+            return;
+        case kErase:
+            EraseSlot(request);
+            return;
+        case kReset:
+            RestartUnit(request);
+            return;
+        default:
+            Refuse(request, kRcNotSupported);
+    }
+}
+
+void McubootRecovery::AnswerImageState(SmpMessage const& request)
+{
+    ++connects_;
+    CborMap image;
+    image.Put("slot", int64_t{0});
+    image.Put("version", std::string_view("0.0.0"));
+    CborMap answer;
+    answer.Put("images", image);
+    answer.Put("rc", int64_t{0});
+    Complete(request, answer);
+}
+
+void McubootRecovery::AnswerOtp(SmpMessage const& request, Entries const& entries)
+{
+    auto const* const key = Find<uint64_t>(entries, "key");
+    if (key == nullptr || *key > 0xFFFFFFFF) {
+        Refuse(request, kRcInvalidValue);
+        return;
+    }
+    entry_.address = static_cast<uint32_t>(*key);
+    auto const found = options_.otp.find(*entry_.address);
+    if (found == options_.otp.end()) {
+        Refuse(request, kRcNotFound);
+        return;
+    }
+    auto answer = MakeResult(0);
+    answer.Put("data", std::span<const std::byte>(found->second));
+    Complete(request, answer);
+}
+
+void McubootRecovery::EraseSlot(SmpMessage const& request)
+{
+    constexpr int kBanks = 2;
+    Memory().EraseFlash(0, options_.chip.flash_size);
+    erased_pages_ += options_.chip.Pages();
+    upload_ = {};
+    Complete(request, MakeResult(0), kBanks * options_.times.mass_erase);
+}
+
+void McubootRecovery::RestartUnit(SmpMessage const& request)
+{
+    Complete(request, MakeResult(0));
+    state_ = UnitState::kRunning;
+}
+
+void McubootRecovery::TakeChunk(SmpMessage const& request, Entries const& entries)
+{
+    auto const* const data = Find<std::vector<std::byte>>(entries, "data");
+    auto const* const offset = Find<uint64_t>(entries, "off");
+    auto const* const image_size = Find<uint64_t>(entries, "len");
+    if (data == nullptr || offset == nullptr) {
+        Refuse(request, kRcInvalidValue);
+        return;
+    }
+    Chunk chunk{*data, *offset, {}};
+    if (image_size != nullptr) {
+        chunk.image_size = *image_size;
+    }
+    entry_.address = static_cast<uint32_t>(*offset);
+    entry_.size = data->size();
+    if (UploadFaultStrikes(request)) {
+        return;
+    }
+    if (!IsStorable(chunk)) {
+        Refuse(request, kRcInvalidValue);
+        return;
+    }
+    bool const omit_offset = !Faults().Strike(FaultMoment::kWriteData).empty();
+    auto const busy = Store(chunk);
+    Complete(request, omit_offset ? MakeResult(0) : MakeUploadResult(upload_.next_offset), busy);
+}
+
+// True when the request ends here.
+bool McubootRecovery::UploadFaultStrikes(SmpMessage const& request)
+{
+    auto const striking = Faults().Strike(FaultMoment::kWrite);
+    if (striking.empty()) {
+        return false;
+    }
+    auto const& fault = striking.front();
+    if (fault.kind == FaultKind::kErrorInUpload) {
+        Refuse(request, fault.parameter);
+    } else if (fault.kind == FaultKind::kAskForOffset || fault.kind == FaultKind::kKeepOffset) {
+        auto const next =
+            fault.kind == FaultKind::kAskForOffset ? fault.parameter : *entry_.address;
+        if (upload_.begun) {
+            upload_.next_offset = next;
+        }
+        Finish(Outcome::kNack, "fault");
+        SendAnswer(request, MakeUploadResult(next));
+    } else {
+        Hang(fault.kind);
+    }
+    return true;
+}
+
+// Whether a chunk is part of an image that fits into the slot. Nothing begins where the image ends:
+// the flash may end there as well.
+bool McubootRecovery::IsStorable(Chunk const& chunk) const
+{
+    if (chunk.offset != 0) {
+        return upload_.begun && chunk.offset < upload_.size &&
+               chunk.data.size() <= upload_.size - chunk.offset;
+    }
+    return chunk.image_size && *chunk.image_size <= options_.chip.flash_size &&
+           chunk.data.size() <= *chunk.image_size;
+}
+
+// A chunk other than the one that is due is not stored: the answer's offset tells which is.
+std::chrono::microseconds McubootRecovery::Store(Chunk const& chunk)
+{
+    std::chrono::microseconds busy{0};
+    if (chunk.offset == 0) {
+        busy += StartUpload(static_cast<uint32_t>(chunk.image_size.value_or(0)));
+    }
+    if (chunk.offset == upload_.next_offset) {
+        auto const address = kFlashStart + static_cast<uint32_t>(chunk.offset);
+        Memory().Write(address, chunk.data);
+        upload_.next_offset += static_cast<uint32_t>(chunk.data.size());
+        ++writes_;
+        busy += options_.times.Program(chunk.data.size());
+    }
+    return busy;
+}
+
+// Makes room for the image; all of it, so that the rest of the upload need not wait.
+std::chrono::microseconds McubootRecovery::StartUpload(uint32_t size)
+{
+    auto const page_size = options_.chip.page_size;
+    auto const pages = (size + page_size - 1) / page_size;
+    Memory().EraseFlash(0, pages * page_size);
+    erased_pages_ += static_cast<unsigned>(pages);
+    upload_ = {true, size, 0};
+    return static_cast<int>(pages) * options_.times.page_erase;
+}
+
+void McubootRecovery::Refuse(SmpMessage const& request, uint32_t error_code)
+{
+    Finish(Outcome::kNack, fmt::format("rc={}", error_code));
+    SendAnswer(request, MakeResult(error_code));
+}
+
+void McubootRecovery::Complete(SmpMessage const& request, CborMap const& answer,
+                               std::chrono::microseconds busy)
+{
+    Finish(Outcome::kAck);
+    SendAnswer(request, answer, busy);
+}
+
+void McubootRecovery::SendAnswer(SmpMessage const& request, CborMap const& answer,
+                                 std::chrono::microseconds busy)
+{
+    auto block =
+        MakeSmpAnswer({static_cast<uint8_t>(request.operation + 1), request.group, request.sequence,
+                       request.command, answer.Encode(options_.definite_maps)});
+    for (auto const& fault : Faults().Strike(FaultMoment::kCountedBlock)) {
+        auto const is_length = fault.kind == FaultKind::kWrongCount;
+        auto const field = is_length ? std::span(block).first(2) : std::span(block).last(2);
+        auto const high = static_cast<std::byte>(fault.parameter >> 8 & 0xFF);
+        auto const low = static_cast<std::byte>(fault.parameter & 0xFF);
+        field[0] = is_length ? high : field[0] ^ high;
+        field[1] = is_length ? low : field[1] ^ low;
+    }
+    Send(MakeSmpLines(block, options_.answer_line), busy);
+}
+
+}  // namespace simulator

@@ -1,0 +1,99 @@
+// A unit in MCUboot's serial recovery mode, with the maker's own OTP command beside it: which
+// request gets which answer, and the image that comes of it. No port, no thread, no clock, and
+// nothing of the updater.
+//
+// A line that is no good request gets no answer; the journal tells why.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "simulator/bootloaders/cbor_map.h"
+#include "simulator/bootloaders/serial_bootloader.h"
+#include "simulator/bootloaders/smp_line.h"
+#include "simulator/chips/chips.h"
+
+namespace simulator {
+
+// OTP keys of the maker's units.
+inline constexpr uint32_t kModelIdKey = 0x01234711;
+inline constexpr uint32_t kSerialNumberKey = 0x3CA6A4AF;
+
+// Error codes ("rc").
+inline constexpr uint32_t kRcInvalidValue = 3;
+inline constexpr uint32_t kRcNotFound = 5;
+inline constexpr uint32_t kRcNotSupported = 8;
+
+struct McubootRecoveryOptions {
+    Chip chip = kChips.front();                      // the image's slot is all of its flash
+    std::map<uint32_t, std::vector<std::byte>> otp;  // values by their keys
+    size_t line_buffer = 2048;                       // longest line it takes, newline included
+    size_t answer_line = 0;  // characters of base64 in a line of an answer; 0: all in one line
+    bool definite_maps = false;
+    ChipTimes times;
+};
+
+// Not thread-safe.
+class McubootRecovery final : public SerialLoader {
+public:
+    explicit McubootRecovery(McubootRecoveryOptions options);
+
+    void Reset() override;
+    UnitStatus Status() const override;
+
+private:
+    using Entries = std::vector<CborEntry>;
+
+    // An image being received, once it has begun.
+    struct Upload {
+        bool begun = false;
+        uint32_t size = 0;
+        uint32_t next_offset = 0;
+    };
+
+    // What a request asks for, as far as its map tells.
+    struct Chunk {
+        std::span<const std::byte> data;
+        uint64_t offset = 0;
+        std::optional<uint64_t> image_size;  // with the first chunk only
+    };
+
+    void Take(std::byte byte) override;
+    void HandleLine(std::span<const std::byte> line);
+    void Handle(SmpMessage const& request);
+    bool CommandFaultStrikes(SmpMessage const& request);
+    void Dispatch(SmpMessage const& request, Entries const& entries);
+
+    void AnswerImageState(SmpMessage const& request);
+    void AnswerOtp(SmpMessage const& request, Entries const& entries);
+    void EraseSlot(SmpMessage const& request);
+    void RestartUnit(SmpMessage const& request);
+    void TakeChunk(SmpMessage const& request, Entries const& entries);
+    bool UploadFaultStrikes(SmpMessage const& request);
+    bool IsStorable(Chunk const& chunk) const;
+    std::chrono::microseconds Store(Chunk const& chunk);
+    std::chrono::microseconds StartUpload(uint32_t size);
+
+    void Refuse(SmpMessage const& request, uint32_t error_code);
+    void Complete(SmpMessage const& request, CborMap const& answer,
+                  std::chrono::microseconds busy = {});
+    void SendAnswer(SmpMessage const& request, CborMap const& answer,
+                    std::chrono::microseconds busy = {});
+
+    McubootRecoveryOptions options_;
+    UnitState state_ = UnitState::kWaitingForSync;
+    std::vector<std::byte> line_;  // so far; what is beyond the line buffer is lost
+    Upload upload_;
+    unsigned connects_ = 0;
+    unsigned erased_pages_ = 0;
+    unsigned writes_ = 0;
+};
+
+}  // namespace simulator

@@ -1,0 +1,134 @@
+// The system bootloader of an STM32 on its UART, as ST's application note AN3155 describes it: the
+// state machine alone, without port, thread or clock. It knows nothing of the updater.
+//
+// Until 0x7F has come every other byte is ignored. Afterwards a 0x7F is a command code like any
+// other: the loader waits for its complement, and refuses.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "simulator/bootloaders/serial_bootloader.h"
+#include "simulator/chips/chips.h"
+
+namespace simulator {
+
+// The bytes with which the loader agrees and refuses.
+struct AckPair {
+    std::byte ack;
+    std::byte nack;
+};
+inline constexpr AckPair kStandardAckPair{std::byte{0x79}, std::byte{0x1F}};
+inline constexpr AckPair kAlternativeAckPair{std::byte{0x75}, std::byte{0x3F}};
+
+// What the loader lists and understands when it offers the erase command(s) named.
+enum class EraseCommands { kLegacy, kExtended, kBoth, kNone };
+std::vector<uint8_t> ListCommands(EraseCommands erase_commands);
+
+struct Stm32BootloaderOptions {
+    Chip chip = kChips.front();
+    uint8_t protocol_version = 0x31;
+    // The codes that Get lists, in this order; a code that is not here is refused.
+    std::vector<uint8_t> commands = ListCommands(EraseCommands::kExtended);
+    AckPair ack_pair = kStandardAckPair;
+    // Loaded at the start of the chip's OTP area; the rest of the area is 0xFF.
+    std::vector<std::byte> otp;
+    // Where the application looks for its boot-mode marker. An address outside of flash, OTP and
+    // RAM becomes a word of its own (a backup register).
+    std::optional<uint32_t> boot_mode_address;
+    // AN3155 asks for everything to be erased with FF 00: FF and the list's check byte. FF FF is
+    // what a client sends that computes the check byte over an empty list. Not every part takes it;
+    // false refuses it as a wrong checksum.
+    bool accept_ff_ff_erase = true;
+    ChipTimes times;
+};
+
+// Not thread-safe.
+class Stm32Bootloader final : public SerialLoader {
+public:
+    using State = UnitState;
+
+    explicit Stm32Bootloader(Stm32BootloaderOptions options);
+
+    void Reset() override;
+    UnitStatus Status() const override;
+
+    State GetState() const { return state_; }
+    std::optional<uint32_t> JumpAddress() const { return jump_address_; }  // of the last Go
+    std::vector<std::byte> Marker()
+        const;  // the 4 bytes at the boot-mode address; empty without one
+    unsigned Connects() const { return connects_; }  // synchronisations since the beginning
+    unsigned ErasedPages() const { return erased_pages_; }
+    unsigned Writes() const { return writes_; }  // Write Memory commands carried out
+
+    Stm32BootloaderOptions const& Options() const { return options_; }
+
+private:
+    // What the bytes being collected are.
+    enum class Phase {
+        kCommand,
+        kReadAddress,
+        kReadCount,
+        kGoAddress,
+        kWriteAddress,
+        kWriteData,
+        kErasePages,
+        kExtendedErasePages,
+    };
+
+    // A fault that will strike inside a write's data.
+    struct WriteCut {
+        FaultKind kind;
+        size_t bytes;
+    };
+
+    void Take(std::byte byte) override;
+    size_t BytesNeeded() const;
+    void Handle(std::span<const std::byte> bytes);
+
+    void HandleCommand(std::span<const std::byte> bytes);
+    bool CommandFaultStrikes();
+    bool WriteFaultStrikes();
+    void Start(uint8_t code);
+    void StartWith(Phase phase);
+    void AnswerGet();
+    void AnswerGetVersion();
+    void AnswerGetId();
+    void HandleReadAddress(std::span<const std::byte> bytes);
+    void HandleReadCount(std::span<const std::byte> bytes);
+    void HandleGoAddress(std::span<const std::byte> bytes);
+    void HandleWriteAddress(std::span<const std::byte> bytes);
+    void HandleWriteData(std::span<const std::byte> bytes);
+    void HandleErasePages(std::span<const std::byte> bytes);
+    void HandleExtendedErasePages(std::span<const std::byte> bytes);
+    bool TakeAddress(std::span<const std::byte> bytes);
+    void EraseList(std::vector<unsigned> const& pages);
+    void EraseRange(std::string name, unsigned first_page, unsigned pages, unsigned banks);
+    bool EraseFaultStrikes();
+    void CutWriteIfDue();
+
+    void Refuse(std::string reason);
+    void Complete(std::chrono::microseconds busy = {});
+    void Acknowledge(std::chrono::microseconds busy = {});
+    void SendCounted(std::vector<std::byte> bytes);
+
+    Stm32BootloaderOptions options_;
+
+    State state_ = State::kWaitingForSync;
+    Phase phase_ = Phase::kCommand;
+    std::vector<std::byte> buffer_;  // bytes of the phase so far
+    uint32_t address_ = 0;           // of the command in progress
+    std::optional<WriteCut> write_cut_;
+
+    std::optional<uint32_t> jump_address_;
+    unsigned connects_ = 0;
+    unsigned erased_pages_ = 0;
+    unsigned writes_ = 0;
+};
+
+}  // namespace simulator

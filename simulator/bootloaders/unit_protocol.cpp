@@ -1,0 +1,14 @@
+#include "simulator/bootloaders/unit_protocol.h"
+
+namespace simulator {
+
+std::vector<std::byte> JoinAnswers(std::span<const Answer> answers)
+{
+    std::vector<std::byte> bytes;
+    for (auto const& answer : answers) {
+        bytes.insert(bytes.end(), answer.bytes.begin(), answer.bytes.end());
+    }
+    return bytes;
+}
+
+}  // namespace simulator

@@ -1,0 +1,109 @@
+// A USB device in its DFU loader that is not there: entries in a simulated sysfs and a node under
+// /dev/bus/usb whose ioctls (the kernel's usbfs) are answered from here, so that libusb and what is
+// built on it find a device and talk to it. Clients need umockdev's preload library and
+// UMOCKDEV_DIR.
+//
+// What is not like a kernel's: the node is an ordinary file, so a client's poll() on it returns at
+// once. Requests are answered when they are submitted, so nobody polls while the unit answers.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "simulator/bootloaders/dfu_descriptors.h"
+#include "simulator/bootloaders/dfuse_bootloader.h"
+#include "simulator/host/unit_connection.h"
+#include "simulator/host/usb_testbed.h"
+
+// As umockdev.h declares them, which this header keeps out.
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
+typedef struct _UMockdevIoctlClient UMockdevIoctlClient;
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
+typedef struct _UMockdevIoctlData UMockdevIoctlData;
+
+namespace simulator {
+
+// Requests are handled on umockdev's own thread, tasks on the caller's; a mutex keeps them apart.
+class UsbDfuPort final : public IUnitConnection {
+public:
+    // `loader` must outlive the port.
+    UsbDfuPort(std::shared_ptr<UsbTestbed> testbed, UsbDfuIdentity identity, DfuseLoader& loader);
+    ~UsbDfuPort() override;  // unplugs
+    UsbDfuPort(UsbDfuPort const&) = delete;
+    UsbDfuPort& operator=(UsbDfuPort const&) = delete;
+
+    void Execute(std::function<void()> const& task) override;
+
+    // The host numbers it anew each time; a name means nothing to it.
+    void Plug(std::string const& name) override;
+    void Unplug() override;
+    void Fade() override;
+    void SetMode(mode_t mode) override;
+    void SetBlocked(bool blocked) override;
+    void DropPending() override {}
+    bool IsPlugged() const override { return !sysfs_path_.empty(); }
+    std::string DevicePath() const override;
+    std::string PtyPath() const override { return {}; }
+
+private:
+    struct Unref {
+        void operator()(UMockdevIoctlData* data) const;
+    };
+    using ClientData = std::unique_ptr<UMockdevIoctlData, Unref>;
+
+    // A request block that a client has submitted and not yet been given back.
+    struct Urb {
+        ClientData block;
+        ClientData buffer;
+        // Once the unit has answered: the bytes that it sent, how many were carried either way, and
+        // the kernel's status.
+        bool is_done = false;
+        std::vector<std::byte> received{};
+        int actual_length = 0;
+        int status = 0;
+    };
+
+    // What a client's ioctl() returns.
+    struct IoctlResult {
+        long result;
+        int error;
+    };
+
+    // One open node.
+    struct Session {
+        std::deque<Urb> urbs;
+        bool is_gone = false;  // the device that was opened is not there any more
+    };
+
+    static int OnIoctl(void* handler, UMockdevIoctlClient* client, void* self);
+    static void OnConnected(void* handler, UMockdevIoctlClient* client, void* self);
+    static void OnVanished(void* handler, UMockdevIoctlClient* client, void* self);
+
+    IoctlResult HandleIoctl(UMockdevIoctlClient* client);
+    static IoctlResult TellCapabilities(UMockdevIoctlData* argument);
+    IoctlResult Submit(Session& session, UMockdevIoctlData* argument);
+    static IoctlResult Reap(Session& session, UMockdevIoctlData* argument);
+    static IoctlResult Discard(Session& session, UMockdevIoctlData* argument);
+    void Serve(Urb& urb, std::span<const std::byte> buffer);
+    DfuAnswer Answer(std::span<const std::byte> buffer);
+    void LeaveSysfs();
+    std::string NodePath() const;
+
+    std::shared_ptr<UsbTestbed> testbed_;
+    UsbDfuIdentity identity_;
+    DfuseLoader& loader_;
+    std::mutex mutex_;
+    UMockdevIoctlBase* handler_;
+    unsigned usb_address_ = 0;
+    std::string sysfs_path_;  // empty while it is not plugged
+    std::map<UMockdevIoctlClient*, Session> sessions_;
+};
+
+}  // namespace simulator
