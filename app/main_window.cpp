@@ -7,7 +7,7 @@
 #include "ui_main_window.h"
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): a QDir cannot be moved into place
-MainWindow::MainWindow(QDir resourceDir, const QSettings& settings, QString dfuUtilPath,
+MainWindow::MainWindow(QDir resourceDir, QSettings const& settings, QString dfuUtilPath,
                        targetInterfaceType type, std::unique_ptr<FirmwareUpdaterBase> updater,
                        WindowEnvironment environment)
     : ui_(std::make_unique<Ui::MainWindow>()),

@@ -37,7 +37,7 @@ public:
     // about the serial driver and run its tools, for minutes. With a driver that is missing or not
     // enabled in the end the window looks for no unit. Then, and after a refusal or a failed
     // removal, the program ends soon after its event loop has begun.
-    MainWindow(QDir resourceDir, const QSettings& settings, QString dfuUtilPath,
+    MainWindow(QDir resourceDir, QSettings const& settings, QString dfuUtilPath,
                targetInterfaceType type, std::unique_ptr<FirmwareUpdaterBase> updater,
                WindowEnvironment environment = WindowEnvironment::System());
     // Waits, without limit, for an update that still runs.
@@ -50,7 +50,7 @@ public:
 Q_SIGNALS:
     void UpdateDevice();
     void ProgressStart();
-    void ConnectToDevice(const QString& port_name, QList<uint8_t> device_ids, const bool& verify);
+    void ConnectToDevice(QString const& port_name, QList<uint8_t> device_ids, bool const& verify);
     void DisconnectFromDevice();
 
 public Q_SLOTS:
@@ -70,9 +70,9 @@ private:
 
     void SetupDfuUpdater();
     void ImportFonts();
-    void SetupWindowStyle(const QSettings& settings);
-    void SetupInstructionsLabel(const QSettings& settings);
-    void SetupTypeLabel(const QString& fw_target_type);
+    void SetupWindowStyle(QSettings const& settings);
+    void SetupInstructionsLabel(QSettings const& settings);
+    void SetupTypeLabel(QString const& fw_target_type);
     void SetupUpdateButton();
     void SetupProgressBar();
 
@@ -91,7 +91,7 @@ private:
     // Always true: failures are logged, and the driver's state afterwards decides.
     bool InstallDriver() const;
     bool CheckDriverEnabled() const;
-    bool AskForConsent(const QString& title, const QString& question);
+    bool AskForConsent(QString const& title, QString const& question);
     void QuitSoon();
 
     std::unique_ptr<Ui::MainWindow> ui_;

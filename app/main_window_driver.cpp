@@ -32,12 +32,12 @@ QByteArray GetDigest(QFile& file)
     return is_read ? hash.result() : QByteArray();
 }
 
-void LogFailure(const char* failure, QProcess const& process)
+void LogFailure(char const* failure, QProcess const& process)
 {
     qDebug().noquote().nospace() << failure << " with error: " << process.errorString();
 }
 
-bool WaitForEnd(QProcess& process, std::chrono::milliseconds timeout, const char* failure)
+bool WaitForEnd(QProcess& process, std::chrono::milliseconds timeout, char const* failure)
 {
     bool const ended = process.waitForFinished(static_cast<int>(timeout.count()));
     if (!ended) {
@@ -47,7 +47,7 @@ bool WaitForEnd(QProcess& process, std::chrono::milliseconds timeout, const char
 }
 
 bool Run(QString const& program, QStringList const& arguments, std::chrono::milliseconds timeout,
-         const char* failure)
+         char const* failure)
 {
     QProcess process;
     process.start(program, arguments, QIODevice::ReadWrite);
@@ -152,7 +152,7 @@ bool MainWindow::CheckDriverEnabled() const
     return IsDriverEnabled(list.readAllStandardOutput());
 }
 
-bool MainWindow::AskForConsent(const QString& title, const QString& question)
+bool MainWindow::AskForConsent(QString const& title, QString const& question)
 {
     return QMessageBox::question(this, title, question, QMessageBox::Yes | QMessageBox::No) ==
            QMessageBox::Yes;

@@ -38,7 +38,7 @@ void MainWindow::ImportFonts()
               GetFont(bold, 16),    GetFont(bold, 20)};
 }
 
-void MainWindow::SetupWindowStyle(const QSettings& settings)
+void MainWindow::SetupWindowStyle(QSettings const& settings)
 {
     auto const pictures =
         resource_dir_.entryInfoList({QStringLiteral("*.png")}, QDir::Files, QDir::Unsorted);
@@ -50,7 +50,7 @@ void MainWindow::SetupWindowStyle(const QSettings& settings)
     }
 }
 
-void MainWindow::SetupInstructionsLabel(const QSettings& settings)
+void MainWindow::SetupInstructionsLabel(QSettings const& settings)
 {
     auto const texts = ReadWindowTexts(settings);
     ui_->titleLabel->setFont(fonts_.bold_20);
@@ -68,7 +68,7 @@ void MainWindow::SetupInstructionsLabel(const QSettings& settings)
     SetupTypeLabel(texts.fw_target_type);
 }
 
-void MainWindow::SetupTypeLabel(const QString& fw_target_type)
+void MainWindow::SetupTypeLabel(QString const& fw_target_type)
 {
     // Customers have no use for the word; everyone else must see what they are about to write.
     if (fw_target_type.compare(QLatin1String("customer"), Qt::CaseInsensitive) == 0) {

@@ -10,7 +10,7 @@
 
 namespace benchmarks {
 
-inline void Require(bool condition, const char* what)
+inline void Require(bool condition, char const* what)
 {
     if (!condition) {
         throw std::runtime_error(what);

@@ -16,12 +16,12 @@ using Messages = std::vector<std::pair<SubsystemId, MessageId>>;
 
 class IgnoringListener final : public IListener, public IFastListener {
 public:
-    void OnMessage(std::span<const std::byte> message) override
+    void OnMessage(std::span<std::byte const> message) override
     {
         benchmark::DoNotOptimize(message.data());
     }
 
-    void OnFastMessage(Receiver, std::span<const std::byte, 2> message) override
+    void OnFastMessage(Receiver, std::span<std::byte const, 2> message) override
     {
         benchmark::DoNotOptimize(message.data());
     }

@@ -1,5 +1,5 @@
-// How close the UART road comes to the speed of the line itself, beside Debian's stm32flash on the
-// same simulated unit in the same run. Two sizes of image are written and their difference is
+// How close the UART transport comes to the speed of the line itself, beside Debian's stm32flash on
+// the same simulated unit in the same run. Two sizes of image are written and their difference is
 // looked at, so that what each program does before and after (opening, identifying, erasing) is
 // left out.
 
@@ -97,7 +97,7 @@ Cost FindCost(Writer const& writer, QString const& baud, QString const& image)
     return best;
 }
 
-void Report(const char* name, Writer const& writer, QTemporaryDir const& directory)
+void Report(char const* name, Writer const& writer, QTemporaryDir const& directory)
 {
     auto const small = benchmarks::WriteImage(directory, kSmall);
     auto const large = benchmarks::WriteImage(directory, kLarge);

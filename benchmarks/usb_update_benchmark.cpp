@@ -146,7 +146,7 @@ int main(int argc, char** argv)
         program.to_full_bar = std::min(program.to_full_bar, taken.to_full_bar);
     }
     fmt::print("256 KiB, erased and written: dfu-util alone {:.3f} s\n", tool.count());
-    auto const print = [&](const char* what, Seconds taken) {
+    auto const print = [&](char const* what, Seconds taken) {
         fmt::print("program, {:<14} {:.3f} s, ratio {:.3f}, {:+.3f} s\n", what, taken.count(),
                    taken / tool, (taken - tool).count());
     };

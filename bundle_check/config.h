@@ -21,8 +21,8 @@ public:
     QSettings const& Settings() const { return settings_; }
     IniLines const& Lines() const { return lines_; }
     targetInterfaceType Type() const { return type_; }
-    // Whether the program reads the key at all on the chosen road.
-    bool Reads(KeyRule const& rule) const { return (rule.roads & (1U << type_)) != 0; }
+    // Whether the program reads the key at all on the chosen transport.
+    bool Reads(KeyRule const& rule) const { return (rule.transports & (1U << type_)) != 0; }
     // A service firmware is written to any unit, whatever its model.
     bool IsService() const { return target_type_ == QLatin1String("service"); }
     QString const& TargetType() const { return target_type_; }

@@ -18,7 +18,7 @@ namespace bundle_check {
 
 namespace {
 
-constexpr qint64 kShortestImage = 8;  // the trailer of the UART road
+constexpr qint64 kShortestImage = 8;  // the trailer of the UART transport
 constexpr qint64 kWord = 4;
 
 // The file's beginning and end; both the whole file when it is short.

@@ -1,4 +1,4 @@
-// Symbolic links that lead out of the bundle: what they lead to is there on the maker's computer
+// Symbolic links that lead out of the bundle: what they lead to is there on the vendor's computer
 // and nowhere else.
 #pragma once
 

@@ -1,5 +1,5 @@
-// How long an update will take, by the arithmetic of its road. All figures are estimates: a unit, a
-// hub or a busy computer may take longer. Pure.
+// How long an update will take, by the arithmetic of its transport. All figures are estimates: a
+// unit, a hub or a busy computer may take longer. Pure.
 #pragma once
 
 #include <QList>
@@ -13,8 +13,8 @@ namespace bundle_check {
 // One page of flash, for every chip: the maximum in ST's data sheet of the STM32G4 (DS12288), which
 // gives 22 ms as typical.
 inline constexpr double kPageEraseSeconds = 0.0245;
-// How long the UART road waits for the end of an Extended Erase, and of a short Erase. It uses the
-// short one whenever the bootloader lists it.
+// How long the UART transport waits for the end of an Extended Erase, and of a short Erase. It uses
+// the short one whenever the bootloader lists it.
 inline constexpr double kExtendedEraseWaitSeconds = 5;
 inline constexpr double kShortEraseWaitSeconds = 1;
 

@@ -98,7 +98,7 @@ QString FormatText(Report const& report)
 
 QByteArray FormatJson(Report const& report)
 {
-    static constexpr const char* kStatus[] = {"clean", "warnings", "errors"};
+    static constexpr char const* kStatus[] = {"clean", "warnings", "errors"};
     QJsonArray findings;
     for (auto const& finding : report.findings.Sorted()) {
         findings.append(ToJson(finding));

@@ -67,10 +67,10 @@ QString TellNumberFault(QVariant const& value, int base)
 // What the program itself makes of a key that it reads as a number.
 uint32_t ReadNumber(Config const& config, QString const& key)
 {
-    if (FindKeyRule(key)->roads == kMcuboot) {
+    if (FindKeyRule(key)->transports == kMcuboot) {
         return ReadMcubootConfig(config.Settings()).baud;
     }
-    // The USB road reads the same keys in the same way, only fewer of them.
+    // The USB transport reads the same keys in the same way, only fewer of them.
     auto const addresses = ReadUartConfig(config.Settings());
     return key == QLatin1String("start_address")         ? addresses.start_address
            : key == QLatin1String("programming_address") ? addresses.programming_address
@@ -117,7 +117,7 @@ void CheckBaud(Config const& config, QString const& key, Findings& findings)
 
 void CheckDecimal(Config const& config, QString const& key, Findings& findings)
 {
-    if (FindKeyRule(key)->roads == kMcuboot) {
+    if (FindKeyRule(key)->transports == kMcuboot) {
         CheckBaud(config, key, findings);
     } else {
         CheckNumber(config, key, kDecimal, findings);

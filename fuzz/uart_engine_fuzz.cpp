@@ -54,7 +54,7 @@ public:
     void Setup(Rate /*rate*/, Settings /*settings*/) override {}
     LineSetup GetSetup() const override { return {Rate::kDesktop, Settings::k8E1}; }
 
-    void Transmit(std::span<const std::byte> data) override
+    void Transmit(std::span<std::byte const> data) override
     {
         Require(!data.empty() && data.size() <= 1024,
                 "the engine sends something, and not at length");
@@ -68,7 +68,7 @@ public:
         answers_ = answers_.subspan(1 + count);
     }
 
-    uint32_t TransmitHighPriority(std::span<const std::byte, 2> /*data*/) override { return 0; }
+    uint32_t TransmitHighPriority(std::span<std::byte const, 2> /*data*/) override { return 0; }
     void TransmitBreak() override {}
 
     hal::uart::Subscription SubscribeOnRx(std::function<void(std::byte)> const& callback) override

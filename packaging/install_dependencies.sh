@@ -16,7 +16,7 @@ packages=(
     fonts-inter python3 python3-fonttools
     # the simulated unit and a screen for it
     umockdev xvfb openbox xdotool imagemagick x11-utils dbus-daemon
-    # other makers' programs that tests compare with
+    # other vendors' programs that tests compare with
     stm32flash dfu-util
 )
 

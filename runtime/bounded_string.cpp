@@ -40,7 +40,7 @@ void string_base::CopyFrom(string_base const& other) noexcept
 void string_base::Wipe() noexcept
 {
     // Volatile, since a compiler may drop ordinary stores to an object that is about to go.
-    volatile char* const characters = storage_.data();
+    char volatile* const characters = storage_.data();
     for (size_t i = 0; i < storage_.size(); ++i) {
         characters[i] = '\0';
     }

@@ -143,7 +143,7 @@ void Dispatcher::RemoveFastListener(IFastListener const& listener)
     }
 }
 
-void Dispatcher::SendMessage(std::span<const std::byte> message) const
+void Dispatcher::SendMessage(std::span<std::byte const> message) const
 {
     if (message.size() < kHeaderSize) {
         return;
@@ -163,7 +163,7 @@ void Dispatcher::SendMessage(std::span<const std::byte> message) const
     }
 }
 
-void Dispatcher::SendFastMessage(Receiver sender, std::span<const std::byte, 2> message) const
+void Dispatcher::SendFastMessage(Receiver sender, std::span<std::byte const, 2> message) const
 {
     for (auto const& slot : fast_listener_slots_) {
         if (slot.listener != nullptr && slot.receiver != sender) {

@@ -50,8 +50,8 @@ public:
                                std::span<std::pair<SubsystemId, MessageId> const> messages,
                                IListener& listener) override;
     ListenerCookie AddFastListener(Receiver receiver, IFastListener& listener) override;
-    void SendMessage(std::span<const std::byte> message) const override;
-    void SendFastMessage(Receiver sender, std::span<const std::byte, 2> message) const override;
+    void SendMessage(std::span<std::byte const> message) const override;
+    void SendFastMessage(Receiver sender, std::span<std::byte const, 2> message) const override;
     std::vector<std::pair<SubsystemId, MessageId>> GetAllMessageIds() const override;
     bool TaskIsAttached(Receiver receiver) const override;
 

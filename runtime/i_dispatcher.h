@@ -13,7 +13,7 @@
 class IListener {
 public:
     // Called on the sender's thread; `message` is valid during the call only.
-    virtual void OnMessage(std::span<const std::byte> message) = 0;
+    virtual void OnMessage(std::span<std::byte const> message) = 0;
 
 protected:
     ~IListener() = default;
@@ -22,7 +22,7 @@ protected:
 class IFastListener {
 public:
     // Called on the sender's thread; `message` is valid during the call only.
-    virtual void OnFastMessage(Receiver sender, std::span<const std::byte, 2> message) = 0;
+    virtual void OnFastMessage(Receiver sender, std::span<std::byte const, 2> message) = 0;
 
 protected:
     ~IFastListener() = default;
@@ -58,8 +58,8 @@ public:
 
     // Calls the listeners before it returns. A message that is too short, unknown or wanted by
     // nobody vanishes.
-    virtual void SendMessage(std::span<const std::byte> message) const = 0;
-    virtual void SendFastMessage(Receiver sender, std::span<const std::byte, 2> message) const = 0;
+    virtual void SendMessage(std::span<std::byte const> message) const = 0;
+    virtual void SendFastMessage(Receiver sender, std::span<std::byte const, 2> message) const = 0;
 
 protected:
     ~IDispatcher() = default;

@@ -12,7 +12,7 @@ namespace {
 
 class DummyListener final : public IListener {
 public:
-    void OnMessage(std::span<const std::byte>) override {}
+    void OnMessage(std::span<std::byte const>) override {}
 };
 
 DummyListener dummy_listener;
@@ -34,13 +34,13 @@ struct Request {
     MessageId message;
 };
 
-bool HasHeader(std::span<const std::byte> request)
+bool HasHeader(std::span<std::byte const> request)
 {
     return request.size() >= dispatcher::kHeaderSize;
 }
 
 // HasHeader(request)
-Request ReadRequest(std::span<const std::byte> request)
+Request ReadRequest(std::span<std::byte const> request)
 {
     return {std::to_integer<Receiver>(request[dispatcher::kSenderOffset]),
             std::to_integer<SubsystemId>(request[dispatcher::kSubsystemOffset]),
@@ -86,7 +86,7 @@ void MessageHelper::SendOkResponse(Receiver to, SubsystemId subsystem, MessageId
     DoSend(MakeAnswer<6>(dispatcher::kOkResponse, to, id_, subsystem, message));
 }
 
-void MessageHelper::SendOkResponse(std::span<const std::byte> const& request) const
+void MessageHelper::SendOkResponse(std::span<std::byte const> const& request) const
 {
     if (!HasHeader(request)) {
         return;
@@ -105,7 +105,7 @@ void MessageHelper::SendFailResponse(Receiver to, SubsystemId subsystem, Message
     DoSend(answer);
 }
 
-void MessageHelper::SendFailResponse(std::span<const std::byte> const& request,
+void MessageHelper::SendFailResponse(std::span<std::byte const> const& request,
                                      unsigned int code) const
 {
     if (!HasHeader(request)) {
@@ -115,7 +115,7 @@ void MessageHelper::SendFailResponse(std::span<const std::byte> const& request,
     SendFailResponse(sender, subsystem, message, code);
 }
 
-void MessageHelper::SendSizeError(std::span<const std::byte> const& request, unsigned char first,
+void MessageHelper::SendSizeError(std::span<std::byte const> const& request, unsigned char first,
                                   unsigned char second) const
 {
     if (!HasHeader(request)) {
@@ -128,7 +128,7 @@ void MessageHelper::SendSizeError(std::span<const std::byte> const& request, uns
     DoSend(answer);
 }
 
-void MessageHelper::DoSend(std::span<const std::byte> const& message) const
+void MessageHelper::DoSend(std::span<std::byte const> const& message) const
 {
     dispatcher_.SendMessage(message);
 }

@@ -39,15 +39,15 @@ public:
     // Answers to the message `message` of `subsystem`. The forms with a request answer its sender
     // and ignore a request that has no whole header.
     void SendOkResponse(Receiver to, SubsystemId subsystem, MessageId message) const;
-    void SendOkResponse(std::span<const std::byte> const& request) const;
+    void SendOkResponse(std::span<std::byte const> const& request) const;
     void SendFailResponse(Receiver to, SubsystemId subsystem, MessageId message,
                           unsigned int code) const;
-    void SendFailResponse(std::span<const std::byte> const& request, unsigned int code) const;
-    void SendSizeError(std::span<const std::byte> const& request, unsigned char first,
+    void SendFailResponse(std::span<std::byte const> const& request, unsigned int code) const;
+    void SendSizeError(std::span<std::byte const> const& request, unsigned char first,
                        unsigned char second) const;
 
     // Sends `message` as it is, header included: at most 255 bytes.
-    void DoSend(std::span<const std::byte> const& message) const;
+    void DoSend(std::span<std::byte const> const& message) const;
 
     // Logs that the message called `name` was too long to be sent.
     void ReportOverflow(SubsystemId subsystem, MessageId message, std::string_view name) const;

@@ -100,7 +100,7 @@ std::optional<FaultKind> FindFaultKind(std::string_view name);
 class FaultList {
 public:
     // `kinds`: those that the unit can show; they must outlive the list.
-    explicit FaultList(std::span<const FaultKind> kinds) : kinds_(kinds) {}
+    explicit FaultList(std::span<FaultKind const> kinds) : kinds_(kinds) {}
 
     // Throws std::invalid_argument for a kind that the unit cannot show.
     void Add(Fault const& fault);
@@ -118,7 +118,7 @@ private:
         Fault fault;
         unsigned seen = 0;
     };
-    std::span<const FaultKind> kinds_;
+    std::span<FaultKind const> kinds_;
     std::vector<Armed> armed_;
     unsigned strikes_ = 0;
 };

@@ -23,8 +23,8 @@ namespace simulator {
 
 struct SimulatedUnitOptions {
     // What the unit is.
-    std::variant<Stm32BootloaderOptions, McubootRecoveryOptions, DfuseLoaderOptions> loader;
-    // What it is to its host: of these the one that the loader has use for.
+    std::variant<Stm32BootloaderOptions, McubootRecoveryOptions, DfuseBootloaderOptions> bootloader;
+    // What it is to its host: of these the one that the bootloader has use for.
     UsbSerialPortOptions port;
     UsbDfuIdentity usb_device;
     unsigned baud = 0;  // of a serial line's pace; 0 takes no time
@@ -33,8 +33,8 @@ struct SimulatedUnitOptions {
     std::function<void(JournalEntry const&)> journal_sink;
 };
 
-// A microcontroller in one of its loaders, connected as that loader is. Thread-safe. It begins
-// unplugged.
+// A microcontroller in one of its bootloaders, connected as that bootloader is. Thread-safe. It
+// begins unplugged.
 class SimulatedUnit {
 public:
     SimulatedUnit(std::shared_ptr<UsbTestbed> testbed, SimulatedUnitOptions options);
@@ -46,7 +46,7 @@ public:
     void SetMode(mode_t mode);
     void SetBlocked(bool blocked);
 
-    void Reset();  // into the loader
+    void Reset();  // into the bootloader
     // Throws std::invalid_argument for a fault that the unit's kind cannot show.
     void AddFault(Fault const& fault);
     void ClearFaults();
@@ -61,11 +61,11 @@ public:
 
 private:
     void MakeSerial(std::shared_ptr<UsbTestbed> testbed, SimulatedUnitOptions const& options,
-                    std::unique_ptr<SerialLoader> loader);
+                    std::unique_ptr<SerialBootloader> bootloader);
 
-    std::unique_ptr<ChipLoader> loader_;
+    std::unique_ptr<ChipBootloader> bootloader_;
     bool silent_ = false;
-    std::unique_ptr<IUnitConnection> connection_;  // last: it uses the loader
+    std::unique_ptr<IUnitConnection> connection_;  // last: it uses the bootloader
 };
 
 }  // namespace simulator

@@ -12,7 +12,7 @@ namespace simulator {
 enum class UnitState {
     kWaitingForSync,  // just reset: nothing that it understood has come yet
     kSynchronised,
-    kRunning,  // the application was started: the loader is gone until the next reset
+    kRunning,  // the application was started: the bootloader is gone until the next reset
 };
 
 // What a kind of unit does not have stays as it is here.

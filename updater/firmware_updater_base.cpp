@@ -19,8 +19,8 @@ void FirmwareUpdaterBase::RunUpdate()
     Q_EMIT UpdateFinished(ok);
 }
 
-void FirmwareUpdaterBase::ConnectAndVerify(const QString& port_name,
-                                           const QList<uint8_t>& device_ids, bool verify)
+void FirmwareUpdaterBase::ConnectAndVerify(QString const& port_name,
+                                           QList<uint8_t> const& device_ids, bool verify)
 {
     if (!connect(port_name)) {
         Q_EMIT UpdateConnectionStatus(ConnectionStatus::Disconnected);

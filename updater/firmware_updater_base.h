@@ -21,18 +21,18 @@ class FirmwareUpdaterBase : public QObject {
 public:
     // Not QObject's connect and disconnect, which these hide: write QObject::connect for those.
     // port_name: a serial port's name; the USB backend does not use it. True when open.
-    virtual bool connect(const QString& port_name) = 0;
+    virtual bool connect(QString const& port_name) = 0;
     virtual void disconnect() = 0;
 
     // Writes the image; calls `progress` with a percentage as it goes, normally 0 to 100; a
     // receiver must bear more. True on success.
-    virtual bool upload(const QString& firmware_path, std::function<void(int)> progress) = 0;
+    virtual bool upload(QString const& firmware_path, std::function<void(int)> progress) = 0;
 
     // Makes the unit leave its bootloader and start the new firmware.
     virtual void reset() = 0;
 
     // Reads the unit's model identifier and tells whether it is in the list.
-    virtual bool verifyDeviceId(const QList<uint8_t>& device_ids) = 0;
+    virtual bool verifyDeviceId(QList<uint8_t> const& device_ids) = 0;
 
 Q_SIGNALS:
     void UpdateStarted();
@@ -44,8 +44,8 @@ Q_SIGNALS:
 
 public Q_SLOTS:
     virtual void onStartUpdate() = 0;
-    virtual void onConnectToDevice(const QString& port_name, QList<uint8_t> device_ids,
-                                   const bool& verify) = 0;
+    virtual void onConnectToDevice(QString const& port_name, QList<uint8_t> device_ids,
+                                   bool const& verify) = 0;
     virtual void onDisconnectDevice() = 0;
 
 protected:
@@ -54,7 +54,7 @@ protected:
     // The slots of a backend that has a port to open and whose upload runs to its end in one call.
     // Exactly one UpdateFinished follows each UpdateStarted.
     void RunUpdate();
-    void ConnectAndVerify(const QString& port_name, const QList<uint8_t>& device_ids, bool verify);
+    void ConnectAndVerify(QString const& port_name, QList<uint8_t> const& device_ids, bool verify);
     void DisconnectAndTell();
 
     QString firmware_path_;

@@ -26,7 +26,7 @@ constexpr uint16_t kImageGroup = 1;
 constexpr uint8_t kImageStateCommand = 0;
 constexpr uint8_t kUploadCommand = 1;
 constexpr uint8_t kEraseCommand = 5;
-constexpr uint16_t kOtpGroup = 64;  // the maker's own
+constexpr uint16_t kOtpGroup = 64;  // the vendor's own
 constexpr uint8_t kOtpReadCommand = 0;
 
 // Milliseconds, counted as sendAndReceive counts them.

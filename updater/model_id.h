@@ -12,6 +12,6 @@
 // bytes) is looked through as far as it goes.
 bool checkModelIdInOtp(std::vector<std::byte> const& otp, QList<uint8_t> const& device_ids);
 
-// Firmware for the maker's own service is let onto every model. The target type is compared
+// Firmware for the vendor's own service is let onto every model. The target type is compared
 // exactly.
 bool SkipsModelCheck(QString const& fw_target_type);

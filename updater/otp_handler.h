@@ -27,7 +27,7 @@ constexpr std::array<std::byte, 4> ToByteTuple(unsigned int tag)
 // Payload bytes as text; the view refers to the same memory.
 inline std::string_view ToStringView(std::span<std::byte const> payload)
 {
-    return {reinterpret_cast<const char*>(payload.data()), payload.size()};
+    return {reinterpret_cast<char const*>(payload.data()), payload.size()};
 }
 
 }  // namespace impl

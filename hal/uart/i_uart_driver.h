@@ -40,10 +40,10 @@ public:
 
     // Sends `data` whole and returns once it is written. May block without limit; `data` is not
     // kept after the return. Must not be called from the receive callback.
-    virtual void Transmit(std::span<const std::byte> data) = 0;
+    virtual void Transmit(std::span<std::byte const> data) = 0;
 
     // Sends two bytes ahead of queued data. The result is the number of bytes taken.
-    virtual uint32_t TransmitHighPriority(std::span<const std::byte, 2> data) = 0;
+    virtual uint32_t TransmitHighPriority(std::span<std::byte const, 2> data) = 0;
 
     virtual void TransmitBreak() = 0;
 

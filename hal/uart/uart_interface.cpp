@@ -11,16 +11,16 @@ hal::uart::IUartDriver::LineSetup UartInterface::GetSetup() const
     return {Rate::kDesktop, Settings::k8E1};
 }
 
-void UartInterface::Transmit(std::span<const std::byte> data)
+void UartInterface::Transmit(std::span<std::byte const> data)
 {
     semaphore_->acquire(1);
-    Q_EMIT TransmitData(QByteArray(reinterpret_cast<const char*>(data.data()),
+    Q_EMIT TransmitData(QByteArray(reinterpret_cast<char const*>(data.data()),
                                    static_cast<qsizetype>(data.size())));
     semaphore_->acquire(1);
     semaphore_->release(1);
 }
 
-uint32_t UartInterface::TransmitHighPriority(std::span<const std::byte, 2> /*data*/)
+uint32_t UartInterface::TransmitHighPriority(std::span<std::byte const, 2> /*data*/)
 {
     return 0;
 }

@@ -27,10 +27,10 @@ public:
 
     // Blocks until the port reported bytes as written, without limit: a port that never reports
     // (one whose cable was pulled) blocks its caller for good. An empty span waits just the same.
-    void Transmit(std::span<const std::byte> data) override;
+    void Transmit(std::span<std::byte const> data) override;
 
     // Sends nothing: the desktop has no queue that a message could overtake.
-    uint32_t TransmitHighPriority(std::span<const std::byte, 2> data) override;
+    uint32_t TransmitHighPriority(std::span<std::byte const, 2> data) override;
     void TransmitBreak() override;
 
     // The callback runs on the Uart's thread from the moment that thread has taken it over. All

@@ -13,7 +13,7 @@ void AppendBigEndian16(std::vector<std::byte>& bytes, size_t value)
 
 }  // namespace
 
-std::byte GetXor(std::span<const std::byte> bytes)
+std::byte GetXor(std::span<std::byte const> bytes)
 {
     return std::accumulate(bytes.begin(), bytes.end(), std::byte{0},
                            [](std::byte a, std::byte b) { return a ^ b; });
@@ -41,7 +41,7 @@ std::array<std::byte, 2> GetReadCountBytes(size_t count)
     return {last, ~last};
 }
 
-std::vector<std::byte> GetWriteBytes(std::span<const std::byte> data)
+std::vector<std::byte> GetWriteBytes(std::span<std::byte const> data)
 {
     auto const padded = (data.size() + 3) & ~size_t{3};
     std::vector<std::byte> bytes;
@@ -53,7 +53,7 @@ std::vector<std::byte> GetWriteBytes(std::span<const std::byte> data)
     return bytes;
 }
 
-std::vector<std::byte> GetEraseBytes(std::span<const std::byte> pages)
+std::vector<std::byte> GetEraseBytes(std::span<std::byte const> pages)
 {
     std::vector<std::byte> bytes;
     bytes.reserve(pages.size() + 2);
@@ -63,7 +63,7 @@ std::vector<std::byte> GetEraseBytes(std::span<const std::byte> pages)
     return bytes;
 }
 
-std::vector<std::byte> GetExtendedEraseBytes(std::span<const uint16_t> pages)
+std::vector<std::byte> GetExtendedEraseBytes(std::span<uint16_t const> pages)
 {
     std::vector<std::byte> bytes;
     bytes.reserve(2 * pages.size() + 3);

@@ -37,17 +37,17 @@ std::array<std::byte, 2> GetReadCountBytes(size_t count);
 
 // The data of a Write Memory: length - 1, the data, the XOR of both. The bootloader takes only
 // whole words, so the data is padded with zeros to a multiple of 4. 1 <= data.size() <= 256.
-std::vector<std::byte> GetWriteBytes(std::span<const std::byte> data);
+std::vector<std::byte> GetWriteBytes(std::span<std::byte const> data);
 
 // The page list of an Erase: count - 1, one byte a page, their XOR. An empty list yields FF FF,
 // this updater's request to erase everything (AN3155 writes FF 00 there).
-std::vector<std::byte> GetEraseBytes(std::span<const std::byte> pages);
+std::vector<std::byte> GetEraseBytes(std::span<std::byte const> pages);
 
 // The page list of an Extended Erase: count - 1 and each page as 16 bits, most significant byte
 // first, then their XOR. An empty list yields FF FF 00, the global mass erase.
-std::vector<std::byte> GetExtendedEraseBytes(std::span<const uint16_t> pages);
+std::vector<std::byte> GetExtendedEraseBytes(std::span<uint16_t const> pages);
 
 // XOR of all bytes; 0 for none.
-std::byte GetXor(std::span<const std::byte> bytes);
+std::byte GetXor(std::span<std::byte const> bytes);
 
 }  // namespace stm32_updater

@@ -19,9 +19,9 @@ public:
 
     // Writes `image` at the first address of flash. Blocks until the write ended; true on success.
     // A failure leaves the unit in its bootloader, with its flash erased or half written.
-    virtual bool Update(std::span<const std::byte> image, ProgressCallback const& progress) = 0;
+    virtual bool Update(std::span<std::byte const> image, ProgressCallback const& progress) = 0;
 
     // The same at the flash address `address`.
-    virtual bool Update(std::span<const std::byte> image, ProgressCallback const& progress,
+    virtual bool Update(std::span<std::byte const> image, ProgressCallback const& progress,
                         unsigned address) = 0;
 };

@@ -174,13 +174,13 @@ std::vector<std::byte> Stm32DfuUtilUpdater::GetOtp(unsigned address, unsigned lo
     return TakeFile(path);
 }
 
-bool Stm32DfuUtilUpdater::Update(std::span<const std::byte> /*image*/,
+bool Stm32DfuUtilUpdater::Update(std::span<std::byte const> /*image*/,
                                  ProgressCallback const& /*progress*/)
 {
     return false;
 }
 
-bool Stm32DfuUtilUpdater::Update(std::span<const std::byte> image, ProgressCallback const& progress,
+bool Stm32DfuUtilUpdater::Update(std::span<std::byte const> image, ProgressCallback const& progress,
                                  unsigned /*address*/)
 {
     return Update(image, progress);

@@ -46,8 +46,8 @@ public:
     std::vector<std::byte> GetOtp(unsigned address, unsigned long size) override;
 
     // An image in memory cannot be written through the tool: nothing is done, the answer is false.
-    bool Update(std::span<const std::byte> image, ProgressCallback const& progress) override;
-    bool Update(std::span<const std::byte> image, ProgressCallback const& progress,
+    bool Update(std::span<std::byte const> image, ProgressCallback const& progress) override;
+    bool Update(std::span<std::byte const> image, ProgressCallback const& progress,
                 unsigned address) override;
 
     uint8_t GetMcuId() const override { return 1; }

@@ -96,12 +96,12 @@ Stm32UartUpdater::Stm32UartUpdater(std::function<void(bool)> set_line_a,
 
 // ---- Public operations: every protocol failure ends here ----
 
-bool Stm32UartUpdater::Update(std::span<const std::byte> image, ProgressCallback const& progress)
+bool Stm32UartUpdater::Update(std::span<std::byte const> image, ProgressCallback const& progress)
 {
     return Update(image, progress, kDefaultAddress);
 }
 
-bool Stm32UartUpdater::Update(std::span<const std::byte> image, ProgressCallback const& progress,
+bool Stm32UartUpdater::Update(std::span<std::byte const> image, ProgressCallback const& progress,
                               unsigned address) noexcept
 {
     std::scoped_lock const lock(update_mutex_);
@@ -161,7 +161,7 @@ void Stm32UartUpdater::ExitDfu(unsigned start_address, unsigned boot_mode_addres
     uart_.Setup(setup.first, setup.second);
 }
 
-void Stm32UartUpdater::SendFailureLog(const char* text)
+void Stm32UartUpdater::SendFailureLog(char const* text)
 {
     kelvane::PrintToConsole(fmt::format("\n{}", text));
     etl::string<256> line;
@@ -212,7 +212,7 @@ uint16_t Stm32UartUpdater::Connect()
 
 // ---- The update ----
 
-bool Stm32UartUpdater::DoUpdate(std::span<const std::byte> image, ProgressCallback const& progress,
+bool Stm32UartUpdater::DoUpdate(std::span<std::byte const> image, ProgressCallback const& progress,
                                 unsigned address)
 {
     // Too small for a trailer: refused before anything is erased.
@@ -264,7 +264,7 @@ void Stm32UartUpdater::EraseFlash(size_t image_size)
     }
 }
 
-void Stm32UartUpdater::WriteImage(std::span<const std::byte> image, unsigned address)
+void Stm32UartUpdater::WriteImage(std::span<std::byte const> image, unsigned address)
 {
     auto const body_size = image.size() - kTrailerSize;
     std::array<std::byte, kTrailerSize> trailer{};
@@ -340,7 +340,7 @@ uint16_t Stm32UartUpdater::CmdGetId()
     return product_id;
 }
 
-std::span<const std::byte> Stm32UartUpdater::CmdRead(uint32_t address, size_t n)
+std::span<std::byte const> Stm32UartUpdater::CmdRead(uint32_t address, size_t n)
 {
     command_name_ = "Read";
     // The command could ask for more than the answer has room for.
@@ -356,7 +356,7 @@ std::span<const std::byte> Stm32UartUpdater::CmdRead(uint32_t address, size_t n)
     return WaitForData(n, kAnswerTimeout);
 }
 
-void Stm32UartUpdater::CmdWrite(uint32_t address, std::span<const std::byte> const& data)
+void Stm32UartUpdater::CmdWrite(uint32_t address, std::span<std::byte const> const& data)
 {
     if (data.empty()) {
         return;
@@ -372,7 +372,7 @@ void Stm32UartUpdater::CmdWrite(uint32_t address, std::span<const std::byte> con
     }
 }
 
-void Stm32UartUpdater::WriteBlock(uint32_t address, std::span<const std::byte> block)
+void Stm32UartUpdater::WriteBlock(uint32_t address, std::span<std::byte const> block)
 {
     auto const too_many = [this] {
         Fail(fmt::format("{} NACKs received, command {}", kMaxNacks, command_name_));
@@ -404,7 +404,7 @@ bool Stm32UartUpdater::StartWrite(uint32_t address)
     return WaitForDfuAckNack(kAnswerTimeout);
 }
 
-void Stm32UartUpdater::CmdErase(std::span<const std::byte> const& pages)
+void Stm32UartUpdater::CmdErase(std::span<std::byte const> const& pages)
 {
     command_name_ = "Erase";
     SendCommand(Command::kErase);
@@ -413,7 +413,7 @@ void Stm32UartUpdater::CmdErase(std::span<const std::byte> const& pages)
     WaitForDfuAck(kAnswerTimeout);
 }
 
-void Stm32UartUpdater::CmdEraseExt(std::span<const uint16_t> const& pages)
+void Stm32UartUpdater::CmdEraseExt(std::span<uint16_t const> const& pages)
 {
     command_name_ = "Erase Ext";
     SendCommand(Command::kExtendedErase);
@@ -424,7 +424,7 @@ void Stm32UartUpdater::CmdEraseExt(std::span<const uint16_t> const& pages)
 
 // ---- Sending and waiting ----
 
-void Stm32UartUpdater::SendToDfu(std::span<const std::byte> const& data)
+void Stm32UartUpdater::SendToDfu(std::span<std::byte const> const& data)
 {
     if (!data.empty()) {
         uart_.Transmit(data);
@@ -457,7 +457,7 @@ bool Stm32UartUpdater::WaitForDfuAckNack(Milliseconds timeout)
 
 void Stm32UartUpdater::LearnAck(uint8_t answer)
 {
-    // 0x79/0x1F is AN3155's pair; loaders of the maker's own use 0x75/0x3F.
+    // 0x79/0x1F is AN3155's pair; bootloaders of the vendor's own use 0x75/0x3F.
     switch (answer) {
         case 0x79:
             nack_byte_ = 0x1F;
@@ -481,7 +481,7 @@ size_t Stm32UartUpdater::WaitForNBytesToReceive(Milliseconds timeout)
     return last + 1;
 }
 
-std::span<const std::byte> Stm32UartUpdater::WaitForData(size_t n, Milliseconds timeout)
+std::span<std::byte const> Stm32UartUpdater::WaitForData(size_t n, Milliseconds timeout)
 {
     rx_data_.clear();
     while (rx_data_.size() < n) {

@@ -40,13 +40,13 @@ public:
         unsigned char mcu_id, bool mass_erase, std::function<void()> first_hook = [] {},
         std::function<void()> second_hook = [] {}, Rate rate = Rate::kBootloader);
 
-    bool Update(std::span<const std::byte> image, ProgressCallback const& progress) override;
+    bool Update(std::span<std::byte const> image, ProgressCallback const& progress) override;
 
     // Serialised by the update mutex. image.size() must be a multiple of 4; below 8 bytes nothing
     // is sent and the result is false. The last four bytes of the image are replaced by the MCU ID
     // and three zero bytes. There is no read-back: the bootloader's acknowledgement of each block
     // is the only confirmation. An exception of a callback ends the program.
-    bool Update(std::span<const std::byte> image, ProgressCallback const& progress,
+    bool Update(std::span<std::byte const> image, ProgressCallback const& progress,
                 unsigned address) noexcept override;
 
     uint8_t GetMcuId() const override { return mcu_id_; }
@@ -63,13 +63,13 @@ private:
     // The session (ConnectDevice).
     uint16_t Connect();
     void Subscribe();
-    void SendFailureLog(const char* text);
+    void SendFailureLog(char const* text);
 
     // The update, step by step.
-    bool DoUpdate(std::span<const std::byte> image, ProgressCallback const& progress,
+    bool DoUpdate(std::span<std::byte const> image, ProgressCallback const& progress,
                   unsigned address);
     void EraseFlash(size_t image_size);
-    void WriteImage(std::span<const std::byte> image, unsigned address);
+    void WriteImage(std::span<std::byte const> image, unsigned address);
     void RunClosingHooks();
     void JumpTo(uint32_t start_address);  // does not wait for the bootloader's last answer
 
@@ -77,23 +77,23 @@ private:
     uint32_t CmdGet();          // (mask of supported commands << 16) | protocol version
     std::byte CmdGetVerRops();  // bootloader version
     uint16_t CmdGetId();        // product ID
-    std::span<const std::byte> CmdRead(uint32_t address, size_t n);  // valid until the next wait
-    void CmdWrite(uint32_t address, std::span<const std::byte> const& data);
-    void CmdErase(std::span<const std::byte> const& pages);
-    void CmdEraseExt(std::span<const uint16_t> const& pages);
+    std::span<std::byte const> CmdRead(uint32_t address, size_t n);  // valid until the next wait
+    void CmdWrite(uint32_t address, std::span<std::byte const> const& data);
+    void CmdErase(std::span<std::byte const> const& pages);
+    void CmdEraseExt(std::span<uint16_t const> const& pages);
 
     // One Write Memory, repeated while the bootloader refuses it; 1 <= block.size() <= 256.
-    void WriteBlock(uint32_t address, std::span<const std::byte> block);
+    void WriteBlock(uint32_t address, std::span<std::byte const> block);
     bool StartWrite(uint32_t address);  // command and address; false when either was refused
 
     // Sending and waiting. A wait's time-out holds for each next byte, not for the whole answer.
-    void SendToDfu(std::span<const std::byte> const& data);
+    void SendToDfu(std::span<std::byte const> const& data);
     void SendCommand(Command command);
     void WaitForDfuAck(Milliseconds timeout);
     bool WaitForDfuAckNack(Milliseconds timeout);  // true for ACK, false for NACK
     void LearnAck(uint8_t answer);
     size_t WaitForNBytesToReceive(Milliseconds timeout);
-    std::span<const std::byte> WaitForData(size_t n, Milliseconds timeout);
+    std::span<std::byte const> WaitForData(size_t n, Milliseconds timeout);
 
     void OnByteReceived(std::byte value);  // serial thread
 
@@ -120,7 +120,7 @@ private:
     std::function<void()> second_hook_;
     bool mass_erase_;
     Rate rate_;
-    const char* command_name_ = "";
+    char const* command_name_ = "";
 };
 
 }  // namespace stm32_updater

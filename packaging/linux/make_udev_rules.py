@@ -3,9 +3,9 @@
 
     make_udev_rules.py CONFIG.ini OUTPUT.rules
 
-Whoever sits at the computer may open the units in their loaders, and no modem is looked for behind
-them: ModemManager's questions would reach the loader first. Named are the serial adapter and the STM32
-DFU loader, which every bench meets, and the product's own ids.
+Whoever sits at the computer may open the units in their bootloaders, and no modem is looked for behind
+them: ModemManager's questions would reach the bootloader first. Named are the serial adapter and the STM32
+DFU bootloader, which every bench meets, and the product's own ids.
 """
 
 import argparse
@@ -14,10 +14,10 @@ import sys
 from pathlib import Path
 
 SERIAL_ADAPTER = ("10c4", "ea60")
-DFU_LOADER = ("0483", "df11")
+DFU_BOOTLOADER = ("0483", "df11")
 
 HEAD = """\
-# Kelvane firmware updater: the units in their loaders. Read before 73-seat-late.rules, which gives
+# Kelvane firmware updater: the units in their bootloaders. Read before 73-seat-late.rules, which gives
 # what is tagged "uaccess" to the user at the seat.
 ACTION=="remove", GOTO="kelvane_firmware_updater_end"
 """
@@ -50,7 +50,7 @@ def read_products(text):
 
 def make_rules(text):
     products = read_products(text)
-    dfu, serial = [DFU_LOADER], [SERIAL_ADAPTER]
+    dfu, serial = [DFU_BOOTLOADER], [SERIAL_ADAPTER]
     (dfu if read_value(text, "interface") == "usb" else serial).extend(products)
     rules = HEAD
     for ids in dict.fromkeys(serial):

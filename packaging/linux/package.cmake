@@ -1,4 +1,4 @@
-# The Debian package for the maker's own benches.
+# The Debian package for the vendor's own benches.
 
 set(fw_contents "lib/${FW_PACKAGE_NAME}/Contents")
 set(fw_dfu_util "${CMAKE_CURRENT_SOURCE_DIR}/dfu-util-launcher")
@@ -68,4 +68,4 @@ set(CPACK_PACKAGE_DESCRIPTION
   "Finds the unit that is plugged in, checks that the firmware is meant for its
 model, writes it and restarts the unit.
 .
-This package is for the maker's own benches and carries one product.")
+This package is for the vendor's own benches and carries one product.")

@@ -2,7 +2,7 @@
 # there is little of it.
 
 set(FW_DRIVER_APP "" CACHE PATH
-  "CP210xVCPDriver.app as its maker signed it; if not set, the one in the product's resource directory")
+  "CP210xVCPDriver.app as its vendor signed it; if not set, the one in the product's resource directory")
 if(NOT FW_DRIVER_APP AND EXISTS "${product_resources}/${FW_DRIVER_NAME}")
   set(FW_DRIVER_APP "${product_resources}/${FW_DRIVER_NAME}")
 endif()

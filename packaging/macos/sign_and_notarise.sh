@@ -3,7 +3,7 @@
 #   sign_and_notarise.sh UNSIGNED.dmg SIGNED.dmg
 # Signs every inner program and library (hardened runtime, time stamp), inside out, lets Apple notarise
 # the application and the disk image, staples both, and fails unless all of it validates. The driver
-# application keeps its own maker's signature, which must be valid. UNSIGNED.dmg stays as it is, and
+# application keeps its own vendor's signature, which must be valid. UNSIGNED.dmg stays as it is, and
 # SIGNED.dmg appears only when everything succeeded.
 # From the environment:
 #   FW_SIGN_IDENTITY   the certificate, as "Developer ID Application: NAME (TEAM)"
@@ -78,7 +78,7 @@ list_inner_code() {
         done | awk -F/ '{ print NF "\t" $0 }' | sort -k1,1nr -k2 | cut -f2-
 }
 
-# What the driver's maker signed must still be what Apple's chain of certificates vouches for.
+# What the driver's vendor signed must still be what Apple's chain of certificates vouches for.
 check_driver() {
     [ -d "$driver" ] || fail "$driver_name is missing: the program could not install the driver"
     # The signature says nothing about the right to run it.

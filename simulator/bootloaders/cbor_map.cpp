@@ -6,7 +6,7 @@ namespace simulator {
 namespace {
 
 using Bytes = std::vector<std::byte>;
-using ByteSpan = std::span<const std::byte>;
+using ByteSpan = std::span<std::byte const>;
 
 // Major types.
 constexpr unsigned kUnsigned = 0;

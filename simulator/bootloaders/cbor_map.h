@@ -20,13 +20,13 @@ struct CborEntry {
 
 // The entries of a map in their order; nothing when the bytes are not one whole map, of definite or
 // indefinite length, with such entries only.
-std::optional<std::vector<CborEntry>> ReadCborMap(std::span<const std::byte> bytes);
+std::optional<std::vector<CborEntry>> ReadCborMap(std::span<std::byte const> bytes);
 
 // Collects a map's entries in their order.
 class CborMap {
 public:
     void Put(std::string_view key, int64_t number);
-    void Put(std::string_view key, std::span<const std::byte> bytes);
+    void Put(std::string_view key, std::span<std::byte const> bytes);
     void Put(std::string_view key, std::string_view text);
     void Put(std::string_view key, CborMap const& only_element);  // as an array of one map
 

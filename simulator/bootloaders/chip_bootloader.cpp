@@ -5,13 +5,13 @@
 
 namespace simulator {
 
-void ChipLoader::Reset()
+void ChipBootloader::Reset()
 {
     hung_ = false;
     has_left_ = false;
 }
 
-void ChipLoader::AddMemoryOf(Chip const& chip, std::span<const std::byte> otp)
+void ChipBootloader::AddMemoryOf(Chip const& chip, std::span<std::byte const> otp)
 {
     auto const erased = std::byte{0xFF};
     memory_.AddRegion(MemoryKind::kFlash, kFlashStart, std::vector(chip.flash_size, erased));
@@ -20,14 +20,14 @@ void ChipLoader::AddMemoryOf(Chip const& chip, std::span<const std::byte> otp)
     memory_.Load(chip.otp_address, otp);
 }
 
-void ChipLoader::Finish(Outcome outcome, std::string reason)
+void ChipBootloader::Finish(Outcome outcome, std::string reason)
 {
     entry_.outcome = outcome;
     entry_.reason = std::move(reason);
     journal_.Add(std::exchange(entry_, {}));
 }
 
-void ChipLoader::Hang(FaultKind kind)
+void ChipBootloader::Hang(FaultKind kind)
 {
     Finish(Outcome::kSilent, "fault");
     hung_ = true;

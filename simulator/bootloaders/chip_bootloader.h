@@ -1,6 +1,6 @@
-// What every simulated loader on a microcontroller has, whatever its protocol and whatever carries
-// it: memory, faults, a journal, and the ways to fall silent. How bytes come and go is up to
-// serial_bootloader.h and dfuse_bootloader.h.
+// What every simulated bootloader on a microcontroller has, whatever its protocol and whatever
+// carries it: memory, faults, a journal, and the ways to fall silent. How bytes come and go is up
+// to serial_bootloader.h and dfuse_bootloader.h.
 #pragma once
 
 #include <cstddef>
@@ -16,11 +16,11 @@
 namespace simulator {
 
 // Not thread-safe.
-class ChipLoader {
+class ChipBootloader {
 public:
-    virtual ~ChipLoader() = default;
+    virtual ~ChipBootloader() = default;
 
-    // Power-on or the reset pin: the loader starts anew; what it has stored stays.
+    // Power-on or the reset pin: the bootloader starts anew; what it has stored stays.
     virtual void Reset();
 
     // True once the unit has left its host, because of a fault or of its own accord. The owner
@@ -41,11 +41,11 @@ public:
     Journal& GetJournal() { return journal_; }
 
 protected:
-    // `fault_kinds`: those that the loader can show; they must outlive it.
-    explicit ChipLoader(std::span<const FaultKind> fault_kinds) : faults_(fault_kinds) {}
+    // `fault_kinds`: those that the bootloader can show; they must outlive it.
+    explicit ChipBootloader(std::span<FaultKind const> fault_kinds) : faults_(fault_kinds) {}
 
     // Flash and OTP area, erased but for `otp` at the start of the latter, and RAM.
-    void AddMemoryOf(Chip const& chip, std::span<const std::byte> otp);
+    void AddMemoryOf(Chip const& chip, std::span<std::byte const> otp);
 
     // True while what it receives is lost on it.
     bool HearsNothing() const { return silent_ || hung_; }

@@ -1,5 +1,6 @@
-// How a USB device in its DFU loader describes itself: the descriptors that its host reads before
-// any request of the loader's protocol (USB 2.0, chapter 9; DFU 1.1, chapter 4). Bytes only.
+// How a USB device in its DFU bootloader describes itself: the descriptors that its host reads
+// before any request of the bootloader's protocol (USB 2.0, chapter 9; DFU 1.1, chapter 4). Bytes
+// only.
 #pragma once
 
 #include <cstddef>

@@ -26,7 +26,7 @@ constexpr uint32_t kLongestPollTimeout = 0xFFFFFF;
 // What a unit that is stuck asks its client to wait, over and over.
 constexpr uint32_t kStuckPollTimeout = 100;
 
-uint32_t ReadAddress(std::span<const std::byte> little_endian)
+uint32_t ReadAddress(std::span<std::byte const> little_endian)
 {
     uint32_t address = 0;
     for (size_t i = 0; i < kAddressSize; ++i) {
@@ -35,7 +35,7 @@ uint32_t ReadAddress(std::span<const std::byte> little_endian)
     return address;
 }
 
-uint32_t ToPollTimeout(DfuseLoader::TimePoint::duration time)
+uint32_t ToPollTimeout(DfuseBootloader::TimePoint::duration time)
 {
     auto const milliseconds = std::chrono::ceil<std::chrono::milliseconds>(time).count();
     return static_cast<uint32_t>(std::clamp<int64_t>(milliseconds, 0, kLongestPollTimeout));
@@ -53,13 +53,13 @@ DfuAnswer NoAnswer()
 
 }  // namespace
 
-DfuseLoader::DfuseLoader(DfuseLoaderOptions options)
-    : ChipLoader(kDfuFaultKinds), options_(std::move(options))
+DfuseBootloader::DfuseBootloader(DfuseBootloaderOptions options)
+    : ChipBootloader(kDfuFaultKinds), options_(std::move(options))
 {
     AddMemoryOf(options_.chip, options_.otp);
 }
 
-void DfuseLoader::Reset()
+void DfuseBootloader::Reset()
 {
     state_ = DfuState::kIdle;
     status_ = 0;
@@ -67,10 +67,10 @@ void DfuseLoader::Reset()
     stuck_ = false;
     claimed_ = false;
     running_ = false;
-    ChipLoader::Reset();
+    ChipBootloader::Reset();
 }
 
-UnitStatus DfuseLoader::Status() const
+UnitStatus DfuseBootloader::Status() const
 {
     return {
         .state = running_   ? UnitState::kRunning
@@ -85,13 +85,13 @@ UnitStatus DfuseLoader::Status() const
     };
 }
 
-void DfuseLoader::Claim()
+void DfuseBootloader::Claim()
 {
     claimed_ = true;
     ++connects_;
 }
 
-DfuAnswer DfuseLoader::Handle(DfuControl const& control, TimePoint now)
+DfuAnswer DfuseBootloader::Handle(DfuControl const& control, TimePoint now)
 {
     if (HearsNothing() || running_) {
         return NoAnswer();
@@ -116,7 +116,7 @@ DfuAnswer DfuseLoader::Handle(DfuControl const& control, TimePoint now)
     return Stall(DfuStatus::kStalledPacket, "unknown");
 }
 
-DfuAnswer DfuseLoader::Download(DfuControl const& control)
+DfuAnswer DfuseBootloader::Download(DfuControl const& control)
 {
     entry_ = {.command = "download"};
     if (state_ != DfuState::kIdle && state_ != DfuState::kDownloadIdle) {
@@ -134,7 +134,7 @@ DfuAnswer DfuseLoader::Download(DfuControl const& control)
     return control.value == 0 ? TakeCommand(control.data) : TakeBlock(control.value, control.data);
 }
 
-DfuAnswer DfuseLoader::TakeCommand(std::span<const std::byte> bytes)
+DfuAnswer DfuseBootloader::TakeCommand(std::span<std::byte const> bytes)
 {
     bool const has_address = bytes.size() == 1 + kAddressSize;
     auto const address = has_address ? ReadAddress(bytes.subspan(1)) : 0;
@@ -154,7 +154,7 @@ DfuAnswer DfuseLoader::TakeCommand(std::span<const std::byte> bytes)
     return Stall(DfuStatus::kStalledPacket, "unknown");
 }
 
-DfuAnswer DfuseLoader::TakeBlock(unsigned number, std::span<const std::byte> bytes)
+DfuAnswer DfuseBootloader::TakeBlock(unsigned number, std::span<std::byte const> bytes)
 {
     if (number < kFirstDataBlock) {
         return Stall(DfuStatus::kStalledPacket, "block");
@@ -162,14 +162,14 @@ DfuAnswer DfuseLoader::TakeBlock(unsigned number, std::span<const std::byte> byt
     return Expect({Operation::kWrite, BlockAddress(number), {bytes.begin(), bytes.end()}});
 }
 
-DfuAnswer DfuseLoader::Expect(Pending pending)
+DfuAnswer DfuseBootloader::Expect(Pending pending)
 {
     pending_ = std::move(pending);
     state_ = DfuState::kDownloadSync;
     return Done();
 }
 
-DfuAnswer DfuseLoader::StartLeaving()
+DfuAnswer DfuseBootloader::StartLeaving()
 {
     entry_ = {.command = "leave", .address = address_pointer_};
     Finish(Outcome::kAck);
@@ -177,7 +177,7 @@ DfuAnswer DfuseLoader::StartLeaving()
     return Done();
 }
 
-DfuAnswer DfuseLoader::Upload(DfuControl const& control)
+DfuAnswer DfuseBootloader::Upload(DfuControl const& control)
 {
     entry_ = {.command = "upload"};
     if (state_ != DfuState::kIdle && state_ != DfuState::kUploadIdle) {
@@ -208,7 +208,7 @@ DfuAnswer DfuseLoader::Upload(DfuControl const& control)
     return Done(std::move(data));
 }
 
-DfuAnswer DfuseLoader::GetStatus(TimePoint now)
+DfuAnswer DfuseBootloader::GetStatus(TimePoint now)
 {
     if (state_ == DfuState::kDownloadSync) {
         Begin(now);
@@ -232,7 +232,7 @@ DfuAnswer DfuseLoader::GetStatus(TimePoint now)
     return Done(TellStatus(0));
 }
 
-DfuAnswer DfuseLoader::ClearStatus()
+DfuAnswer DfuseBootloader::ClearStatus()
 {
     entry_ = {.command = "clear-status"};
     if (state_ != DfuState::kError) {
@@ -244,7 +244,7 @@ DfuAnswer DfuseLoader::ClearStatus()
     return Done();
 }
 
-DfuAnswer DfuseLoader::Abort()
+DfuAnswer DfuseBootloader::Abort()
 {
     entry_ = {.command = "abort"};
     if (state_ == DfuState::kDownloadBusy || state_ == DfuState::kError) {
@@ -255,7 +255,7 @@ DfuAnswer DfuseLoader::Abort()
     return Done();
 }
 
-DfuAnswer DfuseLoader::Stall(DfuStatus status, std::string reason)
+DfuAnswer DfuseBootloader::Stall(DfuStatus status, std::string reason)
 {
     Finish(Outcome::kNack, std::move(reason));
     state_ = DfuState::kError;
@@ -263,7 +263,7 @@ DfuAnswer DfuseLoader::Stall(DfuStatus status, std::string reason)
     return {DfuAnswer::Kind::kStall};
 }
 
-bool DfuseLoader::CommandFaultStrikes()
+bool DfuseBootloader::CommandFaultStrikes()
 {
     auto const faults = Faults().Strike(FaultMoment::kCommand);
     if (!faults.empty()) {
@@ -273,7 +273,7 @@ bool DfuseLoader::CommandFaultStrikes()
 }
 
 // Carries the download out at once; what its client sees of it comes when the chip would be done.
-void DfuseLoader::Begin(TimePoint now)
+void DfuseBootloader::Begin(TimePoint now)
 {
     result_ = 0;
     std::chrono::microseconds busy{0};
@@ -292,7 +292,7 @@ void DfuseLoader::Begin(TimePoint now)
     busy_until_ = now + busy;
 }
 
-void DfuseLoader::SetAddress()
+void DfuseBootloader::SetAddress()
 {
     entry_ = {.command = "set-address", .address = pending_.address};
     if (!Memory().KindAt(pending_.address)) {
@@ -303,7 +303,7 @@ void DfuseLoader::SetAddress()
     address_pointer_ = pending_.address;
 }
 
-std::chrono::microseconds DfuseLoader::Erase()
+std::chrono::microseconds DfuseBootloader::Erase()
 {
     auto const& chip = options_.chip;
     bool const is_all = pending_.operation == Operation::kEraseAll;
@@ -326,7 +326,7 @@ std::chrono::microseconds DfuseLoader::Erase()
     return busy;
 }
 
-std::chrono::microseconds DfuseLoader::Write()
+std::chrono::microseconds DfuseBootloader::Write()
 {
     auto const& [operation, address, data] = pending_;
     entry_ = {.command = "write", .address = address, .size = data.size()};
@@ -345,7 +345,7 @@ std::chrono::microseconds DfuseLoader::Write()
 }
 
 // True when a fault keeps the operation from being carried out.
-bool DfuseLoader::OperationFaultStrikes(FaultMoment moment, std::chrono::microseconds& busy)
+bool DfuseBootloader::OperationFaultStrikes(FaultMoment moment, std::chrono::microseconds& busy)
 {
     bool is_kept = false;
     for (auto const& fault : Faults().Strike(moment)) {
@@ -369,7 +369,7 @@ bool DfuseLoader::OperationFaultStrikes(FaultMoment moment, std::chrono::microse
     return is_kept;
 }
 
-void DfuseLoader::Fail(uint8_t status, std::string reason)
+void DfuseBootloader::Fail(uint8_t status, std::string reason)
 {
     Finish(Outcome::kNack, std::move(reason));
     result_ = status;
@@ -377,7 +377,7 @@ void DfuseLoader::Fail(uint8_t status, std::string reason)
 
 // The answer to a status request (DFU 1.1, 6.1.2): status, time until the next request in
 // milliseconds, state, and the index of a text that does not exist.
-std::vector<std::byte> DfuseLoader::TellStatus(uint32_t poll_timeout_ms) const
+std::vector<std::byte> DfuseBootloader::TellStatus(uint32_t poll_timeout_ms) const
 {
     return {static_cast<std::byte>(status_),
             static_cast<std::byte>(poll_timeout_ms & 0xFF),
@@ -387,7 +387,7 @@ std::vector<std::byte> DfuseLoader::TellStatus(uint32_t poll_timeout_ms) const
             std::byte{0}};
 }
 
-uint32_t DfuseLoader::BlockAddress(unsigned number) const
+uint32_t DfuseBootloader::BlockAddress(unsigned number) const
 {
     return address_pointer_ + (number - kFirstDataBlock) * static_cast<uint32_t>(kDfuTransferSize);
 }

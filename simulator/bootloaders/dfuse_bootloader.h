@@ -28,7 +28,7 @@ enum class DfuRequest : uint8_t {
     kAbort = 6,
 };
 
-// bState (DFU 1.1, table 6.1.2): those of a unit that is in its loader.
+// bState (DFU 1.1, table 6.1.2): those of a unit that is in its bootloader.
 enum class DfuState : uint8_t {
     kIdle = 2,
     kDownloadSync = 3,
@@ -40,7 +40,8 @@ enum class DfuState : uint8_t {
     kError = 10,
 };
 
-// bStatus (DFU 1.1, table 6.1.2): those that the loader sets by itself. Faults may set any other.
+// bStatus (DFU 1.1, table 6.1.2): those that the bootloader sets by itself. Faults may set any
+// other.
 enum class DfuStatus : uint8_t {
     kOk = 0x00,
     kTarget = 0x01,  // ST: an address where there is nothing that could be done
@@ -48,7 +49,7 @@ enum class DfuStatus : uint8_t {
     kStalledPacket = 0x0F,
 };
 
-// The most bytes in one download or upload, as the loader's descriptor tells.
+// The most bytes in one download or upload, as the bootloader's descriptor tells.
 inline constexpr size_t kDfuTransferSize = 2048;
 
 // A class-specific control request to the DFU interface. `data` is empty for requests that ask for
@@ -57,7 +58,7 @@ struct DfuControl {
     DfuRequest request;
     uint16_t value = 0;
     uint16_t length = 0;
-    std::span<const std::byte> data{};
+    std::span<std::byte const> data{};
 };
 
 struct DfuAnswer {
@@ -68,7 +69,7 @@ struct DfuAnswer {
     bool operator==(DfuAnswer const&) const = default;
 };
 
-struct DfuseLoaderOptions {
+struct DfuseBootloaderOptions {
     Chip chip = kChips.front();
     // Loaded at the start of the chip's OTP area; the rest of the area is 0xFF.
     std::vector<std::byte> otp;
@@ -76,11 +77,11 @@ struct DfuseLoaderOptions {
 };
 
 // Not thread-safe.
-class DfuseLoader final : public ChipLoader {
+class DfuseBootloader final : public ChipBootloader {
 public:
     using TimePoint = std::chrono::steady_clock::time_point;
 
-    explicit DfuseLoader(DfuseLoaderOptions options);
+    explicit DfuseBootloader(DfuseBootloaderOptions options);
 
     void Reset() override;
     UnitStatus Status() const override;
@@ -91,7 +92,7 @@ public:
     DfuAnswer Handle(DfuControl const& control, TimePoint now);
 
     DfuState State() const { return state_; }
-    DfuseLoaderOptions const& Options() const { return options_; }
+    DfuseBootloaderOptions const& Options() const { return options_; }
 
 private:
     enum class Operation { kSetAddress, kErasePage, kEraseAll, kWrite };
@@ -104,8 +105,8 @@ private:
     };
 
     DfuAnswer Download(DfuControl const& control);
-    DfuAnswer TakeCommand(std::span<const std::byte> bytes);
-    DfuAnswer TakeBlock(unsigned number, std::span<const std::byte> bytes);
+    DfuAnswer TakeCommand(std::span<std::byte const> bytes);
+    DfuAnswer TakeBlock(unsigned number, std::span<std::byte const> bytes);
     DfuAnswer Expect(Pending pending);
     DfuAnswer StartLeaving();
     DfuAnswer Upload(DfuControl const& control);
@@ -124,7 +125,7 @@ private:
     std::vector<std::byte> TellStatus(uint32_t poll_timeout_ms) const;
     uint32_t BlockAddress(unsigned number) const;
 
-    DfuseLoaderOptions options_;
+    DfuseBootloaderOptions options_;
     DfuState state_ = DfuState::kIdle;
     uint8_t status_ = 0;
     uint32_t address_pointer_ = kFlashStart;

@@ -83,7 +83,7 @@ CborMap MakeUploadResult(uint32_t next_offset)
 }  // namespace
 
 McubootRecovery::McubootRecovery(McubootRecoveryOptions options)
-    : SerialLoader(kMcubootFaultKinds), options_(std::move(options))
+    : SerialBootloader(kMcubootFaultKinds), options_(std::move(options))
 {
     Memory().AddRegion(MemoryKind::kFlash, kFlashStart,
                        std::vector(options_.chip.flash_size, std::byte{0xFF}));
@@ -94,7 +94,7 @@ void McubootRecovery::Reset()
     state_ = UnitState::kWaitingForSync;
     line_.clear();
     upload_ = {};
-    SerialLoader::Reset();
+    SerialBootloader::Reset();
 }
 
 UnitStatus McubootRecovery::Status() const
@@ -125,7 +125,7 @@ void McubootRecovery::Take(std::byte byte)
     }
 }
 
-void McubootRecovery::HandleLine(std::span<const std::byte> line)
+void McubootRecovery::HandleLine(std::span<std::byte const> line)
 {
     auto const request =
         line.size() < options_.line_buffer ? ReadSmpRequest(line) : SmpRequest{{}, "too-long"};
@@ -215,7 +215,7 @@ void McubootRecovery::AnswerOtp(SmpMessage const& request, Entries const& entrie
         return;
     }
     auto answer = MakeResult(0);
-    answer.Put("data", std::span<const std::byte>(found->second));
+    answer.Put("data", std::span<std::byte const>(found->second));
     Complete(request, answer);
 }
 

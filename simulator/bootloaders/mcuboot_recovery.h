@@ -1,4 +1,4 @@
-// A unit in MCUboot's serial recovery mode, with the maker's own OTP command beside it: which
+// A unit in MCUboot's serial recovery mode, with the vendor's own OTP command beside it: which
 // request gets which answer, and the image that comes of it. No port, no thread, no clock, and
 // nothing of the updater.
 //
@@ -22,7 +22,7 @@
 
 namespace simulator {
 
-// OTP keys of the maker's units.
+// OTP keys of the vendor's units.
 inline constexpr uint32_t kModelIdKey = 0x01234711;
 inline constexpr uint32_t kSerialNumberKey = 0x3CA6A4AF;
 
@@ -41,7 +41,7 @@ struct McubootRecoveryOptions {
 };
 
 // Not thread-safe.
-class McubootRecovery final : public SerialLoader {
+class McubootRecovery final : public SerialBootloader {
 public:
     explicit McubootRecovery(McubootRecoveryOptions options);
 
@@ -60,13 +60,13 @@ private:
 
     // What a request asks for, as far as its map tells.
     struct Chunk {
-        std::span<const std::byte> data;
+        std::span<std::byte const> data;
         uint64_t offset = 0;
         std::optional<uint64_t> image_size;  // with the first chunk only
     };
 
     void Take(std::byte byte) override;
-    void HandleLine(std::span<const std::byte> line);
+    void HandleLine(std::span<std::byte const> line);
     void Handle(SmpMessage const& request);
     bool CommandFaultStrikes(SmpMessage const& request);
     void Dispatch(SmpMessage const& request, Entries const& entries);

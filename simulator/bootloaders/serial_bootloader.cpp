@@ -41,7 +41,7 @@ void Spoil(Answer& answer, Fault const& fault)
 
 }  // namespace
 
-std::vector<Answer> SerialLoader::Receive(std::span<const std::byte> bytes)
+std::vector<Answer> SerialBootloader::Receive(std::span<std::byte const> bytes)
 {
     consumed_ = 0;
     for (auto const byte : bytes) {
@@ -53,7 +53,7 @@ std::vector<Answer> SerialLoader::Receive(std::span<const std::byte> bytes)
     return std::exchange(answers_, {});
 }
 
-void SerialLoader::Send(std::vector<std::byte> bytes, std::chrono::microseconds busy)
+void SerialBootloader::Send(std::vector<std::byte> bytes, std::chrono::microseconds busy)
 {
     Answer answer{std::move(bytes), busy, consumed_};
     for (auto const& fault : Faults().Strike(FaultMoment::kAnswer)) {

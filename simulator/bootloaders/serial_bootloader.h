@@ -1,4 +1,5 @@
-// A loader behind a serial line: bytes in, timed answers out, and the faults that spoil an answer.
+// A bootloader behind a serial line: bytes in, timed answers out, and the faults that spoil an
+// answer.
 #pragma once
 
 #include <chrono>
@@ -12,14 +13,14 @@
 namespace simulator {
 
 // Not thread-safe.
-class SerialLoader : public ChipLoader, public IUnitProtocol {
+class SerialBootloader : public ChipBootloader, public IUnitProtocol {
 public:
-    std::vector<Answer> Receive(std::span<const std::byte> bytes) final;
-    void Reset() override { ChipLoader::Reset(); }
+    std::vector<Answer> Receive(std::span<std::byte const> bytes) final;
+    void Reset() override { ChipBootloader::Reset(); }
     bool Vanished() const final { return HasLeft(); }
 
 protected:
-    using ChipLoader::ChipLoader;
+    using ChipBootloader::ChipBootloader;
 
     // The next byte, unless the unit hears nothing.
     virtual void Take(std::byte byte) = 0;

@@ -20,7 +20,7 @@ constexpr std::string_view kAlphabet =
 constexpr char kPadding = '=';
 
 using Bytes = std::vector<std::byte>;
-using ByteSpan = std::span<const std::byte>;
+using ByteSpan = std::span<std::byte const>;
 
 unsigned ReadNumber(ByteSpan big_endian)
 {

@@ -27,13 +27,13 @@ struct SmpRequest {
 
 // Reads one line without its newline. A request is always one line: one that goes on in others is
 // refused with the first.
-SmpRequest ReadSmpRequest(std::span<const std::byte> line);
+SmpRequest ReadSmpRequest(std::span<std::byte const> line);
 
 // The block that is sent as base64: its length, the message, its check value.
 std::vector<std::byte> MakeSmpAnswer(SmpMessage const& answer);
 
 // The block as lines with newlines, each with at most `line_size` characters of base64; 0: all in
 // one line.
-std::vector<std::byte> MakeSmpLines(std::span<const std::byte> block, size_t line_size);
+std::vector<std::byte> MakeSmpLines(std::span<std::byte const> block, size_t line_size);
 
 }  // namespace simulator

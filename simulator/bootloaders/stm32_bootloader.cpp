@@ -37,14 +37,14 @@ constexpr unsigned ToUnsigned(std::byte byte)
     return std::to_integer<unsigned>(byte);
 }
 
-unsigned ToUnsigned(std::span<const std::byte> big_endian)
+unsigned ToUnsigned(std::span<std::byte const> big_endian)
 {
     return std::accumulate(big_endian.begin(), big_endian.end(), 0U,
                            [](unsigned value, std::byte b) { return value << 8 | ToUnsigned(b); });
 }
 
 // True when the XOR over a block and its check byte comes out as nothing.
-bool ChecksumHolds(std::span<const std::byte> bytes)
+bool ChecksumHolds(std::span<std::byte const> bytes)
 {
     return std::accumulate(bytes.begin(), bytes.end(), std::byte{0},
                            [](std::byte a, std::byte b) { return a ^ b; }) == std::byte{0};
@@ -89,7 +89,7 @@ std::vector<uint8_t> ListCommands(EraseCommands erase_commands)
 }
 
 Stm32Bootloader::Stm32Bootloader(Stm32BootloaderOptions options)
-    : SerialLoader(kStm32FaultKinds), options_(std::move(options))
+    : SerialBootloader(kStm32FaultKinds), options_(std::move(options))
 {
     AddMemoryOf(options_.chip, options_.otp);
     auto const marker = options_.boot_mode_address;
@@ -104,7 +104,7 @@ void Stm32Bootloader::Reset()
     phase_ = Phase::kCommand;
     buffer_.clear();
     write_cut_.reset();
-    SerialLoader::Reset();
+    SerialBootloader::Reset();
 }
 
 UnitStatus Stm32Bootloader::Status() const
@@ -176,7 +176,7 @@ size_t Stm32Bootloader::BytesNeeded() const
     return last >= kFirstSpecialErase ? 3 : 2 + 2 * (size_t{last} + 1) + 1;
 }
 
-void Stm32Bootloader::Handle(std::span<const std::byte> bytes)
+void Stm32Bootloader::Handle(std::span<std::byte const> bytes)
 {
     switch (std::exchange(phase_, Phase::kCommand)) {
         case Phase::kCommand:
@@ -206,7 +206,7 @@ void Stm32Bootloader::Handle(std::span<const std::byte> bytes)
     }
 }
 
-void Stm32Bootloader::HandleCommand(std::span<const std::byte> bytes)
+void Stm32Bootloader::HandleCommand(std::span<std::byte const> bytes)
 {
     auto const code = std::to_integer<uint8_t>(bytes[0]);
     entry_ = {.command = GetCommandName(code)};
@@ -320,7 +320,7 @@ void Stm32Bootloader::AnswerGetId()
     Complete();
 }
 
-bool Stm32Bootloader::TakeAddress(std::span<const std::byte> bytes)
+bool Stm32Bootloader::TakeAddress(std::span<std::byte const> bytes)
 {
     address_ = ToUnsigned(bytes.first(4));
     entry_.address = address_;
@@ -335,14 +335,14 @@ bool Stm32Bootloader::TakeAddress(std::span<const std::byte> bytes)
     return true;
 }
 
-void Stm32Bootloader::HandleReadAddress(std::span<const std::byte> bytes)
+void Stm32Bootloader::HandleReadAddress(std::span<std::byte const> bytes)
 {
     if (TakeAddress(bytes)) {
         StartWith(Phase::kReadCount);
     }
 }
 
-void Stm32Bootloader::HandleReadCount(std::span<const std::byte> bytes)
+void Stm32Bootloader::HandleReadCount(std::span<std::byte const> bytes)
 {
     auto const size = size_t{ToUnsigned(bytes[0])} + 1;
     entry_.size = size;
@@ -362,7 +362,7 @@ void Stm32Bootloader::HandleReadCount(std::span<const std::byte> bytes)
     Send(std::move(data));
 }
 
-void Stm32Bootloader::HandleGoAddress(std::span<const std::byte> bytes)
+void Stm32Bootloader::HandleGoAddress(std::span<std::byte const> bytes)
 {
     if (!TakeAddress(bytes)) {
         return;
@@ -372,7 +372,7 @@ void Stm32Bootloader::HandleGoAddress(std::span<const std::byte> bytes)
     state_ = State::kRunning;
 }
 
-void Stm32Bootloader::HandleWriteAddress(std::span<const std::byte> bytes)
+void Stm32Bootloader::HandleWriteAddress(std::span<std::byte const> bytes)
 {
     if (!TakeAddress(bytes)) {
         return;
@@ -388,7 +388,7 @@ void Stm32Bootloader::HandleWriteAddress(std::span<const std::byte> bytes)
     StartWith(Phase::kWriteData);
 }
 
-void Stm32Bootloader::HandleWriteData(std::span<const std::byte> bytes)
+void Stm32Bootloader::HandleWriteData(std::span<std::byte const> bytes)
 {
     auto const data = bytes.subspan(1, bytes.size() - 2);
     entry_.size = data.size();
@@ -414,7 +414,7 @@ void Stm32Bootloader::HandleWriteData(std::span<const std::byte> bytes)
     Complete(is_ram ? std::chrono::microseconds{0} : options_.times.Program(data.size()));
 }
 
-void Stm32Bootloader::HandleErasePages(std::span<const std::byte> bytes)
+void Stm32Bootloader::HandleErasePages(std::span<std::byte const> bytes)
 {
     if (bytes[0] == std::byte{0xFF}) {
         entry_.pages = "all";
@@ -437,7 +437,7 @@ void Stm32Bootloader::HandleErasePages(std::span<const std::byte> bytes)
     EraseList(pages);
 }
 
-void Stm32Bootloader::HandleExtendedErasePages(std::span<const std::byte> bytes)
+void Stm32Bootloader::HandleExtendedErasePages(std::span<std::byte const> bytes)
 {
     auto const half = options_.chip.Pages() / 2;
     auto const code = ToUnsigned(bytes.first(2));

@@ -2,7 +2,7 @@
 // state machine alone, without port, thread or clock. It knows nothing of the updater.
 //
 // Until 0x7F has come every other byte is ignored. Afterwards a 0x7F is a command code like any
-// other: the loader waits for its complement, and refuses.
+// other: the bootloader waits for its complement, and refuses.
 #pragma once
 
 #include <chrono>
@@ -18,7 +18,7 @@
 
 namespace simulator {
 
-// The bytes with which the loader agrees and refuses.
+// The bytes with which the bootloader agrees and refuses.
 struct AckPair {
     std::byte ack;
     std::byte nack;
@@ -26,7 +26,7 @@ struct AckPair {
 inline constexpr AckPair kStandardAckPair{std::byte{0x79}, std::byte{0x1F}};
 inline constexpr AckPair kAlternativeAckPair{std::byte{0x75}, std::byte{0x3F}};
 
-// What the loader lists and understands when it offers the erase command(s) named.
+// What the bootloader lists and understands when it offers the erase command(s) named.
 enum class EraseCommands { kLegacy, kExtended, kBoth, kNone };
 std::vector<uint8_t> ListCommands(EraseCommands erase_commands);
 
@@ -49,7 +49,7 @@ struct Stm32BootloaderOptions {
 };
 
 // Not thread-safe.
-class Stm32Bootloader final : public SerialLoader {
+class Stm32Bootloader final : public SerialBootloader {
 public:
     using State = UnitState;
 
@@ -89,9 +89,9 @@ private:
 
     void Take(std::byte byte) override;
     size_t BytesNeeded() const;
-    void Handle(std::span<const std::byte> bytes);
+    void Handle(std::span<std::byte const> bytes);
 
-    void HandleCommand(std::span<const std::byte> bytes);
+    void HandleCommand(std::span<std::byte const> bytes);
     bool CommandFaultStrikes();
     bool WriteFaultStrikes();
     void Start(uint8_t code);
@@ -99,14 +99,14 @@ private:
     void AnswerGet();
     void AnswerGetVersion();
     void AnswerGetId();
-    void HandleReadAddress(std::span<const std::byte> bytes);
-    void HandleReadCount(std::span<const std::byte> bytes);
-    void HandleGoAddress(std::span<const std::byte> bytes);
-    void HandleWriteAddress(std::span<const std::byte> bytes);
-    void HandleWriteData(std::span<const std::byte> bytes);
-    void HandleErasePages(std::span<const std::byte> bytes);
-    void HandleExtendedErasePages(std::span<const std::byte> bytes);
-    bool TakeAddress(std::span<const std::byte> bytes);
+    void HandleReadAddress(std::span<std::byte const> bytes);
+    void HandleReadCount(std::span<std::byte const> bytes);
+    void HandleGoAddress(std::span<std::byte const> bytes);
+    void HandleWriteAddress(std::span<std::byte const> bytes);
+    void HandleWriteData(std::span<std::byte const> bytes);
+    void HandleErasePages(std::span<std::byte const> bytes);
+    void HandleExtendedErasePages(std::span<std::byte const> bytes);
+    bool TakeAddress(std::span<std::byte const> bytes);
     void EraseList(std::vector<unsigned> const& pages);
     void EraseRange(std::string name, unsigned first_page, unsigned pages, unsigned banks);
     bool EraseFaultStrikes();

@@ -2,7 +2,7 @@
 
 namespace simulator {
 
-std::vector<std::byte> JoinAnswers(std::span<const Answer> answers)
+std::vector<std::byte> JoinAnswers(std::span<Answer const> answers)
 {
     std::vector<std::byte> bytes;
     for (auto const& answer : answers) {

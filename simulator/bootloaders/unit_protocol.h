@@ -26,7 +26,7 @@ public:
     virtual ~IUnitProtocol() = default;
 
     // Takes the next received bytes, in pieces of any size, and returns the answers in their order.
-    virtual std::vector<Answer> Receive(std::span<const std::byte> bytes) = 0;
+    virtual std::vector<Answer> Receive(std::span<std::byte const> bytes) = 0;
 
     // Power-on or the reset pin: the unit starts anew; what it has stored stays.
     virtual void Reset() = 0;
@@ -37,6 +37,6 @@ public:
 };
 
 // The bytes of all `answers`, for callers to whom time does not matter.
-std::vector<std::byte> JoinAnswers(std::span<const Answer> answers);
+std::vector<std::byte> JoinAnswers(std::span<Answer const> answers);
 
 }  // namespace simulator

@@ -37,7 +37,7 @@ std::vector<std::byte> ChipMemory::Read(uint32_t address, size_t size) const
     return {bytes.begin(), bytes.end()};
 }
 
-void ChipMemory::Write(uint32_t address, std::span<const std::byte> data)
+void ChipMemory::Write(uint32_t address, std::span<std::byte const> data)
 {
     if (KindAt(address) == MemoryKind::kRam) {
         Load(address, data);
@@ -50,7 +50,7 @@ void ChipMemory::Write(uint32_t address, std::span<const std::byte> data)
     }
 }
 
-void ChipMemory::Load(uint32_t address, std::span<const std::byte> data)
+void ChipMemory::Load(uint32_t address, std::span<std::byte const> data)
 {
     std::ranges::copy(data, At(address, data.size()).begin());
 }

@@ -28,11 +28,11 @@ public:
     // Both need Contains(): they throw std::out_of_range otherwise. Write stores as the kind of
     // memory does.
     std::vector<std::byte> Read(uint32_t address, size_t size) const;
-    void Write(uint32_t address, std::span<const std::byte> data);
+    void Write(uint32_t address, std::span<std::byte const> data);
 
     // Puts bytes there as a production line or debugger would, past all rules of programming.
     // Throws std::out_of_range.
-    void Load(uint32_t address, std::span<const std::byte> data);
+    void Load(uint32_t address, std::span<std::byte const> data);
 
     // Sets `size` bytes of flash from `offset` (in the flash region) back to 0xFF. Throws
     // std::out_of_range.

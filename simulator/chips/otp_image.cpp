@@ -8,7 +8,7 @@ namespace simulator {
 
 OtpImage::OtpImage(size_t size) : bytes_(size, std::byte{0xFF}) {}
 
-void OtpImage::SetRecord(size_t slot, uint32_t tag, std::span<const std::byte> payload)
+void OtpImage::SetRecord(size_t slot, uint32_t tag, std::span<std::byte const> payload)
 {
     if (slot >= bytes_.size() / kOtpRecordSize || payload.size() > kOtpPayloadSize) {
         throw std::out_of_range("OTP record does not fit");

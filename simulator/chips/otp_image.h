@@ -1,4 +1,4 @@
-// Builds the one-time-programmable area of a simulated unit as the maker's production line leaves
+// Builds the one-time-programmable area of a simulated unit as the vendor's production line leaves
 // it: a table of tagged records of 16 bytes (a 32-bit tag, least significant byte first, and 12
 // bytes of payload); records that were never programmed are all ones.
 #pragma once
@@ -21,7 +21,7 @@ public:
 
     // Fills record `slot` (from 0); what `payload` leaves of its 12 bytes becomes 0. Throws
     // std::out_of_range for a slot that does not fit into the area or a payload that is too long.
-    void SetRecord(size_t slot, uint32_t tag, std::span<const std::byte> payload);
+    void SetRecord(size_t slot, uint32_t tag, std::span<std::byte const> payload);
 
     // A model-ID record: the model ID is the first byte of its payload.
     void SetModelId(size_t slot, uint8_t model_id);

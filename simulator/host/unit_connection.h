@@ -13,7 +13,7 @@ class IUnitConnection {
 public:
     virtual ~IUnitConnection() = default;
 
-    // Runs `task` while nobody else uses loader and connection, and returns when it is done. An
+    // Runs `task` while nobody else uses bootloader and connection, and returns when it is done. An
     // exception of the task is thrown here. Thread-safe; not to be called from within a task. All
     // that follows is for tasks only.
     virtual void Execute(std::function<void()> const& task) = 0;

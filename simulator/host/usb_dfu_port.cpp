@@ -39,14 +39,14 @@ struct Setup {
     uint16_t length;
 };
 
-Setup ReadSetup(std::span<const std::byte> buffer)
+Setup ReadSetup(std::span<std::byte const> buffer)
 {
     auto const byte = [&](size_t i) { return std::to_integer<unsigned>(buffer[i]); };
     auto const word = [&](size_t i) { return static_cast<uint16_t>(byte(i) | byte(i + 1) << 8); };
     return {static_cast<uint8_t>(byte(0)), static_cast<uint8_t>(byte(1)), word(2), word(6)};
 }
 
-std::string ToHex(std::span<const std::byte> bytes)
+std::string ToHex(std::span<std::byte const> bytes)
 {
     std::string text;
     for (auto const byte : bytes) {
@@ -55,7 +55,7 @@ std::string ToHex(std::span<const std::byte> bytes)
     return text;
 }
 
-std::span<const std::byte> BytesOf(UMockdevIoctlData* data)
+std::span<std::byte const> BytesOf(UMockdevIoctlData* data)
 {
     return std::as_bytes(std::span(data->data, static_cast<size_t>(data->data_len)));
 }
@@ -96,10 +96,10 @@ void UsbDfuPort::Unref::operator()(UMockdevIoctlData* data) const
 }
 
 UsbDfuPort::UsbDfuPort(std::shared_ptr<UsbTestbed> testbed, UsbDfuIdentity identity,
-                       DfuseLoader& loader)
+                       DfuseBootloader& bootloader)
     : testbed_(std::move(testbed)),
       identity_(std::move(identity)),
-      loader_(loader),
+      bootloader_(bootloader),
       handler_(umockdev_ioctl_base_new())
 {
     g_signal_connect(handler_, "handle-ioctl", G_CALLBACK(&UsbDfuPort::OnIoctl), this);
@@ -219,13 +219,13 @@ UsbDfuPort::IoctlResult UsbDfuPort::HandleIoctl(UMockdevIoctlClient* client)
         case USBDEVFS_GET_CAPABILITIES:
             return TellCapabilities(argument);
         case USBDEVFS_CLAIMINTERFACE:
-            loader_.Claim();
+            bootloader_.Claim();
             return {0, 0};
         case USBDEVFS_RELEASEINTERFACE:
         case USBDEVFS_SETINTERFACE:
             return {0, 0};
         case USBDEVFS_RESET:
-            loader_.Reset();
+            bootloader_.Reset();
             return {0, 0};
         case USBDEVFS_SUBMITURB:
             return Submit(session, argument);
@@ -269,13 +269,13 @@ UsbDfuPort::IoctlResult UsbDfuPort::Submit(Session& session, UMockdevIoctlData* 
     }
     session.urbs.push_back(std::move(urb));
     Serve(session.urbs.back(), BytesOf(session.urbs.back().buffer.get()));
-    if (loader_.HasLeft()) {
+    if (bootloader_.HasLeft()) {
         Unplug();
     }
     return {0, 0};
 }
 
-void UsbDfuPort::Serve(Urb& urb, std::span<const std::byte> buffer)
+void UsbDfuPort::Serve(Urb& urb, std::span<std::byte const> buffer)
 {
     auto answer = Answer(buffer);
     if (answer.kind == DfuAnswer::Kind::kNone) {
@@ -291,14 +291,15 @@ void UsbDfuPort::Serve(Urb& urb, std::span<const std::byte> buffer)
     urb.received = std::move(answer.data);
 }
 
-DfuAnswer UsbDfuPort::Answer(std::span<const std::byte> buffer)
+DfuAnswer UsbDfuPort::Answer(std::span<std::byte const> buffer)
 {
     auto const setup = ReadSetup(buffer);
     if ((setup.type & kTypeMask) == kClassType) {
         auto const is_in = (setup.type & kDirectionIn) != 0;
-        return loader_.Handle({static_cast<DfuRequest>(setup.request), setup.value, setup.length,
-                               is_in ? std::span<const std::byte>() : buffer.subspan(kSetupSize)},
-                              std::chrono::steady_clock::now());
+        return bootloader_.Handle(
+            {static_cast<DfuRequest>(setup.request), setup.value, setup.length,
+             is_in ? std::span<std::byte const>() : buffer.subspan(kSetupSize)},
+            std::chrono::steady_clock::now());
     }
     if ((setup.type & kTypeMask) == kStandardType && setup.request == kGetDescriptor &&
         setup.value >> 8 == kStringDescriptor) {

@@ -1,6 +1,6 @@
-// A USB device in its DFU loader that is not there: entries in a simulated sysfs and a node under
-// /dev/bus/usb whose ioctls (the kernel's usbfs) are answered from here, so that libusb and what is
-// built on it find a device and talk to it. Clients need umockdev's preload library and
+// A USB device in its DFU bootloader that is not there: entries in a simulated sysfs and a node
+// under /dev/bus/usb whose ioctls (the kernel's usbfs) are answered from here, so that libusb and
+// what is built on it find a device and talk to it. Clients need umockdev's preload library and
 // UMOCKDEV_DIR.
 //
 // What is not like a kernel's: the node is an ordinary file, so a client's poll() on it returns at
@@ -33,8 +33,9 @@ namespace simulator {
 // Requests are handled on umockdev's own thread, tasks on the caller's; a mutex keeps them apart.
 class UsbDfuPort final : public IUnitConnection {
 public:
-    // `loader` must outlive the port.
-    UsbDfuPort(std::shared_ptr<UsbTestbed> testbed, UsbDfuIdentity identity, DfuseLoader& loader);
+    // `bootloader` must outlive the port.
+    UsbDfuPort(std::shared_ptr<UsbTestbed> testbed, UsbDfuIdentity identity,
+               DfuseBootloader& bootloader);
     ~UsbDfuPort() override;  // unplugs
     UsbDfuPort(UsbDfuPort const&) = delete;
     UsbDfuPort& operator=(UsbDfuPort const&) = delete;
@@ -91,14 +92,14 @@ private:
     IoctlResult Submit(Session& session, UMockdevIoctlData* argument);
     static IoctlResult Reap(Session& session, UMockdevIoctlData* argument);
     static IoctlResult Discard(Session& session, UMockdevIoctlData* argument);
-    void Serve(Urb& urb, std::span<const std::byte> buffer);
-    DfuAnswer Answer(std::span<const std::byte> buffer);
+    void Serve(Urb& urb, std::span<std::byte const> buffer);
+    DfuAnswer Answer(std::span<std::byte const> buffer);
     void LeaveSysfs();
     std::string NodePath() const;
 
     std::shared_ptr<UsbTestbed> testbed_;
     UsbDfuIdentity identity_;
-    DfuseLoader& loader_;
+    DfuseBootloader& bootloader_;
     std::mutex mutex_;
     UMockdevIoctlBase* handler_;
     unsigned usb_address_ = 0;

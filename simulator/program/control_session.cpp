@@ -81,7 +81,7 @@ std::string ToText(UnitStatus const& status)
 
 ControlSession::ControlSession(MakeUnit make_unit) : make_unit_(std::move(make_unit)) {}
 
-std::span<const ControlSession::Command> ControlSession::Commands()
+std::span<ControlSession::Command const> ControlSession::Commands()
 {
     static constexpr std::array kCommands{
         Command{"unit", 1, 1, &ControlSession::Select},

@@ -40,7 +40,7 @@ public:
     SimulatedUnit& Unit(unsigned number);
 
 private:
-    using Arguments = std::span<const std::string>;
+    using Arguments = std::span<std::string const>;
 
     struct Command {
         std::string_view name;
@@ -48,7 +48,7 @@ private:
         size_t most_arguments;
         std::string (ControlSession::*handle)(Arguments);
     };
-    static std::span<const Command> Commands();
+    static std::span<Command const> Commands();
 
     std::string Select(Arguments arguments);
     std::string Plug(Arguments arguments);

@@ -1,4 +1,4 @@
-// simulated_unit: a microcontroller in one of its loaders, behind a USB serial port or as a USB
+// simulated_unit: a microcontroller in one of its bootloaders, behind a USB serial port or as a USB
 // device that is not there, as a program: options make the unit, lines on standard input control
 // it. See README.md.
 
@@ -48,8 +48,8 @@ struct OptionAdder {
     }
 };
 
-// Those of one loader or another.
-void DescribeLoaderOptions(QCommandLineParser& parser)
+// Those of one bootloader or another.
+void DescribeBootloaderOptions(QCommandLineParser& parser)
 {
     auto const add = OptionAdder{parser};
     add("model-id-slot", "stm32, dfu: OTP record that holds the model ID.", "number", "0");
@@ -77,7 +77,7 @@ void DescribeLoaderOptions(QCommandLineParser& parser)
 void DescribeOptions(QCommandLineParser& parser)
 {
     parser.setApplicationDescription(QStringLiteral(
-        "A simulated unit: an STM32 in one of its loaders, on a USB port that is not there.\n"
+        "A simulated unit: an STM32 in one of its bootloaders, on a USB port that is not there.\n"
         "Commands are read from standard input, one a line; its end ends the program.\n"
         "Commands: plug [K [NAME]], unplug [K], fade [K], reset [K], status [K], journal [K],\n"
         "  unit K, fault KIND [AT [COUNT [PARAMETER]]], clear-faults, silent on|off, block "
@@ -86,12 +86,13 @@ void DescribeOptions(QCommandLineParser& parser)
     parser.addHelpOption();
     auto const add = OptionAdder{parser};
     add("protocol",
-        "Loader: stm32 (system bootloader), mcuboot (serial recovery) or dfu (system bootloader on "
+        "Bootloader: stm32 (system bootloader), mcuboot (serial recovery) or dfu (system "
+        "bootloader on "
         "USB).",
         "name", "stm32");
     add("product-id", "Chip, hexadecimal: 469, 479 or 482.", "id", "469");
-    add("vid", "USB vendor ID, hexadecimal; if not given, that of the loader's usual device.", "id",
-        "");
+    add("vid", "USB vendor ID, hexadecimal; if not given, that of the bootloader's usual device.",
+        "id", "");
     add("pid", "USB product ID, likewise.", "id", "");
     add("model-id", "Model ID in the OTP area, none, or (mcuboot) empty.", "number", "1");
     add("baud", "Pace of the line in bits a second; 0 takes no time.", "number", "0");
@@ -101,7 +102,7 @@ void DescribeOptions(QCommandLineParser& parser)
     add("flash-in", "What is in the flash at the start.", "file", "");
     parser.addOption(
         {QStringLiteral("real-times"), QStringLiteral("Erasing and programming take their time.")});
-    DescribeLoaderOptions(parser);
+    DescribeBootloaderOptions(parser);
 }
 
 // Reads the parser's values; every error is a std::invalid_argument that names the option.
@@ -239,9 +240,9 @@ simulator::McubootRecoveryOptions ReadRecoveryOptions(OptionReader const& reader
     return options;
 }
 
-simulator::DfuseLoaderOptions ReadDfuseOptions(OptionReader const& reader)
+simulator::DfuseBootloaderOptions ReadDfuseOptions(OptionReader const& reader)
 {
-    simulator::DfuseLoaderOptions options;
+    simulator::DfuseBootloaderOptions options;
     options.chip = ReadChip(reader);
     options.otp = ReadOtp(reader, options.chip);
     options.times = ReadTimes(reader);
@@ -256,14 +257,14 @@ SimulatedUnitOptions ReadUnitOptions(OptionReader const& reader)
                                                 std::pair{"mcuboot", Protocol::kMcuboot},
                                                 std::pair{"dfu", Protocol::kDfu}})) {
         case Protocol::kStm32:
-            unit.loader = ReadBootloaderOptions(reader);
+            unit.bootloader = ReadBootloaderOptions(reader);
             break;
         case Protocol::kMcuboot:
-            unit.loader = ReadRecoveryOptions(reader);
+            unit.bootloader = ReadRecoveryOptions(reader);
             unit.bits_per_byte = simulator::kBitsPerByte8N1;
             break;
         case Protocol::kDfu:
-            unit.loader = ReadDfuseOptions(reader);
+            unit.bootloader = ReadDfuseOptions(reader);
             break;
     }
     if (reader.IsGiven("vid")) {

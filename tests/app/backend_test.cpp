@@ -34,8 +34,8 @@ Backend BackendFor(QByteArray const& ini_text)
 
 TEST(MakeBackend, GivesTheUartBackendUnlessAnotherIsNamed)
 {
-    for (const auto* text : {"", "interface=uart\n", "interface=USB\n"}) {
-        const auto backend = BackendFor(text);
+    for (auto const* text : {"", "interface=uart\n", "interface=USB\n"}) {
+        auto const backend = BackendFor(text);
 
         EXPECT_EQ(backend.type, TargetUart) << text;
         ASSERT_NE(dynamic_cast<UartFirmwareUpdater*>(backend.updater.get()), nullptr) << text;
@@ -45,7 +45,7 @@ TEST(MakeBackend, GivesTheUartBackendUnlessAnotherIsNamed)
 
 TEST(MakeBackend, GivesTheUsbBackendWithoutAParent)
 {
-    const auto backend = BackendFor("interface=usb\n");
+    auto const backend = BackendFor("interface=usb\n");
 
     EXPECT_EQ(backend.type, TargetUsb);
     ASSERT_NE(dynamic_cast<UsbFirmwareUpdater*>(backend.updater.get()), nullptr);
@@ -54,7 +54,7 @@ TEST(MakeBackend, GivesTheUsbBackendWithoutAParent)
 
 TEST(MakeBackend, GivesTheMcubootBackendWithoutAParent)
 {
-    const auto backend = BackendFor("interface=mcuboot_serial\n");
+    auto const backend = BackendFor("interface=mcuboot_serial\n");
 
     EXPECT_EQ(backend.type, TargetMcubootSerial);
     ASSERT_NE(dynamic_cast<McubootSerialUpdater*>(backend.updater.get()), nullptr);
@@ -63,16 +63,16 @@ TEST(MakeBackend, GivesTheMcubootBackendWithoutAParent)
 
 TEST(MakeBackend, GivesTheMcubootBackendItsBaudRate)
 {
-    for (const auto& [text, baud] :
+    for (auto const& [text, baud] :
          {std::pair{"interface=mcuboot_serial\nmcuboot_baud=115200\n", 115200},
           std::pair{"interface=mcuboot_serial\n", 921600}}) {
         PtyUnit unit;
         unit.Answers(Ok());
-        const auto backend = BackendFor(text);
+        auto const backend = BackendFor(text);
 
         ASSERT_TRUE(backend.updater->connect(unit.PortName())) << text;
 
-        const auto* port = backend.updater->findChild<QSerialPort*>();
+        auto const* port = backend.updater->findChild<QSerialPort*>();
         ASSERT_NE(port, nullptr) << text;
         EXPECT_EQ(port->baudRate(), baud) << text;
     }
@@ -82,7 +82,7 @@ TEST(MakeBackend, GivesAMcubootBackendThatKeepsItsDevelopersLinesToItself)
 {
     PtyUnit unit;
     unit.Answers("garbage\n").Answers(Ok());
-    const auto backend = BackendFor("interface=mcuboot_serial\n");
+    auto const backend = BackendFor("interface=mcuboot_serial\n");
     CollectedLog const log;
 
     EXPECT_FALSE(backend.updater->connect(unit.PortName()));

@@ -13,17 +13,17 @@ using namespace std::chrono_literals;
 namespace {
 
 // What the journal has for each step.
-const auto kAskNew = u"box: No driver detected"_s;
-const auto kAskOld = u"box: Old driver detected"_s;
-const auto kStatus = u"box: Driver Status"_s;
-const auto kUninstall = u"driver 1.0 [uninstall]"_s;
-const auto kRemove =
+auto const kAskNew = u"box: No driver detected"_s;
+auto const kAskOld = u"box: Old driver detected"_s;
+auto const kStatus = u"box: Driver Status"_s;
+auto const kUninstall = u"driver 1.0 [uninstall]"_s;
+auto const kRemove =
     u"osascript [-e] [do shell script \"rm -rf /Applications/CP210xVCPDriver.app\" with "
     "administrator privileges]"_s;
-const auto kCopy = u"cp [-R] [RESOURCES/CP210xVCPDriver.app] [APPLICATIONS/CP210xVCPDriver.app]"_s;
-const auto kInstall = u"driver 2.0 [install]"_s;
-const auto kInstallOld = u"driver 1.0 [install]"_s;
-const auto kList = u"systemextensionsctl [list]"_s;
+auto const kCopy = u"cp [-R] [RESOURCES/CP210xVCPDriver.app] [APPLICATIONS/CP210xVCPDriver.app]"_s;
+auto const kInstall = u"driver 2.0 [install]"_s;
+auto const kInstallOld = u"driver 1.0 [install]"_s;
+auto const kList = u"systemextensionsctl [list]"_s;
 
 void NoDriver(DriverStandIns& driver)
 {
@@ -51,9 +51,9 @@ void OldDriverThatCannotBeRemoved(DriverStandIns& driver)
 }
 
 struct Row {
-    const char* name;
+    char const* name;
     void (*prepare)(DriverStandIns&);
-    const char* listing;
+    char const* listing;
     QList<Answer> answers;
     QStringList journal;
     bool looks_for_units;  // the construction went on to its end
@@ -68,11 +68,11 @@ void PrintTo(Row const& row, std::ostream* out)
 std::vector<Row> AllRows()
 {
     using enum Answer;
-    const auto on = "enabled";
-    const auto off = "waiting_for_user";
-    const QStringList replaced{kAskOld, kUninstall, kRemove, kCopy, kInstall, kList};
-    const QStringList stuck{kAskOld, kCopy, kList};
-    const QStringList unremoved{kAskOld, kUninstall, kCopy, kInstallOld, kList};
+    auto const on = "enabled";
+    auto const off = "waiting_for_user";
+    QStringList const replaced{kAskOld, kUninstall, kRemove, kCopy, kInstall, kList};
+    QStringList const stuck{kAskOld, kCopy, kList};
+    QStringList const unremoved{kAskOld, kUninstall, kCopy, kInstallOld, kList};
     return {
         {"Current_Enabled", CurrentDriver, on, {}, {kList}, true, false},
         {"Current_NotEnabled", CurrentDriver, off, {Ok}, {kList, kStatus}, false, true},
@@ -132,7 +132,7 @@ class DriverQuit : public DriverTest {};
 
 TEST_P(DriverDecision, RunsWhatItsRowSays)
 {
-    const auto& row = GetParam();
+    auto const& row = GetParam();
     row.prepare(driver_);
     driver_.SystemLists(QString::fromLatin1(row.listing));
     user_.Answers(row.answers);
@@ -247,7 +247,7 @@ INSTANTIATE_TEST_SUITE_P(EveryWayNotToSayYes, DriverRefusal,
 
 TEST_F(DriverBoxes, MayBeClosedInAnyWayWhenTheyOnlyTell)
 {
-    for (const auto answer : {Answer::Ok, Answer::Escape, Answer::CloseBox, Answer::QuitProgram}) {
+    for (auto const answer : {Answer::Ok, Answer::Escape, Answer::CloseBox, Answer::QuitProgram}) {
         driver_.SystemLists(u"waiting_for_user"_s);
         user_.Answers({answer});
 
@@ -262,7 +262,7 @@ TEST_F(DriverBoxes, MayBeClosedInAnyWayWhenTheyOnlyTell)
 TEST_F(DriverBoxes, AreAboutMacosOnly)
 {
     driver_.InstallNoDriver();
-    for (const auto& system : {u"debian"_s, u"windows"_s, u"osx"_s, u"macosx"_s, u"ios"_s, u""_s}) {
+    for (auto const& system : {u"debian"_s, u"windows"_s, u"osx"_s, u"macosx"_s, u"ios"_s, u""_s}) {
         environment_.product_type = system;
         looks_ = 0;
 
@@ -285,7 +285,7 @@ TEST_F(DriverBoxes, AreAboutMacosInWhateverCase)
 TEST_F(DriverBoxes, ComeForEveryTransport)
 {
     driver_.InstallNoDriver();
-    for (const auto type : {TargetUart, TargetUsb, TargetMcubootSerial}) {
+    for (auto const type : {TargetUart, TargetUsb, TargetMcubootSerial}) {
         user_.Answers({Answer::No});
 
         MakeWindow(type);

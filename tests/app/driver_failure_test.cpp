@@ -45,10 +45,10 @@ protected:
         ASSERT_EQ(file.write(content), content.size());
     }
 
-    const QString kNone = u"No driver detected"_s;
-    const QString kOld = u"Old driver detected"_s;
-    const QString& installed_ = driver_.Paths().installed_executable;
-    const QString& bundled_ = driver_.Paths().bundled_executable;
+    QString const kNone = u"No driver detected"_s;
+    QString const kOld = u"Old driver detected"_s;
+    QString const& installed_ = driver_.Paths().installed_executable;
+    QString const& bundled_ = driver_.Paths().bundled_executable;
 };
 
 class DriverFailure : public DriverTest {
@@ -57,7 +57,7 @@ protected:
     std::vector<std::string> Log() const
     {
         std::vector<std::string> lines;
-        for (const auto& line : log_.Lines()) {
+        for (auto const& line : log_.Lines()) {
             if (line.starts_with("D: ")) {
                 lines.push_back(line.substr(3));
             }
@@ -68,7 +68,7 @@ protected:
     // Whether the journal has a line that begins so.
     bool HasRun(QString const& beginning) const
     {
-        const auto journal = driver_.Journal();
+        auto const journal = driver_.Journal();
         return std::ranges::any_of(journal,
                                    [&](QString const& line) { return line.startsWith(beginning); });
     }
@@ -100,20 +100,20 @@ protected:
     {
         QFile file(driver_.FilePath(u"id"_s));
         EXPECT_TRUE(file.open(QIODevice::ReadOnly));
-        const auto id = file.readAll().trimmed().toInt();
+        auto const id = file.readAll().trimmed().toInt();
         return id > 0 && ::kill(id, 0) != 0 && errno == ESRCH;
     }
 
     DriverTimeouts& timeouts_ = environment_.driver.timeouts;
 };
 
-auto CannotStart(const char* failure)
+auto CannotStart(char const* failure)
 {
     return AllOf(StartsWith(std::string(failure) + " with error: "),
                  EndsWith("No such file or directory"));
 }
 
-std::string TimesOut(const char* failure)
+std::string TimesOut(char const* failure)
 {
     return std::string(failure) + " with error: Process operation timed out";
 }
@@ -338,7 +338,7 @@ TEST_F(DriverFailure, TakesAListingThatCannotStartForADriverThatIsNotEnabled)
 TEST_F(DriverFailure, GivesTheAdministratorsShellNothingButItsOneCommand)
 {
     driver_.InstallOldDriver();
-    const auto applications = driver_.FilePath(u"A \" $(touch x); `touch y` & \\"_s);
+    auto const applications = driver_.FilePath(u"A \" $(touch x); `touch y` & \\"_s);
     ASSERT_TRUE(QDir().rename(driver_.FilePath(u"Applications"_s), applications));
     environment_.driver.applications_dir = applications;
     driver_.ToolDoes(u"osascript"_s, "exit 0");

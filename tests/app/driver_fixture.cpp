@@ -21,7 +21,7 @@ bool DriverTest::QuitsByItself(std::chrono::milliseconds patience)
     QObject::connect(&guard, &QTimer::timeout, [] { QApplication::exit(kStillRunning); });
     guard.start(patience);
     window_->show();
-    const bool has_quit = QApplication::exec() != kStillRunning;
+    bool const has_quit = QApplication::exec() != kStillRunning;
     // A window closed on the way asks for a quit once more; a program would be gone by now.
     QCoreApplication::removePostedEvents(qApp, QEvent::Quit);
     return has_quit;

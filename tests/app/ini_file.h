@@ -17,7 +17,7 @@ public:
     // Ends what Settings() returned before.
     void SetText(QByteArray const& text)
     {
-        const auto name = QStringLiteral("config.ini");
+        auto const name = QStringLiteral("config.ini");
         Write(name, text);
         settings_ = std::make_unique<QSettings>(Path(name), QSettings::IniFormat);
     }

@@ -75,10 +75,10 @@ TEST_F(MainWindowDetection, AsksAgainUntilTheUnitIsReady)
 
     ASSERT_TRUE(WaitForCalls(u"connect"_s, 2));
     ReportStatus(ConnectionStatus::VerificationFailed);
-    const auto after_refusal = record_->Count(u"connect"_s);
+    auto const after_refusal = record_->Count(u"connect"_s);
     ASSERT_TRUE(WaitForCalls(u"connect"_s, after_refusal + 2));
     ReportStatus(ConnectionStatus::Disconnected);
-    const auto after_disconnect = record_->Count(u"connect"_s);
+    auto const after_disconnect = record_->Count(u"connect"_s);
     ASSERT_TRUE(WaitForCalls(u"connect"_s, after_disconnect + 2));
 }
 
@@ -96,7 +96,7 @@ TEST_F(MainWindowDetection, LeavesAReadyUnitAlone)
 {
     MakeWindow();
     ConnectUnit();
-    const auto calls = record_->Calls();
+    auto const calls = record_->Calls();
 
     ASSERT_TRUE(WaitForLooks(looks_ + 5));
 
@@ -107,7 +107,7 @@ TEST_F(MainWindowDetection, DoesNotNoticeAnotherPortInTheReadyUnitsPlace)
 {
     MakeWindow();
     ConnectUnit();
-    const auto calls = record_->Calls();
+    auto const calls = record_->Calls();
 
     ports_ = {{u"ttyACM7"_s, 0x0483, 0xDF11}};
     ASSERT_TRUE(WaitForLooks(looks_ + 3));
@@ -203,12 +203,12 @@ TEST_F(MainWindowDetection, TakesTheProductsTimesWhenNotTold)
     MakeWindow();
 
     ASSERT_TRUE(WaitForLooks(1));
-    const auto first = timer.restart();
+    auto const first = timer.restart();
     ports_.clear();
     ASSERT_TRUE(WaitForLooks(2));
-    const auto after_connect = timer.restart();
+    auto const after_connect = timer.restart();
     ASSERT_TRUE(WaitForLooks(3));
-    const auto idle = timer.elapsed();
+    auto const idle = timer.elapsed();
 
     EXPECT_GE(first, 99);
     EXPECT_LT(first, 1900);
@@ -336,7 +336,7 @@ TEST_F(MainWindowUsbDetection, WaitsForAToolThatHasClosedItsOutputToEnd)
 TEST_F(MainWindowUsbDetection, IsNotHeldUpBeyondTheTimeByAToolThatPrintsForEver)
 {
     environment_.intervals.list_limit = 300ms;
-    for (const auto* commands : {"exec cat /dev/zero\n", "exec cat /dev/zero >&2\n",
+    for (auto const* commands : {"exec cat /dev/zero\n", "exec cat /dev/zero >&2\n",
                                  "echo '[0483:df11]'; exec yes '['\n"}) {
         tool_.Does(commands);
         auto& window = MakeWindow(TargetUsb);

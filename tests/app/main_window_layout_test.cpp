@@ -20,8 +20,8 @@ protected:
 
     void CopyProductFonts()
     {
-        const QDir product(QStringLiteral(FW_DEMONSTRATION_RESOURCES));
-        for (const auto& name : product.entryList({u"*.otf"_s}, QDir::Files)) {
+        QDir const product(QStringLiteral(FW_DEMONSTRATION_RESOURCES));
+        for (auto const& name : product.entryList({u"*.otf"_s}, QDir::Files)) {
             ASSERT_TRUE(QFile::copy(product.filePath(name), ini_.Path(name)));
         }
     }
@@ -33,15 +33,15 @@ protected:
         ASSERT_TRUE(picture.save(ini_.Path(name)));
     }
 
-    QColor TextColour(const char* label, QPalette::ColorGroup group = QPalette::Active)
+    QColor TextColour(char const* label, QPalette::ColorGroup group = QPalette::Active)
     {
         return Label(label).palette().color(group, QPalette::WindowText);
     }
 };
 
 struct Place {
-    const char* name;
-    const char* type;
+    char const* name;
+    char const* type;
     QRect geometry;
 };
 
@@ -53,8 +53,8 @@ void PrintTo(Place const& place, std::ostream* out)
 class MainWindowPlaces : public MainWindowLayout, public testing::WithParamInterface<Place> {};
 
 struct Font {
-    const char* widget;
-    const char* style;
+    char const* widget;
+    char const* style;
     int size;
 };
 
@@ -68,7 +68,7 @@ class MainWindowFonts : public MainWindowLayout, public testing::WithParamInterf
 // How many pixels of the widget, as drawn, have exactly this colour.
 int CountPixels(QWidget& widget, QColor const& colour)
 {
-    const auto image = widget.grab().toImage();
+    auto const image = widget.grab().toImage();
     int count = 0;
     for (int y = 0; y < image.height(); ++y) {
         for (int x = 0; x < image.width(); ++x) {
@@ -84,7 +84,7 @@ TEST_P(MainWindowPlaces, HoldEachWidgetWhereItBelongs)
 {
     MakeWindow();
 
-    const auto* widget = window_->findChild<QWidget*>(QString::fromLatin1(GetParam().name));
+    auto const* widget = window_->findChild<QWidget*>(QString::fromLatin1(GetParam().name));
 
     ASSERT_NE(widget, nullptr);
     EXPECT_STREQ(widget->metaObject()->className(), GetParam().type);
@@ -120,7 +120,7 @@ TEST_F(MainWindowLayout, CannotBeResized)
     MakeWindow();
     window_->show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(window_.get()));
-    const QSize fixed(665, 517);
+    QSize const fixed(665, 517);
 
     window_->resize(900, 700);
     EXPECT_EQ(window_->size(), fixed);
@@ -153,7 +153,7 @@ TEST_F(MainWindowLayout, DrawsTheFrameOverTheBar)
 
     EXPECT_EQ(Label("progressBarFrame").styleSheet(),
               u"border: 1px solid white; border-radius: 3px;"_s);
-    const auto children = window_->centralWidget()->children();
+    auto const children = window_->centralWidget()->children();
     EXPECT_GT(children.indexOf(&Label("progressBarFrame")), children.indexOf(&Bar()));
 }
 
@@ -197,9 +197,9 @@ TEST_F(MainWindowLayout, ReadsTheSettingsDuringItsConstructionOnly)
 TEST_F(MainWindowLayout, ShowsTheTargetTypeInYellowWithACapital)
 {
     CopyProductFonts();
-    const std::pair<const char*, const char*> rows[] = {
+    std::pair<char const*, char const*> const rows[] = {
         {"service", "Service"}, {"beta test", "Beta test"}, {"xYZ", "XYZ"}, {"s", "S"}};
-    for (const auto& [configured, shown] : rows) {
+    for (auto const& [configured, shown] : rows) {
         Configure(QByteArray("fw_target_type=") + configured + "\n");
         MakeWindow();
 
@@ -212,7 +212,7 @@ TEST_F(MainWindowLayout, ShowsTheTargetTypeInYellowWithACapital)
 
 TEST_F(MainWindowLayout, SaysNothingOfATypeForCustomers)
 {
-    for (const auto* type : {"customer", "Customer", "CUSTOMER", "cUsToMeR", ""}) {
+    for (auto const* type : {"customer", "Customer", "CUSTOMER", "cUsToMeR", ""}) {
         Configure(QByteArray("fw_target_type=") + type + "\n");
         MakeWindow();
 
@@ -226,7 +226,7 @@ TEST_F(MainWindowLayout, WritesItsTextsInWhite)
     Configure("product_text=Lumen\nfw_version=8.8\ninstructions_text=Instructions\n");
     MakeWindow();
 
-    for (const auto* label : {"titleLabel", "versionLabel", "versionNumberLabel", "productLabel",
+    for (auto const* label : {"titleLabel", "versionLabel", "versionNumberLabel", "productLabel",
                               "instructionsLabel", "infoLabel"}) {
         EXPECT_EQ(TextColour(label), QColor(Qt::white)) << label;
         EXPECT_EQ(TextColour(label, QPalette::Inactive), QColor(Qt::white)) << label;
@@ -242,8 +242,8 @@ TEST_F(MainWindowLayout, StretchesThePictureOverTheWholeWindow)
     EXPECT_EQ(window_->styleSheet(), u"#centralwidget {\nborder-image: url("_s +
                                          ini_.Path(u"picture.png"_s) +
                                          u") 0 0 0 0 stretch stretch;\n}\n"_s);
-    const auto image = window_->grab().toImage();
-    for (const auto& point :
+    auto const image = window_->grab().toImage();
+    for (auto const& point :
          {QPoint(1, 1), QPoint(663, 1), QPoint(1, 515), QPoint(663, 515), QPoint(330, 250)}) {
         EXPECT_EQ(image.pixelColor(point), QColor(Qt::red)) << point.x() << ", " << point.y();
     }
@@ -263,12 +263,12 @@ TEST_F(MainWindowLayout, HasAnIconOfItsOwnOnWindowsOnly)
 {
     ASSERT_TRUE(QFile::copy(QStringLiteral(FW_DEMONSTRATION_RESOURCES "/AppIcon.ico"),
                             ini_.Path(u"AppIcon.ico"_s)));
-    const std::pair<QString, bool> rows[] = {{u"windows"_s, true},
+    std::pair<QString, bool> const rows[] = {{u"windows"_s, true},
                                              {u"Windows"_s, true},
                                              {u"macos"_s, false},
                                              {u"debian"_s, false},
                                              {u"windows11"_s, false}};
-    for (const auto& [product_type, has_icon] : rows) {
+    for (auto const& [product_type, has_icon] : rows) {
         environment_.product_type = product_type;
         MakeWindow();
 
@@ -283,7 +283,7 @@ TEST_P(MainWindowFonts, AreThoseOfTheProduct)
     MakeWindow();
     ASSERT_TRUE(QFontDatabase::families().contains(u"Kelvane Sans"_s));
 
-    const auto font = window_->findChild<QWidget*>(QString::fromLatin1(GetParam().widget))->font();
+    auto const font = window_->findChild<QWidget*>(QString::fromLatin1(GetParam().widget))->font();
 
     EXPECT_EQ(font.family(), u"Kelvane Sans"_s);
     EXPECT_EQ(font.styleName().toStdString(), GetParam().style);

@@ -14,13 +14,13 @@ using testing::Ne;
 
 namespace {
 
-const auto kGrey =
+auto const kGrey =
     u"background-color: rgba(249, 249, 249,1); color: rgba(204, 204, 204, 1); border: none; "
     "border-radius: 3px;"_s;
-const auto kBlack =
+auto const kBlack =
     u"background-color: rgba(249, 249, 249,1); color: rgba(0, 0, 0, 1); border: none; "
     "border-radius: 3px;"_s;
-const auto kError = u"Error connecting to device \u2014 Disconnect device and repeat step 1-3"_s;
+auto const kError = u"Error connecting to device \u2014 Disconnect device and repeat step 1-3"_s;
 
 class MainWindowWorkflow : public WindowTest {
 protected:
@@ -115,7 +115,7 @@ TEST_P(MainWindowOnEachTransport, IgnoresAStatusOutsideTheEnumeration)
 {
     MakeWindow(GetParam());
     ReportStatus(ConnectionStatus::Connected);
-    const auto before = GetShown();
+    auto const before = GetShown();
 
     ReportStatus(static_cast<ConnectionStatus>(3));
 
@@ -197,7 +197,7 @@ TEST_F(MainWindowWorkflow, KeepsTheErrorTextDuringAUsbUpdateUntilItErases)
 
 TEST_F(MainWindowWorkflow, HearsOfErasingFromTheUsbTransportOnly)
 {
-    for (const auto type : {TargetUart, TargetMcubootSerial}) {
+    for (auto const type : {TargetUart, TargetMcubootSerial}) {
         MakeWindow(type);
         Progress(30);
 
@@ -225,7 +225,7 @@ TEST_F(MainWindowWorkflow, AClickStartsOneUpdate)
     MakeWindow();
     ShowWindow();
     ReportStatus(ConnectionStatus::Connected);
-    const QSignalSpy requests(window_.get(), &MainWindow::UpdateDevice);
+    QSignalSpy const requests(window_.get(), &MainWindow::UpdateDevice);
 
     Click();
 

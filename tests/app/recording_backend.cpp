@@ -7,26 +7,26 @@ using namespace Qt::StringLiterals;
 
 void BackendRecord::Add(QString const& call)
 {
-    const std::lock_guard lock(mutex_);
+    std::lock_guard const lock(mutex_);
     calls_.append(call);
     threads_.append(QThread::currentThread());
 }
 
 QStringList BackendRecord::Calls() const
 {
-    const std::lock_guard lock(mutex_);
+    std::lock_guard const lock(mutex_);
     return calls_;
 }
 
 QList<QThread*> BackendRecord::Threads() const
 {
-    const std::lock_guard lock(mutex_);
+    std::lock_guard const lock(mutex_);
     return threads_;
 }
 
 qsizetype BackendRecord::Count(QString const& beginning) const
 {
-    const auto calls = Calls();
+    auto const calls = Calls();
     return std::ranges::count_if(calls,
                                  [&](QString const& call) { return call.startsWith(beginning); });
 }
@@ -41,7 +41,7 @@ RecordingBackend::~RecordingBackend()
 }
 
 // The window must not call the five operations itself: only the slots below may run.
-bool RecordingBackend::connect(const QString&)
+bool RecordingBackend::connect(QString const&)
 {
     record_->Add(u"called connect"_s);
     return false;
@@ -52,7 +52,7 @@ void RecordingBackend::disconnect()
     record_->Add(u"called disconnect"_s);
 }
 
-bool RecordingBackend::upload(const QString&, std::function<void(int)>)
+bool RecordingBackend::upload(QString const&, std::function<void(int)>)
 {
     record_->Add(u"called upload"_s);
     return false;
@@ -63,7 +63,7 @@ void RecordingBackend::reset()
     record_->Add(u"called reset"_s);
 }
 
-bool RecordingBackend::verifyDeviceId(const QList<uint8_t>&)
+bool RecordingBackend::verifyDeviceId(QList<uint8_t> const&)
 {
     record_->Add(u"called verifyDeviceId"_s);
     return false;
@@ -78,11 +78,11 @@ void RecordingBackend::onStartUpdate()
     }
 }
 
-void RecordingBackend::onConnectToDevice(const QString& port_name, QList<uint8_t> device_ids,
-                                         const bool& verify)
+void RecordingBackend::onConnectToDevice(QString const& port_name, QList<uint8_t> device_ids,
+                                         bool const& verify)
 {
     QStringList ids;
-    for (const auto id : device_ids) {
+    for (auto const id : device_ids) {
         ids.append(QString::number(id));
     }
     record_->Add(u"connect \"%1\" [%2] %3"_s.arg(port_name, ids.join(u' '),

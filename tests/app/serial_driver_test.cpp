@@ -13,7 +13,7 @@ using namespace std::chrono_literals;
 namespace {
 
 struct Listing {
-    const char* name;
+    char const* name;
     bool is_enabled;
 };
 
@@ -28,7 +28,7 @@ class ExtensionListing : public testing::TestWithParam<Listing> {};
 
 TEST(SerialDriverPaths, AreThoseOfTheApplicationsFolderAndTheBundle)
 {
-    const auto paths = GetDriverPaths(DriverEnvironment().applications_dir,
+    auto const paths = GetDriverPaths(DriverEnvironment().applications_dir,
                                       QDir(u"/Volumes/X/U.app/Contents/MacOS/../Resources"_s));
 
     EXPECT_EQ(paths.installed_app, u"/Applications/CP210xVCPDriver.app"_s);
@@ -43,7 +43,7 @@ TEST(SerialDriverPaths, AreThoseOfTheApplicationsFolderAndTheBundle)
 
 TEST(SerialDriverEnvironment, IsTheSystemsOwnWithTheProductsTimes)
 {
-    const DriverEnvironment environment;
+    DriverEnvironment const environment;
 
     EXPECT_EQ(environment.osascript, u"osascript"_s);
     EXPECT_EQ(environment.cp, u"cp"_s);
@@ -59,7 +59,7 @@ TEST(SerialDriverEnvironment, IsTheSystemsOwnWithTheProductsTimes)
 
 TEST_P(ExtensionListing, TellsWhetherTheDriverIsEnabled)
 {
-    const auto listing = ReadExtensionListing(QString::fromLatin1(GetParam().name));
+    auto const listing = ReadExtensionListing(QString::fromLatin1(GetParam().name));
     ASSERT_FALSE(listing.isEmpty());
 
     EXPECT_EQ(IsDriverEnabled(listing), GetParam().is_enabled);

@@ -10,7 +10,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-const QMap<QString, uint32_t> kProducts{{u"Flash"_s, 0xDF110483}, {u"Lumen"_s, 0xEA6010C4}};
+QMap<QString, uint32_t> const kProducts{{u"Flash"_s, 0xDF110483}, {u"Lumen"_s, 0xEA6010C4}};
 constexpr DetectionIntervals kIntervals{.first = 1ms, .after_connect = 20ms, .idle = 300ms};
 
 SerialPortEntry Unit(QString const& name)
@@ -43,8 +43,8 @@ TEST(UnitPorts, NeedBothIdentifiersOfOneProduct)
 
 TEST(UnitPorts, NeedIdentifiersAtAll)
 {
-    const QMap<QString, uint32_t> zero{{u"Zero"_s, 0}};
-    const QList<SerialPortEntry> ports{
+    QMap<QString, uint32_t> const zero{{u"Zero"_s, 0}};
+    QList<SerialPortEntry> const ports{
         {u"a"_s, std::nullopt, std::nullopt}, {u"b"_s, 0, std::nullopt}, {u"c"_s, std::nullopt, 0}};
 
     EXPECT_EQ(FindUnitPorts(ports, zero, u"debian"_s), QStringList());
@@ -59,9 +59,9 @@ TEST(UnitPorts, AreNoneWithoutProductsOrPorts)
 
 TEST(UnitPorts, OnMacosAreTheCallOutDevicesOnly)
 {
-    const QList<SerialPortEntry> ports{Unit(u"tty.usbserial-1"_s), Unit(u"cu.usbserial-1"_s)};
+    QList<SerialPortEntry> const ports{Unit(u"tty.usbserial-1"_s), Unit(u"cu.usbserial-1"_s)};
 
-    for (const auto& product_type : {u"macos"_s, u"macOS"_s, u"MACOS"_s}) {
+    for (auto const& product_type : {u"macos"_s, u"macOS"_s, u"MACOS"_s}) {
         EXPECT_EQ(Found(ports, product_type), QStringList({u"cu.usbserial-1"_s}));
     }
 }
@@ -76,7 +76,7 @@ TEST(UnitPorts, OnMacosBeginWithCuInLowerCaseAndADot)
 
 TEST(UnitPorts, OnOtherSystemsMayHaveAnyName)
 {
-    for (const auto& product_type : {u"debian"_s, u"windows"_s, u"osx"_s, u"macosx"_s, QString()}) {
+    for (auto const& product_type : {u"debian"_s, u"windows"_s, u"osx"_s, u"macosx"_s, QString()}) {
         EXPECT_EQ(Found({Unit(u"COM3"_s)}, product_type), QStringList({u"COM3"_s}));
     }
 }
@@ -108,7 +108,7 @@ TEST(SerialDecision, DisconnectsWhenTheReadyUnitIsGone)
 
 TEST(SerialDecision, LeavesAReadyUnitAloneWhateverPortsThereAre)
 {
-    const Detection nothing{DetectionAction::None, {}, 300ms};
+    Detection const nothing{DetectionAction::None, {}, 300ms};
 
     EXPECT_EQ(DecideSerial({u"ttyUSB0"_s}, true, kIntervals), nothing);
     EXPECT_EQ(DecideSerial({u"ttyUSB0"_s, u"ttyUSB1"_s}, true, kIntervals), nothing);
@@ -116,7 +116,7 @@ TEST(SerialDecision, LeavesAReadyUnitAloneWhateverPortsThereAre)
 
 TEST(DetectionTimes, AreThoseOfTheProduct)
 {
-    const DetectionIntervals intervals;
+    DetectionIntervals const intervals;
 
     EXPECT_EQ(intervals.first, 100ms);
     EXPECT_EQ(intervals.after_connect, 4000ms);
@@ -147,7 +147,7 @@ TEST(DfuListing, OfTheRealToolGivesItsUnit)
 
 TEST(DfuListing, GivesForeignAndRuntimeDevicesForTheSearchToSort)
 {
-    const auto listed = ParseDfuListing(
+    auto const listed = ParseDfuListing(
         "Found Runtime: [0483:df11] ver=0100, devnum=3, cfg=1, intf=2, path=\"1-1\"\n"
         "Found DFU: [1209:db42] ver=0111, devnum=4, cfg=1, intf=0, path=\"1-3\", alt=0\n"
         "Found DFU: [0483:DF11] ver=2200, devnum=7, cfg=1, intf=0, path=\"1-2\", alt=0\n");
@@ -188,14 +188,14 @@ TEST(DfuListing, IgnoresWhatOnlyLooksLikeIdentifiers)
 
 TEST(DfuListing, OfAMegabyteOfEmptyLinesHasOnlyItsUnit)
 {
-    const QByteArray lines(kLongestDfuListing, '\n');
+    QByteArray const lines(kLongestDfuListing, '\n');
 
     EXPECT_EQ(ParseDfuListing(lines + "[0483:df11]" + lines), QStringList({u"0483:df11"_s}));
 }
 
 TEST(DfuListing, IsDescribedByItsFirstDevicesAndTheNumberOfOthers)
 {
-    const QStringList eight(8, u"0483:df11"_s);
+    QStringList const eight(8, u"0483:df11"_s);
 
     EXPECT_EQ(DescribeDfuDevices({}), QStringList());
     EXPECT_EQ(DescribeDfuDevices({u"a"_s, u"b"_s}), QStringList({u"a"_s, u"b"_s}));
@@ -234,7 +234,7 @@ TEST(UsbDecision, ConnectsToTheOnlyDeviceWithoutAPortNameAndEndsTheDetection)
 
 TEST(UsbDecision, KeepsLookingWithNoneOrSeveral)
 {
-    const Detection nothing{DetectionAction::None, {}, 300ms};
+    Detection const nothing{DetectionAction::None, {}, 300ms};
 
     EXPECT_EQ(DecideUsb({}, kIntervals), nothing);
     EXPECT_EQ(DecideUsb({u"0483:df11"_s, u"0483:df11"_s}, kIntervals), nothing);

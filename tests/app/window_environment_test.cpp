@@ -16,14 +16,14 @@ class SystemPorts : public testing::Test {
 protected:
     static std::shared_ptr<simulator::UsbTestbed> Testbed()
     {
-        static const auto testbed = std::make_shared<simulator::UsbTestbed>();
+        static auto const testbed = std::make_shared<simulator::UsbTestbed>();
         return testbed;
     }
 
     std::optional<SerialPortEntry> Find() const
     {
-        const auto ports = WindowEnvironment::System().list_serial_ports();
-        const auto found =
+        auto const ports = WindowEnvironment::System().list_serial_ports();
+        auto const found =
             std::ranges::find(ports, QString::fromStdString(options_.name), &SerialPortEntry::name);
         return found == ports.end() ? std::nullopt : std::optional(*found);
     }
@@ -41,7 +41,7 @@ TEST_F(SystemPorts, AreListedWithTheirUsbIdentifiers)
 
     port.Plug();
 
-    const auto entry = Find();
+    auto const entry = Find();
     ASSERT_TRUE(entry.has_value());
     EXPECT_EQ(entry->vendor_id, 0x0483);
     EXPECT_EQ(entry->product_id, 0xDF11);
@@ -60,7 +60,7 @@ TEST_F(SystemPorts, AreListedAnewAtEachLook)
 
 TEST(SystemEnvironment, NamesTheSystemAndTheProductsTimes)
 {
-    const auto environment = WindowEnvironment::System();
+    auto const environment = WindowEnvironment::System();
 
     EXPECT_EQ(environment.product_type, QSysInfo::productType());
     EXPECT_EQ(environment.intervals.first, DetectionIntervals().first);

@@ -46,7 +46,7 @@ bool WindowTest::WaitForLooks(int count)
     return QTest::qWaitFor([&] { return looks_ >= count; }, kPatience);
 }
 
-QLabel& WindowTest::Label(const char* name)
+QLabel& WindowTest::Label(char const* name)
 {
     auto* const label = window_->findChild<QLabel*>(QString::fromLatin1(name));
     if (label == nullptr) {

@@ -35,7 +35,7 @@ protected:
     bool WaitForCalls(QString const& beginning, qsizetype count);
     bool WaitForLooks(int count);  // at the list of ports
 
-    QLabel& Label(const char* name);
+    QLabel& Label(char const* name);
     QPushButton& Button();
     QProgressBar& Bar();
 

@@ -10,13 +10,13 @@ using namespace Qt::StringLiterals;
 namespace {
 
 // U+2014 is the em dash.
-const auto kError = u"Error connecting to device \u2014 Disconnect device and repeat step 1-3"_s;
+auto const kError = u"Error connecting to device \u2014 Disconnect device and repeat step 1-3"_s;
 
 // What a row leaves as it is.
 constexpr auto same = std::nullopt;
 
 struct Row {
-    const char* name;
+    char const* name;
     WindowEvent event;
     targetInterfaceType type;
     // button text, style and enabled, bar value and text, unit ready
@@ -49,11 +49,11 @@ std::vector<Row> CommonRows(targetInterfaceType type)
 std::vector<Row> AllRows()
 {
     std::vector<Row> rows;
-    for (const auto type : {TargetUart, TargetUsb, TargetMcubootSerial}) {
+    for (auto const type : {TargetUart, TargetUsb, TargetMcubootSerial}) {
         for (auto const& row : CommonRows(type)) {
             rows.push_back(row);
         }
-        const auto format = type == TargetUart ? std::optional(u"%p%"_s) : std::nullopt;
+        auto const format = type == TargetUart ? std::optional(u"%p%"_s) : std::nullopt;
         rows.push_back({"UpdateStarted",
                         WindowEvent::UpdateStarted,
                         type,
@@ -70,7 +70,7 @@ TEST_P(WindowTable, ChangesExactlyWhatItsRowSays)
 {
     Row const& row = GetParam();
 
-    const auto change = GetWindowChange(row.event, row.type);
+    auto const change = GetWindowChange(row.event, row.type);
 
     EXPECT_EQ(change.button_text, row.change.button_text);
     EXPECT_EQ(change.button_style, row.change.button_style);

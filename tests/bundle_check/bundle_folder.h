@@ -1,4 +1,4 @@
-// A bundle in a folder of its own, as a maker would prepare it: clean, until a test changes it.
+// A bundle in a folder of its own, as a vendor would prepare it: clean, until a test changes it.
 #pragma once
 
 #include <gtest/gtest.h>

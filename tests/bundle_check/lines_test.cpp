@@ -153,7 +153,7 @@ TEST(IniReading, AgreesWithQSettings)
 {
     constexpr int kFiles = 1000;
     constexpr int kPieces = 12;
-    static constexpr const char* kParts[] = {
+    static constexpr char const* kParts[] = {
         "a",   "b",          "=",   "=",           "\n",   "\n",     "\r\n", ",",
         ";",   "\"",         "\"",  " ",           "\t",   "\\",     "\\x",  "\\x40",
         "\\0", "\\1000",     "\\n", "\\\\",        "\\\"", "40",     "@",    "x)",

@@ -13,7 +13,7 @@
 using namespace Qt::StringLiterals;
 using namespace bundle_check;
 
-TEST(Prediction, OfTheUartRoad)
+TEST(Prediction, OfTheUartTransport)
 {
     // 100 pages take 2.45 s; 800 blocks put (204800 + 9600) * 11 bits on a line of 460800 bits a
     // second, 5.118 s; 25600 double words take 2.099 s.
@@ -21,13 +21,13 @@ TEST(Prediction, OfTheUartRoad)
     EXPECT_NEAR(PredictUart(204800, 8192), 7.829, 0.001);
 }
 
-TEST(Prediction, OfTheUsbRoad)
+TEST(Prediction, OfTheUsbTransport)
 {
     // 100 pages, 100 transfers of 5 ms, 25600 double words, 1 s.
     EXPECT_NEAR(PredictUsb(204800, 2048), 6.049, 0.001);
 }
 
-TEST(Prediction, OfTheMcubootRoad)
+TEST(Prediction, OfTheMcubootTransport)
 {
     // 73 pages take 1.79 s; 100 chunks: 1.6 s of pauses; (151800 * 4 / 3 + 6000) * 10 bits at
     // 115200, 18.09 s; 18538 double words, 1.52 s.

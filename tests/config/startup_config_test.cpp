@@ -67,7 +67,7 @@ TEST(InterfaceTypes, HaveTheirNumbers)
 
 TEST(Paths, FollowFromTheProgramsDirectoryWithoutBeingTidied)
 {
-    const auto paths = GetBundlePaths(u"/Apps/Up.app/Contents/MacOS"_s);
+    auto const paths = GetBundlePaths(u"/Apps/Up.app/Contents/MacOS"_s);
 
     EXPECT_EQ(paths.resources, u"/Apps/Up.app/Contents/MacOS/../Resources"_s);
     EXPECT_EQ(paths.dfu_util, u"/Apps/Up.app/Contents/MacOS/../MacOS/dfu-util"_s);
@@ -102,11 +102,11 @@ TEST(Paths, WithoutAFirmwareNameTheResourceDirectoryItselfIsMeant)
 
 TEST(MissingConfiguration, ChoosesUartWithEverythingZeroOrEmpty)
 {
-    const QTemporaryDir directory;
-    const QSettings settings(directory.filePath(u"config.ini"_s), QSettings::IniFormat);
+    QTemporaryDir const directory;
+    QSettings const settings(directory.filePath(u"config.ini"_s), QSettings::IniFormat);
 
     EXPECT_EQ(ReadInterfaceType(settings), TargetUart);
-    const auto uart = ReadUartConfig(settings);
+    auto const uart = ReadUartConfig(settings);
     EXPECT_EQ(uart.start_address, 0U);
     EXPECT_EQ(uart.programming_address, 0U);
     EXPECT_EQ(uart.otp_address, 0U);
@@ -115,7 +115,7 @@ TEST(MissingConfiguration, ChoosesUartWithEverythingZeroOrEmpty)
     EXPECT_EQ(uart.fw_target_type, QString());
     EXPECT_EQ(ReadProducts(settings), Products());
     EXPECT_EQ(ReadDeviceIds(settings), DeviceIds());
-    const auto texts = ReadWindowTexts(settings);
+    auto const texts = ReadWindowTexts(settings);
     EXPECT_EQ(texts.window_title, u"Kelvane firmware updater"_s);
     EXPECT_EQ(texts.instructions, QString());
     EXPECT_EQ(texts.product, QString());
@@ -133,7 +133,7 @@ TEST(Interface, IsChosenByItsExactName)
 
 TEST(Interface, IsUartForAnythingElse)
 {
-    for (const auto* text : {"", "USB", "Usb", "usb1", "\"usb \"", "usb, usb", "MCUBOOT_SERIAL",
+    for (auto const* text : {"", "USB", "Usb", "usb1", "\"usb \"", "usb, usb", "MCUBOOT_SERIAL",
                              "Mcuboot_Serial", "mcuboot-serial", "2"}) {
         EXPECT_EQ(InterfaceOf(text), TargetUart) << text;
     }
@@ -158,7 +158,7 @@ TEST(Address, FillsThirtyTwoBits)
 
 TEST(Address, ThatDoesNotFitOrParseIsZero)
 {
-    for (const auto* text : {"0x100000000", "4294967296", "-1", "", "junk", "0x", "0xG", "08",
+    for (auto const* text : {"0x100000000", "4294967296", "-1", "", "junk", "0x", "0xG", "08",
                              "0b2", "12 34", "1.5", "1e3", "0x10h", "1, 2"}) {
         EXPECT_EQ(AddressOf(text), 0U) << text;
     }
@@ -174,7 +174,7 @@ TEST(UartConfiguration, TakesEachKeyToItsOwnPlace)
         "boot_mode_address=0x20000005\n"
         "fw_target_type=service\n");
 
-    const auto uart = ReadUartConfig(ini.Settings());
+    auto const uart = ReadUartConfig(ini.Settings());
 
     EXPECT_EQ(uart.start_address, 0x08000001U);
     EXPECT_EQ(uart.programming_address, 0x08000002U);
@@ -192,7 +192,7 @@ TEST(UsbConfiguration, TakesEachKeyToItsOwnPlace)
         "otp_size=512\n"
         "fw_target_type=service\n");
 
-    const auto usb = ReadUsbConfig(ini.Settings());
+    auto const usb = ReadUsbConfig(ini.Settings());
 
     EXPECT_EQ(usb.programming_address, 0x08000002U);
     EXPECT_EQ(usb.otp_address, 0x1FFF7003U);
@@ -204,7 +204,7 @@ TEST(UartConfiguration, ReadsEveryAddressByItsPrefix)
 {
     IniFile ini("start_address=010\notp_address=0b11\nboot_mode_address=0x100000000\n");
 
-    const auto uart = ReadUartConfig(ini.Settings());
+    auto const uart = ReadUartConfig(ini.Settings());
 
     EXPECT_EQ(uart.start_address, 8U);
     EXPECT_EQ(uart.otp_address, 3U);
@@ -229,7 +229,7 @@ TEST(McubootConfiguration, TakesEachKeyToItsOwnPlace)
 {
     IniFile ini("mcuboot_baud=115200\nfw_target_type=service\n");
 
-    const auto mcuboot = ReadMcubootConfig(ini.Settings());
+    auto const mcuboot = ReadMcubootConfig(ini.Settings());
 
     EXPECT_EQ(mcuboot.baud, 115200U);
     EXPECT_EQ(mcuboot.fw_target_type, u"service"_s);
@@ -237,7 +237,7 @@ TEST(McubootConfiguration, TakesEachKeyToItsOwnPlace)
 
 TEST(McubootConfiguration, HasNoBaudRateWhenTheKeyIsNoDecimalNumber)
 {
-    for (const auto* text : {"", "fast", "0x1C200", "-1", "115200.5", "4294967296", "1, 2"}) {
+    for (auto const* text : {"", "fast", "0x1C200", "-1", "115200.5", "4294967296", "1, 2"}) {
         IniFile ini("mcuboot_baud=" + QByteArray(text) + "\n");
 
         EXPECT_EQ(ReadMcubootConfig(ini.Settings()).baud, 0U) << text;
@@ -267,7 +267,7 @@ TEST(ProductList, OfOneEntry)
 
 TEST(ProductList, OfSeveralEntriesIsOrderedByName)
 {
-    const auto products = ProductsOf("Lumen:10c4:EA60, Flash:0483:DF11");
+    auto const products = ProductsOf("Lumen:10c4:EA60, Flash:0483:DF11");
 
     EXPECT_EQ(products, (Products{{u"Flash"_s, 0xDF110483}, {u"Lumen"_s, 0xEA6010C4}}));
     EXPECT_EQ(products.firstKey(), u"Flash"_s);
@@ -355,7 +355,7 @@ TEST(Texts, TakeEachKeyToItsOwnPlace)
     IniFile ini(
         "window_title=T\ninstructions_text=I\nproduct_text=P\nfw_version=V\nfw_target_type=F\n");
 
-    const auto texts = ReadWindowTexts(ini.Settings());
+    auto const texts = ReadWindowTexts(ini.Settings());
 
     EXPECT_EQ(texts.window_title, u"T"_s);
     EXPECT_EQ(texts.instructions, u"I"_s);

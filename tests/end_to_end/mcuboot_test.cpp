@@ -1,5 +1,5 @@
-// Updates over the MCUboot road, seen from outside: the staged program, its window on a screen, a
-// simulated unit in serial recovery mode on a serial port.
+// Updates over the MCUboot transport, seen from outside: the staged program, its window on a
+// screen, a simulated unit in serial recovery mode on a serial port.
 
 #include <fmt/format.h>
 
@@ -23,9 +23,9 @@ QString Hex(uint32_t value)
     return QString::number(value, 16);
 }
 
-class McubootRoad : public Road {
+class McubootTransport : public Transport {
 protected:
-    McubootRoad() : Road(QStringLiteral(FW_STAGED_MCUBOOT_BUNDLE)) {}
+    McubootTransport() : Transport(QStringLiteral(FW_STAGED_MCUBOOT_BUNDLE)) {}
 
     QStringList UnitOptions() const override
     {
@@ -70,7 +70,7 @@ QStringList GetUploadJournal(qsizetype image_size)
 
 // ---- Updates that end well ----
 
-TEST_F(McubootRoad, UploadsTheImageInChunksOfTheRightShapeAndRestartsTheUnitLast)
+TEST_F(McubootTransport, UploadsTheImageInChunksOfTheRightShapeAndRestartsTheUnitLast)
 {
     Start();
     UpdateToTheEnd();
@@ -85,7 +85,7 @@ TEST_F(McubootRoad, UploadsTheImageInChunksOfTheRightShapeAndRestartsTheUnitLast
               QStringList{QStringLiteral("reset seq=%1 ack").arg(uploads.size())});
 }
 
-TEST_F(McubootRoad, ShowsNoPercentageWhileTheBarMoves)
+TEST_F(McubootTransport, ShowsNoPercentageWhileTheBarMoves)
 {
     Start();
     StartUpdate();
@@ -102,7 +102,7 @@ TEST_F(McubootRoad, ShowsNoPercentageWhileTheBarMoves)
     EXPECT_GT(values.size(), 3);
 }
 
-TEST_F(McubootRoad, GoesBackToWaitingWhenTheUpdatedUnitIsPulledOut)
+TEST_F(McubootTransport, GoesBackToWaitingWhenTheUpdatedUnitIsPulledOut)
 {
     Start();
     UpdateToTheEnd();
@@ -110,7 +110,7 @@ TEST_F(McubootRoad, GoesBackToWaitingWhenTheUpdatedUnitIsPulledOut)
     ExpectScreen(IsWaiting);
 }
 
-TEST_F(McubootRoad, UpdatesAnyModelWhenTheFirmwareIsForService)
+TEST_F(McubootTransport, UpdatesAnyModelWhenTheFirmwareIsForService)
 {
     bundle_.SetKey(QStringLiteral("fw_target_type"), QStringLiteral("service"));
     Start({QStringLiteral("--model-id"), QStringLiteral("222")});
@@ -118,7 +118,7 @@ TEST_F(McubootRoad, UpdatesAnyModelWhenTheFirmwareIsForService)
     EXPECT_EQ(CountInJournal(QStringLiteral("read-otp")), 0);
 }
 
-TEST_F(McubootRoad, RestartsTheUnitAfterAnEmptyImage)
+TEST_F(McubootTransport, RestartsTheUnitAfterAnEmptyImage)
 {
     bundle_.WriteFirmware({});
     Start();
@@ -128,7 +128,7 @@ TEST_F(McubootRoad, RestartsTheUnitAfterAnEmptyImage)
     EXPECT_EQ(unit_->Status(QStringLiteral("state")), QStringLiteral("running"));
 }
 
-TEST_F(McubootRoad, WaitsForAUnitThatTakesAlmostTenSecondsOverItsFirstChunk)
+TEST_F(McubootTransport, WaitsForAUnitThatTakesAlmostTenSecondsOverItsFirstChunk)
 {
     Start();
     ExpectScreen(IsReady);
@@ -137,7 +137,7 @@ TEST_F(McubootRoad, WaitsForAUnitThatTakesAlmostTenSecondsOverItsFirstChunk)
     ExpectUpdateEnds();
 }
 
-TEST_F(McubootRoad, StartsAgainWhenTheUnitRewindsToTheBeginning)
+TEST_F(McubootTransport, StartsAgainWhenTheUnitRewindsToTheBeginning)
 {
     Start();
     ExpectScreen(IsReady);
@@ -148,7 +148,7 @@ TEST_F(McubootRoad, StartsAgainWhenTheUnitRewindsToTheBeginning)
     EXPECT_EQ(CountInJournal(QStringLiteral("keys=data,off,len,image")), 2);
 }
 
-TEST_F(McubootRoad, RepeatsAChunkForWhichTheUnitAsksAgain)
+TEST_F(McubootTransport, RepeatsAChunkForWhichTheUnitAsksAgain)
 {
     Start();
     ExpectScreen(IsReady);
@@ -160,12 +160,12 @@ TEST_F(McubootRoad, RepeatsAChunkForWhichTheUnitAsksAgain)
 }
 
 struct Manner {
-    const char* name;
-    const char* option;  // of the unit, with its value
-    const char* fault;   // empty: none
+    char const* name;
+    char const* option;  // of the unit, with its value
+    char const* fault;   // empty: none
 };
 
-class EveryManner : public McubootRoad, public testing::WithParamInterface<Manner> {};
+class EveryManner : public McubootTransport, public testing::WithParamInterface<Manner> {};
 
 TEST_P(EveryManner, OfAnsweringIsUnderstood)
 {
@@ -179,7 +179,7 @@ TEST_P(EveryManner, OfAnsweringIsUnderstood)
 
 // 2039 bytes is the longest line of an upload.
 INSTANTIATE_TEST_SUITE_P(
-    McubootRoad, EveryManner,
+    McubootTransport, EveryManner,
     testing::Values(Manner{"ContinuationLines", "--answer-line 20", ""},
                     Manner{"DefiniteMaps", "--definite-maps", ""},
                     Manner{"ShortestLineBuffer", "--line-buffer 2039", ""},
@@ -190,14 +190,14 @@ INSTANTIATE_TEST_SUITE_P(
 
 // ---- Units that are not updated ----
 
-TEST_F(McubootRoad, RefusesAnotherModelWithoutUploadingAnything)
+TEST_F(McubootTransport, RefusesAnotherModelWithoutUploadingAnything)
 {
     Start({QStringLiteral("--model-id"), QStringLiteral("222")});
     ExpectScreen(IsRefused);
     ExpectNothingUploaded();
 }
 
-TEST_F(McubootRoad, RefusesAUnitWhoseModelIsMissingOrEmpty)
+TEST_F(McubootTransport, RefusesAUnitWhoseModelIsMissingOrEmpty)
 {
     for (auto const* model : {"none", "empty"}) {
         Start({QStringLiteral("--model-id"), QString::fromLatin1(model)});
@@ -207,7 +207,7 @@ TEST_F(McubootRoad, RefusesAUnitWhoseModelIsMissingOrEmpty)
     }
 }
 
-TEST_F(McubootRoad, AsksAUnitThatDoesNotAnswerEveryFourSecondsUntilItDoes)
+TEST_F(McubootTransport, AsksAUnitThatDoesNotAnswerEveryFourSecondsUntilItDoes)
 {
     PlugIn();
     unit_->Command(QStringLiteral("fault drop-answer 1 1000"));
@@ -221,7 +221,7 @@ TEST_F(McubootRoad, AsksAUnitThatDoesNotAnswerEveryFourSecondsUntilItDoes)
     UpdateToTheEnd();
 }
 
-TEST_F(McubootRoad, WaitsForAPortThatCannotBeOpenedYet)
+TEST_F(McubootTransport, WaitsForAPortThatCannotBeOpenedYet)
 {
     PlugIn();
     unit_->Command(QStringLiteral("block on"));
@@ -234,7 +234,7 @@ TEST_F(McubootRoad, WaitsForAPortThatCannotBeOpenedYet)
 
 // ---- Updates that fail ----
 
-TEST_F(McubootRoad, ShowsAnErrorCodeInMidUploadAsFailedAndUpdatesTheUnitWhenItIsBack)
+TEST_F(McubootTransport, ShowsAnErrorCodeInMidUploadAsFailedAndUpdatesTheUnitWhenItIsBack)
 {
     ExpectUpdateFailsWith(QStringLiteral("fault error-in-upload 20 1 7"));
     EXPECT_EQ(unit_->Journal().last(),
@@ -243,14 +243,14 @@ TEST_F(McubootRoad, ShowsAnErrorCodeInMidUploadAsFailedAndUpdatesTheUnitWhenItIs
     UpdateToTheEnd();
 }
 
-TEST_F(McubootRoad, ShowsAUnitThatIsPulledOutInMidUploadAsFailedAndLivesOn)
+TEST_F(McubootTransport, ShowsAUnitThatIsPulledOutInMidUploadAsFailedAndLivesOn)
 {
     ExpectUpdateFailsWith(QStringLiteral("fault vanish-in-write 20"));
     Replug();
     UpdateToTheEnd();
 }
 
-TEST_F(McubootRoad, ShowsAMissingImageAsFailed)
+TEST_F(McubootTransport, ShowsAMissingImageAsFailed)
 {
     ASSERT_TRUE(QFile::remove(bundle_.FirmwarePath()));
     Start();
@@ -261,11 +261,12 @@ TEST_F(McubootRoad, ShowsAMissingImageAsFailed)
 }
 
 struct UploadFault {
-    const char* name;
-    const char* command;
+    char const* name;
+    char const* command;
 };
 
-class EveryUploadFault : public McubootRoad, public testing::WithParamInterface<UploadFault> {};
+class EveryUploadFault : public McubootTransport,
+                         public testing::WithParamInterface<UploadFault> {};
 
 TEST_P(EveryUploadFault, FailsTheUpdateWithoutARestart)
 {
@@ -276,7 +277,7 @@ TEST_P(EveryUploadFault, FailsTheUpdateWithoutARestart)
 // An answer that is too late comes after twice the time-out, which is counted in waits of 3 ms: a
 // busy machine makes each of them longer.
 INSTANTIATE_TEST_SUITE_P(
-    McubootRoad, EveryUploadFault,
+    McubootTransport, EveryUploadFault,
     testing::Values(UploadFault{"WrongCheckValue", "fault wrong-check-value 20 1 1"},
                     UploadFault{"WrongLength", "fault wrong-count 20 1 4096"},
                     UploadFault{"HalfAnAnswer", "fault cut-answer 20 1 20"},

@@ -24,7 +24,7 @@ inline bool IsUpdating(Screen const& screen)
     return screen.button == QLatin1String("UPDATING") && screen.style == ButtonStyle::Ready;
 }
 
-// On the road whose tool erases first.
+// On the transport whose tool erases first.
 inline bool IsErasing(Screen const& screen)
 {
     return IsUpdating(screen) && screen.format == QLatin1String("Erasing");
@@ -35,7 +35,7 @@ inline bool IsDone(Screen const& screen)
     return screen == Screen{QStringLiteral("DONE"), ButtonStyle::Ready, 100, QStringLiteral("%p%")};
 }
 
-// On the road whose bar never shows a percentage.
+// On the transport whose bar never shows a percentage.
 inline bool IsDoneWithoutText(Screen const& screen)
 {
     return screen == Screen{QStringLiteral("DONE"), ButtonStyle::Ready, 100, QString()};

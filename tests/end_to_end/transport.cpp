@@ -28,36 +28,36 @@ QStringList GetUpdateEvents(QByteArray const& log)
 
 }  // namespace
 
-void Road::Start(QStringList const& unit_options)
+void Transport::Start(QStringList const& unit_options)
 {
     PlugIn(unit_options);
     StartProgram();
 }
 
-void Road::PlugIn(QStringList const& unit_options)
+void Transport::PlugIn(QStringList const& unit_options)
 {
     // Later options replace earlier ones, so a test may ask for another unit.
     unit_ = std::make_unique<UnitProcess>(UnitOptions() + unit_options);
 }
 
-void Road::StartProgram()
+void Transport::StartProgram()
 {
     program_ = std::make_unique<Program>(bundle_, Environment());
 }
 
-void Road::StartUpdate()
+void Transport::StartUpdate()
 {
     ExpectScreen(IsReady);
     program_->PressUpdate();
 }
 
-void Road::UpdateToTheEnd()
+void Transport::UpdateToTheEnd()
 {
     StartUpdate();
     ExpectUpdateEnds();
 }
 
-void Road::ExpectUpdateEnds()
+void Transport::ExpectUpdateEnds()
 {
     ExpectScreen([this](Screen const& screen) { return IsDoneScreen(screen); },
                  std::chrono::seconds(60));
@@ -65,7 +65,7 @@ void Road::ExpectUpdateEnds()
     ExpectOneOutcomeEach(QStringLiteral("succeeded"));
 }
 
-void Road::ExpectOneOutcomeEach(QString const& outcome)
+void Transport::ExpectOneOutcomeEach(QString const& outcome)
 {
     auto const started = QStringLiteral("started");
     auto const events = GetUpdateEvents(program_->ReadLog());
@@ -74,7 +74,7 @@ void Road::ExpectOneOutcomeEach(QString const& outcome)
         << events.join(QLatin1Char(' ')).toStdString();
 }
 
-void Road::ExpectUpdateFailsWith(QString const& fault, QStringList const& unit_options)
+void Transport::ExpectUpdateFailsWith(QString const& fault, QStringList const& unit_options)
 {
     Start(unit_options);
     ExpectScreen(IsReady);
@@ -85,7 +85,7 @@ void Road::ExpectUpdateFailsWith(QString const& fault, QStringList const& unit_o
     ExpectOneOutcomeEach(QStringLiteral("failed"));
 }
 
-void Road::Replug()
+void Transport::Replug()
 {
     unit_->Command(QStringLiteral("clear-faults"));
     unit_->Command(QStringLiteral("unplug"));
@@ -94,7 +94,7 @@ void Road::Replug()
     unit_->Command(QStringLiteral("plug"));
 }
 
-void Road::ExpectScreen(Condition const& condition, std::chrono::milliseconds limit)
+void Transport::ExpectScreen(Condition const& condition, std::chrono::milliseconds limit)
 {
     auto const seen = program_->WaitFor(condition, limit);
     if (!seen) {
@@ -105,13 +105,13 @@ void Road::ExpectScreen(Condition const& condition, std::chrono::milliseconds li
                       << ", picture: " << PicturePath().toStdString();
 }
 
-void Road::ExpectScreenStays(Condition const& condition, std::chrono::milliseconds time)
+void Transport::ExpectScreenStays(Condition const& condition, std::chrono::milliseconds time)
 {
     ASSERT_FALSE(program_->WaitFor([&](Screen const& screen) { return !condition(screen); }, time))
         << "changed to: " << *program_->LastScreen();
 }
 
-qsizetype Road::CountInJournal(QString const& word)
+qsizetype Transport::CountInJournal(QString const& word)
 {
     return unit_->Journal().filter(word).size();
 }

@@ -1,4 +1,4 @@
-// One update over any road: a bundle, a simulated unit and the program between them.
+// One update over any transport: a bundle, a simulated unit and the program between them.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,12 +12,12 @@
 #include "tests/end_to_end/test_bundle.h"
 #include "tests/support/unit_process.h"
 
-class Road : public testing::Test {
+class Transport : public testing::Test {
 protected:
     using Condition = std::function<bool(Screen const&)>;
 
-    // `staged_bundle`: the demonstration of this road.
-    explicit Road(QString const& staged_bundle) : bundle_(staged_bundle) {}
+    // `staged_bundle`: the demonstration of this transport.
+    explicit Transport(QString const& staged_bundle) : bundle_(staged_bundle) {}
 
     // What makes simulated_unit a unit that the bundle's firmware is meant for.
     virtual QStringList UnitOptions() const = 0;
@@ -47,7 +47,7 @@ protected:
     // fail, and the program live on.
     void ExpectUpdateFailsWith(QString const& fault, QStringList const& unit_options = {});
 
-    // Pulls the unit out, puts it back into its loader and plugs it in again.
+    // Pulls the unit out, puts it back into its bootloader and plugs it in again.
     void Replug();
 
     void ExpectScreen(Condition const& condition,

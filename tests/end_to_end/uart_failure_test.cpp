@@ -1,5 +1,5 @@
-// Updates over the UART road that must not happen or go wrong: what the customer then sees, what
-// the unit was asked, and that the program lives on.
+// Updates over the UART transport that must not happen or go wrong: what the customer then sees,
+// what the unit was asked, and that the program lives on.
 
 #include <QFile>
 #include <algorithm>
@@ -13,7 +13,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-class UartFailure : public UartRoad {
+class UartFailure : public UartTransport {
 protected:
     void ExpectUpdateFailsBeforeTheErase()
     {

@@ -16,9 +16,9 @@ QByteArray GetExpectedFlash(QByteArray image)
 
 }  // namespace
 
-UartRoad::UartRoad() : Road(QStringLiteral(FW_STAGED_BUNDLE)) {}
+UartTransport::UartTransport() : Transport(QStringLiteral(FW_STAGED_BUNDLE)) {}
 
-QStringList UartRoad::UnitOptions() const
+QStringList UartTransport::UnitOptions() const
 {
     auto const hex = [](uint32_t value) { return QStringLiteral("0x%1").arg(value, 0, 16); };
     QSettings const settings(bundle_.ConfigPath(), QSettings::IniFormat);
@@ -29,7 +29,7 @@ QStringList UartRoad::UnitOptions() const
         QStringLiteral("--boot-mode-address"), hex(Config().boot_mode_address)};
 }
 
-void UartRoad::ExpectUnitHoldsImage()
+void UartTransport::ExpectUnitHoldsImage()
 {
     auto const config = Config();
     auto const expected = GetExpectedFlash(bundle_.ReadFirmware());
@@ -39,13 +39,13 @@ void UartRoad::ExpectUnitHoldsImage()
     EXPECT_EQ(unit_->Status(QStringLiteral("jump")).toUInt(nullptr, 0), config.start_address);
 }
 
-void UartRoad::ExpectNothingErasedOrWritten()
+void UartTransport::ExpectNothingErasedOrWritten()
 {
     EXPECT_EQ(CountInJournal(QStringLiteral("erase")), 0);
     EXPECT_EQ(CountInJournal(QStringLiteral("write")), 0);
 }
 
-UartConfig UartRoad::Config() const
+UartConfig UartTransport::Config() const
 {
     return ReadUartConfig(QSettings(bundle_.ConfigPath(), QSettings::IniFormat));
 }

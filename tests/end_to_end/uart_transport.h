@@ -1,12 +1,12 @@
-// One update over the UART road.
+// One update over the UART transport.
 #pragma once
 
 #include "config/startup_config.h"
 #include "tests/end_to_end/transport.h"
 
-class UartRoad : public Road {
+class UartTransport : public Transport {
 protected:
-    UartRoad();
+    UartTransport();
 
     QStringList UnitOptions() const override;
     bool IsDoneScreen(Screen const& screen) const override { return IsDone(screen); }

@@ -1,5 +1,5 @@
-// Whole updates over the UART road that end well, seen from outside: the staged program, its window
-// on a screen, a simulated unit on a serial port.
+// Whole updates over the UART transport that end well, seen from outside: the staged program, its
+// window on a screen, a simulated unit on a serial port.
 
 #include <fmt/format.h>
 
@@ -17,9 +17,9 @@ qsizetype IndexOfFirst(QStringList const& journal, QString const& command)
     return journal.indexOf(QRegularExpression(command + QStringLiteral(".*")));
 }
 
-using Chip = std::tuple<const char*, const char*>;
+using Chip = std::tuple<char const*, char const*>;
 
-class EveryChip : public UartRoad, public testing::WithParamInterface<Chip> {};
+class EveryChip : public UartTransport, public testing::WithParamInterface<Chip> {};
 
 TEST_P(EveryChip, IsFoundVerifiedWrittenAndStarted)
 {
@@ -48,7 +48,7 @@ INSTANTIATE_TEST_SUITE_P(UartUpdate, EveryChip,
                                     std::get<1>(chip.param);
                          });
 
-using UartUpdate = UartRoad;
+using UartUpdate = UartTransport;
 
 TEST_F(UartUpdate, ShowsWaitingThenReadyThenThePercentageThenDone)
 {

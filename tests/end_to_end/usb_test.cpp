@@ -1,5 +1,5 @@
-// Updates over the USB road, seen from outside: the staged program, its window on a screen, the
-// installed dfu-util and a simulated unit.
+// Updates over the USB transport, seen from outside: the staged program, its window on a screen,
+// the installed dfu-util and a simulated unit.
 //
 // The program takes any exit code of the tool for success; only a tool that is killed counts as
 // failed. What the window then says is what it says, right or wrong; what the unit was asked is
@@ -29,7 +29,7 @@ QByteArray MakeOtpCopy()
 
 // ---- Updates that end well ----
 
-TEST_F(UsbRoad, ShowsWaitingReadyErasingThePercentageAndDone)
+TEST_F(UsbTransport, ShowsWaitingReadyErasingThePercentageAndDone)
 {
     Start({QStringLiteral("--units"), QStringLiteral("0"), QStringLiteral("--real-times")});
     ExpectScreen(IsWaiting);
@@ -42,7 +42,7 @@ TEST_F(UsbRoad, ShowsWaitingReadyErasingThePercentageAndDone)
     EXPECT_FALSE(QFile::exists(OtpCopyPath()));
 }
 
-TEST_F(UsbRoad, ErasesEachPageOnceAndWritesEachBlockOnce)
+TEST_F(UsbTransport, ErasesEachPageOnceAndWritesEachBlockOnce)
 {
     Start();
     UpdateToTheEnd();
@@ -53,7 +53,7 @@ TEST_F(UsbRoad, ErasesEachPageOnceAndWritesEachBlockOnce)
     EXPECT_EQ(unit_->Journal().last(), QStringLiteral("leave 0x08000000 ack"));
 }
 
-TEST_F(UsbRoad, LeavesErasingBesideDoneWhenTheToolIsDoneBeforeTheFirstLook)
+TEST_F(UsbTransport, LeavesErasingBesideDoneWhenTheToolIsDoneBeforeTheFirstLook)
 {
     bundle_.WriteFirmware(QByteArray(3000, '\x5A'));
     Start();
@@ -62,7 +62,7 @@ TEST_F(UsbRoad, LeavesErasingBesideDoneWhenTheToolIsDoneBeforeTheFirstLook)
               (Screen{QStringLiteral("DONE"), ButtonStyle::Ready, 100, QStringLiteral("Erasing")}));
 }
 
-TEST_F(UsbRoad, WritesAnyModelWhenTheFirmwareIsForService)
+TEST_F(UsbTransport, WritesAnyModelWhenTheFirmwareIsForService)
 {
     bundle_.SetKey(QStringLiteral("fw_target_type"), QStringLiteral("service"));
     Start({QStringLiteral("--model-id"), QStringLiteral("222")});
@@ -70,7 +70,7 @@ TEST_F(UsbRoad, WritesAnyModelWhenTheFirmwareIsForService)
     EXPECT_EQ(CountInJournal(QStringLiteral("read")), 0);
 }
 
-TEST_F(UsbRoad, FindsAUnitThatIsPluggedInLater)
+TEST_F(UsbTransport, FindsAUnitThatIsPluggedInLater)
 {
     Start({QStringLiteral("--units"), QStringLiteral("0")});
     ExpectScreen(IsWaiting);
@@ -79,7 +79,7 @@ TEST_F(UsbRoad, FindsAUnitThatIsPluggedInLater)
     UpdateToTheEnd();
 }
 
-TEST_F(UsbRoad, WaitsForAUnitThatIsSlowToErase)
+TEST_F(UsbTransport, WaitsForAUnitThatIsSlowToErase)
 {
     Start();
     ExpectScreen(IsReady);
@@ -90,7 +90,7 @@ TEST_F(UsbRoad, WaitsForAUnitThatIsSlowToErase)
     ExpectUpdateEnds();
 }
 
-TEST_F(UsbRoad, KeepsTheProgramAliveUntilTheToolHasWrittenEverythingWhenItsWindowIsClosed)
+TEST_F(UsbTransport, KeepsTheProgramAliveUntilTheToolHasWrittenEverythingWhenItsWindowIsClosed)
 {
     Start({QStringLiteral("--real-times")});
     ExpectScreen(IsReady);
@@ -102,14 +102,14 @@ TEST_F(UsbRoad, KeepsTheProgramAliveUntilTheToolHasWrittenEverythingWhenItsWindo
 
     EXPECT_TRUE(program_->WaitForWindowToGo());
     EXPECT_TRUE(program_->IsRunning());
-    ExpectUnitIsStillInItsLoader();
+    ExpectUnitIsStillInItsBootloader();
     EXPECT_EQ(program_->WaitForExit(60s), 0);
     ExpectUnitHoldsImage();
 }
 
 // ---- Units that are not updated ----
 
-TEST_F(UsbRoad, RefusesAnotherModelAndNeverStartsADownload)
+TEST_F(UsbTransport, RefusesAnotherModelAndNeverStartsADownload)
 {
     Start({QStringLiteral("--model-id"), QStringLiteral("222")});
     ExpectScreen(IsRefused);
@@ -118,14 +118,14 @@ TEST_F(UsbRoad, RefusesAnotherModelAndNeverStartsADownload)
     EXPECT_EQ(CountInJournal(QStringLiteral("read 0x1fff7000 1024 ack")), 1);
 }
 
-TEST_F(UsbRoad, RefusesAUnitWithoutAModel)
+TEST_F(UsbTransport, RefusesAUnitWithoutAModel)
 {
     Start({QStringLiteral("--model-id"), QStringLiteral("none")});
     ExpectScreen(IsRefused);
     ExpectNothingErasedOrWritten();
 }
 
-TEST_F(UsbRoad, RefusesAUnitThatDoesNotAnswerWhateverAnEarlierRunHasLeft)
+TEST_F(UsbTransport, RefusesAUnitThatDoesNotAnswerWhateverAnEarlierRunHasLeft)
 {
     QFile otp_copy(OtpCopyPath());
     ASSERT_TRUE(otp_copy.open(QIODevice::WriteOnly) && otp_copy.write(MakeOtpCopy()) == 1024);
@@ -138,7 +138,7 @@ TEST_F(UsbRoad, RefusesAUnitThatDoesNotAnswerWhateverAnEarlierRunHasLeft)
     EXPECT_EQ(unit_->Journal(), QStringList());
 }
 
-TEST_F(UsbRoad, ConnectsToNoneOfTwoUnitsAndKeepsLookingUntilThereIsOne)
+TEST_F(UsbTransport, ConnectsToNoneOfTwoUnitsAndKeepsLookingUntilThereIsOne)
 {
     Start({QStringLiteral("--units"), QStringLiteral("2")});
     ExpectScreen(IsWaiting);
@@ -148,7 +148,7 @@ TEST_F(UsbRoad, ConnectsToNoneOfTwoUnitsAndKeepsLookingUntilThereIsOne)
     UpdateToTheEnd();
 }
 
-TEST_F(UsbRoad, WaitsWhileOnlyADfuDeviceOfAnotherMakerIsThere)
+TEST_F(UsbTransport, WaitsWhileOnlyADfuDeviceOfAnotherVendorIsThere)
 {
     Start({QStringLiteral("--foreign-unit"), QStringLiteral("1")});
     ExpectScreen(IsWaiting);
@@ -156,9 +156,9 @@ TEST_F(UsbRoad, WaitsWhileOnlyADfuDeviceOfAnotherMakerIsThere)
     EXPECT_EQ(unit_->Journal(), QStringList());
 }
 
-// The installed tool's filter for ids does not tell devices apart that are in their loader: it
+// The installed tool's filter for ids does not tell devices apart that are in their bootloader: it
 // touches none of several.
-TEST_F(UsbRoad, RefusesAUnitBesideADfuDeviceOfAnotherMakerAndTouchesNeither)
+TEST_F(UsbTransport, RefusesAUnitBesideADfuDeviceOfAnotherVendorAndTouchesNeither)
 {
     Start({QStringLiteral("--units"), QStringLiteral("2"), QStringLiteral("--foreign-unit"),
            QStringLiteral("2")});
@@ -166,7 +166,7 @@ TEST_F(UsbRoad, RefusesAUnitBesideADfuDeviceOfAnotherMakerAndTouchesNeither)
     ExpectNoCommandToEitherUnit();
 }
 
-TEST_F(UsbRoad, WritesToNeitherWhenADfuDeviceOfAnotherMakerComesBeforeTheDownload)
+TEST_F(UsbTransport, WritesToNeitherWhenADfuDeviceOfAnotherVendorComesBeforeTheDownload)
 {
     Start({QStringLiteral("--foreign-unit"), QStringLiteral("2")});
     ExpectScreen(IsReady);
@@ -178,7 +178,7 @@ TEST_F(UsbRoad, WritesToNeitherWhenADfuDeviceOfAnotherMakerComesBeforeTheDownloa
     EXPECT_EQ(unit_->Journal(), QStringList());
 }
 
-TEST_F(UsbRoad, WaitsForTheRightToOpenTheUnit)
+TEST_F(UsbTransport, WaitsForTheRightToOpenTheUnit)
 {
     PlugIn();
     unit_->Command(QStringLiteral("block on"));
@@ -190,7 +190,7 @@ TEST_F(UsbRoad, WaitsForTheRightToOpenTheUnit)
     UpdateToTheEnd();
 }
 
-TEST_F(UsbRoad, WaitsWhenTheBundleHasNoTool)
+TEST_F(UsbTransport, WaitsWhenTheBundleHasNoTool)
 {
     ASSERT_TRUE(QFile::remove(bundle_.DfuUtil()));
     Start();
@@ -201,7 +201,7 @@ TEST_F(UsbRoad, WaitsWhenTheBundleHasNoTool)
 
 // ---- Updates that fail ----
 
-TEST_F(UsbRoad, ShowsAToolThatIsKilledWhileItWritesAsFailedAndLivesOn)
+TEST_F(UsbTransport, ShowsAToolThatIsKilledWhileItWritesAsFailedAndLivesOn)
 {
     Start({QStringLiteral("--real-times")});
     StartUpdate();
@@ -209,11 +209,11 @@ TEST_F(UsbRoad, ShowsAToolThatIsKilledWhileItWritesAsFailedAndLivesOn)
     ASSERT_TRUE(program_->KillTool("dfu-util"));
     ExpectScreen(IsFailed);
     EXPECT_TRUE(program_->IsRunning());
-    ExpectUnitIsStillInItsLoader();
+    ExpectUnitIsStillInItsBootloader();
     EXPECT_GT(CountInJournal(QStringLiteral("write")), 0);
 }
 
-TEST_F(UsbRoad, ShowsAToolThatIsKilledWhileItErasesAsFailed)
+TEST_F(UsbTransport, ShowsAToolThatIsKilledWhileItErasesAsFailed)
 {
     Start();
     ExpectScreen(IsReady);
@@ -227,10 +227,10 @@ TEST_F(UsbRoad, ShowsAToolThatIsKilledWhileItErasesAsFailed)
     EXPECT_EQ(CountInJournal(QStringLiteral("write")), 0);
     // At the next look the bar is filled, beside the error text.
     ExpectScreen([](Screen const& screen) { return IsFailed(screen) && screen.progress == 100; });
-    ExpectUnitIsStillInItsLoader();
+    ExpectUnitIsStillInItsBootloader();
 }
 
-TEST_F(UsbRoad, StaysErasingWhenTheToolIsGoneBeforeTheDownloadAndCanBeClosed)
+TEST_F(UsbTransport, StaysErasingWhenTheToolIsGoneBeforeTheDownloadAndCanBeClosed)
 {
     Start();
     ExpectScreen(IsReady);
@@ -243,7 +243,7 @@ TEST_F(UsbRoad, StaysErasingWhenTheToolIsGoneBeforeTheDownloadAndCanBeClosed)
     EXPECT_EQ(program_->WaitForExit(), 0);
 }
 
-TEST_F(UsbRoad, StaysUpdatingAsLongAsAUnitSaysThatItIsBusyAndEndsWhenItIsPulledOut)
+TEST_F(UsbTransport, StaysUpdatingAsLongAsAUnitSaysThatItIsBusyAndEndsWhenItIsPulledOut)
 {
     Start();
     ExpectScreen(IsReady);
@@ -253,10 +253,10 @@ TEST_F(UsbRoad, StaysUpdatingAsLongAsAUnitSaysThatItIsBusyAndEndsWhenItIsPulledO
     ExpectScreenStays(IsUpdating, 4s);
     unit_->Command(QStringLiteral("unplug"));
     ExpectScreen([this](Screen const& screen) { return IsDoneScreen(screen); });
-    ExpectUnitIsStillInItsLoader();
+    ExpectUnitIsStillInItsBootloader();
 }
 
-TEST_F(UsbRoad, SaysDoneWhenTheUnitIsPulledOutBeforeTheDownloadBecauseTheToolEndsByItself)
+TEST_F(UsbTransport, SaysDoneWhenTheUnitIsPulledOutBeforeTheDownloadBecauseTheToolEndsByItself)
 {
     Start();
     ExpectScreen(IsReady);
@@ -267,7 +267,7 @@ TEST_F(UsbRoad, SaysDoneWhenTheUnitIsPulledOutBeforeTheDownloadBecauseTheToolEnd
     EXPECT_TRUE(program_->IsRunning());
 }
 
-TEST_F(UsbRoad, SaysDoneForAMissingImageBecauseTheToolEndsByItself)
+TEST_F(UsbTransport, SaysDoneForAMissingImageBecauseTheToolEndsByItself)
 {
     ASSERT_TRUE(QFile::remove(bundle_.FirmwarePath()));
     Start();
@@ -277,13 +277,14 @@ TEST_F(UsbRoad, SaysDoneForAMissingImageBecauseTheToolEndsByItself)
 }
 
 struct DownloadFault {
-    const char* name;
-    const char* command;
+    char const* name;
+    char const* command;
 };
 
-class EveryDownloadFault : public UsbRoad, public testing::WithParamInterface<DownloadFault> {};
+class EveryDownloadFault : public UsbTransport,
+                           public testing::WithParamInterface<DownloadFault> {};
 
-TEST_P(EveryDownloadFault, EndsTheToolByItselfWithTheUnitStillInItsLoader)
+TEST_P(EveryDownloadFault, EndsTheToolByItselfWithTheUnitStillInItsBootloader)
 {
     Start();
     ExpectScreen(IsReady);
@@ -292,7 +293,7 @@ TEST_P(EveryDownloadFault, EndsTheToolByItselfWithTheUnitStillInItsLoader)
     ExpectScreen([this](Screen const& screen) { return IsDoneScreen(screen); });
     EXPECT_TRUE(program_->IsRunning());
     EXPECT_EQ(unit_->Status(QStringLiteral("fault-strikes")), QStringLiteral("1"));
-    ExpectUnitIsStillInItsLoader();
+    ExpectUnitIsStillInItsBootloader();
 
     // A new start of the program finds the unit again and writes it whole.
     program_.reset();
@@ -302,7 +303,7 @@ TEST_P(EveryDownloadFault, EndsTheToolByItselfWithTheUnitStillInItsLoader)
     UpdateToTheEnd();
 }
 
-INSTANTIATE_TEST_SUITE_P(UsbRoad, EveryDownloadFault,
+INSTANTIATE_TEST_SUITE_P(UsbTransport, EveryDownloadFault,
                          testing::Values(DownloadFault{"VanishInErase", "fault vanish-in-erase 60"},
                                          DownloadFault{"VanishInWrite", "fault vanish-in-write 60"},
                                          DownloadFault{"ErrErase", "fault error-in-erase 60 1 4"},

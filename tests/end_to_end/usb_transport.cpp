@@ -2,9 +2,9 @@
 
 #include <QSettings>
 
-UsbRoad::UsbRoad() : Road(QStringLiteral(FW_STAGED_USB_BUNDLE)) {}
+UsbTransport::UsbTransport() : Transport(QStringLiteral(FW_STAGED_USB_BUNDLE)) {}
 
-QStringList UsbRoad::UnitOptions() const
+QStringList UsbTransport::UnitOptions() const
 {
     QSettings const settings(bundle_.ConfigPath(), QSettings::IniFormat);
     auto const config = Config();
@@ -14,12 +14,12 @@ QStringList UsbRoad::UnitOptions() const
             QStringLiteral("--otp-size"),    QString::number(config.otp_size)};
 }
 
-bool UsbRoad::IsDoneScreen(Screen const& screen) const
+bool UsbTransport::IsDoneScreen(Screen const& screen) const
 {
     return screen.button == QLatin1String("DONE") && screen.progress == 100;
 }
 
-void UsbRoad::ExpectUnitHoldsImage()
+void UsbTransport::ExpectUnitHoldsImage()
 {
     auto const image = bundle_.ReadFirmware();
     EXPECT_EQ(unit_->ReadMemory(Config().programming_address, image.size()), image);
@@ -29,26 +29,26 @@ void UsbRoad::ExpectUnitHoldsImage()
     EXPECT_EQ(unit_->Status(QStringLiteral("over-unerased")), QStringLiteral("0"));
 }
 
-QProcessEnvironment UsbRoad::Environment() const
+QProcessEnvironment UsbTransport::Environment() const
 {
-    auto environment = Road::Environment();
+    auto environment = Transport::Environment();
     environment.insert(QStringLiteral("TMPDIR"), temporary_.path());
     return environment;
 }
 
-QString UsbRoad::OtpCopyPath() const
+QString UsbTransport::OtpCopyPath() const
 {
     return temporary_.filePath(QStringLiteral("kelvane_otp.bin"));
 }
 
-void UsbRoad::ExpectNothingErasedOrWritten()
+void UsbTransport::ExpectNothingErasedOrWritten()
 {
     EXPECT_EQ(CountInJournal(QStringLiteral("erase")), 0);
     EXPECT_EQ(CountInJournal(QStringLiteral("write")), 0);
     EXPECT_EQ(CountInJournal(QStringLiteral("leave")), 0);
 }
 
-void UsbRoad::ExpectNoCommandToEitherUnit()
+void UsbTransport::ExpectNoCommandToEitherUnit()
 {
     for (auto const* select : {"unit 1", "unit 2"}) {
         unit_->Command(QString::fromLatin1(select));
@@ -56,13 +56,13 @@ void UsbRoad::ExpectNoCommandToEitherUnit()
     }
 }
 
-void UsbRoad::ExpectUnitIsStillInItsLoader()
+void UsbTransport::ExpectUnitIsStillInItsBootloader()
 {
     EXPECT_EQ(CountInJournal(QStringLiteral("leave")), 0);
     EXPECT_EQ(unit_->Status(QStringLiteral("state")), QStringLiteral("bootloader"));
 }
 
-UsbConfig UsbRoad::Config() const
+UsbConfig UsbTransport::Config() const
 {
     return ReadUsbConfig(QSettings(bundle_.ConfigPath(), QSettings::IniFormat));
 }

@@ -1,4 +1,4 @@
-// One update over the USB road: the dfu-util that is installed on this machine writes to a
+// One update over the USB transport: the dfu-util that is installed on this machine writes to a
 // simulated unit on a simulated bus.
 #pragma once
 
@@ -7,9 +7,9 @@
 #include "config/startup_config.h"
 #include "tests/end_to_end/transport.h"
 
-class UsbRoad : public Road {
+class UsbTransport : public Transport {
 protected:
-    UsbRoad();
+    UsbTransport();
 
     QStringList UnitOptions() const override;
     // Whatever the bar's text: a tool that is done before the program's first look at its output
@@ -24,7 +24,7 @@ protected:
     // Selects the second of two units.
     void ExpectNoCommandToEitherUnit();
     // No download came to its end.
-    void ExpectUnitIsStillInItsLoader();
+    void ExpectUnitIsStillInItsBootloader();
     UsbConfig Config() const;
 
 private:

@@ -16,17 +16,17 @@ constexpr QRect kBarRect(148, 400, 477, 40);
 class NoUpdater : public FirmwareUpdaterBase {
 public:
     NoUpdater() : FirmwareUpdaterBase(nullptr) {}
-    bool connect(const QString& /*port_name*/) override { return false; }
+    bool connect(QString const& /*port_name*/) override { return false; }
     void disconnect() override {}
-    bool upload(const QString& /*path*/, std::function<void(int)> /*progress*/) override
+    bool upload(QString const& /*path*/, std::function<void(int)> /*progress*/) override
     {
         return false;
     }
     void reset() override {}
-    bool verifyDeviceId(const QList<uint8_t>& /*device_ids*/) override { return false; }
+    bool verifyDeviceId(QList<uint8_t> const& /*device_ids*/) override { return false; }
     void onStartUpdate() override {}
-    void onConnectToDevice(const QString& /*port_name*/, QList<uint8_t> /*device_ids*/,
-                           const bool& /*verify*/) override
+    void onConnectToDevice(QString const& /*port_name*/, QList<uint8_t> /*device_ids*/,
+                           bool const& /*verify*/) override
     {}
     void onDisconnectDevice() override {}
 };

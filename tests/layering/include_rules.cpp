@@ -23,7 +23,7 @@ std::string TopFolder(std::string const& path)
 // Which folders each folder may include from, itself apart.
 std::optional<std::set<std::string>> FoldersBelow(std::string const& folder)
 {
-    static const std::map<std::string, std::set<std::string>> below{
+    static std::map<std::string, std::set<std::string>> const below{
         {"bundle_check", {"config", "modules", "mcuboot"}},
         {"config", {}},
         {"app", {"config", "updater", "modules", "mcuboot", "hal", "runtime"}},
@@ -34,13 +34,13 @@ std::optional<std::set<std::string>> FoldersBelow(std::string const& folder)
         {"runtime", {}},
         {"simulator", {}},
     };
-    const auto found = below.find(folder);
+    auto const found = below.find(folder);
     return found == below.end() ? std::nullopt : std::optional(found->second);
 }
 
 bool IsProjectInclude(std::string const& include)
 {
-    static const std::set<std::string> folders{"app",     "config",      "updater",   "modules",
+    static std::set<std::string> const folders{"app",     "config",      "updater",   "modules",
                                                "mcuboot", "hal",         "simulator", "runtime",
                                                "tests",   "bundle_check"};
     return include.find('/') != std::string::npos && folders.contains(TopFolder(include));
@@ -48,18 +48,18 @@ bool IsProjectInclude(std::string const& include)
 
 bool MayInclude(std::string const& path, std::string const& include)
 {
-    const auto own = TopFolder(path);
-    const auto other = TopFolder(include);
+    auto const own = TopFolder(path);
+    auto const other = TopFolder(include);
     if (own == "modules" && other == "hal") {
         return include == "hal/uart/i_uart_driver.h";
     }
-    const auto below = FoldersBelow(own);
+    auto const below = FoldersBelow(own);
     return own == other || !below || below->contains(other);
 }
 
 bool IsQt(std::string const& include)
 {
-    static const QRegularExpression qt(QStringLiteral("^Q[A-Za-z0-9]+(/[A-Za-z0-9_.]+)?$"));
+    static QRegularExpression const qt(QStringLiteral("^Q[A-Za-z0-9]+(/[A-Za-z0-9_.]+)?$"));
     return qt.match(QString::fromStdString(include)).hasMatch();
 }
 
@@ -71,27 +71,28 @@ bool IsSerialPort(std::string const& include)
 
 using IncludeMap = std::map<std::string, std::vector<std::string>>;
 
-// Walks depth first along `road` and collects the roads that come back to where they were.
-void Walk(IncludeMap const& includes, std::string const& path, std::vector<std::string>& road,
+// Walks depth first along `transport` and collects the transports that come back to where they
+// were.
+void Walk(IncludeMap const& includes, std::string const& path, std::vector<std::string>& transport,
           std::set<std::string>& done, std::vector<std::string>& circles)
 {
-    if (const auto seen = std::ranges::find(road, path); seen != road.end()) {
+    if (auto const seen = std::ranges::find(transport, path); seen != transport.end()) {
         std::string circle;
-        for (auto step = seen; step != road.end(); ++step) {
+        for (auto step = seen; step != transport.end(); ++step) {
             circle += *step + " -> ";
         }
         circles.push_back(circle + path);
         return;
     }
-    const auto found = includes.find(path);
+    auto const found = includes.find(path);
     if (found == includes.end() || done.contains(path)) {
         return;
     }
-    road.push_back(path);
+    transport.push_back(path);
     for (auto const& include : found->second) {
-        Walk(includes, include, road, done, circles);
+        Walk(includes, include, transport, done, circles);
     }
-    road.pop_back();
+    transport.pop_back();
     done.insert(path);
 }
 
@@ -106,12 +107,12 @@ std::vector<SourceFile> ReadSources(std::filesystem::path const& root,
             continue;
         }
         for (auto const& entry : std::filesystem::recursive_directory_iterator(root / folder)) {
-            const auto extension = entry.path().extension();
+            auto const extension = entry.path().extension();
             if (extension != ".h" && extension != ".cpp") {
                 continue;
             }
             std::ifstream stream(entry.path());
-            const std::string text{std::istreambuf_iterator<char>(stream), {}};
+            std::string const text{std::istreambuf_iterator<char>(stream), {}};
             files.push_back({std::filesystem::relative(entry.path(), root).generic_string(),
                              FindIncludes(text), text});
         }
@@ -122,7 +123,7 @@ std::vector<SourceFile> ReadSources(std::filesystem::path const& root,
 
 std::vector<std::string> FindIncludes(std::string const& text)
 {
-    static const QRegularExpression pattern(
+    static QRegularExpression const pattern(
         QStringLiteral(R"(^[ \t]*#[ \t]*include[ \t]*[<"]([^>"\n]+)[>"])"),
         QRegularExpression::MultilineOption);
     std::vector<std::string> includes;
@@ -153,10 +154,10 @@ std::vector<std::string> FindCircles(std::vector<SourceFile> const& files)
         includes[file.path] = file.includes;
     }
     std::vector<std::string> circles;
-    std::vector<std::string> road;
+    std::vector<std::string> transport;
     std::set<std::string> done;
     for (auto const& file : files) {
-        Walk(includes, file.path, road, done, circles);
+        Walk(includes, file.path, transport, done, circles);
     }
     return circles;
 }
@@ -167,10 +168,10 @@ std::vector<std::string> FindForbiddenQt(
 {
     std::vector<std::string> offences;
     for (auto const& file : files) {
-        const bool owns_port =
+        bool const owns_port =
             std::ranges::find(kSerialPortOwners, file.path) != std::end(kSerialPortOwners);
         for (auto const& include : file.includes) {
-            const bool allowed = IsSerialPort(include)
+            bool const allowed = IsSerialPort(include)
                                      ? owns_port
                                      : TopFolder(file.path) == "app" || is_core_header(include);
             if (IsQt(include) && !allowed) {
@@ -183,7 +184,7 @@ std::vector<std::string> FindForbiddenQt(
 
 std::vector<std::string> FindStraySettings(std::vector<SourceFile> const& files)
 {
-    static const QRegularExpression read(
+    static QRegularExpression const read(
         QStringLiteral(R"(settings_?\s*(\.|->)\s*(value|contains|allKeys)\b)"),
         QRegularExpression::CaseInsensitiveOption);
     std::vector<std::string> offences;

@@ -71,7 +71,7 @@ TEST(Circles, AreFoundWhereverTheyBegin)
     EXPECT_THAT(FindCircles({{"a.h", {"a.h"}, ""}}), ElementsAre("a.h -> a.h"));
 }
 
-TEST(Circles, AreNotTwoRoadsToOneHeader)
+TEST(Circles, AreNotTwoTransportsToOneHeader)
 {
     EXPECT_THAT(FindCircles({{"a.h", {"b.h", "c.h"}, ""},
                              {"b.h", {"d.h"}, ""},
@@ -102,7 +102,7 @@ TEST(ForbiddenQt, IsTheSerialPortButInTheFilesThatOwnOne)
 
 TEST(StraySettings, AreReadsOutsideTheOneFile)
 {
-    const std::string read = "auto x = settings\n    .value(key);";
+    std::string const read = "auto x = settings\n    .value(key);";
     EXPECT_THAT(FindStraySettings({{"app/main.cpp", {}, read}}),
                 ElementsAre("app/main.cpp reads settings"));
     EXPECT_THAT(FindStraySettings({{"app/main.cpp", {}, "settings_->contains(key)"}}),

@@ -13,7 +13,7 @@ namespace {
 
 std::vector<SourceFile> const& Sources()
 {
-    static const auto sources = ReadSources(
+    static auto const sources = ReadSources(
         FW_SOURCE_DIR, {"app", "config", "updater", "modules", "mcuboot", "hal", "runtime"});
     return sources;
 }
@@ -21,12 +21,12 @@ std::vector<SourceFile> const& Sources()
 bool IsCoreHeader(std::string const& include)
 {
     constexpr std::string_view folder = "QtCore/";
-    const auto name = include.starts_with(folder) ? include.substr(folder.size()) : include;
+    auto const name = include.starts_with(folder) ? include.substr(folder.size()) : include;
     return std::filesystem::exists(std::filesystem::path(FW_QT_CORE_DIR) / name);
 }
 
 // Every key that config.ini may have.
-constexpr const char* kKeys[] = {
+constexpr char const* kKeys[] = {
     "firmware_filename", "interface",    "start_address",     "programming_address",
     "otp_address",       "otp_size",     "boot_mode_address", "fw_target_type",
     "mcuboot_baud",      "product_list", "device_id_list",    "window_title",
@@ -48,7 +48,7 @@ TEST(ProtocolHeaders, CompileWithoutWidgetsAndSerialPortInReach)
 
 TEST(Layering, LooksAtAllSources)
 {
-    const auto has = [](std::string const& path) {
+    auto const has = [](std::string const& path) {
         return std::ranges::find(Sources(), path, &SourceFile::path) != Sources().end();
     };
 
@@ -87,7 +87,7 @@ TEST(Layering, TheSimulatorKnowsNothingOfTheProduct)
 
 TEST(Layering, TheBundleCheckerNeedsQtCoreAndTheReadingCodeOnly)
 {
-    const auto sources = ReadSources(FW_SOURCE_DIR, {"bundle_check"});
+    auto const sources = ReadSources(FW_SOURCE_DIR, {"bundle_check"});
     EXPECT_THAT(sources, testing::Not(IsEmpty()));
     EXPECT_THAT(FindUpwardIncludes(sources), IsEmpty());
     EXPECT_THAT(FindForbiddenQt(sources, IsCoreHeader), IsEmpty());
@@ -102,7 +102,7 @@ TEST(Layering, NothingElseNamesTheConfigurationsKeys)
 {
     for (auto const& file : Sources()) {
         for (auto const* key : kKeys) {
-            const auto literal = std::string("\"").append(key).append("\"");
+            auto const literal = std::string("\"").append(key).append("\"");
             EXPECT_TRUE(file.path.starts_with("config/") ||
                         file.text.find(literal) == std::string::npos)
                 << file.path << " names " << literal;

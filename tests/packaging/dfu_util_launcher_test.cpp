@@ -13,8 +13,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const auto kLauncher = QString::fromUtf8(FW_DFU_UTIL_LAUNCHER);
-const auto kSystemPath = u"/usr/bin:/bin"_s;
+auto const kLauncher = QString::fromUtf8(FW_DFU_UTIL_LAUNCHER);
+auto const kSystemPath = u"/usr/bin:/bin"_s;
 constexpr int kPatience = 15'000;  // milliseconds
 
 struct Ended {
@@ -33,7 +33,7 @@ Ended RunProgram(QString const& program, QString const& path, QStringList const&
     process.setProcessEnvironment(environment);
     process.start(program, arguments);
     EXPECT_TRUE(process.waitForStarted(kPatience));
-    const auto process_id = process.processId();
+    auto const process_id = process.processId();
     EXPECT_TRUE(process.waitForFinished(kPatience));
     return {process.exitStatus(), process.exitCode(), process.readAllStandardOutput(),
             process.readAllStandardError(), process_id};
@@ -76,7 +76,7 @@ protected:
 TEST_F(DfuUtilLauncher, HandsEverythingOnAsItIs)
 {
     MakeOldTool();
-    const QStringList arguments{u"-d"_s, u"0483:df11"_s,        u""_s,   u"a b  c"_s,
+    QStringList const arguments{u"-d"_s, u"0483:df11"_s,        u""_s,   u"a b  c"_s,
                                 u"*"_s,  u"$HOME `id` \"'\\"_s, u"-s"_s, u"0x1fff7000:4"_s,
                                 u"-U"_s, u"/Geräte/x y"_s};
 
@@ -97,7 +97,7 @@ TEST_F(DfuUtilLauncher, RunsTheToolOnceWhenNotAskedForAFastDownload)
 TEST_F(DfuUtilLauncher, KeepsFastForAToolThatKnowsIt)
 {
     MakeNewTool();
-    const QStringList download{u"-d"_s, u"0483:df11"_s, u"-a"_s,
+    QStringList const download{u"-d"_s, u"0483:df11"_s, u"-a"_s,
                                u"0"_s,  u"-s"_s,        u"0X08000000:fast:leave"_s,
                                u"-D"_s, u"fw.bin"_s};
 
@@ -110,7 +110,7 @@ TEST_F(DfuUtilLauncher, DropsFastForAToolThatDoesNotAndSaysSo)
 {
     MakeOldTool();
 
-    const auto ended = Launch({u"-d"_s, u"0483:df11"_s, u"-a"_s, u"0"_s, u"-s"_s,
+    auto const ended = Launch({u"-d"_s, u"0483:df11"_s, u"-a"_s, u"0"_s, u"-s"_s,
                                u"0X08000000:fast:leave"_s, u"-D"_s, u"fw.bin"_s});
 
     EXPECT_EQ(tool_.Arguments(),
@@ -137,7 +137,7 @@ TEST_F(DfuUtilLauncher, DropsFastWhereverTheAddressIsGiven)
 TEST_F(DfuUtilLauncher, DropsFastNowhereElse)
 {
     MakeOldTool();
-    for (const auto& arguments :
+    for (auto const& arguments :
          {QStringList{u"-s"_s, u"0x0:faster:breakfast:fast:leave"_s, u"-D"_s, u"/a:fast:b"_s},
           QStringList{u"-D"_s, u"0x0:fast"_s}, QStringList{u"-D"_s, u"fw:fast"_s},
           QStringList{u"-s"_s, u":fast"_s}}) {
@@ -151,7 +151,7 @@ TEST_F(DfuUtilLauncher, DropsFastNowhereElse)
 TEST_F(DfuUtilLauncher, BecomesTheTool)
 {
     MakeOldTool("echo printed; echo error >&2; exit 74\n");
-    const auto ended = Launch({u"-s"_s, u"0x0:fast"_s});
+    auto const ended = Launch({u"-s"_s, u"0x0:fast"_s});
 
     EXPECT_EQ(tool_.ProcessIds().last(), ended.process_id);
     EXPECT_EQ(ended.status, QProcess::NormalExit);
@@ -172,10 +172,10 @@ TEST_F(DfuUtilLauncher, PassesByItselfAndItsCopies)
     MakeOldTool();
     QTemporaryDir bundle;
     QTemporaryDir other_bundle;
-    const auto launcher = bundle.filePath(u"dfu-util"_s);
+    auto const launcher = bundle.filePath(u"dfu-util"_s);
     ASSERT_TRUE(QFile::copy(kLauncher, launcher));
     ASSERT_TRUE(QFile::copy(kLauncher, other_bundle.filePath(u"dfu-util"_s)));
-    const auto copies = bundle.path() + u':' + other_bundle.path() + u':';
+    auto const copies = bundle.path() + u':' + other_bundle.path() + u':';
 
     RunProgram(launcher, copies + tool_.FilePath({}) + u':' + kSystemPath, {u"-l"_s});
 
@@ -204,12 +204,12 @@ TEST_F(DfuUtilLauncher, PassesByWhatCannotBeRun)
 TEST_F(DfuUtilLauncher, IsKilledWhenThereIsNoTool)
 {
     QTemporaryDir programs;
-    for (const auto* program : {"cmp", "grep", "sed"}) {
-        const auto name = QString::fromLatin1(program);
+    for (auto const* program : {"cmp", "grep", "sed"}) {
+        auto const name = QString::fromLatin1(program);
         ASSERT_TRUE(QFile::link(u"/usr/bin/"_s + name, programs.filePath(name)));
     }
-    for (const auto& path : {programs.path(), u"/nowhere"_s, QString()}) {
-        const auto ended = RunProgram(kLauncher, path, {u"-l"_s});
+    for (auto const& path : {programs.path(), u"/nowhere"_s, QString()}) {
+        auto const ended = RunProgram(kLauncher, path, {u"-l"_s});
 
         EXPECT_EQ(ended.status, QProcess::CrashExit);
         EXPECT_TRUE(ended.errors.contains("no dfu-util in PATH")) << ended.errors.constData();
@@ -219,9 +219,9 @@ TEST_F(DfuUtilLauncher, IsKilledWhenThereIsNoTool)
 TEST_F(DfuUtilLauncher, TellsWhetherAToolAcceptsFast)
 {
     MakeNewTool();
-    const auto accepted = RunProgram(kLauncher, kSystemPath, {u"--accepts-fast"_s, tool_.Path()});
+    auto const accepted = RunProgram(kLauncher, kSystemPath, {u"--accepts-fast"_s, tool_.Path()});
     MakeOldTool();
-    const auto refused = RunProgram(kLauncher, kSystemPath, {u"--accepts-fast"_s, tool_.Path()});
+    auto const refused = RunProgram(kLauncher, kSystemPath, {u"--accepts-fast"_s, tool_.Path()});
 
     EXPECT_EQ(accepted.exit_code, 0);
     EXPECT_TRUE(accepted.output.contains(" accepts ")) << accepted.output.constData();
@@ -234,7 +234,7 @@ TEST_F(DfuUtilLauncher, TellsItOfTheInstalledToolWhenNoneIsNamed)
 {
     MakeNewTool();
 
-    const auto ended = Launch({u"--accepts-fast"_s});
+    auto const ended = Launch({u"--accepts-fast"_s});
 
     EXPECT_EQ(ended.exit_code, 0);
     EXPECT_TRUE(ended.output.startsWith(tool_.Path().toLocal8Bit()));
@@ -242,7 +242,7 @@ TEST_F(DfuUtilLauncher, TellsItOfTheInstalledToolWhenNoneIsNamed)
 
 TEST_F(DfuUtilLauncher, AcceptsNoToolThatCannotBeRun)
 {
-    const auto ended =
+    auto const ended =
         RunProgram(kLauncher, kSystemPath, {u"--accepts-fast"_s, u"/nowhere/dfu-util"_s});
 
     EXPECT_EQ(ended.status, QProcess::NormalExit);
@@ -252,13 +252,13 @@ TEST_F(DfuUtilLauncher, AcceptsNoToolThatCannotBeRun)
 
 TEST_F(DfuUtilLauncher, RefusesTheRealToolOfWhichItIsKnown)
 {
-    const auto version = RunProgram(kLauncher, kSystemPath, {u"--version"_s});
+    auto const version = RunProgram(kLauncher, kSystemPath, {u"--version"_s});
     ASSERT_EQ(version.exit_code, 0);
     if (!version.output.startsWith("dfu-util 0.11\n")) {
         GTEST_SKIP() << "another version: " << version.output.constData();
     }
 
-    const auto ended = RunProgram(kLauncher, kSystemPath, {u"--accepts-fast"_s});
+    auto const ended = RunProgram(kLauncher, kSystemPath, {u"--accepts-fast"_s});
 
     EXPECT_EQ(ended.exit_code, 1);
 }
@@ -268,7 +268,7 @@ TEST_F(DfuUtilLauncher, DropsFastForTheRealTool)
 {
     tool_.Write(u"fw.bin"_s, "image");
 
-    const auto ended =
+    auto const ended =
         RunProgram(kLauncher, kSystemPath,
                    {u"-d"_s, u"fffe:fffe"_s, u"-a"_s, u"0"_s, u"-s"_s, u"0X08000000:fast:leave"_s,
                     u"-D"_s, tool_.FilePath(u"fw.bin"_s)});

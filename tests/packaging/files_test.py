@@ -112,7 +112,7 @@ class UdevRules(InDirectory):
         self.assertEqual(result.returncode, 0, result.stderr)
         return self.path("rules").read_text().splitlines()
 
-    def test_without_products_the_serial_adapter_and_the_dfu_loader_are_named(self):
+    def test_without_products_the_serial_adapter_and_the_dfu_bootloader_are_named(self):
         lines = self.lines("")
 
         self.assertEqual(

@@ -18,7 +18,7 @@ using testing::Contains;
 
 QByteArray ReadFirmwareImage()
 {
-    const QString name = DemonstrationText(QStringLiteral("firmware_filename"));
+    QString const name = DemonstrationText(QStringLiteral("firmware_filename"));
     QFile image(DemonstrationResources().filePath(name));
     return image.open(QIODevice::ReadOnly) ? image.readAll() : QByteArray();
 }
@@ -32,7 +32,7 @@ uint32_t WordAt(QByteArray const& bytes, qsizetype offset)
 
 TEST(DemonstrationFonts, AreFoundByFamilyAndStyle)
 {
-    const QString family = QStringLiteral("Kelvane Sans");
+    QString const family = QStringLiteral("Kelvane Sans");
     for (auto const& file : DemonstrationResources().entryList({QStringLiteral("*.otf")})) {
         QFontDatabase::addApplicationFont(DemonstrationResources().absoluteFilePath(file));
     }
@@ -40,10 +40,10 @@ TEST(DemonstrationFonts, AreFoundByFamilyAndStyle)
     EXPECT_THAT(QFontDatabase::styles(family), Contains(QStringLiteral("Regular")));
     EXPECT_THAT(QFontDatabase::styles(family), Contains(QStringLiteral("Bold")));
 
-    const QFontInfo regular(QFontDatabase::font(family, QStringLiteral("Regular"), 12));
+    QFontInfo const regular(QFontDatabase::font(family, QStringLiteral("Regular"), 12));
     EXPECT_EQ(regular.family(), family);
     EXPECT_EQ(regular.weight(), QFont::Normal);
-    const QFontInfo bold(QFontDatabase::font(family, QStringLiteral("Bold"), 20));
+    QFontInfo const bold(QFontDatabase::font(family, QStringLiteral("Bold"), 20));
     EXPECT_EQ(bold.family(), family);
     EXPECT_EQ(bold.weight(), QFont::Bold);
 }
@@ -57,39 +57,39 @@ TEST(DemonstrationFonts, ComeWithTheirLicence)
 
 TEST(DemonstrationPictures, TheOnlyPngHasTheShapeOfTheWindow)
 {
-    const QStringList pictures = DemonstrationResources().entryList({QStringLiteral("*.png")});
+    QStringList const pictures = DemonstrationResources().entryList({QStringLiteral("*.png")});
     ASSERT_EQ(pictures.size(), 1);
 
-    const QImage background(DemonstrationResources().filePath(pictures.first()));
+    QImage const background(DemonstrationResources().filePath(pictures.first()));
     EXPECT_EQ(background.size(), QSize(2 * 665, 2 * 517));
 }
 
 TEST(DemonstrationPictures, TheIconHoldsEverySizeThatWindowsShows)
 {
-    const QIcon icon(DemonstrationResources().filePath(QStringLiteral("AppIcon.ico")));
+    QIcon const icon(DemonstrationResources().filePath(QStringLiteral("AppIcon.ico")));
 
-    const QList<QSize> sizes = icon.availableSizes();
-    for (const int side : {16, 32, 48, 256}) {
+    QList<QSize> const sizes = icon.availableSizes();
+    for (int const side : {16, 32, 48, 256}) {
         EXPECT_TRUE(sizes.contains(QSize(side, side))) << side;
     }
 }
 
 TEST(DemonstrationConfiguration, EveryTextIsOneTextAndNotAList)
 {
-    for (const char* key : {"window_title", "product_text", "instructions_text", "fw_version"}) {
+    for (char const* key : {"window_title", "product_text", "instructions_text", "fw_version"}) {
         EXPECT_FALSE(DemonstrationText(QString::fromLatin1(key)).isEmpty()) << key;
     }
 }
 
 TEST(DemonstrationImage, StartsAsACortexMImageAtTheProgrammingAddress)
 {
-    const uint32_t flash =
+    uint32_t const flash =
         DemonstrationText(QStringLiteral("programming_address")).toUInt(nullptr, 0);
-    const QByteArray image = ReadFirmwareImage();
+    QByteArray const image = ReadFirmwareImage();
     ASSERT_GT(image.size(), 8);
 
     EXPECT_EQ(WordAt(image, 0) & 0xFFF00007, 0x20000000U) << "stack pointer, in RAM, aligned";
-    const uint32_t reset_handler = WordAt(image, 4);
+    uint32_t const reset_handler = WordAt(image, 4);
     EXPECT_EQ(reset_handler & 1U, 1U) << "Thumb code";
     EXPECT_GT(reset_handler, flash);
     EXPECT_LT(reset_handler, flash + static_cast<uint32_t>(image.size()));
@@ -102,9 +102,9 @@ TEST(DemonstrationImage, IsLongEnoughToWatchAndAMultipleOfFour)
 
 TEST(DemonstrationImage, LeavesTheStackBelowTheBootModeMarker)
 {
-    const uint32_t marker =
+    uint32_t const marker =
         DemonstrationText(QStringLiteral("boot_mode_address")).toUInt(nullptr, 0);
-    const QByteArray image = ReadFirmwareImage();
+    QByteArray const image = ReadFirmwareImage();
     ASSERT_GT(image.size(), 8);
 
     EXPECT_LE(WordAt(image, 0), marker);

@@ -13,7 +13,7 @@ inline QDir DemonstrationResources()
 // One text of its config.ini; empty when the key is missing or the value is a list.
 inline QString DemonstrationText(QString const& key)
 {
-    const QSettings settings(DemonstrationResources().filePath(QStringLiteral("config.ini")),
+    QSettings const settings(DemonstrationResources().filePath(QStringLiteral("config.ini")),
                              QSettings::IniFormat);
     return settings.value(key).toString();
 }

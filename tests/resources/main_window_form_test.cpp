@@ -22,9 +22,9 @@ struct Form {
 };
 
 struct LabelRow {
-    const char* name;
+    char const* name;
     QRect geometry;
-    const char* text;
+    char const* text;
     Qt::Alignment alignment;
 };
 
@@ -35,7 +35,7 @@ void PrintTo(LabelRow const& row, std::ostream* out)
 
 class FormLabel : public testing::TestWithParam<LabelRow> {};
 
-const LabelRow kLabels[] = {
+LabelRow const kLabels[] = {
     {"titleLabel", {40, 30, 201, 21}, "Firmware upgrade", kLeftMiddle},
     {"productLabel", {40, 55, 201, 21}, "Unknown", kLeftMiddle},
     {"typeLabel", {40, 80, 181, 21}, "", kLeftMiddle},
@@ -53,7 +53,7 @@ const LabelRow kLabels[] = {
 
 TEST_P(FormLabel, HasItsPlaceTextAndAlignment)
 {
-    const Form form;
+    Form const form;
     LabelRow const& row = GetParam();
 
     auto const* label = form.ui.centralwidget->findChild<QLabel*>(QString::fromLatin1(row.name));
@@ -68,7 +68,7 @@ INSTANTIATE_TEST_SUITE_P(EveryLabel, FormLabel, testing::ValuesIn(kLabels),
 
 TEST(MainWindowForm, IsFixedInSizeWithoutMenuAndStatusBar)
 {
-    const Form form;
+    Form const form;
 
     EXPECT_EQ(form.window.objectName().toStdString(), "MainWindow");
     EXPECT_EQ(form.window.windowTitle().toStdString(), "Kelvane firmware updater");
@@ -81,7 +81,7 @@ TEST(MainWindowForm, IsFixedInSizeWithoutMenuAndStatusBar)
 
 TEST(MainWindowForm, TheFrameLiesExactlyOverTheBar)
 {
-    const Form form;
+    Form const form;
 
     EXPECT_EQ(form.ui.progressBar->geometry(), QRect(148, 400, 477, 40));
     EXPECT_EQ(form.ui.progressBar->format().toStdString(), "%p%");
@@ -93,7 +93,7 @@ TEST(MainWindowForm, TheFrameLiesExactlyOverTheBar)
 
 TEST(MainWindowForm, TheButtonStandsLeftOfTheBar)
 {
-    const Form form;
+    Form const form;
 
     EXPECT_EQ(form.ui.updateButton->geometry(), QRect(40, 400, 99, 40));
     EXPECT_EQ(form.ui.updateButton->text().toStdString(), "UPDATE");
@@ -101,11 +101,11 @@ TEST(MainWindowForm, TheButtonStandsLeftOfTheBar)
 
 TEST(MainWindowForm, LabelsThatNoCodeColoursAreWhiteAlsoInAnInactiveWindow)
 {
-    const Form form;
+    Form const form;
 
     for (QLabel const* label :
          {form.ui.instructionsLabel, form.ui.productLabel, form.ui.infoLabel}) {
-        for (const auto group : {QPalette::Active, QPalette::Inactive}) {
+        for (auto const group : {QPalette::Active, QPalette::Inactive}) {
             EXPECT_EQ(label->palette().color(group, QPalette::WindowText), QColor(Qt::white))
                 << label->objectName().toStdString();
         }

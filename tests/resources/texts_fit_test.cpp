@@ -23,7 +23,7 @@ protected:
         }
     }
 
-    static QFont Font(const char* style, int points)
+    static QFont Font(char const* style, int points)
     {
         return QFontDatabase::font(QStringLiteral("Kelvane Sans"), QString::fromLatin1(style),
                                    points);
@@ -52,9 +52,9 @@ testing::AssertionResult ShowsTheWholeText(QLabel& label, QFont const& font, QSt
 {
     label.setFont(font);
     label.setText(text);
-    const int drawn = CountDrawnPixels(label);
+    int const drawn = CountDrawnPixels(label);
     label.resize(label.width() + 400, label.height() + 200);
-    const int drawn_with_room = CountDrawnPixels(label);
+    int const drawn_with_room = CountDrawnPixels(label);
     if (drawn == 0) {
         return testing::AssertionFailure() << "nothing was drawn";
     }
@@ -67,8 +67,8 @@ testing::AssertionResult ShowsTheWholeText(QLabel& label, QFont const& font, QSt
 
 testing::AssertionResult FitsInside(QWidget const& widget, QFont const& font, QString const& text)
 {
-    const QFontMetrics metrics(font);
-    const QSize needed(metrics.horizontalAdvance(text), metrics.height());
+    QFontMetrics const metrics(font);
+    QSize const needed(metrics.horizontalAdvance(text), metrics.height());
     if (needed.width() > widget.width() - 4 || needed.height() > widget.height()) {
         return testing::AssertionFailure()
                << needed.width() << " x " << needed.height() << " pixels needed";
@@ -93,14 +93,14 @@ TEST_F(TextsFit, TheCheckItselfSeesATextThatIsTooWideOrTooHigh)
 
 TEST_F(TextsFit, TitleAndVersion)
 {
-    const QFont font = Font("Bold", 20);
+    QFont const font = Font("Bold", 20);
     EXPECT_TRUE(ShowsTheWholeText(*ui_.titleLabel, font, ui_.titleLabel->text()));
     EXPECT_TRUE(ShowsTheWholeText(*ui_.versionLabel, font, ui_.versionLabel->text()));
 }
 
 TEST_F(TextsFit, ProductTypeAndVersionNumber)
 {
-    const QFont font = Font("Bold", 20);
+    QFont const font = Font("Bold", 20);
     EXPECT_TRUE(ShowsTheWholeText(*ui_.productLabel, font,
                                   DemonstrationText(QStringLiteral("product_text"))));
     EXPECT_TRUE(ShowsTheWholeText(*ui_.typeLabel, font, QStringLiteral("Engineering")));
@@ -110,7 +110,7 @@ TEST_F(TextsFit, ProductTypeAndVersionNumber)
 
 TEST_F(TextsFit, InstructionsOfTheFormAndOfTheDemonstration)
 {
-    const QFont font = Font("Regular", 12);
+    QFont const font = Font("Regular", 12);
     EXPECT_TRUE(ShowsTheWholeText(*ui_.instructionsLabel, font, ui_.instructionsLabel->text()));
     ui_.instructionsLabel->resize(201, 231);
     EXPECT_TRUE(ShowsTheWholeText(*ui_.instructionsLabel, font,
@@ -124,7 +124,7 @@ TEST_F(TextsFit, CableHint)
 
 TEST_F(TextsFit, EveryTextOfTheButton)
 {
-    for (const char* text : {"UPDATE", "UPDATING", "DONE"}) {
+    for (char const* text : {"UPDATE", "UPDATING", "DONE"}) {
         EXPECT_TRUE(FitsInside(*ui_.updateButton, Font("Bold", 16), QString::fromLatin1(text)))
             << text;
     }
@@ -132,7 +132,7 @@ TEST_F(TextsFit, EveryTextOfTheButton)
 
 TEST_F(TextsFit, EveryTextOfTheBar)
 {
-    for (const char* text :
+    for (char const* text :
          {"100%", "Erasing",
           "Error connecting to device — Disconnect device and repeat step 1-3"}) {
         EXPECT_TRUE(FitsInside(*ui_.progressBar, Font("Regular", 12), QString::fromUtf8(text)))

@@ -19,7 +19,7 @@ class PipeListener : public IListener {
 public:
     explicit PipeListener(int fd) : fd_(fd) {}
 
-    void OnMessage(std::span<const std::byte> message) override
+    void OnMessage(std::span<std::byte const> message) override
     {
         if (write(fd_, message.data(), message.size()) < 0) {
             _exit(1);

@@ -38,7 +38,7 @@ size_t HighestMessageId(Dispatcher const& bus, SubsystemId subsystem)
 class CallingListener : public IListener {
 public:
     explicit CallingListener(std::function<void()> call) : call_(std::move(call)) {}
-    void OnMessage(std::span<const std::byte>) override { call_(); }
+    void OnMessage(std::span<std::byte const>) override { call_(); }
 
 private:
     std::function<void()> call_;
@@ -184,8 +184,8 @@ TEST_F(DispatcherTest, TheListenerSeesTheSendersOwnBytes)
 {
     class AddressListener : public IListener {
     public:
-        void OnMessage(std::span<const std::byte> message) override { bytes = message; }
-        std::span<const std::byte> bytes;
+        void OnMessage(std::span<std::byte const> message) override { bytes = message; }
+        std::span<std::byte const> bytes;
     };
     AddressListener listener;
     auto const cookie = Add(5, listener);
@@ -481,7 +481,7 @@ TEST_F(FastListenerTest, TakesTheLowestFreeSlotAndIsCalledInSlotOrder)
     class NamedListener : public IFastListener {
     public:
         NamedListener(char name, std::string& order) : name_(name), order_(order) {}
-        void OnFastMessage(Receiver, std::span<const std::byte, 2>) override { order_ += name_; }
+        void OnFastMessage(Receiver, std::span<std::byte const, 2>) override { order_ += name_; }
 
     private:
         char name_;

@@ -11,7 +11,7 @@
 
 class RecordingListener : public IListener {
 public:
-    void OnMessage(std::span<const std::byte> message) override
+    void OnMessage(std::span<std::byte const> message) override
     {
         std::vector<uint8_t> bytes;
         for (auto const byte : message) {
@@ -25,7 +25,7 @@ public:
 
 class RecordingFastListener : public IFastListener {
 public:
-    void OnFastMessage(Receiver sender, std::span<const std::byte, 2> message) override
+    void OnFastMessage(Receiver sender, std::span<std::byte const, 2> message) override
     {
         heard.push_back(
             {sender, std::to_integer<uint8_t>(message[0]), std::to_integer<uint8_t>(message[1])});
@@ -38,7 +38,7 @@ public:
 using MessageList = std::vector<std::pair<SubsystemId, MessageId>>;
 
 // The bytes as a message; the vector that it came from must stay.
-inline std::span<const std::byte> AsMessage(std::span<const uint8_t> bytes)
+inline std::span<std::byte const> AsMessage(std::span<uint8_t const> bytes)
 {
     return std::as_bytes(bytes);
 }

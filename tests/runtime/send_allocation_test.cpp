@@ -14,8 +14,8 @@ namespace {
 
 class CountingListener : public IListener, public IFastListener {
 public:
-    void OnMessage(std::span<const std::byte>) override { ++messages; }
-    void OnFastMessage(Receiver, std::span<const std::byte, 2>) override { ++fast_messages; }
+    void OnMessage(std::span<std::byte const>) override { ++messages; }
+    void OnFastMessage(Receiver, std::span<std::byte const, 2>) override { ++fast_messages; }
 
     int messages = 0;
     int fast_messages = 0;

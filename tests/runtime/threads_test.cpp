@@ -19,7 +19,7 @@ namespace {
 
 class AtomicListener : public IListener {
 public:
-    void OnMessage(std::span<const std::byte>) override { ++count; }
+    void OnMessage(std::span<std::byte const>) override { ++count; }
 
     std::atomic<int> count{0};
 };

@@ -1,4 +1,4 @@
-// A simulated unit in its DFU loader for tests from its host's side.
+// A simulated unit in its DFU bootloader for tests from its host's side.
 #pragma once
 
 #include <memory>
@@ -10,12 +10,12 @@ namespace simulator::test {
 
 inline SimulatedUnitOptions DfuOptions()
 {
-    DfuseLoaderOptions loader;
-    OtpImage otp(loader.chip.otp_size);
+    DfuseBootloaderOptions bootloader;
+    OtpImage otp(bootloader.chip.otp_size);
     otp.SetModelId(0, 7);
-    loader.otp = otp.Bytes();
+    bootloader.otp = otp.Bytes();
     SimulatedUnitOptions options;
-    options.loader = loader;
+    options.bootloader = bootloader;
     return options;
 }
 

@@ -1,4 +1,4 @@
-// The simulated DFU loader, request by request.
+// The simulated DFU bootloader, request by request.
 #include "simulator/bootloaders/dfuse_bootloader.h"
 
 #include <gmock/gmock.h>
@@ -32,17 +32,17 @@ auto const kEraseFirstPage = B({0x41, 0x00, 0x00, 0x00, 0x08});
 
 class Dfuse : public testing::Test {
 protected:
-    static DfuseLoaderOptions Options()
+    static DfuseBootloaderOptions Options()
     {
-        DfuseLoaderOptions options;
+        DfuseBootloaderOptions options;
         OtpImage otp(options.chip.otp_size);
         otp.SetModelId(0, 7);
         options.otp = otp.Bytes();
         return options;
     }
 
-    DfuseLoader loader_{Options()};
-    test::DfuseClient client_{loader_};
+    DfuseBootloader bootloader_{Options()};
+    test::DfuseClient client_{bootloader_};
 };
 
 // ---- States ----
@@ -51,7 +51,7 @@ TEST_F(Dfuse, BeginsIdleAndTellsItsStateWithoutChangingIt)
 {
     EXPECT_EQ(client_.GetStatus(), kIdle);
     EXPECT_EQ(client_.Ask(DfuRequest::kGetState, 1).data, B({2}));
-    EXPECT_EQ(loader_.Status().state, UnitState::kWaitingForSync);
+    EXPECT_EQ(bootloader_.Status().state, UnitState::kWaitingForSync);
 }
 
 TEST_F(Dfuse, CarriesADownloadOutBetweenTwoStatusRequests)
@@ -71,7 +71,7 @@ TEST_F(Dfuse, TakesNoOtherDownloadBeforeTheFirstIsCarriedOut)
 
     EXPECT_EQ(client_.GetStatus(), kStalledPacketError);
     EXPECT_EQ(client_.LastLine(), "download nack state");
-    EXPECT_EQ(loader_.Status().erased_pages, 0U);
+    EXPECT_EQ(bootloader_.Status().erased_pages, 0U);
 }
 
 TEST_F(Dfuse, RefusesTheRequestsThatDoNotBelongToItsState)
@@ -101,25 +101,25 @@ TEST_F(Dfuse, BecomesIdleByAnAbort)
 
 TEST_F(Dfuse, ErasesThePageThatHoldsTheAddress)
 {
-    loader_.Memory().Load(0x08000000, Bytes(3 * 2048, std::byte{0x00}));
+    bootloader_.Memory().Load(0x08000000, Bytes(3 * 2048, std::byte{0x00}));
 
     EXPECT_EQ(client_.CarryOut(0, B({0x41, 0xFF, 0x0F, 0x00, 0x08})), kDownloadIdle);
 
-    EXPECT_EQ(loader_.Memory().Read(0x080007FF, 1), B({0x00}));
-    EXPECT_THAT(loader_.Memory().Read(0x08000800, 2048), Each(std::byte{0xFF}));
-    EXPECT_EQ(loader_.Memory().Read(0x08001000, 1), B({0x00}));
-    EXPECT_EQ(loader_.Status().erased_pages, 1U);
+    EXPECT_EQ(bootloader_.Memory().Read(0x080007FF, 1), B({0x00}));
+    EXPECT_THAT(bootloader_.Memory().Read(0x08000800, 2048), Each(std::byte{0xFF}));
+    EXPECT_EQ(bootloader_.Memory().Read(0x08001000, 1), B({0x00}));
+    EXPECT_EQ(bootloader_.Status().erased_pages, 1U);
     EXPECT_EQ(client_.LastLine(), "erase 0x08000fff ack");
 }
 
 TEST_F(Dfuse, ErasesEverythingWhenNoAddressIsNamed)
 {
-    loader_.Memory().Load(0x0807FF00, Bytes(256, std::byte{0x00}));
+    bootloader_.Memory().Load(0x0807FF00, Bytes(256, std::byte{0x00}));
 
     EXPECT_EQ(client_.CarryOut(0, B({0x41})), kDownloadIdle);
 
-    EXPECT_THAT(loader_.Memory().Read(0x0807FF00, 256), Each(std::byte{0xFF}));
-    EXPECT_EQ(loader_.Status().erased_pages, 256U);
+    EXPECT_THAT(bootloader_.Memory().Read(0x0807FF00, 256), Each(std::byte{0xFF}));
+    EXPECT_EQ(bootloader_.Status().erased_pages, 256U);
     EXPECT_EQ(client_.LastLine(), "erase all ack");
 }
 
@@ -130,11 +130,11 @@ TEST_F(Dfuse, WritesBlockTwoAtTheAddressPointerAndTheNextOnesBehindIt)
     EXPECT_EQ(client_.CarryOut(2, B({1, 2, 3, 4})), kDownloadIdle);
     EXPECT_EQ(client_.CarryOut(4, B({5, 6, 7, 8})), kDownloadIdle);
 
-    EXPECT_EQ(loader_.Memory().Read(0x08001000, 4), B({1, 2, 3, 4}));
-    EXPECT_EQ(loader_.Memory().Read(0x08002000, 4), B({5, 6, 7, 8}));
+    EXPECT_EQ(bootloader_.Memory().Read(0x08001000, 4), B({1, 2, 3, 4}));
+    EXPECT_EQ(bootloader_.Memory().Read(0x08002000, 4), B({5, 6, 7, 8}));
     EXPECT_EQ(client_.LastLine(), "write 0x08002000 4 ack");
-    EXPECT_EQ(loader_.Status().writes, 2U);
-    EXPECT_EQ(loader_.Status().programmed_over_unerased, 0U);
+    EXPECT_EQ(bootloader_.Status().writes, 2U);
+    EXPECT_EQ(bootloader_.Status().programmed_over_unerased, 0U);
 }
 
 TEST_F(Dfuse, CountsWhatIsProgrammedWithoutAnErase)
@@ -142,16 +142,16 @@ TEST_F(Dfuse, CountsWhatIsProgrammedWithoutAnErase)
     client_.CarryOut(2, B({0xF0}));
     client_.CarryOut(2, B({0x0F}));
 
-    EXPECT_EQ(loader_.Memory().Read(0x08000000, 1), B({0x00}));
-    EXPECT_EQ(loader_.Status().programmed_over_unerased, 1U);
+    EXPECT_EQ(bootloader_.Memory().Read(0x08000000, 1), B({0x00}));
+    EXPECT_EQ(bootloader_.Status().programmed_over_unerased, 1U);
 }
 
 TEST_F(Dfuse, TellsHowLongItIsBusyAndIsBusyForThatTime)
 {
     auto options = Options();
     options.times.page_erase = 24500us;
-    DfuseLoader loader(options);
-    test::DfuseClient client(loader);
+    DfuseBootloader bootloader(options);
+    test::DfuseClient client(bootloader);
 
     client.Download(0, kEraseFirstPage);
 
@@ -174,7 +174,7 @@ TEST_F(Dfuse, EndsACommandForAnAddressWithoutMemoryWithATargetError)
         EXPECT_EQ(client_.GetStatus(), kTargetError);
         EXPECT_EQ(client_.Ask(DfuRequest::kClearStatus), kDone);
     }
-    EXPECT_EQ(loader_.Status().erased_pages, 0U);
+    EXPECT_EQ(bootloader_.Status().erased_pages, 0U);
 }
 
 TEST_F(Dfuse, WritesNothingOfABlockThatPassesTheEndOfTheFlash)
@@ -183,7 +183,7 @@ TEST_F(Dfuse, WritesNothingOfABlockThatPassesTheEndOfTheFlash)
 
     EXPECT_EQ(client_.CarryOut(2, B({1, 2, 3})), kTargetError);
 
-    EXPECT_EQ(loader_.Memory().Read(0x0807FFFE, 2), B({0xFF, 0xFF}));
+    EXPECT_EQ(bootloader_.Memory().Read(0x0807FFFE, 2), B({0xFF, 0xFF}));
     EXPECT_EQ(client_.LastLine(), "write 0x0807fffe 3 nack address");
 }
 
@@ -254,37 +254,37 @@ TEST_F(Dfuse, LeavesItsHostForTheApplicationAfterAnEmptyDownload)
     client_.CarryOut(0, kSetAddressToFlash);
     EXPECT_EQ(client_.Download(0, {}), kDone);
     EXPECT_EQ(client_.Ask(DfuRequest::kGetState, 1).data, B({6}));
-    EXPECT_FALSE(loader_.HasLeft());
+    EXPECT_FALSE(bootloader_.HasLeft());
 
     EXPECT_EQ(client_.GetStatus(), B({0x00, 0, 0, 0, 7, 0}));
 
-    EXPECT_TRUE(loader_.HasLeft());
-    EXPECT_EQ(loader_.Status().state, UnitState::kRunning);
-    EXPECT_EQ(loader_.Status().jump_address, 0x08000000U);
+    EXPECT_TRUE(bootloader_.HasLeft());
+    EXPECT_EQ(bootloader_.Status().state, UnitState::kRunning);
+    EXPECT_EQ(bootloader_.Status().jump_address, 0x08000000U);
     EXPECT_EQ(client_.Ask(DfuRequest::kGetStatus, 6), kNone);
 }
 
-TEST_F(Dfuse, IsBackInItsLoaderAfterAResetWithWhatItHasStored)
+TEST_F(Dfuse, IsBackInItsBootloaderAfterAResetWithWhatItHasStored)
 {
     client_.CarryOut(2, B({1, 2, 3, 4}));
     client_.Download(0, {});
     client_.GetStatus();
 
-    loader_.Reset();
+    bootloader_.Reset();
 
-    EXPECT_FALSE(loader_.HasLeft());
+    EXPECT_FALSE(bootloader_.HasLeft());
     EXPECT_EQ(client_.GetStatus(), kIdle);
-    EXPECT_EQ(loader_.Memory().Read(0x08000000, 4), B({1, 2, 3, 4}));
-    EXPECT_EQ(loader_.Status().jump_address, std::nullopt);
+    EXPECT_EQ(bootloader_.Memory().Read(0x08000000, 4), B({1, 2, 3, 4}));
+    EXPECT_EQ(bootloader_.Status().jump_address, std::nullopt);
 }
 
 TEST_F(Dfuse, CountsTheClientsThatClaimIt)
 {
-    loader_.Claim();
-    loader_.Claim();
+    bootloader_.Claim();
+    bootloader_.Claim();
 
-    EXPECT_EQ(loader_.Status().connects, 2U);
-    EXPECT_EQ(loader_.Status().state, UnitState::kSynchronised);
+    EXPECT_EQ(bootloader_.Status().connects, 2U);
+    EXPECT_EQ(bootloader_.Status().state, UnitState::kSynchronised);
 }
 
 // ---- Faults ----
@@ -292,16 +292,16 @@ TEST_F(Dfuse, CountsTheClientsThatClaimIt)
 TEST_F(Dfuse, EndsAnOperationWithTheStatusThatAFaultAsksFor)
 {
     for (uint32_t const status : {3U, 7U}) {
-        loader_.Faults().Add({FaultKind::kErrorInWrite, 1, 1, status});
+        bootloader_.Faults().Add({FaultKind::kErrorInWrite, 1, 1, status});
         EXPECT_EQ(client_.CarryOut(2, B({1, 2, 3, 4})), B({status, 0, 0, 0, 10, 0}));
         EXPECT_EQ(client_.LastLine(), "write 0x08000000 4 nack fault");
-        EXPECT_EQ(loader_.Memory().Read(0x08000000, 1), B({0xFF}));
+        EXPECT_EQ(bootloader_.Memory().Read(0x08000000, 1), B({0xFF}));
         client_.Ask(DfuRequest::kClearStatus);
     }
-    loader_.Memory().Load(0x08000000, B({0}));
-    loader_.Faults().Add({FaultKind::kErrorInErase, 1, 1, 4});
+    bootloader_.Memory().Load(0x08000000, B({0}));
+    bootloader_.Faults().Add({FaultKind::kErrorInErase, 1, 1, 4});
     EXPECT_EQ(client_.CarryOut(0, kEraseFirstPage), B({0x04, 0, 0, 0, 10, 0}));
-    EXPECT_EQ(loader_.Memory().Read(0x08000000, 1), B({0x00}));
+    EXPECT_EQ(bootloader_.Memory().Read(0x08000000, 1), B({0x00}));
     client_.Ask(DfuRequest::kClearStatus);
     EXPECT_EQ(client_.CarryOut(0, kEraseFirstPage), kDownloadIdle);
 }
@@ -309,40 +309,40 @@ TEST_F(Dfuse, EndsAnOperationWithTheStatusThatAFaultAsksFor)
 TEST_F(Dfuse, VanishesBeforeAnythingIsErasedOrProgrammed)
 {
     for (auto const kind : {FaultKind::kVanishInErase, FaultKind::kVanishInWrite}) {
-        loader_.Memory().Load(0x08000000, B({0x55}));
-        loader_.Faults().Add({kind});
+        bootloader_.Memory().Load(0x08000000, B({0x55}));
+        bootloader_.Faults().Add({kind});
         auto const is_erase = kind == FaultKind::kVanishInErase;
         EXPECT_EQ(client_.Download(is_erase ? 0 : 2, is_erase ? kEraseFirstPage : B({0})), kDone);
 
         EXPECT_EQ(client_.Ask(DfuRequest::kGetStatus, 6), kNone);
 
-        EXPECT_TRUE(loader_.HasLeft());
-        EXPECT_EQ(loader_.Memory().Read(0x08000000, 1), B({0x55}));
-        loader_.Reset();
-        EXPECT_FALSE(loader_.HasLeft());
+        EXPECT_TRUE(bootloader_.HasLeft());
+        EXPECT_EQ(bootloader_.Memory().Read(0x08000000, 1), B({0x55}));
+        bootloader_.Reset();
+        EXPECT_FALSE(bootloader_.HasLeft());
         EXPECT_EQ(client_.GetStatus(), kIdle);
     }
 }
 
 TEST_F(Dfuse, HangsAtACommandOrInAWriteUntilTheReset)
 {
-    loader_.Faults().Add({FaultKind::kSilentAtCommand, 2});
+    bootloader_.Faults().Add({FaultKind::kSilentAtCommand, 2});
     EXPECT_EQ(client_.CarryOut(0, kSetAddressToFlash), kDownloadIdle);
     EXPECT_EQ(client_.Download(0, kEraseFirstPage), kNone);
     EXPECT_EQ(client_.Ask(DfuRequest::kGetState, 1), kNone);
-    EXPECT_FALSE(loader_.HasLeft());
-    loader_.Reset();
+    EXPECT_FALSE(bootloader_.HasLeft());
+    bootloader_.Reset();
 
-    loader_.Faults().Add({FaultKind::kSilentInWrite});
+    bootloader_.Faults().Add({FaultKind::kSilentInWrite});
     EXPECT_EQ(client_.Download(2, B({1})), kDone);
     EXPECT_EQ(client_.Ask(DfuRequest::kGetStatus, 6), kNone);
-    loader_.Reset();
+    bootloader_.Reset();
     EXPECT_EQ(client_.CarryOut(2, B({1})), kDownloadIdle);
 }
 
 TEST_F(Dfuse, IsBusyForEverWhenItIsStuckInAWrite)
 {
-    loader_.Faults().Add({FaultKind::kStuckInWrite});
+    bootloader_.Faults().Add({FaultKind::kStuckInWrite});
     client_.Download(2, B({1}));
     for (int i = 0; i < 5; ++i) {
         EXPECT_EQ(client_.GetStatus(), B({0x00, 100, 0, 0, 4, 0}));
@@ -353,19 +353,19 @@ TEST_F(Dfuse, IsBusyForEverWhenItIsStuckInAWrite)
 
 TEST_F(Dfuse, ErasesSlowlyAndSaysHowSlowly)
 {
-    loader_.Faults().Add({FaultKind::kSlowErase, 1, 1, 70000});
+    bootloader_.Faults().Add({FaultKind::kSlowErase, 1, 1, 70000});
     client_.Download(0, kEraseFirstPage);
     EXPECT_EQ(client_.GetStatus(), B({0x00, 0x70, 0x11, 0x01, 4, 0}));
     client_.Pass(70s);
     EXPECT_EQ(client_.GetStatus(), kDownloadIdle);
-    EXPECT_EQ(loader_.Status().erased_pages, 1U);
+    EXPECT_EQ(bootloader_.Status().erased_pages, 1U);
 }
 
 TEST_F(Dfuse, TakesNoNoticeWhileItIsSilent)
 {
-    loader_.SetSilent(true);
+    bootloader_.SetSilent(true);
     EXPECT_EQ(client_.Ask(DfuRequest::kGetStatus, 6), kNone);
-    loader_.SetSilent(false);
+    bootloader_.SetSilent(false);
     EXPECT_EQ(client_.GetStatus(), kIdle);
 }
 

@@ -1,5 +1,5 @@
-// A host's side of a simulated DFU loader, in process: sends control requests, at a time that the
-// test sets.
+// A host's side of a simulated DFU bootloader, in process: sends control requests, at a time that
+// the test sets.
 #pragma once
 
 #include <chrono>
@@ -12,24 +12,24 @@ namespace simulator::test {
 
 class DfuseClient {
 public:
-    explicit DfuseClient(DfuseLoader& loader) : loader_(loader) {}
+    explicit DfuseClient(DfuseBootloader& bootloader) : bootloader_(bootloader) {}
 
     void Pass(std::chrono::milliseconds time) { now_ += time; }
 
     DfuAnswer Download(uint16_t block, Bytes const& data)
     {
-        return loader_.Handle(
+        return bootloader_.Handle(
             {DfuRequest::kDownload, block, static_cast<uint16_t>(data.size()), data}, now_);
     }
 
     DfuAnswer Upload(uint16_t block, uint16_t length)
     {
-        return loader_.Handle({DfuRequest::kUpload, block, length}, now_);
+        return bootloader_.Handle({DfuRequest::kUpload, block, length}, now_);
     }
 
     DfuAnswer Ask(DfuRequest request, uint16_t length = 0)
     {
-        return loader_.Handle({request, 0, length}, now_);
+        return bootloader_.Handle({request, 0, length}, now_);
     }
 
     // The six bytes, or nothing when the unit does not answer.
@@ -45,11 +45,11 @@ public:
         return GetStatus();
     }
 
-    std::string LastLine() const { return ToText(loader_.GetJournal().Entries().back()); }
+    std::string LastLine() const { return ToText(bootloader_.GetJournal().Entries().back()); }
 
 private:
-    DfuseLoader& loader_;
-    DfuseLoader::TimePoint now_{};
+    DfuseBootloader& bootloader_;
+    DfuseBootloader::TimePoint now_{};
 };
 
 }  // namespace simulator::test

@@ -14,14 +14,14 @@
 
 namespace simulator::test {
 
-inline QByteArray ToArray(std::span<const std::byte> bytes)
+inline QByteArray ToArray(std::span<std::byte const> bytes)
 {
-    return {reinterpret_cast<const char*>(bytes.data()), static_cast<qsizetype>(bytes.size())};
+    return {reinterpret_cast<char const*>(bytes.data()), static_cast<qsizetype>(bytes.size())};
 }
 
 inline std::vector<std::byte> ToBytes(QByteArray const& array)
 {
-    auto const* const begin = reinterpret_cast<const std::byte*>(array.constData());
+    auto const* const begin = reinterpret_cast<std::byte const*>(array.constData());
     return {begin, begin + array.size()};
 }
 

@@ -136,7 +136,7 @@ TEST(SimulatedUnitProgram, MakesAUnitInSerialRecoveryMode)
     EXPECT_EQ(program.ReadLine(), "end");
 }
 
-TEST(SimulatedUnitProgram, MakesAUnitInItsUsbLoaderThatIsNumberedAnewWhenItIsPluggedInAgain)
+TEST(SimulatedUnitProgram, MakesAUnitInItsUsbBootloaderThatIsNumberedAnewWhenItIsPluggedInAgain)
 {
     Program program({QStringLiteral("--protocol"), QStringLiteral("dfu"),
                      QStringLiteral("--model-id"), QStringLiteral("33"), QStringLiteral("--units"),

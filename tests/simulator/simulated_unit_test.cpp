@@ -133,7 +133,7 @@ TEST(SimulatedUnit, TakesAsLongAsTheChipAndTheLineNeed)
     auto options = test::UniqueOptions();
     Stm32BootloaderOptions bootloader;
     bootloader.times = kRealTimes;
-    options.loader = bootloader;
+    options.bootloader = bootloader;
     options.baud = 9600;
     PluggedUnit plugged(std::move(options));
     RawClient client(plugged.Pty());

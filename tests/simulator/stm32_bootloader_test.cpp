@@ -378,7 +378,7 @@ TEST(Stm32Bootloader, ExtendedEraseKnowsTheCodesForAllAndForEachBank)
     }
 }
 
-TEST(Stm32Bootloader, GoStartsTheApplicationAndTheLoaderFallsSilentUntilAReset)
+TEST(Stm32Bootloader, GoStartsTheApplicationAndTheBootloaderFallsSilentUntilAReset)
 {
     auto unit = MakeSynchronised();
 

@@ -34,7 +34,7 @@ protected:
         Stm32BootloaderOptions bootloader;
         bootloader.commands = ListCommands(GetParam());
         auto options = test::UniqueOptions();
-        options.loader = bootloader;
+        options.bootloader = bootloader;
         return options;
     }
 

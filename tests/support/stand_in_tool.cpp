@@ -27,7 +27,7 @@ StandInTool::StandInTool() : earlier_temporary_directory_(qgetenv("TMPDIR"))
 {
     QDir(folder_.path()).mkdir(u"tmp"_s);
     qputenv("TMPDIR", FilePath(u"tmp"_s).toLocal8Bit());
-    const auto gate = FilePath(u"gate"_s).toLocal8Bit();
+    auto const gate = FilePath(u"gate"_s).toLocal8Bit();
     ::mkfifo(gate.constData(), S_IRUSR | S_IWUSR);
     // Open at both ends, so that neither side ever waits for the other to open it.
     gate_ = ::open(gate.constData(), O_RDWR | O_CLOEXEC);
@@ -49,7 +49,7 @@ StandInTool::~StandInTool()
 
 void StandInTool::Does(QByteArray const& commands)
 {
-    const auto next = u"dfu-util.next"_s;
+    auto const next = u"dfu-util.next"_s;
     Write(next, kBeginning + commands);
     QFile tool(FilePath(next));
     QFile::remove(Path());
@@ -69,7 +69,7 @@ QStringList StandInTool::Arguments() const
 QList<qint64> StandInTool::ProcessIds() const
 {
     QList<qint64> ids;
-    for (const auto& line : Read(u"process_ids"_s).trimmed().split('\n')) {
+    for (auto const& line : Read(u"process_ids"_s).trimmed().split('\n')) {
         if (!line.isEmpty()) {
             ids.append(line.toLongLong());
         }

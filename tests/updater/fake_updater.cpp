@@ -5,7 +5,7 @@ using namespace Qt::StringLiterals;
 FakeUpdater::FakeUpdater(QString const& firmware_path) : FirmwareUpdaterBase(nullptr)
 {
     firmware_path_ = firmware_path;
-    const auto note = [this](QString const& event) { return [this, event] { Note(event); }; };
+    auto const note = [this](QString const& event) { return [this, event] { Note(event); }; };
     QObject::connect(this, &FirmwareUpdaterBase::UpdateStarted, note(u"UpdateStarted"_s));
     QObject::connect(this, &FirmwareUpdaterBase::EraseStarted, note(u"EraseStarted"_s));
     QObject::connect(this, &FirmwareUpdaterBase::EraseFinished, note(u"EraseFinished"_s));
@@ -19,7 +19,7 @@ FakeUpdater::FakeUpdater(QString const& firmware_path) : FirmwareUpdaterBase(nul
         [this](ConnectionStatus status) { Note(u"status %1"_s.arg(static_cast<int>(status))); });
 }
 
-bool FakeUpdater::connect(const QString& port_name)
+bool FakeUpdater::connect(QString const& port_name)
 {
     Note(u"connect "_s + port_name);
     return connects;
@@ -30,10 +30,10 @@ void FakeUpdater::disconnect()
     Note(u"disconnect"_s);
 }
 
-bool FakeUpdater::upload(const QString& firmware_path, std::function<void(int)> progress)
+bool FakeUpdater::upload(QString const& firmware_path, std::function<void(int)> progress)
 {
     Note(u"upload "_s + firmware_path);
-    for (const int percent : percentages) {
+    for (int const percent : percentages) {
         progress(percent);
     }
     if (upload_may_end != nullptr) {
@@ -47,10 +47,10 @@ void FakeUpdater::reset()
     Note(u"reset"_s);
 }
 
-bool FakeUpdater::verifyDeviceId(const QList<uint8_t>& device_ids)
+bool FakeUpdater::verifyDeviceId(QList<uint8_t> const& device_ids)
 {
     QStringList numbers;
-    for (const auto id : device_ids) {
+    for (auto const id : device_ids) {
         numbers.append(QString::number(id));
     }
     Note(u"verify "_s + numbers.join(u' '));
@@ -62,8 +62,8 @@ void FakeUpdater::onStartUpdate()
     RunUpdate();
 }
 
-void FakeUpdater::onConnectToDevice(const QString& port_name, QList<uint8_t> device_ids,
-                                    const bool& verify)
+void FakeUpdater::onConnectToDevice(QString const& port_name, QList<uint8_t> device_ids,
+                                    bool const& verify)
 {
     ConnectAndVerify(port_name, device_ids, verify);
 }
@@ -75,19 +75,19 @@ void FakeUpdater::onDisconnectDevice()
 
 QStringList FakeUpdater::Events() const
 {
-    const std::lock_guard lock(mutex_);
+    std::lock_guard const lock(mutex_);
     return events_;
 }
 
 QList<QThread*> FakeUpdater::Threads() const
 {
-    const std::lock_guard lock(mutex_);
+    std::lock_guard const lock(mutex_);
     return threads_;
 }
 
 void FakeUpdater::Note(QString const& event)
 {
-    const std::lock_guard lock(mutex_);
+    std::lock_guard const lock(mutex_);
     events_.append(event);
     threads_.append(QThread::currentThread());
 }

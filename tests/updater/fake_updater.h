@@ -13,14 +13,14 @@ class FakeUpdater : public FirmwareUpdaterBase {
 public:
     explicit FakeUpdater(QString const& firmware_path = {});
 
-    bool connect(const QString& port_name) override;
+    bool connect(QString const& port_name) override;
     void disconnect() override;
-    bool upload(const QString& firmware_path, std::function<void(int)> progress) override;
+    bool upload(QString const& firmware_path, std::function<void(int)> progress) override;
     void reset() override;
-    bool verifyDeviceId(const QList<uint8_t>& device_ids) override;
+    bool verifyDeviceId(QList<uint8_t> const& device_ids) override;
     void onStartUpdate() override;
-    void onConnectToDevice(const QString& port_name, QList<uint8_t> device_ids,
-                           const bool& verify) override;
+    void onConnectToDevice(QString const& port_name, QList<uint8_t> device_ids,
+                           bool const& verify) override;
     void onDisconnectDevice() override;
 
     // What happened so far, calls and signals alike. From any thread.

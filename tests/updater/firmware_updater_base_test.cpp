@@ -26,13 +26,13 @@ QStringList OwnMethods(QMetaObject const& type)
 {
     QStringList methods;
     for (int i = type.methodOffset(); i < type.methodCount(); ++i) {
-        const auto method = type.method(i);
+        auto const method = type.method(i);
         QStringList parameters;
         for (int k = 0; k < method.parameterCount(); ++k) {
             parameters.append(QString::fromLatin1(method.parameterTypes().at(k)) + u' ' +
                               QString::fromLatin1(method.parameterNames().at(k)));
         }
-        const bool is_signal = method.methodType() == QMetaMethod::Signal;
+        bool const is_signal = method.methodType() == QMetaMethod::Signal;
         methods.append((is_signal ? u"signal "_s : u"slot "_s) +
                        QString::fromLatin1(method.name()) + u'(' + parameters.join(u", "_s) + u')');
     }
@@ -109,9 +109,9 @@ TEST(UpdaterBase, GivesTheConnectionStatusesTheirNumbers)
 // By name only: to ask for the type itself would register it.
 TEST(UpdaterBase, RegistersTheTypesThatCrossThreads)
 {
-    const UartFirmwareUpdater updater({}, 0, 0, 0, 0, 0, {}, nullptr);
+    UartFirmwareUpdater const updater({}, 0, 0, 0, 0, 0, {}, nullptr);
 
-    const auto list = QMetaType::fromName("QList<uchar>");
+    auto const list = QMetaType::fromName("QList<uchar>");
     EXPECT_TRUE(list.isValid());
     EXPECT_TRUE(QMetaType::fromName("ConnectionStatus").isValid());
     EXPECT_TRUE(QMetaType::hasRegisteredConverterFunction(
@@ -232,8 +232,8 @@ TEST(UpdateRequest, ThatFailsDoesNotResetTheUnit)
 TEST(UpdateRequest, CanBeRepeatedAndFinishesOncePerStart)
 {
     FakeUpdater fake;
-    const QSignalSpy started(&fake, &FirmwareUpdaterBase::UpdateStarted);
-    const QSignalSpy finished(&fake, &FirmwareUpdaterBase::UpdateFinished);
+    QSignalSpy const started(&fake, &FirmwareUpdaterBase::UpdateStarted);
+    QSignalSpy const finished(&fake, &FirmwareUpdaterBase::UpdateFinished);
 
     for (int i = 1; i <= 3; ++i) {
         fake.uploads = i != 2;

@@ -77,7 +77,7 @@ TEST(ModelIdCheck, DoesNotSeeARecordThatBeginsAtByte512)
 
 TEST(ModelIdCheck, DoesNotSeeARecordBetweenTwoSlots)
 {
-    for (const size_t offset : {1U, 4U, 8U, 15U, 495U}) {
+    for (size_t const offset : {1U, 4U, 8U, 15U, 495U}) {
         EXPECT_FALSE(checkModelIdInOtp(AreaWithModelAt(offset, 12), {12})) << "byte " << offset;
     }
 }
@@ -118,9 +118,9 @@ TEST(ModelIdCheck, OfShortDataSeesTheRecordsThatLieWhollyInside)
 
 TEST(ModelIdCheck, TakesARecordThatIsCutOffForAbsent)
 {
-    const auto whole = AreaWithModelAt(16, 12, 32);
+    auto const whole = AreaWithModelAt(16, 12, 32);
     for (size_t size = 1; size < 32; ++size) {
-        const std::vector<std::byte> cut(whole.begin(),
+        std::vector<std::byte> const cut(whole.begin(),
                                          whole.begin() + static_cast<std::ptrdiff_t>(size));
         EXPECT_FALSE(checkModelIdInOtp(cut, {12})) << size << " bytes";
     }
@@ -130,7 +130,7 @@ TEST(ModelIdCheck, IsSkippedForServiceFirmwareOnly)
 {
     EXPECT_TRUE(SkipsModelCheck(u"service"_s));
 
-    for (const auto& type : {u"Service"_s, u"SERVICE"_s, u"service "_s, u" service"_s,
+    for (auto const& type : {u"Service"_s, u"SERVICE"_s, u"service "_s, u" service"_s,
                              u"services"_s, u"servic"_s, u"customer"_s, QString()}) {
         EXPECT_FALSE(SkipsModelCheck(type)) << type.toStdString();
     }

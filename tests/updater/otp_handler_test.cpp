@@ -18,7 +18,7 @@ using Handler = otp::OtpHandler<16, 32>;
 
 constexpr unsigned kTag = 0x0A0B0C0D;  // in the area: 0D 0C 0B 0A
 
-std::span<const std::byte> Payload(std::string_view text)
+std::span<std::byte const> Payload(std::string_view text)
 {
     return std::as_bytes(std::span(text));
 }
@@ -33,7 +33,7 @@ struct Programmed {
     {
         return [this](Handler::Record record, unsigned char index) {
             auto& bytes = records.emplace_back();
-            for (const auto byte : record) {
+            for (auto const byte : record) {
                 bytes.push_back(std::to_integer<uint8_t>(byte));
             }
             indices.push_back(index);
@@ -52,12 +52,12 @@ TEST(OtpTag, StandsLowestByteFirst)
 
 TEST(OtpPayload, IsSeenAsTextInPlace)
 {
-    const std::vector<std::byte> bytes{std::byte{'a'}, std::byte{0}, std::byte{'b'}};
+    std::vector<std::byte> const bytes{std::byte{'a'}, std::byte{0}, std::byte{'b'}};
 
-    const auto text = otp::impl::ToStringView(bytes);
+    auto const text = otp::impl::ToStringView(bytes);
 
     EXPECT_EQ(text, std::string_view("a\0b", 3));
-    EXPECT_EQ(static_cast<const void*>(text.data()), bytes.data());
+    EXPECT_EQ(static_cast<void const*>(text.data()), bytes.data());
 }
 
 TEST(OtpRead, GivesThePayloadUpToItsFirstZeroByte)
@@ -147,7 +147,7 @@ TEST(OtpWrite, ProgramsTheFirstFreeRecordWithTagAndPayload)
 TEST(OtpWrite, TakesAPayloadThatFillsItsRecord)
 {
     Programmed programmed;
-    const auto area = UnprogrammedArea();
+    auto const area = UnprogrammedArea();
     Handler handler(area, programmed.Function());
 
     EXPECT_EQ(handler.Write(kTag, Payload("abcdefghijkl")), 0U);
@@ -161,7 +161,7 @@ TEST(OtpWrite, HandsOnTheStatusOfTheWriteFunction)
 {
     Programmed programmed;
     programmed.status = 77;
-    const auto area = UnprogrammedArea();
+    auto const area = UnprogrammedArea();
     Handler handler(area, programmed.Function());
 
     EXPECT_EQ(handler.Write(kTag, Payload("KV7")), 77U);
@@ -195,7 +195,7 @@ TEST(OtpWrite, OfAnotherPayloadUnderAKnownTagIsAConflict)
 
 TEST(OtpWrite, IntoAFullAreaFailsWithoutProgramming)
 {
-    const std::vector<std::byte> area(kOtpAreaSize);
+    std::vector<std::byte> const area(kOtpAreaSize);
     Programmed programmed;
     Handler handler(area, programmed.Function());
 
@@ -207,7 +207,7 @@ TEST(OtpWrite, IntoAFullAreaFailsWithoutProgramming)
 TEST(OtpWrite, OfAPayloadThatDoesNotFitFailsWithoutProgramming)
 {
     Programmed programmed;
-    const auto area = UnprogrammedArea();
+    auto const area = UnprogrammedArea();
     Handler handler(area, programmed.Function());
 
     EXPECT_NE(handler.Write(kTag, Payload("abcdefghijklm")), 0U);

@@ -13,7 +13,7 @@ using testing::ElementsAre;
 namespace {
 
 // What the started firmware finds at the boot-mode address.
-const std::vector<std::byte> kMarker{std::byte{'P'}, std::byte{'U'}, std::byte{'W'},
+std::vector<std::byte> const kMarker{std::byte{'P'}, std::byte{'U'}, std::byte{'W'},
                                      std::byte{'F'}};
 
 QByteArray Pattern(qsizetype size)
@@ -50,7 +50,7 @@ protected:
         backend->onConnectToDevice(port_, {kModel}, true);
         ASSERT_EQ(signals_, QStringList({u"Connected"_s}));
         unit_->LoadMemory(kFlash, {std::byte{0x00}, std::byte{0x42}});
-        const auto commands = Commands();
+        auto const commands = Commands();
         signals_.clear();
 
         backend->onStartUpdate();
@@ -68,7 +68,7 @@ protected:
 
 TEST(UartBackend, TellsItsNamesAndPlaceInTheHierarchy)
 {
-    const UartFirmwareUpdater backend({}, 0, 0, 0, 0, 0, {}, nullptr);
+    UartFirmwareUpdater const backend({}, 0, 0, 0, 0, 0, {}, nullptr);
 
     EXPECT_STREQ(backend.metaObject()->className(), "UartFirmwareUpdater");
     EXPECT_EQ(backend.metaObject()->superClass(), &FirmwareUpdaterBase::staticMetaObject);
@@ -79,7 +79,7 @@ TEST(UartBackend, BelongsToTheParentItWasGiven)
 {
     QObject parent;
 
-    const auto* backend = new UartFirmwareUpdater({}, 0, 0, 0, 0, 0, {}, &parent);
+    auto const* backend = new UartFirmwareUpdater({}, 0, 0, 0, 0, 0, {}, &parent);
 
     EXPECT_EQ(backend->parent(), &parent);
 }
@@ -195,7 +195,7 @@ TEST_F(UartConnect, ToAUnitThatReturnedUnderAnotherNameSucceeds)
     backend->onConnectToDevice(port_, {kModel}, true);
     backend->onDisconnectDevice();
     unit_->Unplug();
-    const auto other = port_ + u"1"_s;
+    auto const other = port_ + u"1"_s;
     unit_->Plug(other.toStdString());
 
     backend->onConnectToDevice(other, {kModel}, true);
@@ -262,7 +262,7 @@ TEST_F(UartConnect, AnswersThroughTheBaseClass)
 
 TEST_F(UartUpdate, WritesTheImageMarksTheBootModeAndStartsTheFirmware)
 {
-    const auto image = Pattern(4096);
+    auto const image = Pattern(4096);
 
     Update(image);
 
@@ -271,7 +271,7 @@ TEST_F(UartUpdate, WritesTheImageMarksTheBootModeAndStartsTheFirmware)
     auto expected = image;
     expected.replace(4092, 4, QByteArray("\x01\x00\x00\x00", 4));
     EXPECT_EQ(Flash(4096), expected);
-    const auto status = unit_->Status();
+    auto const status = unit_->Status();
     EXPECT_EQ(status.marker, kMarker);
     EXPECT_EQ(status.jump_address, kStart);
     EXPECT_EQ(status.erased_pages, 2U);
@@ -321,7 +321,7 @@ TEST_F(UartUpdate, TakesAFileOfExactlyEightBytes)
 
 TEST_F(UartUpdate, OfAMissingFileSaysSoAndSendsNothing)
 {
-    const auto path = folder_.filePath(u"missing.bin"_s);
+    auto const path = folder_.filePath(u"missing.bin"_s);
     testing::internal::CaptureStdout();
 
     ExpectNothingSent(path);
@@ -380,8 +380,8 @@ TEST_F(UartUpdate, OfAFileThatOpensButCannotBeReadSaysSoAndSendsNothing)
 
 TEST_F(UartUpdate, OfAFileWhoseReadingFailsOnTheWaySendsNothing)
 {
-    const auto path = MakeFile(Pattern(20000));
-    const BrokenFile broken(path.toStdString(), 10000);
+    auto const path = MakeFile(Pattern(20000));
+    BrokenFile const broken(path.toStdString(), 10000);
 
     ExpectNothingSent(path);
 }

@@ -13,7 +13,7 @@ namespace {
 // umockdev keeps its state for the whole process, so all tests share one testbed.
 std::shared_ptr<simulator::UsbTestbed> SharedTestbed()
 {
-    static const auto testbed = std::make_shared<simulator::UsbTestbed>();
+    static auto const testbed = std::make_shared<simulator::UsbTestbed>();
     return testbed;
 }
 
@@ -27,7 +27,7 @@ UartUnitTest::UartUnitTest()
     bootloader.otp = otp.Bytes();
     bootloader.boot_mode_address = kBootMode;
     simulator::SimulatedUnitOptions options;
-    options.loader = bootloader;
+    options.bootloader = bootloader;
     options.port.name = port_.toStdString();
     unit_ = std::make_unique<simulator::SimulatedUnit>(SharedTestbed(), options);
     unit_->Plug();
@@ -39,7 +39,7 @@ std::unique_ptr<UartFirmwareUpdater> UartUnitTest::MakeBackend(QString const& fi
 {
     auto backend = std::make_unique<UartFirmwareUpdater>(
         firmware_path, kStart, programming_address, kOtp, 512, kBootMode, fw_target_type, nullptr);
-    const auto note = [this](QString const& text) {
+    auto const note = [this](QString const& text) {
         return [this, text] { signals_.append(text); };
     };
     auto* const base = static_cast<FirmwareUpdaterBase*>(backend.get());
@@ -53,7 +53,7 @@ std::unique_ptr<UartFirmwareUpdater> UartUnitTest::MakeBackend(QString const& fi
                      [this](int percent) { signals_.append(QString::number(percent)); });
     QObject::connect(base, &FirmwareUpdaterBase::UpdateConnectionStatus,
                      [this](ConnectionStatus status) {
-                         static const QStringList names{u"Connected"_s, u"Disconnected"_s,
+                         static QStringList const names{u"Connected"_s, u"Disconnected"_s,
                                                         u"VerificationFailed"_s};
                          signals_.append(names.value(static_cast<int>(status)));
                      });
@@ -70,11 +70,11 @@ QString UartUnitTest::MakeFile(QByteArray const& content) const
 
 int UartUnitTest::OpenPorts()
 {
-    const auto line = QString::fromStdString(unit_->Status().pty_path);
+    auto const line = QString::fromStdString(unit_->Status().pty_path);
     int count = 0;
-    const auto entries =
+    auto const entries =
         QDir(u"/proc/self/fd"_s).entryInfoList(QDir::NoDotAndDotDot | QDir::System | QDir::Files);
-    for (const auto& entry : entries) {
+    for (auto const& entry : entries) {
         count += entry.symLinkTarget() == line ? 1 : 0;
     }
     return count - 1;
@@ -83,7 +83,7 @@ int UartUnitTest::OpenPorts()
 std::vector<std::string> UartUnitTest::Commands()
 {
     std::vector<std::string> commands;
-    for (const auto& entry : unit_->Journal()) {
+    for (auto const& entry : unit_->Journal()) {
         commands.push_back(entry.command);
     }
     return commands;
@@ -91,19 +91,19 @@ std::vector<std::string> UartUnitTest::Commands()
 
 bool UartUnitTest::WasRead()
 {
-    const auto commands = Commands();
+    auto const commands = Commands();
     return std::ranges::find(commands, "read") != commands.end();
 }
 
 QByteArray UartUnitTest::Flash(size_t size, uint32_t address)
 {
-    const auto bytes = unit_->ReadMemory(address, size);
-    return {reinterpret_cast<const char*>(bytes.data()), static_cast<qsizetype>(bytes.size())};
+    auto const bytes = unit_->ReadMemory(address, size);
+    return {reinterpret_cast<char const*>(bytes.data()), static_cast<qsizetype>(bytes.size())};
 }
 
 bool UartUnitTest::FlashIsErased()
 {
     constexpr size_t flash_size = 512 * 1024;
-    const auto bytes = unit_->ReadMemory(kFlash, flash_size);
+    auto const bytes = unit_->ReadMemory(kFlash, flash_size);
     return std::ranges::all_of(bytes, [](std::byte byte) { return byte == std::byte{0xFF}; });
 }

@@ -68,9 +68,9 @@ private:
     }
 };
 
-const QString kConnected = u"status 0"_s;
-const QString kDisconnected = u"status 1"_s;
-const QString kVerificationFailed = u"status 2"_s;
+QString const kConnected = u"status 0"_s;
+QString const kDisconnected = u"status 1"_s;
+QString const kVerificationFailed = u"status 2"_s;
 
 }  // namespace
 
@@ -148,7 +148,7 @@ TEST_F(UsbBackend, RefusesAUnitThatCannotBeRead)
 TEST_F(UsbBackend, LooksThroughAShortAreaAsFarAsItGoes)
 {
     MakeBackend();
-    for (const auto& area : {QByteArray("\x11\x47\x23\x01\x79", 5), QByteArray("\x11", 1)}) {
+    for (auto const& area : {QByteArray("\x11\x47\x23\x01\x79", 5), QByteArray("\x11", 1)}) {
         tool_.Write(u"area"_s, area);
         tool_.Does("read_unit_as area\n");
         backend_->onConnectToDevice({}, {kModel}, true);
@@ -302,7 +302,7 @@ TEST_F(UsbBackend, WorksOnItsOwnThread)
     QList<QThread*> threads;
     QSemaphore half_way;
     QSemaphore done;
-    const auto note = [&](int percent) {
+    auto const note = [&](int percent) {
         threads.append(QThread::currentThread());
         (percent == 100 ? done : half_way).release();
     };

@@ -12,7 +12,7 @@
 namespace hal::uart::test {
 namespace {
 
-[[noreturn]] void ThrowErrno(const char* what)
+[[noreturn]] void ThrowErrno(char const* what)
 {
     throw std::system_error(errno, std::generic_category(), what);
 }

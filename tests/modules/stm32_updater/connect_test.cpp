@@ -56,7 +56,7 @@ TEST_F(ConnectTest, SetsUpTheLineAndDrivesTheHooksInThisOrder)
                                            "second hook", "send 7f", "send 00 ff", "send 02 fd"));
 }
 
-TEST_F(ConnectTest, HoldsTheResetLineForATenthOfASecondAndLetsTheLoaderStartForTwo)
+TEST_F(ConnectTest, HoldsTheResetLineForATenthOfASecondAndLetsTheBootloaderStartForTwo)
 {
     ExpectSync();
     ExpectGet();

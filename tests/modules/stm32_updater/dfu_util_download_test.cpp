@@ -50,12 +50,12 @@ TEST_F(DfuUtilDownload, TellsTheToolUnitMemoryAddressAndFile)
 TEST_F(DfuUtilDownload, TellsAnyAddressInEightUpperCaseDigits)
 {
     tool_.Does("");
-    const QList<std::pair<unsigned, QString>> addresses{
+    QList<std::pair<unsigned, QString>> const addresses{
         {0, u"0X00000000:fast:leave"_s},
         {0x0801ABCD, u"0X0801ABCD:fast:leave"_s},
         {0xFFFFFFFF, u"0XFFFFFFFF:fast:leave"_s},
     };
-    for (const auto& [address, text] : addresses) {
+    for (auto const& [address, text] : addresses) {
         Download("fw.bin", address);
         EXPECT_EQ(tool_.Arguments().value(tool_.Arguments().size() - 3), text);
     }
@@ -74,7 +74,7 @@ TEST_F(DfuUtilDownload, TellsTheDeviceItWasGiven)
 {
     tool_.Does("");
     Stm32DfuUtilUpdater other(nullptr, u"1209:0001"_s, tool_.Path(), kShort);
-    const SignalRecord others(other);
+    SignalRecord const others(other);
 
     other.Update("fw.bin", 0);
 
@@ -115,10 +115,10 @@ TEST_F(DfuUtilDownload, ReportsARecordedRun)
 {
     QFile file(QStringLiteral(FW_RECORDED_OUTPUT "/dfu_util_download.txt"));
     ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-    const auto output = file.readAll();
-    const auto erase_end = output.indexOf("Erase    done.");
-    const auto middle = output.lastIndexOf("\rDownload\t[", output.indexOf("  53% ", erase_end));
-    const auto bars_end = output.indexOf("\nDownload done.");
+    auto const output = file.readAll();
+    auto const erase_end = output.indexOf("Erase    done.");
+    auto const middle = output.lastIndexOf("\rDownload\t[", output.indexOf("  53% ", erase_end));
+    auto const bars_end = output.indexOf("\nDownload done.");
     ASSERT_TRUE(0 < erase_end && erase_end < middle && middle < bars_end);
     tool_.Write(u"erase"_s, output.first(erase_end));
     tool_.Write(u"half"_s, output.mid(erase_end, middle - erase_end));
@@ -233,8 +233,8 @@ TEST_F(DfuUtilDownload, KeepsNothingOfAFloodBetweenTwoLooks)
 {
     tool_.Does("head -c 5000000 /dev/zero; printf 'Download [==] 42%%'\n");
     Stm32DfuUtilUpdater updater(nullptr, u"0483:df11"_s, tool_.Path(), {.poll = 1h});
-    const SignalRecord reported(updater);
-    const auto* process = updater.findChild<QProcess*>();
+    SignalRecord const reported(updater);
+    auto const* process = updater.findChild<QProcess*>();
     qint64 most_kept = 0;
     // After the driver's own slot for the same signal.
     QObject::connect(process, &QProcess::readyReadStandardOutput,
@@ -253,7 +253,7 @@ TEST_F(DfuUtilDownload, FindsTheBarBehindAFloodBetweenTwoLooks)
         "head -c 5000000 /dev/zero; printf 'Download [==] 42%%'; head -c 5000000 /dev/zero\n"
         "echo >\"$here/printed\"; wait_for_test\n");
     Stm32DfuUtilUpdater updater(nullptr, u"0483:df11"_s, tool_.Path(), {.poll = 1h});
-    const SignalRecord reported(updater);
+    SignalRecord const reported(updater);
     ASSERT_TRUE(updater.Update("fw.bin", 0));
     ASSERT_TRUE(QTest::qWaitFor([&] { return tool_.Has(u"printed"_s); }, kPatience));
 
@@ -267,7 +267,7 @@ TEST_F(DfuUtilDownload, FindsTheBarBehindAFloodBetweenTwoLooks)
 TEST_F(DfuUtilDownload, ReportsNothingOfTheOneBefore)
 {
     Stm32DfuUtilUpdater updater(nullptr, u"0483:df11"_s, tool_.Path(), {.poll = 1h});
-    const SignalRecord reported(updater);
+    SignalRecord const reported(updater);
     tool_.Does("printf 'Download [==] 42%%'\n");
     ASSERT_TRUE(updater.Update("fw.bin", 0));
     ASSERT_TRUE(reported.WaitFor(u"finished true"_s));
@@ -284,12 +284,12 @@ TEST_F(DfuUtilDownload, ReportsNothingOfTheOneBefore)
 
 TEST_F(DfuUtilDownload, TakesAnyExitCodeForSuccess)
 {
-    for (const auto* commands : {"exit 0\n", "exit 74\n", "exit 255\n"}) {
+    for (auto const* commands : {"exit 0\n", "exit 74\n", "exit 255\n"}) {
         tool_.Does(commands);
 
         Download();
 
-        const auto all = signals_.All();
+        auto const all = signals_.All();
         EXPECT_EQ(all.mid(all.size() - 3),
                   QStringList({u"erase started"_s, u"finished true"_s, u"100"_s}))
             << commands;
@@ -358,7 +358,7 @@ TEST_F(DfuUtilDownload, CanFollowAnother)
     ASSERT_TRUE(signals_.WaitFor(u"42"_s));
     tool_.LetGo();
     ASSERT_TRUE(signals_.WaitFor(u"100"_s));
-    const auto first = signals_.All();
+    auto const first = signals_.All();
 
     ASSERT_TRUE(updater_.Update("second.bin", 0));
     ASSERT_TRUE(signals_.WaitForCount(first.size() + 3));
@@ -374,16 +374,16 @@ TEST_F(DfuUtilDownload, IsLookedAtEverySecondUnlessToldOtherwise)
 {
     tool_.Does("printf 'Download [==] 42%%'; wait_for_test\n");
     Stm32DfuUtilUpdater updater(nullptr, u"0483:df11"_s, tool_.Path());
-    const SignalRecord reported(updater);
+    SignalRecord const reported(updater);
     QElapsedTimer timer;
     timer.start();
     ASSERT_TRUE(updater.Update("fw.bin", 0));
 
     ASSERT_TRUE(reported.WaitFor(u"42"_s));
-    const auto first = timer.restart();
+    auto const first = timer.restart();
     tool_.LetGo();
     ASSERT_TRUE(reported.WaitFor(u"100"_s));
-    const auto second = timer.elapsed();
+    auto const second = timer.elapsed();
 
     EXPECT_GE(first, 940);
     EXPECT_LT(first, 5000);
@@ -394,7 +394,7 @@ TEST_F(DfuUtilDownload, IsLookedAtEverySecondUnlessToldOtherwise)
 
 TEST(DfuUtilUpdater, ListsItsSignalsAndThenItsSlot)
 {
-    const auto& type = Stm32DfuUtilUpdater::staticMetaObject;
+    auto const& type = Stm32DfuUtilUpdater::staticMetaObject;
     QStringList methods;
     for (int i = type.methodOffset(); i < type.methodCount(); ++i) {
         methods.append(QString::fromLatin1(type.method(i).methodSignature()));
@@ -410,9 +410,9 @@ TEST(DfuUtilUpdater, ListsItsSignalsAndThenItsSlot)
 TEST_F(DfuUtilTest, DoesNothingAsAnyOtherUpdaterWould)
 {
     IStm32Updater& updater = updater_;
-    const std::vector<std::byte> image(16);
+    std::vector<std::byte> const image(16);
     bool called = false;
-    const auto progress = [&](IFwUpdater::State, unsigned) { called = true; };
+    auto const progress = [&](IFwUpdater::State, unsigned) { called = true; };
 
     EXPECT_FALSE(updater.Update(image, progress));
     EXPECT_FALSE(updater.Update(image, progress, 0x08000000));

@@ -31,13 +31,13 @@ public:
         ::chmod(path_.constData(), 0555);
         if (was_root_) {
             constexpr uid_t kNobody = 65534;
-            [[maybe_unused]] const auto result = ::seteuid(kNobody);
+            [[maybe_unused]] auto const result = ::seteuid(kNobody);
         }
     }
     ~ReadOnlyFolder()
     {
         if (was_root_) {
-            [[maybe_unused]] const auto result = ::seteuid(0);
+            [[maybe_unused]] auto const result = ::seteuid(0);
         }
         ::chmod(path_.constData(), 0755);
     }
@@ -76,12 +76,12 @@ TEST_F(DfuUtilOtp, TellsTheToolUnitMemoryPlaceAndFile)
 TEST_F(DfuUtilOtp, TellsAnyAddressInEightLowerCaseDigitsAndTheSizeInDecimal)
 {
     tool_.Does("");
-    const QList<std::tuple<unsigned, unsigned long, QString>> places{
+    QList<std::tuple<unsigned, unsigned long, QString>> const places{
         {0x1FFF7000, 1024, u"0x1fff7000:1024"_s},
         {0, 0, u"0x00000000:0"_s},
         {0xFFFFFFFF, 0xFFFFFFFFFFFFFFFF, u"0xffffffff:18446744073709551615"_s},
     };
-    for (const auto& [address, size, text] : places) {
+    for (auto const& [address, size, text] : places) {
         updater_.GetOtp(address, size);
         EXPECT_EQ(tool_.Arguments().value(tool_.Arguments().size() - 3), text);
     }
@@ -91,7 +91,7 @@ TEST_F(DfuUtilOtp, GivesWhatTheToolWroteAndRemovesTheFile)
 {
     ToolWrites(QByteArray("\x11\x47\x23\x01\x00\xFF", 6));
 
-    const auto otp = updater_.GetOtp(kOtp, 6);
+    auto const otp = updater_.GetOtp(kOtp, 6);
 
     EXPECT_THAT(otp, ElementsAre(std::byte{0x11}, std::byte{0x47}, std::byte{0x23}, std::byte{0x01},
                                  std::byte{0x00}, std::byte{0xFF}));
@@ -161,12 +161,12 @@ TEST_F(DfuUtilOtp, IsEmptyAndNotAskedForWhenALeftFileCannotBeRemoved)
 {
     tool_.Write(u"tmp/kelvane_otp.bin"_s, "the area of another unit");
     tool_.Does("");
-    const ReadOnlyFolder folder(QFileInfo(tool_.OtpPath()).path());
+    ReadOnlyFolder const folder(QFileInfo(tool_.OtpPath()).path());
     if (!folder.IsReadOnly()) {
         GTEST_SKIP() << "whoever runs this may write everywhere";
     }
     ASSERT_TRUE(QFileInfo(tool_.OtpPath()).isFile());
-    const CollectedLog log;
+    CollectedLog const log;
 
     EXPECT_THAT(updater_.GetOtp(kOtp, 512), IsEmpty());
 
@@ -214,7 +214,7 @@ TEST_F(DfuUtilOtp, TakesWhatIsThereWhenTheTimeIsUpAndEndsTheTool)
     QElapsedTimer timer;
     timer.start();
 
-    const auto otp = updater.GetOtp(kOtp, 512);
+    auto const otp = updater.GetOtp(kOtp, 512);
 
     EXPECT_THAT(otp, SizeIs(2));
     EXPECT_GE(timer.elapsed(), 300);
@@ -226,7 +226,7 @@ TEST_F(DfuUtilOtp, TakesWhatIsThereWhenTheTimeIsUpAndEndsTheTool)
 TEST_F(DfuUtilOtp, DoesNotOutlastItsTimeWithAToolThatPrintsForEver)
 {
     Stm32DfuUtilUpdater updater(nullptr, u"0483:df11"_s, tool_.Path(), {.otp_limit = 300ms});
-    for (const auto* commands : {"exec cat /dev/zero\n", "exec cat /dev/zero >&2\n"}) {
+    for (auto const* commands : {"exec cat /dev/zero\n", "exec cat /dev/zero >&2\n"}) {
         tool_.Does(commands);
         QElapsedTimer timer;
         timer.start();

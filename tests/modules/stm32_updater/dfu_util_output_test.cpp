@@ -21,7 +21,7 @@ using std::nullopt;
 // As dfu-util 0.11 prints a bar: a carriage return, 25 places, the bytes so far.
 std::string Bar(int filled, int percentage, int bytes)
 {
-    const auto places = static_cast<size_t>(filled);
+    auto const places = static_cast<size_t>(filled);
     std::string bar = "\rDownload\t[" + std::string(places, '=') + std::string(25 - places, ' ');
     auto number = std::to_string(percentage);
     number.insert(0, 3 - number.size(), ' ');
@@ -40,10 +40,10 @@ std::optional<int> FindDownloadPercentage(std::string_view output)
 // The definition, letter by letter; the dot also stands for a carriage return.
 std::optional<int> ByDefinition(std::string const& output)
 {
-    static const QRegularExpression bar(QStringLiteral(R"(Download.*\]\s*(\d+)%)"),
+    static QRegularExpression const bar(QStringLiteral(R"(Download.*\]\s*(\d+)%)"),
                                         QRegularExpression::DotMatchesEverythingOption);
-    const auto line = QString::fromUtf8(QByteArray::fromStdString(output)).split(QChar(u'\n'));
-    const auto match = bar.match(line.last());
+    auto const line = QString::fromUtf8(QByteArray::fromStdString(output)).split(QChar(u'\n'));
+    auto const match = bar.match(line.last());
     return match.hasMatch() ? std::optional(match.captured(1).toInt()) : nullopt;
 }
 
@@ -94,7 +94,7 @@ TEST(DownloadPercentage, IsNothingWhileTheToolErases)
 
 TEST(DownloadPercentage, IsNothingInABarThatIsNotOne)
 {
-    for (const auto* text :
+    for (auto const* text :
          {"Download", "Download [===]", "Download [===] %", "Download [===] 42", "Download 42%",
           "Download [===] x42%", "Download [===] -42%", "Download [===] 4 2%", "42% Download [===]",
           "[===] 42% Download", "download [===] 42%", "Downloa [===] 42%", "Download [===> 42%"}) {
@@ -104,7 +104,7 @@ TEST(DownloadPercentage, IsNothingInABarThatIsNotOne)
 
 TEST(DownloadPercentage, OfABarCutShortIsThatOfTheBarBefore)
 {
-    const auto bars = Bar(10, 40, 16384) + Bar(11, 44, 18432);
+    auto const bars = Bar(10, 40, 16384) + Bar(11, 44, 18432);
 
     EXPECT_EQ(FindDownloadPercentage(bars.substr(0, bars.find("44"))), 40);
     EXPECT_EQ(FindDownloadPercentage(bars.substr(0, bars.find("44%") + 2)), 40);
@@ -137,11 +137,11 @@ TEST(DownloadPercentage, IsFoundAmongBytesThatAreNoText)
 
 TEST(DownloadPercentage, IsByDefinitionAtEachCut)
 {
-    const auto output = "Erase done.\nFile downloaded\n" + Bar(0, 0, 0) + Bar(12, 48, 2048) +
+    auto const output = "Erase done.\nFile downloaded\n" + Bar(0, 0, 0) + Bar(12, 48, 2048) +
                         Bar(25, 100, 4096) + "\nDownload done.\n";
     for (size_t begin = 0; begin <= output.size(); ++begin) {
         for (size_t end = begin; end <= output.size(); end += 3) {
-            const auto piece = output.substr(begin, end - begin);
+            auto const piece = output.substr(begin, end - begin);
             ASSERT_EQ(FindDownloadPercentage(piece), ByDefinition(piece)) << piece;
         }
     }
@@ -149,7 +149,7 @@ TEST(DownloadPercentage, IsByDefinitionAtEachCut)
 
 TEST(DownloadPercentage, IsByDefinitionWithAnyByteChanged)
 {
-    const auto good = Bar(12, 48, 2048) + Bar(13, 52, 4096);
+    auto const good = Bar(12, 48, 2048) + Bar(13, 52, 4096);
     for (size_t place = 0; place < good.size(); ++place) {
         for (int value = 0; value < 256; ++value) {
             auto output = good;
@@ -162,10 +162,10 @@ TEST(DownloadPercentage, IsByDefinitionWithAnyByteChanged)
 
 TEST(DownloadPercentage, IsTheSameInAnyTwoPieces)
 {
-    for (const auto* output : {"Erase done.\nDownload [==] 42%\rDownload [=== ]  60%",
+    for (auto const* output : {"Erase done.\nDownload [==] 42%\rDownload [=== ]  60%",
                                "DownDownload]]  0%]7", "Download [=] 2147483647%",
                                "x] 1%\nDownload\r]] 3%] %", "Download] 5%\n\nDownload] 6%"}) {
-        const std::string_view whole(output);
+        std::string_view const whole(output);
         for (size_t cut = 0; cut <= whole.size(); ++cut) {
             DownloadBarReader reader;
             reader.Read(whole.substr(0, cut));
@@ -177,10 +177,10 @@ TEST(DownloadPercentage, IsTheSameInAnyTwoPieces)
 
 TEST(DownloadPercentage, IsTheSameByteForByte)
 {
-    const auto output = "Erase done.\nFile downloaded\n" + Bar(0, 0, 0) + Bar(12, 48, 2048);
+    auto const output = "Erase done.\nFile downloaded\n" + Bar(0, 0, 0) + Bar(12, 48, 2048);
     for (size_t end = 0; end <= output.size(); ++end) {
         DownloadBarReader reader;
-        for (const char byte : output.substr(0, end)) {
+        for (char const byte : output.substr(0, end)) {
             reader.Read({&byte, 1});
         }
         EXPECT_EQ(reader.TakePercentage(), ByDefinition(output.substr(0, end))) << end;
@@ -189,7 +189,7 @@ TEST(DownloadPercentage, IsTheSameByteForByte)
 
 TEST(DownloadPercentage, OnceTakenIsGoneAndNothingIsJoinedWithWhatFollows)
 {
-    const auto bar = Bar(12, 48, 2048);
+    auto const bar = Bar(12, 48, 2048);
     for (size_t cut = 0; cut <= bar.size(); ++cut) {
         DownloadBarReader reader;
         reader.Read(bar.substr(0, cut));
@@ -204,7 +204,7 @@ TEST(DownloadPercentage, IsReadWithoutKeepingTheOutput)
 {
     static_assert(std::is_trivially_copyable_v<DownloadBarReader>, "it owns no memory");
     DownloadBarReader reader;
-    const std::string piece = Bar(12, 48, 2048) + std::string(1'000'000, ']');
+    std::string const piece = Bar(12, 48, 2048) + std::string(1'000'000, ']');
     for (int i = 0; i < 20; ++i) {
         reader.Read(piece);
     }
@@ -215,14 +215,14 @@ TEST(DownloadPercentage, IsReadWithoutKeepingTheOutput)
 TEST(DownloadPercentage, OfARecordedRunRisesFromTheFirstBarOfTheDownload)
 {
     std::ifstream file(FW_RECORDED_OUTPUT "/dfu_util_download.txt", std::ios::binary);
-    const std::string output(std::istreambuf_iterator<char>(file), {});
-    const auto first_bar = output.find("\rDownload\t[");
+    std::string const output(std::istreambuf_iterator<char>(file), {});
+    auto const first_bar = output.find("\rDownload\t[");
     ASSERT_NE(first_bar, std::string::npos);
-    const auto bars_end = output.find('\n', first_bar);
+    auto const bars_end = output.find('\n', first_bar);
 
     std::vector<int> seen;
     for (size_t end = 0; end <= output.size(); ++end) {
-        const auto percentage = FindDownloadPercentage(std::string_view(output).substr(0, end));
+        auto const percentage = FindDownloadPercentage(std::string_view(output).substr(0, end));
         ASSERT_EQ(percentage, ByDefinition(output.substr(0, end))) << end;
         if (percentage) {
             EXPECT_TRUE(end > first_bar && end <= bars_end) << end;
@@ -241,7 +241,7 @@ TEST(DownloadPercentage, OfARecordedRunRisesFromTheFirstBarOfTheDownload)
 // Megabytes of what keeps a backtracking search busy for hours.
 TEST(DownloadPercentage, IsSoonMissedInHopelessOutput)
 {
-    for (const auto* piece : {"Download", "Download [", "]", "Download]", "Download] 1", "] "}) {
+    for (auto const* piece : {"Download", "Download [", "]", "Download]", "Download] 1", "] "}) {
         std::string output = "Download";
         while (output.size() < 8'000'000) {
             output += piece;

@@ -32,13 +32,13 @@ SignalRecord::SignalRecord(Stm32DfuUtilUpdater& updater)
 
 void SignalRecord::Add(QString const& signal)
 {
-    const std::lock_guard lock(mutex_);
+    std::lock_guard const lock(mutex_);
     signals_.append(signal);
 }
 
 QStringList SignalRecord::All() const
 {
-    const std::lock_guard lock(mutex_);
+    std::lock_guard const lock(mutex_);
     return signals_;
 }
 
@@ -59,7 +59,7 @@ TimerCounter::TimerCounter()
 
 bool TimerCounter::WaitForMore(int count)
 {
-    const auto enough = count_ + count;
+    auto const enough = count_ + count;
     return QTest::qWaitFor([&] { return count_ >= enough; }, kSignalPatience);
 }
 
@@ -76,7 +76,7 @@ void DfuUtilTest::Download(std::string const& file, unsigned address)
     ASSERT_TRUE(updater_.Update(file, address));
     ASSERT_TRUE(QTest::qWaitFor(
         [&] {
-            const auto all = signals_.All();
+            auto const all = signals_.All();
             return all.size() >= 2 && all.last() == u"100"_s &&
                    all[all.size() - 2].startsWith(u"finished"_s);
         },

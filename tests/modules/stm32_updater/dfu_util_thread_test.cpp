@@ -51,7 +51,7 @@ TEST_F(DfuUtilOnAThread, ReportsThere)
 {
     tool_.Does("printf 'Download [==] 42%%'; wait_for_test\n");
     QList<QThread*> threads;
-    const auto note = [&threads] { threads.append(QThread::currentThread()); };
+    auto const note = [&threads] { threads.append(QThread::currentThread()); };
     QObject::connect(&updater_, &Stm32DfuUtilUpdater::ProgressUpdate, &updater_, note);
     QObject::connect(&updater_, &Stm32DfuUtilUpdater::UpdateFinished, &updater_, note);
     StartDownload();

@@ -233,7 +233,8 @@ unsigned HarmlessStrikes(FaultKind kind)
         case FaultKind::kNackWriteData:
             return kWrites;  // a refused write is repeated
         case FaultKind::kGarbageAnswer:
-            return 2;  // the loader's version, which nobody compares, and the last answer of all
+            return 2;  // the bootloader's version, which nobody compares, and the last answer of
+                       // all
         case FaultKind::kExtraByte:
             return 2;  // after both answers to the jump nothing is read
         case FaultKind::kCutAnswer:

@@ -70,7 +70,7 @@ hal::uart::IUartDriver::LineSetup ScriptedUart::GetSetup() const
     return setup_;
 }
 
-void ScriptedUart::Transmit(std::span<const std::byte> data)
+void ScriptedUart::Transmit(std::span<std::byte const> data)
 {
     if (data.empty()) {
         Fail("an empty Transmit");
@@ -154,7 +154,7 @@ void ScriptedUart::SendPieces(std::stop_token stop)
     }
 }
 
-uint32_t ScriptedUart::TransmitHighPriority(std::span<const std::byte, 2>)
+uint32_t ScriptedUart::TransmitHighPriority(std::span<std::byte const, 2>)
 {
     Fail("a high-priority Transmit");
     return 0;

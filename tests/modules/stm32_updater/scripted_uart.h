@@ -75,8 +75,8 @@ public:
 
     void Setup(Rate rate, Settings settings) override;
     LineSetup GetSetup() const override;
-    void Transmit(std::span<const std::byte> data) override;
-    uint32_t TransmitHighPriority(std::span<const std::byte, 2> data) override;
+    void Transmit(std::span<std::byte const> data) override;
+    uint32_t TransmitHighPriority(std::span<std::byte const, 2> data) override;
     void TransmitBreak() override;
     // The handle owns a non-null pointer, so that its deleter runs.
     hal::uart::Subscription SubscribeOnRx(std::function<void(std::byte)> const& callback) override;

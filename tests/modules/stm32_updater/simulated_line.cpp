@@ -12,7 +12,7 @@ void SimulatedLine::SetReset(bool asserted)
     }
 }
 
-void SimulatedLine::Transmit(std::span<const std::byte> data)
+void SimulatedLine::Transmit(std::span<std::byte const> data)
 {
     Deliver(std::exchange(late_, {}));
     if (unit_.Vanished()) {

@@ -22,8 +22,8 @@ public:
 
     void Setup(Rate rate, Settings settings) override { setup_ = {rate, settings}; }
     LineSetup GetSetup() const override { return setup_; }
-    void Transmit(std::span<const std::byte> data) override;
-    uint32_t TransmitHighPriority(std::span<const std::byte, 2>) override { return 0; }
+    void Transmit(std::span<std::byte const> data) override;
+    uint32_t TransmitHighPriority(std::span<std::byte const, 2>) override { return 0; }
     void TransmitBreak() override {}
     hal::uart::Subscription SubscribeOnRx(std::function<void(std::byte)> const& callback) override;
     hal::uart::Subscription SubscribeOnError(std::function<void(unsigned)> const&) override;

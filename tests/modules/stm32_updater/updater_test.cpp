@@ -14,7 +14,7 @@ LogRecorder::LogRecorder(dispatcher::Dispatcher& dispatcher)
     : sender_(dispatcher), logger_(sender_), cookie_(dispatcher.AddListener(0, kLogMessages, *this))
 {}
 
-void LogRecorder::OnMessage(std::span<const std::byte> message)
+void LogRecorder::OnMessage(std::span<std::byte const> message)
 {
     ASSERT_GE(message.size(), 6U);
     std::string text;

@@ -35,7 +35,7 @@ public:
     std::vector<LogLine> const& Lines() const { return lines_; }
 
 private:
-    void OnMessage(std::span<const std::byte> message) override;
+    void OnMessage(std::span<std::byte const> message) override;
 
     std::vector<LogLine> lines_;
     MessageHelper sender_;
