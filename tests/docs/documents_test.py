@@ -1,0 +1,415 @@
+#!/usr/bin/env python3
+"""Checks that the documents are true where a program can tell.
+
+    documents_test.py
+
+- A file that a document names in backticks, in a link or in a command exists; so does the heading that
+  a link leads to.
+- A name that a document takes from the code exists.
+- The figure next to the name of a constant is the constant's value. There are two notations: a table
+  with the column "Constant", whose first column is the figure, and the comment
+  `5 s<!-- kExtendedEraseTimeout -->` in prose, which a reader does not see. The comment may divide or
+  multiply: `204 pages<!-- kExtendedEraseTimeout / 24.5 -->`.
+
+The checks are functions that return what is wrong; the second half of this file proves on bad examples
+that each of them can fail.
+"""
+
+import fnmatch
+import re
+import tempfile
+import unittest
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[2]
+SOURCES = ("app", "config", "updater", "modules", "mcuboot", "hal", "runtime", "simulator", "packaging")
+HEADERS = ("modules/stm32_updater/limits.h", "mcuboot/limits.h")
+TRANSPORT_PAGES = {
+    "docs/transports/uart.md": HEADERS[0],
+    "docs/transports/usb.md": HEADERS[0],
+    "docs/transports/mcuboot.md": HEADERS[1],
+}
+
+# Files that exist only in a bundle, after a build or on another machine.
+ELSEWHERE = re.compile(r"build/|Contents/|[/~$]|[\w-]+\.app/")
+EXTENSIONS = "cmake|cpp|h|ini|json|md|png|py|sh|ui|yml"
+FILE_NAME = re.compile(rf"[\w.*-]+\.(?:{EXTENSIONS})")
+PATH = re.compile(r"[\w.*/{},-]+")
+# A bundle's own picture; each product has another.
+BUNDLE_FILES = {"background.png"}
+
+
+class Tree:
+    """The files of the repository, without what a build leaves."""
+
+    def __init__(self, root):
+        self.root = root
+        self.paths = set()
+        for top in root.iterdir():
+            if not top.name.startswith("build") and top.name != ".git":
+                self.paths.update(path.relative_to(root).as_posix() for path in [top, *top.rglob("*")])
+        self.names = {path.rsplit("/", 1)[-1] for path in self.paths}
+        self.folders = {path.split("/", 1)[0] for path in self.paths if "/" in path}
+
+    def has(self, path, folder=""):
+        """Whether a file or folder with this path, which may hold * and {a,b}, lies in the tree."""
+        path = path.removeprefix("./").rstrip("/")
+        return all(
+            any(fnmatch.filter(self.paths, (start + name).rstrip("/")) for start in ("", folder))
+            for name in expand_braces(path)
+        )
+
+
+def expand_braces(path):
+    found = re.search(r"\{([^{}]*)\}", path)
+    if not found:
+        return [path]
+    return [
+        name
+        for part in found.group(1).split(",")
+        for name in expand_braces(path[: found.start()] + part + path[found.end() :])
+    ]
+
+
+def split_code_blocks(text):
+    """The text outside of fenced blocks, and the text inside of them."""
+    outside, inside, fenced = [], [], False
+    for line in text.splitlines():
+        if line.lstrip().startswith("```"):
+            fenced = not fenced
+        else:
+            (inside if fenced else outside).append(line)
+    return "\n".join(outside), "\n".join(inside)
+
+
+def find_missing_paths(text, tree, folder):
+    """Paths that the document names and that do not exist. `folder`: the document's own, with a slash."""
+    prose, blocks = split_code_blocks(text)
+    missing = []
+    for span in re.findall(r"`([^`\n]+)`", prose):
+        for word in span.split():
+            if not PATH.fullmatch(word) or ELSEWHERE.match(word):
+                continue
+            if "/" in word:
+                known = tree.has(word, folder)
+            else:
+                known = not FILE_NAME.fullmatch(word) or word in BUNDLE_FILES or any(
+                    fnmatch.filter(tree.names, word)
+                )
+            if not known:
+                missing.append(word)
+    for word in PATH.findall(blocks):
+        if word.split("/", 1)[0] in tree.folders and "/" in word and not tree.has(word):
+            missing.append(word)
+    return missing
+
+
+def get_anchor(heading):
+    return re.sub(r"[^\w -]", "", heading.strip().lower()).replace(" ", "-")
+
+
+def find_broken_links(text, tree, folder):
+    broken = []
+    for target in re.findall(r"\]\(([^)\s]+)\)", split_code_blocks(text)[0]):
+        path, _, anchor = target.partition("#")
+        if re.match(r"[a-z]+:", target):
+            continue
+        file = (tree.root / folder / path).resolve() if path else None
+        if file is not None and not file.exists():
+            broken.append(target)
+            continue
+        if anchor:
+            content = text if file is None else file.read_text(encoding="utf-8")
+            headings = re.findall(r"^#+ (.*)$", split_code_blocks(content)[0], re.MULTILINE)
+            if anchor not in map(get_anchor, headings):
+                broken.append(target)
+    return broken
+
+
+CONSTANT = re.compile(
+    r"^inline constexpr ([\w:]+(?: const\*)?) (k\w+)\s*(?:= ?|\{)([^;{}]*(?:\{\w+\}[^;{}]*)?)\}?;", re.MULTILINE
+)
+
+
+def read_constants(header):
+    """Name to (value, is a time in milliseconds) of each constant in a header's text."""
+    constants = {}
+    for kind, name, expression in CONSTANT.findall(header):
+        if expression.startswith('"'):
+            constants[name] = (expression.strip('"'), False)
+            continue
+        # What is left of C++ is an expression of Python's: size_t{64} * 1'024 is 64 * 1024.
+        plain = re.sub(r"[\w:]+\{(\w+)\}", r"\1", expression.replace("'", ""))
+        plain = re.sub(r"\b(0x[0-9A-Fa-f]+|\d+)[uUlLzZ]*\b", r"\1", plain)
+        names = {known: value for known, (value, _) in constants.items()}
+        value = eval(plain, {"__builtins__": {}}, names)  # the repository's own header
+        constants[name] = (
+            value * 1000 if kind.endswith("::seconds") else value,
+            bool(re.search("seconds$|Milliseconds$", kind)) or name.endswith("Timeout"),
+        )
+    return constants
+
+
+def count_unread(header):
+    """Constants that `read_constants` does not understand."""
+    return len(re.findall(r"^inline constexpr (?!.*\()", header, re.MULTILINE)) - len(CONSTANT.findall(header))
+
+
+def get_forms(value, is_time):
+    """How a document may write the value: 5000 as a time is "5000 ms" or "5 s"."""
+    if isinstance(value, str):
+        return {value}
+    if not is_time:
+        return {str(value), f"0x{value:08x}"}
+    forms = {f"{value} ms"}
+    if value % 1000 == 0:
+        count = str(value // 1000)
+        forms |= {f"{count} s", f"{count} second", f"{count} seconds"}
+    return forms
+
+
+def agrees(figure, value, is_time):
+    """Whether `figure`, such as "5 s" or "1483 bytes", begins with the value."""
+    return any(re.match(rf"{re.escape(form)}(?![\w.])", figure) for form in get_forms(value, is_time))
+
+
+def find_wrong_rows(text, constants):
+    """Rows of a table with the column "Constant" whose figure is not that of their constant."""
+    wrong, column = [], None
+    for line in text.splitlines():
+        if not line.startswith("|"):
+            column = None
+            continue
+        cells = [cell.strip() for cell in line.strip().strip("|").split("|")]
+        if column is None:
+            column = cells.index("Constant") if "Constant" in cells else -1
+        elif column > 0 and not set(line) <= set("|-: "):
+            name = cells[column].strip("`")
+            if name not in constants or not agrees(cells[0], *constants[name]):
+                wrong.append(line)
+    return wrong
+
+
+def get_named_in_rows(text):
+    return set(re.findall(r"^\|[^|]*\| `(k\w+)` \|", text, re.MULTILINE))
+
+
+def find_wrong_marks(text, constants):
+    """Figures in prose that are not what the comment after them says."""
+    wrong = []
+    for found in re.finditer(r"<!--\s*(k\w+)\s*(?:([*/])\s*([\d.]+)\s*)?-->", text):
+        name, operation, operand = found.groups()
+        if name not in constants:
+            wrong.append(found.group())
+            continue
+        value, is_time = constants[name]
+        if operation:
+            value = int(value * float(operand) if operation == "*" else value / float(operand))
+            is_time = False
+        before = re.sub(r"\s+", " ", text[max(0, found.start() - 40) : found.start()]).strip(" *`(")
+        words = [word.lstrip("*`(") for word in before.split(" ")]
+        if not any(agrees(" ".join(words[-count:]), value, is_time) for count in (1, 2)):
+            wrong.append(f"{before} {found.group()}")
+    return wrong
+
+
+def find_unknown_names(text, words):
+    """Names in the code's spelling (kPass, UpdateStarted, Uart::onTransmit) that no source has."""
+    spans = re.findall(r"`([^`\n]+)`", split_code_blocks(text)[0])
+    return [
+        name
+        for span in spans
+        if re.fullmatch(r"(\w+::)*\w*[a-z]\w*[A-Z]\w*", span)
+        for name in span.split("::")
+        if name not in words
+    ]
+
+
+def get_documents():
+    return sorted(
+        {ROOT / "README.md", ROOT / "CONTRIBUTING.md", ROOT / "benchmarks/README.md"}
+        | set((ROOT / "docs").rglob("*.md"))
+    )
+
+
+def get_constants(names=HEADERS):
+    constants = {}
+    for name in names:
+        constants |= read_constants((ROOT / name).read_text(encoding="utf-8"))
+    return constants
+
+
+class Documents(unittest.TestCase):
+    def test_every_file_that_a_document_names_exists(self):
+        tree = Tree(ROOT)
+        for path, text, folder in self.documents():
+            with self.subTest(document=path):
+                self.assertEqual(find_missing_paths(text, tree, folder), [])
+
+    def test_every_link_leads_to_a_file_and_a_heading(self):
+        tree = Tree(ROOT)
+        for path, text, folder in self.documents():
+            with self.subTest(document=path):
+                self.assertEqual(find_broken_links(text, tree, folder), [])
+
+    def test_figures_in_tables_and_prose_are_those_of_the_headers(self):
+        constants = get_constants()
+        for path, text, _ in self.documents():
+            with self.subTest(document=path):
+                self.assertEqual(find_wrong_rows(text, constants), [])
+                self.assertEqual(find_wrong_marks(text, constants), [])
+
+    def test_every_constant_of_the_headers_is_read(self):
+        for header in HEADERS:
+            with self.subTest(header=header):
+                self.assertEqual(count_unread((ROOT / header).read_text(encoding="utf-8")), 0)
+
+    def test_names_that_a_document_takes_from_the_code_exist(self):
+        sources = (
+            path.read_text(encoding="utf-8")
+            for folder in SOURCES
+            for path in (ROOT / folder).rglob("*")
+            if path.suffix in (".h", ".cpp", ".in")
+        )
+        words = set(re.findall(r"\w+", " ".join(sources)))
+        for path, text, _ in self.documents():
+            with self.subTest(document=path):
+                self.assertEqual(find_unknown_names(text, words), [])
+
+    def test_the_transport_pages_name_every_figure_of_their_headers(self):
+        for header in HEADERS:
+            named = set()
+            for page, source in TRANSPORT_PAGES.items():
+                if source == header:
+                    named |= get_named_in_rows((ROOT / page).read_text(encoding="utf-8"))
+            with self.subTest(header=header):
+                self.assertEqual(set(get_constants([header])) - named, set())
+
+    def test_the_transport_pages_have_the_same_sections(self):
+        sections = [
+            re.findall(r"^## (.*)$", (ROOT / page).read_text(encoding="utf-8"), re.MULTILINE)
+            for page in TRANSPORT_PAGES
+        ]
+        self.assertEqual(len(sections[0]), 5)
+        self.assertEqual(sections[1:], sections[:-1])
+
+    def documents(self):
+        for path in get_documents():
+            folder = path.parent.relative_to(ROOT).as_posix()
+            yield (
+                path.relative_to(ROOT).as_posix(),
+                path.read_text(encoding="utf-8"),
+                "" if folder == "." else folder + "/",
+            )
+
+
+class BadExamples(unittest.TestCase):
+    """Each check finds what it is there for, and nothing else."""
+
+    HEADER = """\
+inline constexpr unsigned kBaudRate = 460800;
+inline constexpr int32_t kChunkSize = 1'483;
+inline constexpr Milliseconds kAnswerTimeout{1000};
+inline constexpr std::chrono::milliseconds kPass{3};
+inline constexpr int kChunkTimeout = 3000;  // a comment
+inline constexpr uint32_t kFlashStart = 0x08000000;
+inline constexpr char const* kDfuDevice = "0483:df11";
+inline constexpr size_t kRoom = size_t{64} * 1024 + kChunkSize;
+inline constexpr std::chrono::seconds kPatience{2};
+"""
+    CONSTANTS = {
+        "kBaudRate": (460800, False),
+        "kChunkSize": (1483, False),
+        "kAnswerTimeout": (1000, True),
+        "kPass": (3, True),
+        "kChunkTimeout": (3000, True),
+        "kFlashStart": (0x08000000, False),
+        "kDfuDevice": ("0483:df11", False),
+        "kRoom": (65536 + 1483, False),
+        "kPatience": (2000, True),
+    }
+
+    def setUp(self):
+        directory = tempfile.TemporaryDirectory()
+        self.addCleanup(directory.cleanup)
+        root = Path(directory.name)
+        for name in ("app/main.cpp", "app/main.h", "docs/page.md", "docs/other.md", "run"):
+            (root / name).parent.mkdir(exist_ok=True)
+            (root / name).write_text("# A heading, and more\n")
+        (root / "build").mkdir()
+        (root / "build" / "left.cpp").write_text("")
+        self.tree = Tree(root)
+
+    def missing(self, text):
+        return find_missing_paths(text, self.tree, "docs/")
+
+    def test_paths_that_exist_are_accepted_in_every_notation(self):
+        for text in (
+            "`app/main.cpp`", "`app/`", "`main.cpp`", "`app/main.{h,cpp}`", "`app/*.h`", "`./run --help`",
+            "`other.md`", "`run`", "`a, b`", "`/usr/bin/x`", "`build/release/x`", "`Name of it.app/x`", "`Contents/MacOS/x`",
+            "```\ncat app/main.cpp other/thing\n```",
+        ):
+            self.assertEqual(self.missing(text), [], text)
+
+    def test_paths_that_do_not_exist_are_found_in_every_notation(self):
+        for text, found in (
+            ("`app/mane.cpp`", "app/mane.cpp"), ("`ap/main.cpp`", "ap/main.cpp"), ("`mane.cpp`", "mane.cpp"),
+            ("`app/main.{h,c}`", "app/main.{h,c}"), ("`app/*.c`", "app/*.c"), ("`left.cpp`", "left.cpp"),
+            ("see `app/run --help`", "app/run"), ("```\ncat app/mane.cpp\n```", "app/mane.cpp"),
+        ):
+            self.assertEqual(self.missing(text), [found], text)
+
+    def test_links_must_lead_to_a_file_and_a_heading(self):
+        for text, broken in (
+            ("[a](other.md)", []), ("[a](../run)", []), ("[a](https://example.com/x)", []),
+            ("[a](other.md#a-heading-and-more)", []), ("# B c\n[a](#b-c)", []),
+            ("[a](another.md)", ["another.md"]), ("[a](run)", ["run"]),
+            ("[a](other.md#b)", ["other.md#b"]), ("# B c\n[a](#c)", ["#c"]),
+        ):
+            self.assertEqual(find_broken_links(text, self.tree, "docs/"), broken, text)
+
+    def test_constants_are_read_from_a_header(self):
+        self.assertEqual(read_constants(self.HEADER), self.CONSTANTS)
+        self.assertEqual(count_unread(self.HEADER), 0)
+        self.assertEqual(count_unread(self.HEADER + "inline constexpr std::array kMany{{1}, {2}};\n"), 1)
+
+    def test_rows_agree_with_their_constant_or_are_found(self):
+        for figure, name, is_right in (
+            ("460800 baud", "kBaudRate", True), ("46080 baud", "kBaudRate", False),
+            ("1483", "kChunkSize", True), ("14830 bytes", "kChunkSize", False), ("483", "kChunkSize", False),
+            ("1 s", "kAnswerTimeout", True), ("1000 ms", "kAnswerTimeout", True),
+            ("1 ms", "kAnswerTimeout", False), ("1.5 s", "kAnswerTimeout", False),
+            ("1000", "kAnswerTimeout", False), ("3 ms", "kPass", True), ("30 ms", "kPass", False),
+            ("0x08000000", "kFlashStart", True), ("0483:df11", "kDfuDevice", True),
+            ("0483:df12", "kDfuDevice", False), ("3 s", "kForgotten", False), ("", "kPass", False),
+        ):
+            row = f"| {figure} | `{name}` | what for |"
+            table = f"| Figure | Constant | What for |\n|---|---|---|\n{row}\n"
+            self.assertEqual(find_wrong_rows(table, self.CONSTANTS), [] if is_right else [row], row)
+
+    def test_a_row_without_a_constant_is_found(self):
+        table = "| Figure | Constant |\n|---|---|\n| 3 s | |\n"
+        self.assertEqual(find_wrong_rows(table, self.CONSTANTS), ["| 3 s | |"])
+
+    def test_marks_agree_with_their_constant_or_are_found(self):
+        for text, is_right in (
+            ("waits 1 s<!-- kAnswerTimeout --> for it", True),
+            ("waits\n1 second<!-- kAnswerTimeout -->.", True),
+            ("waits 2 s<!-- kAnswerTimeout --> for it", False),
+            ("waits 11 s<!-- kAnswerTimeout --> for it", False),
+            ("1 s or so<!-- kAnswerTimeout -->", False),
+            ("40 pages<!-- kAnswerTimeout / 24.5 -->", True),
+            ("41 pages<!-- kAnswerTimeout / 24.5 -->", False),
+            ("always `0483:df11`<!-- kDfuDevice -->", True),
+            ("1 s<!-- kForgotten -->", False),
+        ):
+            self.assertEqual(find_wrong_marks(text, self.CONSTANTS) == [], is_right, text)
+
+    def test_a_name_that_no_source_has_is_found(self):
+        words = {"kPass", "Uart", "onTransmit"}
+        self.assertEqual(find_unknown_names("`kPass`, `Uart::onTransmit`, `uart`, `A`", words), [])
+        self.assertEqual(find_unknown_names("`kPast`, `Uart::onSend`", words), ["kPast", "onSend"])
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
