@@ -1,6 +1,6 @@
-# Proves that the dfu-util named by FW_DFU_UTIL knows the modifier "fast", which every download of the
-# program asks for: a tool that does not know it ends at once with nothing written, and the window says
-# DONE. Included, or by itself: cmake -D FW_DFU_UTIL=FILE -P check_dfu_util.cmake
+# Checks that the dfu-util in FW_DFU_UTIL supports the modifier "fast", which every download uses. A tool
+# that does not support it ends at once without writing anything, and the window says DONE. This file is
+# included, or run with: cmake -D FW_DFU_UTIL=FILE -P check_dfu_util.cmake
 
 execute_process(COMMAND "${CMAKE_CURRENT_LIST_DIR}/dfu-util-launcher" --accepts-fast "${FW_DFU_UTIL}"
   RESULT_VARIABLE status OUTPUT_VARIABLE report ERROR_VARIABLE report TIMEOUT 10)

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 """Makes the icons of a package from the program's AppIcon.ico.
 
-    extract_icons.py ICON.ico --hicolor DIRECTORY NAME   a tree of pictures as Linux desktops have it
-    extract_icons.py ICON.ico --icns OUTPUT.icns         all that macOS has a place for
+    extract_icons.py ICON.ico --hicolor DIRECTORY NAME   a directory tree for Linux desktops
+    extract_icons.py ICON.ico --icns OUTPUT.icns         every size that macOS has a name for
 
-Both take the pictures as they are: only those that the icon keeps as PNG are seen.
+Both copy the pictures unchanged and use only those that the icon stores as PNG.
 """
 
 import argparse
@@ -16,8 +16,8 @@ ICO_HEADER = struct.Struct("<HHH")
 ICO_ENTRY = struct.Struct("<BBBBHHII")
 PNG_SIGNATURE = b"\x89PNG\r\n\x1a\n"
 
-# The container's name for a PNG of so many pixels. 256 stands there twice: as itself, and as 128
-# points on a screen with fine pixels; so does 32.
+# The container's names for a PNG of each size in pixels. Some sizes have two names: 256 pixels are
+# also 128 points on a high-resolution screen.
 ICNS_TYPES = {
     16: [b"icp4"],
     32: [b"icp5", b"ic11"],
@@ -29,7 +29,7 @@ ICNS_TYPES = {
 
 
 def read_pngs(data):
-    """Size in pixels to PNG; raises ValueError for what is no icon."""
+    """Maps sizes in pixels to PNGs. Raises ValueError if the data is not an icon."""
     if len(data) < ICO_HEADER.size or ICO_HEADER.unpack_from(data)[:2] != (0, 1):
         raise ValueError("not an icon file")
     count = ICO_HEADER.unpack_from(data)[2]
@@ -53,7 +53,7 @@ def make_icns(pngs):
         for name in ICNS_TYPES.get(size, []):
             elements += name + struct.pack(">I", 8 + len(picture)) + picture
     if not elements:
-        raise ValueError("no picture of a size that macOS has a place for")
+        raise ValueError("no picture has a size that macOS has a name for")
     return b"icns" + struct.pack(">I", 8 + len(elements)) + elements
 
 

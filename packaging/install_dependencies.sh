@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
-# Installs with apt-get what is missing to build, run and check this project on Debian 12 or 13.
+# Installs, with apt-get, the missing packages for building, running and checking this project on
+# Debian 12 or 13.
 #   install_dependencies.sh [--format] [--clang] [--package]
-# --format   also what the format check needs
+# --format   also the packages for the format check
 # --clang    also the second compiler and clang-tidy
-# --package  also what makes and checks the Debian package
-# Asks nothing, does nothing when nothing is missing, and needs root or sudo only otherwise.
+# --package  also the packages that make and check the Debian package
+# It asks no questions. It needs root or sudo only if a package is missing.
 set -euo pipefail
 
 packages=(
@@ -12,11 +13,11 @@ packages=(
     cmake ninja-build g++ pkg-config
     qt6-base-dev libgl-dev qt6-serialport-dev libfmt-dev
     libgtest-dev libgmock-dev libbenchmark-dev libumockdev-dev libx11-dev
-    # the window's fonts are derived from this family at build time
+    # the build derives the window's fonts from this family
     fonts-inter python3 python3-fonttools
     # the simulated unit and a screen for it
     umockdev xvfb openbox xdotool imagemagick x11-utils dbus-daemon
-    # other vendors' programs that tests compare with
+    # other vendors' programs, which tests use for comparison
     stm32flash dfu-util
 )
 
@@ -40,14 +41,14 @@ done
 [ ${#missing[@]} -gt 0 ] || exit 0
 
 command -v apt-get >/dev/null || {
-    echo "These packages of Debian's are needed: ${missing[*]}" >&2
+    echo "install_dependencies.sh: install these Debian packages: ${missing[*]}" >&2
     exit 1
 }
 
 as_root=()
 if [ "$(id -u)" -ne 0 ]; then
     command -v sudo >/dev/null || {
-        echo "As root, please: apt-get install ${missing[*]}" >&2
+        echo "install_dependencies.sh: run this as root: apt-get install ${missing[*]}" >&2
         exit 1
     }
     as_root=(sudo)
@@ -57,7 +58,7 @@ update() {
     "${as_root[@]}" apt-get update
 }
 
-# Recommended packages would bring a desktop's worth of additions.
+# Recommended packages would add most of a desktop.
 install() {
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
         apt-get install --yes --no-install-recommends "${missing[@]}"
@@ -65,7 +66,7 @@ install() {
 
 echo "Installing: ${missing[*]}"
 if apt-cache show "${missing[@]}" >/dev/null 2>&1; then
-    # Lists that are too old name package files that the mirror has no longer.
+    # Outdated lists name package files that the mirror no longer has.
     install || { update && install; }
 else
     update

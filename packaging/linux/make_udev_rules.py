@@ -3,9 +3,9 @@
 
     make_udev_rules.py CONFIG.ini OUTPUT.rules
 
-Whoever sits at the computer may open the units in their bootloaders, and no modem is looked for behind
-them: ModemManager's questions would reach the bootloader first. Named are the serial adapter and the STM32
-DFU bootloader, which every bench meets, and the product's own ids.
+The rules let the person at the computer open units in boot mode, and make ModemManager ignore them, whose
+commands would otherwise reach the bootloader first. They name the serial adapter and the STM32 DFU
+bootloader, which every bench uses, and the product's own IDs.
 """
 
 import argparse
@@ -17,8 +17,8 @@ SERIAL_ADAPTER = ("10c4", "ea60")
 DFU_BOOTLOADER = ("0483", "df11")
 
 HEAD = """\
-# Kelvane firmware updater: the units in their bootloaders. Read before 73-seat-late.rules, which gives
-# what is tagged "uaccess" to the user at the seat.
+# Kelvane firmware updater: units in boot mode. This file is read before 73-seat-late.rules, which gives
+# the user at the seat access to devices tagged "uaccess".
 ACTION=="remove", GOTO="kelvane_firmware_updater_end"
 """
 IDS = 'ATTR{{idVendor}}=="{0}", ATTR{{idProduct}}=="{1}"'
@@ -30,7 +30,7 @@ TAIL = 'LABEL="kelvane_firmware_updater_end"\n'
 
 
 def read_value(text, key):
-    """The value of the last line with this key, without quotation marks and remarks."""
+    """Returns the value of the last line with this key, without quotation marks and comments."""
     lines = re.findall(rf"^[ \t]*{key}[ \t]*=(.*)$", text, re.MULTILINE)
     value = lines[-1].strip() if lines else ""
     quoted = re.fullmatch(r'"([^"]*)"[ \t]*(?:;.*)?', value)
@@ -38,7 +38,7 @@ def read_value(text, key):
 
 
 def read_products(text):
-    """The ids of product_list, four digits each; raises ValueError for what is no id."""
+    """Returns the IDs in product_list, four digits each. Raises ValueError for a malformed entry."""
     ids = []
     for entry in filter(None, (part.strip(' "') for part in read_value(text, "product_list").split(","))):
         pieces = entry.split(":")

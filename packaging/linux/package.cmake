@@ -5,7 +5,7 @@ set(fw_dfu_util "${CMAKE_CURRENT_SOURCE_DIR}/dfu-util-launcher")
 
 set(made "${CMAKE_CURRENT_BINARY_DIR}/linux")
 file(MAKE_DIRECTORY "${made}")
-# In the changelog; SOURCE_DATE_EPOCH in the environment makes packages repeatable.
+# The date in the changelog. SOURCE_DATE_EPOCH in the environment makes packages reproducible.
 string(TIMESTAMP FW_PACKAGE_DATE "%a, %d %b %Y %H:%M:%S +0000" UTC)
 foreach(file IN ITEMS changelog copyright ${FW_PACKAGE_NAME}.1 ${FW_APPLICATION_ID}.desktop
     ${FW_APPLICATION_ID}.metainfo.xml)
@@ -22,7 +22,7 @@ foreach(file IN ITEMS changelog ${FW_PACKAGE_NAME}.1)
   list(APPEND package_files "${made}/${file}.gz")
 endforeach()
 
-# 72: before 73-seat-late.rules, which hands out what is tagged.
+# 72 comes before 73-seat-late.rules, which grants access to tagged devices.
 set(udev_rules "${made}/72-${FW_PACKAGE_NAME}.rules")
 add_custom_command(OUTPUT "${udev_rules}"
   COMMAND "${Python3_EXECUTABLE}" "${CMAKE_CURRENT_SOURCE_DIR}/linux/make_udev_rules.py"
@@ -39,12 +39,12 @@ add_custom_command(OUTPUT "${icons}.stamp"
     "${product_icon}" --hicolor "${icons}" ${FW_PACKAGE_NAME}
   COMMAND "${CMAKE_COMMAND}" -E touch "${icons}.stamp"
   DEPENDS extract_icons.py "${product_icon}"
-  COMMENT "Taking the icon apart"
+  COMMENT "Extracting the icons"
   VERBATIM)
 list(APPEND package_files "${icons}.stamp")
 add_custom_target(package_files ALL DEPENDS ${package_files})
 
-# The program finds its own place through /proc/self/exe, so a link in PATH is enough.
+# The program finds its own directory through /proc/self/exe, so a link in PATH is enough.
 file(CREATE_LINK "../${fw_contents}/MacOS/firmware_updater" "${made}/${FW_PACKAGE_NAME}" SYMBOLIC)
 install(FILES "${made}/${FW_PACKAGE_NAME}" DESTINATION bin)
 install(DIRECTORY "${icons}" DESTINATION share/icons)
@@ -60,12 +60,12 @@ set(CPACK_PRE_BUILD_SCRIPTS "${CMAKE_CURRENT_SOURCE_DIR}/linux/directory_rights.
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION electronics)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS TRUE)
-# dpkg-shlibdeps sees neither: one is a program, the other loaded at run time.
+# dpkg-shlibdeps detects neither: one is a program, the other is loaded at run time.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "dfu-util, qt6-qpa-plugins")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION TRUE)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "one-button firmware updater for Kelvane units")
 set(CPACK_PACKAGE_DESCRIPTION
-  "Finds the unit that is plugged in, checks that the firmware is meant for its
+  "Finds the unit that is plugged in, checks that the firmware is for its
 model, writes it and restarts the unit.
 .
 This package is for the vendor's own benches and carries one product.")

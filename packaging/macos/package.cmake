@@ -1,5 +1,5 @@
-# The application bundle and the disk image for customers. Linux can only try where things are put, so
-# there is little of it.
+# The application bundle and the disk image for customers. On Linux the tests can check only where the
+# files go, so this file is kept short.
 
 set(FW_DRIVER_APP "" CACHE PATH
   "CP210xVCPDriver.app as its vendor signed it; if not set, the one in the product's resource directory")
@@ -8,7 +8,7 @@ if(NOT FW_DRIVER_APP AND EXISTS "${product_resources}/${FW_DRIVER_NAME}")
 endif()
 foreach(part IN ITEMS FW_DFU_UTIL FW_DRIVER_APP)
   if(NOT ${part})
-    message(WARNING "${part} is not set: the bundle is not one to ship")
+    message(WARNING "${part} is not set: do not ship this bundle")
   endif()
 endforeach()
 if(FW_DRIVER_APP AND NOT EXISTS "${FW_DRIVER_APP}/Contents/MacOS/CP210xVCPDriver")
@@ -19,7 +19,7 @@ set(fw_dfu_util "")
 set(bundle "${FW_PROGRAM_TITLE}.app")
 set(fw_contents "${bundle}/Contents")
 configure_file(macos/Info.plist.in "${CMAKE_CURRENT_BINARY_DIR}/Info.plist" @ONLY)
-# macdeployqt finds Qt by the paths in the program, and replaces them.
+# macdeployqt finds Qt through the paths in the program, and replaces them.
 set_target_properties(firmware_updater PROPERTIES
   INSTALL_RPATH_USE_LINK_PATH TRUE
   MACOSX_BUNDLE TRUE
@@ -36,8 +36,8 @@ add_custom_command(OUTPUT "${icon}"
   VERBATIM)
 add_custom_target(package_files ALL DEPENDS "${icon}")
 
-# fw_install_macos_bundle(): after the program and dfu-util, whose libraries are copied into the
-# bundle, and before the driver application, which must stay as it is.
+# fw_install_macos_bundle(): call it after the program and dfu-util are installed, because it copies
+# their libraries into the bundle. It installs the driver application last, which must not change.
 function(fw_install_macos_bundle)
   get_target_property(qmake Qt6::qmake IMPORTED_LOCATION)
   get_filename_component(qt_programs "${qmake}" DIRECTORY)
@@ -57,7 +57,7 @@ function(fw_install_macos_bundle)
   endif()
 endfunction()
 
-# Stripping would break the signatures of what is already signed.
+# Stripping would break the driver application's signature.
 set(CPACK_STRIP_FILES FALSE)
 set(CPACK_GENERATOR DragNDrop)
 set(CPACK_DMG_VOLUME_NAME "${FW_PROGRAM_TITLE}")

@@ -1,16 +1,17 @@
 #!/usr/bin/env bash
-# Makes of the disk image that cpack built one that can be shipped:
+# Turns the disk image that cpack built into one that can be shipped:
 #   sign_and_notarise.sh UNSIGNED.dmg SIGNED.dmg
-# Signs every inner program and library (hardened runtime, time stamp), inside out, lets Apple notarise
-# the application and the disk image, staples both, and fails unless all of it validates. The driver
-# application keeps its own vendor's signature, which must be valid. UNSIGNED.dmg stays as it is, and
-# SIGNED.dmg appears only when everything succeeded.
-# From the environment:
+# The script signs every program and library from the inside out (hardened runtime, time stamp), has
+# Apple notarise the application and the disk image, staples both, and fails unless everything validates.
+# The driver application keeps its own vendor's signature, which must be valid. UNSIGNED.dmg is not
+# changed, and SIGNED.dmg is created only if every step succeeds.
+# Set in the environment:
 #   FW_SIGN_IDENTITY   the certificate, as "Developer ID Application: NAME (TEAM)"
-#   FW_NOTARY_PROFILE  what `xcrun notarytool store-credentials` keeps in the keychain; or in its place
-#   FW_NOTARY_KEY, FW_NOTARY_KEY_ID, FW_NOTARY_ISSUER  an App Store Connect key: file, id, issuer
-# Exits with 0 when SIGNED.dmg can be shipped, with 1 when not, with 2 when called wrongly or without
-# these.
+#   FW_NOTARY_PROFILE  the name under which `xcrun notarytool store-credentials` stored the credentials;
+#                      or instead an App Store Connect key:
+#   FW_NOTARY_KEY, FW_NOTARY_KEY_ID, FW_NOTARY_ISSUER  its file, id and issuer
+# The exit status is 0 if SIGNED.dmg can be shipped, 1 if not, and 2 if the arguments or the environment
+# are wrong.
 set -euo pipefail
 
 driver_name=CP210xVCPDriver.app
@@ -27,9 +28,9 @@ usage_error() {
 
 read_credentials() {
     [ -n "${FW_SIGN_IDENTITY:-}" ] || usage_error "FW_SIGN_IDENTITY is not set"
-    # What Apple notarises is signed with this kind of certificate and no other.
+    # Apple notarises only what is signed with this kind of certificate.
     [[ $FW_SIGN_IDENTITY == "Developer ID Application: "* ]] ||
-        usage_error "FW_SIGN_IDENTITY is no \"Developer ID Application: ...\""
+        usage_error "FW_SIGN_IDENTITY is not a \"Developer ID Application: ...\""
     if [ -n "${FW_NOTARY_PROFILE:-}" ]; then
         notary=(--keychain-profile "$FW_NOTARY_PROFILE")
         return
@@ -38,14 +39,14 @@ read_credentials() {
     for name in FW_NOTARY_KEY FW_NOTARY_KEY_ID FW_NOTARY_ISSUER; do
         [ -n "${!name:-}" ] || usage_error "neither FW_NOTARY_PROFILE nor $name is set"
     done
-    [ -f "$FW_NOTARY_KEY" ] || usage_error "FW_NOTARY_KEY: there is no file $FW_NOTARY_KEY"
+    [ -f "$FW_NOTARY_KEY" ] || usage_error "FW_NOTARY_KEY: the file $FW_NOTARY_KEY does not exist"
     notary=(--key "$FW_NOTARY_KEY" --key-id "$FW_NOTARY_KEY_ID" --issuer "$FW_NOTARY_ISSUER")
 }
 
 check_for_tools() {
     local tool
     for tool in codesign xcrun spctl hdiutil ditto otool file; do
-        command -v "$tool" >/dev/null || usage_error "$tool is not here; is this a Mac with Xcode's tools?"
+        command -v "$tool" >/dev/null || usage_error "$tool was not found; is this a Mac with Xcode's tools?"
     done
 }
 
@@ -59,7 +60,7 @@ unpack() {
     local apps=("$work"/contents/*.app)
     app=${apps[0]}
     if [ ! -d "$app" ] || [ ${#apps[@]} -ne 1 ]; then
-        fail "$unsigned holds no application, or several"
+        fail "$unsigned must contain exactly one application"
     fi
 }
 
@@ -67,8 +68,8 @@ is_program() {
     [[ $(file --brief "$1") == *Mach-O* ]]
 }
 
-# Everything in the application that is signed on its own, the deepest first. Frameworks are folders
-# with a signature of their own, over the one of the library in them.
+# Lists everything in the application that needs its own signature, deepest first. A framework is a
+# folder with its own signature, in addition to that of the library inside it.
 list_inner_code() {
     find "$app/Contents" -path "$driver" -prune -o \( -type f -o -name '*.framework' \) -print |
         while IFS= read -r path; do
@@ -78,21 +79,21 @@ list_inner_code() {
         done | awk -F/ '{ print NF "\t" $0 }' | sort -k1,1nr -k2 | cut -f2-
 }
 
-# What the driver's vendor signed must still be what Apple's chain of certificates vouches for.
+# The driver's signature must still be valid and lead to Apple's root certificate.
 check_driver() {
-    [ -d "$driver" ] || fail "$driver_name is missing: the program could not install the driver"
-    # The signature says nothing about the right to run it.
+    [ -d "$driver" ] || fail "$driver_name is missing; without it the program cannot install the driver"
+    # The signature does not cover the permission to execute it.
     [ -x "$driver/Contents/MacOS/${driver_name%.app}" ] ||
-        fail "$driver_name holds no executable program: the program could not install the driver"
+        fail "$driver_name contains no executable program; without it the program cannot install the driver"
     codesign --verify --deep --strict --test-requirement '=anchor apple generic' "$driver"
 }
 
 check_tool() {
     local tool=$app/Contents/MacOS/dfu-util
-    [ ! -e "$tool" ] || is_program "$tool" || fail "dfu-util is no program for macOS"
+    [ ! -e "$tool" ] || is_program "$tool" || fail "dfu-util is not a program for macOS"
 }
 
-# A library of the builder's own computer is on no customer's.
+# A library on the build computer does not exist on a customer's.
 check_libraries() {
     local path outside
     while IFS= read -r path; do
@@ -104,13 +105,13 @@ check_libraries() {
     done < <(cat "$work/inner_code"; echo "$main_program")
 }
 
-# What the application says of itself: LSMinimumSystemVersion.
+# The oldest macOS that the application declares: LSMinimumSystemVersion.
 read_oldest_system() {
     tr -d '[:space:]' <"$app/Contents/Info.plist" |
         sed -n 's/.*<key>LSMinimumSystemVersion<\/key><string>\([0-9.]*\)<.*/\1/p'
 }
 
-# newer_than VERSION: those systems in otool's list of load commands that come after it.
+# newer_than VERSION: prints the systems in otool's list of load commands that are newer than VERSION.
 newer_than() {
     awk -v oldest="$1" '
         function number(version, parts) {
@@ -118,13 +119,13 @@ newer_than() {
             return parts[1] * 10000 + parts[2] * 100 + parts[3]
         }
         $1 == "cmd" { command = $2 }
-        # What older tools wrote in its place is the second one.
+        # The second command is what older tools wrote instead of the first.
         (command == "LC_BUILD_VERSION" && $1 == "minos" ||
             command == "LC_VERSION_MIN_MACOSX" && $1 == "version") &&
             number($2) > number(oldest) { print $2 }'
 }
 
-# Code for a newer macOS than the application asks for is not even loaded on the older one.
+# An older macOS does not even load code that was built for a newer one.
 check_systems() {
     local oldest path commands newer
     oldest=$(read_oldest_system)
@@ -133,7 +134,8 @@ check_systems() {
         [ -f "$path" ] || continue
         commands=$(otool -arch all -l "$path")
         newer=$(newer_than "$oldest" <<<"$commands")
-        [ -z "$newer" ] || fail "$path needs macOS $newer, but the application is to run on $oldest"
+        [ -z "$newer" ] ||
+            fail "$path needs macOS $newer, but the application declares that it runs on $oldest"
     done < <(cat "$work/inner_code"; echo "$main_program")
 }
 
@@ -150,11 +152,11 @@ sign_application() {
     codesign --verify --deep --strict --verbose=2 "$app"
 }
 
-# notarise FILE: its exit status alone does not tell; a refused file can be an orderly end as well.
+# notarise FILE: notarytool may exit with 0 even if Apple rejects the file, so its answer is read as well.
 notarise() {
     local answer id
     answer=$(xcrun notarytool submit "$1" "${notary[@]}" --wait --output-format plist) ||
-        fail "Apple's notary service could not be asked about $1: $answer"
+        fail "Apple's notary service could not be reached for $1: $answer"
     if ! tr -d '[:space:]' <<<"$answer" | grep -q '<key>status</key><string>Accepted</string>'; then
         id=$(tr -d '[:space:]' <<<"$answer" | sed -n 's/.*<key>id<\/key><string>\([^<]*\)<.*/\1/p')
         [ -z "$id" ] || xcrun notarytool log "$id" "${notary[@]}" >&2 || true
@@ -167,7 +169,7 @@ staple() {
     xcrun stapler validate "$1"
 }
 
-# The application's own ticket is for a customer who first starts it without a network.
+# The application gets its own ticket, so that it also starts for the first time without a network.
 notarise_application() {
     ditto -c -k --keepParent "$app" "$work/app.zip"
     notarise "$work/app.zip"
@@ -199,11 +201,11 @@ if [ "${1:-}" = --help ]; then
     sed -n '2,/^set /{/^set /d;s/^# \{0,1\}//p;}' "$0"
     exit 0
 fi
-[ $# -eq 2 ] || usage_error "two disk images are needed, what there is and what is to be made"
+[ $# -eq 2 ] || usage_error "two arguments are needed: the unsigned disk image and the signed one to create"
 unsigned=$1
 signed=$2
-[ -f "$unsigned" ] || usage_error "there is no $unsigned"
-[ ! -e "$signed" ] || usage_error "$signed is there already"
+[ -f "$unsigned" ] || usage_error "$unsigned does not exist"
+[ ! -e "$signed" ] || usage_error "$signed already exists"
 read_credentials
 check_for_tools
 
@@ -214,7 +216,7 @@ trap clean_up EXIT
 unpack
 driver=$app/Contents/Resources/$driver_name
 main_program=$app/Contents/MacOS/$(basename "$app" .app)
-[ -f "$main_program" ] || fail "there is no $main_program"
+[ -f "$main_program" ] || fail "$main_program does not exist"
 list_inner_code >"$work/inner_code"
 check_driver
 check_tool

@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
-# One test of the Debian package:
+# Runs one test of the Debian package:
 #   deb_test.sh BUILD_DIRECTORY TEST
-# build            cpack makes it of what is built; the other tests need it
-# contents         the files, their order of directories, owners, rights and dependencies
+# build            cpack makes the package from what has been built; the other tests need it
+# contents         files, directories, owners, permissions and dependencies
 # metadata         desktop entry, AppStream data and udev rules are valid
 # lintian          Debian's own checker finds no error
-# throw_away_root  dpkg installs it below a directory of its own, the program there shows its window
-#                  with the product's title, and removal leaves nothing behind
-# this_machine     the same with apt-get on the machine itself: only as root, and only with
+# throw_away_root  dpkg installs the package into a temporary directory, the program there shows its
+#                  window with the product's title, and removal leaves nothing behind
+# this_machine     the same with apt-get on the machine itself; only as root and with
 #                  FW_TEST_REAL_INSTALL=1 in the environment
-# Exits with 77 when a tool is missing or the test is not asked for.
+# Exits with 77 if a tool is missing or the test was not requested.
 set -euo pipefail
 
 build=$(realpath "$1")
@@ -37,7 +37,7 @@ need() {
     done
 }
 
-# Sets `deb`; the fixture sees to it that there is one, unless a tool was missing.
+# Sets `deb`. The fixture has built the package, unless a tool was missing.
 find_package() {
     need dpkg-deb
     local found=("$packages/${name}"_*.deb)
@@ -54,7 +54,7 @@ make_work() {
 test_build() {
     need cpack dpkg-deb dpkg-shlibdeps file
     rm -rf "$packages"
-    # Others' umask must not show in the package.
+    # The builder's umask must not affect the package.
     (umask 077 && cpack --config "$build/CPackConfig.cmake" -B "$packages")
     find_package
 }
@@ -80,10 +80,10 @@ test_contents() {
     for size in 16 32 48 256; do
         expect_line "-rw-r--r-- root/root \./usr/share/icons/hicolor/${size}x$size/apps/$name\.png"
     done
-    # Without it no unit is updated over USB.
+    # Units on USB cannot be updated without it.
     expect_line "-rwxr-xr-x root/root \./$contents/MacOS/dfu-util"
     ! grep --invert-match --extended-regexp '^(drwxr-xr-x|-rw-r--r--|-rwxr-xr-x|lrwxrwxrwx) root/root ' \
-        "$work/list" || fail "these have other owners or rights"
+        "$work/list" || fail "these files have the wrong owner or permissions"
     local depends dependency
     depends=$(dpkg-deb --field "$deb" Depends)
     for dependency in dfu-util qt6-qpa-plugins libqt6widgets6 libqt6serialport6 libc6; do
@@ -101,7 +101,7 @@ test_metadata() {
     dpkg-deb --extract "$deb" "$work"
     desktop-file-validate "$work"/usr/share/applications/*.desktop
     appstreamcli validate --no-net "$work"/usr/share/metainfo/*.xml
-    # Debian 12's knows no "verify" yet.
+    # udevadm of Debian 12 has no "verify" yet.
     if udevadm verify --help >/dev/null 2>&1; then
         udevadm verify --no-summary "$work"/usr/lib/udev/rules.d/*.rules
     fi
@@ -113,30 +113,30 @@ test_lintian() {
     lintian --fail-on error "$deb"
 }
 
-# expect_entry WINDOW PROGRAM ENTRY: a desktop finds the entry, and with it the icon, that belongs to the
-# window: by its class under X11, and under Wayland by the entry's name, which the program tells.
+# expect_entry WINDOW PROGRAM ENTRY: checks that a desktop finds the entry, and so the icon, of the window:
+# under X11 by the window's class, under Wayland by the entry's name, which the program sets.
 expect_entry() {
     local class id
     class=$(sed -n 's/^StartupWMClass=//p' "$3")
-    [ -n "$class" ] || fail "$3 names no class"
+    [ -n "$class" ] || fail "$3 does not name a class"
     xprop -id "$1" WM_CLASS | grep --quiet --fixed-strings "\"$class\"" ||
         fail "the class $class is not that of the window: $(xprop -id "$1" WM_CLASS)"
     id=$(basename "$3" .desktop)
-    # Qt keeps its texts in two bytes a letter.
+    # Qt stores its texts with two bytes for each letter.
     [ "$(tr -d '\0' <"$2" | grep --text --count --fixed-strings "$id")" -gt 0 ] ||
-        fail "the program does not know its entry's name, $id"
+        fail "the program does not contain its entry's name, $id"
 }
 
-# expect_window ROOT: the program shows a window with the product's title, which it can only have
-# from the resources, and ends when asked to.
+# expect_window ROOT: checks that the program shows a window with the product's title, which it can only
+# know from the resources, and that it ends when asked to.
 expect_window() {
     local program=$1/usr/bin/$name resources=$1/$contents/Resources title pattern window='' pid
     local end=$((SECONDS + seconds))
     title=$(sed -n 's/^window_title=//p' "$resources/config.ini" | tr -d '"')
     [ -n "$title" ] || skip "the product in the package has no title to look for"
-    # shellcheck disable=SC2001  # a set of characters, each to be kept
+    # shellcheck disable=SC2001  # escapes each of these characters
     pattern=$(sed 's/[][\.*^$+?(){}|]/\\&/g' <<<"$title")
-    # What it keeps for itself is not the package's.
+    # The program's own files do not belong to the package.
     HOME=$work XDG_STATE_HOME='' "$program" >"$work/output" 2>&1 &
     pid=$!
     until window=$(xdotool search --onlyvisible --name "^$pattern\$" 2>/dev/null); do
@@ -144,7 +144,7 @@ expect_window() {
         [ "$SECONDS" -lt "$end" ] || fail "no window \"$title\" appeared: $(cat "$work/output")"
         sleep 0.1
     done
-    xdotool getwindowgeometry "$window" | grep --quiet 'Geometry: 665x517' || fail "the window is not whole"
+    xdotool getwindowgeometry "$window" | grep --quiet 'Geometry: 665x517' || fail "the window has the wrong size"
     expect_entry "$window" "$program" "$1/usr/share/applications/com.kelvane.firmwareupdater.desktop"
     kill "$pid"
     wait "$pid" || true
@@ -157,11 +157,11 @@ on_a_screen() {
         FW_ON_A_SCREEN=1 exec "$here/../support/run_test.sh" --display "$here/deb_test.sh" "$build" "$test"
 }
 
-# dpkg with a database of its own, below $work/root.
+# dpkg_there [ARGUMENT...]: runs dpkg with its own database below $work/root.
 dpkg_there() {
     local as_root=()
     [ "$(id -u)" -eq 0 ] || as_root=(fakeroot)
-    # The dependencies are on the machine, not below that directory.
+    # The dependencies are installed on the machine, not below that directory.
     "${as_root[@]}" dpkg --root="$work/root" --force-depends --log="$work/log" "$@"
 }
 
@@ -190,10 +190,10 @@ test_this_machine() {
     on_a_screen
     make_work
     export DEBIAN_FRONTEND=noninteractive
-    # Whatever goes wrong, it is removed again.
+    # The package is removed again, whatever goes wrong.
     local problem=''
     if apt-get install --yes --no-install-recommends "$deb"; then
-        # Not the directories that it shares with other packages.
+        # Leaves out the directories that the package shares with others.
         dpkg-query --listfiles "$name" | while IFS= read -r path; do
             if [ ! -d "$path" ] || [[ $path == */$name* ]]; then
                 echo "$path"
@@ -201,7 +201,7 @@ test_this_machine() {
         done >"$work/installed"
         (expect_window '') || problem="the installed program does not work"
     else
-        problem="it cannot be installed"
+        problem="the package cannot be installed"
     fi
     apt-get purge --yes "$name"
     [ -z "$problem" ] || fail "$problem"

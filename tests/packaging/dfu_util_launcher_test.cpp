@@ -1,5 +1,5 @@
-// The launcher in dfu-util's place: which tool it becomes, and what it tells it. Over a stand-in
-// for a tool that knows the modifier "fast" or does not, and over the real one.
+// Tests the launcher that takes the place of dfu-util: which tool it runs, and with which
+// arguments. The tool is a stand-in that supports the modifier "fast" or does not, or the real one.
 #include <gtest/gtest.h>
 
 #include <QDir>
@@ -41,7 +41,7 @@ Ended RunProgram(QString const& program, QString const& path, QStringList const&
 
 class DfuUtilLauncher : public testing::Test {
 protected:
-    // In the words and the order of dfu-util's own help.
+    // The help has the words and the order of dfu-util's own.
     void MakeTool(QByteArray const& further_modifier, QByteArray const& commands = "")
     {
         tool_.Does(
@@ -61,8 +61,8 @@ protected:
         return RunProgram(kLauncher, tool_.FilePath({}) + u':' + kSystemPath, arguments);
     }
 
-    // What the tool was told in its last run.
-    QStringList ToldOf(QStringList const& arguments)
+    // Launches the tool and returns the arguments that reached it.
+    QStringList GetArgumentsOf(QStringList const& arguments)
     {
         Launch(arguments);
         return tool_.Arguments().last(arguments.size());
@@ -73,7 +73,7 @@ protected:
 
 }  // namespace
 
-TEST_F(DfuUtilLauncher, HandsEverythingOnAsItIs)
+TEST_F(DfuUtilLauncher, PassesEveryOtherArgumentOnUnchanged)
 {
     MakeOldTool();
     QStringList const arguments{u"-d"_s, u"0483:df11"_s,        u""_s,   u"a b  c"_s,
@@ -85,7 +85,7 @@ TEST_F(DfuUtilLauncher, HandsEverythingOnAsItIs)
     EXPECT_EQ(tool_.Arguments(), arguments);
 }
 
-TEST_F(DfuUtilLauncher, RunsTheToolOnceWhenNotAskedForAFastDownload)
+TEST_F(DfuUtilLauncher, RunsTheToolOnceIfTheDownloadIsNotFast)
 {
     MakeOldTool();
 
@@ -94,7 +94,7 @@ TEST_F(DfuUtilLauncher, RunsTheToolOnceWhenNotAskedForAFastDownload)
     EXPECT_EQ(tool_.Arguments(), QStringList({u"-l"_s, u"-a0"_s}));
 }
 
-TEST_F(DfuUtilLauncher, KeepsFastForAToolThatKnowsIt)
+TEST_F(DfuUtilLauncher, KeepsFastForAToolThatSupportsIt)
 {
     MakeNewTool();
     QStringList const download{u"-d"_s, u"0483:df11"_s, u"-a"_s,
@@ -106,7 +106,7 @@ TEST_F(DfuUtilLauncher, KeepsFastForAToolThatKnowsIt)
     EXPECT_EQ(tool_.Arguments(), QStringList({u"--help"_s}) + download);
 }
 
-TEST_F(DfuUtilLauncher, DropsFastForAToolThatDoesNotAndSaysSo)
+TEST_F(DfuUtilLauncher, DropsFastForAToolThatDoesNotSupportItAndSaysSo)
 {
     MakeOldTool();
 
@@ -125,12 +125,12 @@ TEST_F(DfuUtilLauncher, DropsFastWhereverTheAddressIsGiven)
 {
     MakeOldTool();
 
-    EXPECT_EQ(ToldOf({u"-s0x0:fast:leave"_s}), QStringList({u"-s0x0:leave"_s}));
-    EXPECT_EQ(ToldOf({u"--dfuse-address=0x0:leave:fast"_s}),
+    EXPECT_EQ(GetArgumentsOf({u"-s0x0:fast:leave"_s}), QStringList({u"-s0x0:leave"_s}));
+    EXPECT_EQ(GetArgumentsOf({u"--dfuse-address=0x0:leave:fast"_s}),
               QStringList({u"--dfuse-address=0x0:leave"_s}));
-    EXPECT_EQ(ToldOf({u"--dfuse-address"_s, u"0x0:fast"_s}),
+    EXPECT_EQ(GetArgumentsOf({u"--dfuse-address"_s, u"0x0:fast"_s}),
               QStringList({u"--dfuse-address"_s, u"0x0"_s}));
-    EXPECT_EQ(ToldOf({u"-s"_s, u"0x0:fast:fast:leave:fast"_s}),
+    EXPECT_EQ(GetArgumentsOf({u"-s"_s, u"0x0:fast:fast:leave:fast"_s}),
               QStringList({u"-s"_s, u"0x0:leave"_s}));
 }
 
@@ -144,11 +144,11 @@ TEST_F(DfuUtilLauncher, DropsFastNowhereElse)
         auto expected = arguments;
         expected.replaceInStrings(u":breakfast:fast:"_s, u":breakfast:"_s);
 
-        EXPECT_EQ(ToldOf(arguments), expected);
+        EXPECT_EQ(GetArgumentsOf(arguments), expected);
     }
 }
 
-TEST_F(DfuUtilLauncher, BecomesTheTool)
+TEST_F(DfuUtilLauncher, ReplacesItsOwnProcessByTheTool)
 {
     MakeOldTool("echo printed; echo error >&2; exit 74\n");
     auto const ended = Launch({u"-s"_s, u"0x0:fast"_s});
@@ -160,14 +160,14 @@ TEST_F(DfuUtilLauncher, BecomesTheTool)
     EXPECT_TRUE(ended.errors.endsWith("\nerror\n"));
 }
 
-TEST_F(DfuUtilLauncher, PassesASignalOnToTheTool)
+TEST_F(DfuUtilLauncher, EndsByTheSignalThatEndsTheTool)
 {
     MakeOldTool("kill -s KILL $$\n");
 
     EXPECT_EQ(Launch({}).status, QProcess::CrashExit);
 }
 
-TEST_F(DfuUtilLauncher, PassesByItselfAndItsCopies)
+TEST_F(DfuUtilLauncher, SkipsItselfAndItsCopies)
 {
     MakeOldTool();
     QTemporaryDir bundle;
@@ -182,7 +182,7 @@ TEST_F(DfuUtilLauncher, PassesByItselfAndItsCopies)
     EXPECT_EQ(tool_.Arguments(), QStringList({u"-l"_s}));
 }
 
-TEST_F(DfuUtilLauncher, PassesByWhatCannotBeRun)
+TEST_F(DfuUtilLauncher, SkipsFilesThatCannotBeRun)
 {
     MakeOldTool();
     QTemporaryDir folder;
@@ -200,8 +200,8 @@ TEST_F(DfuUtilLauncher, PassesByWhatCannotBeRun)
     EXPECT_EQ(tool_.Arguments(), QStringList({u"-l"_s}));
 }
 
-// The updater takes every other end for a success.
-TEST_F(DfuUtilLauncher, IsKilledWhenThereIsNoTool)
+// The updater counts every other end as a success.
+TEST_F(DfuUtilLauncher, IsKilledIfThereIsNoTool)
 {
     QTemporaryDir programs;
     for (auto const* program : {"cmp", "grep", "sed"}) {
@@ -216,7 +216,7 @@ TEST_F(DfuUtilLauncher, IsKilledWhenThereIsNoTool)
     }
 }
 
-TEST_F(DfuUtilLauncher, TellsWhetherAToolAcceptsFast)
+TEST_F(DfuUtilLauncher, ReportsWhetherAToolAcceptsFast)
 {
     MakeNewTool();
     auto const accepted = RunProgram(kLauncher, kSystemPath, {u"--accepts-fast"_s, tool_.Path()});
@@ -230,7 +230,7 @@ TEST_F(DfuUtilLauncher, TellsWhetherAToolAcceptsFast)
     EXPECT_EQ(tool_.Arguments(), QStringList({u"--help"_s, u"--help"_s}));
 }
 
-TEST_F(DfuUtilLauncher, TellsItOfTheInstalledToolWhenNoneIsNamed)
+TEST_F(DfuUtilLauncher, ReportsOnTheInstalledToolIfNoneIsNamed)
 {
     MakeNewTool();
 
@@ -240,7 +240,7 @@ TEST_F(DfuUtilLauncher, TellsItOfTheInstalledToolWhenNoneIsNamed)
     EXPECT_TRUE(ended.output.startsWith(tool_.Path().toLocal8Bit()));
 }
 
-TEST_F(DfuUtilLauncher, AcceptsNoToolThatCannotBeRun)
+TEST_F(DfuUtilLauncher, RejectsAToolThatCannotBeRun)
 {
     auto const ended =
         RunProgram(kLauncher, kSystemPath, {u"--accepts-fast"_s, u"/nowhere/dfu-util"_s});
@@ -250,7 +250,7 @@ TEST_F(DfuUtilLauncher, AcceptsNoToolThatCannotBeRun)
     EXPECT_FALSE(ended.errors.isEmpty());
 }
 
-TEST_F(DfuUtilLauncher, RefusesTheRealToolOfWhichItIsKnown)
+TEST_F(DfuUtilLauncher, RejectsTheRealToolThatIsKnownNotToSupportFast)
 {
     auto const version = RunProgram(kLauncher, kSystemPath, {u"--version"_s});
     ASSERT_EQ(version.exit_code, 0);
@@ -263,7 +263,7 @@ TEST_F(DfuUtilLauncher, RefusesTheRealToolOfWhichItIsKnown)
     EXPECT_EQ(ended.exit_code, 1);
 }
 
-// No such unit is attached anywhere: the ids are nobody's.
+// No such unit is attached anywhere, because nobody has these IDs.
 TEST_F(DfuUtilLauncher, DropsFastForTheRealTool)
 {
     tool_.Write(u"fw.bin"_s, "image");

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What the scripts under packaging/ write into a package.
+"""Tests what the scripts and install rules in packaging/ write into a package.
 
     files_test.py CMAKE
 """
@@ -22,7 +22,7 @@ BITMAP_32 = b"\x28\x00\x00\x00 a bitmap"
 
 
 def make_ico(*pictures):
-    """An icon of (width byte, data) pairs."""
+    """Returns an icon made of (width byte, data) pairs."""
     head, body = struct.pack("<HHH", 0, 1, len(pictures)), b""
     start = 6 + 16 * len(pictures)
     for width, data in pictures:
@@ -53,7 +53,7 @@ class Icons(InDirectory):
     def extract(self, *options):
         return self.call(PACKAGING / "extract_icons.py", self.path("a.ico"), *options)
 
-    def test_a_desktop_gets_the_pictures_that_are_png_and_a_width_byte_of_0_means_256_pixels(self):
+    def test_a_linux_desktop_gets_the_png_pictures_and_a_width_byte_of_0_means_256_pixels(self):
         self.path("a.ico", make_ico((16, PNG_16), (32, BITMAP_32), (0, PNG_256)))
 
         result = self.extract("--hicolor", self.path("icons"), "name")
@@ -65,7 +65,7 @@ class Icons(InDirectory):
             {"icons/16x16/apps/name.png": PNG_16, "icons/256x256/apps/name.png": PNG_256},
         )
 
-    def test_an_icon_of_bitmaps_only_is_refused(self):
+    def test_an_icon_that_contains_only_bitmaps_is_refused(self):
         self.path("a.ico", make_ico((32, BITMAP_32)))
 
         for wanted in (("--hicolor", self.path("icons"), "name"), ("--icns", self.path("a.icns"))):
@@ -74,7 +74,7 @@ class Icons(InDirectory):
             self.assertEqual(result.returncode, 1)
             self.assertIn("no picture", result.stderr)
 
-    def test_the_container_for_macos_holds_each_picture_under_the_names_of_its_size(self):
+    def test_the_macos_container_holds_each_picture_under_every_name_of_its_size(self):
         self.path("a.ico", make_ico((16, PNG_16), (48, PNG_16), (0, PNG_256)))
 
         result = self.extract("--icns", self.path("a.icns"))
@@ -89,7 +89,7 @@ class Icons(InDirectory):
             + b"ic13" + (8 + len(PNG_256)).to_bytes(4, "big") + PNG_256,
         )
 
-    def test_every_cut_of_an_icon_is_refused(self):
+    def test_a_truncated_icon_is_refused(self):
         whole = make_ico((16, PNG_16), (0, PNG_256))
         for length in range(0, len(whole), 7):
             self.path("a.ico", whole[:length])
@@ -112,7 +112,7 @@ class UdevRules(InDirectory):
         self.assertEqual(result.returncode, 0, result.stderr)
         return self.path("rules").read_text().splitlines()
 
-    def test_without_products_the_serial_adapter_and_the_dfu_bootloader_are_named(self):
+    def test_without_products_the_rules_name_the_serial_adapter_and_the_dfu_bootloader(self):
         lines = self.lines("")
 
         self.assertEqual(
@@ -129,7 +129,7 @@ class UdevRules(InDirectory):
             ],
         )
 
-    def test_a_serial_product_is_named_as_a_serial_port_with_four_small_digits(self):
+    def test_a_serial_product_becomes_a_serial_port_with_ids_of_four_lower_case_digits(self):
         lines = self.lines("interface=mcuboot_serial\nproduct_list=One:1209:1, Two:0x2FE3:ABCD\n")
 
         ports = [line for line in lines if line.startswith('SUBSYSTEM=="tty"')]
@@ -137,16 +137,16 @@ class UdevRules(InDirectory):
         self.assertIn('ATTRS{idVendor}=="1209", ATTRS{idProduct}=="0001"', ports[1])
         self.assertIn('ATTRS{idVendor}=="2fe3", ATTRS{idProduct}=="abcd"', ports[2])
 
-    def test_a_usb_product_is_handed_out_as_a_usb_device(self):
+    def test_a_usb_product_becomes_a_usb_device(self):
         lines = self.lines('product_list="One:1209:0002" ; a remark\ninterface = usb\n')
 
         self.assertTrue(any('"1209"' in line and 'SUBSYSTEM=="usb"' in line and "uaccess" in line for line in lines))
         self.assertFalse(any('"1209"' in line and 'SUBSYSTEM=="tty"' in line for line in lines))
 
-    def test_ids_that_are_named_anyway_are_not_repeated(self):
+    def test_ids_that_the_rules_always_name_are_not_repeated(self):
         self.assertEqual(self.lines("product_list=One:10C4:EA60\n"), self.lines(""))
 
-    def test_what_is_no_id_is_refused_and_nothing_of_it_gets_into_a_rule(self):
+    def test_a_malformed_id_is_refused_and_no_rules_are_written(self):
         for entry in ("One", "One:10c4", "One:10c4:", "One:10c4:ea601", 'One:10c4:", RUN+=x', "One:-1:2"):
             result = self.rules(f"product_list={entry}\n")
 
@@ -165,12 +165,12 @@ class DfuUtil(InDirectory):
             CMAKE, "-D", f"FW_DFU_UTIL={tool}", "-P", PACKAGING / "check_dfu_util.cmake"
         )
 
-    def test_a_tool_that_lists_fast_among_the_modifiers_is_taken(self):
+    def test_a_tool_that_lists_fast_among_its_modifiers_is_accepted(self):
         result = self.check(f"cat <<'END'\n{self.HELP}\t\tfast\t\tIgnore the waits\nEND\n")
 
         self.assertEqual(result.returncode, 0, result.stderr)
 
-    def test_a_tool_that_does_not_list_fast_is_refused_by_name(self):
+    def test_a_tool_that_does_not_list_fast_is_refused_and_named(self):
         result = self.check(f"cat <<'END'\nfaster than ever\n{self.HELP}\t\tfaster\nEND\n")
 
         self.assertEqual(result.returncode, 1)
@@ -188,7 +188,7 @@ class DfuUtil(InDirectory):
 
 
 class MacBundle(InDirectory):
-    """The install rules for macOS, with a program of no use and a stand-in for macdeployqt."""
+    """The install rules for macOS, with a dummy program and a stand-in for macdeployqt."""
 
     PROJECT = f"""
 cmake_minimum_required(VERSION 3.25)
@@ -228,7 +228,7 @@ add_subdirectory("{PACKAGING}" packaging)
         app = self.path("installed/Kelvane Firmware Updater.app")
         return app, {str(file.relative_to(app)) for file in app.rglob("*") if file.is_file()}
 
-    def test_everything_is_where_the_program_looks_for_it(self):
+    def test_every_file_is_where_the_program_looks_for_it(self):
         result = self.configure(
             "-D", f"FW_DFU_UTIL={self.path('dfu-util')}", "-D", f"FW_DRIVER_APP={self.path('Driver.app')}"
         )
@@ -247,7 +247,7 @@ add_subdirectory("{PACKAGING}" packaging)
         for name in ("Contents/MacOS/dfu-util", "Contents/Resources/CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver"):
             self.assertTrue(os.access(app / name, os.X_OK), name)
 
-    def test_a_driver_application_in_the_product_is_taken_as_it_is(self):
+    def test_a_driver_application_in_the_product_is_copied_unchanged(self):
         program = "CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver"
         self.path("Driver.app").rename(self.path("product/CP210xVCPDriver.app"))
         self.path("product/CP210xVCPDriver.app/Contents/Current").symlink_to("MacOS")
@@ -259,9 +259,9 @@ add_subdirectory("{PACKAGING}" packaging)
         app, _ = self.install()
         self.assertEqual((app / "Contents/Resources" / program).stat().st_mode & 0o777, 0o755)
         self.assertTrue((app / "Contents/Resources/CP210xVCPDriver.app/Contents/Current").is_symlink())
-        self.assertNotIn("CP210xVCPDriver", self.path("called").read_text(), "there before macdeployqt ran")
+        self.assertNotIn("CP210xVCPDriver", self.path("called").read_text(), "was there before macdeployqt ran")
 
-    def test_a_driver_application_that_is_named_comes_before_the_one_in_the_product(self):
+    def test_a_driver_application_that_is_set_explicitly_replaces_the_one_in_the_product(self):
         self.path("product/CP210xVCPDriver.app/Contents/MacOS").mkdir(parents=True)
         self.program("product/CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver", "the product's")
         self.program("Driver.app/Contents/MacOS/CP210xVCPDriver", "the named one")
@@ -272,7 +272,7 @@ add_subdirectory("{PACKAGING}" packaging)
         program = app / "Contents/Resources/CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver"
         self.assertIn("the named one", program.read_text())
 
-    def test_its_description_names_what_it_holds(self):
+    def test_info_plist_describes_the_bundle(self):
         self.configure("-D", "CMAKE_OSX_DEPLOYMENT_TARGET=12.0")
 
         app, files = self.install()
@@ -286,7 +286,7 @@ add_subdirectory("{PACKAGING}" packaging)
         self.assertEqual(plist["LSMinimumSystemVersion"], "12.0")
         self.assertIs(plist["NSHighResolutionCapable"], True)
 
-    def test_libraries_are_brought_in_for_both_programs_before_the_driver_application_is_there(self):
+    def test_libraries_are_copied_for_both_programs_before_the_driver_application_is_installed(self):
         self.configure("-D", f"FW_DFU_UTIL={self.path('dfu-util')}", "-D", f"FW_DRIVER_APP={self.path('Driver.app')}")
 
         app, _ = self.install()
@@ -298,22 +298,22 @@ add_subdirectory("{PACKAGING}" packaging)
             {"Contents/Info.plist", "Contents/MacOS/Kelvane Firmware Updater", "Contents/MacOS/dfu-util"},
         )
 
-    def test_a_bundle_that_lacks_parts_is_made_with_a_warning(self):
+    def test_a_bundle_without_tool_and_driver_is_built_with_a_warning(self):
         result = self.configure()
 
         self.assertEqual(result.returncode, 0, result.stderr)
         for part in ("FW_DFU_UTIL", "FW_DRIVER_APP"):
-            self.assertIn(f"{part} is not set: the bundle is not one to ship", " ".join(result.stderr.split()))
+            self.assertIn(f"{part} is not set: do not ship this bundle", " ".join(result.stderr.split()))
         _, files = self.install()
         self.assertNotIn("Contents/MacOS/dfu-util", files)
 
-    def test_what_is_not_the_driver_application_is_refused(self):
+    def test_a_folder_that_is_not_the_driver_application_is_refused(self):
         result = self.configure("-D", f"FW_DRIVER_APP={self.path('product')}")
 
         self.assertEqual(result.returncode, 1)
         self.assertIn("is not the driver application", " ".join(result.stderr.split()))
 
-    def test_a_directory_without_config_ini_is_refused_as_a_product(self):
+    def test_a_product_without_config_ini_is_refused(self):
         self.path("product/config.ini").unlink()
 
         result = self.configure()

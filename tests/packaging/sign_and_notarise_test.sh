@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# packaging/macos/sign_and_notarise.sh against stand-ins for Apple's tools, which write down how they
-# were called: what is signed and in which order, with which options, and that the failure of any one
-# call is the failure of the whole. That Apple's tools do what they are asked for is not tested here.
+# Runs packaging/macos/sign_and_notarise.sh with stand-ins for Apple's tools, which record how they were
+# called. The tests check what is signed, in which order and with which options, and that the script
+# fails if any call fails. They cannot check that Apple's tools do what they are asked to do.
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -13,7 +13,7 @@ identity="Developer ID Application: Kelvane (ABCDE12345)"
 app="Kelvane Firmware Updater.app"
 failures=0
 
-# What every stand-in does; its own part follows.
+# make_stand_in NAME: creates a tool that records its call, then does what standard input says.
 make_stand_in() {
     {
         cat <<'END'
@@ -22,7 +22,7 @@ line=${0##*/}
 for word in "$@"; do line+=" [$word]"; done
 echo "$line" >>"$CALLS"
 mapfile -t calls <"$CALLS"
-[ "${#calls[@]}" != "${FAIL_AT:-}" ] || { echo "told to fail" >&2; exit 1; }
+[ "${#calls[@]}" != "${FAIL_AT:-}" ] || { echo "fails on request" >&2; exit 1; }
 last=${!#}
 END
         cat
@@ -71,7 +71,7 @@ case "$last" in */dfu-util) [ -z "${OUTSIDE:-}" ] || printf '\t%s (compatibility
 END
 }
 
-# The first bytes of a program for macOS, as `file` knows them.
+# Writes the first bytes of a program for macOS, as `file` recognises them.
 make_program() {
     mkdir -p "$(dirname "$1")"
     printf '\xcf\xfa\xed\xfe\x0c\x00\x00\x01\x00\x00\x00\x00\x02\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00' >"$1"
@@ -101,7 +101,7 @@ make_application() {
     echo key >"$work/key.p8"
 }
 
-# run [NAME=VALUE...]: the script in a clean environment; sets `status`, `output` and the calls.
+# run [NAME=VALUE...]: runs the script in a clean environment; sets `status`, `output` and the calls.
 run() {
     rm -f "$calls" "$work/signed.dmg"
     touch "$calls"
@@ -121,11 +121,11 @@ expect_status() {
 }
 
 expect_output() {
-    [[ $output == *"$1"* ]] || complain "\"$1\" was not said, but: $output"
+    [[ $output == *"$1"* ]] || complain "\"$1\" is missing from: $output"
 }
 
 expect_no_result() {
-    [ ! -e "$work/signed.dmg" ] || complain "there is a result all the same"
+    [ ! -e "$work/signed.dmg" ] || complain "a signed image was created nevertheless"
     [ "$(cat "$work/unsigned.dmg")" = unsigned ] || complain "the unsigned image was changed"
     [ -z "$(find "$work" -maxdepth 1 -name 'sign_and_notarise.*')" ] || complain "the work directory was left behind"
 }
@@ -135,7 +135,7 @@ expect_nothing_signed() {
     ! grep --fixed-strings -e '[submit]' "$calls" || complain "something was sent to Apple"
 }
 
-# The calls that match, without the work directory's name.
+# Prints the calls that match, without the name of the work directory.
 calls_with() {
     grep --fixed-strings -e "$1" "$calls" | sed "s|$work/sign_and_notarise\.[A-Za-z0-9]*/||g"
 }
@@ -159,10 +159,10 @@ $with [--options] [runtime] [contents/$app]
 $with [signed.dmg]"
 }
 
-application_and_disk_image_are_notarised_and_stapled_and_all_of_it_is_validated() {
+application_and_disk_image_are_notarised_stapled_and_validated() {
     run
     expect_status 0
-    [ "$(cat "$work/signed.dmg")" = signed ] || complain "there is no signed image"
+    [ "$(cat "$work/signed.dmg")" = signed ] || complain "no signed image was created"
     expect_calls '[submit]' "xcrun [notarytool] [submit] [app.zip] [--keychain-profile] [kelvane] [--wait] [--output-format] [plist]
 xcrun [notarytool] [submit] [signed.dmg] [--keychain-profile] [kelvane] [--wait] [--output-format] [plist]"
     expect_calls '[stapler]' "xcrun [stapler] [staple] [contents/$app]
@@ -179,7 +179,7 @@ $driver
 codesign [--verify] [--strict] [--verbose=2] [signed.dmg]"
 }
 
-the_failure_of_any_one_call_is_the_failure_of_the_whole() {
+the_script_fails_if_any_call_fails() {
     local count call
     run
     count=$(wc -l <"$calls")
@@ -191,7 +191,7 @@ the_failure_of_any_one_call_is_the_failure_of_the_whole() {
     done
 }
 
-a_refusal_by_apple_that_ends_with_status_0_is_a_failure_and_its_reasons_are_fetched() {
+a_rejection_by_apple_is_a_failure_even_with_exit_status_0_and_the_reasons_are_fetched() {
     run NOTARY_ANSWER=Invalid
     expect_status 1
     expect_output "did not accept"
@@ -210,7 +210,7 @@ without_credentials_nothing_is_touched() {
     done
 }
 
-a_key_takes_the_place_of_the_keychain_and_must_be_whole() {
+a_key_replaces_the_keychain_and_must_be_complete() {
     local key=(FW_NOTARY_PROFILE= "FW_NOTARY_KEY=$work/key.p8" FW_NOTARY_KEY_ID=K1 FW_NOTARY_ISSUER=I1) name
     run "${key[@]}"
     expect_status 0
@@ -240,21 +240,21 @@ a_driver_application_that_is_missing_or_not_validly_signed_is_refused_before_any
     expect_no_result
 }
 
-a_driver_application_whose_program_lost_its_right_to_run_is_refused_before_anything_is_signed() {
+a_driver_application_that_is_not_executable_is_refused_before_anything_is_signed() {
     local program=$contents/Resources/CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver
     chmod a-x "$program"
     run
     chmod a+x "$program"
     expect_status 1
-    expect_output "CP210xVCPDriver.app holds no executable program"
+    expect_output "CP210xVCPDriver.app contains no executable program"
     expect_nothing_signed
     expect_no_result
 }
 
-code_for_a_newer_system_than_the_application_promises_is_refused_before_anything_is_signed() {
+code_for_a_newer_system_than_the_application_declares_is_refused_before_anything_is_signed() {
     run TOOL_NEEDS=14.0
     expect_status 1
-    expect_output "dfu-util needs macOS 14.0, but the application is to run on 12.0"
+    expect_output "dfu-util needs macOS 14.0, but the application declares that it runs on 12.0"
     expect_nothing_signed
     expect_no_result
     run OLD_STYLE=12.0.1
@@ -271,7 +271,7 @@ code_for_a_newer_system_than_the_application_promises_is_refused_before_anything
     expect_output "names no LSMinimumSystemVersion"
 }
 
-a_library_from_the_builders_computer_is_refused_before_anything_is_signed() {
+a_library_from_the_build_computer_is_refused_before_anything_is_signed() {
     run OUTSIDE=/opt/homebrew/lib/libusb-1.0.0.dylib
     expect_status 1
     expect_output "dfu-util needs a library from outside the bundle: /opt/homebrew/lib/libusb-1.0.0.dylib"
@@ -279,13 +279,13 @@ a_library_from_the_builders_computer_is_refused_before_anything_is_signed() {
     expect_no_result
 }
 
-a_script_in_the_place_of_dfu_util_is_refused_before_anything_is_signed() {
+a_script_instead_of_dfu_util_is_refused_before_anything_is_signed() {
     mv "$contents/MacOS/dfu-util" "$work/aside"
     printf '#!/bin/sh\nexec dfu-util "$@"\n' >"$contents/MacOS/dfu-util"
     run
     mv "$work/aside" "$contents/MacOS/dfu-util"
     expect_status 1
-    expect_output "dfu-util is no program for macOS"
+    expect_output "dfu-util is not a program for macOS"
     expect_nothing_signed
 }
 
@@ -294,16 +294,16 @@ an_image_with_two_applications_or_none_is_refused() {
     run
     rmdir "$work/image/Other.app"
     expect_status 1
-    expect_output "holds no application, or several"
+    expect_output "must contain exactly one application"
     mv "$work/image/$app" "$work/aside"
     run
     mv "$work/aside" "$work/image/$app"
     expect_status 1
-    expect_output "holds no application, or several"
+    expect_output "must contain exactly one application"
     expect_nothing_signed
 }
 
-a_wrong_call_is_told_so_and_help_is_given() {
+wrong_arguments_are_refused_and_help_is_available() {
     local words
     for words in "" "only-one" "$work/unsigned.dmg $work/key.p8" "/nowhere.dmg $work/new.dmg" "a b c"; do
         status=0
@@ -321,18 +321,18 @@ make_tools
 make_application
 tests=(
     everything_is_signed_inside_out_with_hardened_runtime_and_time_stamp_and_the_driver_is_not
-    application_and_disk_image_are_notarised_and_stapled_and_all_of_it_is_validated
-    the_failure_of_any_one_call_is_the_failure_of_the_whole
-    a_refusal_by_apple_that_ends_with_status_0_is_a_failure_and_its_reasons_are_fetched
+    application_and_disk_image_are_notarised_stapled_and_validated
+    the_script_fails_if_any_call_fails
+    a_rejection_by_apple_is_a_failure_even_with_exit_status_0_and_the_reasons_are_fetched
     without_credentials_nothing_is_touched
-    a_key_takes_the_place_of_the_keychain_and_must_be_whole
+    a_key_replaces_the_keychain_and_must_be_complete
     a_driver_application_that_is_missing_or_not_validly_signed_is_refused_before_anything_is_signed
-    a_driver_application_whose_program_lost_its_right_to_run_is_refused_before_anything_is_signed
-    code_for_a_newer_system_than_the_application_promises_is_refused_before_anything_is_signed
-    a_library_from_the_builders_computer_is_refused_before_anything_is_signed
-    a_script_in_the_place_of_dfu_util_is_refused_before_anything_is_signed
+    a_driver_application_that_is_not_executable_is_refused_before_anything_is_signed
+    code_for_a_newer_system_than_the_application_declares_is_refused_before_anything_is_signed
+    a_library_from_the_build_computer_is_refused_before_anything_is_signed
+    a_script_instead_of_dfu_util_is_refused_before_anything_is_signed
     an_image_with_two_applications_or_none_is_refused
-    a_wrong_call_is_told_so_and_help_is_given
+    wrong_arguments_are_refused_and_help_is_available
 )
 for test in "${tests[@]}"; do
     echo "${test//_/ }"
