@@ -160,7 +160,11 @@ def get_forms(value, is_time):
     if isinstance(value, str):
         return {value}
     if not is_time:
-        return {str(value), f"0x{value:08x}"}
+        forms = {str(value), f"0x{value:08x}"}
+        for unit, size in (("KiB", 1 << 10), ("MiB", 1 << 20)):
+            if value % size == 0:
+                forms.add(f"{value // size} {unit}")
+        return forms
     forms = {f"{value} ms"}
     if value % 1000 == 0:
         count = str(value // 1000)
@@ -316,6 +320,7 @@ inline constexpr uint32_t kFlashStart = 0x08000000;
 inline constexpr char const* kDfuDevice = "0483:df11";
 inline constexpr size_t kRoom = size_t{64} * 1024 + kChunkSize;
 inline constexpr std::chrono::seconds kPatience{2};
+inline constexpr size_t kTail = size_t{1} << 16;
 """
     CONSTANTS = {
         "kBaudRate": (460800, False),
@@ -327,6 +332,7 @@ inline constexpr std::chrono::seconds kPatience{2};
         "kDfuDevice": ("0483:df11", False),
         "kRoom": (65536 + 1483, False),
         "kPatience": (2000, True),
+        "kTail": (65536, False),
     }
 
     def setUp(self):
@@ -381,7 +387,7 @@ inline constexpr std::chrono::seconds kPatience{2};
             ("1 ms", "kAnswerTimeout", False), ("1.5 s", "kAnswerTimeout", False),
             ("1000", "kAnswerTimeout", False), ("3 ms", "kPass", True), ("30 ms", "kPass", False),
             ("0x08000000", "kFlashStart", True), ("0483:df11", "kDfuDevice", True),
-            ("0483:df12", "kDfuDevice", False), ("3 s", "kForgotten", False), ("", "kPass", False),
+            ("0483:df12", "kDfuDevice", False), ("64 KiB", "kTail", True), ("64 MiB", "kTail", False), ("3 s", "kForgotten", False), ("", "kPass", False),
         ):
             row = f"| {figure} | `{name}` | what for |"
             table = f"| Figure | Constant | What for |\n|---|---|---|\n{row}\n"
