@@ -231,7 +231,7 @@ def find_unknown_names(text, words):
 
 def get_documents():
     return sorted(
-        {ROOT / "README.md", ROOT / "CONTRIBUTING.md", ROOT / "benchmarks/README.md"}
+        {ROOT / name for name in ("README.md", "CONTRIBUTING.md", "benchmarks/README.md", "simulator/README.md")}
         | set((ROOT / "docs").rglob("*.md"))
     )
 
