@@ -9,17 +9,16 @@
 #include <QJsonObject>
 #include <string>
 
+#include "mcuboot/limits.h"
 #include "mcuboot/request_maps.h"
-#include "tests/mcuboot/unit_side.h"
+#include "tests/mcuboot/scripted_line.h"
 
 namespace mcuboot {
 namespace {
 
+using simulator::MakeSmpLines;
+using test::AnswerWith;
 using test::FromHex;
-using test::MakeAnswer;
-using test::MakeAnswerBody;
-using test::ToLine;
-using test::ToLines;
 
 QJsonArray ReadVectors(char const* table)
 {
@@ -47,8 +46,15 @@ uint16_t GetCrc(QByteArray const& bytes, uint16_t init)
                       static_cast<size_t>(bytes.size()), init);
 }
 
-// {"rc": 0}
+// {"rc": 0}, and the block of a unit's answer with it.
 QByteArray const kSuccess = FromHex("a162726300");
+QByteArray const kBlock = FromHex("000f 0100000500010000 a162726300 c99f");
+
+// The block when its header claims another length; the check value is right.
+QByteArray Claiming(unsigned size)
+{
+    return MakeSmpLines(simulator::MakeSmpAnswer({1, 1, 0, 0, kSuccess}, size));
+}
 
 // ---- Check value ----
 
@@ -102,14 +108,11 @@ TEST(BuildPacket, WritesHeaderPayloadAndCheckValueAsOneLine)
 
 TEST(BuildPacket, WritesAllFieldsMostSignificantByteFirst)
 {
-    auto const request =
-        test::ReadRequest(buildPacket(2, 0x1234, 0x56, QByteArray(300, 'x'), 0x78));
-    ASSERT_TRUE(request);
-    EXPECT_EQ(request->operation, 2);
-    EXPECT_EQ(request->group, 0x1234);
-    EXPECT_EQ(request->id, 0x56);
-    EXPECT_EQ(request->sequence, 0x78);
-    EXPECT_EQ(request->payload, QByteArray(300, 'x'));
+    auto const line = buildPacket(2, 0x1234, 0x56, QByteArray(300, 'x'), 0x78);
+    EXPECT_EQ(simulator::ReadSmpLines(line).first(10), FromHex("0136 0200 012c 1234 7856"));
+    auto const request = simulator::ReadSmpRequest(line.chopped(1));
+    ASSERT_TRUE(request.message) << request.problem;
+    EXPECT_EQ(request.message->payload, QByteArray(300, 'x'));
 }
 
 TEST(BuildPacket, AgreesWithEveryWholeVector)
@@ -137,17 +140,14 @@ TEST(BuildPacket, AgreesWithEveryWholeVector)
 TEST(BuildPacket, SendsAWholeChunkInOneLine)
 {
     QByteArray chunk;
-    for (int i = 0; i < 1483; ++i) {
+    for (int i = 0; i < kChunkSize; ++i) {
         chunk.append(static_cast<char>((7 * i + 3) % 256));
     }
-    std::array<uint8_t, 2048> buffer;
+    std::array<uint8_t, kUploadBuffer> buffer;
     auto const size = cborEncodeUploadChunk(
         buffer, {reinterpret_cast<uint8_t const*>(chunk.constData()), 1483}, 0, 3000, true);
     ASSERT_EQ(size, 1512);
     auto const payload = QByteArray(reinterpret_cast<char const*>(buffer.data()), size);
-    EXPECT_EQ(QCryptographicHash::hash(payload, QCryptographicHash::Sha256).toHex(),
-              "6f4a800cae149edd7ceff8944150ac74882002bbcdee337778c1a7d33df679df");
-
     auto const line = buildPacket(kSmpWrite, 1, 1, payload, 0);
 
     EXPECT_EQ(line.size(), 2035);
@@ -159,86 +159,140 @@ TEST(BuildPacket, SendsAWholeChunkInOneLine)
 
 // ---- Answers ----
 
-TEST(ParseResponse, AgreesWithEveryAcceptedVector)
+TEST(ReadFrame, AgreesWithEveryVector)
 {
-    auto const vectors = ReadVectors("receive_accepted");
-    ASSERT_EQ(vectors.size(), 6);
-    for (auto const& value : vectors) {
+    auto const accepted = ReadVectors("receive_accepted");
+    ASSERT_EQ(accepted.size(), 6);
+    for (auto const& value : accepted) {
         auto const vector = value.toObject();
-        EXPECT_EQ(parseResponse(GetHex(vector, "raw")), GetHex(vector, "result"))
-            << GetName(vector);
+        auto const result = GetHex(vector, "result");
+        EXPECT_EQ(parseResponse(GetHex(vector, "raw")), result) << GetName(vector);
+        EXPECT_EQ(ReadFrame(GetHex(vector, "raw")).payload, result) << GetName(vector);
+    }
+    auto const rejected = ReadVectors("receive_rejected");
+    ASSERT_EQ(rejected.size(), 5);
+    for (auto const& value : rejected) {
+        auto const raw = GetHex(value.toObject(), "raw");
+        EXPECT_EQ(parseResponse(raw), QByteArray()) << GetName(value.toObject());
+        EXPECT_NE(ReadFrame(raw).error, FrameError::kNone) << GetName(value.toObject());
     }
 }
 
-TEST(ParseResponse, AgreesWithEveryRejectedVector)
-{
-    auto const vectors = ReadVectors("receive_rejected");
-    ASSERT_EQ(vectors.size(), 5);
-    for (auto const& value : vectors) {
-        auto const vector = value.toObject();
-        EXPECT_EQ(parseResponse(GetHex(vector, "raw")), QByteArray()) << GetName(vector);
-    }
-}
-
-TEST(ParseResponse, AcceptsPayloadsOfEveryLengthUpToTheFirstHundreds)
+TEST(ReadFrame, AcceptsPayloadsOfEveryLengthUpToTheFirstHundredsAndTheLongest)
 {
     for (int size = 1; size < 300; ++size) {
         auto const payload = QByteArray(size, static_cast<char>(size));
-        EXPECT_EQ(parseResponse(MakeAnswer(payload)), payload) << size;
+        EXPECT_EQ(parseResponse(AnswerWith(payload)), payload) << size;
     }
+    EXPECT_EQ(parseResponse(AnswerWith(QByteArray(65525, 'x'))), QByteArray(65525, 'x'));
 }
 
-TEST(ParseResponse, AcceptsTheLongestPayload)
+TEST(ReadFrame, TakesTheLinesThatItKnowsAndPassesOverAllOthers)
 {
-    auto const payload = QByteArray(65525, 'x');
-    EXPECT_EQ(parseResponse(MakeAnswer(payload)), payload);
-}
-
-TEST(ParseResponse, OfAnAnswerWithoutPayloadIsEmptyWhateverItsCheckValue)
-{
-    EXPECT_TRUE(parseResponse(MakeAnswer({})).isEmpty());
-    EXPECT_TRUE(parseResponse(ToLine(FromHex("000a 0100000000010000 0000"))).isEmpty());
-}
-
-TEST(ParseResponse, RefusesARequestThatAUnitEchoes)
-{
-    EXPECT_TRUE(parseResponse(buildPacket(kSmpRead, 1, 0, FromHex("bfff"), 0)).isEmpty());
-}
-
-TEST(ParseResponse, JoinsAnAnswerSplitAtEveryPossiblePlace)
-{
-    auto const body = MakeAnswerBody(kSuccess);
+    auto const lines = MakeSmpLines(kBlock, 12).split('\n');
+    ASSERT_EQ(lines.size(), 3);
+    struct Row {
+        char const* name;
+        QByteArray raw;
+    };
+    for (auto const& [name, raw] : {
+             Row{"one line",
+                 "\x06\x09"
+                 "AA8BAAAFAAEAAKFicmMAyZ8=\n"},
+             Row{"two start lines",
+                 "\x06\x09"
+                 "AA8BAAAFAAEA\n\x06\x09"
+                 "AKFicmMAyZ8=\n"},
+             Row{"continuation without a start",
+                 "\x04\x14"
+                 "AA8BAAAFAAEAAKFicmMAyZ8=\n"},
+             Row{"without the newline", MakeSmpLines(kBlock).chopped(1)},
+             Row{"without the padding", MakeSmpLines(kBlock).chopped(2)},
+             Row{"foreign lines before, between and after", "boot: hello\r\n\n\x06\n" + lines[0] +
+                                                                "\nnoise\n\x05\x09"
+                                                                "AAAA\n" +
+                                                                lines[1] + "\nmore noise"},
+             Row{"bytes behind the check value", MakeSmpLines(kBlock + "more")},
+         }) {
+        EXPECT_EQ(parseResponse(raw), kSuccess) << name;
+    }
     for (qsizetype size = 1; size <= 20; ++size) {
-        EXPECT_EQ(parseResponse(ToLines(body, size)), kSuccess) << size;
+        EXPECT_EQ(parseResponse(MakeSmpLines(kBlock, size)), kSuccess) << size;
     }
 }
 
-TEST(ParseResponse, RefusesAnAnswerCutAtEveryPlace)
+TEST(ReadFrame, NamesWhyAnAnswerCannotBeUsed)
 {
-    auto const line = MakeAnswer(kSuccess);
-    // Without the newline alone the answer is still whole.
-    EXPECT_EQ(parseResponse(line.chopped(1)), kSuccess);
+    auto const with_length = [](int length) {
+        auto block = kBlock;
+        block[1] = static_cast<char>(length);
+        return MakeSmpLines(block);
+    };
+    auto const echo = buildPacket(kSmpRead, 1, 0, FromHex("bfff"), 0);
+    struct Row {
+        char const* name;
+        QByteArray raw;
+        FrameError error;
+    };
+    for (auto const& [name, raw, error] : {
+             Row{"nothing", {}, FrameError::kNoLine},
+             Row{"empty lines", "\n\n\n", FrameError::kNoLine},
+             Row{"a marker alone", "\x06\x09", FrameError::kNoLine},
+             Row{"markers alone", "\x06\x09\n\x04\x14\n", FrameError::kNoLine},
+             Row{"a marker in mid-line", "x" + MakeSmpLines(kBlock), FrameError::kNoLine},
+             Row{"foreign characters",
+                 "\x06\x09"
+                 "AA8B!AAFAAEA\n",
+                 FrameError::kBase64},
+             Row{"a body of 11 bytes", MakeSmpLines(FromHex("000a 0100000000010000 be")),
+                 FrameError::kLength},
+             Row{"a length of 9", with_length(9), FrameError::kLength},
+             Row{"a length of 0", with_length(0), FrameError::kLength},
+             Row{"a length one beyond the body", with_length(16), FrameError::kLength},
+             Row{"a length far beyond the body", with_length(255), FrameError::kLength},
+             Row{"a header length one beyond the body", Claiming(8), FrameError::kLength},
+             Row{"the largest header length", Claiming(65535), FrameError::kLength},
+             Row{"an echoed request", echo, FrameError::kCheckValue},
+             Row{"no payload, bad check value", MakeSmpLines(FromHex("000a 0100000000010000 0000")),
+                 FrameError::kCheckValue},
+             Row{"no payload", AnswerWith(QByteArray()), FrameError::kNoPayload},
+             Row{"a header length of 0", Claiming(0), FrameError::kNoPayload},
+         }) {
+        auto const frame = ReadFrame(raw);
+        EXPECT_EQ(frame.error, error) << name;
+        EXPECT_EQ(frame.payload, QByteArray()) << name;
+        EXPECT_EQ(parseResponse(raw), QByteArray()) << name;
+    }
+}
+
+TEST(ReadFrame, ReturnsWhatTheHeaderClaimsOfWhatIsThere)
+{
+    EXPECT_EQ(parseResponse(Claiming(3)), kSuccess.first(3));
+    EXPECT_EQ(parseResponse(Claiming(7)), kSuccess + FromHex("1715")) << "the check value too";
+}
+
+TEST(ReadFrame, RefusesAnAnswerCutAtEveryPlace)
+{
+    auto const line = MakeSmpLines(kBlock);
     for (qsizetype size = 0; size < line.size() - 2; ++size) {
-        // Of the padding, nothing is needed.
         EXPECT_TRUE(parseResponse(line.first(size)).isEmpty()) << size;
     }
 }
 
-TEST(ParseResponse, RefusesAnAnswerWithAnySingleByteOfTheBodyChanged)
+TEST(ReadFrame, RefusesAnAnswerWithAnySingleByteOfTheBodyChanged)
 {
-    auto const body = MakeAnswerBody(kSuccess);
-    for (qsizetype i = 0; i < body.size(); ++i) {
+    for (qsizetype i = 0; i < kBlock.size(); ++i) {
         for (int change = 1; change < 256; ++change) {
-            auto changed = body;
+            auto changed = kBlock;
             changed[i] = static_cast<char>(changed[i] ^ change);
-            EXPECT_TRUE(parseResponse(ToLine(changed)).isEmpty()) << i << " ^ " << change;
+            EXPECT_TRUE(parseResponse(MakeSmpLines(changed)).isEmpty()) << i << " ^ " << change;
         }
     }
 }
 
-TEST(ParseResponse, RefusesAnAnswerWithAnySingleByteOnTheWireReplacedByNoise)
+TEST(ReadFrame, RefusesAnAnswerWithAnySingleByteOnTheWireReplacedByNoise)
 {
-    auto const line = MakeAnswer(kSuccess);
+    auto const line = MakeSmpLines(kBlock);
     for (qsizetype i = 0; i < line.size() - 1; ++i) {
         for (auto const noise : {'\0', '\r', '!', '\n', '\xFF', '='}) {
             auto changed = line;
@@ -246,96 +300,11 @@ TEST(ParseResponse, RefusesAnAnswerWithAnySingleByteOnTheWireReplacedByNoise)
                 continue;
             }
             changed[i] = noise;
-            auto const result = parseResponse(changed);
             // A newline for the padding's "=" takes nothing away.
             auto const padding = noise == '\n' && i == line.size() - 2;
-            EXPECT_EQ(result.isEmpty(), !padding) << i << " = " << int{noise};
+            EXPECT_EQ(parseResponse(changed).isEmpty(), !padding) << i << " = " << int{noise};
         }
     }
-}
-
-TEST(ParseResponse, PassesOverForeignLinesBeforeBetweenAndAfter)
-{
-    auto const lines = ToLines(MakeAnswerBody(kSuccess), 12).split('\n');
-    ASSERT_EQ(lines.size(), 3);
-    EXPECT_EQ(parseResponse("boot: hello\r\n\n\x06\n" + lines[0] +
-                            "\nnoise\n\x05\x09"
-                            "AAAA\n" +
-                            lines[1] + "\nmore noise"),
-              kSuccess);
-}
-
-TEST(ParseResponse, RefusesAStartMarkerThatIsNotAtTheStartOfItsLine)
-{
-    EXPECT_TRUE(parseResponse("x" + MakeAnswer(kSuccess)).isEmpty());
-}
-
-TEST(ParseResponse, ConcatenatesSeveralStartLines)
-{
-    EXPECT_EQ(parseResponse("\x06\x09"
-                            "AA8BAAAFAAEA\n"
-                            "\x06\x09"
-                            "AKFicmMAyZ8=\n"),
-              kSuccess);
-}
-
-TEST(ParseResponse, AcceptsContinuationLinesWithoutAStartLine)
-{
-    EXPECT_EQ(parseResponse("\x04\x14"
-                            "AA8BAAAFAAEAAKFicmMAyZ8=\n"),
-              kSuccess);
-}
-
-TEST(ParseResponse, OfNothingIsNothing)
-{
-    EXPECT_TRUE(parseResponse({}).isEmpty());
-    EXPECT_TRUE(parseResponse("\n\n\n").isEmpty());
-    EXPECT_TRUE(parseResponse("\x06\x09").isEmpty());
-    EXPECT_TRUE(parseResponse("\x06\x09\n\x04\x14\n").isEmpty());
-}
-
-TEST(ParseResponse, RefusesABodyOfElevenBytesAndOneWithALengthBelowTen)
-{
-    EXPECT_TRUE(parseResponse(ToLine(FromHex("000a 0100000000010000 be"))).isEmpty());
-    // Nine: the check value would begin inside the header.
-    for (int length = 0; length < 10; ++length) {
-        auto body = MakeAnswerBody(kSuccess);
-        body[1] = static_cast<char>(length);
-        EXPECT_TRUE(parseResponse(ToLine(body)).isEmpty()) << length;
-    }
-}
-
-TEST(ParseResponse, RefusesALengthBeyondTheBody)
-{
-    auto body = MakeAnswerBody(kSuccess);
-    for (auto const length : {16, 17, 255}) {
-        body[1] = static_cast<char>(length);
-        EXPECT_TRUE(parseResponse(ToLine(body)).isEmpty()) << length;
-    }
-    body[0] = '\xFF';
-    EXPECT_TRUE(parseResponse(ToLine(body)).isEmpty());
-}
-
-TEST(ParseResponse, IgnoresBytesBehindTheCheckValue)
-{
-    EXPECT_EQ(parseResponse(ToLine(MakeAnswerBody(kSuccess) + "more")), kSuccess);
-}
-
-TEST(ParseResponse, RefusesAHeaderLengthBeyondTheBodyEvenWithAMatchingCheckValue)
-{
-    EXPECT_TRUE(parseResponse(ToLine(MakeAnswerBody(kSuccess, 8))).isEmpty());
-    EXPECT_TRUE(parseResponse(ToLine(MakeAnswerBody(kSuccess, 65535))).isEmpty());
-}
-
-TEST(ParseResponse, LetsTheHeaderLengthReachOverTheCheckValue)
-{
-    EXPECT_EQ(parseResponse(ToLine(MakeAnswerBody(kSuccess, 7))), kSuccess + FromHex("1715"));
-}
-
-TEST(ParseResponse, ReturnsNoMoreThanTheHeaderLength)
-{
-    EXPECT_EQ(parseResponse(ToLine(MakeAnswerBody(kSuccess, 3))), kSuccess.first(3));
-    EXPECT_TRUE(parseResponse(ToLine(MakeAnswerBody(kSuccess, 0))).isEmpty());
 }
 
 }  // namespace

@@ -1,0 +1,182 @@
+// The backend on a real port: how it is opened, what passes, and that nothing stays open. The unit
+// behind it is simulated.
+#include <gtest/gtest.h>
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QEvent>
+#include <QSemaphore>
+#include <QSerialPort>
+#include <QTemporaryFile>
+
+#include "mcuboot/limits.h"
+#include "simulator/simulated_unit.h"
+#include "tests/hal/uart/pseudo_terminal.h"
+#include "tests/support/collected_log.h"
+#include "updater/mcuboot_serial_updater.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// ---- The line ----
+
+TEST(SerialLine, CarriesBytesBothWaysAndLetsTimePass)
+{
+    hal::uart::test::PseudoTerminal unit;
+    QObject owner;
+    auto const line = OpenSerialLine(unit.Path(), 921600, &owner);
+    ASSERT_NE(line, nullptr);
+
+    line->Write("request\n");
+    EXPECT_EQ(unit.Receive(8), "request\n");
+
+    unit.Send("answer\n");
+    EXPECT_EQ(line->Read(10s), "answer\n");
+
+    unit.Send("old");
+    EXPECT_EQ(line->Read(10s).size(), 3);
+    EXPECT_EQ(line->Read(0ms), "");
+
+    QElapsedTimer timer;
+    timer.start();
+    line->Pause(20ms);
+    EXPECT_GE(timer.elapsed(), 20);
+    timer.restart();
+    EXPECT_EQ(line->Read(20ms), "");
+    EXPECT_GE(timer.elapsed(), 19) << "the system's clock is no finer than a millisecond";
+}
+
+TEST(SerialLine, ClearDiscardsWhatThePortHolds)
+{
+    hal::uart::test::PseudoTerminal unit;
+    QObject owner;
+    auto const line = OpenSerialLine(unit.Path(), 921600, &owner);
+    ASSERT_NE(line, nullptr);
+    unit.Send("old");
+    auto* const port = owner.findChild<QSerialPort*>();
+    ASSERT_TRUE(port->waitForReadyRead(10000));
+    line->Clear();
+    EXPECT_EQ(line->Read(0ms), "");
+}
+
+// ---- The backend ----
+
+class Port : public testing::Test {
+protected:
+    Port()
+    {
+        static auto const testbed = std::make_shared<simulator::UsbTestbed>();
+        simulator::McubootRecoveryOptions recovery;
+        recovery.otp[simulator::kModelIdKey] = {std::byte{12}};
+        simulator::SimulatedUnitOptions options;
+        options.bootloader = recovery;
+        options.journal_sink = [this](simulator::JournalEntry const& entry) {
+            restarts_.release(entry.command == "reset" ? 1 : 0);
+        };
+        unit_ = std::make_unique<simulator::SimulatedUnit>(testbed, options);
+        unit_->Plug();
+        name_ = QString::fromStdString(unit_->Status().pty_path);
+    }
+
+    bool IsFree() const
+    {
+        QSerialPort port(name_);
+        return port.open(QIODevice::ReadWrite);
+    }
+
+    CollectedLog const log_;  // keeps it off the console
+    QSemaphore restarts_;
+    std::unique_ptr<simulator::SimulatedUnit> unit_;
+    QString name_;
+    McubootSerialUpdater updater_{{}, 921600, false, {}, nullptr};
+};
+
+TEST_F(Port, IsOpenedWithTheGivenRateAndEightBitsWithoutParity)
+{
+    ASSERT_TRUE(updater_.connect(name_));
+    // A pseudo-terminal knows neither parity nor another number of bits, so this asks the object.
+    auto const* const port = updater_.findChild<QSerialPort*>();
+    ASSERT_NE(port, nullptr);
+    EXPECT_EQ(port->openMode(), QIODevice::ReadWrite);
+    EXPECT_EQ(port->baudRate(QSerialPort::Input), 921600);
+    EXPECT_EQ(port->baudRate(QSerialPort::Output), 921600);
+    EXPECT_EQ(port->dataBits(), QSerialPort::Data8);
+    EXPECT_EQ(port->parity(), QSerialPort::NoParity);
+    EXPECT_EQ(port->stopBits(), QSerialPort::OneStop);
+    EXPECT_EQ(port->flowControl(), QSerialPort::NoFlowControl);
+    EXPECT_FALSE(IsFree());
+}
+
+TEST_F(Port, CarriesAWholeUpdate)
+{
+    QByteArray image;
+    for (int i = 0; i < 5000; ++i) {
+        image.append(static_cast<char>((7 * i + 3) % 256));
+    }
+    QTemporaryFile file;
+    ASSERT_TRUE(file.open());
+    file.write(image);
+    file.close();
+    ASSERT_TRUE(updater_.connect(name_));
+    EXPECT_TRUE(updater_.verifyDeviceId({12}));
+    EXPECT_TRUE(updater_.upload(file.fileName(), {}));
+    auto const flash = unit_->ReadMemory(simulator::kFlashStart, 5000);
+    EXPECT_EQ(QByteArray(reinterpret_cast<char const*>(flash.data()), 5000), image);
+    EXPECT_EQ(restarts_.available(), 0);
+    updater_.reset();
+    EXPECT_TRUE(restarts_.tryAcquire(1, 10000));
+}
+
+TEST_F(Port, ThatCannotBeOpenedLeavesNothingBehind)
+{
+    EXPECT_FALSE(updater_.connect(QStringLiteral("/dev/no-such-port")));
+    EXPECT_EQ(updater_.findChild<QSerialPort*>(), nullptr);
+    EXPECT_TRUE(updater_.sendAndReceive("x", 30000).isEmpty());
+}
+
+TEST_F(Port, IsClosedWhenTheProbeFails)
+{
+    unit_->AddFault({simulator::FaultKind::kErrorCode, 1, 1, 5});
+    EXPECT_FALSE(updater_.connect(name_));
+    EXPECT_TRUE(IsFree());
+    EXPECT_TRUE(updater_.connect(name_));
+}
+
+TEST_F(Port, IsFreeAfterEveryDisconnectAndASecondConnectDropsTheFirst)
+{
+    ASSERT_TRUE(updater_.connect(name_));
+    EXPECT_TRUE(updater_.connect(name_));
+    updater_.disconnect();
+    EXPECT_TRUE(IsFree());
+    updater_.disconnect();
+    EXPECT_TRUE(updater_.connect(name_));
+    updater_.onDisconnectDevice();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_EQ(updater_.findChild<QSerialPort*>(), nullptr) << "the port objects are deleted";
+}
+
+TEST_F(Port, IsFreeAfterTheEndOfTheBackend)
+{
+    {
+        McubootSerialUpdater updater({}, 921600, false, {}, nullptr);
+        ASSERT_TRUE(updater.connect(name_));
+    }
+    EXPECT_TRUE(IsFree());
+}
+
+TEST_F(Port, ThatIsPulledOutEndsAnExchangeSoon)
+{
+    ASSERT_TRUE(updater_.connect(name_));
+    unit_->AddFault({simulator::FaultKind::kVanishInWrite, 1, 1, 0});
+    QTemporaryFile file;
+    ASSERT_TRUE(file.open());
+    file.write("image");
+    file.close();
+    QElapsedTimer timer;
+    timer.start();
+    EXPECT_FALSE(updater_.upload(file.fileName(), {}));
+    EXPECT_LT(timer.elapsed(), (mcuboot::kFirstChunkTimeout / 2).count());
+}
+
+}  // namespace
