@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -19,7 +20,7 @@ using test::MakeRequest;
 using test::ToArray;
 using test::ToBytes;
 
-// Maps in hexadecimal. {"off": 4, "data": AA BB} and the like stand as literals in the tests.
+// Maps in hexadecimal.
 constexpr auto kEmptyMap = "bfff";
 constexpr auto kOk = "bf62726300ff";
 constexpr auto kInvalid = "bf62726303ff";
@@ -73,24 +74,23 @@ QByteArray Stored(McubootRecovery const& unit, size_t size)
 TEST(RecoveryBytes, RequestIsTakenAsItGoesOverTheWire)
 {
     McubootRecovery unit({});
+    for (auto const& [text, entry] :
+         {std::pair{"AAwAAAACAAEAAL//xLc=", "image-state seq=0 ack"},
+          std::pair{"ABUAAAALAEACAL9ja2V5GjympK//IVw=",
+                    "read-otp 0x3ca6a4af seq=2 keys=key nack rc=5"},
+          std::pair{"AAwCAAACAAH/Bb//um4=", "erase-slot seq=255 ack"},
+          std::pair{"ABoCAAAQAAEBAb9kZGF0YUGqY29mZhkFy/93TQ==",
+                    "upload 0x000005cb 1 seq=1 keys=data,off nack rc=3"}}) {
+        EXPECT_FALSE(Ask(unit, QByteArray("\x06\x09") + text + '\n').isEmpty()) << entry;
+        EXPECT_EQ(Lines(unit).back(), entry);
+    }
+}
 
-    EXPECT_FALSE(Ask(unit,
-                     "\x06\x09"
-                     "AAwAAAACAAEAAL//xLc=\n")
-                     .isEmpty());
-    EXPECT_EQ(Lines(unit).back(), "image-state seq=0 ack");
-    Ask(unit,
-        "\x06\x09"
-        "ABUAAAALAEACAL9ja2V5GjympK//IVw=\n");
-    EXPECT_EQ(Lines(unit).back(), "read-otp 0x3ca6a4af seq=2 keys=key nack rc=5");
-    Ask(unit,
-        "\x06\x09"
-        "AAwCAAACAAH/Bb//um4=\n");
-    EXPECT_EQ(Lines(unit).back(), "erase-slot seq=255 ack");
-    Ask(unit,
-        "\x06\x09"
-        "ABoCAAAQAAEBAb9kZGF0YUGqY29mZhkFy/93TQ==\n");
-    EXPECT_EQ(Lines(unit).back(), "upload 0x000005cb 1 seq=1 keys=data,off nack rc=3");
+TEST(RecoveryBytes, RequestThatAClientMakesIsTheSame)
+{
+    EXPECT_EQ(MakeRequest(test::kErase, kEmptyMap, 255),
+              "\x06\x09"
+              "AAwCAAACAAH/Bb//um4=\n");
 }
 
 TEST(RecoveryBytes, AnswerIsStampedByTheRuleForAnswersAndNotByThatForRequests)
@@ -132,24 +132,25 @@ TEST(RecoveryBytes, EverySingleWrongByteOfARequestLeavesItWithoutAnAnswer)
     }
 }
 
-TEST(RecoveryBytes, JournalTellsWhyALineIsNoRequest)
+TEST(RecoveryBytes, JournalSaysWhyALineIsNotARequest)
 {
     McubootRecovery unit({});
-    auto const body = test::MakeBody(test::kImageState, kEmptyMap);
-    auto stamped_as_an_answer = body;
-    stamped_as_an_answer[12] = static_cast<char>(stamped_as_an_answer[12] ^ 0x11);
+    // The image-state request: one as it is, one stamped by the rule for answers.
+    auto const text = QByteArray("AAwAAAACAAEAAL//xLc=");
+    auto const body = QByteArray::fromBase64(text);
+    auto const as_answer = MakeSmpAnswer({0, 1, 0, 0, QByteArray::fromHex(kEmptyMap)});
 
     for (auto const& [line, why] :
          {std::pair{QByteArray("hello\n"), "marker"}, std::pair{QByteArray("\n"), "marker"},
-          std::pair{"\x04\x14" + body.toBase64() + '\n', "marker"},
-          std::pair{"\x06\x09" + body.toBase64() + "\r\n", "base64"},
+          std::pair{"\x04\x14" + text + '\n', "marker"},
+          std::pair{"\x06\x09" + text + "\r\n", "base64"},
           std::pair{QByteArray("\x06\x09\n"), "base64"},
           std::pair{QByteArray("\x06\x09"
                                "AA=A\n"),
                     "base64"},
-          std::pair{"\x06\x09" + body.toBase64().first(8) + '\n', "length"},
-          std::pair{test::ToLine(body + QByteArray(3, '\0')), "length"},
-          std::pair{test::ToLine(stamped_as_an_answer), "checksum"}}) {
+          std::pair{"\x06\x09" + text.first(8) + '\n', "length"},
+          std::pair{MakeSmpLines(body + QByteArray(3, '\0')), "length"},
+          std::pair{MakeSmpLines(as_answer), "checksum"}}) {
         EXPECT_EQ(Ask(unit, line), "");
         EXPECT_EQ(Lines(unit).back(), std::string("line silent ") + why);
     }
@@ -198,7 +199,7 @@ TEST(RecoveryBytes, MapOfAnAnswerCanBeOfDefiniteLength)
 
 // ---- Requests ----
 
-TEST(McubootRecovery, TellsItsImages)
+TEST(McubootRecovery, ListsItsImages)
 {
     McubootRecovery unit({});
 
@@ -226,14 +227,14 @@ TEST(McubootRecovery, ReadsOtpThatIsThereMissingOrEmpty)
     McubootRecovery missing({});
 
     EXPECT_EQ(AskForMap(found, request),
-              "bf6272630064646174614"
-              "10cff");
+              "bf62726300646461746141"
+              "0cff");
     EXPECT_EQ(AskForMap(empty, request), "bf62726300646461746140ff");
     EXPECT_EQ(AskForMap(missing, request), "bf62726305ff");
     EXPECT_EQ(Lines(found).back(), "read-otp 0x01234711 seq=0 keys=key ack");
 }
 
-TEST(McubootRecovery, StoresAnImageAndTellsTheNextOffset)
+TEST(McubootRecovery, StoresAnImageAndReturnsTheNextOffset)
 {
     McubootRecovery unit({});
     unit.Memory().Load(kFlashStart, std::vector(4096, std::byte{0}));
@@ -263,22 +264,21 @@ TEST(McubootRecovery, DoesNotStoreAChunkThatIsNotDueAndAsksForTheOneThatIs)
     EXPECT_EQ(unit.Status().writes, 2U);
 }
 
-TEST(McubootRecovery, RefusesAChunkThatIsNoPartOfAnImage)
+TEST(McubootRecovery, RefusesAChunkThatIsNotPartOfAnImage)
 {
-    McubootRecovery unit({});
-
-    // No image begun; no length; no data; no offset; beyond the image; an image beyond the slot.
-    EXPECT_EQ(AskForMap(unit, Second()), kInvalid);
-    EXPECT_EQ(AskForMap(unit, MakeRequest(test::kUpload, "bf646461746141aa636f666600ff")),
-              kInvalid);
-    EXPECT_EQ(AskForMap(unit, MakeRequest(test::kUpload, "bf636f666600636c656e01ff")), kInvalid);
-    EXPECT_EQ(AskForMap(unit, MakeRequest(test::kUpload, "bf646461746141aaff")), kInvalid);
-    Ask(unit, First());
-    EXPECT_EQ(AskForMap(unit, MakeRequest(test::kUpload, "bf6464617461420506636f666605ff")),
-              kInvalid);
-    EXPECT_EQ(AskForMap(unit, MakeRequest(test::kUpload,
-                                          "bf646461746141aa636f666600636c656e1a00080001ff")),
-              kInvalid);
+    for (auto const& [begun, map, why] :
+         {std::tuple{false, kSecondChunk, "no image begun"},
+          std::tuple{false, "bf646461746141aa636f666600ff", "no length"},
+          std::tuple{false, "bf636f666600636c656e01ff", "no data"},
+          std::tuple{false, "bf646461746141aaff", "no offset"},
+          std::tuple{true, "bf6464617461420506636f666605ff", "beyond the image"},
+          std::tuple{true, "bf646461746141aa636f666600636c656e1a00080001ff", "beyond the slot"}}) {
+        McubootRecovery unit({});
+        if (begun) {
+            Ask(unit, First());
+        }
+        EXPECT_EQ(AskForMap(unit, MakeRequest(test::kUpload, map)), kInvalid) << why;
+    }
 }
 
 TEST(McubootRecovery, RefusesAChunkThatBeginsWhereTheImageEnds)
@@ -444,17 +444,17 @@ TEST(RecoveryFaults, AskForAnotherOffsetAndGoOnThere)
     EXPECT_EQ(AskForMap(below_zero, First()), "bf62726300636f666620ff");
 }
 
-TEST(RecoveryFaults, StayAtAnOffsetOrDoNotTellIt)
+TEST(RecoveryFaults, StayAtAnOffsetOrLeaveItOut)
 {
     auto staying = UnitWithFault(FaultKind::kKeepOffset, 0, 2);
     Ask(staying, First());
     EXPECT_EQ(AskForMap(staying, Second()), kFourStored);
     EXPECT_EQ(AskForMap(staying, Second()), kSixStored);
 
-    auto untold = UnitWithFault(FaultKind::kOmitOffset, 0, 2);
-    Ask(untold, First());
-    EXPECT_EQ(AskForMap(untold, Second()), kOk);
-    EXPECT_EQ(Stored(untold, 6), "010203040506");
+    auto left_out = UnitWithFault(FaultKind::kOmitOffset, 0, 2);
+    Ask(left_out, First());
+    EXPECT_EQ(AskForMap(left_out, Second()), kOk);
+    EXPECT_EQ(Stored(left_out, 6), "010203040506");
 }
 
 TEST(RecoveryFaults, HangOrVanishInFrontOfAChunk)
