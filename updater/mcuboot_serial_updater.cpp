@@ -81,11 +81,6 @@ McubootSerialUpdater::McubootSerialUpdater(QString const& firmware_path, unsigne
     firmware_path_ = firmware_path;
 }
 
-McubootSerialUpdater::~McubootSerialUpdater()
-{
-    McubootSerialUpdater::disconnect();
-}
-
 // ---- Connection ----
 
 bool McubootSerialUpdater::connect(QString const& port_name)

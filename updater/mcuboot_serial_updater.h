@@ -35,7 +35,6 @@ public:
     McubootSerialUpdater(QString const& firmware_path, unsigned baud, bool verbose,
                          QString fw_target_type, QObject* parent,
                          LineOpener open_line = OpenSerialLine);
-    ~McubootSerialUpdater() override;
 
     // Opens the port and asks the unit for its image state. A port on which no unit in recovery
     // mode answers counts as not connected and is closed again. Closes the port of an earlier
@@ -130,6 +129,6 @@ private:
     bool verbose_;
     QString fw_target_type_;
     LineOpener open_line_;
-    std::unique_ptr<mcuboot::ILine> line_;  // the port; null while disconnected
+    std::unique_ptr<mcuboot::ILine> line_;  // the port; null while disconnected; its end closes it
     mcuboot::Exchange exchange_;            // attached to line_; has the sequence counter
 };

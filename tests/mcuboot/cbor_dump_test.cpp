@@ -37,20 +37,30 @@ TEST(DumpCbor, LiesBetweenTwoLinesWithItsLabel)
                                                "--- end SMP CBOR \"image-state\" ---"));
 }
 
-TEST(DumpCbor, PrintsOneLineForEachItem)
+TEST(DumpCbor, PrintsAPlainItemInOneLine)
+{
+    EXPECT_THAT(Dump("1905dc"), ElementsAre("1500"));
+    EXPECT_THAT(Dump("3863"), ElementsAre("-100"));
+    EXPECT_THAT(Dump("626869"), ElementsAre("\"hi\""));
+    EXPECT_THAT(Dump("4300a1ff"), ElementsAre("bstr[3] 00 a1 ff"));
+    EXPECT_THAT(Dump("40"), ElementsAre("bstr[0] "));
+    EXPECT_THAT(Dump("f4"), ElementsAre("false"));
+    EXPECT_THAT(Dump("f5"), ElementsAre("true"));
+    EXPECT_THAT(Dump("0102"), ElementsAre("1")) << "only the first item";
+    EXPECT_THAT(Dump("bc"), ElementsAre("<map decode error>"));
+    EXPECT_THAT(Dump("9c"), ElementsAre("<array decode error>"));
+    for (auto const* const payload : {"1a00", "42ff", "62ff", "ff"}) {
+        EXPECT_THAT(Dump(payload), ElementsAre("<decode error>")) << payload;
+    }
+}
+
+TEST(DumpCbor, IndentsWhatIsInsideMapsAndArrays)
 {
     struct Row {
         char const* payload;
         Lines lines;
     };
     for (auto const& [payload, lines] : {
-             Row{"1905dc", {"1500"}},
-             Row{"3863", {"-100"}},
-             Row{"626869", {"\"hi\""}},
-             Row{"4300a1ff", {"bstr[3] 00 a1 ff"}},
-             Row{"40", {"bstr[0] "}},
-             Row{"f4", {"false"}},
-             Row{"f5", {"true"}},
              // {"images": [{"slot": 0, "ok": true}], "rc": 0}
              Row{"bf66696d61676573 81 a264736c6f7400626f6bf5 62726300ff",
                  {"{", "  images: [", "    [0] {", "      slot: 0", "      ok: true", "    }",
@@ -71,18 +81,10 @@ TEST(DumpCbor, PrintsOneLineForEachItem)
                  {"[", "  [0] [", "    [0] [", "      [0] [", "        [0] <map decode error>",
                   "      ]", "    ]", "  ]", "]"}},
              // Ends where the payload stops being well-formed.
-             Row{"1a00", {"<decode error>"}},
-             Row{"42ff", {"<decode error>"}},
-             Row{"62ff", {"<decode error>"}},
-             Row{"ff", {"<decode error>"}},
-             Row{"bc", {"<map decode error>"}},
-             Row{"9c", {"<array decode error>"}},
              Row{"a2616101", {"{", "  a: 1", "}"}},
              Row{"bf6161ff", {"{", "  a: <decode error>", "}"}},
              Row{"bf62", {"{", "  <decode error>", "}"}},
              Row{"9bffffffffffffffff01", {"[", "  [0] 1", "]"}},
-             // Only the first item is shown.
-             Row{"0102", {"1"}},
          }) {
         EXPECT_EQ(Dump(payload), lines) << payload;
     }

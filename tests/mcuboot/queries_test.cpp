@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include <functional>
+#include <tuple>
 
 #include "tests/mcuboot/scripted_line.h"
 
@@ -13,6 +14,7 @@ namespace {
 using namespace std::chrono_literals;
 using test::AnswerWith;
 using test::FromHex;
+using test::Line;
 using test::OtpAnswer;
 using test::RcAnswer;
 using test::ScriptedLine;
@@ -30,12 +32,9 @@ protected:
 
 TEST_F(Query, SendsItsRequestAndWaitsItsTime)
 {
-    struct Row {
-        std::function<Answer(Exchange&)> ask;
-        char const* request;  // operation, group, command, sequence
-        char const* payload;
-        std::chrono::milliseconds waits;
-    };
+    // What asks; "operation group command sequence"; the payload; the wait.
+    using Row = std::tuple<std::function<Answer(Exchange&)>, char const*, char const*,
+                           std::chrono::milliseconds>;
     auto const command = [](char const* payload) {
         return [payload](Exchange& exchange) {
             return SendCommand(exchange, {2, 300, 7, FromHex(payload)});
@@ -72,12 +71,8 @@ TEST_F(Query, IsTheseBytesOnTheWire)
     QueryOtp(exchange_, kKey);
     QueryOtp(exchange_, kKey);
     ASSERT_EQ(line_.Lines().size(), 3U);
-    EXPECT_EQ(line_.Lines()[0],
-              "\x06\x09"
-              "AAwAAAACAAEAAL//xLc=\n");
-    EXPECT_EQ(line_.Lines()[2],
-              "\x06\x09"
-              "ABUAAAALAEACAL9ja2V5GjympK//IVw=\n");
+    EXPECT_EQ(line_.Lines()[0], Line("AAwAAAACAAEAAL//xLc="));
+    EXPECT_EQ(line_.Lines()[2], Line("ABUAAAALAEACAL9ja2V5GjympK//IVw="));
 }
 
 TEST_F(Query, ResetWritesItsRequestAndReturnsAtOnce)
@@ -94,11 +89,7 @@ TEST_F(Query, ResetWritesItsRequestAndReturnsAtOnce)
 
 TEST_F(Query, OtpValueIsThereOrItsAbsenceHasAReason)
 {
-    struct Row {
-        QByteArray raw;
-        Outcome outcome;
-        QByteArray data;
-    };
+    using Row = std::tuple<QByteArray, Outcome, QByteArray>;
     for (auto const& [raw, outcome, data] : {
              Row{OtpAnswer(FromHex("0c00")), Outcome::kSuccess, FromHex("0c00")},
              // {"data": 07}, without an error code

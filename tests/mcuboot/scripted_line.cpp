@@ -14,6 +14,11 @@ QByteArray FromHex(std::string_view hex)
     return QByteArray::fromHex(QByteArray(hex.data(), static_cast<qsizetype>(hex.size())));
 }
 
+QByteArray Line(QByteArray const& text)
+{
+    return "\x06\x09" + text + '\n';
+}
+
 QByteArray AnswerWith(QByteArray const& payload)
 {
     return simulator::MakeSmpLines(simulator::MakeSmpAnswer({1, 1, 0, 0, payload}));

@@ -18,6 +18,9 @@ namespace mcuboot::test {
 // "bf ff" or "bfff"
 QByteArray FromHex(std::string_view hex);
 
+// A start line with this base64 text.
+QByteArray Line(QByteArray const& text);
+
 // What a unit sends with this payload, as one line.
 QByteArray AnswerWith(QByteArray const& payload);
 QByteArray AnswerWith(QCborMap const& map);

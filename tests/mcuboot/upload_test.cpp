@@ -3,6 +3,9 @@
 
 #include <gmock/gmock.h>
 
+#include <limits>
+#include <tuple>
+
 #include "tests/mcuboot/scripted_line.h"
 
 namespace mcuboot {
@@ -71,30 +74,25 @@ TEST_F(UploadTest, OfAnEmptyImageSendsNothingAndSucceeds)
     EXPECT_TRUE(percents_.empty());
 }
 
-TEST_F(UploadTest, Of1483BytesTakesOneRequestWithFourKeys)
-{
-    auto const image = PatternImage(1483);
-    Asks({1483});
-    EXPECT_EQ(UploadImage(image).outcome, Outcome::kSuccess);
-    EXPECT_EQ(line_.Request(0).payload,
-              FromHex("bf6464617461 5905cb") + image +
-                  FromHex("636f6666 00 636c656e 1905cb 65696d616765 00 ff"));
-    EXPECT_THAT(line_.Journal(), ElementsAre("2 1 1 0"));
-    EXPECT_THAT(percents_, ElementsAre(100));
-}
-
-TEST_F(UploadTest, Of1484BytesTakesASecondRequestWithOneByte)
+TEST_F(UploadTest, SendsChunksOf1483BytesTheFirstWithFourKeys)
 {
     auto const image = PatternImage(1484);
-    Asks({1483, 1484});
-    EXPECT_EQ(UploadImage(image).outcome, Outcome::kSuccess);
+    Asks({1483});
+    EXPECT_EQ(UploadImage(image.first(1483)).outcome, Outcome::kSuccess);
     EXPECT_EQ(line_.Request(0).payload,
               FromHex("bf6464617461 5905cb") + image.first(1483) +
-                  FromHex("636f6666 00 636c656e 1905cc 65696d616765 00 ff"));
+                  FromHex("636f6666 00 636c656e 1905cb 65696d616765 00 ff"));
+    EXPECT_THAT(percents_, ElementsAre(100));
+
+    Asks({1483, 1484});
+    EXPECT_EQ(UploadImage(image).outcome, Outcome::kSuccess);
     EXPECT_EQ(line_.Request(1).payload,
+              FromHex("bf6464617461 5905cb") + image.first(1483) +
+                  FromHex("636f6666 00 636c656e 1905cc 65696d616765 00 ff"));
+    EXPECT_EQ(line_.Request(2).payload,
               FromHex("bf6464617461 41") + image.last(1) + FromHex("636f6666 1905cb ff"));
-    EXPECT_THAT(line_.Journal(), ElementsAre("2 1 1 0", "2 1 1 1"));
     EXPECT_THAT(percents_, ElementsAre(99, 100));
+    EXPECT_THAT(line_.Journal(), ElementsAre("2 1 1 0", "2 1 1 0", "2 1 1 1"));
 }
 
 TEST_F(UploadTest, GoesBackWhereTheUnitAsksForIt)
@@ -118,8 +116,6 @@ TEST_F(UploadTest, BackAtTheStartSendsTheFirstChunksKeysAgain)
     ASSERT_EQ(line_.Lines().size(), 4U);
     EXPECT_EQ(line_.Request(2).payload, line_.Request(0).payload);
     EXPECT_EQ(line_.Request(3).payload, line_.Request(1).payload);
-    EXPECT_TRUE(line_.Request(2).payload.contains("eimage"));
-    EXPECT_FALSE(line_.Request(3).payload.contains("eimage"));
 }
 
 TEST_F(UploadTest, SetsTheSequenceBackEachTime)
@@ -143,34 +139,27 @@ TEST_F(UploadTest, FollowsTheUnitUntilItIsDoneOrStuck)
     for (int i = 0; i < 15; ++i) {
         single_repeats = single_repeats + std::vector{10 * i, 10 * i + 10};
     }
-    struct Row {
-        char const* name;
-        std::vector<int> asks;
-        Outcome outcome;
-        int offset;
-    };
+    using One = std::vector<int>;
+    auto const ok = Outcome::kSuccess;
+    auto const negative = Outcome::kNegativeOffset;
+    auto const stuck = Outcome::kStalled;
+    int const lowest = std::numeric_limits<int>::min();
+    auto const repeats = Repeat(15, {0}) + One{1483} + Repeat(15, {1483}) + One{3000};
+    auto const turns = Repeat(15, {1483, 1483, 0, 0}) + std::vector{1483, 1483, 0};
+    using Row = std::tuple<char const*, std::vector<int>, Outcome, int>;
     for (auto const& [name, asks, outcome, offset] : {
-             Row{"leaps ahead", {2999, 3000}, Outcome::kSuccess, 3000},
-             Row{"asks beyond the end", {6000}, Outcome::kSuccess, 6000},
-             Row{"asks for the largest offset", {0x7FFFFFFF}, Outcome::kSuccess, 0x7FFFFFFF},
-             Row{"asks for -1", {-1}, Outcome::kNegativeOffset, -1},
-             Row{"asks for the lowest offset",
-                 {-0x7FFFFFFF - 1},
-                 Outcome::kNegativeOffset,
-                 -0x7FFFFFFF - 1},
-             Row{"15 repeats at each offset",
-                 Repeat(15, {0}) + std::vector{1483} + Repeat(15, {1483}) + std::vector{3000},
-                 Outcome::kSuccess, 3000},
-             Row{"16 repeats of the first offset", Repeat(16, {0}), Outcome::kStalled, 0},
-             Row{"16 repeats of another", std::vector{1483} + Repeat(16, {1483}), Outcome::kStalled,
-                 1483},
-             Row{"15 single repeats on the way forward again", single_repeats + std::vector{3000},
-                 Outcome::kSuccess, 3000},
-             Row{"15 ways back between two new offsets",
-                 to_and_fro(1483) + to_and_fro(2966) + std::vector{3000}, Outcome::kSuccess, 3000},
-             Row{"16 ways back", Repeat(16, {1483, 0}), Outcome::kStalled, 0},
-             Row{"repeats and ways back in turns",
-                 Repeat(15, {1483, 1483, 0, 0}) + std::vector{1483, 1483, 0}, Outcome::kStalled, 0},
+             Row{"leaps ahead", {2999, 3000}, ok, 3000},
+             Row{"asks beyond the end", {6000}, ok, 6000},
+             Row{"asks for the largest offset", {0x7FFFFFFF}, ok, 0x7FFFFFFF},
+             Row{"asks for -1", {-1}, negative, -1},
+             Row{"asks for the lowest offset", {lowest}, negative, lowest},
+             Row{"15 repeats at each offset", repeats, ok, 3000},
+             Row{"16 repeats of the first offset", Repeat(16, {0}), stuck, 0},
+             Row{"16 repeats of another", One{1483} + Repeat(16, {1483}), stuck, 1483},
+             Row{"15 single repeats on the way forward", single_repeats + One{3000}, ok, 3000},
+             Row{"15 ways back twice", to_and_fro(1483) + to_and_fro(2966) + One{3000}, ok, 3000},
+             Row{"16 ways back", Repeat(16, {1483, 0}), stuck, 0},
+             Row{"repeats and ways back in turns", turns, stuck, 0},
          }) {
         auto const first = line_.Lines().size();
         Asks(asks);
@@ -223,10 +212,7 @@ TEST_F(UploadTest, EndsAtTheFirstAnswerThatIsMissingUnusableOrAnError)
 
 TEST_F(UploadTest, WaitsTenSecondsForAChunkAtTheStartAndThreeForAnyOther)
 {
-    struct Row {
-        std::vector<int> asks;
-        std::chrono::milliseconds waits;
-    };
+    using Row = std::pair<std::vector<int>, std::chrono::milliseconds>;
     for (auto const& [asks, waits] :
          {Row{{}, 10002ms}, Row{{1483}, 3000ms}, Row{{1483, 0}, 10002ms}}) {
         Asks(asks);

@@ -1,8 +1,9 @@
 #include "mcuboot/zcbor.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <QByteArray>
+#include <array>
 #include <functional>
 #include <sstream>
 #include <string>
@@ -14,6 +15,7 @@ namespace mcuboot {
 namespace {
 
 using test::FromHex;
+using testing::ElementsAre;
 
 // ---- Encoding ----
 
@@ -63,30 +65,23 @@ QByteArray Written(std::vector<Encode> const& operations, zcbor_error error = ZC
 
 TEST(ZcborEncode, WritesEveryItemInItsShortestForm)
 {
-    struct Row {
-        std::vector<Encode> operations;
-        QByteArray bytes;
+    auto const uint = [](uint32_t value) { return Written({Uint(value)}).toHex().toStdString(); };
+    EXPECT_THAT(
+        (std::array{uint(0), uint(23), uint(24), uint(255), uint(256), uint(65535), uint(65536),
+                    uint(0xFFFFFFFF)}),
+        ElementsAre("00", "17", "1818", "18ff", "190100", "19ffff", "1a00010000", "1affffffff"));
+    auto const head = [](qsizetype size) {
+        auto const text = QByteArray(size, 'a');
+        auto const written = Written({Text(text)});
+        EXPECT_TRUE(written.endsWith(text)) << size;
+        return written.chopped(size).toHex().toStdString();
     };
-    for (auto const& [operations, bytes] : {
-             Row{{Uint(0)}, FromHex("00")},
-             Row{{Uint(23)}, FromHex("17")},
-             Row{{Uint(24)}, FromHex("1818")},
-             Row{{Uint(255)}, FromHex("18ff")},
-             Row{{Uint(256)}, FromHex("190100")},
-             Row{{Uint(65535)}, FromHex("19ffff")},
-             Row{{Uint(65536)}, FromHex("1a00010000")},
-             Row{{Uint(0xFFFFFFFF)}, FromHex("1affffffff")},
-             Row{{Text({})}, FromHex("60")},
-             Row{{Text("rc")}, FromHex("627263")},
-             Row{{Text(QByteArray(24, 'a'))}, FromHex("7818") + QByteArray(24, 'a')},
-             Row{{Text(QByteArray(256, 'a'))}, FromHex("790100") + QByteArray(256, 'a')},
-             Row{{Text(QByteArray(65536, 'a'))}, FromHex("7a00010000") + QByteArray(65536, 'a')},
-             Row{{Bytes({0x00, 0xFF})}, FromHex("4200ff")},
-             Row{{MapStart(1), Uint(1), MapStart(0), zcbor_map_end_encode, zcbor_map_end_encode},
-                 FromHex("bf01bfffff")},
-         }) {
-        EXPECT_EQ(Written(operations), bytes) << bytes.first(1).toHex().toStdString();
-    }
+    EXPECT_THAT((std::array{head(0), head(2), head(24), head(256), head(65536)}),
+                ElementsAre("60", "62", "7818", "790100", "7a00010000"));
+    EXPECT_EQ(Written({Bytes({0x00, 0xFF})}), FromHex("4200ff"));
+    EXPECT_EQ(
+        Written({MapStart(1), Uint(1), MapStart(0), zcbor_map_end_encode, zcbor_map_end_encode}),
+        FromHex("bf01bfffff"));
 }
 
 TEST(ZcborEncode, RecordsWhyAnItemCannotBeWrittenAndWritesNothingOfIt)
@@ -123,46 +118,45 @@ private:
     std::vector<uint8_t> payload_;  // exactly as large as it is, so that a sanitizer sees its end
 };
 
-// The first item of the payload as text, or the name of the recorded error.
-template <typename Value>
-std::string Decode(char const* hex, bool (*decode)(zcbor_decode_state&, Value&),
-                   std::string (*to_text)(Value const&))
+// Each of these returns the first item of the payload as text, or the name of the recorded error.
+template <auto Operation, typename Value, typename ToText>
+std::string Decode(QByteArray const& payload, ToText const& to_text)
 {
-    Decoder decoder(hex);
+    Decoder decoder(payload);
     Value value{};
-    return decode(decoder.state, value) ? to_text(value)
-                                        : std::string(zcbor_error_str(decoder.state.error));
+    return Operation(decoder.state, value) ? to_text(value)
+                                           : std::string(zcbor_error_str(decoder.state.error));
 }
 
-std::string DecodeInt32(char const* hex)
+std::string Int32(QByteArray const& payload)
 {
-    return Decode<int32_t>(hex, zcbor_int32_decode, [](auto& v) { return std::to_string(v); });
+    return Decode<zcbor_int32_decode, int32_t>(payload, [](auto v) { return std::to_string(v); });
 }
 
-std::string DecodeInt64(char const* hex)
+std::string Int64(QByteArray const& payload)
 {
-    return Decode<int64_t>(hex, zcbor_int64_decode, [](auto& v) { return std::to_string(v); });
+    return Decode<zcbor_int64_decode, int64_t>(payload, [](auto v) { return std::to_string(v); });
 }
 
-std::string DecodeText(char const* hex)
+std::string TextItem(QByteArray const& payload)
 {
-    return Decode<std::string_view>(hex, zcbor_tstr_decode,
-                                    [](auto& v) { return "'" + std::string(v) + "'"; });
+    return Decode<zcbor_tstr_decode, std::string_view>(
+        payload, [](auto v) { return "'" + std::string(v) + "'"; });
 }
 
-std::string DecodeBytes(char const* hex)
+std::string BytesItem(QByteArray const& payload)
 {
-    return Decode<std::span<uint8_t const>>(
-        hex, zcbor_bstr_decode, [](auto& v) { return std::to_string(v.size()) + " bytes"; });
+    return Decode<zcbor_bstr_decode, std::span<uint8_t const>>(
+        payload, [](auto v) { return std::to_string(v.size()) + " bytes"; });
 }
 
-std::string DecodeBool(char const* hex)
+std::string Bool(QByteArray const& payload)
 {
-    return Decode<bool>(hex, zcbor_bool_decode,
-                        [](auto& v) { return std::string(v ? "true" : "false"); });
+    return Decode<zcbor_bool_decode, bool>(
+        payload, [](auto v) { return std::string(v ? "true" : "false"); });
 }
 
-// How many bytes one item takes, or the name of the recorded error.
+// How many bytes one item takes.
 std::string Skip(QByteArray const& payload)
 {
     Decoder decoder(payload);
@@ -171,100 +165,62 @@ std::string Skip(QByteArray const& payload)
                : std::string(zcbor_error_str(decoder.state.error));
 }
 
-std::string SkipHex(char const* hex)
+using DecodeFunction = std::string (*)(QByteArray const&);
+
+// Each row is "payload: result".
+void Expect(DecodeFunction decode, std::vector<std::string> const& rows)
 {
-    return Skip(FromHex(hex));
+    for (auto const& row : rows) {
+        auto const colon = row.find(':');
+        EXPECT_EQ(decode(FromHex(row.substr(0, colon))), row.substr(colon + 2));
+    }
 }
 
-TEST(ZcborDecode, ReadsAnItemOrRecordsWhyItCannot)
+void ExpectError(DecodeFunction decode, zcbor_error error, std::vector<char const*> const& payloads)
 {
-    struct Row {
-        std::string (*decode)(char const*);
-        char const* payload;
-        char const* result;
-    };
-    for (auto const& [decode, payload, result] : {
-             Row{DecodeInt32, "00", "0"},
-             Row{DecodeInt32, "17", "23"},
-             Row{DecodeInt32, "1818", "24"},
-             Row{DecodeInt32, "190100", "256"},
-             Row{DecodeInt32, "1a00010000", "65536"},
-             Row{DecodeInt32, "20", "-1"},
-             Row{DecodeInt32, "3903e7", "-1000"},
-             Row{DecodeInt32, "1b0000000000000005", "5"},  // longer than needed
-             Row{DecodeInt32, "1a7fffffff", "2147483647"},
-             Row{DecodeInt32, "1a80000000", "ZCBOR_ERR_INT_SIZE"},
-             Row{DecodeInt32, "3a7fffffff", "-2147483648"},
-             Row{DecodeInt32, "3a80000000", "ZCBOR_ERR_INT_SIZE"},
-             Row{DecodeInt64, "1b7fffffffffffffff", "9223372036854775807"},
-             Row{DecodeInt64, "1b8000000000000000", "ZCBOR_ERR_INT_SIZE"},
-             Row{DecodeInt64, "3b7fffffffffffffff", "-9223372036854775808"},
-             Row{DecodeInt64, "3bffffffffffffffff", "ZCBOR_ERR_INT_SIZE"},
-             Row{DecodeInt32, "", "ZCBOR_ERR_NO_PAYLOAD"},
-             Row{DecodeInt32, "18", "ZCBOR_ERR_NO_PAYLOAD"},
-             Row{DecodeInt32, "1a000000", "ZCBOR_ERR_NO_PAYLOAD"},
-             Row{DecodeInt32, "1c", "ZCBOR_ERR_ADDITIONAL_INVAL"},
-             Row{DecodeInt32, "1f", "ZCBOR_ERR_ADDITIONAL_INVAL"},
-             Row{DecodeInt32, "60", "ZCBOR_ERR_WRONG_TYPE"},
-             Row{DecodeInt32, "f5", "ZCBOR_ERR_WRONG_TYPE"},
-             Row{DecodeText, "60", "''"},
-             Row{DecodeText, "627263", "'rc'"},
-             Row{DecodeText, "7803616263", "'abc'"},
-             Row{DecodeText, "6272", "ZCBOR_ERR_NO_PAYLOAD"},
-             Row{DecodeText, "7bffffffffffffffff61", "ZCBOR_ERR_NO_PAYLOAD"},
-             Row{DecodeText, "7f6161ff", "ZCBOR_ERR_ADDITIONAL_INVAL"},
-             Row{DecodeText, "4161", "ZCBOR_ERR_WRONG_TYPE"},
-             Row{DecodeBytes, "40", "0 bytes"},
-             Row{DecodeBytes, "5a00000002ffff", "2 bytes"},
-             Row{DecodeBytes, "6161", "ZCBOR_ERR_WRONG_TYPE"},
-             Row{DecodeBytes, "5bffffffffffffffff", "ZCBOR_ERR_NO_PAYLOAD"},
-             Row{DecodeBytes, "5c", "ZCBOR_ERR_ADDITIONAL_INVAL"},
-             Row{DecodeBool, "f4", "false"},
-             Row{DecodeBool, "f5", "true"},
-             Row{DecodeBool, "f6", "ZCBOR_ERR_WRONG_VALUE"},
-             Row{DecodeBool, "f90015", "ZCBOR_ERR_WRONG_VALUE"},
-             Row{DecodeBool, "ff", "ZCBOR_ERR_WRONG_VALUE"},
-             Row{DecodeBool, "01", "ZCBOR_ERR_WRONG_TYPE"},
-             Row{DecodeBool, "", "ZCBOR_ERR_NO_PAYLOAD"},
-             // Skipping: how many bytes each item takes.
-             Row{SkipHex, "00ff", "1"},
-             Row{SkipHex, "3901f4", "3"},
-             Row{SkipHex, "43010203", "4"},
-             Row{SkipHex, "5f42010241 03ffaa", "7"},
-             Row{SkipHex, "626162", "3"},
-             Row{SkipHex, "7f6161ff", "4"},
-             Row{SkipHex, "7fff", "2"},
-             Row{SkipHex, "820180", "3"},
-             Row{SkipHex, "9f0102ff", "4"},
-             Row{SkipHex, "a1010200", "3"},
-             Row{SkipHex, "bf01820203ff", "6"},
-             Row{SkipHex, "c11a514b67b0", "6"},
-             Row{SkipHex, "d9d9f7a0", "4"},
-             Row{SkipHex, "f6", "1"},
-             Row{SkipHex, "f8ff", "2"},
-             Row{SkipHex, "f93c00", "3"},
-             Row{SkipHex, "fa47c35000", "5"},
-             Row{SkipHex, "fb7e37e43c8800759c", "9"},
-             Row{SkipHex, "", "ZCBOR_ERR_NO_PAYLOAD"},
-             Row{SkipHex, "18", "ZCBOR_ERR_NO_PAYLOAD"},
-             Row{SkipHex, "4201", "ZCBOR_ERR_NO_PAYLOAD"},
-             Row{SkipHex, "8201", "ZCBOR_ERR_NO_PAYLOAD"},
-             Row{SkipHex, "9bffffffffffffffff", "ZCBOR_ERR_NO_PAYLOAD"},
-             Row{SkipHex, "bbffffffffffffffff0000", "ZCBOR_ERR_NO_PAYLOAD"},
-             Row{SkipHex, "5f4101", "ZCBOR_ERR_NO_PAYLOAD"},
-             Row{SkipHex, "5f6161ff", "ZCBOR_ERR_WRONG_TYPE"},
-             Row{SkipHex, "5f5fffff", "ZCBOR_ERR_WRONG_TYPE"},
-             Row{SkipHex, "c1", "ZCBOR_ERR_NO_PAYLOAD"},
-             Row{SkipHex, "dfff", "ZCBOR_ERR_ADDITIONAL_INVAL"},
-             Row{SkipHex, "1f", "ZCBOR_ERR_ADDITIONAL_INVAL"},
-             Row{SkipHex, "3f", "ZCBOR_ERR_ADDITIONAL_INVAL"},
-             Row{SkipHex, "ff", "ZCBOR_ERR_ADDITIONAL_INVAL"},
-             Row{SkipHex, "fc", "ZCBOR_ERR_ADDITIONAL_INVAL"},
-             Row{SkipHex, "bf01ff", "ZCBOR_ERR_ADDITIONAL_INVAL"},
-             Row{SkipHex, "f81f", "ZCBOR_ERR_INVALID_VALUE_ENCODING"},
-         }) {
-        EXPECT_EQ(decode(payload), result) << payload;
+    for (auto const* const payload : payloads) {
+        EXPECT_EQ(decode(FromHex(payload)), zcbor_error_str(error)) << payload;
     }
+}
+
+TEST(ZcborDecode, ReadsAnItem)
+{
+    Expect(Int32, {"00: 0", "17: 23", "1818: 24", "190100: 256", "1a00010000: 65536", "20: -1",
+                   "3903e7: -1000", "1b0000000000000005: 5", "1a7fffffff: 2147483647",
+                   "3a7fffffff: -2147483648"});
+    Expect(Int64,
+           {"1b7fffffffffffffff: 9223372036854775807", "3b7fffffffffffffff: -9223372036854775808"});
+    Expect(TextItem, {"60: ''", "627263: 'rc'", "7803616263: 'abc'"});
+    Expect(BytesItem, {"40: 0 bytes", "5a00000002ffff: 2 bytes"});
+    Expect(Bool, {"f4: false", "f5: true"});
+    Expect(Skip, {"00ff: 1", "3901f4: 3", "43010203: 4", "5f42010241 03ffaa: 7", "626162: 3",
+                  "7f6161ff: 4", "7fff: 2", "820180: 3", "9f0102ff: 4", "a1010200: 3",
+                  "bf01820203ff: 6", "c11a514b67b0: 6", "d9d9f7a0: 4", "f6: 1", "f8ff: 2",
+                  "f93c00: 3", "fa47c35000: 5", "fb7e37e43c8800759c: 9"});
+}
+
+TEST(ZcborDecode, RecordsWhyItCannotReadAnItem)
+{
+    ExpectError(Int32, ZCBOR_ERR_INT_SIZE, {"1a80000000", "3a80000000"});
+    ExpectError(Int64, ZCBOR_ERR_INT_SIZE, {"1b8000000000000000", "3bffffffffffffffff"});
+    ExpectError(Int32, ZCBOR_ERR_NO_PAYLOAD, {"", "18", "1a000000"});
+    ExpectError(Int32, ZCBOR_ERR_ADDITIONAL_INVAL, {"1c", "1f"});
+    ExpectError(Int32, ZCBOR_ERR_WRONG_TYPE, {"60", "f5"});
+    ExpectError(TextItem, ZCBOR_ERR_NO_PAYLOAD, {"6272", "7bffffffffffffffff61"});
+    ExpectError(TextItem, ZCBOR_ERR_ADDITIONAL_INVAL, {"7f6161ff"});
+    ExpectError(TextItem, ZCBOR_ERR_WRONG_TYPE, {"4161"});
+    ExpectError(BytesItem, ZCBOR_ERR_WRONG_TYPE, {"6161"});
+    ExpectError(BytesItem, ZCBOR_ERR_NO_PAYLOAD, {"5bffffffffffffffff"});
+    ExpectError(BytesItem, ZCBOR_ERR_ADDITIONAL_INVAL, {"5c"});
+    ExpectError(Bool, ZCBOR_ERR_WRONG_VALUE, {"f6", "f90015", "ff"});
+    ExpectError(Bool, ZCBOR_ERR_WRONG_TYPE, {"01"});
+    ExpectError(Bool, ZCBOR_ERR_NO_PAYLOAD, {""});
+    ExpectError(
+        Skip, ZCBOR_ERR_NO_PAYLOAD,
+        {"", "18", "4201", "8201", "9bffffffffffffffff", "bbffffffffffffffff0000", "5f4101", "c1"});
+    ExpectError(Skip, ZCBOR_ERR_WRONG_TYPE, {"5f6161ff", "5f5fffff"});
+    ExpectError(Skip, ZCBOR_ERR_ADDITIONAL_INVAL, {"dfff", "1f", "3f", "ff", "fc", "bf01ff"});
+    ExpectError(Skip, ZCBOR_ERR_INVALID_VALUE_ENCODING, {"f81f"});
 }
 
 TEST(ZcborDecode, PeeksAtTheTypeOfTheNextItem)
@@ -324,7 +280,8 @@ TEST(ZcborDecode, RecordsWhyALevelCannotBeEnteredOrLeft)
              Row{"9f01ff", 3, {list, list_end}, ZCBOR_ERR_NOT_AT_END},
              Row{"bf01ff", 3, {map, skip, map_end}, ZCBOR_ERR_MAP_MISALIGNED},
              Row{"0102", 3, {skip, skip}, ZCBOR_ERR_LOW_ELEM_COUNT},
-             Row{"bf", 3, {map, skip}, ZCBOR_ERR_NO_PAYLOAD},  // cut short is not at its end
+             Row{"bf", 3, {map, skip}, ZCBOR_ERR_NO_PAYLOAD},
+             Row{"bf", 3, {map, map_end}, ZCBOR_ERR_NOT_AT_END},  // cut short is not at its end
          }) {
         Decoder decoder(payload, slots);
         for (size_t i = 0; i < operations.size(); ++i) {
@@ -332,13 +289,6 @@ TEST(ZcborDecode, RecordsWhyALevelCannotBeEnteredOrLeft)
         }
         EXPECT_EQ(decoder.state.error, error) << payload;
     }
-}
-
-TEST(ZcborDecode, AMapThatIsCutShortIsNotAtItsEnd)
-{
-    Decoder decoder("bf");
-    ASSERT_TRUE(zcbor_map_start_decode(decoder.state));
-    EXPECT_FALSE(zcbor_array_at_end(decoder.state));
 }
 
 TEST(ZcborDecode, AnOperationThatFailsLeavesTheItemForAnother)

@@ -24,21 +24,12 @@ inline std::vector<std::byte> ToBytes(QByteArray const& array)
     return {bytes.begin(), bytes.end()};
 }
 
-struct Kind {
-    uint8_t operation;
-    uint8_t group;
-    uint8_t command;
-};
-inline constexpr Kind kImageState{0, 1, 0};
-inline constexpr Kind kUpload{2, 1, 1};
-inline constexpr Kind kErase{2, 1, 5};
-inline constexpr Kind kReset{2, 0, 5};
-inline constexpr Kind kReadOtp{0, 64, 0};
-
-inline QByteArray MakeRequest(Kind kind, QByteArray const& payload_hex, uint8_t sequence = 0)
+// Operation, group and command; the payload's map in hexadecimal.
+inline QByteArray MakeRequest(uint8_t operation, uint8_t group, uint8_t command,
+                              QByteArray const& map, uint8_t sequence = 0)
 {
-    return MakeSmpLines(MakeSmpRequest(
-        {kind.operation, kind.group, sequence, kind.command, QByteArray::fromHex(payload_hex)}));
+    return MakeSmpLines(
+        MakeSmpRequest({operation, group, sequence, command, QByteArray::fromHex(map)}));
 }
 
 inline QByteArray Ask(IUnitProtocol& unit, QByteArray const& line)
@@ -46,16 +37,10 @@ inline QByteArray Ask(IUnitProtocol& unit, QByteArray const& line)
     return ToArray(JoinAnswers(unit.Receive(ToBytes(line))));
 }
 
-// What is in an answer's lines: length, header, payload, check value.
-inline QByteArray BodyOf(QByteArray const& answer)
-{
-    return ReadSmpLines(answer);
-}
-
 // The answer's map, in hexadecimal.
 inline QByteArray AskForMap(IUnitProtocol& unit, QByteArray const& line)
 {
-    return BodyOf(Ask(unit, line)).mid(10).chopped(2).toHex();
+    return ReadSmpLines(Ask(unit, line)).mid(10).chopped(2).toHex();
 }
 
 }  // namespace simulator::test

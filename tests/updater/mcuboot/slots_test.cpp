@@ -1,7 +1,11 @@
 // What the window sees: the signals that each slot ends in, their order, and what was sent by then.
 #include <gmock/gmock.h>
 
+#include <tuple>
+
 #include "tests/updater/mcuboot/updater_on_line.h"
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -41,26 +45,14 @@ protected:
 
 TEST_F(Slots, ConnectEndsInOneStatus)
 {
-    struct Row {
-        char const* name;
-        QString fw_target_type;
-        bool verify;
-        std::vector<QByteArray> answers;
-        char const* status;
-        bool open;
-    };
+    using Row = std::tuple<char const*, QString, bool, std::vector<QByteArray>, char const*, bool>;
     for (auto const& [name, type, verify, answers, status, open] : {
              Row{"no verification", {}, false, {RcAnswer(0)}, "status 0", true},
              Row{"a listed model", {}, true, {RcAnswer(0), OtpAnswer("A")}, "status 0", true},
              Row{"another model", {}, true, {RcAnswer(0), OtpAnswer("B")}, "status 2", false},
              Row{"no model", {}, true, {RcAnswer(0), RcAnswer(5)}, "status 2", false},
-             Row{"service", QStringLiteral("service"), true, {RcAnswer(0)}, "status 0", true},
-             Row{"Service",
-                 QStringLiteral("Service"),
-                 true,
-                 {RcAnswer(0), OtpAnswer("B")},
-                 "status 2",
-                 false},
+             Row{"service", u"service"_s, true, {RcAnswer(0)}, "status 0", true},
+             Row{"Service", u"Service"_s, true, {RcAnswer(0), OtpAnswer("B")}, "status 2", false},
              Row{"an error code", {}, true, {RcAnswer(5)}, "status 1", false},
              Row{"noise", {}, true, {"noise\n"}, "status 1", false},
              Row{"silence", {}, true, {""}, "status 1", false},
