@@ -14,6 +14,7 @@ namespace {
 
 using test::Ask;
 using test::AskForMap;
+using test::BodyOf;
 using test::MakeRequest;
 using test::ToArray;
 using test::ToBytes;
@@ -105,7 +106,7 @@ TEST(RecoveryBytes, AnswerIsStampedByTheRuleForAnswersAndNotByThatForRequests)
     EXPECT_EQ(answer,
               "\x06\x09"
               "ACIBAAAYAEABAL9icmMAZGRhdGFMDAAAAAAAAAAAAAAA/9y2\n");
-    EXPECT_NE(ReadSmpLines(answer).last(2).toHex(), "e182") << "the rule for requests";
+    EXPECT_NE(BodyOf(answer).last(2).toHex(), "e182") << "the rule for requests";
 }
 
 TEST(RecoveryBytes, RequestInPiecesOfAnySizeIsTheSame)
@@ -146,6 +147,10 @@ TEST(RecoveryBytes, JournalSaysWhyALineIsNotARequest)
                     "base64"},
           std::pair{"\x06\x09" + kState.first(8) + '\n', "length"},
           std::pair{MakeSmpLines(QByteArray::fromBase64(kState) + "more"), "length"},
+          // The header claims three bytes of payload.
+          std::pair{QByteArray("\x06\x09"
+                               "AAwAAAADAAEAAL//fNY=\n"),
+                    "length"},
           std::pair{MakeSmpLines(stamped_as_an_answer), "checksum"}}) {
         EXPECT_EQ(Ask(unit, line), "");
         EXPECT_EQ(Lines(unit).back(), std::string("line silent ") + why);
@@ -175,7 +180,7 @@ TEST(RecoveryBytes, AnswerCanBeSplitOverAStartAndContinuationLines)
     EXPECT_EQ(answer.size(), 2 + 16 + 1 + 2 + 8 + 1);
     EXPECT_EQ(answer.first(2), "\x06\x09");
     EXPECT_EQ(answer.mid(19, 2), "\x04\x14");
-    EXPECT_EQ(ReadSmpLines(answer), ReadSmpLines(Ask(whole, kErase)));
+    EXPECT_EQ(BodyOf(answer), BodyOf(Ask(whole, kErase)));
 }
 
 TEST(RecoveryBytes, MapOfAnAnswerCanBeOfDefiniteLength)
@@ -203,7 +208,7 @@ TEST(McubootRecovery, AnswersWithTheGroupSequenceAndCommandOfTheRequest)
 {
     McubootRecovery unit({});
     auto const answer = Ask(unit, MakeRequest(2, 1, 5, "bfff", 0x42));
-    EXPECT_EQ(ReadSmpLines(answer).mid(2, 8).toHex(), "0300000600014205");
+    EXPECT_EQ(BodyOf(answer).mid(2, 8).toHex(), "0300000600014205");
 }
 
 TEST(McubootRecovery, ReadsOtpThatIsThereMissingOrEmpty)
@@ -263,8 +268,9 @@ TEST(McubootRecovery, RefusesAChunkThatIsNotPartOfAnImage)
 TEST(McubootRecovery, RefusesAMapThatItCannotReadAndACommandThatItDoesNotKnow)
 {
     McubootRecovery unit({});
-    for (auto const* map : {"", "bf", "bf62", "80", "bf6272", "bfffff", "bfff00", "a000", "bf01ff",
-                            "bf6272639fff", "a2627263", "bf627263fbff", "bf7bffffffffffffffffff"}) {
+    for (auto const* map :
+         {"", "bf", "bf62", "80", "bf6272", "bfffff", "bfff00", "a000", "bf62726320ff", "bf01ff",
+          "bf6272639fff", "a2627263", "bf627263fbff", "bf7bffffffffffffffffff"}) {
         EXPECT_EQ(AskForMap(unit, MakeRequest(2, 1, 5, map)), kInvalid) << map;
     }
     EXPECT_EQ(AskForMap(unit, MakeRequest(0, 1, 7, "bfff")), "bf62726308ff");
@@ -341,10 +347,10 @@ TEST(RecoveryFaults, SpoilTheAnswerAndNothingElse)
     EXPECT_EQ(answer_with(FaultKind::kCutAnswer, 10), good.first(10));
     EXPECT_EQ(answer_with(FaultKind::kForeignLineBefore, 0), foreign + good);
     EXPECT_EQ(answer_with(FaultKind::kForeignLineAfter, 0), good + foreign);
-    auto body = ReadSmpLines(good);
-    auto const wrong_count = ReadSmpLines(answer_with(FaultKind::kWrongCount, 0x0123));
+    auto body = BodyOf(good);
+    auto const wrong_count = BodyOf(answer_with(FaultKind::kWrongCount, 0x0123));
     EXPECT_EQ(wrong_count, "\x01\x23" + body.mid(2));
-    auto const wrong_check = ReadSmpLines(answer_with(FaultKind::kWrongCheckValue, 0x0180));
+    auto const wrong_check = BodyOf(answer_with(FaultKind::kWrongCheckValue, 0x0180));
     body.back() = static_cast<char>(body.back() ^ 0x80);
     body[body.size() - 2] = static_cast<char>(body[body.size() - 2] ^ 0x01);
     EXPECT_EQ(wrong_check, body);
@@ -401,7 +407,7 @@ TEST(RecoveryFaults, HangOrVanishInFrontOfAChunk)
         Ask(unit, kFirst);
         EXPECT_EQ(Ask(unit, kSecond), "");
         EXPECT_EQ(Ask(unit, kFirst), "") << "until the reset";
-        EXPECT_EQ(unit.Vanished(), kind == FaultKind::kVanishInWrite);
+        EXPECT_EQ(unit.HasLeft(), kind == FaultKind::kVanishInWrite);
         EXPECT_EQ(Stored(unit, 6), "01020304ffff");
         EXPECT_EQ(Lines(unit).back(), "upload 0x00000004 2 seq=1 keys=data,off silent fault");
     }

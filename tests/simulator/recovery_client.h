@@ -8,8 +8,8 @@
 #include <span>
 #include <vector>
 
+#include "simulator/bootloaders/serial_bootloader.h"
 #include "simulator/bootloaders/smp_line.h"
-#include "simulator/bootloaders/unit_protocol.h"
 
 namespace simulator::test {
 
@@ -32,15 +32,21 @@ inline QByteArray MakeRequest(uint8_t operation, uint8_t group, uint8_t command,
         MakeSmpRequest({operation, group, sequence, command, QByteArray::fromHex(map)}));
 }
 
-inline QByteArray Ask(IUnitProtocol& unit, QByteArray const& line)
+inline QByteArray Ask(SerialBootloader& unit, QByteArray const& line)
 {
     return ToArray(JoinAnswers(unit.Receive(ToBytes(line))));
 }
 
-// The answer's map, in hexadecimal.
-inline QByteArray AskForMap(IUnitProtocol& unit, QByteArray const& line)
+// What is in an answer's lines: length, header, payload, check value.
+inline QByteArray BodyOf(QByteArray const& answer)
 {
-    return ReadSmpLines(Ask(unit, line)).mid(10).chopped(2).toHex();
+    return ReadSmpLines(answer);
+}
+
+// The answer's map, in hexadecimal.
+inline QByteArray AskForMap(SerialBootloader& unit, QByteArray const& line)
+{
+    return BodyOf(Ask(unit, line)).mid(10).chopped(2).toHex();
 }
 
 }  // namespace simulator::test

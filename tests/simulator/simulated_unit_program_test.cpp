@@ -125,7 +125,7 @@ TEST(SimulatedUnitProgram, MakesAUnitInSerialRecoveryMode)
         test::ToBytes("\x06\x09"
                       "AAwCAAACAAH/Bb//um4=\n"));
     auto const answer = test::ToArray(client.Receive(30));
-    EXPECT_EQ(simulator::ReadSmpLines(answer).mid(10).chopped(2).toHex(), "a162726300");
+    EXPECT_EQ(test::BodyOf(answer).mid(10).chopped(2).toHex(), "a162726300");
     EXPECT_EQ(answer.mid(19, 2), "\x04\x14");
 
     EXPECT_EQ(program.Command("fault nack-erase"),
