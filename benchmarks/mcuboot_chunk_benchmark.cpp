@@ -6,30 +6,29 @@
 #include <cstdint>
 #include <vector>
 
+#include "mcuboot/limits.h"
 #include "mcuboot/request_maps.h"
 #include "mcuboot/smp_frame.h"
-#include "tests/mcuboot/unit_side.h"
+#include "simulator/bootloaders/smp_line.h"
 
 namespace {
-
-constexpr size_t kChunkSize = 1483;
 
 class Chunk {
 public:
     // {"rc": 0, "off": 2966}
-    QByteArray const answer =
-        mcuboot::test::MakeAnswer(mcuboot::test::FromHex("bf62726300636f6666190b96ff"));
+    QByteArray const answer = simulator::MakeSmpLines(
+        simulator::MakeSmpAnswer({3, 1, 0, 1, QByteArray::fromHex("bf62726300636f6666190b96ff")}));
 
     QByteArray Encode()
     {
         auto const size =
-            mcuboot::cborEncodeUploadChunk(buffer_, bytes_, kChunkSize, 262144, false);
+            mcuboot::cborEncodeUploadChunk(buffer_, bytes_, mcuboot::kChunkSize, 262144, false);
         return {reinterpret_cast<char const*>(buffer_.data()), size};
     }
 
 private:
-    std::vector<uint8_t> const bytes_ = std::vector<uint8_t>(kChunkSize, 0xA5);
-    std::array<uint8_t, 2048> buffer_{};
+    std::vector<uint8_t> const bytes_ = std::vector<uint8_t>(mcuboot::kChunkSize, 0xA5);
+    std::array<uint8_t, mcuboot::kUploadBuffer> buffer_{};
 };
 
 void BM_WholeChunk(benchmark::State& state)

@@ -3,8 +3,8 @@
 //
 // Each chunk is one request and one answer, and costs three sleeps that the unit and its USB bridge
 // need: 10 ms before the request, 3 ms after it, and 3 ms after the answer to see that nothing
-// follows. The second passes while the request is still on its way, so two sums are told: the wire
-// and all three, and the wire and the two during which the line is idle.
+// follows. The second passes while the request is still on its way, so two sums are printed: the
+// wire and all three, and the wire and the two during which the line is idle.
 
 #include <fmt/format.h>
 
@@ -15,21 +15,24 @@
 #include <limits>
 
 #include "benchmarks/benchmark_image.h"
+#include "mcuboot/limits.h"
 #include "tests/support/unit_process.h"
 #include "updater/mcuboot_serial_updater.h"
 
 namespace {
 
 using benchmarks::Require;
+using mcuboot::kChunkSize;
 
 constexpr unsigned kBaud = 921600;
 constexpr double kBitsPerByte = 10;
 constexpr int kImageSize = 256 * 1024;
-constexpr int kChunkSize = 1483;
 constexpr int kRepeats = 3;
 
-constexpr double kAllWaits = 0.010 + 0.003 + 0.003;
-constexpr double kIdleWaits = 0.010 + 0.003;
+// Seconds a chunk.
+constexpr double kIdleWaits =
+    std::chrono::duration<double>(mcuboot::kBeforeRequest + mcuboot::kPass).count();
+constexpr double kAllWaits = kIdleWaits + std::chrono::duration<double>(mcuboot::kPass).count();
 
 // Bytes that a number takes in a request map.
 constexpr int GetNumberSize(int number)

@@ -55,7 +55,7 @@ void Walk(std::span<uint8_t const> operations, std::span<uint8_t const> payload)
         auto const ok = Decode(state, operation);
         Require(ok || (state.payload == before && state.depth == depth),
                 "a failed operation leaves the state as it was");
-        Require(ok || state.error != ZCBOR_SUCCESS, "a failed operation tells why");
+        Require(ok || state.error != ZCBOR_SUCCESS, "a failed operation records why");
         Require(state.payload >= before && state.payload <= state.payload_end,
                 "the position only goes forward, and not beyond the end");
         Require(state.depth < slots.size(), "the depth stays within the slots");

@@ -12,15 +12,6 @@ namespace {
 constexpr size_t kDumpSlots = 5;
 constexpr int kIndentation = 2;
 
-// The major types (RFC 8949, 3.1) that have a line of their own.
-constexpr int kUnsigned = 0;
-constexpr int kNegative = 1;
-constexpr int kBytes = 2;
-constexpr int kText = 3;
-constexpr int kArray = 4;
-constexpr int kMap = 5;
-constexpr int kSimple = 7;
-
 QString Blanks(int count)
 {
     return QString(count, QLatin1Char(' '));
@@ -42,30 +33,32 @@ public:
           sink_(sink)
     {}
 
-    // Prints the next item; `prefix` begins its first line, `indent` blanks its last one. False
-    // when the walk cannot go on behind it.
+    // Prints the next item: `prefix` begins its first line, `indent` blanks begin its last one.
+    // False when the walk cannot go on after it.
     bool DumpItem(QString const& prefix, int indent)
     {
-        if (state_.left() == 0) {
+        auto const major = zcbor_peek_major(state_);
+        if (!major) {
             return false;
         }
-        switch (*state_.payload >> 5) {
-            case kUnsigned:
-            case kNegative:
+        switch (*major) {
+            case zcbor_major::kUnsigned:
+            case zcbor_major::kNegative:
                 return DumpInteger(prefix);
-            case kBytes:
+            case zcbor_major::kBytes:
                 return DumpBytes(prefix);
-            case kText:
+            case zcbor_major::kText:
                 return DumpText(prefix);
-            case kArray:
+            case zcbor_major::kArray:
                 return DumpArray(prefix, indent);
-            case kMap:
+            case zcbor_major::kMap:
                 return DumpMap(prefix, indent);
-            case kSimple:
+            case zcbor_major::kSimple:
                 return DumpSimple(prefix);
-            default:
-                return DumpUnknown(prefix);
+            case zcbor_major::kTag:
+                break;
         }
+        return DumpUnknown(prefix);
     }
 
 private:
@@ -155,7 +148,7 @@ private:
         return true;
     }
 
-    // An item that is well-formed but of no interest here, or one that is not even that.
+    // An item that is well-formed but of no interest here, or one that is malformed.
     bool DumpUnknown(QString const& prefix)
     {
         auto const skipped = zcbor_any_skip(state_);

@@ -1,5 +1,4 @@
-// A CBOR payload as lines of text, for the developer's eyes. Pure: the caller says where the lines
-// go.
+// A CBOR payload as lines of text for developers. Pure: the caller decides where the lines go.
 #pragma once
 
 #include <QByteArray>
@@ -10,9 +9,9 @@ namespace mcuboot {
 
 using LineSink = std::function<void(QString const& line)>;
 
-// Gives `sink` a line with the label, one line an item, indented by two blanks a level, and a
-// closing line with the label. Goes four levels deep and names what lies deeper an error. Ends
-// where the payload stops being well-formed.
+// Calls `sink` with a line that has the label, one line per item, indented by two blanks per level,
+// and a closing line with the label. Follows four levels of nesting; anything deeper is printed as
+// an error. Ends where the payload stops being well-formed.
 void dumpCbor(QByteArray const& payload, QString const& label, LineSink const& sink);
 
 }  // namespace mcuboot

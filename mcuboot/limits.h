@@ -23,12 +23,12 @@ inline constexpr size_t kUploadBuffer = 2048;
 // line asks again once or twice.
 inline constexpr int kMaxStalls = 16;
 
-// Milliseconds that an answer may take, counted in waits of kPass and not measured.
-inline constexpr int kQueryTimeout = 2000;
-inline constexpr int kFirstChunkTimeout = 10000;  // the unit may erase its slot first
-inline constexpr int kChunkTimeout = 3000;
-inline constexpr int kEraseTimeout = 30000;
-inline constexpr int kCommandTimeout = 5000;
+// How long an answer may take, counted in waits of kPass and not measured.
+inline constexpr std::chrono::milliseconds kQueryTimeout{2000};
+inline constexpr std::chrono::milliseconds kFirstChunkTimeout{10000};  // the unit may erase first
+inline constexpr std::chrono::milliseconds kChunkTimeout{3000};
+inline constexpr std::chrono::milliseconds kEraseTimeout{30000};
+inline constexpr std::chrono::milliseconds kCommandTimeout{5000};
 
 // Times that really pass. The unit needs a moment between two lines, and a USB bridge one to hand
 // on what it has.

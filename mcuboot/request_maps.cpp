@@ -20,7 +20,7 @@ bool PutEntry(zcbor_encode_state& state, std::string_view key, uint32_t value)
     return PutKey(state, key) && zcbor_uint32_put(state, value);
 }
 
-// put_entries writes up to max_entries entries and tells whether it could.
+// put_entries writes up to max_entries entries and returns whether it could.
 template <typename PutEntries>
 int EncodeMap(std::span<uint8_t> buffer, size_t max_entries, PutEntries const& put_entries)
 {

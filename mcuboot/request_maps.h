@@ -1,4 +1,5 @@
-// The CBOR maps of SMP requests, and single values out of the maps of answers. Pure.
+// What this program's requests are: their group, their command and their CBOR map. And single
+// values out of the maps of answers. Pure.
 #pragma once
 
 #include <QByteArray>
@@ -9,6 +10,23 @@
 
 namespace mcuboot {
 
+// SMP groups and, under each, the commands that are sent.
+inline constexpr uint16_t kOsGroup = 0;
+inline constexpr uint8_t kResetCommand = 5;
+inline constexpr uint16_t kImageGroup = 1;
+inline constexpr uint8_t kImageStateCommand = 0;
+inline constexpr uint8_t kUploadCommand = 1;
+inline constexpr uint8_t kEraseCommand = 5;
+inline constexpr uint16_t kOtpGroup = 64;  // the vendor's own
+inline constexpr uint8_t kOtpReadCommand = 0;
+
+// Keys of the unit's one-time-programmable (OTP) area, chosen by its firmware.
+inline constexpr uint32_t kModelIdKey = 0x01234711;       // the first byte is the model
+inline constexpr uint32_t kSerialNumberKey = 0x3CA6A4AF;  // text
+
+// The error code ("rc") of a unit that has no value under an OTP key.
+inline constexpr int32_t kOtpKeyNotFound = 5;
+
 // Each encoder writes one map of indefinite length to the start of `buffer` and returns its size in
 // bytes, or -1 when the buffer is too small.
 
@@ -18,7 +36,7 @@ int cborEncodeEmptyMap(std::span<uint8_t> buffer);
 // {"d": text}
 int cborEncodeEchoRequest(std::span<uint8_t> buffer, std::string_view text);
 
-// {"key": key}: which value of the unit's one-time-programmable area to read.
+// {"key": key}: which value of the OTP area to read.
 int cborEncodeOtpRequest(std::span<uint8_t> buffer, uint32_t key);
 
 // {"data": chunk, "off": offset}, and for the first chunk also "len": total, "image": 0. Offset and
@@ -26,9 +44,9 @@ int cborEncodeOtpRequest(std::span<uint8_t> buffer, uint32_t key);
 int cborEncodeUploadChunk(std::span<uint8_t> buffer, std::span<uint8_t const> chunk,
                           uint32_t offset, uint32_t total, bool first);
 
-// The value of the first entry whose key is the text `key`, exactly; nested maps are not looked
-// into. Nothing when there is no such key, when its value is of another type or does not fit, and
-// when the payload is no map or is malformed before that entry.
+// The value of the first entry whose key is exactly the text `key`; nested maps are not searched.
+// Nothing when there is no such key, when its value has another type or does not fit, and when the
+// payload is not a map or is malformed before that entry.
 std::optional<int32_t> cborDecodeMapInt(QByteArray const& payload, std::string_view key);
 std::optional<QByteArray> cborDecodeMapBstr(QByteArray const& payload, std::string_view key);
 

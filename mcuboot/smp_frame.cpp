@@ -7,7 +7,7 @@
 namespace mcuboot {
 namespace {
 
-// What a line begins with: the first or only line of a message, and each further one.
+// The first or only line of a message begins with the one, each further line with the other.
 constexpr char kStartMarker[] = "\x06\x09";
 constexpr char kContinuationMarker[] = "\x04\x14";
 constexpr qsizetype kMarkerSize = 2;
@@ -24,8 +24,8 @@ constexpr qsizetype kMinLength = kHeaderSize + kCheckSize;
 
 constexpr uint16_t kCrcInit = 0xFFFF;
 constexpr uint16_t kRequestFinalXor = 0xFFFF;
-// Answers: the register is changed between header and payload. For an answer without payload the
-// two add up to the XOR of the requests.
+// Answers: the register changes between header and payload. For an answer without payload the two
+// add up to the XOR of the requests.
 constexpr uint16_t kAnswerHeaderXor = 0xE2F0;
 constexpr uint16_t kAnswerFinalXor = 0x1D0F;
 
@@ -72,7 +72,7 @@ QByteArray JoinLines(QByteArray const& raw)
     return text;
 }
 
-// packet_size: header and payload, which lie whole inside the body.
+// packet_size: header and payload, both wholly inside the body.
 uint16_t GetAnswerCheck(QByteArray const& body, qsizetype packet_size)
 {
     auto const header = crc16Ccitt(GetBytes(body, kLengthSize), kHeaderSize, kCrcInit);
@@ -82,17 +82,26 @@ uint16_t GetAnswerCheck(QByteArray const& body, qsizetype packet_size)
     return static_cast<uint16_t>(crc ^ kAnswerFinalXor);
 }
 
-bool IsAccepted(QByteArray const& body)
+FrameError CheckBody(QByteArray const& body)
 {
     if (body.size() < kMinBodySize) {
-        return false;
+        return FrameError::kLength;
     }
     auto const length = qsizetype{ReadBigEndian16(body, 0)};
     if (length < kMinLength || body.size() < kLengthSize + length) {
-        return false;
+        return FrameError::kLength;
     }
-    // The check value ends what the length field counts.
-    return ReadBigEndian16(body, length) == GetAnswerCheck(body, length - kCheckSize);
+    // The length field counts the check value, which comes last.
+    if (ReadBigEndian16(body, length) != GetAnswerCheck(body, length - kCheckSize)) {
+        return FrameError::kCheckValue;
+    }
+    // The header has a length of its own. It is compared only with what is there, so it may reach
+    // over the check value.
+    auto const payload_size = qsizetype{ReadBigEndian16(body, kPayloadLengthOffset)};
+    if (payload_size + kPayloadOffset > body.size()) {
+        return FrameError::kLength;
+    }
+    return payload_size == 0 ? FrameError::kNoPayload : FrameError::kNone;
 }
 
 }  // namespace
@@ -125,22 +134,29 @@ QByteArray buildPacket(uint8_t operation, uint16_t group, uint8_t id, QByteArray
     return kStartMarker + body.toBase64() + kNewline;
 }
 
+Frame ReadFrame(QByteArray const& raw)
+{
+    auto const text = JoinLines(raw);
+    if (text.isEmpty()) {
+        return {{}, FrameError::kNoLine};
+    }
+    // Without this option foreign characters would be skipped, and a damaged line accepted.
+    auto const decoded =
+        QByteArray::fromBase64Encoding(text, QByteArray::AbortOnBase64DecodingErrors);
+    if (!decoded) {
+        return {{}, FrameError::kBase64};
+    }
+    auto const& body = decoded.decoded;
+    if (auto const error = CheckBody(body); error != FrameError::kNone) {
+        return {{}, error};
+    }
+    return {body.mid(kPayloadOffset, ReadBigEndian16(body, kPayloadLengthOffset)),
+            FrameError::kNone};
+}
+
 QByteArray parseResponse(QByteArray const& raw)
 {
-    // Without this option foreign characters would be passed over, and a damaged line with them.
-    auto const decoded =
-        QByteArray::fromBase64Encoding(JoinLines(raw), QByteArray::AbortOnBase64DecodingErrors);
-    auto const& body = decoded.decoded;
-    if (!decoded || !IsAccepted(body)) {
-        return {};
-    }
-    // This length is the header's own, held only against what is there: an answer may claim its
-    // check value as payload.
-    auto const payload_size = qsizetype{ReadBigEndian16(body, kPayloadLengthOffset)};
-    if (payload_size + kPayloadOffset > body.size()) {
-        return {};
-    }
-    return body.mid(kPayloadOffset, payload_size);
+    return ReadFrame(raw).payload;
 }
 
 }  // namespace mcuboot

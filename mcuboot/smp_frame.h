@@ -1,5 +1,5 @@
 // SMP over a serial line, framing only: header, check value, base64 line. No port, no clock, no
-// state. What the payloads hold is in request_maps.h; the waits are the updater's.
+// state. request_maps.h has the payloads, exchange.h the waits.
 #pragma once
 
 #include <QByteArray>
@@ -8,27 +8,43 @@
 
 namespace mcuboot {
 
-// The operations that this program asks for.
+// The operations that this program sends.
 inline constexpr uint8_t kSmpRead = 0;
 inline constexpr uint8_t kSmpWrite = 2;
 
 // CRC-16 with polynomial 0x1021, most significant bit first, not reflected, without a final XOR.
-// `init` is the register's start, and so the result for no bytes; a CRC can be continued by handing
-// in the result so far. data may be null when length is 0.
+// `init` is the initial register, and so the result for no bytes; pass in the result so far to
+// continue a CRC. data may be null when length is 0.
 uint16_t crc16Ccitt(uint8_t const* data, size_t length, uint16_t init);
 
 // A whole request as it goes over the line, always in one line however long it is: markers, base64
-// of length, header, payload and check value, newline. payload.size() <= 65525: of more, the length
-// fields keep the low 16 bits, which no unit accepts.
+// of length, header, payload and check value, newline. payload.size() <= 65525; for a longer one,
+// the length fields keep their low 16 bits only, which no unit accepts.
 QByteArray buildPacket(uint8_t operation, uint16_t group, uint8_t id, QByteArray const& payload,
                        uint8_t sequence);
 
-// The payload of an answer out of the bytes as they came: one start line and any continuation
-// lines, with any other lines between them. Empty when there is no such line, the base64 is bad, a
-// length does not match or the check value is wrong, and also for an answer without payload: for
-// every caller the same. Operation, group, sequence and command are not looked at.
+// Why the bytes of an answer cannot be used.
+enum class FrameError {
+    kNone,
+    kNoLine,      // no line begins with a marker
+    kBase64,      // the text of the lines is not standard base64
+    kLength,      // the body is too short, or one of its lengths does not match what is there
+    kCheckValue,  // damaged on the way, or stamped by another rule
+    kNoPayload,   // a good frame with nothing in it
+};
+
+struct Frame {
+    QByteArray payload;  // empty exactly when there is an error
+    FrameError error = FrameError::kNone;
+};
+
+// Reads an answer from the bytes as they came: one start line and any continuation lines, with any
+// other lines between them. Operation, group, sequence and command are not looked at.
 //
 // Units stamp their answers with another check value than the one they expect in requests.
+Frame ReadFrame(QByteArray const& raw);
+
+// The payload alone; empty for every error.
 QByteArray parseResponse(QByteArray const& raw);
 
 }  // namespace mcuboot

@@ -2,22 +2,11 @@
 
 #include <algorithm>
 #include <limits>
-#include <optional>
 
 namespace mcuboot {
 namespace {
 
-// The top three bits of an item's first byte (RFC 8949, 3.1).
-enum class Major : uint8_t {
-    kUnsigned = 0,
-    kNegative = 1,
-    kBytes = 2,
-    kText = 3,
-    kArray = 4,
-    kMap = 5,
-    kTag = 6,
-    kSimple = 7,
-};
+using Major = zcbor_major;
 
 // The low five bits, where they are not the value itself.
 constexpr uint8_t kOneByteFollows = 24;
@@ -166,7 +155,7 @@ std::optional<Head> PeekHead(zcbor_decode_state& state)
         return std::nullopt;
     }
     Head head;
-    head.major = static_cast<Major>(*state.payload >> 5);
+    head.major = *zcbor_peek_major(state);
     head.additional = *state.payload & 0x1F;
     head.size = 1;
     if (head.additional < kOneByteFollows) {
@@ -434,6 +423,12 @@ zcbor_decode_state zcbor_new_decode_state(std::span<zcbor_level> slots,
         .payload = payload.data(), .payload_end = payload.data() + payload.size(), .slots = slots};
 }
 
+std::optional<zcbor_major> zcbor_peek_major(zcbor_decode_state const& state)
+{
+    return state.left() == 0 ? std::nullopt
+                             : std::optional(static_cast<zcbor_major>(*state.payload >> 5));
+}
+
 bool zcbor_map_start_decode(zcbor_decode_state& state)
 {
     return EnterContainer(state, Major::kMap);
@@ -476,7 +471,7 @@ bool zcbor_bstr_decode(zcbor_decode_state& state, std::span<uint8_t const>& byte
 
 bool zcbor_int64_decode(zcbor_decode_state& state, int64_t& value)
 {
-    auto const negative = state.left() > 0 && *state.payload >> 5 == 1;
+    auto const negative = zcbor_peek_major(state) == Major::kNegative;
     auto const head = PeekElement(state, negative ? Major::kNegative : Major::kUnsigned);
     if (!head) {
         return false;

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string_view>
 
@@ -37,7 +38,19 @@ enum zcbor_error : int {
     ZCBOR_ERR_INVALID_VALUE_ENCODING = 21,  // a simple value in a form that is not its own
 };
 
-// The name of a code, for the developer; "ZCBOR_ERR_UNKNOWN" for every value that is none.
+// The major type of an item: the top three bits of its first byte (RFC 8949, 3.1).
+enum class zcbor_major : uint8_t {
+    kUnsigned = 0,
+    kNegative = 1,
+    kBytes = 2,
+    kText = 3,
+    kArray = 4,
+    kMap = 5,
+    kTag = 6,
+    kSimple = 7,
+};
+
+// The name of a code, for the developer; "ZCBOR_ERR_UNKNOWN" for every other value.
 std::string_view zcbor_error_str(int code);
 
 // One level of nesting; the caller keeps an array of them, the state slots. The first one is the
@@ -66,8 +79,8 @@ struct zcbor_state {
 using zcbor_encode_state = zcbor_state<uint8_t>;
 using zcbor_decode_state = zcbor_state<uint8_t const>;
 
-// Every operation below answers true on success. One that fails leaves its code in `error`, and the
-// state otherwise as it was, so that another operation can be tried on the same bytes.
+// Every operation below returns true on success. One that fails leaves its code in `error` and the
+// rest of the state as it was, so that another operation can be tried on the same bytes.
 
 // slots.size() >= 1. elem_count: the items that the top level takes, 1 for an SMP payload.
 zcbor_encode_state zcbor_new_encode_state(std::span<zcbor_level> slots, std::span<uint8_t> buffer,
@@ -83,6 +96,10 @@ bool zcbor_uint32_put(zcbor_encode_state& state, uint32_t value);
 // slots.size() >= 1. elem_count as above. Bytes after the last expected item are not looked at.
 zcbor_decode_state zcbor_new_decode_state(std::span<zcbor_level> slots,
                                           std::span<uint8_t const> payload, size_t elem_count);
+
+// The major type of the next byte, without moving on; nothing at the end of the payload. A break
+// reads as kSimple.
+std::optional<zcbor_major> zcbor_peek_major(zcbor_decode_state const& state);
 
 // Enter a map (its elements are keys and values in turn) or an array of either length form.
 bool zcbor_map_start_decode(zcbor_decode_state& state);

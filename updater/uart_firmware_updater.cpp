@@ -3,13 +3,13 @@
 #include <fmt/format.h>
 
 #include <cstddef>
-#include <fstream>
 #include <optional>
 #include <span>
 #include <utility>
 #include <vector>
 
 #include "runtime/console.h"
+#include "updater/image_file.h"
 #include "updater/model_id.h"
 
 namespace {
@@ -24,20 +24,14 @@ constexpr size_t kSmallestImage = 8;
 
 // The whole file, padded with zeros to whole words; nothing when it cannot be opened or read to its
 // end.
-std::optional<std::vector<std::byte>> ReadImage(QByteArray const& path)
+std::optional<std::vector<std::byte>> ReadPaddedImage(QString const& path)
 {
-    std::ifstream file(path.constData(), std::ios::binary);
-    if (!file.is_open()) {
+    auto const bytes = ReadImageFile(path);
+    if (!bytes) {
         return std::nullopt;
     }
-    std::vector<std::byte> image;
-    for (char value = 0; file.get(value);) {
-        image.push_back(static_cast<std::byte>(value));
-    }
-    // A directory, which opens like a file, or a medium that fails.
-    if (file.bad()) {
-        return std::nullopt;
-    }
+    auto const* const begin = reinterpret_cast<std::byte const*>(bytes->constData());
+    std::vector<std::byte> image(begin, begin + bytes->size());
     // A fragment stays one, for the engine to refuse: padding must not make an image of it.
     while (image.size() > kSmallestImage && image.size() % kWordSize != 0) {
         image.push_back(std::byte{0});
@@ -108,11 +102,10 @@ void UartFirmwareUpdater::StopUartThread()
 
 bool UartFirmwareUpdater::upload(QString const& path, std::function<void(int)> progress)
 {
-    auto const local_path = path.toLocal8Bit();
-    auto const image = ReadImage(local_path);
+    auto const image = ReadPaddedImage(path);
     if (!image) {
         kelvane::PrintToConsole(
-            fmt::format("File {} not found/could not be opened\n", local_path.constData()));
+            fmt::format("File {} not found/could not be opened\n", path.toLocal8Bit().constData()));
         return false;
     }
     auto const ok = updater_->Update(

@@ -2,13 +2,15 @@
 
 #include <fmt/format.h>
 
+#include <QCborArray>
+#include <QtEndian>
 #include <algorithm>
+#include <span>
+#include <string>
 #include <utility>
 
 namespace simulator {
 namespace {
-
-constexpr std::byte kNewline{0x0A};
 
 constexpr uint8_t kRead = 0;
 constexpr uint8_t kWrite = 2;
@@ -52,32 +54,34 @@ std::string JoinKeys(std::vector<CborEntry> const& entries)
 {
     std::string keys;
     for (auto const& entry : entries) {
-        keys += (keys.empty() ? "" : ",") + entry.key;
+        keys += (keys.empty() ? "" : ",") + entry.key.toStdString();
     }
     return keys;
 }
 
-// The value under `key`, if it is there and of that type.
-template <typename Value>
-Value const* Find(std::vector<CborEntry> const& entries, std::string_view key)
+// The first value under `key`; an undefined one when there is none.
+QCborValue Find(std::vector<CborEntry> const& entries, QLatin1String key)
 {
     auto const found = std::ranges::find(entries, key, &CborEntry::key);
-    return found == entries.end() ? nullptr : std::get_if<Value>(&found->value);
+    return found == entries.end() ? QCborValue() : found->value;
 }
 
-CborMap MakeResult(uint32_t error_code)
+QCborMap MakeResult(uint32_t error_code)
 {
-    CborMap map;
-    map.Put("rc", int64_t{error_code});
-    return map;
+    return {{QStringLiteral("rc"), qint64{error_code}}};
 }
 
 // As the client's signed number of 32 bits.
-CborMap MakeUploadResult(uint32_t next_offset)
+QCborMap MakeUploadResult(uint32_t next_offset)
 {
     auto map = MakeResult(0);
-    map.Put("off", int64_t{static_cast<int32_t>(next_offset)});
+    map.insert(QLatin1String("off"), qint64{static_cast<int32_t>(next_offset)});
     return map;
+}
+
+QByteArray ToByteArray(std::span<std::byte const> bytes)
+{
+    return {reinterpret_cast<char const*>(bytes.data()), static_cast<qsizetype>(bytes.size())};
 }
 
 }  // namespace
@@ -118,17 +122,18 @@ void McubootRecovery::Take(std::byte byte)
     if (state_ == UnitState::kRunning) {
         return;
     }
-    if (byte == kNewline) {
+    auto const character = static_cast<char>(byte);
+    if (character == '\n') {
         HandleLine(std::exchange(line_, {}));
-    } else if (line_.size() < options_.line_buffer) {
-        line_.push_back(byte);
+    } else if (static_cast<size_t>(line_.size()) < options_.line_buffer) {
+        line_.append(character);
     }
 }
 
-void McubootRecovery::HandleLine(std::span<std::byte const> line)
+void McubootRecovery::HandleLine(QByteArray const& line)
 {
-    auto const request =
-        line.size() < options_.line_buffer ? ReadSmpRequest(line) : SmpRequest{{}, "too-long"};
+    auto const fits = static_cast<size_t>(line.size()) < options_.line_buffer;
+    auto const request = fits ? ReadSmpRequest(line) : SmpRequest{{}, "too-long"};
     if (request.message) {
         Handle(*request.message);
     } else {
@@ -192,30 +197,26 @@ void McubootRecovery::Dispatch(SmpMessage const& request, Entries const& entries
 void McubootRecovery::AnswerImageState(SmpMessage const& request)
 {
     ++connects_;
-    CborMap image;
-    image.Put("slot", int64_t{0});
-    image.Put("version", std::string_view("0.0.0"));
-    CborMap answer;
-    answer.Put("images", image);
-    answer.Put("rc", int64_t{0});
-    Complete(request, answer);
+    QCborMap const image{{QStringLiteral("slot"), 0},
+                         {QStringLiteral("version"), QStringLiteral("0.0.0")}};
+    Complete(request, {{QStringLiteral("images"), QCborArray{image}}, {QStringLiteral("rc"), 0}});
 }
 
 void McubootRecovery::AnswerOtp(SmpMessage const& request, Entries const& entries)
 {
-    auto const* const key = Find<uint64_t>(entries, "key");
-    if (key == nullptr || *key > 0xFFFFFFFF) {
+    auto const key = Find(entries, QLatin1String("key"));
+    if (!key.isInteger() || key.toInteger() > 0xFFFFFFFF) {
         Refuse(request, kRcInvalidValue);
         return;
     }
-    entry_.address = static_cast<uint32_t>(*key);
+    entry_.address = static_cast<uint32_t>(key.toInteger());
     auto const found = options_.otp.find(*entry_.address);
     if (found == options_.otp.end()) {
         Refuse(request, kRcNotFound);
         return;
     }
     auto answer = MakeResult(0);
-    answer.Put("data", std::span<std::byte const>(found->second));
+    answer.insert(QLatin1String("data"), ToByteArray(found->second));
     Complete(request, answer);
 }
 
@@ -236,19 +237,19 @@ void McubootRecovery::RestartUnit(SmpMessage const& request)
 
 void McubootRecovery::TakeChunk(SmpMessage const& request, Entries const& entries)
 {
-    auto const* const data = Find<std::vector<std::byte>>(entries, "data");
-    auto const* const offset = Find<uint64_t>(entries, "off");
-    auto const* const image_size = Find<uint64_t>(entries, "len");
-    if (data == nullptr || offset == nullptr) {
+    auto const data = Find(entries, QLatin1String("data"));
+    auto const offset = Find(entries, QLatin1String("off"));
+    auto const image_size = Find(entries, QLatin1String("len"));
+    if (!data.isByteArray() || !offset.isInteger()) {
         Refuse(request, kRcInvalidValue);
         return;
     }
-    Chunk chunk{*data, *offset, {}};
-    if (image_size != nullptr) {
-        chunk.image_size = *image_size;
+    Chunk chunk{data.toByteArray(), static_cast<uint64_t>(offset.toInteger()), {}};
+    if (image_size.isInteger()) {
+        chunk.image_size = static_cast<uint64_t>(image_size.toInteger());
     }
-    entry_.address = static_cast<uint32_t>(*offset);
-    entry_.size = data->size();
+    entry_.address = static_cast<uint32_t>(chunk.offset);
+    entry_.size = static_cast<size_t>(chunk.data.size());
     if (UploadFaultStrikes(request)) {
         return;
     }
@@ -289,15 +290,15 @@ bool McubootRecovery::UploadFaultStrikes(SmpMessage const& request)
 // the flash may end there as well.
 bool McubootRecovery::IsStorable(Chunk const& chunk) const
 {
+    auto const size = static_cast<uint64_t>(chunk.data.size());
     if (chunk.offset != 0) {
-        return upload_.begun && chunk.offset < upload_.size &&
-               chunk.data.size() <= upload_.size - chunk.offset;
+        return upload_.begun && chunk.offset < upload_.size && size <= upload_.size - chunk.offset;
     }
     return chunk.image_size && *chunk.image_size <= options_.chip.flash_size &&
-           chunk.data.size() <= *chunk.image_size;
+           size <= *chunk.image_size;
 }
 
-// A chunk other than the one that is due is not stored: the answer's offset tells which is.
+// A chunk other than the one that is due is not stored: the answer's offset says which one is.
 std::chrono::microseconds McubootRecovery::Store(Chunk const& chunk)
 {
     std::chrono::microseconds busy{0};
@@ -305,11 +306,11 @@ std::chrono::microseconds McubootRecovery::Store(Chunk const& chunk)
         busy += StartUpload(static_cast<uint32_t>(chunk.image_size.value_or(0)));
     }
     if (chunk.offset == upload_.next_offset) {
-        auto const address = kFlashStart + static_cast<uint32_t>(chunk.offset);
-        Memory().Write(address, chunk.data);
-        upload_.next_offset += static_cast<uint32_t>(chunk.data.size());
+        auto const bytes = std::as_bytes(std::span(chunk.data));
+        Memory().Write(kFlashStart + static_cast<uint32_t>(chunk.offset), bytes);
+        upload_.next_offset += static_cast<uint32_t>(bytes.size());
         ++writes_;
-        busy += options_.times.Program(chunk.data.size());
+        busy += options_.times.Program(bytes.size());
     }
     return busy;
 }
@@ -331,28 +332,28 @@ void McubootRecovery::Refuse(SmpMessage const& request, uint32_t error_code)
     SendAnswer(request, MakeResult(error_code));
 }
 
-void McubootRecovery::Complete(SmpMessage const& request, CborMap const& answer,
+void McubootRecovery::Complete(SmpMessage const& request, QCborMap const& answer,
                                std::chrono::microseconds busy)
 {
     Finish(Outcome::kAck);
     SendAnswer(request, answer, busy);
 }
 
-void McubootRecovery::SendAnswer(SmpMessage const& request, CborMap const& answer,
+void McubootRecovery::SendAnswer(SmpMessage const& request, QCborMap const& answer,
                                  std::chrono::microseconds busy)
 {
     auto block =
         MakeSmpAnswer({static_cast<uint8_t>(request.operation + 1), request.group, request.sequence,
-                       request.command, answer.Encode(options_.definite_maps)});
+                       request.command, EncodeCborMap(answer, options_.definite_maps)});
     for (auto const& fault : Faults().Strike(FaultMoment::kCountedBlock)) {
         auto const is_length = fault.kind == FaultKind::kWrongCount;
-        auto const field = is_length ? std::span(block).first(2) : std::span(block).last(2);
-        auto const high = static_cast<std::byte>(fault.parameter >> 8 & 0xFF);
-        auto const low = static_cast<std::byte>(fault.parameter & 0xFF);
-        field[0] = is_length ? high : field[0] ^ high;
-        field[1] = is_length ? low : field[1] ^ low;
+        auto const field = is_length ? 0 : block.size() - 2;
+        auto const kept = is_length ? 0U : qFromBigEndian<uint16_t>(block.constData() + field);
+        qToBigEndian(static_cast<uint16_t>(kept ^ fault.parameter), block.data() + field);
     }
-    Send(MakeSmpLines(block, options_.answer_line), busy);
+    auto const lines = MakeSmpLines(block, static_cast<qsizetype>(options_.answer_line));
+    auto const bytes = std::as_bytes(std::span(lines));
+    Send({bytes.begin(), bytes.end()}, busy);
 }
 
 }  // namespace simulator

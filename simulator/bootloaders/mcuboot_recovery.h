@@ -2,17 +2,16 @@
 // request gets which answer, and the image that comes of it. No port, no thread, no clock, and
 // nothing of the updater.
 //
-// A line that is no good request gets no answer; the journal tells why.
+// A line that is not a good request gets no answer; the journal says why.
 #pragma once
 
+#include <QByteArray>
+#include <QCborMap>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
-#include <span>
-#include <string>
-#include <string_view>
 #include <vector>
 
 #include "simulator/bootloaders/cbor_map.h"
@@ -58,15 +57,15 @@ private:
         uint32_t next_offset = 0;
     };
 
-    // What a request asks for, as far as its map tells.
+    // What a request to store a chunk asks for.
     struct Chunk {
-        std::span<std::byte const> data;
+        QByteArray data;
         uint64_t offset = 0;
         std::optional<uint64_t> image_size;  // with the first chunk only
     };
 
     void Take(std::byte byte) override;
-    void HandleLine(std::span<std::byte const> line);
+    void HandleLine(QByteArray const& line);
     void Handle(SmpMessage const& request);
     bool CommandFaultStrikes(SmpMessage const& request);
     void Dispatch(SmpMessage const& request, Entries const& entries);
@@ -82,14 +81,14 @@ private:
     std::chrono::microseconds StartUpload(uint32_t size);
 
     void Refuse(SmpMessage const& request, uint32_t error_code);
-    void Complete(SmpMessage const& request, CborMap const& answer,
+    void Complete(SmpMessage const& request, QCborMap const& answer,
                   std::chrono::microseconds busy = {});
-    void SendAnswer(SmpMessage const& request, CborMap const& answer,
+    void SendAnswer(SmpMessage const& request, QCborMap const& answer,
                     std::chrono::microseconds busy = {});
 
     McubootRecoveryOptions options_;
     UnitState state_ = UnitState::kWaitingForSync;
-    std::vector<std::byte> line_;  // so far; what is beyond the line buffer is lost
+    QByteArray line_;  // so far; what is beyond the line buffer is lost
     Upload upload_;
     unsigned connects_ = 0;
     unsigned erased_pages_ = 0;

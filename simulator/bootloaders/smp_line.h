@@ -1,14 +1,13 @@
 // The bytes of the serial recovery protocol (SMP) as the unit sees them: reads a request's line,
-// makes an answer's lines. No state, no port. Requests and answers carry check values of different
-// rules; see the two functions that know them.
+// makes an answer's lines; for clients in tests, also the other way round. No state, no port, and
+// nothing of the updater. Requests and answers carry check values of different rules; see the two
+// functions that know them.
 #pragma once
 
-#include <cstddef>
+#include <QByteArray>
 #include <cstdint>
 #include <optional>
-#include <span>
 #include <string_view>
-#include <vector>
 
 namespace simulator {
 
@@ -17,7 +16,7 @@ struct SmpMessage {
     uint16_t group = 0;
     uint8_t sequence = 0;
     uint8_t command = 0;
-    std::vector<std::byte> payload;
+    QByteArray payload;
 };
 
 struct SmpRequest {
@@ -25,15 +24,20 @@ struct SmpRequest {
     std::string_view problem;  // why there is no message: "marker", "base64", "length", "checksum"
 };
 
-// Reads one line without its newline. A request is always one line: one that goes on in others is
-// refused with the first.
-SmpRequest ReadSmpRequest(std::span<std::byte const> line);
+// Reads one line without its newline. A request is always one line: one that continues in others
+// is refused with the first.
+SmpRequest ReadSmpRequest(QByteArray const& line);
 
-// The block that is sent as base64: its length, the message, its check value.
-std::vector<std::byte> MakeSmpAnswer(SmpMessage const& answer);
+// The block that is sent as base64: its length, the message, its check value. `claimed_size`: what
+// the header says instead of the payload's size, for a unit that is wrong about it.
+QByteArray MakeSmpRequest(SmpMessage const& request);
+QByteArray MakeSmpAnswer(SmpMessage const& answer, std::optional<unsigned> claimed_size = {});
 
 // The block as lines with newlines, each with at most `line_size` characters of base64; 0: all in
 // one line.
-std::vector<std::byte> MakeSmpLines(std::span<std::byte const> block, size_t line_size);
+QByteArray MakeSmpLines(QByteArray const& block, qsizetype line_size = 0);
+
+// The block in a message's lines; lines without a marker are left out.
+QByteArray ReadSmpLines(QByteArray const& lines);
 
 }  // namespace simulator

@@ -6,10 +6,9 @@
 
 #include <QSerialPort>
 
+#include "simulator/simulated_unit.h"
 #include "tests/app/ini_file.h"
-#include "tests/mcuboot/unit_side.h"
 #include "tests/support/collected_log.h"
-#include "tests/updater/mcuboot/pty_unit.h"
 #include "updater/mcuboot_serial_updater.h"
 #include "updater/uart_firmware_updater.h"
 #include "updater/usb_firmware_updater.h"
@@ -18,11 +17,24 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// {"rc": 0}
-QByteArray Ok()
-{
-    return mcuboot::test::MakeAnswer(mcuboot::test::FromHex("bf62726300ff"));
-}
+// A unit in serial recovery mode behind a pseudo-terminal.
+class RecoveryUnit {
+public:
+    RecoveryUnit()
+    {
+        simulator::SimulatedUnitOptions options;
+        options.bootloader = simulator::McubootRecoveryOptions();
+        unit_ = std::make_unique<simulator::SimulatedUnit>(
+            std::make_shared<simulator::UsbTestbed>(), options);
+        unit_->Plug();
+    }
+
+    QString PortName() { return QString::fromStdString(unit_->Status().pty_path); }
+    void SpoilsOneAnswer() { unit_->AddFault({simulator::FaultKind::kGarbageAnswer, 1, 1, 'x'}); }
+
+private:
+    std::unique_ptr<simulator::SimulatedUnit> unit_;
+};
 
 Backend BackendFor(QByteArray const& ini_text)
 {
@@ -66,8 +78,7 @@ TEST(MakeBackend, GivesTheMcubootBackendItsBaudRate)
     for (auto const& [text, baud] :
          {std::pair{"interface=mcuboot_serial\nmcuboot_baud=115200\n", 115200},
           std::pair{"interface=mcuboot_serial\n", 921600}}) {
-        PtyUnit unit;
-        unit.Answers(Ok());
+        RecoveryUnit unit;
         auto const backend = BackendFor(text);
 
         ASSERT_TRUE(backend.updater->connect(unit.PortName())) << text;
@@ -80,8 +91,8 @@ TEST(MakeBackend, GivesTheMcubootBackendItsBaudRate)
 
 TEST(MakeBackend, GivesAMcubootBackendThatKeepsItsDevelopersLinesToItself)
 {
-    PtyUnit unit;
-    unit.Answers("garbage\n").Answers(Ok());
+    RecoveryUnit unit;
+    unit.SpoilsOneAnswer();
     auto const backend = BackendFor("interface=mcuboot_serial\n");
     CollectedLog const log;
 

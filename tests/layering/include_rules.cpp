@@ -13,7 +13,7 @@
 namespace {
 
 constexpr std::string_view kSerialPortOwners[] = {"hal/uart/uart.cpp", "app/window_environment.cpp",
-                                                  "updater/mcuboot_serial_updater.cpp"};
+                                                  "updater/serial_line.cpp"};
 
 std::string TopFolder(std::string const& path)
 {

@@ -94,7 +94,7 @@ TEST(ForbiddenQt, IsTheSerialPortButInTheFilesThatOwnOne)
 {
     EXPECT_THAT(Qt("hal/uart/uart.cpp", "QSerialPort"), IsEmpty());
     EXPECT_THAT(Qt("app/window_environment.cpp", "QSerialPortInfo"), IsEmpty());
-    EXPECT_THAT(Qt("updater/mcuboot_serial_updater.cpp", "QSerialPort"), IsEmpty());
+    EXPECT_THAT(Qt("updater/serial_line.cpp", "QSerialPort"), IsEmpty());
     EXPECT_THAT(Qt("hal/uart/uart.h", "QSerialPort"), testing::SizeIs(1));
     EXPECT_THAT(Qt("app/main_window.cpp", "QSerialPortInfo"), testing::SizeIs(1));
     EXPECT_THAT(Qt("app/main_window.cpp", "QtSerialPort/QSerialPort"), testing::SizeIs(1));

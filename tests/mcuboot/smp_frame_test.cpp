@@ -9,17 +9,17 @@
 #include <QJsonObject>
 #include <string>
 
+#include "mcuboot/limits.h"
 #include "mcuboot/request_maps.h"
-#include "tests/mcuboot/unit_side.h"
+#include "tests/mcuboot/scripted_line.h"
 
 namespace mcuboot {
 namespace {
 
+using simulator::MakeSmpLines;
+using test::AnswerWith;
 using test::FromHex;
-using test::MakeAnswer;
-using test::MakeAnswerBody;
-using test::ToLine;
-using test::ToLines;
+using test::Line;
 
 QJsonArray ReadVectors(char const* table)
 {
@@ -47,30 +47,25 @@ uint16_t GetCrc(QByteArray const& bytes, uint16_t init)
                       static_cast<size_t>(bytes.size()), init);
 }
 
-// {"rc": 0}
+// {"rc": 0}, and the block of a unit's answer with it.
 QByteArray const kSuccess = FromHex("a162726300");
+QByteArray const kBlock = FromHex("000f 0100000500010000 a162726300 c99f");
+
+// The block when its header claims another length; the check value is right.
+QByteArray Claiming(unsigned size)
+{
+    return MakeSmpLines(simulator::MakeSmpAnswer({1, 1, 0, 0, kSuccess}, size));
+}
 
 // ---- Check value ----
 
-TEST(Crc16Ccitt, OfNoBytesIsItsStart)
-{
-    EXPECT_EQ(crc16Ccitt(nullptr, 0, 0x1234), 0x1234);
-    EXPECT_EQ(crc16Ccitt(nullptr, 0, 0xFFFF), 0xFFFF);
-}
-
-TEST(Crc16Ccitt, OfTheCheckStringIsThePublishedValue)
+TEST(Crc16Ccitt, AgreesWithThePublishedValuesAndEveryVector)
 {
     EXPECT_EQ(GetCrc("123456789", 0xFFFF), 0x29B1);
     EXPECT_EQ(GetCrc("123456789", 0x0000), 0x31C3);
-}
-
-TEST(Crc16Ccitt, GoesOnFromTheResultSoFar)
-{
-    EXPECT_EQ(GetCrc("6789", GetCrc("12345", 0xFFFF)), 0x29B1);
-}
-
-TEST(Crc16Ccitt, AgreesWithEveryVector)
-{
+    EXPECT_EQ(GetCrc("6789", GetCrc("12345", 0xFFFF)), 0x29B1) << "goes on from the result so far";
+    EXPECT_EQ(crc16Ccitt(nullptr, 0, 0x1234), 0x1234) << "no bytes";
+    EXPECT_EQ(crc16Ccitt(nullptr, 0, 0xFFFF), 0xFFFF);
     auto const vectors = ReadVectors("crc16Ccitt");
     ASSERT_EQ(vectors.size(), 3);
     for (auto const& value : vectors) {
@@ -83,33 +78,23 @@ TEST(Crc16Ccitt, AgreesWithEveryVector)
 
 // ---- Requests ----
 
-TEST(BuildPacket, FramesAnEmptyPayloadAsTwelveBytesInSixteenCharacters)
-{
-    EXPECT_EQ(buildPacket(kSmpRead, 0, 0, {}, 0).size(), 2 + 16 + 1);
-    EXPECT_EQ(QByteArray::fromBase64(buildPacket(kSmpRead, 0, 0, {}, 0).mid(2)).left(10),
-              FromHex("000a 0000000000000000"));
-}
-
 TEST(BuildPacket, WritesHeaderPayloadAndCheckValueAsOneLine)
 {
-    EXPECT_EQ(buildPacket(kSmpRead, 1, 0, FromHex("bfff"), 0),
-              "\x06\x09"
-              "AAwAAAACAAEAAL//xLc=\n");
-    EXPECT_EQ(buildPacket(kSmpWrite, 1, 5, FromHex("bfff"), 255),
-              "\x06\x09"
-              "AAwCAAACAAH/Bb//um4=\n");
+    auto const empty = buildPacket(kSmpRead, 0, 0, {}, 0);
+    EXPECT_EQ(empty.size(), 2 + 16 + 1);
+    EXPECT_EQ(QByteArray::fromBase64(empty.mid(2)).size(), 12);
+    EXPECT_TRUE(QByteArray::fromBase64(empty.mid(2)).startsWith(FromHex("000a 0000000000000000")));
+    EXPECT_EQ(buildPacket(kSmpRead, 1, 0, FromHex("bfff"), 0), Line("AAwAAAACAAEAAL//xLc="));
+    EXPECT_EQ(buildPacket(kSmpWrite, 1, 5, FromHex("bfff"), 255), Line("AAwCAAACAAH/Bb//um4="));
 }
 
 TEST(BuildPacket, WritesAllFieldsMostSignificantByteFirst)
 {
-    auto const request =
-        test::ReadRequest(buildPacket(2, 0x1234, 0x56, QByteArray(300, 'x'), 0x78));
-    ASSERT_TRUE(request);
-    EXPECT_EQ(request->operation, 2);
-    EXPECT_EQ(request->group, 0x1234);
-    EXPECT_EQ(request->id, 0x56);
-    EXPECT_EQ(request->sequence, 0x78);
-    EXPECT_EQ(request->payload, QByteArray(300, 'x'));
+    auto const line = buildPacket(2, 0x1234, 0x56, QByteArray(300, 'x'), 0x78);
+    EXPECT_EQ(simulator::ReadSmpLines(line).first(10), FromHex("0136 0200 012c 1234 7856"));
+    auto const request = simulator::ReadSmpRequest(line.chopped(1));
+    ASSERT_TRUE(request.message) << request.problem;
+    EXPECT_EQ(request.message->payload, QByteArray(300, 'x'));
 }
 
 TEST(BuildPacket, AgreesWithEveryWholeVector)
@@ -137,17 +122,14 @@ TEST(BuildPacket, AgreesWithEveryWholeVector)
 TEST(BuildPacket, SendsAWholeChunkInOneLine)
 {
     QByteArray chunk;
-    for (int i = 0; i < 1483; ++i) {
+    for (int i = 0; i < kChunkSize; ++i) {
         chunk.append(static_cast<char>((7 * i + 3) % 256));
     }
-    std::array<uint8_t, 2048> buffer;
+    std::array<uint8_t, kUploadBuffer> buffer;
     auto const size = cborEncodeUploadChunk(
         buffer, {reinterpret_cast<uint8_t const*>(chunk.constData()), 1483}, 0, 3000, true);
     ASSERT_EQ(size, 1512);
     auto const payload = QByteArray(reinterpret_cast<char const*>(buffer.data()), size);
-    EXPECT_EQ(QCryptographicHash::hash(payload, QCryptographicHash::Sha256).toHex(),
-              "6f4a800cae149edd7ceff8944150ac74882002bbcdee337778c1a7d33df679df");
-
     auto const line = buildPacket(kSmpWrite, 1, 1, payload, 0);
 
     EXPECT_EQ(line.size(), 2035);
@@ -159,86 +141,113 @@ TEST(BuildPacket, SendsAWholeChunkInOneLine)
 
 // ---- Answers ----
 
-TEST(ParseResponse, AgreesWithEveryAcceptedVector)
+TEST(ReadFrame, AgreesWithEveryVector)
 {
-    auto const vectors = ReadVectors("receive_accepted");
-    ASSERT_EQ(vectors.size(), 6);
-    for (auto const& value : vectors) {
+    auto const accepted = ReadVectors("receive_accepted");
+    ASSERT_EQ(accepted.size(), 6);
+    for (auto const& value : accepted) {
         auto const vector = value.toObject();
-        EXPECT_EQ(parseResponse(GetHex(vector, "raw")), GetHex(vector, "result"))
-            << GetName(vector);
+        auto const result = GetHex(vector, "result");
+        EXPECT_EQ(parseResponse(GetHex(vector, "raw")), result) << GetName(vector);
+        EXPECT_EQ(ReadFrame(GetHex(vector, "raw")).payload, result) << GetName(vector);
+    }
+    auto const rejected = ReadVectors("receive_rejected");
+    ASSERT_EQ(rejected.size(), 5);
+    for (auto const& value : rejected) {
+        auto const raw = GetHex(value.toObject(), "raw");
+        EXPECT_EQ(parseResponse(raw), QByteArray()) << GetName(value.toObject());
+        EXPECT_NE(ReadFrame(raw).error, FrameError::kNone) << GetName(value.toObject());
     }
 }
 
-TEST(ParseResponse, AgreesWithEveryRejectedVector)
-{
-    auto const vectors = ReadVectors("receive_rejected");
-    ASSERT_EQ(vectors.size(), 5);
-    for (auto const& value : vectors) {
-        auto const vector = value.toObject();
-        EXPECT_EQ(parseResponse(GetHex(vector, "raw")), QByteArray()) << GetName(vector);
-    }
-}
-
-TEST(ParseResponse, AcceptsPayloadsOfEveryLengthUpToTheFirstHundreds)
+TEST(ReadFrame, AcceptsPayloadsOfEveryLengthUpToTheFirstHundredsAndTheLongest)
 {
     for (int size = 1; size < 300; ++size) {
         auto const payload = QByteArray(size, static_cast<char>(size));
-        EXPECT_EQ(parseResponse(MakeAnswer(payload)), payload) << size;
+        EXPECT_EQ(parseResponse(AnswerWith(payload)), payload) << size;
     }
+    EXPECT_EQ(parseResponse(AnswerWith(QByteArray(65525, 'x'))), QByteArray(65525, 'x'));
 }
 
-TEST(ParseResponse, AcceptsTheLongestPayload)
+TEST(ReadFrame, TakesTheLinesThatItKnowsAndPassesOverAllOthers)
 {
-    auto const payload = QByteArray(65525, 'x');
-    EXPECT_EQ(parseResponse(MakeAnswer(payload)), payload);
-}
-
-TEST(ParseResponse, OfAnAnswerWithoutPayloadIsEmptyWhateverItsCheckValue)
-{
-    EXPECT_TRUE(parseResponse(MakeAnswer({})).isEmpty());
-    EXPECT_TRUE(parseResponse(ToLine(FromHex("000a 0100000000010000 0000"))).isEmpty());
-}
-
-TEST(ParseResponse, RefusesARequestThatAUnitEchoes)
-{
-    EXPECT_TRUE(parseResponse(buildPacket(kSmpRead, 1, 0, FromHex("bfff"), 0)).isEmpty());
-}
-
-TEST(ParseResponse, JoinsAnAnswerSplitAtEveryPossiblePlace)
-{
-    auto const body = MakeAnswerBody(kSuccess);
+    auto const lines = MakeSmpLines(kBlock, 12).split('\n');
+    ASSERT_EQ(lines.size(), 3);
+    for (auto const& raw : std::vector<QByteArray>{
+             Line("AA8BAAAFAAEAAKFicmMAyZ8="),
+             // Two start lines; a continuation without a start.
+             "\x06\x09"
+             "AA8BAAAFAAEA\n\x06\x09"
+             "AKFicmMAyZ8=\n",
+             "\x04\x14"
+             "AA8BAAAFAAEAAKFicmMAyZ8=\n",
+             // Without the newline, and without the padding.
+             MakeSmpLines(kBlock).chopped(1), MakeSmpLines(kBlock).chopped(2),
+             // Foreign lines before, between and after; bytes behind the check value.
+             "boot: hello\r\n\n\x06\n" + lines[0] +
+                 "\nnoise\n\x05\x09"
+                 "AAAA\n" +
+                 lines[1] + "\nmore noise",
+             MakeSmpLines(kBlock + "more")}) {
+        EXPECT_EQ(parseResponse(raw), kSuccess) << raw.toStdString();
+    }
     for (qsizetype size = 1; size <= 20; ++size) {
-        EXPECT_EQ(parseResponse(ToLines(body, size)), kSuccess) << size;
+        EXPECT_EQ(parseResponse(MakeSmpLines(kBlock, size)), kSuccess) << size;
     }
 }
 
-TEST(ParseResponse, RefusesAnAnswerCutAtEveryPlace)
+TEST(ReadFrame, NamesWhyAnAnswerCannotBeUsed)
 {
-    auto const line = MakeAnswer(kSuccess);
-    // Without the newline alone the answer is still whole.
-    EXPECT_EQ(parseResponse(line.chopped(1)), kSuccess);
+    auto const with_length = [](int length) {
+        auto block = kBlock;
+        block[1] = static_cast<char>(length);
+        return MakeSmpLines(block);
+    };
+    auto const expect = [](FrameError error, std::vector<QByteArray> const& answers) {
+        for (auto const& raw : answers) {
+            auto const frame = ReadFrame(raw);
+            EXPECT_EQ(frame.error, error) << raw.toStdString();
+            EXPECT_EQ(frame.payload + parseResponse(raw), QByteArray()) << raw.toStdString();
+        }
+    };
+    expect(FrameError::kNoLine,
+           {{}, "\n\n\n", "\x06\x09", "\x06\x09\n\x04\x14\n", "x" + MakeSmpLines(kBlock)});
+    expect(FrameError::kBase64, {"\x06\x09"
+                                 "AA8B!AAFAAEA\n"});
+    // A body of 11 bytes; lengths below 10 and beyond the body; header lengths beyond the body.
+    expect(FrameError::kLength,
+           {MakeSmpLines(FromHex("000a 0100000000010000 be")), with_length(0), with_length(9),
+            with_length(16), with_length(255), Claiming(8), Claiming(65535)});
+    // An echoed request, and an answer without payload whose check value is wrong.
+    expect(FrameError::kCheckValue, {buildPacket(kSmpRead, 1, 0, FromHex("bfff"), 0),
+                                     MakeSmpLines(FromHex("000a 0100000000010000 0000"))});
+    expect(FrameError::kNoPayload, {AnswerWith(QByteArray()), Claiming(0)});
+}
+
+TEST(ReadFrame, ReturnsWhatTheHeaderClaimsOfWhatIsThere)
+{
+    EXPECT_EQ(parseResponse(Claiming(3)), kSuccess.first(3));
+    EXPECT_EQ(parseResponse(Claiming(7)), kSuccess + FromHex("1715")) << "the check value too";
+}
+
+TEST(ReadFrame, RefusesAnAnswerCutAtEveryPlaceOrWithAnySingleByteOfItsBodyChanged)
+{
+    auto const line = MakeSmpLines(kBlock);
     for (qsizetype size = 0; size < line.size() - 2; ++size) {
-        // Of the padding, nothing is needed.
         EXPECT_TRUE(parseResponse(line.first(size)).isEmpty()) << size;
     }
-}
-
-TEST(ParseResponse, RefusesAnAnswerWithAnySingleByteOfTheBodyChanged)
-{
-    auto const body = MakeAnswerBody(kSuccess);
-    for (qsizetype i = 0; i < body.size(); ++i) {
+    for (qsizetype i = 0; i < kBlock.size(); ++i) {
         for (int change = 1; change < 256; ++change) {
-            auto changed = body;
+            auto changed = kBlock;
             changed[i] = static_cast<char>(changed[i] ^ change);
-            EXPECT_TRUE(parseResponse(ToLine(changed)).isEmpty()) << i << " ^ " << change;
+            EXPECT_TRUE(parseResponse(MakeSmpLines(changed)).isEmpty()) << i << " ^ " << change;
         }
     }
 }
 
-TEST(ParseResponse, RefusesAnAnswerWithAnySingleByteOnTheWireReplacedByNoise)
+TEST(ReadFrame, RefusesAnAnswerWithAnySingleByteOnTheWireReplacedByNoise)
 {
-    auto const line = MakeAnswer(kSuccess);
+    auto const line = MakeSmpLines(kBlock);
     for (qsizetype i = 0; i < line.size() - 1; ++i) {
         for (auto const noise : {'\0', '\r', '!', '\n', '\xFF', '='}) {
             auto changed = line;
@@ -246,96 +255,11 @@ TEST(ParseResponse, RefusesAnAnswerWithAnySingleByteOnTheWireReplacedByNoise)
                 continue;
             }
             changed[i] = noise;
-            auto const result = parseResponse(changed);
             // A newline for the padding's "=" takes nothing away.
             auto const padding = noise == '\n' && i == line.size() - 2;
-            EXPECT_EQ(result.isEmpty(), !padding) << i << " = " << int{noise};
+            EXPECT_EQ(parseResponse(changed).isEmpty(), !padding) << i << " = " << int{noise};
         }
     }
-}
-
-TEST(ParseResponse, PassesOverForeignLinesBeforeBetweenAndAfter)
-{
-    auto const lines = ToLines(MakeAnswerBody(kSuccess), 12).split('\n');
-    ASSERT_EQ(lines.size(), 3);
-    EXPECT_EQ(parseResponse("boot: hello\r\n\n\x06\n" + lines[0] +
-                            "\nnoise\n\x05\x09"
-                            "AAAA\n" +
-                            lines[1] + "\nmore noise"),
-              kSuccess);
-}
-
-TEST(ParseResponse, RefusesAStartMarkerThatIsNotAtTheStartOfItsLine)
-{
-    EXPECT_TRUE(parseResponse("x" + MakeAnswer(kSuccess)).isEmpty());
-}
-
-TEST(ParseResponse, ConcatenatesSeveralStartLines)
-{
-    EXPECT_EQ(parseResponse("\x06\x09"
-                            "AA8BAAAFAAEA\n"
-                            "\x06\x09"
-                            "AKFicmMAyZ8=\n"),
-              kSuccess);
-}
-
-TEST(ParseResponse, AcceptsContinuationLinesWithoutAStartLine)
-{
-    EXPECT_EQ(parseResponse("\x04\x14"
-                            "AA8BAAAFAAEAAKFicmMAyZ8=\n"),
-              kSuccess);
-}
-
-TEST(ParseResponse, OfNothingIsNothing)
-{
-    EXPECT_TRUE(parseResponse({}).isEmpty());
-    EXPECT_TRUE(parseResponse("\n\n\n").isEmpty());
-    EXPECT_TRUE(parseResponse("\x06\x09").isEmpty());
-    EXPECT_TRUE(parseResponse("\x06\x09\n\x04\x14\n").isEmpty());
-}
-
-TEST(ParseResponse, RefusesABodyOfElevenBytesAndOneWithALengthBelowTen)
-{
-    EXPECT_TRUE(parseResponse(ToLine(FromHex("000a 0100000000010000 be"))).isEmpty());
-    // Nine: the check value would begin inside the header.
-    for (int length = 0; length < 10; ++length) {
-        auto body = MakeAnswerBody(kSuccess);
-        body[1] = static_cast<char>(length);
-        EXPECT_TRUE(parseResponse(ToLine(body)).isEmpty()) << length;
-    }
-}
-
-TEST(ParseResponse, RefusesALengthBeyondTheBody)
-{
-    auto body = MakeAnswerBody(kSuccess);
-    for (auto const length : {16, 17, 255}) {
-        body[1] = static_cast<char>(length);
-        EXPECT_TRUE(parseResponse(ToLine(body)).isEmpty()) << length;
-    }
-    body[0] = '\xFF';
-    EXPECT_TRUE(parseResponse(ToLine(body)).isEmpty());
-}
-
-TEST(ParseResponse, IgnoresBytesBehindTheCheckValue)
-{
-    EXPECT_EQ(parseResponse(ToLine(MakeAnswerBody(kSuccess) + "more")), kSuccess);
-}
-
-TEST(ParseResponse, RefusesAHeaderLengthBeyondTheBodyEvenWithAMatchingCheckValue)
-{
-    EXPECT_TRUE(parseResponse(ToLine(MakeAnswerBody(kSuccess, 8))).isEmpty());
-    EXPECT_TRUE(parseResponse(ToLine(MakeAnswerBody(kSuccess, 65535))).isEmpty());
-}
-
-TEST(ParseResponse, LetsTheHeaderLengthReachOverTheCheckValue)
-{
-    EXPECT_EQ(parseResponse(ToLine(MakeAnswerBody(kSuccess, 7))), kSuccess + FromHex("1715"));
-}
-
-TEST(ParseResponse, ReturnsNoMoreThanTheHeaderLength)
-{
-    EXPECT_EQ(parseResponse(ToLine(MakeAnswerBody(kSuccess, 3))), kSuccess.first(3));
-    EXPECT_TRUE(parseResponse(ToLine(MakeAnswerBody(kSuccess, 0))).isEmpty());
 }
 
 }  // namespace

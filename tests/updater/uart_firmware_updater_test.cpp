@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/support/broken_file.h"
 #include "tests/updater/uart_unit.h"
 
 using namespace Qt::StringLiterals;
@@ -376,14 +375,6 @@ TEST_F(UartUpdate, OfAFileThatOpensButCannotBeReadSaysSoAndSendsNothing)
 
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "File /proc/self/mem not found/could not be opened\n");
-}
-
-TEST_F(UartUpdate, OfAFileWhoseReadingFailsOnTheWaySendsNothing)
-{
-    auto const path = MakeFile(Pattern(20000));
-    BrokenFile const broken(path.toStdString(), 10000);
-
-    ExpectNothingSent(path);
 }
 
 TEST_F(UartUpdate, NeedsNoOneToHearItsProgress)

@@ -1,162 +1,158 @@
-// What the window sees: the signals that each slot ends in, and their order.
+// What the window sees: the signals that each slot ends in, their order, and what was sent by then.
 #include <gmock/gmock.h>
 
-#include "tests/updater/mcuboot/updater_fixture.h"
+#include <tuple>
+
+#include "tests/updater/mcuboot/updater_on_line.h"
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
-using mcuboot::test::FromHex;
+using mcuboot::test::OffAnswer;
+using mcuboot::test::OtpAnswer;
+using mcuboot::test::RcAnswer;
 using testing::ElementsAre;
 
-class Slots : public UpdaterFixture {
+class Slots : public UpdaterOnLine {
 protected:
-    void MakeUpdater(QString const& fw_target_type = QString())
+    void MakeUpdater(QString const& fw_target_type = {})
     {
-        updater_ = std::make_unique<McubootSerialUpdater>(
-            directory_.filePath(QStringLiteral("image")), 921600, false, fw_target_type, nullptr);
+        UpdaterOnLine::MakeUpdater(false, fw_target_type);
         auto* const updater = updater_.get();
-        QObject::connect(updater, &FirmwareUpdaterBase::UpdateStarted,
-                         [this] { signals_.push_back("started"); });
-        QObject::connect(updater, &FirmwareUpdaterBase::ProgressUpdate, [this](int percent) {
+        auto const note = [this](std::string const& text) {
+            return [this, text] { signals_.push_back(text); };
+        };
+        using Base = FirmwareUpdaterBase;
+        QObject::connect(updater, &Base::UpdateStarted, note("started"));
+        QObject::connect(updater, &Base::EraseStarted, note("erase started"));
+        QObject::connect(updater, &Base::EraseFinished, note("erase finished"));
+        QObject::connect(updater, &Base::ProgressUpdate, [this](int percent) {
             signals_.push_back("progress " + std::to_string(percent));
         });
-        QObject::connect(updater, &FirmwareUpdaterBase::UpdateFinished, [this](bool status) {
-            lines_at_end_ = unit_.WaitForLines(expected_lines_).size();
+        QObject::connect(updater, &Base::UpdateFinished, [this](bool status) {
+            lines_at_end_ = line_.Lines().size();
             signals_.push_back(status ? "finished" : "failed");
         });
-        QObject::connect(updater, &FirmwareUpdaterBase::EraseStarted,
-                         [this] { signals_.push_back("erase started"); });
-        QObject::connect(updater, &FirmwareUpdaterBase::EraseFinished,
-                         [this] { signals_.push_back("erase finished"); });
-        QObject::connect(
-            updater, &FirmwareUpdaterBase::UpdateConnectionStatus, [this](ConnectionStatus status) {
-                signals_.push_back("status " + std::to_string(static_cast<int>(status)));
-            });
+        QObject::connect(updater, &Base::UpdateConnectionStatus, [this](ConnectionStatus status) {
+            signals_.push_back("status " + std::to_string(static_cast<int>(status)));
+        });
     }
 
-    void Connect(QList<uint8_t> const& device_ids, bool verify)
-    {
-        updater_->onConnectToDevice(unit_.PortName(), device_ids, verify);
-    }
-
-    size_t expected_lines_ = 0;  // what the unit must have by the end of an update
     size_t lines_at_end_ = 0;
     std::vector<std::string> signals_;
 };
 
-TEST_F(Slots, ConnectWithoutVerificationReadsNoOtp)
+TEST_F(Slots, ConnectEndsInOneStatus)
 {
-    MakeUpdater();
-    unit_.Answers(RcAnswer(0));
-    Connect({}, false);
-    EXPECT_THAT(signals_, ElementsAre("status 0"));
-    EXPECT_THAT(unit_.Journal(), ElementsAre("0 1 0 0"));
+    using Row = std::tuple<char const*, QString, bool, std::vector<QByteArray>, char const*, bool>;
+    for (auto const& [name, type, verify, answers, status, open] : {
+             Row{"no verification", {}, false, {RcAnswer(0)}, "status 0", true},
+             Row{"a listed model", {}, true, {RcAnswer(0), OtpAnswer("A")}, "status 0", true},
+             Row{"another model", {}, true, {RcAnswer(0), OtpAnswer("B")}, "status 2", false},
+             Row{"no model", {}, true, {RcAnswer(0), RcAnswer(5)}, "status 2", false},
+             Row{"service", u"service"_s, true, {RcAnswer(0)}, "status 0", true},
+             Row{"Service", u"Service"_s, true, {RcAnswer(0), OtpAnswer("B")}, "status 2", false},
+             Row{"an error code", {}, true, {RcAnswer(5)}, "status 1", false},
+             Row{"noise", {}, true, {"noise\n"}, "status 1", false},
+             Row{"silence", {}, true, {""}, "status 1", false},
+         }) {
+        MakeUpdater(type);
+        signals_.clear();
+        auto const sent = line_.Lines().size();
+        for (auto const& answer : answers) {
+            line_.Answers(answer);
+        }
+        updater_->onConnectToDevice(kPort, {'A'}, verify);
+        EXPECT_THAT(signals_, ElementsAre(status)) << name;
+        EXPECT_EQ(line_.Lines().size() - sent, answers.size()) << name;
+        EXPECT_EQ(open_lines_, open ? 1 : 0) << name;
+    }
 }
 
-TEST_F(Slots, ConnectToAListedModelEndsInConnected)
+TEST_F(Slots, ConnectBeginsByLettingTheLineSettle)
 {
     MakeUpdater();
-    unit_.Answers(RcAnswer(0)).Answers(OtpAnswer(FromHex("0c")));
-    Connect({12}, true);
-    EXPECT_THAT(signals_, ElementsAre("status 0"));
-    EXPECT_THAT(unit_.Journal(), ElementsAre("0 1 0 0", "0 64 0 1"));
+    line_.Answers(RcAnswer(0));
+    updater_->onConnectToDevice(kPort, {}, false);
+    EXPECT_THAT(line_.Steps(),
+                ElementsAre("clear", "pause 100", "read 0", "pause 10", "read 0", "clear",
+                            "write 23", "pause 3", "read 3", "pause 3", "read 0"));
 }
 
-TEST_F(Slots, ConnectToAnotherModelClosesThePortAndEndsInVerificationFailed)
+TEST_F(Slots, ConnectStartsFromScratchWhateverCameBefore)
 {
     MakeUpdater();
-    unit_.Answers(RcAnswer(0)).Answers(OtpAnswer(FromHex("0c")));
-    Connect({13}, true);
-    EXPECT_THAT(signals_, ElementsAre("status 2"));
-    EXPECT_TRUE(updater_->sendSmpCommand(0, 0, 0, {}).isEmpty());
-    EXPECT_EQ(unit_.Journal().size(), 2U);
+    line_.Answers(RcAnswer(0)).Answers(OtpAnswer("B"));
+    updater_->onConnectToDevice(kPort, {'A'}, true);
+    updater_->onConnectToDevice(QStringLiteral("missing port"), {'A'}, true);
+    for (int i = 0; i < 2; ++i) {  // the second time over an open port
+        line_.Answers(RcAnswer(0)).Answers(OtpAnswer("A"));
+        updater_->onConnectToDevice(kPort, {'A'}, true);
+    }
+    EXPECT_THAT(signals_, ElementsAre("status 2", "status 1", "status 0", "status 0"));
+    EXPECT_THAT(line_.Journal(),
+                ElementsAre("0 1 0 0", "0 64 0 1", "0 1 0 2", "0 64 0 3", "0 1 0 4", "0 64 0 5"));
 }
 
-TEST_F(Slots, ConnectAfterAFailedVerificationStartsFromScratch)
+TEST_F(Slots, DisconnectClosesThePortAndSaysSoEachTime)
 {
     MakeUpdater();
-    unit_.Answers(RcAnswer(0)).Answers(OtpAnswer(FromHex("0c")));
-    Connect({13}, true);
-    unit_.Answers(RcAnswer(0)).Answers(OtpAnswer(FromHex("0d")));
-    Connect({13}, true);
-    EXPECT_THAT(signals_, ElementsAre("status 2", "status 0"));
-    EXPECT_EQ(unit_.Journal().size(), 4U);
-}
-
-TEST_F(Slots, ConnectWithServiceFirmwareReadsNoOtp)
-{
-    MakeUpdater(QStringLiteral("service"));
-    unit_.Answers(RcAnswer(0));
-    Connect({}, true);
-    EXPECT_THAT(signals_, ElementsAre("status 0"));
-    EXPECT_THAT(unit_.Journal(), ElementsAre("0 1 0 0"));
-}
-
-TEST_F(Slots, ConnectThatFailsEndsInDisconnected)
-{
-    MakeUpdater();
-    updater_->onConnectToDevice(QStringLiteral("/dev/no-such-port"), {12}, true);
-    unit_.Answers(RcAnswer(1));
-    Connect({12}, true);
-    EXPECT_THAT(signals_, ElementsAre("status 1", "status 1"));
-}
-
-TEST_F(Slots, DisconnectClosesThePortAndTellsSo)
-{
-    MakeUpdater();
-    unit_.Answers(RcAnswer(0));
-    Connect({}, false);
+    updater_->disconnect();
+    line_.Answers(RcAnswer(0));
+    updater_->onConnectToDevice(kPort, {}, false);
     updater_->onDisconnectDevice();
+    EXPECT_EQ(open_lines_, 0);
     updater_->onDisconnectDevice();
-    EXPECT_THAT(signals_, ElementsAre("status 0", "status 1", "status 1"));
     updater_->reset();
-    EXPECT_THAT(unit_.Journal(), ElementsAre("0 1 0 0"));
+    EXPECT_THAT(signals_, ElementsAre("status 0", "status 1", "status 1"));
+    EXPECT_EQ(line_.Lines().size(), 1U);
 }
 
-TEST_F(Slots, UpdateEndsWithTheResetOnItsWay)
+TEST_F(Slots, TheEndOfTheUpdaterClosesThePort)
+{
+    Connect();
+    updater_.reset();
+    EXPECT_EQ(open_lines_, 0);
+}
+
+TEST_F(Slots, UpdateEndsWithTheResetSent)
 {
     MakeUpdater();
     WriteImage(QByteArray(2000, 'x'));
-    unit_.Answers(RcAnswer(0)).Answers(OffAnswer(1483)).Answers(OffAnswer(2000));
-    Connect({}, false);
-    expected_lines_ = 4;
+    line_.Answers(RcAnswer(0)).Answers(OffAnswer(1483)).Answers(OffAnswer(2000));
+    updater_->onConnectToDevice(kPort, {}, false);
     updater_->onStartUpdate();
     EXPECT_THAT(signals_,
                 ElementsAre("status 0", "started", "progress 74", "progress 100", "finished"));
-    EXPECT_THAT(unit_.Journal(), ElementsAre("0 1 0 0", "2 1 1 0", "2 1 1 1", "2 0 5 2"));
+    EXPECT_THAT(line_.Journal(), ElementsAre("0 1 0 0", "2 1 1 0", "2 1 1 1", "2 0 5 2"));
     EXPECT_EQ(lines_at_end_, 4U);
+    EXPECT_EQ(line_.Steps().back(), "write 23") << "no answer to the reset is awaited";
 }
 
 TEST_F(Slots, UpdateWithAnEmptyImageOnlyResets)
 {
     MakeUpdater();
     WriteImage({});
-    unit_.Answers(RcAnswer(0));
-    Connect({}, false);
-    expected_lines_ = 2;
+    line_.Answers(RcAnswer(0));
+    updater_->onConnectToDevice(kPort, {}, false);
     updater_->onStartUpdate();
     EXPECT_THAT(signals_, ElementsAre("status 0", "started", "finished"));
-    EXPECT_THAT(unit_.Journal(), ElementsAre("0 1 0 0", "2 0 5 0"));
+    EXPECT_THAT(line_.Journal(), ElementsAre("0 1 0 0", "2 0 5 0"));
 }
 
 TEST_F(Slots, UpdateThatFailsDoesNotResetAndLeavesThePortOpen)
 {
     MakeUpdater();
-    WriteImage(QByteArray(2000, 'x'));
-    unit_.Answers(RcAnswer(0)).Answers(RcAnswer(2)).Answers(RcAnswer(0));
-    Connect({}, false);
+    WriteImage("image");
     updater_->onStartUpdate();
-    EXPECT_THAT(signals_, ElementsAre("status 0", "started", "failed"));
+    line_.Answers(RcAnswer(0)).Answers(RcAnswer(2)).Answers(RcAnswer(0));
+    updater_->onConnectToDevice(kPort, {}, false);
+    updater_->onStartUpdate();
+    EXPECT_THAT(signals_, ElementsAre("started", "failed", "status 0", "started", "failed"));
     EXPECT_TRUE(updater_->readImageState());
-    EXPECT_THAT(unit_.Journal(), ElementsAre("0 1 0 0", "2 1 1 0", "0 1 0 1"));
-}
-
-TEST_F(Slots, UpdateWithoutAConnectionFails)
-{
-    MakeUpdater();
-    WriteImage("x");
-    updater_->onStartUpdate();
-    EXPECT_THAT(signals_, ElementsAre("started", "failed"));
+    EXPECT_THAT(line_.Journal(), ElementsAre("0 1 0 1", "2 1 1 0", "0 1 0 1"))
+        << "without a port the update took number 0";
 }
 
 TEST_F(Slots, TheClassHasAMetaObjectOfItsOwn)

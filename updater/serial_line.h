@@ -1,0 +1,18 @@
+// The line of MCUboot serial recovery over a serial port of the system.
+#pragma once
+
+#include <QString>
+#include <memory>
+
+#include "mcuboot/i_line.h"
+
+class QObject;
+
+// Opens the port at `baud` bits per second in both directions, 8 data bits, no parity, one stop
+// bit, no flow control. Null when it cannot be opened; nothing is left behind then.
+//
+// The port object is a child of `owner` and belongs to the thread that calls this, as does the
+// line. Destroying the line closes the port at once and deletes the port object later, or with
+// `owner`.
+std::unique_ptr<mcuboot::ILine> OpenSerialLine(QString const& port_name, unsigned baud,
+                                               QObject* owner);
