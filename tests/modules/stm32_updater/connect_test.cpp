@@ -2,7 +2,7 @@
 // behind on the line.
 #include <chrono>
 
-#include "tests/modules/stm32_updater/updater_test.h"
+#include "tests/modules/stm32_updater/updater_fixture.h"
 
 namespace stm32_updater::test {
 namespace {

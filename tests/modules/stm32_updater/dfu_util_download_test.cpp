@@ -7,7 +7,7 @@
 #include <QMetaMethod>
 #include <algorithm>
 
-#include "tests/modules/stm32_updater/dfu_util_test.h"
+#include "tests/modules/stm32_updater/dfu_util_fixture.h"
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -113,7 +113,7 @@ TEST_F(DfuUtilDownload, ReportsTheEndOfErasingOnceAndThenThePercentages)
 // A run of dfu-util 0.11, cut where it erases, amid the download and at its end.
 TEST_F(DfuUtilDownload, ReportsARecordedRun)
 {
-    QFile file(QStringLiteral(FW_RECORDED_OUTPUT "/dfu_util_download.txt"));
+    QFile file(QStringLiteral(FW_RECORDED_OUTPUT "/dfu_util_0.11_download.txt"));
     ASSERT_TRUE(file.open(QIODevice::ReadOnly));
     auto const output = file.readAll();
     auto const erase_end = output.indexOf("Erase    done.");

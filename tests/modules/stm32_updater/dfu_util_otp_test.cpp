@@ -7,7 +7,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 
-#include "tests/modules/stm32_updater/dfu_util_test.h"
+#include "tests/modules/stm32_updater/dfu_util_fixture.h"
 #include "tests/support/collected_log.h"
 
 using namespace Qt::StringLiterals;

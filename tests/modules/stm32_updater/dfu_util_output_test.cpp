@@ -214,7 +214,7 @@ TEST(DownloadPercentage, IsReadWithoutKeepingTheOutput)
 // A run of dfu-util 0.11 that wrote 64 KiB, whole, and read up to each of its bytes.
 TEST(DownloadPercentage, OfARecordedRunRisesFromTheFirstBarOfTheDownload)
 {
-    std::ifstream file(FW_RECORDED_OUTPUT "/dfu_util_download.txt", std::ios::binary);
+    std::ifstream file(FW_RECORDED_OUTPUT "/dfu_util_0.11_download.txt", std::ios::binary);
     std::string const output(std::istreambuf_iterator<char>(file), {});
     auto const first_bar = output.find("\rDownload\t[");
     ASSERT_NE(first_bar, std::string::npos);

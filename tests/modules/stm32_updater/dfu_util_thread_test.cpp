@@ -6,7 +6,7 @@
 #include <QThread>
 #include <thread>
 
-#include "tests/modules/stm32_updater/dfu_util_test.h"
+#include "tests/modules/stm32_updater/dfu_util_fixture.h"
 
 using namespace Qt::StringLiterals;
 

@@ -2,7 +2,7 @@
 // threads share is the receive queue and the semaphore.
 #include <thread>
 
-#include "tests/modules/stm32_updater/updater_test.h"
+#include "tests/modules/stm32_updater/updater_fixture.h"
 
 namespace stm32_updater::test {
 namespace {

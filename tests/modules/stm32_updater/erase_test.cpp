@@ -1,5 +1,5 @@
 // Which erase command an update uses, and which pages it names.
-#include "tests/modules/stm32_updater/updater_test.h"
+#include "tests/modules/stm32_updater/updater_fixture.h"
 
 namespace stm32_updater::test {
 namespace {

@@ -1,5 +1,5 @@
 // Leaving the bootloader: the boot-mode marker and the jump.
-#include "tests/modules/stm32_updater/updater_test.h"
+#include "tests/modules/stm32_updater/updater_fixture.h"
 
 namespace stm32_updater::test {
 namespace {

@@ -3,7 +3,7 @@
 // the right text, and nothing further may be sent.
 #include <iterator>
 
-#include "tests/modules/stm32_updater/updater_test.h"
+#include "tests/modules/stm32_updater/updater_fixture.h"
 
 namespace stm32_updater::test {
 namespace {

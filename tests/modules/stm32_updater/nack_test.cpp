@@ -1,5 +1,5 @@
 // How often a block is repeated that the unit refuses: ten times, whichever step it refuses.
-#include "tests/modules/stm32_updater/updater_test.h"
+#include "tests/modules/stm32_updater/updater_fixture.h"
 
 namespace stm32_updater::test {
 namespace {

@@ -1,5 +1,5 @@
 // Reading the one-time-programmable area: the pieces, and what becomes of a piece that fails.
-#include "tests/modules/stm32_updater/updater_test.h"
+#include "tests/modules/stm32_updater/updater_fixture.h"
 
 namespace stm32_updater::test {
 namespace {

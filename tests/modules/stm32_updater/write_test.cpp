@@ -1,7 +1,7 @@
 // Writing an image: blocks, addresses, the trailer, progress and the hooks around it.
 #include <future>
 
-#include "tests/modules/stm32_updater/updater_test.h"
+#include "tests/modules/stm32_updater/updater_fixture.h"
 
 namespace stm32_updater::test {
 namespace {

@@ -1,4 +1,4 @@
-#include "tests/modules/stm32_updater/updater_test.h"
+#include "tests/modules/stm32_updater/updater_fixture.h"
 
 #include <algorithm>
 #include <iterator>

@@ -1,4 +1,4 @@
-#include "tests/modules/stm32_updater/dfu_util_test.h"
+#include "tests/modules/stm32_updater/dfu_util_fixture.h"
 
 #include <QCoreApplication>
 #include <QEvent>
