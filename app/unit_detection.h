@@ -2,7 +2,6 @@
 // doing are the window's (main_window_detection.cpp).
 #pragma once
 
-#include <QByteArray>
 #include <QList>
 #include <QMap>
 #include <QString>
@@ -10,6 +9,8 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
+
+#include "modules/stm32_updater/limits.h"
 
 // What the system tells of one serial port.
 struct SerialPortEntry {
@@ -23,7 +24,7 @@ struct DetectionIntervals {
     // A connect was requested: long enough for a unit to answer before it is asked again.
     std::chrono::milliseconds after_connect{4000};
     std::chrono::milliseconds idle{2000};
-    std::chrono::milliseconds list_limit{30000};  // for one run of the DFU tool
+    std::chrono::milliseconds list_limit = stm32_updater::kDfuListTimeout;
 };
 
 enum class DetectionAction { None, Connect, Disconnect };
@@ -48,13 +49,6 @@ QStringList DescribePorts(QList<SerialPortEntry> const& ports);
 // Two or more units, while none is ready, end the detection: nobody could tell which one is meant.
 Detection DecideSerial(QStringList const& unit_ports, bool unit_ready,
                        DetectionIntervals const& intervals);
-
-// Bytes of dfu-util's listing that are looked at. Thousands of devices fill less; a tool gone wild
-// prints gigabytes.
-inline constexpr qsizetype kLongestDfuListing = 1 << 20;
-
-// The "VVVV:PPPP" ids of every device line in dfu-util's listing, in its order, duplicates kept.
-QStringList ParseDfuListing(QByteArray const& output);
 
 // The first few, and how many more there are, for the log.
 QStringList DescribeDfuDevices(QStringList const& listed);
