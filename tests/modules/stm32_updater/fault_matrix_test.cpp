@@ -1,13 +1,15 @@
-// Every fault at every step: one whole conversation (connect, read, update, exit), in which one
-// answer is missing, refused, garbled, cut or too long. The operation concerned has to fail, with
-// the right text, and nothing further may be sent.
-#include <iterator>
+// Every fault at every step of one whole conversation (connect, read, update, exit): one answer is
+// missing, refused, garbled, cut or too long. The operation has to fail with the right text after
+// the right time, and nothing further may be sent.
+#include <algorithm>
 
+#include "simulator/faults.h"
 #include "tests/modules/stm32_updater/updater_fixture.h"
 
 namespace stm32_updater::test {
 namespace {
 
+using simulator::FaultKind;
 using ::testing::IsEmpty;
 
 enum class Operation { kConnect, kGetOtp, kUpdate, kExit };
@@ -129,14 +131,8 @@ std::vector<Step> Conversation(bool extended)
     return steps;
 }
 
-enum class FaultKind {
-    kSilence,    // the answer ends before this wait
-    kCut,        // ... or after its first byte
-    kNack,       // 1F in place of the ACK
-    kGarbage,    // a byte that is neither ACK nor NACK, or a count that is too high
-    kExtraByte,  // one byte more after the answer
-};
-
+// Of the simulator's faults those that the engine can tell apart at a wait. Here they hit one wait
+// within an answer, not a whole answer.
 struct Case {
     bool extended;
     size_t step;
@@ -144,59 +140,33 @@ struct Case {
     FaultKind fault;
 };
 
-std::string ToText(FaultKind fault)
-{
-    switch (fault) {
-        case FaultKind::kSilence:
-            return "Silence";
-        case FaultKind::kCut:
-            return "Cut";
-        case FaultKind::kNack:
-            return "Nack";
-        case FaultKind::kGarbage:
-            return "Garbage";
-        case FaultKind::kExtraByte:
-            return "ExtraByte";
-    }
-    return {};
-}
-
 std::string NameOf(::testing::TestParamInfo<Case> const& info)
 {
     auto const& param = info.param;
     auto const step = Conversation(param.extended)[param.step];
-    return std::string(param.extended ? "Extended" : "Legacy") + step.name + "Wait" +
-           std::to_string(param.wait) + ToText(param.fault);
+    auto name = std::string(param.extended ? "Extended" : "Legacy") + step.name + "_wait" +
+                std::to_string(param.wait) + "_" + std::string(simulator::GetName(param.fault));
+    std::ranges::replace(name, '-', '_');
+    return name;
 }
 
-// Silence costs a time-out: once for each command is enough, so not for all three writes.
-bool IsRepeatedWrite(Step const& step)
+std::vector<FaultKind> FaultsOf(Wait const& wait, bool is_last)
 {
-    return step.name.starts_with("Trailer") || step.name.starts_with("Marker");
-}
-
-void AddCasesOfWait(std::vector<Case>& cases, Case at, Step const& step)
-{
-    auto const add = [&](FaultKind fault) {
-        at.fault = fault;
-        cases.push_back(at);
-    };
-    auto const wait = step.waits[at.wait];
-    if (!IsRepeatedWrite(step)) {
-        add(FaultKind::kSilence);
-        if (wait.size > 1) {
-            add(FaultKind::kCut);
-        }
+    std::vector<FaultKind> faults{FaultKind::kDropAnswer};
+    if (wait.size > 1) {
+        faults.push_back(FaultKind::kCutAnswer);
     }
     if (wait.kind == WaitKind::kAck) {
-        add(FaultKind::kNack);
+        faults.push_back(FaultKind::kNackCommand);
+        faults.push_back(FaultKind::kGarbageAnswer);
     }
-    if (wait.kind != WaitKind::kData) {
-        add(FaultKind::kGarbage);
+    if (wait.kind == WaitKind::kCount) {
+        faults.push_back(FaultKind::kWrongCount);
     }
-    if (at.wait + 1 == step.waits.size()) {
-        add(FaultKind::kExtraByte);
+    if (is_last) {
+        faults.push_back(FaultKind::kExtraByte);
     }
+    return faults;
 }
 
 std::vector<Case> AllCases()
@@ -208,8 +178,11 @@ std::vector<Case> AllCases()
             if (!extended && steps[step].command != "Erase") {
                 continue;  // only the erase differs between the two conversations
             }
-            for (size_t wait = 0; wait < steps[step].waits.size(); ++wait) {
-                AddCasesOfWait(cases, {extended, step, wait, FaultKind::kSilence}, steps[step]);
+            auto const& waits = steps[step].waits;
+            for (size_t wait = 0; wait < waits.size(); ++wait) {
+                for (auto const fault : FaultsOf(waits[wait], wait + 1 == waits.size())) {
+                    cases.push_back({extended, step, wait, fault});
+                }
             }
         }
     }
@@ -234,33 +207,25 @@ protected:
     Bytes FaultyAnswer() const
     {
         auto answer = FaultyStep().answer;
+        if (GetParam().fault == FaultKind::kExtraByte) {
+            answer.push_back(std::byte{0xEE});
+            return answer;
+        }
         auto const offset = OffsetOfWait();
-        auto const wait = FaultyStep().waits[GetParam().wait];
-        switch (GetParam().fault) {
-            case FaultKind::kSilence:
-                answer.resize(offset);
-                break;
-            case FaultKind::kCut:
-                answer.resize(offset + 1);
-                break;
-            case FaultKind::kNack:
-                answer.resize(offset + 1);
-                answer[offset] = std::byte{0x1F};
-                break;
-            case FaultKind::kGarbage:
-                answer.resize(offset + 1);
-                answer[offset] = wait.kind == WaitKind::kCount ? std::byte{64} : std::byte{0x55};
-                break;
-            case FaultKind::kExtraByte:
-                answer.push_back(std::byte{0xEE});
-                break;
+        answer.resize(GetParam().fault == FaultKind::kDropAnswer ? offset : offset + 1);
+        if (GetParam().fault == FaultKind::kNackCommand) {
+            answer[offset] = std::byte{0x1F};
+        } else if (GetParam().fault == FaultKind::kGarbageAnswer) {
+            answer[offset] = std::byte{0x55};
+        } else if (GetParam().fault == FaultKind::kWrongCount) {
+            answer[offset] = std::byte{64};
         }
         return answer;
     }
 
     bool RepeatedTenTimes() const
     {
-        return GetParam().fault == FaultKind::kNack && FaultyStep().write_start != SIZE_MAX;
+        return GetParam().fault == FaultKind::kNackCommand && FaultyStep().write_start != SIZE_MAX;
     }
 
     void Expect(size_t first, size_t last)
@@ -270,14 +235,14 @@ protected:
         }
     }
 
-    // All that the engine sends, up to its failure.
+    // Everything that the engine sends, up to its failure.
     void WriteScript()
     {
         size_t const step = GetParam().step;
         Expect(0, step);
         uart.Expect(FaultyStep().sent).Answer(FaultyAnswer());
         if (GetParam().fault == FaultKind::kExtraByte) {
-            uart.Expect(steps[step + 1].sent);  // the extra byte is taken for its answer
+            uart.Expect(steps[step + 1].sent);  // the engine takes the extra byte for its answer
         }
         for (int i = 0; RepeatedTenTimes() && i < 10; ++i) {
             Expect(FaultyStep().write_start, step);
@@ -297,28 +262,38 @@ protected:
         std::string const command = ", command " + FailingStep().command;
         bool const learning = FailingStep().name == "Sync";
         switch (GetParam().fault) {
-            case FaultKind::kSilence:
-            case FaultKind::kCut:
+            case FaultKind::kDropAnswer:
+            case FaultKind::kCutAnswer:
                 return "receive timeout for " + std::to_string(wait.size) + " bytes" + command;
-            case FaultKind::kNack:
+            case FaultKind::kNackCommand:
                 if (RepeatedTenTimes()) {
                     return "10 NACKs received" + command;
                 }
                 return learning ? "Invalid ACK byte setup 0x1f" + command
                                 : "NACK received" + command;
-            case FaultKind::kGarbage:
-                if (wait.kind == WaitKind::kCount) {
-                    return "Too many bytes to receive" + command;
-                }
-                return learning ? "Invalid ACK byte setup 0x55" + command
-                                : "Invalid ACK/NACK received 0x55" + command;
-            case FaultKind::kExtraByte:
+            case FaultKind::kGarbageAnswer:
+                return (learning ? "Invalid ACK byte setup 0x55"
+                                 : "Invalid ACK/NACK received 0x55") +
+                       command;
+            case FaultKind::kWrongCount:
+                return "Too many bytes to receive" + command;
+            default:
                 return "Invalid ACK/NACK received 0xee" + command;
         }
-        return {};
     }
 
-    // True on success; the last operation reports nothing but its text.
+    // In ms; only a missing byte costs time.
+    std::vector<uint32_t> ExpectedTimeouts() const
+    {
+        auto const fault = GetParam().fault;
+        if (fault != FaultKind::kDropAnswer && fault != FaultKind::kCutAnswer) {
+            return {};
+        }
+        bool const erasing = FaultyStep().name == "ErasePages" && GetParam().extended;
+        return {erasing ? 5000U : 1000U};
+    }
+
+    // True on success; the last operation only prints.
     bool Run(Operation operation)
     {
         switch (operation) {
@@ -349,11 +324,11 @@ protected:
     std::vector<Step> const steps;
 };
 
-TEST_P(FaultMatrixTest, EndsTheOperationWithTheRightText)
+TEST_P(FaultMatrixTest, EndsTheOperationWithTheRightTextAfterTheRightTime)
 {
     WriteScript();
     auto const failing = FailingStep().operation;
-    // After the last byte of all nothing is read, so nothing can fail.
+    // Nothing is read after the very last byte, so nothing can fail.
     bool const harmless = FailingStep().waits.empty();
     bool succeeded = false;
     EXPECT_THAT(Printed([&] { RunAllBefore(failing); }), IsEmpty());
@@ -364,6 +339,7 @@ TEST_P(FaultMatrixTest, EndsTheOperationWithTheRightText)
     EXPECT_THAT(printed,
                 harmless ? ::testing::Matcher<std::string>(IsEmpty()) : IsFailure(ExpectedText()));
     EXPECT_EQ(log.Lines().size(), harmless ? 0U : 1U);
+    EXPECT_EQ(time.timeouts, ExpectedTimeouts());
     EXPECT_SCRIPT_DONE();
 }
 
@@ -388,8 +364,8 @@ TEST_F(LateAnswerTest, IsTakenForTheAnswerToTheNextCommandOfTheSameSession)
     Printed([&] { EXPECT_THAT(updater->GetOtp(0x1FFF7000, 8), IsEmpty()); });
     uart.Receive({0x1F});
     uart.Expect({0x01, 0xFE});
-    bool updated = true;
 
+    bool updated = true;
     auto const printed = Printed([&] { updated = Update(kImage); });
 
     EXPECT_FALSE(updated);

@@ -1,12 +1,10 @@
 // Time for an engine whose line answers on the engine's own thread. It passes only where the engine
-// waits or pauses: what has not arrived by then does not arrive any more, so the wait has timed
-// out.
+// waits: what has not arrived by then does not arrive any more, so the wait has timed out.
 #pragma once
 
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <utility>
 #include <vector>
 
 #include "modules/stm32_updater/stm32_uart_updater.h"
@@ -16,21 +14,20 @@ namespace stm32_updater::test {
 // Must outlive the engine.
 struct VirtualTime {
     std::vector<uint32_t> timeouts;              // ms, of the waits that ended without a byte
-    std::vector<uint32_t> pauses;                // ms
     std::deque<std::function<void()>> arrivals;  // what comes during the next waits, one for each
 
     Waits GetWaits()
     {
         return {
             .acquire =
-                [this](Waits::Signal& signal, Milliseconds timeout) {
-                    if (!signal.try_acquire() && !Arrive(signal)) {
+                [this](auto& signal, Milliseconds timeout) {
+                    bool const acquired = signal.try_acquire() || Arrive(signal);
+                    if (!acquired) {
                         timeouts.push_back(timeout.count());
-                        return false;
                     }
-                    return true;
+                    return acquired;
                 },
-            .pause = [this](Milliseconds duration) { pauses.push_back(duration.count()); },
+            .pause = [](Milliseconds) {},
         };
     }
 
