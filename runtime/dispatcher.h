@@ -29,9 +29,8 @@ public:
     virtual ~IMasterDispatcher() = default;
 };
 
-// Holds at most 32 listeners and 8 fast listeners. Sending neither locks nor allocates and may run
-// on any thread while listeners come and go; fast listeners must be in place before anyone sends to
-// them.
+// Holds at most 32 listeners and 8 fast listeners. Sending neither locks nor allocates. Any thread
+// may send while listeners come and go; fast listeners must be registered before anyone sends.
 class Dispatcher : public IMasterDispatcher {
 public:
     // Sets up subsystem 0 and `subsystems`. Endpoint ids below `reserved_ids` are not handed out.

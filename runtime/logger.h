@@ -1,6 +1,5 @@
 // Sends log lines as messages of the bus. Code that only wants to log includes log.h. The desktop
-// program makes no logger, so there every line is dropped; what a user should see goes through
-// console.h.
+// program makes no logger and so drops every line; what users should see goes to console.h.
 #pragma once
 
 #include <string_view>

@@ -39,9 +39,8 @@ std::array<std::byte, 5> GetAddressBytes(uint32_t address);
 // The count of a Read Memory: `count` - 1 and its complement. 1 <= count <= kMaxBlock.
 std::array<std::byte, 2> GetReadCountBytes(size_t count);
 
-// The data of a Write Memory: length - 1, the data, the XOR of both. The bootloader takes whole
-// words only, so the data is padded with zeros to a multiple of kWordSize. 1 <= data.size() <=
-// kMaxBlock.
+// The data of a Write Memory: length - 1, the data, the XOR of both. 1 <= data.size() <= kMaxBlock;
+// zeros pad it to a multiple of kWordSize, because the bootloader takes whole words only.
 std::vector<std::byte> GetWriteBytes(std::span<std::byte const> data);
 
 // The page list of an Erase: count - 1, one byte a page, their XOR. An empty list yields FF FF,

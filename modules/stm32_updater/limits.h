@@ -57,8 +57,7 @@ inline constexpr uint32_t kFlashStart = 0x08000000;
 
 // ---- USB DFU ----
 
-// Vendor and product id of the STM32's own USB bootloader (AN2606), in the form that dfu-util
-// takes.
+// Vendor and product id of the STM32's own USB bootloader (AN2606), as dfu-util takes them.
 inline constexpr char const* kDfuDevice = "0483:df11";
 
 // The alternate settings under which that bootloader offers its memories (AN3156).

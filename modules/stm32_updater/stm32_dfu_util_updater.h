@@ -31,8 +31,7 @@ class Stm32DfuUtilUpdater : public QObject, public IStm32Updater {
     Q_OBJECT
 
 public:
-    // device: the USB ids "VVVV:PPPP" of the units, in hexadecimal. dfu_util_path: the path of the
-    // tool.
+    // device: the USB ids "VVVV:PPPP" of the units, in hexadecimal. dfu_util_path: the tool.
     Stm32DfuUtilUpdater(QObject* parent, QString device, QString dfu_util_path,
                         DfuUtilTimes times = {});
 

@@ -1,6 +1,5 @@
-// The signals of a backend as texts in the order of their emission: "started", "erase started",
-// "erase finished", "42" (a percentage), "finished true", and "Connected", "Disconnected" or
-// "VerificationFailed".
+// The signals of a backend as texts: "started", "erase started", "erase finished", "42" (a
+// percentage), "finished true" or "finished false", and the names of the connection statuses.
 #pragma once
 
 #include <QString>

@@ -1,5 +1,5 @@
-// Opening and closing a session: the handshake, which answers are accepted, and what is left on the
-// line.
+// Opening and closing a session: the handshake, the answers that are accepted, and the state of the
+// line afterwards.
 #include <chrono>
 
 #include "tests/modules/stm32_updater/updater_fixture.h"

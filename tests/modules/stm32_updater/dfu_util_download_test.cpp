@@ -1,5 +1,5 @@
-// A download through dfu-util: how the tool is started, what is reported of it, and what its end
-// means.
+// A download through dfu-util: how the tool is started, which signals report it, and how its end
+// is judged.
 #include <gmock/gmock.h>
 #include <signal.h>
 

@@ -30,8 +30,8 @@ private:
     simulator::Stm32Bootloader unit_;
     LineSetup setup_{Rate::kDesktop, Settings::k8E1};
     std::function<void(std::byte)> callback_;
-    // An answer that takes longer than any wait arrives when the engine has given up: with the next
-    // Transmit.
+    // Answers that take longer than any wait. They arrive with the next Transmit, when the engine
+    // has given up.
     std::vector<std::byte> late_;
     bool in_reset_ = false;
 };
