@@ -149,10 +149,8 @@ TEST_F(UartThreadedTest, CarriesQuestionsAndAnswersInTurn)
 TEST_F(UartThreadedTest, AnEmptyTransmitWaitsForAReportThatDoesNotCome)
 {
     auto sent = std::async(std::launch::async, [this] { Transmit({}); });
-
     EXPECT_EQ(sent.wait_for(milliseconds(100)), std::future_status::timeout);
     semaphore.release(1);
-
     EXPECT_EQ(sent.wait_for(seconds(10)), std::future_status::ready);
 }
 

@@ -35,100 +35,83 @@ struct Step {
 
 Bytes const kImage = PatternImage(16);
 
-void AddConnect(std::vector<Step>& steps, int erase_command)
-{
-    auto const operation = Operation::kConnect;
-    steps.push_back({"Sync", operation, "Init con", ToBytes({0x7F}), ToBytes({0x79}), {kAckWait}});
-    steps.push_back({"Get",
-                     operation,
-                     "Get",
-                     ToBytes({0x00, 0xFF}),
-                     ToBytes({0x79, 0x06, 0x31, 0x00, 0x01, 0x02, 0x11, 0x31, erase_command, 0x79}),
-                     {kAckWait, kCountWait, {WaitKind::kData, 7}, kAckWait}});
-    steps.push_back({"GetId",
-                     operation,
-                     "Get ID",
-                     ToBytes({0x02, 0xFD}),
-                     ToBytes({0x79, 0x01, 0x04, 0x69, 0x79}),
-                     {kAckWait, kCountWait, {WaitKind::kData, 2}, kAckWait}});
-}
+// The steps of one conversation, in order.
+class Script {
+public:
+    using Values = std::initializer_list<int>;
 
-void AddGetOtp(std::vector<Step>& steps)
-{
-    auto const operation = Operation::kGetOtp;
-    auto const ack = ToBytes({0x79});
-    steps.push_back({"Read", operation, "Read", ToBytes({0x11, 0xEE}), ack, {kAckWait}});
-    steps.push_back({"ReadAddress",
-                     operation,
-                     "Read",
-                     ToBytes({0x1F, 0xFF, 0x70, 0x00, 0x90}),
-                     ack,
-                     {kAckWait}});
-    steps.push_back({"ReadCount",
-                     operation,
-                     "Read",
-                     ToBytes({0x07, 0xF8}),
-                     ToBytes({0x79, 1, 2, 3, 4, 5, 6, 7, 8}),
-                     {kAckWait, {WaitKind::kData, 8}}});
-}
+    void Begin(Operation operation, std::string command)
+    {
+        operation_ = operation;
+        command_ = std::move(command);
+    }
+    void Add(std::string name, Values sent, Values answer = {0x79},
+             std::vector<Wait> waits = {kAckWait})
+    {
+        steps.push_back({std::move(name), operation_, command_, ToBytes(sent), ToBytes(answer),
+                         std::move(waits)});
+    }
+    void AddWrite(std::string const& name, Values address, Values frame)
+    {
+        size_t const start = steps.size();
+        Add(name, {0x31, 0xCE});
+        Add(name + "Address", address);
+        Add(name + "Data", frame);
+        for (size_t i = start; i < steps.size(); ++i) {
+            steps[i].write_start = start;
+        }
+    }
 
-void AddWrite(std::vector<Step>& steps, std::string const& name, Operation operation,
-              Bytes const& address, Bytes const& frame)
-{
-    auto const ack = ToBytes({0x79});
-    size_t const start = steps.size();
-    steps.push_back({name, operation, "Write", ToBytes({0x31, 0xCE}), ack, {kAckWait}, start});
-    steps.push_back({name + "Address", operation, "Write", address, ack, {kAckWait}, start});
-    steps.push_back({name + "Data", operation, "Write", frame, ack, {kAckWait}, start});
-}
+    std::vector<Step> steps;
 
-void AddUpdate(std::vector<Step>& steps, bool extended)
-{
-    auto const operation = Operation::kUpdate;
-    auto const ack = ToBytes({0x79});
-    steps.push_back({"GetVersion",
-                     operation,
-                     "Get Ver Rops",
-                     ToBytes({0x01, 0xFE}),
-                     ToBytes({0x79, 0x31, 0x00, 0x00, 0x79}),
-                     {kAckWait, {WaitKind::kData, 3}, kAckWait}});
-    std::string const name = extended ? "Erase Ext" : "Erase";
-    steps.push_back({"Erase",
-                     operation,
-                     name,
-                     extended ? ToBytes({0x44, 0xBB}) : ToBytes({0x43, 0xBC}),
-                     ack,
-                     {kAckWait}});
-    steps.push_back({"ErasePages",
-                     operation,
-                     name,
-                     extended ? ToBytes({0, 0, 0, 0, 0}) : ToBytes({0, 0, 0}),
-                     ack,
-                     {kAckWait}});
-    AddWrite(steps, "Write", operation, ToBytes({0x08, 0x00, 0x00, 0x00, 0x08}),
-             ToBytes({0x07, 0x01, 0x08, 0x0F, 0x16, 0x1D, 0x24, 0x2B, 0x32, 0x37}));
-    AddWrite(steps, "Trailer", operation, ToBytes({0x08, 0x00, 0x00, 0x08, 0x00}),
-             ToBytes({0x07, 0x39, 0x40, 0x47, 0x4E, 0x05, 0x00, 0x00, 0x00, 0x72}));
-}
+private:
+    Operation operation_{};
+    std::string command_;
+};
 
-void AddExit(std::vector<Step>& steps)
+constexpr Wait Data(size_t size)
 {
-    auto const operation = Operation::kExit;
-    AddWrite(steps, "Marker", operation, ToBytes({0x20, 0x00, 0x10, 0x00, 0x30}),
-             ToBytes({0x03, 'P', 'U', 'W', 'F', 0x17}));
-    steps.push_back({"Go", operation, "Write", ToBytes({0x21, 0xDE}), ToBytes({0x79}), {kAckWait}});
-    steps.push_back(
-        {"GoAddress", operation, "Write", ToBytes({0x08, 0x00, 0x00, 0x00, 0x08}), {}, {}});
+    return {WaitKind::kData, size};
 }
 
 std::vector<Step> Conversation(bool extended)
 {
-    std::vector<Step> steps;
-    AddConnect(steps, extended ? 0x44 : 0x43);
-    AddGetOtp(steps);
-    AddUpdate(steps, extended);
-    AddExit(steps);
-    return steps;
+    Script script;
+    script.Begin(Operation::kConnect, "Init con");
+    script.Add("Sync", {0x7F});
+    script.Begin(Operation::kConnect, "Get");
+    script.Add("Get", {0x00, 0xFF},
+               {0x79, 0x06, 0x31, 0x00, 0x01, 0x02, 0x11, 0x31, extended ? 0x44 : 0x43, 0x79},
+               {kAckWait, kCountWait, Data(7), kAckWait});
+    script.Begin(Operation::kConnect, "Get ID");
+    script.Add("GetId", {0x02, 0xFD}, {0x79, 0x01, 0x04, 0x69, 0x79},
+               {kAckWait, kCountWait, Data(2), kAckWait});
+    script.Begin(Operation::kGetOtp, "Read");
+    script.Add("Read", {0x11, 0xEE});
+    script.Add("ReadAddress", {0x1F, 0xFF, 0x70, 0x00, 0x90});
+    script.Add("ReadCount", {0x07, 0xF8}, {0x79, 1, 2, 3, 4, 5, 6, 7, 8}, {kAckWait, Data(8)});
+    script.Begin(Operation::kUpdate, "Get Ver Rops");
+    script.Add("GetVersion", {0x01, 0xFE}, {0x79, 0x31, 0x00, 0x00, 0x79},
+               {kAckWait, Data(3), kAckWait});
+    if (extended) {
+        script.Begin(Operation::kUpdate, "Erase Ext");
+        script.Add("Erase", {0x44, 0xBB});
+        script.Add("ErasePages", {0, 0, 0, 0, 0});
+    } else {
+        script.Begin(Operation::kUpdate, "Erase");
+        script.Add("Erase", {0x43, 0xBC});
+        script.Add("ErasePages", {0, 0, 0});
+    }
+    script.Begin(Operation::kUpdate, "Write");
+    script.AddWrite("Write", {0x08, 0x00, 0x00, 0x00, 0x08},
+                    {0x07, 0x01, 0x08, 0x0F, 0x16, 0x1D, 0x24, 0x2B, 0x32, 0x37});
+    script.AddWrite("Trailer", {0x08, 0x00, 0x00, 0x08, 0x00},
+                    {0x07, 0x39, 0x40, 0x47, 0x4E, 0x05, 0x00, 0x00, 0x00, 0x72});
+    script.Begin(Operation::kExit, "Write");
+    script.AddWrite("Marker", {0x20, 0x00, 0x10, 0x00, 0x30}, {0x03, 'P', 'U', 'W', 'F', 0x17});
+    script.Add("Go", {0x21, 0xDE});
+    script.Add("GoAddress", {0x08, 0x00, 0x00, 0x00, 0x08}, {}, {});
+    return script.steps;
 }
 
 // Of the simulator's faults those that the engine can tell apart at a wait. Here they hit one wait
@@ -195,15 +178,6 @@ protected:
 
     Step const& FaultyStep() const { return steps[GetParam().step]; }
 
-    size_t OffsetOfWait() const
-    {
-        size_t offset = 0;
-        for (size_t i = 0; i < GetParam().wait; ++i) {
-            offset += FaultyStep().waits[i].size;
-        }
-        return offset;
-    }
-
     Bytes FaultyAnswer() const
     {
         auto answer = FaultyStep().answer;
@@ -211,7 +185,10 @@ protected:
             answer.push_back(std::byte{0xEE});
             return answer;
         }
-        auto const offset = OffsetOfWait();
+        size_t offset = 0;
+        for (size_t i = 0; i < GetParam().wait; ++i) {
+            offset += FaultyStep().waits[i].size;
+        }
         answer.resize(GetParam().fault == FaultKind::kDropAnswer ? offset : offset + 1);
         if (GetParam().fault == FaultKind::kNackCommand) {
             answer[offset] = std::byte{0x1F};
