@@ -2,10 +2,10 @@
 // unit_detection.h.
 
 #include <QDebug>
-#include <QProcess>
 #include <QTimer>
 
 #include "app/main_window.h"
+#include "modules/stm32_updater/dfu_util_listing.h"
 
 void MainWindow::onCheckForUnit()
 {
@@ -55,16 +55,5 @@ void MainWindow::CheckAgain(std::chrono::milliseconds delay, Qt::TimerType type)
 
 QStringList MainWindow::GetUsbDfuDevices()
 {
-    // Outlives the process, which kills a tool that is still there, and hears it until then.
-    QByteArray listing;
-    QProcess dfu_util;
-    connect(&dfu_util, &QProcess::readyReadStandardOutput, &dfu_util, [&dfu_util, &listing] {
-        listing += dfu_util.readAllStandardOutput();
-        listing.truncate(kLongestDfuListing);
-    });
-    dfu_util.start(dfu_util_path_, {QStringLiteral("-l"), QStringLiteral("-a0")},
-                   QIODevice::ReadWrite);
-    dfu_util.closeReadChannel(QProcess::StandardError);
-    dfu_util.waitForFinished(static_cast<int>(environment_.intervals.list_limit.count()));
-    return ParseDfuListing(listing);
+    return stm32_updater::ListDfuDevices(dfu_util_path_, environment_.intervals.list_limit);
 }

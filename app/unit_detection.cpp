@@ -1,8 +1,5 @@
 #include "app/unit_detection.h"
 
-#include <QByteArrayView>
-#include <QRegularExpression>
-
 #include "config/startup_config.h"
 
 namespace {
@@ -64,25 +61,6 @@ Detection DecideSerial(QStringList const& unit_ports, bool unit_ready,
         return {DetectionAction::Connect, unit_ports.first(), intervals.after_connect};
     }
     return {DetectionAction::None, {}, std::nullopt};
-}
-
-QStringList ParseDfuListing(QByteArray const& output)
-{
-    static QRegularExpression const ids(QStringLiteral(R"(\[([0-9a-fA-F]{4}):([0-9a-fA-F]{4})\])"));
-    QStringList devices;
-    for (qsizetype begin = 0; begin < output.size();) {
-        auto const newline = output.indexOf('\n', begin);
-        auto const end = newline < 0 ? output.size() : newline;
-        auto const line = QByteArrayView(output).sliced(begin, end - begin);
-        if (line.contains('[')) {
-            auto const match = ids.match(QString::fromUtf8(line));
-            if (match.hasMatch()) {
-                devices.append(match.captured(1) + QLatin1Char(':') + match.captured(2));
-            }
-        }
-        begin = end + 1;
-    }
-    return devices;
 }
 
 QStringList DescribeDfuDevices(QStringList const& listed)

@@ -1,8 +1,7 @@
-// Which attached device counts as a unit, and what to do about what was found. Pure; looking and
-// doing are the window's (main_window_detection.cpp).
+// Which attached devices count as units, and what to do about them. Pure; main_window_detection.cpp
+// looks for devices and acts.
 #pragma once
 
-#include <QByteArray>
 #include <QList>
 #include <QMap>
 #include <QString>
@@ -11,19 +10,21 @@
 #include <cstdint>
 #include <optional>
 
-// What the system tells of one serial port.
+#include "modules/stm32_updater/limits.h"
+
+// What the system reports about one serial port.
 struct SerialPortEntry {
     QString name;
-    std::optional<uint16_t> vendor_id;  // none when the port is no USB port
+    std::optional<uint16_t> vendor_id;  // none for a port that is not on USB
     std::optional<uint16_t> product_id;
 };
 
 struct DetectionIntervals {
     std::chrono::milliseconds first{100};
-    // A connect was requested: long enough for a unit to answer before it is asked again.
+    // After a connect was requested: long enough for a unit to answer.
     std::chrono::milliseconds after_connect{4000};
     std::chrono::milliseconds idle{2000};
-    std::chrono::milliseconds list_limit{30000};  // for one run of the DFU tool
+    std::chrono::milliseconds list_limit = stm32_updater::kDfuListTimeout;
 };
 
 enum class DetectionAction { None, Connect, Disconnect };
@@ -41,20 +42,13 @@ struct Detection {
 QStringList FindUnitPorts(QList<SerialPortEntry> const& ports,
                           QMap<QString, uint32_t> const& products, QString const& product_type);
 
-// Name and USB ids of each port, for the log. Others are only counted: a wireless port may bear the
-// name of its owner.
+// Name and USB ids of each USB port, for the log. Others are only counted: the name of a wireless
+// port may contain its owner's.
 QStringList DescribePorts(QList<SerialPortEntry> const& ports);
 
-// Two or more units, while none is ready, end the detection: nobody could tell which one is meant.
+// Two or more units, while none is ready, end the detection: it is unclear which one is meant.
 Detection DecideSerial(QStringList const& unit_ports, bool unit_ready,
                        DetectionIntervals const& intervals);
-
-// Bytes of dfu-util's listing that are looked at. Thousands of devices fill less; a tool gone wild
-// prints gigabytes.
-inline constexpr qsizetype kLongestDfuListing = 1 << 20;
-
-// The "VVVV:PPPP" ids of every device line in dfu-util's listing, in its order, duplicates kept.
-QStringList ParseDfuListing(QByteArray const& output);
 
 // The first few, and how many more there are, for the log.
 QStringList DescribeDfuDevices(QStringList const& listed);

@@ -1,5 +1,5 @@
-// What it costs to send a message over the bus, by the number of its listeners, and what it costs
-// to register one. The counter "allocations" is per send: it has to stay 0.
+// The cost of sending a message over the bus, by the number of its listeners, and of registering a
+// listener. The counter "allocations" is per send and must be 0.
 #include <benchmark/benchmark.h>
 
 #include <array>

@@ -1,7 +1,7 @@
-// How close the UART transport comes to the speed of the line itself, beside Debian's stm32flash on
-// the same simulated unit in the same run. Two sizes of image are written and their difference is
-// looked at, so that what each program does before and after (opening, identifying, erasing) is
-// left out.
+// How close the UART transport comes to the speed of the line itself, compared with Debian's
+// stm32flash on the same simulated unit in the same run. The figures are differences between two
+// sizes of image, which leaves out what each program does before and after (opening, identifying,
+// erasing).
 
 #include <fmt/format.h>
 #include <sys/resource.h>
@@ -15,22 +15,22 @@
 #include <limits>
 
 #include "benchmarks/benchmark_image.h"
+#include "modules/stm32_updater/limits.h"
 #include "tests/support/unit_process.h"
 #include "updater/uart_firmware_updater.h"
 
 namespace {
 
 using benchmarks::Require;
+using stm32_updater::kBaudRate;
+using stm32_updater::kFlashStart;
 
-constexpr unsigned kStart = 0x08000000;
-constexpr unsigned kBaud = 460800;
 constexpr double kBitsPerByte = 11;
 // Write Memory of 256 bytes: command 2, ACK, address 5, ACK, length + data + checksum 258, ACK.
 constexpr double kWireBytesPerBlock = 268;
-constexpr qsizetype kBlock = 256;
 constexpr qsizetype kSmall = 64 * 1024;
 constexpr qsizetype kLarge = 256 * 1024;
-constexpr double kBlocks = static_cast<double>(kLarge - kSmall) / kBlock;
+constexpr double kBlocks = static_cast<double>(kLarge - kSmall) / stm32_updater::kMaxBlock;
 constexpr int kRepeats = 3;
 
 struct Cost {
@@ -61,18 +61,18 @@ using Writer = std::function<Cost(QString const& pty, QString const& image)>;
 
 Cost WriteWithUpdater(QString const& pty, QString const& image)
 {
-    UartFirmwareUpdater updater(image, kStart, kStart, 0, 0, kStart, {}, nullptr);
+    UartFirmwareUpdater updater(image, kFlashStart, kFlashStart, 0, 0, kFlashStart, {}, nullptr);
     Require(updater.connect(pty), "the updater does not connect");
     return Measure(RUSAGE_SELF, [&] { Require(updater.upload(image, {}), "the upload failed"); });
 }
 
 Cost WriteWithStm32flash(QString const& pty, QString const& image)
 {
-    // A pseudo-terminal keeps no parity, and stm32flash insists on what it asked for.
+    // A pseudo-terminal keeps no parity, and stm32flash fails if it does not get what it asked for.
     return Measure(RUSAGE_CHILDREN, [&] {
         QProcess stm32flash;
         stm32flash.start(QStringLiteral("stm32flash"),
-                         {QStringLiteral("-b"), QString::number(kBaud), QStringLiteral("-m"),
+                         {QStringLiteral("-b"), QString::number(kBaudRate), QStringLiteral("-m"),
                           QStringLiteral("8n1"), QStringLiteral("-w"), image, QStringLiteral("-S"),
                           QStringLiteral("0x08000000"), pty});
         Require(stm32flash.waitForFinished(-1) && stm32flash.exitCode() == 0,
@@ -86,7 +86,7 @@ Cost WriteOnce(Writer const& writer, QString const& baud, QString const& image)
     return writer(unit.Property(QStringLiteral("pty")), image);
 }
 
-// The cheapest of several tries, each quantity by itself: what disturbs only ever adds.
+// The cheapest of several tries, each quantity by itself: a disturbance only ever adds.
 Cost FindCost(Writer const& writer, QString const& baud, QString const& image)
 {
     Cost best{std::numeric_limits<double>::max(), std::numeric_limits<double>::max()};
@@ -107,8 +107,8 @@ void Report(char const* name, Writer const& writer, QTemporaryDir const& directo
         auto const b = FindCost(writer, pace, large);
         return Cost{b.wall - a.wall, b.cpu - a.cpu};
     };
-    auto const wire = kBlocks * kWireBytesPerBlock * kBitsPerByte / kBaud;
-    auto const paced = difference(kBaud);
+    auto const wire = kBlocks * kWireBytesPerBlock * kBitsPerByte / kBaudRate;
+    auto const paced = difference(kBaudRate);
     auto const unpaced = difference(0);
     fmt::print("{:<12} {:>8.3f} s {:>8.3f} {:>14.1f} us {:>14.1f} us\n", name, paced.wall,
                paced.wall / wire, 1e6 * unpaced.wall / kBlocks, 1e6 * unpaced.cpu / kBlocks);
@@ -120,8 +120,9 @@ int main(int argc, char** argv)
 {
     QCoreApplication const application(argc, argv);
     QTemporaryDir const directory;
-    fmt::print("{} blocks of 256 bytes, {} baud 8E1: {:.3f} s on the wire\n\n", kBlocks, kBaud,
-               kBlocks * kWireBytesPerBlock * kBitsPerByte / kBaud);
+    fmt::print("{} blocks of {} bytes, {} baud 8E1: {:.3f} s on the wire\n\n", kBlocks,
+               stm32_updater::kMaxBlock, kBaudRate,
+               kBlocks * kWireBytesPerBlock * kBitsPerByte / kBaudRate);
     fmt::print("{:<12} {:>10} {:>8} {:>17} {:>17}\n", "", "paced", "/ wire", "unpaced / block",
                "its CPU / block");
     Report("this program", WriteWithUpdater, directory);

@@ -1,9 +1,9 @@
-// What the program adds to a USB update: the whole way from UpdateDevice to the last ProgressUpdate
-// through the USB backend on its worker thread, beside the same dfu-util alone on the same
-// simulated unit, turn by turn in one run.
+// What the program adds to a USB update: everything from UpdateDevice to the last ProgressUpdate
+// through the USB backend on its worker thread, compared with the same dfu-util alone on the same
+// simulated unit, in turn within one run.
 //
-// The tool's output is looked at once a second, and the bar is full at the look after the tool's
-// end: up to one second behind is by design. How long the tool itself takes is what it takes alone.
+// The program looks at the tool's output once a second and fills the bar at the look after the
+// tool's end, so up to one second behind is by design.
 
 #include <fmt/format.h>
 
@@ -18,6 +18,8 @@
 #include <vector>
 
 #include "benchmarks/benchmark_image.h"
+#include "modules/stm32_updater/dfu_util_arguments.h"
+#include "modules/stm32_updater/limits.h"
 #include "tests/support/unit_process.h"
 #include "updater/usb_firmware_updater.h"
 
@@ -31,16 +33,15 @@ using Seconds = std::chrono::duration<double>;
 constexpr int kImageSize = 256 * 1024;
 constexpr int kRepeats = 3;
 constexpr int kTimeoutMs = 60000;
-constexpr uint32_t kFlash = 0x08000000;
 constexpr uint32_t kOtp = 0x1FFF7000;
 constexpr unsigned long kOtpSize = 1024;
 
 struct Taken {
-    Seconds to_result;  // the tool's end, as its caller learns of it
+    Seconds to_result;  // until the caller knows of the tool's end
     Seconds to_full_bar;
 };
 
-// Both ways alike: the launcher becomes the installed tool.
+// The same for both: the launcher replaces itself by the installed tool.
 QString Tool()
 {
     return QStringLiteral(FW_DFU_UTIL_LAUNCHER);
@@ -54,8 +55,9 @@ UnitProcess MakeUnit()
 
 void RequireWhole(UnitProcess& unit)
 {
-    Require(unit.ReadMemory(kFlash, kImageSize) == benchmarks::GetImage(kImageSize),
-            "the unit does not hold the image");
+    Require(
+        unit.ReadMemory(stm32_updater::kFlashStart, kImageSize) == benchmarks::GetImage(kImageSize),
+        "the unit does not hold the image");
     Require(unit.Status(QStringLiteral("state")) == QLatin1String("running"),
             "the unit was not started");
 }
@@ -66,16 +68,15 @@ Seconds RunToolAlone(QString const& image)
     QProcess tool;
     tool.setProcessEnvironment(unit.Environment());
     auto const start = Clock::now();
-    tool.start(Tool(), {QStringLiteral("-d"), QStringLiteral("0483:df11"), QStringLiteral("-a"),
-                        QStringLiteral("0"), QStringLiteral("-s"),
-                        QStringLiteral("0X08000000:fast:leave"), QStringLiteral("-D"), image});
+    tool.start(Tool(), stm32_updater::GetDownloadArguments(QLatin1String(stm32_updater::kDfuDevice),
+                                                           image, stm32_updater::kFlashStart));
     Require(tool.waitForFinished(kTimeoutMs), "the tool does not end");
     Seconds const taken = Clock::now() - start;
     RequireWhole(unit);
     return taken;
 }
 
-// Where the tool looks for its unit is in the environment that it inherits.
+// The tool finds the simulated unit through the environment that it inherits.
 class UnitInEnvironment {
 public:
     explicit UnitInEnvironment(UnitProcess const& unit)
@@ -96,7 +97,8 @@ Taken RunProgram(QString const& image)
     auto unit = MakeUnit();
     UnitInEnvironment const environment(unit);
     QThread worker;
-    UsbFirmwareUpdater updater(image, Tool(), kFlash, kOtp, kOtpSize, {}, nullptr);
+    UsbFirmwareUpdater updater(image, Tool(), stm32_updater::kFlashStart, kOtp, kOtpSize, {},
+                               nullptr);
     QObject gui;
     QEventLoop loop;
     Taken taken{};
@@ -136,7 +138,7 @@ int main(int argc, char** argv)
     QTemporaryDir const directory;
     auto const image = benchmarks::WriteImage(directory, kImageSize);
 
-    // The quickest of several turns: what disturbs only ever adds.
+    // The quickest of several turns: a disturbance only ever adds.
     auto tool = Seconds::max();
     Taken program{Seconds::max(), Seconds::max()};
     for (int i = 0; i < kRepeats; ++i) {

@@ -1,4 +1,4 @@
-// Any bytes as dfu-util's listing, and the search for units in it.
+// Any bytes as dfu-util's list, and the search for units in it.
 #include <QRegularExpression>
 #include <cstddef>
 #include <cstdint>
@@ -6,6 +6,7 @@
 #include "app/unit_detection.h"
 #include "config/startup_config.h"
 #include "fuzz/require.h"
+#include "modules/stm32_updater/dfu_util_listing.h"
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
 {
@@ -15,16 +16,16 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
         {QStringLiteral("Flash"), PackUsbIds(0x0483, 0xDF11)},
         {QStringLiteral("Zero"), PackUsbIds(0, 0)},
     };
-    // Without a copy, so that a read beyond the end is seen.
+    // Without a copy, so that a read beyond the end is detected.
     auto const output =
         QByteArray::fromRawData(reinterpret_cast<char const*>(data), static_cast<qsizetype>(size));
 
-    auto const devices = ParseDfuListing(output);
+    auto const devices = stm32_updater::ParseDfuListing(output);
 
-    Require(devices.size() <= output.count('\n') + 1, "each line has one device at most");
+    Require(devices.size() <= output.count('\n') + 1, "each line has at most one device");
     for (auto const& device : devices) {
         Require(ids.match(device).hasMatch(), "a device is two groups of four digits");
-        Require(output.contains('[' + device.toLatin1() + ']'), "a device stands in the listing");
+        Require(output.contains('[' + device.toLatin1() + ']'), "each device is in the list");
     }
     qsizetype at = -1;
     for (auto const& unit : FindUnitDfuDevices(devices, products)) {

@@ -10,8 +10,8 @@ namespace etl {
 
 using string_view = std::string_view;
 
-// A text kept in storage that someone else owns and that outlives it. The text always ends with a
-// NUL; what does not fit is cut off and leaves `truncated` set.
+// A text in storage that somebody else owns and that outlives it. The text always ends with a NUL.
+// What does not fit is cut off and sets `truncated`.
 class string_base {
 public:
     using value_type = char;
@@ -41,7 +41,7 @@ public:
     void set_secure() noexcept { secure_ = true; }
 
 protected:
-    // Takes over the other's text and flags; what stood here is wiped.
+    // Copies the other's text and flags; the old text is wiped.
     void CopyFrom(string_base const& other) noexcept;
 
 private:

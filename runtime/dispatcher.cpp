@@ -26,8 +26,8 @@ constexpr uint32_t GetSlotBit(size_t slot_index)
 
 }  // namespace
 
-// The default memory order throughout: a store of the slot's state is also the full fence between
-// the slot's content and the masks.
+// Every atomic access has the default, sequentially consistent order. A sender that sees a slot as
+// active therefore also sees its receiver and its listener, without a separate fence.
 
 bool Dispatcher::ListenerSlot::Wants(Receiver destination, Receiver sender) const
 {
@@ -106,12 +106,12 @@ void Dispatcher::RemoveListener(size_t slot_index, Receiver receiver,
     auto& slot = listener_slots_[slot_index];
     slot.state.store(SlotState::kBeingRemoved);
     for (auto const& [subsystem, message] : messages) {
-        // The subsystem may have been set up anew since, with fewer messages.
+        // The subsystem may have been set up again since then, with fewer messages.
         if (auto* const mask = FindMask(subsystem, message)) {
             mask->fetch_and(~GetSlotBit(slot_index));
         }
     }
-    // The flag does not count: it goes with the first of several listeners of one receiver.
+    // The flag is not a count: the first of several listeners of one receiver clears it.
     attached_[receiver].store(false);
     slot.state.store(SlotState::kFree);
 }

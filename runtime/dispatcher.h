@@ -1,5 +1,5 @@
-// The in-process message bus: who is registered for which message, and the delivery to them. How
-// messages look is message.h, how endpoints use the bus i_dispatcher.h.
+// The in-process message bus: who is registered for which message, and the delivery to them. The
+// messages are described in message.h, the bus as an endpoint uses it in i_dispatcher.h.
 #pragma once
 
 #include <array>
@@ -17,7 +17,7 @@
 
 namespace dispatcher {
 
-// The bus as its owner sees it: an endpoint's view and what is known about all endpoints.
+// The bus as its owner sees it: an endpoint's view and questions about all endpoints.
 class IMasterDispatcher : public IDispatcher {
 public:
     // All messages of all subsystems that are set up, in ascending order.
@@ -29,19 +29,18 @@ public:
     virtual ~IMasterDispatcher() = default;
 };
 
-// Holds at most 32 listeners and 8 fast listeners. Sending neither locks nor allocates and may run
-// on any thread while listeners come and go; fast listeners must be in place before anyone sends to
-// them.
+// Holds at most 32 listeners and 8 fast listeners. Sending neither locks nor allocates. Any thread
+// may send while listeners come and go; fast listeners must be registered before anyone sends.
 class Dispatcher : public IMasterDispatcher {
 public:
-    // Sets up subsystem 0 and `subsystems`. Endpoint ids below `reserved_ids` are not given out.
+    // Sets up subsystem 0 and `subsystems`. Endpoint ids below `reserved_ids` are not handed out.
     Dispatcher(std::span<SubsystemId const> subsystems, unsigned char reserved_ids);
 
     Dispatcher(Dispatcher const&) = delete;
     Dispatcher& operator=(Dispatcher const&) = delete;
 
-    // Makes the messages 0 to `highest_message_id` of `subsystem` known. Registrations for it are
-    // lost. Not while another thread sends.
+    // Makes the messages 0 to `highest_message_id` of `subsystem` known; registrations for it are
+    // lost. Must not be called while another thread sends.
     void SetupSubsystem(SubsystemId subsystem, unsigned char highest_message_id);
 
     Receiver GetNextDispatcherEndpointId() override;
@@ -58,8 +57,8 @@ public:
 private:
     enum class SlotState : uint8_t { kFree = 0, kActive = 1, kBeingRemoved = 2 };
 
-    // A sender may still look at a slot while it is freed and taken anew, so every field is atomic;
-    // the state is what publishes the other two.
+    // A sender may still look at a slot while it is freed and taken again, so every field is
+    // atomic. The state publishes the other two.
     struct ListenerSlot {
         std::atomic<Receiver> receiver{0};
         std::atomic<SlotState> state{SlotState::kFree};

@@ -15,8 +15,7 @@ DispatcherEndpointIdAllocator::DispatcherEndpointIdAllocator(unsigned char reser
 
 Receiver DispatcherEndpointIdAllocator::GetNextDispatcherEndpointId()
 {
-    // To throw is what this form is for.
-    // NOLINTNEXTLINE(bugprone-unchecked-optional-access)
+    // NOLINTNEXTLINE(bugprone-unchecked-optional-access): this form throws on purpose
     return TryGetNextDispatcherEndpointId().value();
 }
 

@@ -9,8 +9,8 @@
 
 #include "runtime/message.h"
 
-// Any thread may use any operation. 235 ids are free at first: 0 means no endpoint, and 19, 200 and
-// 238 to 255 belong to endpoints that are fixed in the device firmware (238 is the log's sender).
+// Thread-safe. 235 ids are free at first: 0 means no endpoint, and 19, 200 and 238 to 255 belong to
+// endpoints that are fixed in the device firmware (238 is the log's sender).
 class DispatcherEndpointIdAllocator {
 public:
     DispatcherEndpointIdAllocator() : DispatcherEndpointIdAllocator(0) {}
@@ -24,7 +24,7 @@ public:
     // The same; empty when all are taken.
     std::optional<Receiver> TryGetNextDispatcherEndpointId();
 
-    // Frees `id`, whoever took it; that holds for the reserved ids too.
+    // Frees `id`, whoever took it, even if it is a reserved one.
     void ReturnDispatcherEndpointId(Receiver id);
 
 private:

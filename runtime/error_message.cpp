@@ -30,7 +30,7 @@ ErrorMessage::ErrorMessage(char const* message, std::source_location const& loca
     text_.append("\n");
 }
 
-// A view need not end with a NUL, so its characters are copied behind one first.
+// A view need not end with a NUL, so its characters are copied into a string that does.
 ErrorMessage::ErrorMessage(etl::string_view message, std::source_location const& location)
     : ErrorMessage(etl::string<256>(message).c_str(), location)
 {}
@@ -40,7 +40,7 @@ ErrorMessage::ErrorMessage(etl::string<256> const& message, ErrorMessage const& 
     : ErrorMessage(message.c_str(), location)
 {
     text_.append("  <- ");
-    // A truncated cause fills its string, so it is cut here once more and passes its mark on.
+    // A truncated cause fills its string, so appending it truncates this text as well.
     text_.append(cause.text_);
 }
 

@@ -1,4 +1,4 @@
-// Error texts that say where they were made: "<source file>:<line> <message>", at most 256
+// Error texts that name their place of origin: "<source file>:<line> <message>", at most 256
 // characters, without the heap.
 #pragma once
 
@@ -9,8 +9,8 @@
 
 namespace kelvane {
 
-// A text to be reported, ended by a newline. Texts that are too long are cut, which may cost them
-// the newline and sets the text's `truncated`. A null message counts as empty.
+// A text that ends with a newline. A text that is too long is cut, loses its newline and is marked
+// as truncated. A null message counts as empty.
 class ErrorMessage {
 public:
     explicit ErrorMessage(char const* message,

@@ -1,5 +1,4 @@
-// The log as the shared code sees it: a level and a text. Where the lines go is logger.h's
-// business.
+// The log as the shared code sees it: a level and a text. logger.h sends the lines.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +6,7 @@
 
 namespace common {
 
-// Levels are numbers of the device's log; the shared code has a name only for the one it uses.
+// The levels are the device log's numbers; only the one that the shared code uses has a name.
 enum class log_level_t : uint8_t {
     kError = 3,
 };
@@ -16,8 +15,8 @@ enum class log_level_t : uint8_t {
 
 namespace detail {
 
-// Logs one line. It is dropped when no logger is active; a text of 250 bytes or more is not logged,
-// an overflow report takes its place. Listeners of the log are called on this thread.
+// Logs one line, or drops it when no logger is active. A text of 250 bytes or more is replaced by
+// an overflow report. Listeners of the log are called on this thread.
 void DoLog(common::log_level_t level, std::string_view text);
 
 }  // namespace detail

@@ -1,4 +1,5 @@
-// Sends log lines as messages of the bus. Code that only wants to log includes log.h.
+// Sends log lines as messages of the bus. Code that only wants to log includes log.h. The desktop
+// program makes no logger and so drops every line; what users should see goes to console.h.
 #pragma once
 
 #include <string_view>
@@ -8,8 +9,8 @@
 
 namespace logger {
 
-// The first logger becomes the active one, through which every line goes. Destroying any logger,
-// active or not, leaves the program without one until the next is made. Loggers are made and
+// The first logger becomes the active one, which sends every line. Destroying any logger, active or
+// not, leaves the program without one until the next is made. Loggers may only be made and
 // destroyed while no other thread logs.
 class Logger {
 public:
@@ -20,7 +21,7 @@ public:
     Logger(Logger const&) = delete;
     Logger& operator=(Logger const&) = delete;
 
-    // As detail::DoLog. Static: there is one log, whichever logger it is called through.
+    // As detail::DoLog. Static, because there is one log for all loggers.
     static void DoLog(common::log_level_t level, std::string_view text);
 
 private:

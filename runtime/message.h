@@ -1,4 +1,4 @@
-// The shape of a dispatcher message: identifiers, the bytes of the header, and the messages that
+// The format of a dispatcher message: identifiers, the bytes of the header, and the messages that
 // every endpoint understands. A message is a span of bytes; nothing here owns or sends one.
 #pragma once
 
@@ -11,8 +11,8 @@ using SubsystemId = uint8_t;
 // Index of a message within its subsystem.
 using MessageId = uint8_t;
 
-// An endpoint. 0 is no endpoint in particular: as a destination it means everyone, as a listener's
-// own id that any destination is accepted.
+// An endpoint. 0 is no particular endpoint: as a destination it means everyone, as a listener's own
+// id it means that any destination is accepted.
 using Receiver = uint8_t;
 
 namespace dispatcher {

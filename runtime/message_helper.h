@@ -1,4 +1,4 @@
-// One endpoint's place on the bus: its id, its registration and the standard answers it sends.
+// One endpoint of the bus: its id, its registration and the standard answers that it sends.
 #pragma once
 
 #include <cstddef>
@@ -9,18 +9,18 @@
 #include "runtime/i_dispatcher.h"
 
 // The dispatcher and the listener must outlive the helper. Every helper takes one listener slot,
-// with an empty message list as well. Sending is possible on any thread.
+// even with an empty message list. Any thread may send.
 //
-// The destructor gives the endpoint id back to the dispatcher, also one that the constructor was
-// handed; a failure there ends the program.
+// The destructor first returns the endpoint id to the dispatcher, even one that was passed to the
+// constructor, and then ends the registration. A failure to return the id ends the program.
 class MessageHelper {
 public:
-    // A fresh id, which throws std::bad_optional_access when there is none, and no messages.
+    // Takes a fresh id and no messages. Throws std::bad_optional_access when no id is free.
     explicit MessageHelper(IDispatcher& dispatcher);
 
     MessageHelper(IDispatcher& dispatcher, Receiver id);
 
-    // A fresh id, as above.
+    // Takes a fresh id, as above.
     MessageHelper(IDispatcher& dispatcher, IListener& listener,
                   std::span<std::pair<SubsystemId, MessageId> const> messages);
 
@@ -32,12 +32,12 @@ public:
     MessageHelper(MessageHelper const&) = delete;
     MessageHelper& operator=(MessageHelper const&) = delete;
 
-    // Replaces the registration. When the dispatcher refuses the new one, the endpoint hears
-    // nothing; that is not reported.
+    // Replaces the registration. If the dispatcher refuses the new one, the endpoint receives
+    // nothing; this is not reported.
     void SetHandledMessages(std::span<std::pair<SubsystemId, MessageId> const> messages);
 
-    // Answers to the message `message` of `subsystem`. The forms with a request answer its sender
-    // and ignore a request that has no whole header.
+    // Answer the message `message` of `subsystem`. The forms with a request answer its sender and
+    // ignore a request without a whole header.
     void SendOkResponse(Receiver to, SubsystemId subsystem, MessageId message) const;
     void SendOkResponse(std::span<std::byte const> const& request) const;
     void SendFailResponse(Receiver to, SubsystemId subsystem, MessageId message,

@@ -1,5 +1,5 @@
-// What the shared code asks of an operating system, on the desktop: a semaphore, the scheduler lock
-// and the question whether an interrupt runs. Threads themselves are made elsewhere.
+// What the shared code needs from an operating system, on the desktop: a semaphore, the scheduler
+// lock and the question whether an interrupt runs. Threads are created elsewhere.
 #pragma once
 
 #include <QDeadlineTimer>
@@ -17,7 +17,7 @@
 namespace task {
 
 // A semaphore that any thread may release or acquire. Maximum is nominal: the count is not capped,
-// so tokens of earlier releases let a later wait return at once, and a waiter has to check its
+// so tokens of earlier releases let a later wait return at once, and a waiter must check its
 // condition again. A failure inside release, acquire or try_acquire ends the program.
 template <std::ptrdiff_t Maximum>
 class counting_semaphore {
@@ -53,8 +53,8 @@ private:
     std::unique_ptr<QSemaphore> semaphore_;
 };
 
-// Keeps other tasks from running on a device. On the desktop it excludes nobody: code that has to
-// be alone here takes a std::mutex. The two words are the device's; only their stores are made.
+// Keeps other tasks from running on a device. On the desktop it excludes nobody; code that needs
+// exclusion there uses a std::mutex. Of the device's lock only the stores to its two words remain.
 class scheduler_lock {
 public:
     void lock()

@@ -1,5 +1,5 @@
-// Time as the code shared with the unit's firmware knows it: delays and 32-bit counts that wrap.
-// Calendar time and event-loop timers are not here.
+// Time as the code shared with the device firmware uses it: delays and 32-bit counts that wrap.
+// Calendar time and event-loop timers are elsewhere.
 #pragma once
 
 #include <chrono>
@@ -33,11 +33,11 @@ namespace kelvane::time {
 // Blocks the calling thread for at least `duration`; returns at once when that is 0.
 void delay(std::chrono::duration<uint32_t, std::micro> duration);
 
-// A stamp in microseconds, but only as fine as a millisecond; wraps after about 71.6 minutes.
+// A stamp in microseconds with a resolution of a millisecond; wraps after about 71.6 minutes.
 uint32_t GetTimestamp();
 
-// A span between two stamps. Both conversions divide the count as the firmware's builds do, whose
-// tick is not a microsecond; the larger divisor belongs to the nanoseconds.
+// A span between two stamps. The divisors are those of the device firmware, odd as they are: for a
+// count of microseconds neither result is in the unit that its name says.
 class TimestampDifference {
 public:
     explicit constexpr TimestampDifference(uint32_t count) : count_(count) {}

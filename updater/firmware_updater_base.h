@@ -1,5 +1,5 @@
-// The one interface through which the window drives a transport. A backend lives on the window's
-// worker thread; every call reaches it, and every answer leaves it, as a queued signal.
+// The interface through which the window uses a transport. A backend lives on the window's worker
+// thread; calls and results cross the threads as queued signals.
 #pragma once
 
 #include <QList>
@@ -12,26 +12,26 @@
 enum class ConnectionStatus {
     Connected = 0,
     Disconnected = 1,
-    VerificationFailed = 2,  // a unit answered, but this firmware is not meant for it
+    VerificationFailed = 2,  // a unit answered, but this firmware is for a different model
 };
 
 class FirmwareUpdaterBase : public QObject {
     Q_OBJECT
 
 public:
-    // Not QObject's connect and disconnect, which these hide: write QObject::connect for those.
-    // port_name: a serial port's name; the USB backend does not use it. True when open.
+    // Hide QObject's connect and disconnect: write QObject::connect for those. port_name: the name
+    // of a serial port; the USB backend ignores it. True when open.
     virtual bool connect(QString const& port_name) = 0;
     virtual void disconnect() = 0;
 
-    // Writes the image; calls `progress` with a percentage as it goes, normally 0 to 100; a
-    // receiver must bear more. True on success.
+    // Writes the image; true on success. Calls `progress` with a percentage as it goes, normally 0
+    // to 100; a receiver must tolerate more.
     virtual bool upload(QString const& firmware_path, std::function<void(int)> progress) = 0;
 
     // Makes the unit leave its bootloader and start the new firmware.
     virtual void reset() = 0;
 
-    // Reads the unit's model identifier and tells whether it is in the list.
+    // Whether the unit's model identifier, which this reads, is in the list.
     virtual bool verifyDeviceId(QList<uint8_t> const& device_ids) = 0;
 
 Q_SIGNALS:
@@ -51,7 +51,7 @@ public Q_SLOTS:
 protected:
     explicit FirmwareUpdaterBase(QObject* parent);
 
-    // The slots of a backend that has a port to open and whose upload runs to its end in one call.
+    // The slots of a backend that has a port to open and whose upload returns when it has ended.
     // Exactly one UpdateFinished follows each UpdateStarted.
     void RunUpdate();
     void ConnectAndVerify(QString const& port_name, QList<uint8_t> const& device_ids, bool verify);

@@ -7,11 +7,10 @@
 #include <cstdint>
 #include <vector>
 
-// True when the first model-ID record of `otp` holds an identifier of the list. False for an empty
-// area, for one without such a record and for an empty list; data shorter than the whole area (512
-// bytes) is looked through as far as it goes.
+// True when the first model-ID record of `otp` has an identifier that is in the list. False for an
+// empty area, for one without such a record and for an empty list. Of data that is shorter than the
+// whole area (512 bytes), the records that lie wholly inside count.
 bool checkModelIdInOtp(std::vector<std::byte> const& otp, QList<uint8_t> const& device_ids);
 
-// Firmware for the vendor's own service is let onto every model. The target type is compared
-// exactly.
+// True for firmware for the vendor's own service, which every model accepts. Compares exactly.
 bool SkipsModelCheck(QString const& fw_target_type);

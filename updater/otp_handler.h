@@ -1,6 +1,5 @@
 // The one-time-programmable (OTP) area of a unit's microcontroller as a table of tagged records.
-// Pure: works on a copy of the area in memory; programming a record is left to the function handed
-// in.
+// Pure: works on a copy of the area in memory and leaves programming to a function of the caller.
 #pragma once
 
 #include <algorithm>
@@ -17,7 +16,7 @@ namespace otp {
 
 namespace impl {
 
-// A tag as it stands in the area: little-endian.
+// A tag as it is in the area: little-endian.
 constexpr std::array<std::byte, 4> ToByteTuple(unsigned int tag)
 {
     return {static_cast<std::byte>(tag & 0xFF), static_cast<std::byte>((tag >> 8) & 0xFF),
@@ -32,24 +31,24 @@ inline std::string_view ToStringView(std::span<std::byte const> payload)
 
 }  // namespace impl
 
-// Results of writing a record. A write function may answer with further ones of its own.
-inline constexpr unsigned int kWritten = 0;       // written, or there already
-inline constexpr unsigned int kConflict = 1;      // another payload stands under this tag
+// Results of writing a record. A write function may return further ones of its own.
+inline constexpr unsigned int kWritten = 0;       // written, or already there
+inline constexpr unsigned int kConflict = 1;      // there is another payload with this tag
 inline constexpr unsigned int kNoFreeRecord = 2;  // the area is full
 inline constexpr unsigned int kTooLong = 3;       // the payload does not fit into a record
 
 class IOtpHandler {
 public:
-    // Programs the record once, into the first free one. A record that holds the same payload
-    // already counts as written.
+    // Programs the first free record. Programs nothing when there is a record with the same tag and
+    // payload already; that counts as written.
     virtual unsigned int Write(unsigned int tag, std::span<std::byte const> payload) = 0;
 
-    // The text of the first record with this tag, up to its first zero byte; the view refers to the
-    // area. The zero byte is looked for up to the end of the area, so a payload that fills its
-    // record runs on into the following ones.
+    // The text of the first record with this tag, up to the first zero byte; the view refers to the
+    // area. The search for that byte ends with the area, not with the record, so a payload that
+    // fills its record runs on into the following ones.
     virtual std::optional<std::string_view> Read(unsigned int tag) const = 0;
 
-    // As the first form, but into the record with this index, whatever it holds.
+    // The same, but programs the record with this index, whatever is in it.
     virtual unsigned int Write(unsigned int tag, std::span<std::byte const> payload,
                                unsigned char index) = 0;
 
@@ -67,8 +66,7 @@ public:
     // Programs `record` at the place with this index; returns a status, 0 on success.
     using WriteFunction = std::function<unsigned int(Record record, unsigned char index)>;
 
-    // `area` must outlive the handler. A record that does not lie wholly inside it counts as
-    // absent.
+    // `area` must outlive the handler. A record that is not wholly inside it counts as absent.
     OtpHandler(std::span<std::byte const> area, WriteFunction write)
         : area_(area.first(std::min(area.size(), RecordSize * RecordCount))),
           write_(std::move(write))

@@ -8,19 +8,17 @@
 #include <utility>
 #include <vector>
 
+#include "modules/stm32_updater/limits.h"
 #include "runtime/console.h"
 #include "updater/image_file.h"
 #include "updater/model_id.h"
 
 namespace {
 
-// Fast enough that the line does not hold up the flash, and reached by every USB serial bridge in
-// use.
-constexpr unsigned kBaudRate = 460800;
 constexpr unsigned char kMcuId = 1;
 constexpr unsigned char kReservedEndpointIds = 1;
-constexpr size_t kWordSize = 4;
-constexpr size_t kSmallestImage = 8;
+using stm32_updater::kWordSize;
+constexpr size_t kSmallestImage = stm32_updater::kTrailerSize;
 
 // The whole file, padded with zeros to whole words; nothing when it cannot be opened or read to its
 // end.
@@ -56,7 +54,7 @@ UartFirmwareUpdater::UartFirmwareUpdater(QString const& firmware_path, unsigned 
 {
     firmware_path_ = firmware_path;
     uart_interface_ = std::make_unique<UartInterface>(&tx_semaphore_, this);
-    // The desktop has no reset and boot-select lines: the user places the unit in boot mode.
+    // The desktop has no reset and boot-select lines: the user puts the unit into boot mode.
     updater_ = std::make_unique<stm32_updater::Stm32UartUpdater>(
         [](bool) {}, [](bool) {}, *uart_interface_, dispatcher_, update_mutex_, kMcuId, false);
 }
@@ -68,10 +66,10 @@ UartFirmwareUpdater::~UartFirmwareUpdater()
 
 bool UartFirmwareUpdater::connect(QString const& port)
 {
-    // After a failed connect the port is still held; it could not be opened a second time.
+    // A failed connect leaves its port open, and it cannot be opened twice.
     disconnect();
     uart_thread_ = std::make_unique<QThread>();
-    uart_ = new Uart(port, kBaudRate, &tx_semaphore_, nullptr);
+    uart_ = new Uart(port, stm32_updater::kBaudRate, &tx_semaphore_, nullptr);
     uart_->moveToThread(uart_thread_.get());
     uart_thread_->start(QThread::InheritPriority);
     QObject::connect(uart_thread_.get(), &QThread::finished, uart_, &QObject::deleteLater);

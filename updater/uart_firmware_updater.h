@@ -1,5 +1,5 @@
-// The backend for units in the STM32 system bootloader on a serial port: joins the serial adapter,
-// the dispatcher and the bootloader engine, and runs one update from connect to restart.
+// The backend for units in the STM32 system bootloader on a serial port: connects the serial
+// adapter, the dispatcher and the bootloader engine, and runs one update from connect to restart.
 #pragma once
 
 #include <QSemaphore>
@@ -24,18 +24,18 @@ public:
     UartFirmwareUpdater(QString const& firmware_path, unsigned start_address,
                         unsigned programming_address, unsigned otp_address, unsigned long otp_size,
                         unsigned boot_mode_address, QString const& fw_target_type, QObject* parent);
-    // Waits, without limit, for the thread of the port.
+    // Waits without limit for the port's thread.
     ~UartFirmwareUpdater() override;
 
-    // Opens the port and identifies the chip. Drops what an earlier connect still holds. A port
+    // Opens the port and identifies the chip. Closes the port of an earlier connect first. A port
     // that cannot be opened ends the process (hal/uart/uart.h).
     bool connect(QString const& port) override;
 
-    // Closes the port. The bootloader session is not ended here but by the upload.
+    // Closes the port. The upload, not this, ends the bootloader session.
     void disconnect() override;
 
-    // Ends the bootloader session whatever the result; reset() takes up the line by itself. A file
-    // that cannot be opened or holds fewer than 8 bytes fails before anything is erased.
+    // Ends the bootloader session whatever the result; reset() opens one of its own. A file that
+    // cannot be read or has fewer than 8 bytes fails before anything is erased.
     bool upload(QString const& path, std::function<void(int)> progress) override;
 
     void reset() override;
@@ -56,12 +56,13 @@ private:
     unsigned long otp_size_;
     unsigned boot_mode_address_;
     QString fw_target_type_;
-    Uart* uart_ = nullptr;  // deleted through its thread
+    Uart* uart_ = nullptr;  // deletes itself when its thread ends
     std::unique_ptr<UartInterface> uart_interface_;
     std::unique_ptr<stm32_updater::Stm32UartUpdater> updater_;
     dispatcher::Dispatcher dispatcher_;
+    // Not used on the desktop: the engine has a semaphore of its own.
     task::counting_semaphore<1> task_semaphore_{0};
-    QSemaphore tx_semaphore_{1};
+    QSemaphore tx_semaphore_{1};  // the token of Transmit, see uart_interface.h
     std::mutex update_mutex_;
     std::unique_ptr<QThread> uart_thread_;
 };

@@ -1,22 +1,16 @@
 #include "updater/usb_firmware_updater.h"
 
+#include "modules/stm32_updater/limits.h"
 #include "updater/model_id.h"
 
 using stm32_updater::Stm32DfuUtilUpdater;
-
-namespace {
-
-// Every STM32's bootloader answers to these.
-constexpr auto kBootloaderIds = "0483:df11";
-
-}  // namespace
 
 UsbFirmwareUpdater::UsbFirmwareUpdater(QString const& firmware_path, QString const& dfu_util_path,
                                        unsigned int programming_address, unsigned int otp_address,
                                        unsigned long otp_size, QString const& fw_target_type,
                                        QObject* parent)
     : FirmwareUpdaterBase(parent),
-      dfu_(std::make_unique<Stm32DfuUtilUpdater>(nullptr, QLatin1String(kBootloaderIds),
+      dfu_(std::make_unique<Stm32DfuUtilUpdater>(nullptr, QLatin1String(stm32_updater::kDfuDevice),
                                                  dfu_util_path)),
       programming_address_(programming_address),
       otp_address_(otp_address),
@@ -24,7 +18,7 @@ UsbFirmwareUpdater::UsbFirmwareUpdater(QString const& firmware_path, QString con
       fw_target_type_(fw_target_type)
 {
     firmware_path_ = firmware_path;
-    // Without this its process and timers would stay behind on the thread that built the backend.
+    // Otherwise its process and timers would stay on the thread that built the backend.
     dfu_->setParent(this);
     QObject::connect(dfu_.get(), &Stm32DfuUtilUpdater::EraseStarted, this,
                      &FirmwareUpdaterBase::EraseStarted);

@@ -1,5 +1,5 @@
-// The backend for units in the STM32 system bootloader on USB (DFU): fits the engine that runs
-// dfu-util to the interface that the window drives.
+// The backend for units in the STM32 system bootloader on USB (DFU): adapts the engine that runs
+// dfu-util to the interface that the window uses.
 #pragma once
 
 #include <QList>
@@ -21,13 +21,12 @@ public:
                        unsigned int programming_address, unsigned int otp_address,
                        unsigned long otp_size, QString const& fw_target_type, QObject* parent);
 
-    // Always true; nothing is opened, nothing closed.
+    // Always true; there is nothing to open or to close.
     bool connect(QString const& port_name) override;
     void disconnect() override;
 
     // Only starts the tool; the update is over when UpdateFinished is emitted. Progress comes by
-    // signal, `progress` is not called. A file that is missing is the tool's failure, not this
-    // one's.
+    // signal; `progress` is never called. True even if the file is missing: the tool reports that.
     bool upload(QString const& firmware_path, std::function<void(int)> progress) override;
 
     // The tool restarts the unit by itself at the end of a download.

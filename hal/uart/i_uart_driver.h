@@ -1,6 +1,6 @@
 // The byte-level UART driver interface that the bootloader engine is written against. The device
 // firmware implements it over an interrupt-driven UART, the desktop over a QSerialPort
-// (uart_interface.h), the tests by a script. Nothing here knows Qt.
+// (uart_interface.h), the tests by a script. Nothing here depends on Qt.
 #pragma once
 
 #include <cstddef>
@@ -17,12 +17,12 @@ namespace hal::uart {
 using RxByte_ISR = std::function<void(std::byte)>;
 
 // Keeps one subscription alive; reset() or destruction ends it by running the deleter. The deleter
-// runs only for a non-null pointer. An empty deleter tells that nothing was subscribed.
+// runs only for a non-null pointer. An empty deleter means that nothing was subscribed.
 using Subscription = std::unique_ptr<int, std::function<void(int*)>>;
 
 class IUartDriver {
 public:
-    // Line speed selector. What speed a value stands for is the driver's own matter.
+    // Line speed selector. Each driver decides which speed a value means.
     enum class Rate : uint32_t {
         kBootloader = 1,  // what the updater asks for while it talks to a bootloader
         kDesktop = 4,     // what the desktop adapter reports, whatever was asked for
@@ -38,16 +38,16 @@ public:
     virtual void Setup(Rate rate, Settings settings) = 0;
     virtual LineSetup GetSetup() const = 0;
 
-    // Sends `data` whole and returns once it is written. May block without limit; `data` is not
-    // kept after the return. Must not be called from the receive callback.
+    // Sends all of `data` and returns once it is written. May block without limit; does not keep
+    // `data` after the return. Must not be called from the receive callback.
     virtual void Transmit(std::span<std::byte const> data) = 0;
 
-    // Sends two bytes ahead of queued data. The result is the number of bytes taken.
+    // Sends two bytes ahead of queued data. Returns the number of bytes taken.
     virtual uint32_t TransmitHighPriority(std::span<std::byte const, 2> data) = 0;
 
     virtual void TransmitBreak() = 0;
 
-    // Each subscription replaces the one before it.
+    // Each subscription replaces the previous one of its kind.
     virtual Subscription SubscribeOnRx(std::function<void(std::byte)> const& callback) = 0;
     virtual Subscription SubscribeOnError(std::function<void(unsigned)> const& callback) = 0;
     virtual Subscription SubscribeOnBreak(std::function<void()> const& callback) = 0;

@@ -8,7 +8,7 @@
 
 namespace {
 
-// std::exit would run static destructors while the window's thread still uses what they destroy.
+// std::exit() would run static destructors while the window's thread still uses those objects.
 [[noreturn]] void EndProcess(QString const& port)
 {
     qDebug() << "Failed to open port" << port;
@@ -54,7 +54,7 @@ void Uart::onSetRxCallback(hal::uart::RxByte_ISR callback)
     rx_callback_ = std::move(callback);
 }
 
-// By value: what a queued signal hands over is this thread's own.
+// By value: a queued signal hands over a copy that belongs to this thread.
 void Uart::onTransmit(QByteArray data)  // NOLINT(performance-unnecessary-value-param)
 {
     serial_->write(data);

@@ -1,5 +1,5 @@
-// Owns the serial port of one connection, on a thread of its own: writes what UartInterface hands
-// it and gives every received byte to the receive callback.
+// Owns the serial port of one connection, on its own thread: writes what UartInterface hands over
+// and passes every received byte to the receive callback.
 #pragma once
 
 #include <QByteArray>
@@ -14,19 +14,20 @@ class Uart : public QObject {
     Q_OBJECT
 
 public:
-    // Opens `port` at `baud`, 8 data bits, even parity, 1 stop bit, as the STM32 bootloader
-    // requires. A port that cannot be opened ends the whole process with exit status 1: nothing can
-    // be done without it, and the customer's remedy is to start again. `semaphore` is borrowed and
-    // must outlive this object. To be moved to its thread before that thread is started.
+    // Opens `port` at `baud` bits a second with 8 data bits, even parity and 1 stop bit, as the
+    // STM32 bootloader requires. A port that cannot be opened ends the whole process with exit
+    // status 1: nothing works without it, and starting again is the customer's only remedy.
+    // `semaphore` is borrowed and must outlive this object. Move the object to its thread before
+    // that thread starts.
     Uart(QString const& port, unsigned baud, QSemaphore* semaphore, QObject* parent);
     ~Uart() override;
 
 public Q_SLOTS:
-    // Received bytes are thrown away until the first callback has arrived.
+    // Received bytes are discarded until the first callback has arrived.
     void onReadData();
     void onSetRxCallback(hal::uart::RxByte_ISR callback);
     void onTransmit(QByteArray data);
-    // One token for each report of the port, however many bytes it tells.
+    // Releases one token for each report of the port, however many bytes it covers.
     void onBytesWritten(qint64 bytes);
 
 private:

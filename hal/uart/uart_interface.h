@@ -1,6 +1,6 @@
 // The UART driver interface over Qt signals: turns each call of the bootloader engine into a signal
-// for the object that owns the port (uart.h), and makes Transmit block until the port reported the
-// bytes as written.
+// to the object that owns the port (uart.h), and makes Transmit block until the port has reported
+// the bytes as written.
 #pragma once
 
 #include <QByteArray>
@@ -17,24 +17,24 @@ class UartInterface : public QObject, public hal::uart::IUartDriver {
     Q_INTERFACES(hal::uart::IUartDriver)
 
 public:
-    // `semaphore` is borrowed, starts with one token and is the one given to the Uart.
+    // `semaphore` is borrowed, starts with one token and is the one that the Uart has.
     UartInterface(QSemaphore* semaphore, QObject* parent);
 
-    // The speed and the framing are fixed when the Uart opens its port, so a Setup changes nothing
-    // and GetSetup always answers the same.
+    // Speed and framing are fixed when the Uart opens its port, so Setup changes nothing and
+    // GetSetup always returns the same pair.
     void Setup(Rate rate, Settings settings) override;
     LineSetup GetSetup() const override;
 
-    // Blocks until the port reported bytes as written, without limit: a port that never reports
-    // (one whose cable was pulled) blocks its caller for good. An empty span waits just the same.
+    // Blocks without limit until the port has reported bytes as written. A port that never does,
+    // because its cable was pulled, blocks the caller for good. An empty span waits as well.
     void Transmit(std::span<std::byte const> data) override;
 
-    // Sends nothing: the desktop has no queue that a message could overtake.
+    // Sends nothing: the desktop has no transmit queue to overtake.
     uint32_t TransmitHighPriority(std::span<std::byte const, 2> data) override;
     void TransmitBreak() override;
 
-    // The callback runs on the Uart's thread from the moment that thread has taken it over. All
-    // handles own a null pointer: destroying one ends nothing, the next subscription replaces it.
+    // The callback runs on the Uart's thread, once that thread has received it. Every handle owns
+    // a null pointer: destroying it ends nothing; the next subscription replaces this one.
     hal::uart::Subscription SubscribeOnRx(std::function<void(std::byte)> const& callback) override;
     hal::uart::Subscription SubscribeOnError(
         std::function<void(unsigned)> const& callback) override;

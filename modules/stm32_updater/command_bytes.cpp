@@ -2,6 +2,8 @@
 
 #include <numeric>
 
+#include "modules/stm32_updater/limits.h"
+
 namespace stm32_updater {
 namespace {
 
@@ -17,6 +19,28 @@ std::byte GetXor(std::span<std::byte const> bytes)
 {
     return std::accumulate(bytes.begin(), bytes.end(), std::byte{0},
                            [](std::byte a, std::byte b) { return a ^ b; });
+}
+
+uint16_t GetCommandBit(Command command)
+{
+    switch (command) {
+        case Command::kGet:
+            return 0x0001;
+        case Command::kGetVersionReadProtection:
+            return 0x0002;
+        case Command::kGetId:
+            return 0x0004;
+        case Command::kWriteMemory:
+            return 0x0040;
+        case Command::kErase:
+            return 0x0080;
+        case Command::kExtendedErase:
+            return 0x0100;
+        case Command::kReadMemory:
+        case Command::kGo:
+            break;
+    }
+    return 0;
 }
 
 std::array<std::byte, 2> GetCommandBytes(Command command)
@@ -43,7 +67,7 @@ std::array<std::byte, 2> GetReadCountBytes(size_t count)
 
 std::vector<std::byte> GetWriteBytes(std::span<std::byte const> data)
 {
-    auto const padded = (data.size() + 3) & ~size_t{3};
+    auto const padded = (data.size() + kWordSize - 1) / kWordSize * kWordSize;
     std::vector<std::byte> bytes;
     bytes.reserve(padded + 2);
     bytes.push_back(static_cast<std::byte>((padded - 1) & 0xFF));

@@ -1,5 +1,5 @@
-// Bytes of the STM32 system bootloader's UART protocol (ST AN3155), framing only: no port, no
-// clock, no state. The waits and retries built on them are in stm32_uart_updater.h.
+// Bytes of the STM32 system bootloader's UART protocol (ST AN3155): framing only, no port, no
+// clock, no state. stm32_uart_updater.h adds the waits and retries.
 #pragma once
 
 #include <array>
@@ -22,25 +22,29 @@ enum class Command : uint8_t {
     kExtendedErase = 0x44,
 };
 
+// The bit that stands for `command` in the mask of the commands that a bootloader supports; 0 for
+// Read Memory, Go and every code that is not in the enumeration.
+uint16_t GetCommandBit(Command command);
+
 // The byte from which the bootloader learns the line speed (AN3155, "bootloader code sequence").
 inline constexpr std::byte kSyncByte{0x7F};
 
 // A command as it is sent: its code, then the code's complement.
 std::array<std::byte, 2> GetCommandBytes(Command command);
 
-// `address` as the bootloader reads it: four bytes, most significant first, then their XOR. Every
-// value is accepted; the chip decides what is mapped.
+// `address` as the bootloader reads it: four bytes, most significant first, then their XOR. Accepts
+// every value; the chip decides what is mapped.
 std::array<std::byte, 5> GetAddressBytes(uint32_t address);
 
-// The count of a Read Memory: `count` - 1 and its complement. 1 <= count <= 256.
+// The count of a Read Memory: `count` - 1 and its complement. 1 <= count <= kMaxBlock.
 std::array<std::byte, 2> GetReadCountBytes(size_t count);
 
-// The data of a Write Memory: length - 1, the data, the XOR of both. The bootloader takes only
-// whole words, so the data is padded with zeros to a multiple of 4. 1 <= data.size() <= 256.
+// The data of a Write Memory: length - 1, the data, the XOR of both. 1 <= data.size() <= kMaxBlock;
+// zeros pad it to a multiple of kWordSize, because the bootloader takes whole words only.
 std::vector<std::byte> GetWriteBytes(std::span<std::byte const> data);
 
 // The page list of an Erase: count - 1, one byte a page, their XOR. An empty list yields FF FF,
-// this updater's request to erase everything (AN3155 writes FF 00 there).
+// this updater's request to erase everything (AN3155 has FF 00 for that).
 std::vector<std::byte> GetEraseBytes(std::span<std::byte const> pages);
 
 // The page list of an Extended Erase: count - 1 and each page as 16 bits, most significant byte

@@ -1,6 +1,5 @@
-// The chips that the updater supports, by the product ID that their bootloader answers to Get ID.
-// To add a chip, add a row here (product IDs: ST AN2606; flash layout: the chip's reference
-// manual).
+// The supported chips, by the product ID that their bootloader returns for Get ID. To add a chip,
+// add a row here (product IDs: ST AN2606; flash layout: the chip's reference manual).
 #pragma once
 
 #include <array>

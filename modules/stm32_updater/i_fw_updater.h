@@ -1,4 +1,4 @@
-// What any firmware updater engine can do: write an image.
+// The interface of every firmware updater engine: writing an image.
 #pragma once
 
 #include <cstddef>
@@ -9,7 +9,7 @@
 class IFwUpdater {
 public:
     enum class State : uint32_t {
-        kProgramming = 1,  // the flash is being written; the percentage goes with it
+        kProgramming = 1,  // the flash is being written; comes with a percentage
     };
 
     // `percent` is 0 to 100. Called on the thread that called Update.
@@ -17,11 +17,11 @@ public:
 
     virtual ~IFwUpdater() = default;
 
-    // Writes `image` at the first address of flash. Blocks until the write ended; true on success.
-    // A failure leaves the unit in its bootloader, with its flash erased or half written.
+    // Writes `image` to the start of flash. Blocks until the write has ended; true on success. A
+    // failure leaves the unit in its bootloader, with its flash erased or half written.
     virtual bool Update(std::span<std::byte const> image, ProgressCallback const& progress) = 0;
 
-    // The same at the flash address `address`.
+    // The same, but to the flash address `address`.
     virtual bool Update(std::span<std::byte const> image, ProgressCallback const& progress,
                         unsigned address) = 0;
 };

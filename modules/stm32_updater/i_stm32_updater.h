@@ -15,15 +15,15 @@ public:
     virtual uint8_t GetMcuId() const = 0;
 
     // Writes the boot-mode marker at `boot_mode_address` and jumps to `start_address`. Failures are
-    // reported, not returned: the image is written by then.
+    // logged, not returned: the image is already written by then.
     virtual void ExitDfu(unsigned start_address, unsigned boot_mode_address) = 0;
 
     // Reads `size` bytes of the one-time-programmable area; empty on failure.
     virtual std::vector<std::byte> GetOtp(unsigned address, unsigned long size) = 0;
 
-    // Opens a session with the unit's bootloader; false when it does not answer as it should.
+    // Opens a session with the unit's bootloader; false when its answers are missing or wrong.
     virtual bool ConnectDevice() = 0;
 
-    // Ends the session on this side of the line; sends nothing.
+    // Ends the session on this side of the line only; sends nothing.
     virtual void DisconnectDevice() = 0;
 };

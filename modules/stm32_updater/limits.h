@@ -1,6 +1,6 @@
-// Every figure of the STM32 transports, over UART and over USB DFU, that something outside one
-// function depends on: speeds, sizes, counts and times. The engines, the backends, bundle_check,
-// the simulator's options, tests and benchmarks all include this file; none keeps a copy.
+// The figures of the two STM32 transports (UART and USB DFU) that more than one function depends
+// on: speeds, sizes, counts and times. The engines, the backends, bundle_check, tests and
+// benchmarks include this file; none of them keeps a copy.
 #pragma once
 
 #include <chrono>
@@ -13,35 +13,39 @@ namespace stm32_updater {
 
 // ---- UART ----
 
-// Bits a second, 8E1. The bootloader measures the speed from the first byte (AN3155).
+// Bits a second, 8E1. The bootloader measures the speed from the first byte (AN3155). This one is
+// fast enough that the flash, not the line, sets the pace, and every USB serial bridge in use
+// reaches it.
 inline constexpr unsigned kBaudRate = 460800;
 
 // The most bytes that one Write Memory or Read Memory carries (AN3155).
 inline constexpr size_t kMaxBlock = 256;
 
-// Received bytes that may wait to be read, and so the most that one answer may announce.
+// How many received bytes can wait to be read, and so the most that one answer may announce.
 inline constexpr size_t kRxCapacity = 64;
 
-// Bytes that one Read Memory asks for while the OTP area is read: well within kRxCapacity.
+// Bytes that one Read Memory requests while the OTP area is read; well within kRxCapacity.
 inline constexpr size_t kOtpReadSize = 32;
 
-// The image's last bytes are written last, by a write of their own.
+// The last bytes of an image, which are written last, by a write of their own. An image below this
+// size has no room for a trailer.
 inline constexpr size_t kTrailerSize = 8;
 
-// An image is filled up with zero bytes to a multiple of this.
+// An image is padded with zero bytes to a multiple of this: the bootloader takes whole words only.
 inline constexpr size_t kWordSize = 4;
 
-// How often a block may be refused before the update ends; a block that is accepted resets the
-// count.
+// How often a block may be refused; the next refusal ends the update. Each accepted block resets
+// the count.
 inline constexpr unsigned kMaxRefusals = 10;
 
-// AN3155 gives no limit for an answer; a second is ample for every chip and for a slow USB adapter.
+// For each next byte of an answer. AN3155 gives no limit; a second is ample for every chip and for
+// a slow USB adapter.
 inline constexpr Milliseconds kAnswerTimeout{1000};
 
-// An Extended Erase answers only when its pages are erased.
+// For the last answer to an Extended Erase, which comes only when the pages are erased.
 inline constexpr Milliseconds kExtendedEraseTimeout{5000};
 
-// How long the line hooks hold the unit in reset, and how long the bootloader then has to start.
+// How long the reset line is held, and how long the bootloader then has to start.
 inline constexpr Milliseconds kResetPause{100};
 inline constexpr Milliseconds kBootPause{200};
 
@@ -56,7 +60,7 @@ inline constexpr uint32_t kFlashStart = 0x08000000;
 // Vendor and product id of the STM32's own USB bootloader (AN2606), as dfu-util takes them.
 inline constexpr char const* kDfuDevice = "0483:df11";
 
-// The alternate settings of that bootloader (AN3156).
+// The alternate settings under which that bootloader offers its memories (AN3156).
 inline constexpr char const* kFlashSetting = "0";
 inline constexpr char const* kOtpSetting = "2";
 
@@ -67,5 +71,12 @@ inline constexpr std::chrono::milliseconds kDfuOtpTimeout{30000};
 
 // How often the output of a download is looked at.
 inline constexpr std::chrono::milliseconds kDfuPollInterval{1000};
+
+// How many bytes of dfu-util's list are read: more than thousands of devices need, and a bound on a
+// misbehaving tool.
+inline constexpr size_t kLongestDfuListing = size_t{1} << 20;
+
+// How many bytes of a download's output are kept between two looks: hundreds of progress bars.
+inline constexpr size_t kDfuOutputTail = size_t{64} << 10;
 
 }  // namespace stm32_updater

@@ -8,14 +8,16 @@
 #include <cstdint>
 #include <optional>
 
+#include "modules/stm32_updater/limits.h"
+
 namespace stm32_updater {
 
 class RxQueue {
 public:
-    // One slot always stays empty, to tell a full ring from an empty one.
-    static constexpr uint32_t kSlots = 65;
+    // One slot always stays empty, which distinguishes a full ring from an empty one.
+    static constexpr uint32_t kSlots = kRxCapacity + 1;
 
-    // Producer only. A byte that finds the ring full is dropped.
+    // Producer only. Drops the byte when the ring is full.
     void Push(std::byte value)
     {
         auto const write = write_index_.load(std::memory_order_relaxed);
@@ -27,7 +29,7 @@ public:
         write_index_.store(next, std::memory_order_seq_cst);
     }
 
-    // Consumer only. Empty when no byte waits.
+    // Consumer only. Nothing when no byte waits.
     std::optional<std::byte> Pop()
     {
         auto const read = read_index_.load(std::memory_order_relaxed);
@@ -39,7 +41,7 @@ public:
         return value;
     }
 
-    // Consumer only: drops what waits now.
+    // Consumer only. Drops the bytes that wait now.
     void Clear()
     {
         read_index_.store(write_index_.load(std::memory_order_acquire), std::memory_order_release);

@@ -4,55 +4,26 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QStandardPaths>
-#include <QStringList>
 #include <QThread>
 #include <QTimer>
 #include <algorithm>
 #include <iterator>
-#include <string_view>
 #include <utility>
 
-namespace stm32_updater {
+#include "modules/stm32_updater/dfu_util_arguments.h"
+#include "modules/stm32_updater/dfu_util_output.h"
 
+namespace stm32_updater {
 namespace {
 
-// The alternate settings under which the bootloader offers its memories.
-constexpr auto kFlashSetting = "0";
-constexpr auto kOtpSetting = "2";
-
-constexpr int kHexadecimal = 16;
-constexpr int kAddressDigits = 8;
-
-// "0x" and eight lower-case digits.
-QString ToAddressText(unsigned address)
-{
-    return QStringLiteral("0x%1").arg(address, kAddressDigits, kHexadecimal, QLatin1Char('0'));
-}
-
-QStringList GetDownloadArguments(QString const& device, std::string const& file_path,
-                                 unsigned address)
-{
-    auto const target = ToAddressText(address).toUpper() + QStringLiteral(":fast:leave");
-    return {QStringLiteral("-d"), device, QStringLiteral("-a"), QLatin1String(kFlashSetting),
-            QStringLiteral("-s"), target, QStringLiteral("-D"), QString::fromStdString(file_path)};
-}
-
-QStringList GetOtpArguments(QString const& device, QString const& file_path, unsigned address,
-                            unsigned long size)
-{
-    auto const source = QStringLiteral("%1:%2").arg(ToAddressText(address)).arg(size);
-    return {QStringLiteral("-d"), device, QStringLiteral("-a"), QLatin1String(kOtpSetting),
-            QStringLiteral("-s"), source, QStringLiteral("-U"), file_path};
-}
-
-// Nothing gathers in a channel that nobody reads, and the tool can still write to it.
+// The tool can still write to the channel, but nothing accumulates here.
 void DiscardOutput(QProcess& process, QProcess::ProcessChannel channel)
 {
     process.closeReadChannel(channel);
 }
 
-// What an earlier run left must not pass for this unit's, and the tool writes over no file. False
-// when it is still there.
+// Removes the file of an earlier run, which must not pass for this unit's area; the tool overwrites
+// no file anyway. False when the file is still there.
 bool RemoveLeftFile(QString const& path)
 {
     if (!QFileInfo(path).isFile() || QFile::remove(path) || !QFileInfo(path).isFile()) {
@@ -66,7 +37,7 @@ bool RemoveLeftFile(QString const& path)
 std::vector<std::byte> TakeFile(QString const& path)
 {
     QFile file(path);
-    // Opening a pipe that somebody put there would wait for its writer.
+    // A pipe in the file's place would block until somebody writes to it.
     if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly)) {
         return {};
     }
@@ -90,24 +61,25 @@ Stm32DfuUtilUpdater::Stm32DfuUtilUpdater(QObject* parent, QString device, QStrin
       device_(std::move(device)),
       times_(times)
 {
-    // What the tool complains about is for whoever started this program from a terminal.
+    // The tool's error messages go to the terminal that started this program.
     process_->setProcessChannelMode(QProcess::ForwardedErrorChannel);
     connect(process_, &QProcess::readyReadStandardOutput, this, &Stm32DfuUtilUpdater::FollowOutput);
     connect(process_, &QProcess::finished, this, &Stm32DfuUtilUpdater::onProcessFinished);
 }
 
-// NOLINTNEXTLINE(performance-unnecessary-value-param): a caller's text may be built in place
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the signature is fixed
 bool Stm32DfuUtilUpdater::Update(std::string file_path, unsigned int address)
 {
-    // The signal comes from the ending thread itself, after its event loop and before anything of
-    // the thread is gone.
+    // The ending thread emits the signal itself, after its event loop has ended and while
+    // everything on the thread is still alive.
     connect(QThread::currentThread(), &QThread::finished, this,
             &Stm32DfuUtilUpdater::WaitForDownload,
             // NOLINTNEXTLINE(clang-analyzer-optin.core.EnumCastOutOfRange): Qt adds this bit so
             static_cast<Qt::ConnectionType>(Qt::DirectConnection | Qt::UniqueConnection));
 
-    bars_ = {};
-    process_->start(dfu_util_path_, GetDownloadArguments(device_, file_path, address),
+    output_.clear();
+    process_->start(dfu_util_path_,
+                    GetDownloadArguments(device_, QString::fromStdString(file_path), address),
                     QIODevice::ReadWrite);
     running_ = true;
     erasing_ = true;
@@ -119,15 +91,14 @@ bool Stm32DfuUtilUpdater::Update(std::string file_path, unsigned int address)
 void Stm32DfuUtilUpdater::WaitForDownload()
 {
     constexpr int kWithoutLimit = -1;
-    // There is no further look at it.
+    // Nothing looks at the output any more.
     DiscardOutput(*process_, QProcess::StandardOutput);
     process_->waitForFinished(kWithoutLimit);
 }
 
 void Stm32DfuUtilUpdater::FollowOutput()
 {
-    auto const output = process_->readAllStandardOutput();
-    bars_.Read(std::string_view(output.constData(), static_cast<size_t>(output.size())));
+    AppendToTail(output_, process_->readAllStandardOutput());
 }
 
 void Stm32DfuUtilUpdater::ReadOutputLater()
@@ -141,7 +112,7 @@ void Stm32DfuUtilUpdater::ReadOutput()
         Q_EMIT ProgressUpdate(100);
         return;
     }
-    if (auto const percentage = bars_.TakePercentage()) {
+    if (auto const percentage = FindDownloadPercentage(std::exchange(output_, {}))) {
         if (erasing_) {
             erasing_ = false;
             Q_EMIT EraseFinished();
@@ -169,7 +140,7 @@ std::vector<std::byte> Stm32DfuUtilUpdater::GetOtp(unsigned address, unsigned lo
                    QIODevice::ReadWrite);
     DiscardOutput(dfu_util, QProcess::StandardOutput);
     DiscardOutput(dfu_util, QProcess::StandardError);
-    // However it went, the file tells.
+    // The outcome does not matter: what counts is the file.
     dfu_util.waitForFinished(static_cast<int>(times_.otp_limit.count()));
     return TakeFile(path);
 }

@@ -1,8 +1,9 @@
-// Updates and reads an STM32 microcontroller in its USB DFU bootloader by running dfu-util: what
-// the tool is told, how it is followed, and what becomes of its end. Its output is read in
-// dfu_util_output.h.
+// Updates and reads an STM32 microcontroller in its USB DFU bootloader by running dfu-util: starts
+// the tool, follows its output and reports its end. The arguments are made in dfu_util_arguments.h,
+// the output is parsed in dfu_util_output.h.
 #pragma once
 
+#include <QByteArray>
 #include <QObject>
 #include <QProcess>
 #include <QString>
@@ -13,19 +14,19 @@
 #include <string>
 #include <vector>
 
-#include "modules/stm32_updater/dfu_util_output.h"
 #include "modules/stm32_updater/i_stm32_updater.h"
+#include "modules/stm32_updater/limits.h"
 
 namespace stm32_updater {
 
 struct DfuUtilTimes {
-    std::chrono::milliseconds poll{1000};        // between two looks at a download's output
-    std::chrono::milliseconds otp_limit{30000};  // for a whole read of the OTP area
+    std::chrono::milliseconds poll = kDfuPollInterval;  // between two looks at a download's output
+    std::chrono::milliseconds otp_limit = kDfuOtpTimeout;  // for a whole read of the OTP area
 };
 
 // Everything runs on the thread to which the object belongs; a download needs that thread's event
-// loop. When the thread ends during a download, its end waits for the tool, without limit: a tool
-// that is stopped while it writes leaves a unit without firmware.
+// loop. A thread that ends during a download first waits for the tool, without limit: a tool that
+// is stopped while it writes leaves a unit without firmware.
 class Stm32DfuUtilUpdater : public QObject, public IStm32Updater {
     Q_OBJECT
 
@@ -34,40 +35,39 @@ public:
     Stm32DfuUtilUpdater(QObject* parent, QString device, QString dfu_util_path,
                         DfuUtilTimes times = {});
 
-    // Writes a file to flash at `address`. Only starts the tool, and always returns true: the rest
-    // is told by the signals. Not while a download runs. A tool that cannot be started gives no
-    // signal but EraseStarted, then or later.
+    // Writes a file to flash at `address`. Only starts the tool and always returns true; the
+    // signals report the rest. Must not be called while a download runs. For a tool that cannot be
+    // started, EraseStarted remains the only signal.
     bool Update(std::string file_path, unsigned int address);
 
-    // Reads the OTP area into a file of the temporary directory, and that into memory. Blocks for
-    // up to the limit. The length is what the tool wrote, whatever `size` asked for; empty on
-    // failure, which includes a file of that name that cannot be removed: the tool is not run then.
-    // The file is removed before and after.
+    // Reads the OTP area into a file in the temporary directory, and that file into memory. Blocks
+    // for up to the limit. Returns what the tool wrote, even if that is not `size` bytes; empty on
+    // failure. The file is removed before and after; if that fails before, the tool does not run.
     std::vector<std::byte> GetOtp(unsigned address, unsigned long size) override;
 
-    // An image in memory cannot be written through the tool: nothing is done, the answer is false.
+    // The tool cannot write an image from memory: these do nothing and return false.
     bool Update(std::span<std::byte const> image, ProgressCallback const& progress) override;
     bool Update(std::span<std::byte const> image, ProgressCallback const& progress,
                 unsigned address) override;
 
     uint8_t GetMcuId() const override { return 1; }
 
-    // The tool finds the unit in every run, and restarts it after a download: nothing to do here.
+    // Nothing to do: the tool finds the unit in every run and restarts it after a download.
     void ExitDfu(unsigned start_address, unsigned boot_mode_address) override;
     bool ConnectDevice() override { return true; }
     void DisconnectDevice() override {}
 
-    // Looks at what the tool printed since the last look, reports it, and comes again until the
-    // tool has ended.
+    // Reports what the tool has printed since the last look, and looks again later until the tool
+    // has ended.
     void ReadOutput();
 
 Q_SIGNALS:
     void EraseStarted();
-    // The first download bar was seen; the tool's own messages about erasing are not read.
+    // The first download bar was seen; the tool's own messages about erasing are ignored.
     void EraseFinished();
-    // 0 to 100 as the tool tells; then 100 at the look after its end, however it ended.
+    // 0 to 100 as the tool prints it; then 100 at the look after its end, however it ended.
     void ProgressUpdate(int percent);
-    // False only for a tool that crashed or was killed: its exit code is not looked at.
+    // False only for a tool that crashed or was killed; the exit code is ignored.
     void UpdateFinished(bool status);
 
 public Q_SLOTS:
@@ -75,7 +75,7 @@ public Q_SLOTS:
 
 private:
     void WaitForDownload();
-    // Takes the output as it comes: what gathers between two looks would be without limit.
+    // Reads the output as it comes: what accumulates between two looks must stay bounded.
     void FollowOutput();
     void ReadOutputLater();
 
@@ -84,7 +84,7 @@ private:
     QString device_;
     bool running_ = false;
     bool erasing_ = false;
-    DownloadBarReader bars_;  // since the last look
+    QByteArray output_;  // the last of what was printed since the last look
     DfuUtilTimes times_;
 };
 

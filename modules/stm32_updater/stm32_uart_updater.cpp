@@ -9,6 +9,7 @@
 #include <source_location>
 #include <utility>
 
+#include "modules/stm32_updater/limits.h"
 #include "runtime/bounded_string.h"
 #include "runtime/console.h"
 #include "runtime/error_message.h"
@@ -18,52 +19,12 @@
 namespace stm32_updater {
 namespace {
 
-using namespace std::chrono_literals;
-
-// AN3155 gives no limit for an answer; a second is ample for every chip and for a slow USB adapter.
-constexpr Milliseconds kAnswerTimeout{1000};
-// An Extended Erase answers only when its pages are erased.
-constexpr Milliseconds kExtendedEraseTimeout{5000};
-
-constexpr unsigned kDefaultAddress = 0x08000000;
-constexpr size_t kTrailerSize = 8;
-constexpr size_t kOtpReadSize = 32;
-constexpr size_t kProgressStep = 0x2000;
-constexpr unsigned kMaxNacks = 10;
-
 constexpr uint8_t kProtocolVersion31 = 0x31;
 constexpr uint8_t kProtocolVersion33 = 0x33;
 
 // "PUWF": the little-endian image of the boot-mode marker 0x46575550.
 constexpr std::array kBootModeMarker{std::byte{'P'}, std::byte{'U'}, std::byte{'W'},
                                      std::byte{'F'}};
-
-// Bits of the mask of supported commands.
-constexpr uint16_t kSupportsGetVersion = 0x0002;
-constexpr uint16_t kSupportsErase = 0x0080;
-constexpr uint16_t kSupportsExtendedErase = 0x0100;
-
-uint16_t GetCommandBit(std::byte code)
-{
-    switch (static_cast<Command>(code)) {
-        case Command::kGet:
-            return 0x0001;
-        case Command::kGetVersionReadProtection:
-            return kSupportsGetVersion;
-        case Command::kGetId:
-            return 0x0004;
-        case Command::kWriteMemory:
-            return 0x0040;
-        case Command::kErase:
-            return kSupportsErase;
-        case Command::kExtendedErase:
-            return kSupportsExtendedErase;
-        case Command::kReadMemory:
-        case Command::kGo:
-            break;
-    }
-    return 0;
-}
 
 // The default argument makes the location that of the caller, which the text then names.
 [[noreturn]] void Fail(std::string const& message,
@@ -79,7 +40,7 @@ Stm32UartUpdater::Stm32UartUpdater(std::function<void(bool)> set_line_a,
                                    hal::uart::IUartDriver& uart, IDispatcher& dispatcher,
                                    std::mutex& update_mutex, unsigned char mcu_id, bool mass_erase,
                                    std::function<void()> first_hook,
-                                   std::function<void()> second_hook, Rate rate)
+                                   std::function<void()> second_hook, Rate rate, Waits waits)
     : set_line_a_(std::move(set_line_a)),
       set_line_b_(std::move(set_line_b)),
       uart_(uart),
@@ -89,7 +50,8 @@ Stm32UartUpdater::Stm32UartUpdater(std::function<void(bool)> set_line_a,
       first_hook_(std::move(first_hook)),
       second_hook_(std::move(second_hook)),
       mass_erase_(mass_erase),
-      rate_(rate)
+      rate_(rate),
+      waits_(std::move(waits))
 {
     rx_data_.reserve(kRxCapacity);
 }
@@ -98,7 +60,7 @@ Stm32UartUpdater::Stm32UartUpdater(std::function<void(bool)> set_line_a,
 
 bool Stm32UartUpdater::Update(std::span<std::byte const> image, ProgressCallback const& progress)
 {
-    return Update(image, progress, kDefaultAddress);
+    return Update(image, progress, kFlashStart);
 }
 
 bool Stm32UartUpdater::Update(std::span<std::byte const> image, ProgressCallback const& progress,
@@ -173,7 +135,7 @@ void Stm32UartUpdater::SendFailureLog(char const* text)
 
 void Stm32UartUpdater::Subscribe()
 {
-    // The old subscription must have ended before the new one begins: the driver knows only one.
+    // The old subscription ends before the new one begins: the driver has only one.
     rx_subscription_.reset();
     rx_subscription_ = uart_.SubscribeOnRx([this](std::byte value) { OnByteReceived(value); });
 }
@@ -183,10 +145,10 @@ uint16_t Stm32UartUpdater::Connect()
     first_hook_();
     set_line_a_(true);
     set_line_b_(true);
-    kelvane::time::delay(100ms);
+    waits_.pause(kResetPause);
     rx_queue_.Clear();
     set_line_a_(false);
-    kelvane::time::delay(200ms);
+    waits_.pause(kBootPause);
     second_hook_();
 
     command_name_ = "Init con";
@@ -222,7 +184,7 @@ bool Stm32UartUpdater::DoUpdate(std::span<std::byte const> image, ProgressCallba
     try {
         progress_ = progress;
         progress_(State::kProgramming, 0);
-        // Its value is not needed, but a bootloader that does not offer it is not the one expected.
+        // The value is not needed, but a bootloader without this command is not the expected one.
         CmdGetVerRops();
         EraseFlash(image.size());
         WriteImage(image, address);
@@ -243,21 +205,21 @@ void Stm32UartUpdater::EraseFlash(size_t image_size)
     auto const page_size = static_cast<int32_t>(flash_config_->page_size);
     auto const pages = size / page_size + (size % page_size != 0 ? 1 : 0);
 
-    // Pages are counted from the start of flash wherever the image goes: it is taken to start
-    // there.
+    // Pages are counted from the start of flash, whatever the address: the image is assumed to
+    // start there.
     std::vector<uint16_t> page_numbers;
     if (!mass_erase_ && pages > 0) {
         page_numbers.resize(static_cast<size_t>(pages));
         std::iota(page_numbers.begin(), page_numbers.end(), uint16_t{0});
     }
-    if ((commands_ & kSupportsErase) != 0) {
+    if ((commands_ & GetCommandBit(Command::kErase)) != 0) {
         std::vector<std::byte> page_bytes;
         page_bytes.reserve(page_numbers.size());
         for (auto const page : page_numbers) {
             page_bytes.push_back(static_cast<std::byte>(page & 0xFF));
         }
         CmdErase(page_bytes);
-    } else if ((commands_ & kSupportsExtendedErase) != 0) {
+    } else if ((commands_ & GetCommandBit(Command::kExtendedErase)) != 0) {
         CmdEraseExt(page_numbers);
     } else {
         SendFailureLog("No erase methods");
@@ -272,7 +234,7 @@ void Stm32UartUpdater::WriteImage(std::span<std::byte const> image, unsigned add
     trailer[4] = std::byte{mcu_id_};
 
     CmdWrite(address, image.first(body_size));
-    // Last and by itself: an image without its trailer is never taken for a whole one.
+    // Written last and separately: an interrupted update leaves no valid trailer.
     CmdWrite(address + static_cast<uint32_t>(body_size), trailer);
 }
 
@@ -304,7 +266,7 @@ uint32_t Stm32UartUpdater::CmdGet()
     auto const version = std::to_integer<uint32_t>(answer[0]);
     uint32_t mask = 0;
     for (auto const code : answer.subspan(1)) {
-        mask |= GetCommandBit(code);
+        mask |= GetCommandBit(static_cast<Command>(code));
     }
     WaitForDfuAck(kAnswerTimeout);
     return (mask << 16) | version;
@@ -313,7 +275,7 @@ uint32_t Stm32UartUpdater::CmdGet()
 std::byte Stm32UartUpdater::CmdGetVerRops()
 {
     command_name_ = "Get Ver Rops";
-    if ((commands_ & kSupportsGetVersion) == 0) {
+    if ((commands_ & GetCommandBit(Command::kGetVersionReadProtection)) == 0) {
         Fail(fmt::format("Invalid DFU version, command {}", command_name_));
     }
     SendCommand(Command::kGetVersionReadProtection);
@@ -343,7 +305,7 @@ uint16_t Stm32UartUpdater::CmdGetId()
 std::span<std::byte const> Stm32UartUpdater::CmdRead(uint32_t address, size_t n)
 {
     command_name_ = "Read";
-    // The command could ask for more than the answer has room for.
+    // The command can request more than rx_data_ holds.
     if (n > kRxCapacity) {
         Fail(fmt::format("Too many bytes to receive, command {}", command_name_));
     }
@@ -375,14 +337,14 @@ void Stm32UartUpdater::CmdWrite(uint32_t address, std::span<std::byte const> con
 void Stm32UartUpdater::WriteBlock(uint32_t address, std::span<std::byte const> block)
 {
     auto const too_many = [this] {
-        Fail(fmt::format("{} NACKs received, command {}", kMaxNacks, command_name_));
+        Fail(fmt::format("{} NACKs received, command {}", kMaxRefusals, command_name_));
     };
     for (unsigned nacks = 0;; ++nacks) {
-        if (nacks > kMaxNacks) {
+        if (nacks > kMaxRefusals) {
             too_many();
         }
         while (!StartWrite(address)) {
-            if (nacks >= kMaxNacks) {
+            if (nacks >= kMaxRefusals) {
                 too_many();
             }
             ++nacks;
@@ -457,7 +419,7 @@ bool Stm32UartUpdater::WaitForDfuAckNack(Milliseconds timeout)
 
 void Stm32UartUpdater::LearnAck(uint8_t answer)
 {
-    // 0x79/0x1F is AN3155's pair; bootloaders of the vendor's own use 0x75/0x3F.
+    // 0x79 and 0x1F are AN3155's pair. 0x75 and 0x3F are accepted as an alternative to it.
     switch (answer) {
         case 0x79:
             nack_byte_ = 0x1F;
@@ -487,7 +449,7 @@ std::span<std::byte const> Stm32UartUpdater::WaitForData(size_t n, Milliseconds 
     while (rx_data_.size() < n) {
         if (auto const value = rx_queue_.Pop()) {
             rx_data_.push_back(*value);
-        } else if (!rx_signal_.try_acquire_for_ms(timeout)) {
+        } else if (!waits_.acquire(rx_signal_, timeout)) {
             Fail(fmt::format("receive timeout for {} bytes, command {}", n, command_name_));
         }
     }

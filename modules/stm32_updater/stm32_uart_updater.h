@@ -16,29 +16,48 @@
 #include "modules/stm32_updater/command_bytes.h"
 #include "modules/stm32_updater/flash_config.h"
 #include "modules/stm32_updater/i_stm32_updater.h"
+#include "modules/stm32_updater/limits.h"
 #include "modules/stm32_updater/rx_queue.h"
 #include "runtime/i_dispatcher.h"
 #include "runtime/task.h"
+#include "runtime/time.h"
 
 namespace stm32_updater {
 
+// How the engine lets time pass. The defaults wait in real time; tests pass their own functions, to
+// reach a time-out without waiting for it and to see how long the wait would have been.
+struct Waits {
+    using Signal = task::counting_semaphore<1>;
+
+    // Takes a token of `signal`, waiting for it up to `timeout`; false when none has come.
+    std::function<bool(Signal& signal, Milliseconds timeout)> acquire =
+        [](Signal& signal, Milliseconds timeout) { return signal.try_acquire_for_ms(timeout); };
+
+    // Blocks for `duration`.
+    std::function<void(Milliseconds duration)> pause = [](Milliseconds duration) {
+        kelvane::time::delay(duration);
+    };
+};
+
 // All operations run on one thread and block it; received bytes may come from another one. Every
 // reference given to the constructor must outlive the updater. A protocol failure is printed to
-// standard output, logged at level 3 and told by the result; nothing is thrown for it.
+// standard output, logged at level 3 and reported by the result; it throws nothing.
 //
-// Order of calls: ConnectDevice, then GetOtp and Update in any order, then DisconnectDevice, and at
-// last ExitDfu to start the new firmware.
+// Order of calls: ConnectDevice, then GetOtp and Update in any order, then DisconnectDevice, and
+// finally ExitDfu to start the new firmware.
 class Stm32UartUpdater : public IStm32Updater {
 public:
     using Rate = hal::uart::IUartDriver::Rate;
 
-    // set_line_a, set_line_b: drive the unit's reset and boot-select lines where the board has
-    // them. mass_erase: erase the whole flash rather than the pages that the image covers.
+    // set_line_a drives the unit's reset line, set_line_b its boot-select line, where the board has
+    // them; true asserts the line. first_hook and second_hook run before and after the two lines
+    // change, when the bootloader is entered and after a successful update. mass_erase: erase the
+    // whole flash rather than the pages that the image covers.
     Stm32UartUpdater(
         std::function<void(bool)> set_line_a, std::function<void(bool)> set_line_b,
         hal::uart::IUartDriver& uart, IDispatcher& dispatcher, std::mutex& update_mutex,
         unsigned char mcu_id, bool mass_erase, std::function<void()> first_hook = [] {},
-        std::function<void()> second_hook = [] {}, Rate rate = Rate::kBootloader);
+        std::function<void()> second_hook = [] {}, Rate rate = Rate::kBootloader, Waits waits = {});
 
     bool Update(std::span<std::byte const> image, ProgressCallback const& progress) override;
 
@@ -56,10 +75,6 @@ public:
     void DisconnectDevice() override;
 
 private:
-    // The bootloader's own limit for one Write Memory and one Read Memory (AN3155).
-    static constexpr size_t kMaxBlock = 256;
-    static constexpr size_t kRxCapacity = 64;
-
     // The session (ConnectDevice).
     uint16_t Connect();
     void Subscribe();
@@ -82,11 +97,11 @@ private:
     void CmdErase(std::span<std::byte const> const& pages);
     void CmdEraseExt(std::span<uint16_t const> const& pages);
 
-    // One Write Memory, repeated while the bootloader refuses it; 1 <= block.size() <= 256.
+    // One Write Memory, repeated while the bootloader refuses it; 1 <= block.size() <= kMaxBlock.
     void WriteBlock(uint32_t address, std::span<std::byte const> block);
     bool StartWrite(uint32_t address);  // command and address; false when either was refused
 
-    // Sending and waiting. A wait's time-out holds for each next byte, not for the whole answer.
+    // Sending and waiting. A time-out applies to each next byte, not to the whole answer.
     void SendToDfu(std::span<std::byte const> const& data);
     void SendCommand(Command command);
     void WaitForDfuAck(Milliseconds timeout);
@@ -100,9 +115,9 @@ private:
     std::function<void(bool)> set_line_a_;
     std::function<void(bool)> set_line_b_;
     hal::uart::IUartDriver& uart_;
-    // Kept for the device firmware's build of this engine; the commands do not use it.
+    // For the device firmware's build of this engine; the commands do not use it.
     [[maybe_unused]] IDispatcher& dispatcher_;
-    task::counting_semaphore<1> rx_signal_{0};
+    Waits::Signal rx_signal_{0};  // one token for each received byte
     ProgressCallback progress_;
     std::mutex& update_mutex_;
     std::optional<FlashConfig> flash_config_;
@@ -112,6 +127,7 @@ private:
     bool ack_learned_ = false;
     uint8_t nack_byte_ = 0;
     uint16_t commands_ = 0;
+    // 14 for protocol version 0x31, 15 for 0x33: written by Connect, read by no command.
     uint16_t get_variant_ = 0;
     hal::uart::Subscription rx_subscription_;
     hal::uart::IUartDriver::LineSetup saved_setup_;
@@ -120,6 +136,7 @@ private:
     std::function<void()> second_hook_;
     bool mass_erase_;
     Rate rate_;
+    Waits waits_;
     char const* command_name_ = "";
 };
 

@@ -1,10 +1,8 @@
 #include "simulator/host/usb_serial_port.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <poll.h>
 #include <sys/stat.h>
-#include <termios.h>
 #include <umockdev.h>
 #include <unistd.h>
 
@@ -12,7 +10,6 @@
 #include <array>
 #include <cerrno>
 #include <cstddef>
-#include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
 #include <system_error>
@@ -90,7 +87,8 @@ void UsbSerialPort::Plug(std::string const& name)
     if (!name.empty()) {
         options_.name = name;
     }
-    OpenLine();
+    line_ = std::make_unique<PseudoTerminal>();
+    line_->HoldOpen();
     auto const address = testbed_->TakeUsbAddress();
     auto const usb = fmt::format("/devices/usb1/1-{}", address);
     auto const interface = fmt::format("{}/1-{}:1.0", usb, address);
@@ -105,7 +103,7 @@ void UsbSerialPort::Plug(std::string const& name)
 void UsbSerialPort::Unplug()
 {
     LeaveSysfs();
-    CloseLine();
+    line_.reset();
 }
 
 void UsbSerialPort::Fade()
@@ -115,12 +113,16 @@ void UsbSerialPort::Fade()
 
 LineTransit UsbSerialPort::MeasureTransit() const
 {
-    return {MeasureTrips(keep_open_, line_), MeasureTrips(line_, keep_open_)};
+    if (!line_) {
+        return {};
+    }
+    return {MeasureTrips(line_->ClientFd(), line_->UnitFd()),
+            MeasureTrips(line_->UnitFd(), line_->ClientFd())};
 }
 
 void UsbSerialPort::SetMode(mode_t mode)
 {
-    if (chmod(pty_path_.c_str(), mode) != 0) {
+    if (chmod(PtyPath().c_str(), mode) != 0) {
         ThrowSystemError("chmod");
     }
 }
@@ -133,38 +135,7 @@ void UsbSerialPort::SetBlocked(bool blocked)
     std::filesystem::path const node = NodePath();
     std::filesystem::create_directories(node.parent_path());
     std::filesystem::remove(node);
-    std::filesystem::create_symlink(blocked ? "/dev/pts/nothing" : pty_path_, node);
-}
-
-void UsbSerialPort::OpenLine()
-{
-    line_ = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    char name[64];
-    if (line_ < 0 || grantpt(line_) != 0 || unlockpt(line_) != 0 ||
-        ptsname_r(line_, name, sizeof(name)) != 0) {
-        ThrowSystemError("pseudo-terminal");
-    }
-    pty_path_ = name;
-    keep_open_ = open(name, O_RDWR | O_NOCTTY | O_CLOEXEC);
-    termios settings{};
-    if (keep_open_ < 0 || tcgetattr(keep_open_, &settings) != 0) {
-        ThrowSystemError("pseudo-terminal");
-    }
-    cfmakeraw(&settings);
-    if (tcsetattr(keep_open_, TCSANOW, &settings) != 0) {
-        ThrowSystemError("pseudo-terminal");
-    }
-}
-
-void UsbSerialPort::CloseLine()
-{
-    for (auto* const fd : {&line_, &keep_open_}) {
-        if (*fd >= 0) {
-            close(*fd);
-        }
-        *fd = -1;
-    }
-    pty_path_.clear();
+    std::filesystem::create_symlink(blocked ? "/dev/pts/nothing" : PtyPath(), node);
 }
 
 void UsbSerialPort::LeaveSysfs()

@@ -2,7 +2,7 @@
 // such as QSerialPortInfo list it, and a pseudo-terminal behind its device node. Clients need
 // umockdev's preload library and UMOCKDEV_DIR; the process that owns the port does not.
 //
-// A pseudo-terminal keeps no parity and no speed: see line_pacer.h for the time that bytes take.
+// See line_pacer.h for the time that bytes take on the line.
 #pragma once
 
 #include <sys/types.h>
@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "simulator/host/pseudo_terminal.h"
 #include "simulator/host/usb_testbed.h"
 
 namespace simulator {
@@ -62,10 +63,10 @@ public:
     // The port as its clients name it, and the pseudo-terminal behind it (empty when there is
     // none), which needs no umockdev.
     std::string DevicePath() const { return "/dev/" + options_.name; }
-    std::string const& PtyPath() const { return pty_path_; }
+    std::string PtyPath() const { return line_ ? line_->Path() : std::string(); }
 
     // The unit's end of the line, non-blocking; -1 while there is none.
-    int LineFd() const { return line_; }
+    int LineFd() const { return line_ ? line_->UnitFd() : -1; }
 
     // Measures the line, which nobody else may have open yet, within a few milliseconds: the lower
     // quartile of some trips each way, so that it rather takes off too little from a paced line
@@ -81,16 +82,12 @@ public:
     void SetBlocked(bool blocked);
 
 private:
-    void OpenLine();
-    void CloseLine();
     void LeaveSysfs();
     std::string NodePath() const;
 
     std::shared_ptr<UsbTestbed> testbed_;
     UsbSerialPortOptions options_;
-    std::string pty_path_;
-    int line_ = -1;       // the unit's end
-    int keep_open_ = -1;  // the client's end, so that the line outlives a client and stays raw
+    std::unique_ptr<PseudoTerminal> line_;  // null while unplugged
     std::vector<std::string> sysfs_paths_;  // leaf first
 };
 

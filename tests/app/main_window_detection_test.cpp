@@ -287,7 +287,7 @@ TEST_F(MainWindowUsbDetection, TakesWhatAFailingToolPrinted)
 TEST_F(MainWindowUsbDetection, FindsTheUnitAtTheEndOfAMegabyteOfListing)
 {
     tool_.Does("head -c 1048564 /dev/zero; printf '\\n[0483:df11]'\n");
-    ASSERT_EQ(kLongestDfuListing, 1048564 + 1 + 11);
+    ASSERT_EQ(stm32_updater::kLongestDfuListing, size_t{1048564 + 1 + 11});
     MakeWindow(TargetUsb);
 
     EXPECT_TRUE(WaitForCalls(u"connect \"\" [12 44] verify"_s, 1));

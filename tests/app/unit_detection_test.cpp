@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <QFile>
-
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
@@ -124,76 +122,7 @@ TEST(DetectionTimes, AreThoseOfTheProduct)
     EXPECT_EQ(intervals.list_limit, 30000ms);
 }
 
-TEST(DfuListing, GivesTheIdentifiersOfEachDeviceLine)
-{
-    EXPECT_EQ(ParseDfuListing(
-                  "dfu-util 0.11\n"
-                  "\n"
-                  "This program is Free Software and has ABSOLUTELY NO WARRANTY\n"
-                  "\n"
-                  "Found DFU: [0483:df11] ver=0200, devnum=7, cfg=1, intf=0, path=\"1-2\", alt=0, "
-                  "name=\"@Internal Flash   /0x08000000/256*02Kg\", serial=\"204638863141\"\n"
-                  "Found Runtime: [1d50:6089] ver=0100, devnum=3, cfg=1, intf=2, path=\"1-1\"\n"),
-              QStringList({u"0483:df11"_s, u"1d50:6089"_s}));
-}
-
-TEST(DfuListing, OfTheRealToolGivesItsUnit)
-{
-    QFile file(QStringLiteral(FW_RECORDED_LISTING));
-    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-
-    EXPECT_EQ(ParseDfuListing(file.readAll()), QStringList({u"0483:df11"_s}));
-}
-
-TEST(DfuListing, GivesForeignAndRuntimeDevicesForTheSearchToSort)
-{
-    auto const listed = ParseDfuListing(
-        "Found Runtime: [0483:df11] ver=0100, devnum=3, cfg=1, intf=2, path=\"1-1\"\n"
-        "Found DFU: [1209:db42] ver=0111, devnum=4, cfg=1, intf=0, path=\"1-3\", alt=0\n"
-        "Found DFU: [0483:DF11] ver=2200, devnum=7, cfg=1, intf=0, path=\"1-2\", alt=0\n");
-
-    EXPECT_EQ(listed, QStringList({u"0483:df11"_s, u"1209:db42"_s, u"0483:DF11"_s}));
-    EXPECT_EQ(FindUnitDfuDevices(listed, kProducts), QStringList({u"0483:df11"_s, u"0483:DF11"_s}));
-}
-
-TEST(DfuListing, KeepsDuplicatesAndTheirOrder)
-{
-    EXPECT_EQ(ParseDfuListing("[0483:df11] alt=1\n[10c4:ea60]\n[0483:df11] alt=0\n"),
-              QStringList({u"0483:df11"_s, u"10c4:ea60"_s, u"0483:df11"_s}));
-}
-
-TEST(DfuListing, TakesTheFirstOfSeveralOnALine)
-{
-    EXPECT_EQ(ParseDfuListing("[0483:df11] [10c4:ea60]\n"), QStringList({u"0483:df11"_s}));
-}
-
-TEST(DfuListing, KeepsTheCaseThatWasPrinted)
-{
-    EXPECT_EQ(ParseDfuListing("[0483:DF11]\n[0483:dF11]"),
-              QStringList({u"0483:DF11"_s, u"0483:dF11"_s}));
-}
-
-TEST(DfuListing, TakesLinesWithCarriageReturnAndWithoutAnEnd)
-{
-    EXPECT_EQ(ParseDfuListing("[0483:df11]\r\n\r\nx [10c4:ea60]"),
-              QStringList({u"0483:df11"_s, u"10c4:ea60"_s}));
-}
-
-TEST(DfuListing, IgnoresWhatOnlyLooksLikeIdentifiers)
-{
-    EXPECT_EQ(ParseDfuListing("[483:df11]\n[0483:df1]\n[00483:df11]\n[0483:df110]\n[0483-df11]\n"
-                              "0483:df11\n[0483:dg11]\n[0483: df11]\n[0483:\ndf11]\n"),
-              QStringList());
-}
-
-TEST(DfuListing, OfAMegabyteOfEmptyLinesHasOnlyItsUnit)
-{
-    QByteArray const lines(kLongestDfuListing, '\n');
-
-    EXPECT_EQ(ParseDfuListing(lines + "[0483:df11]" + lines), QStringList({u"0483:df11"_s}));
-}
-
-TEST(DfuListing, IsDescribedByItsFirstDevicesAndTheNumberOfOthers)
+TEST(DfuDevices, AreDescribedByTheFirstOnesAndTheNumberOfOthers)
 {
     QStringList const eight(8, u"0483:df11"_s);
 
@@ -202,12 +131,6 @@ TEST(DfuListing, IsDescribedByItsFirstDevicesAndTheNumberOfOthers)
     EXPECT_EQ(DescribeDfuDevices(eight), eight);
     EXPECT_EQ(DescribeDfuDevices(eight + QStringList({u"1d50:6089"_s})),
               eight + QStringList({u"1 more"_s}));
-}
-
-TEST(DfuListing, OfNothingOrOfStrayBytesIsEmpty)
-{
-    EXPECT_EQ(ParseDfuListing({}), QStringList());
-    EXPECT_EQ(ParseDfuListing(QByteArray("\xFF\x00\xFE\n", 4)), QStringList());
 }
 
 TEST(UnitDfuDevices, AreThoseOfKnownProductsInAnyCase)

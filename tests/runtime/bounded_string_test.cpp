@@ -20,37 +20,24 @@ TEST(BoundedString, StartsEmptyWithAllFlagsClear)
     EXPECT_FALSE(text.secure());
 }
 
-TEST(BoundedString, ATextThatFillsTheCapacityIsNotTruncated)
+TEST(BoundedString, CutsWhatDoesNotFitAndRemembersThat)
 {
     etl::string<5> text;
     text.append("abc");
     text.append("de");
-
-    EXPECT_STREQ(text.c_str(), "abcde");
-    EXPECT_FALSE(text.truncated());
-}
-
-TEST(BoundedString, AnAppendThatDoesNotFitIsCutAndRemembered)
-{
-    etl::string<5> text;
-    text.append("abc");
-    text.append("def");
-
-    EXPECT_STREQ(text.c_str(), "abcde");
-    EXPECT_EQ(text.size(), 5U);
-    EXPECT_TRUE(text.truncated());
-}
-
-TEST(BoundedString, AnAppendToAFullTextLeavesItAsItIs)
-{
-    etl::string<3> text("abc");
     text.append("");
+    EXPECT_STREQ(text.c_str(), "abcde");
     EXPECT_FALSE(text.truncated()) << "nothing was lost";
 
-    text.append("d");
-
-    EXPECT_STREQ(text.c_str(), "abc");
+    text.append("f");
+    EXPECT_STREQ(text.c_str(), "abcde");
     EXPECT_TRUE(text.truncated());
+
+    etl::string<5> other("abc");
+    other.append("def");
+    EXPECT_STREQ(other.c_str(), "abcde");
+    EXPECT_EQ(other.size(), 5U);
+    EXPECT_TRUE(other.truncated());
 }
 
 TEST(BoundedString, TakesCharactersThroughAnInserter)

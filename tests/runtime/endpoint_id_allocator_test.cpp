@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <optional>
 #include <vector>
 
@@ -29,37 +30,20 @@ std::vector<int> FreeIdsFrom(int first)
 
 }  // namespace
 
-TEST(EndpointIdAllocator, HandsOut235IdsInAscendingOrderWithoutTheFixedOnes)
+TEST(EndpointIdAllocator, HandsOutTheIdsFromTheReservedCountOnWithoutTheFixedOnes)
 {
-    DispatcherEndpointIdAllocator allocator;
-
-    auto const ids = TakeAll(allocator);
-
+    DispatcherEndpointIdAllocator plain;
+    auto const ids = TakeAll(plain);
     EXPECT_EQ(ids.size(), 235U);
     EXPECT_EQ(ids, FreeIdsFrom(1));
+
+    for (int const reserved : {0, 1, 2, 30, 255}) {
+        DispatcherEndpointIdAllocator allocator(static_cast<unsigned char>(reserved));
+        EXPECT_EQ(TakeAll(allocator), FreeIdsFrom(std::max(reserved, 1))) << reserved;
+    }
 }
 
-TEST(EndpointIdAllocator, ReservesNothingMoreForACountOfNoneOrOne)
-{
-    DispatcherEndpointIdAllocator none(0);
-    DispatcherEndpointIdAllocator one(1);
-
-    EXPECT_EQ(TakeAll(none), FreeIdsFrom(1));
-    EXPECT_EQ(TakeAll(one), FreeIdsFrom(1));
-}
-
-TEST(EndpointIdAllocator, ReservesTheIdsBelowTheCount)
-{
-    DispatcherEndpointIdAllocator two(2);
-    DispatcherEndpointIdAllocator thirty(30);
-    DispatcherEndpointIdAllocator all(255);
-
-    EXPECT_EQ(TakeAll(two), FreeIdsFrom(2));
-    EXPECT_EQ(TakeAll(thirty), FreeIdsFrom(30));
-    EXPECT_TRUE(TakeAll(all).empty());
-}
-
-TEST(EndpointIdAllocator, ThrowsOrGivesNothingWhenAllAreTaken)
+TEST(EndpointIdAllocator, ThrowsOrReturnsNothingWhenAllAreTaken)
 {
     DispatcherEndpointIdAllocator allocator;
     for (int i = 0; i < 235; ++i) {

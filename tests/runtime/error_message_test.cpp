@@ -10,37 +10,25 @@
 using kelvane::ErrorMessage;
 using kelvane::ExceptionString;
 
-TEST(ErrorMessage, GivesBaseNameLineAndMessageWithANewline)
-{
-    EXPECT_EQ(ErrorMessage("no answer", locations::kEngine).Text().view(),
-              "engine.cpp:42 no answer\n");
-}
-
-TEST(ErrorMessage, UsesASourceFileNameWithoutASlashWhole)
-{
-    EXPECT_EQ(ErrorMessage("x", locations::kWithoutSlash).Text().view(), "plain.cpp:7 x\n");
-}
-
-TEST(ErrorMessage, LeavesTheNameEmptyWhenTheLocationHasNone)
-{
-    EXPECT_EQ(ErrorMessage("x", locations::kNone).Text().view(), ":0 x\n");
-    EXPECT_EQ(ErrorMessage("x", locations::kOnlyFolders).Text().view(), ":123456 x\n");
-}
-
-TEST(ErrorMessage, TakesTheCharactersOfAViewAndNoMore)
-{
-    etl::string_view const view = etl::string_view("no answer").substr(0, 2);
-
-    EXPECT_EQ(ErrorMessage(view, locations::kEngine).Text().view(), "engine.cpp:42 no\n");
-    EXPECT_EQ(ErrorMessage(etl::string_view(), locations::kEngine).Text().view(),
-              "engine.cpp:42 \n");
-}
-
-TEST(ErrorMessage, TakesANullMessageAsAnEmptyOne)
+TEST(ErrorMessage, HasBaseNameLineMessageAndANewline)
 {
     char const* const nothing = nullptr;
-
-    EXPECT_EQ(ErrorMessage(nothing, locations::kEngine).Text().view(), "engine.cpp:42 \n");
+    etl::string_view const view = etl::string_view("no answer").substr(0, 2);
+    struct {
+        ErrorMessage error;
+        char const* text;
+    } const rows[] = {
+        {ErrorMessage("no answer", locations::kEngine), "engine.cpp:42 no answer\n"},
+        {ErrorMessage("x", locations::kWithoutSlash), "plain.cpp:7 x\n"},
+        {ErrorMessage("x", locations::kNone), ":0 x\n"},
+        {ErrorMessage("x", locations::kOnlyFolders), ":123456 x\n"},
+        {ErrorMessage(view, locations::kEngine), "engine.cpp:42 no\n"},
+        {ErrorMessage(etl::string_view(), locations::kEngine), "engine.cpp:42 \n"},
+        {ErrorMessage(nothing, locations::kEngine), "engine.cpp:42 \n"},
+    };
+    for (auto const& [error, text] : rows) {
+        EXPECT_EQ(error.Text().view(), text);
+    }
 }
 
 // "plain.cpp:7 " has 12 characters.
@@ -96,17 +84,15 @@ TEST(ErrorMessage, CutsACauseThatDoesNotFitAndSaysSo)
     EXPECT_TRUE(error.Text().truncated());
 }
 
-TEST(ErrorMessage, IsTruncatedWhenItsCauseWas)
+TEST(ErrorMessage, IsMarkedAsTruncatedWhenItsCauseIs)
 {
     ErrorMessage const cause(std::string(300, 'c').c_str(), locations::kWithoutSlash);
     ASSERT_TRUE(cause.Text().truncated());
 
-    ErrorMessage const error(etl::string<256>(), cause, locations::kNone);
-
-    EXPECT_TRUE(error.Text().truncated());
+    EXPECT_TRUE(ErrorMessage(etl::string<256>(), cause, locations::kNone).Text().truncated());
 }
 
-TEST(ErrorMessage, TellsWhereItWasMadeWhenNoLocationIsGiven)
+TEST(ErrorMessage, NamesTheCallersLineWhenNoLocationIsGiven)
 {
     auto const line = std::to_string(__LINE__ + 1);
     ErrorMessage const error("x");

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <functional>
 #include <iterator>
 #include <memory>
 #include <stdexcept>
@@ -34,18 +35,23 @@ protected:
         everything_);
 };
 
-// A bus whose ids cannot be returned.
-class KeepingDispatcher : public Dispatcher {
+// A bus on which the return of an id runs a function.
+class WatchedDispatcher : public Dispatcher {
 public:
-    KeepingDispatcher() : Dispatcher({}, 1) {}
-    void ReturnDispatcherEndpointId(Receiver) override { throw std::runtime_error("kept"); }
+    explicit WatchedDispatcher(std::function<void(Receiver)> on_return)
+        : Dispatcher({}, 1), on_return_(std::move(on_return))
+    {}
+    void ReturnDispatcherEndpointId(Receiver id) override { on_return_(id); }
+
+private:
+    std::function<void(Receiver)> on_return_;
 };
 
 using MessageHelperDeathTest = MessageHelperTest;
 
 }  // namespace
 
-TEST_F(MessageHelperTest, TakesAFreshIdAttachesItAndGivesItBack)
+TEST_F(MessageHelperTest, TakesAFreshIdAttachesItAndReturnsIt)
 {
     {
         MessageHelper const helper(bus_);
@@ -56,21 +62,28 @@ TEST_F(MessageHelperTest, TakesAFreshIdAttachesItAndGivesItBack)
     EXPECT_EQ(bus_.GetNextDispatcherEndpointId(), 1);
 }
 
-TEST_F(MessageHelperTest, UsesTheIdThatItIsHanded)
-{
-    MessageHelper const helper(bus_, 77);
-
-    EXPECT_TRUE(bus_.TaskIsAttached(77));
-    EXPECT_EQ(bus_.GetNextDispatcherEndpointId(), 1);
-}
-
-TEST_F(MessageHelperTest, GivesBackAnIdThatSomeoneElseTook)
+TEST_F(MessageHelperTest, UsesTheIdThatItIsGivenAndReturnsItToo)
 {
     auto const id = bus_.GetNextDispatcherEndpointId();
     {
         MessageHelper const helper(bus_, id);
+        EXPECT_TRUE(bus_.TaskIsAttached(id));
+        EXPECT_EQ(bus_.GetNextDispatcherEndpointId(), id + 1);
     }
     EXPECT_EQ(bus_.GetNextDispatcherEndpointId(), id);
+}
+
+TEST_F(MessageHelperTest, ReturnsItsIdBeforeItsRegistrationEnds)
+{
+    std::vector<bool> attached;
+    WatchedDispatcher* watched = nullptr;
+    WatchedDispatcher bus([&](Receiver id) { attached.push_back(watched->TaskIsAttached(id)); });
+    watched = &bus;
+    {
+        MessageHelper const helper(bus);
+    }
+    EXPECT_THAT(attached, ElementsAre(true));
+    EXPECT_FALSE(bus.TaskIsAttached(1));
 }
 
 TEST_F(MessageHelperTest, ThrowsWhenNoFreshIdIsLeft)
@@ -106,20 +119,8 @@ TEST_F(MessageHelperTest, RegistersTheGivenListenerUnderItsId)
     EXPECT_THAT(given.heard, ElementsAre(ElementsAre(0, 8, 50, 9)));
 }
 
-TEST_F(MessageHelperTest, HearsTheNewMessagesInsteadOfTheOldOnes)
-{
-    RecordingListener listener;
-    MessageHelper helper(bus_, listener, MessageList{{0, 8}});
-
-    helper.SetHandledMessages(MessageList{{0, 9}});
-    Send({0, 8, 0, 9});
-    Send({0, 9, 0, 9});
-
-    EXPECT_THAT(listener.heard, ElementsAre(ElementsAre(0, 9, 0, 9)));
-    EXPECT_TRUE(bus_.TaskIsAttached(1));
-}
-
-TEST_F(MessageHelperTest, ChangesItsMessagesOnAFullBusSinceItsOwnSlotIsFreedFirst)
+// On a full bus as well, since the helper's own slot is freed first.
+TEST_F(MessageHelperTest, ReplacesItsOldMessagesByNewOnes)
 {
     RecordingListener listener;
     MessageHelper helper(bus_, listener, MessageList{{0, 8}});
@@ -130,9 +131,11 @@ TEST_F(MessageHelperTest, ChangesItsMessagesOnAFullBusSinceItsOwnSlotIsFreedFirs
     ASSERT_EQ(bus_.AddListener(60, {}, everything_), nullptr);
 
     helper.SetHandledMessages(MessageList{{0, 9}});
+    Send({0, 8, 0, 99});
     Send({0, 9, 0, 99});
 
-    EXPECT_THAT(listener.heard, SizeIs(1));
+    EXPECT_THAT(listener.heard, ElementsAre(ElementsAre(0, 9, 0, 99)));
+    EXPECT_TRUE(bus_.TaskIsAttached(1));
 }
 
 TEST_F(MessageHelperTest, StaysUsableAfterARefusedRegistration)
@@ -150,36 +153,22 @@ TEST_F(MessageHelperTest, StaysUsableAfterARefusedRegistration)
     EXPECT_THAT(listener.heard, SizeIs(1));
 }
 
-TEST_F(MessageHelperTest, SendsAnOkResponse)
+// Each answer twice where it has two forms: to an explicit request, and to the bytes of one.
+TEST_F(MessageHelperTest, AnswersARequest)
 {
     MessageHelper const helper(bus_, 5);
+    auto const request = AsMessage(kRequest);
 
     helper.SendOkResponse(0x21, 0x08, 0x1B);
-    helper.SendOkResponse(AsMessage(kRequest));
-
-    auto const expected = ElementsAre(0x00, 0x01, 0x21, 0x05, 0x08, 0x1B);
-    EXPECT_THAT(everything_.heard, ElementsAre(expected, expected));
-}
-
-TEST_F(MessageHelperTest, SendsAFailResponseWithALittleEndianCode)
-{
-    MessageHelper const helper(bus_, 5);
-
+    helper.SendOkResponse(request);
     helper.SendFailResponse(0x21, 0x08, 0x1B, 0xA1B2C3D4);
-    helper.SendFailResponse(AsMessage(kRequest), 0xA1B2C3D4);
+    helper.SendFailResponse(request, 0xA1B2C3D4);
+    helper.SendSizeError(request, 0xF0, 0x0F);
 
-    auto const expected = ElementsAre(0x00, 0x02, 0x21, 0x05, 0x08, 0x1B, 0xD4, 0xC3, 0xB2, 0xA1);
-    EXPECT_THAT(everything_.heard, ElementsAre(expected, expected));
-}
-
-TEST_F(MessageHelperTest, SendsASizeErrorWithTheTwoValuesInTheirOrder)
-{
-    MessageHelper const helper(bus_, 5);
-
-    helper.SendSizeError(AsMessage(kRequest), 0xF0, 0x0F);
-
-    EXPECT_THAT(everything_.heard,
-                ElementsAre(ElementsAre(0x00, 0x05, 0x21, 0x05, 0x08, 0x1B, 0xF0, 0x0F)));
+    auto const ok = ElementsAre(0x00, 0x01, 0x21, 0x05, 0x08, 0x1B);
+    auto const fail = ElementsAre(0x00, 0x02, 0x21, 0x05, 0x08, 0x1B, 0xD4, 0xC3, 0xB2, 0xA1);
+    auto const size = ElementsAre(0x00, 0x05, 0x21, 0x05, 0x08, 0x1B, 0xF0, 0x0F);
+    EXPECT_THAT(everything_.heard, ElementsAre(ok, ok, fail, fail, size));
 }
 
 TEST_F(MessageHelperTest, DoesNotAnswerARequestWithoutAWholeHeader)
@@ -224,7 +213,7 @@ TEST_F(MessageHelperTest, ReportsAnOverflowInTheLog)
 
 TEST_F(MessageHelperDeathTest, EndsTheProgramWhenItsIdCannotBeReturned)
 {
-    KeepingDispatcher bus;
+    WatchedDispatcher bus([](Receiver) { throw std::runtime_error("kept"); });
 
     EXPECT_DEATH({ MessageHelper const helper(bus); }, "");
 }

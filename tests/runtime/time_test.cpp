@@ -1,7 +1,10 @@
 #include "runtime/time.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/time.h>
 
+#include <cstdlib>
 #include <type_traits>
 
 using kelvane::time::TimestampDifference;
@@ -28,6 +31,26 @@ TEST(Delay, OfZeroDoesNotSleep)
     EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(5));
 }
 
+namespace {
+
+[[noreturn]] void DelayUntilAnAlarm(std::chrono::duration<uint32_t, std::micro> duration)
+{
+    itimerval soon{};
+    soon.it_value.tv_usec = 100'000;
+    setitimer(ITIMER_REAL, &soon, nullptr);
+    kelvane::time::delay(duration);
+    std::_Exit(0);
+}
+
+}  // namespace
+
+// 4,295,000 us are a little more than 2^32 ns: counted in 32 bits, they would be over at once.
+TEST(DelayDeathTest, CountsMoreThanFourSecondsInFull)
+{
+    EXPECT_EXIT(DelayUntilAnAlarm(std::chrono::microseconds(4'295'000)),
+                testing::KilledBySignal(SIGALRM), "");
+}
+
 TEST(Timestamp, IsTheBootTimeInMicrosecondsWithMillisecondResolution)
 {
     auto const before = task::GetTimeSinceBoot();
@@ -39,16 +62,11 @@ TEST(Timestamp, IsTheBootTimeInMicrosecondsWithMillisecondResolution)
     EXPECT_LE(stamp / 1000, after);
 }
 
-TEST(TimestampDifference, DividesTheSameCountByAMillionAndByAThousand)
+TEST(TimestampDifference, DividesTheSameCountByAMillionAndByAThousandRoundedDown)
 {
-    TimestampDifference const difference(4'294'967'295);
-
-    EXPECT_EQ(difference.ToNanoseconds(), 4'294U);
-    EXPECT_EQ(difference.ToMicroseconds(), 4'294'967U);
-}
-
-TEST(TimestampDifference, RoundsDown)
-{
+    TimestampDifference const highest(4'294'967'295);
+    EXPECT_EQ(highest.ToNanoseconds(), 4'294U);
+    EXPECT_EQ(highest.ToMicroseconds(), 4'294'967U);
     EXPECT_EQ(TimestampDifference(999'999).ToNanoseconds(), 0U);
     EXPECT_EQ(TimestampDifference(1'000'000).ToNanoseconds(), 1U);
     EXPECT_EQ(TimestampDifference(999).ToMicroseconds(), 0U);

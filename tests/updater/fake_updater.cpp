@@ -1,22 +1,13 @@
 #include "tests/updater/fake_updater.h"
 
+#include "tests/updater/backend_signals.h"
+
 using namespace Qt::StringLiterals;
 
 FakeUpdater::FakeUpdater(QString const& firmware_path) : FirmwareUpdaterBase(nullptr)
 {
     firmware_path_ = firmware_path;
-    auto const note = [this](QString const& event) { return [this, event] { Note(event); }; };
-    QObject::connect(this, &FirmwareUpdaterBase::UpdateStarted, note(u"UpdateStarted"_s));
-    QObject::connect(this, &FirmwareUpdaterBase::EraseStarted, note(u"EraseStarted"_s));
-    QObject::connect(this, &FirmwareUpdaterBase::EraseFinished, note(u"EraseFinished"_s));
-    QObject::connect(this, &FirmwareUpdaterBase::UpdateFinished, [this](bool status) {
-        Note(status ? u"UpdateFinished true"_s : u"UpdateFinished false"_s);
-    });
-    QObject::connect(this, &FirmwareUpdaterBase::ProgressUpdate,
-                     [this](int percent) { Note(u"ProgressUpdate %1"_s.arg(percent)); });
-    QObject::connect(
-        this, &FirmwareUpdaterBase::UpdateConnectionStatus,
-        [this](ConnectionStatus status) { Note(u"status %1"_s.arg(static_cast<int>(status))); });
+    NoteSignals(*this, [this](QString const& signal) { Note(signal); });
 }
 
 bool FakeUpdater::connect(QString const& port_name)

@@ -1,5 +1,5 @@
-// A backend without a transport: answers what it was told to, and keeps the order of all calls and
-// signals in one list.
+// A backend without a transport: returns what the test has set, and records all calls and signals
+// in their order.
 #pragma once
 
 #include <QSemaphore>
@@ -23,15 +23,15 @@ public:
                            bool const& verify) override;
     void onDisconnectDevice() override;
 
-    // What happened so far, calls and signals alike. From any thread.
+    // The calls and signals so far; signals as in backend_signals.h. Any thread.
     QStringList Events() const;
-    // The threads on which it happened. From any thread.
+    // The thread of each of them. Any thread.
     QList<QThread*> Threads() const;
 
     bool connects = true;
     bool verifies = true;
     bool uploads = true;
-    QList<int> percentages;                // that an upload reports
+    QList<int> percentages;                // what an upload reports
     QSemaphore* upload_may_end = nullptr;  // an upload waits for it
 
 private:

@@ -19,64 +19,36 @@ std::vector<std::byte> AreaWithModelAt(size_t offset, uint8_t model, size_t size
 
 }  // namespace
 
-TEST(ModelIdCheck, AcceptsAModelThatIsListed)
+TEST(ModelIdCheck, AcceptsAModelThatIsInTheListAndNoOther)
 {
-    EXPECT_TRUE(checkModelIdInOtp(AreaWithModelAt(0, 12), {12}));
+    struct {
+        uint8_t model;
+        QList<uint8_t> device_ids;
+        bool accepted;
+    } const rows[] = {
+        {12, {12}, true},          {12, {12, 13, 14}, true}, {13, {12, 13, 14}, true},
+        {14, {12, 13, 14}, true},  {0, {0}, true},           {0xFF, {0xFF}, true},
+        {11, {12, 13, 14}, false}, {0x8C, {0x0C}, false},    {12, {}, false},
+    };
+    for (auto const& [model, device_ids, accepted] : rows) {
+        EXPECT_EQ(checkModelIdInOtp(AreaWithModelAt(0, model), device_ids), accepted)
+            << int{model} << " of " << device_ids.size();
+    }
 }
 
-TEST(ModelIdCheck, AcceptsAModelWhereverItStandsInTheList)
-{
-    EXPECT_TRUE(checkModelIdInOtp(AreaWithModelAt(0, 12), {12, 13, 14}));
-    EXPECT_TRUE(checkModelIdInOtp(AreaWithModelAt(0, 13), {12, 13, 14}));
-    EXPECT_TRUE(checkModelIdInOtp(AreaWithModelAt(0, 14), {12, 13, 14}));
-}
-
-TEST(ModelIdCheck, RefusesAModelThatIsNotListed)
-{
-    EXPECT_FALSE(checkModelIdInOtp(AreaWithModelAt(0, 11), {12, 13, 14}));
-}
-
-TEST(ModelIdCheck, ComparesTheWholeByte)
-{
-    EXPECT_TRUE(checkModelIdInOtp(AreaWithModelAt(0, 0), {0}));
-    EXPECT_TRUE(checkModelIdInOtp(AreaWithModelAt(0, 0xFF), {0xFF}));
-    EXPECT_FALSE(checkModelIdInOtp(AreaWithModelAt(0, 0x8C), {0x0C}));
-}
-
-TEST(ModelIdCheck, RefusesEveryModelWhenTheListIsEmpty)
-{
-    EXPECT_FALSE(checkModelIdInOtp(AreaWithModelAt(0, 12), {}));
-}
-
-TEST(ModelIdCheck, RefusesEmptyOtpBytes)
+TEST(ModelIdCheck, RefusesAnAreaWithoutARecord)
 {
     EXPECT_FALSE(checkModelIdInOtp({}, {12}));
-}
-
-TEST(ModelIdCheck, RefusesAnUnprogrammedArea)
-{
     EXPECT_FALSE(checkModelIdInOtp(UnprogrammedArea(), {12, 0xFF}));
-}
-
-TEST(ModelIdCheck, RefusesAnAreaOfZeros)
-{
     EXPECT_FALSE(checkModelIdInOtp(std::vector<std::byte>(kOtpAreaSize), {0}));
 }
 
-TEST(ModelIdCheck, FindsTheRecordInEverySlot)
+TEST(ModelIdCheck, FindsTheRecordInEverySlotOfTheAreaOnly)
 {
     for (size_t slot = 0; slot < 32; ++slot) {
         EXPECT_TRUE(checkModelIdInOtp(AreaWithModelAt(slot * 16, 12), {12})) << "slot " << slot;
     }
-}
-
-TEST(ModelIdCheck, DoesNotSeeARecordThatBeginsAtByte512)
-{
     EXPECT_FALSE(checkModelIdInOtp(AreaWithModelAt(512, 12, 1024), {12}));
-}
-
-TEST(ModelIdCheck, DoesNotSeeARecordBetweenTwoSlots)
-{
     for (size_t const offset : {1U, 4U, 8U, 15U, 495U}) {
         EXPECT_FALSE(checkModelIdInOtp(AreaWithModelAt(offset, 12), {12})) << "byte " << offset;
     }
@@ -91,7 +63,7 @@ TEST(ModelIdCheck, OnlyTheLowerNumberedOfTwoRecordsCounts)
     EXPECT_FALSE(checkModelIdInOtp(area, {13}));
 }
 
-TEST(ModelIdCheck, LooksPastRecordsWithOtherTags)
+TEST(ModelIdCheck, IgnoresRecordsWithOtherTags)
 {
     auto area = AreaWithModelAt(2 * 16, 12);
     Put(area, 0, {0x11, 0x47, 0x23, 0x02, 99});
@@ -99,14 +71,10 @@ TEST(ModelIdCheck, LooksPastRecordsWithOtherTags)
 
     EXPECT_TRUE(checkModelIdInOtp(area, {12}));
     EXPECT_FALSE(checkModelIdInOtp(area, {98, 99}));
-}
-
-TEST(ModelIdCheck, EveryByteOfTheTagHasToMatch)
-{
     for (size_t byte = 0; byte < 4; ++byte) {
-        auto area = AreaWithModelAt(0, 12);
-        area[byte] ^= std::byte{0x01};
-        EXPECT_FALSE(checkModelIdInOtp(area, {12})) << "byte " << byte;
+        auto other = AreaWithModelAt(0, 12);
+        other[byte] ^= std::byte{0x01};
+        EXPECT_FALSE(checkModelIdInOtp(other, {12})) << "byte " << byte;
     }
 }
 
@@ -114,15 +82,10 @@ TEST(ModelIdCheck, OfShortDataSeesTheRecordsThatLieWhollyInside)
 {
     EXPECT_TRUE(checkModelIdInOtp(AreaWithModelAt(0, 12, 16), {12}));
     EXPECT_TRUE(checkModelIdInOtp(AreaWithModelAt(16, 12, 47), {12}));
-}
-
-TEST(ModelIdCheck, TakesARecordThatIsCutOffForAbsent)
-{
-    auto const whole = AreaWithModelAt(16, 12, 32);
-    for (size_t size = 1; size < 32; ++size) {
-        std::vector<std::byte> const cut(whole.begin(),
-                                         whole.begin() + static_cast<std::ptrdiff_t>(size));
-        EXPECT_FALSE(checkModelIdInOtp(cut, {12})) << size << " bytes";
+    auto cut = AreaWithModelAt(16, 12, 32);
+    while (cut.size() > 1) {
+        cut.pop_back();
+        EXPECT_FALSE(checkModelIdInOtp(cut, {12})) << cut.size() << " bytes";
     }
 }
 

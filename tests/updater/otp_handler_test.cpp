@@ -23,7 +23,7 @@ std::span<std::byte const> Payload(std::string_view text)
     return std::as_bytes(std::span(text));
 }
 
-// Keeps what the handler programs.
+// Records what the handler programs.
 struct Programmed {
     std::vector<std::vector<uint8_t>> records;
     std::vector<int> indices;
@@ -44,7 +44,7 @@ struct Programmed {
 
 }  // namespace
 
-TEST(OtpTag, StandsLowestByteFirst)
+TEST(OtpTag, HasItsLowestByteFirst)
 {
     EXPECT_THAT(otp::impl::ToByteTuple(0x01234711),
                 ElementsAre(std::byte{0x11}, std::byte{0x47}, std::byte{0x23}, std::byte{0x01}));
@@ -60,79 +60,54 @@ TEST(OtpPayload, IsSeenAsTextInPlace)
     EXPECT_EQ(static_cast<void const*>(text.data()), bytes.data());
 }
 
-TEST(OtpRead, GivesThePayloadUpToItsFirstZeroByte)
-{
-    auto area = UnprogrammedArea();
-    Put(area, 32, {0x0D, 0x0C, 0x0B, 0x0A, 'K', 'V', '7', 0, 'x'});
+namespace {
 
-    EXPECT_EQ(Handler(area, {}).Read(kTag), "KV7");
+constexpr std::initializer_list<uint8_t> kFullRecord = {0x0D, 0x0C, 0x0B, 0x0A, 'a', 'b', 'c', 'd',
+                                                        'e',  'f',  'g',  'h',  'i', 'j', 'k', 'l'};
+
+std::vector<std::byte> Area(size_t size, size_t offset, std::initializer_list<uint8_t> bytes)
+{
+    auto area = UnprogrammedArea(size);
+    Put(area, offset, bytes);
+    return area;
 }
 
-TEST(OtpRead, GivesAnEmptyTextWhenThePayloadBeginsWithZero)
+}  // namespace
+
+// The area of the last row is longer than 512 bytes; what follows those does not belong to it.
+TEST(OtpRead, ReturnsThePayloadUpToTheFirstZeroByteOfTheArea)
 {
-    auto area = UnprogrammedArea();
-    Put(area, 0, {0x0D, 0x0C, 0x0B, 0x0A, 0, 'x'});
-
-    EXPECT_EQ(Handler(area, {}).Read(kTag), "");
-}
-
-TEST(OtpRead, GivesNothingForATagThatIsNotThere)
-{
-    EXPECT_EQ(Handler(UnprogrammedArea(), {}).Read(kTag), std::nullopt);
-    EXPECT_EQ(Handler({}, {}).Read(kTag), std::nullopt);
-}
-
-TEST(OtpRead, TakesTheFirstOfTwoRecords)
-{
-    auto area = UnprogrammedArea();
-    Put(area, 16, {0x0D, 0x0C, 0x0B, 0x0A, '1', 0});
-    Put(area, 48, {0x0D, 0x0C, 0x0B, 0x0A, '2', 0});
-
-    EXPECT_EQ(Handler(area, {}).Read(kTag), "1");
-}
-
-TEST(OtpRead, OfAFullPayloadRunsOnIntoTheFollowingRecords)
-{
-    auto area = UnprogrammedArea();
-    Put(area, 0,
-        {0x0D, 0x0C, 0x0B, 0x0A, 'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h', 'i', 'j', 'k', 'l'});
-    Put(area, 16, {'T', 'A', 'G', '2', 'm', 0});
-
-    EXPECT_EQ(Handler(area, {}).Read(kTag), "abcdefghijklTAG2m");
-}
-
-TEST(OtpRead, EndsWithTheAreaWhenNoZeroByteFollows)
-{
-    auto area = UnprogrammedArea(600);
-    Put(area, 31 * 16,
-        {0x0D, 0x0C, 0x0B, 0x0A, 'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h', 'i', 'j', 'k', 'l', 'X',
-         'X'});  // the two X lie behind the 512 bytes of the area
-
-    EXPECT_EQ(Handler(area, {}).Read(kTag), "abcdefghijkl");
-}
-
-TEST(OtpRead, TakesARecordThatIsCutOffForAbsent)
-{
-    auto area = UnprogrammedArea(31);
-    Put(area, 16, {0x0D, 0x0C, 0x0B, 0x0A, '1', 0});
-
-    EXPECT_EQ(Handler(area, {}).Read(kTag), std::nullopt);
-}
-
-TEST(OtpRead, OfShortDataEndsWithTheData)
-{
-    auto area = UnprogrammedArea(16);
-    Put(area, 0,
-        {0x0D, 0x0C, 0x0B, 0x0A, 'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h', 'i', 'j', 'k', 'l'});
-
-    EXPECT_EQ(Handler(area, {}).Read(kTag), "abcdefghijkl");
+    auto two = Area(512, 16, {0x0D, 0x0C, 0x0B, 0x0A, '1', 0});
+    Put(two, 48, {0x0D, 0x0C, 0x0B, 0x0A, '2', 0});
+    auto runs_on = Area(512, 0, kFullRecord);
+    Put(runs_on, 16, {'T', 'A', 'G', '2', 'm', 0});
+    auto longer = Area(600, 31 * 16, kFullRecord);
+    Put(longer, 512, {'X', 'X'});
+    struct {
+        char const* name;
+        std::vector<std::byte> area;
+        std::optional<std::string_view> text;
+    } const rows[] = {
+        {"a text", Area(512, 32, {0x0D, 0x0C, 0x0B, 0x0A, 'K', 'V', '7', 0, 'x'}), "KV7"},
+        {"an empty text", Area(512, 0, {0x0D, 0x0C, 0x0B, 0x0A, 0, 'x'}), ""},
+        {"no record", UnprogrammedArea(), std::nullopt},
+        {"no data", {}, std::nullopt},
+        {"two records", two, "1"},
+        {"a full payload", runs_on, "abcdefghijklTAG2m"},
+        {"a record that is cut off", Area(31, 16, {0x0D, 0x0C, 0x0B, 0x0A, '1', 0}), std::nullopt},
+        {"short data", Area(16, 0, kFullRecord), "abcdefghijkl"},
+        {"a full payload in the last record", longer, "abcdefghijkl"},
+    };
+    for (auto const& [name, area, text] : rows) {
+        EXPECT_EQ(Handler(area, {}).Read(kTag), text) << name;
+    }
 }
 
 TEST(OtpWrite, ProgramsTheFirstFreeRecordWithTagAndPayload)
 {
     auto area = UnprogrammedArea();
     Put(area, 0, {0x01, 0x00, 0x00, 0x00, 'o'});
-    Put(area, 16, {0xFF, 0xFF, 0xFF, 0x00});  // a tag with one byte programmed is not free
+    Put(area, 16, {0xFF, 0xFF, 0xFF, 0x00});  // not free: one byte of its tag is programmed
     Programmed programmed;
     Handler handler(area, programmed.Function());
 
@@ -144,7 +119,7 @@ TEST(OtpWrite, ProgramsTheFirstFreeRecordWithTagAndPayload)
                 ElementsAre(0x0D, 0x0C, 0x0B, 0x0A, 'K', 'V', '7'));
 }
 
-TEST(OtpWrite, TakesAPayloadThatFillsItsRecord)
+TEST(OtpWrite, AcceptsAPayloadThatFillsItsRecord)
 {
     Programmed programmed;
     auto const area = UnprogrammedArea();
@@ -152,12 +127,10 @@ TEST(OtpWrite, TakesAPayloadThatFillsItsRecord)
 
     EXPECT_EQ(handler.Write(kTag, Payload("abcdefghijkl")), 0U);
 
-    EXPECT_THAT(programmed.records,
-                ElementsAre(ElementsAreArray({0x0D, 0x0C, 0x0B, 0x0A, 0x61, 0x62, 0x63, 0x64, 0x65,
-                                              0x66, 0x67, 0x68, 0x69, 0x6A, 0x6B, 0x6C})));
+    EXPECT_THAT(programmed.records, ElementsAre(ElementsAreArray(kFullRecord)));
 }
 
-TEST(OtpWrite, HandsOnTheStatusOfTheWriteFunction)
+TEST(OtpWrite, ReturnsTheStatusOfTheWriteFunction)
 {
     Programmed programmed;
     programmed.status = 77;
@@ -167,25 +140,13 @@ TEST(OtpWrite, HandsOnTheStatusOfTheWriteFunction)
     EXPECT_EQ(handler.Write(kTag, Payload("KV7")), 77U);
 }
 
-TEST(OtpWrite, OfWhatStandsThereAlreadySucceedsWithoutProgramming)
+TEST(OtpWrite, DoesNotProgramAKnownTagAgain)
 {
-    auto area = UnprogrammedArea();
-    Put(area, 80, {0x0D, 0x0C, 0x0B, 0x0A, 'K', 'V', '7', 0});
+    auto const area = Area(512, 80, {0x0D, 0x0C, 0x0B, 0x0A, 'K', 'V', '7', 0});
     Programmed programmed;
     Handler handler(area, programmed.Function());
 
     EXPECT_EQ(handler.Write(kTag, Payload("KV7")), 0U);
-
-    EXPECT_TRUE(programmed.records.empty());
-}
-
-TEST(OtpWrite, OfAnotherPayloadUnderAKnownTagIsAConflict)
-{
-    auto area = UnprogrammedArea();
-    Put(area, 80, {0x0D, 0x0C, 0x0B, 0x0A, 'K', 'V', '7', 0});
-    Programmed programmed;
-    Handler handler(area, programmed.Function());
-
     EXPECT_EQ(handler.Write(kTag, Payload("KV8")), 1U);
     EXPECT_EQ(handler.Write(kTag, Payload("KV")), 1U);
     EXPECT_EQ(handler.Write(kTag, Payload("KV77")), 1U);
@@ -193,24 +154,14 @@ TEST(OtpWrite, OfAnotherPayloadUnderAKnownTagIsAConflict)
     EXPECT_TRUE(programmed.records.empty());
 }
 
-TEST(OtpWrite, IntoAFullAreaFailsWithoutProgramming)
+TEST(OtpWrite, FailsWithoutProgrammingWhenNothingIsFreeOrThePayloadIsTooLong)
 {
-    std::vector<std::byte> const area(kOtpAreaSize);
+    std::vector<std::byte> const full(kOtpAreaSize);
+    auto const free = UnprogrammedArea();
     Programmed programmed;
-    Handler handler(area, programmed.Function());
 
-    EXPECT_NE(handler.Write(kTag, Payload("KV7")), 0U);
-
-    EXPECT_TRUE(programmed.records.empty());
-}
-
-TEST(OtpWrite, OfAPayloadThatDoesNotFitFailsWithoutProgramming)
-{
-    Programmed programmed;
-    auto const area = UnprogrammedArea();
-    Handler handler(area, programmed.Function());
-
-    EXPECT_NE(handler.Write(kTag, Payload("abcdefghijklm")), 0U);
+    EXPECT_NE(Handler(full, programmed.Function()).Write(kTag, Payload("KV7")), 0U);
+    EXPECT_NE(Handler(free, programmed.Function()).Write(kTag, Payload("abcdefghijklm")), 0U);
 
     EXPECT_TRUE(programmed.records.empty());
 }

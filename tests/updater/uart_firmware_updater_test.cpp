@@ -1,9 +1,13 @@
 // The UART backend on a real QSerialPort, with a simulated unit at the other end of the line.
 #include "updater/uart_firmware_updater.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <termios.h>
+#include <unistd.h>
 
+#include "tests/support/pattern_image.h"
 #include "tests/updater/uart_unit.h"
 
 using namespace Qt::StringLiterals;
@@ -15,13 +19,13 @@ namespace {
 std::vector<std::byte> const kMarker{std::byte{'P'}, std::byte{'U'}, std::byte{'W'},
                                      std::byte{'F'}};
 
+// What the engine puts in place of the image's last four bytes: its number, then zeros.
+QByteArray const kTrailerEnd("\x01\x00\x00\x00", 4);
+
 QByteArray Pattern(qsizetype size)
 {
-    QByteArray bytes(size, '\0');
-    for (qsizetype i = 0; i < size; ++i) {
-        bytes[i] = static_cast<char>((i * 7 + i / 256) % 251);
-    }
-    return bytes;
+    auto const bytes = PatternImage(static_cast<size_t>(size));
+    return {reinterpret_cast<char const*>(bytes.data()), size};
 }
 
 QByteArray ErasedBytes(qsizetype size)
@@ -42,9 +46,11 @@ protected:
         backend->onStartUpdate();
     }
 
-    // Expects that an upload of `path` fails without a byte on the line.
+    // Expects that an update with the file at `path` fails without a byte on the line.
     void ExpectNothingSent(QString const& path)
     {
+        unit_->Reset();
+        signals_.clear();
         auto backend = MakeBackend(path);
         backend->onConnectToDevice(port_, {kModel}, true);
         ASSERT_EQ(signals_, QStringList({u"Connected"_s}));
@@ -65,21 +71,13 @@ protected:
 
 }  // namespace
 
-TEST(UartBackend, TellsItsNamesAndPlaceInTheHierarchy)
-{
-    UartFirmwareUpdater const backend({}, 0, 0, 0, 0, 0, {}, nullptr);
-
-    EXPECT_STREQ(backend.metaObject()->className(), "UartFirmwareUpdater");
-    EXPECT_EQ(backend.metaObject()->superClass(), &FirmwareUpdaterBase::staticMetaObject);
-    EXPECT_EQ(backend.parent(), nullptr);
-}
-
-TEST(UartBackend, BelongsToTheParentItWasGiven)
+TEST(UartBackend, HasItsNameItsBaseAndTheParentItWasGiven)
 {
     QObject parent;
-
     auto const* backend = new UartFirmwareUpdater({}, 0, 0, 0, 0, 0, {}, &parent);
 
+    EXPECT_STREQ(backend->metaObject()->className(), "UartFirmwareUpdater");
+    EXPECT_EQ(backend->metaObject()->superClass(), &FirmwareUpdaterBase::staticMetaObject);
     EXPECT_EQ(backend->parent(), &parent);
 }
 
@@ -94,37 +92,47 @@ TEST_F(UartConnect, OfAListedModelReadsTheOtpAndReportsConnected)
     EXPECT_EQ(OpenPorts(), 1);
 }
 
-TEST_F(UartConnect, WithoutVerificationDoesNotReadTheOtp)
+// A pseudo-terminal keeps the speed that its client sets.
+TEST_F(UartConnect, OpensThePortAt460800Baud)
 {
     auto backend = MakeBackend();
+    backend->onConnectToDevice(port_, {kModel}, true);
 
-    backend->onConnectToDevice(port_, {}, false);
+    int const line = ::open(unit_->Status().pty_path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    termios modes{};
+    EXPECT_EQ(tcgetattr(line, &modes), 0);
+    ::close(line);
 
-    EXPECT_EQ(signals_, QStringList({u"Connected"_s}));
-    EXPECT_THAT(Commands(), ElementsAre("sync", "get", "get-id"));
+    EXPECT_EQ(cfgetospeed(&modes), speed_t{B460800});
+    EXPECT_EQ(cfgetispeed(&modes), speed_t{B460800});
 }
 
-TEST_F(UartConnect, OfServiceFirmwareDoesNotReadTheOtp)
+// model_id_test.cpp has every spelling of "service".
+TEST_F(UartConnect, ReadsTheOtpOnlyToVerifyFirmwareThatIsNotForService)
 {
-    auto backend = MakeBackend({}, u"service"_s);
+    struct {
+        QString target_type;
+        bool verify;
+        QString status;
+        bool reads;
+    } const rows[] = {
+        {{}, false, u"Connected"_s, false},
+        {u"service"_s, true, u"Connected"_s, false},
+        {u"Service"_s, true, u"VerificationFailed"_s, true},
+    };
+    for (auto const& [target_type, verify, status, reads] : rows) {
+        unit_->Reset();
+        signals_.clear();
+        auto backend = MakeBackend({}, target_type);
 
-    backend->onConnectToDevice(port_, {}, true);
+        backend->onConnectToDevice(port_, {}, verify);
 
-    EXPECT_EQ(signals_, QStringList({u"Connected"_s}));
-    EXPECT_FALSE(WasRead());
+        EXPECT_EQ(signals_, QStringList({status})) << target_type.toStdString();
+        EXPECT_EQ(WasRead(), reads) << target_type.toStdString();
+    }
 }
 
-TEST_F(UartConnect, OfServiceInOtherLettersReadsTheOtp)
-{
-    auto backend = MakeBackend({}, u"Service"_s);
-
-    backend->onConnectToDevice(port_, {}, true);
-
-    EXPECT_EQ(signals_, QStringList({u"VerificationFailed"_s}));
-    EXPECT_TRUE(WasRead());
-}
-
-TEST_F(UartConnect, OfAWrongModelClosesThePort)
+TEST_F(UartConnect, OfAWrongModelClosesThePortAndTheNextOneStartsFromScratch)
 {
     auto backend = MakeBackend();
 
@@ -132,17 +140,8 @@ TEST_F(UartConnect, OfAWrongModelClosesThePort)
 
     EXPECT_EQ(signals_, QStringList({u"VerificationFailed"_s}));
     EXPECT_EQ(OpenPorts(), 0);
-}
-
-TEST_F(UartConnect, AfterAWrongModelStartsFromScratch)
-{
-    auto backend = MakeBackend();
-    backend->onConnectToDevice(port_, {kModel + 1}, true);
-    ASSERT_EQ(signals_, QStringList({u"VerificationFailed"_s}));
     unit_->Reset();
-
     backend->onConnectToDevice(port_, {kModel}, true);
-
     EXPECT_EQ(signals_.last(), u"Connected"_s);
     EXPECT_EQ(unit_->Status().connects, 2U);
 }
@@ -159,14 +158,14 @@ TEST_F(UartConnect, WithUnreadableOtpCountsAsAWrongModel)
     EXPECT_EQ(OpenPorts(), 0);
 }
 
-TEST_F(UartConnect, IsRepeatedUntilASilentUnitAnswers)
+TEST_F(UartConnect, CanBeRepeatedUntilASilentUnitAnswers)
 {
     auto backend = MakeBackend();
     unit_->SetSilent(true);
-    for (int i = 0; i < 3; ++i) {
+    for (int i = 0; i < 2; ++i) {
         backend->onConnectToDevice(port_, {kModel}, true);
     }
-    ASSERT_EQ(signals_, QStringList({u"Disconnected"_s, u"Disconnected"_s, u"Disconnected"_s}));
+    ASSERT_EQ(signals_, QStringList({u"Disconnected"_s, u"Disconnected"_s}));
     EXPECT_LE(OpenPorts(), 1);
 
     unit_->SetSilent(false);
@@ -188,7 +187,7 @@ TEST_F(UartConnect, WhileStillConnectedOpensThePortAnew)
     EXPECT_EQ(OpenPorts(), 1);
 }
 
-TEST_F(UartConnect, ToAUnitThatReturnedUnderAnotherNameSucceeds)
+TEST_F(UartConnect, SucceedsWithAUnitThatReturnedUnderAnotherName)
 {
     auto backend = MakeBackend();
     backend->onConnectToDevice(port_, {kModel}, true);
@@ -202,36 +201,19 @@ TEST_F(UartConnect, ToAUnitThatReturnedUnderAnotherNameSucceeds)
     EXPECT_EQ(signals_, QStringList({u"Connected"_s, u"Disconnected"_s, u"Connected"_s}));
 }
 
-TEST_F(UartConnect, IsEndedByDisconnectWhichClosesThePort)
+TEST_F(UartConnect, IsEndedByDisconnectWhichReportsEachTime)
 {
     auto backend = MakeBackend();
-    backend->onConnectToDevice(port_, {kModel}, true);
-
     backend->onDisconnectDevice();
-
-    EXPECT_EQ(signals_, QStringList({u"Connected"_s, u"Disconnected"_s}));
-    EXPECT_EQ(OpenPorts(), 0);
-}
-
-TEST_F(UartConnect, DisconnectTwiceReportsTwice)
-{
-    auto backend = MakeBackend();
-    backend->onConnectToDevice(port_, {kModel}, true);
-
-    backend->onDisconnectDevice();
-    backend->onDisconnectDevice();
-
-    EXPECT_EQ(signals_, QStringList({u"Connected"_s, u"Disconnected"_s, u"Disconnected"_s}));
-}
-
-TEST_F(UartConnect, DisconnectWithoutAConnectOnlyReports)
-{
-    auto backend = MakeBackend();
-
-    backend->onDisconnectDevice();
-
-    EXPECT_EQ(signals_, QStringList({u"Disconnected"_s}));
     EXPECT_TRUE(Commands().empty());
+    backend->onConnectToDevice(port_, {kModel}, true);
+
+    backend->onDisconnectDevice();
+    EXPECT_EQ(OpenPorts(), 0);
+    backend->onDisconnectDevice();
+
+    EXPECT_EQ(signals_, QStringList({u"Disconnected"_s, u"Connected"_s, u"Disconnected"_s,
+                                     u"Disconnected"_s}));
 }
 
 TEST_F(UartConnect, EndsWithTheBackend)
@@ -245,7 +227,7 @@ TEST_F(UartConnect, EndsWithTheBackend)
     EXPECT_EQ(OpenPorts(), 0);
 }
 
-TEST_F(UartConnect, AnswersThroughTheBaseClass)
+TEST_F(UartConnect, WorksThroughTheBaseClass)
 {
     auto backend = MakeBackend();
     FirmwareUpdaterBase& base = *backend;
@@ -267,9 +249,7 @@ TEST_F(UartUpdate, WritesTheImageMarksTheBootModeAndStartsTheFirmware)
 
     EXPECT_EQ(signals_.first(), u"started"_s);
     EXPECT_EQ(signals_.last(), u"finished true"_s);
-    auto expected = image;
-    expected.replace(4092, 4, QByteArray("\x01\x00\x00\x00", 4));
-    EXPECT_EQ(Flash(4096), expected);
+    EXPECT_EQ(Flash(4096), image.first(4092) + kTrailerEnd);
     auto const status = unit_->Status();
     EXPECT_EQ(status.marker, kMarker);
     EXPECT_EQ(status.jump_address, kStart);
@@ -285,16 +265,16 @@ TEST_F(UartUpdate, ReportsItsProgressInOrderBetweenStartAndEnd)
     EXPECT_EQ(signals_, QStringList({u"started"_s, u"0"_s, u"40"_s, u"81"_s, u"finished true"_s}));
 }
 
-TEST_F(UartUpdate, FillsUpToAMultipleOfFourBytes)
+TEST_F(UartUpdate, PadsTheImageWithZerosToAMultipleOfFourBytes)
 {
-    for (qsizetype size = 9; size <= 12; ++size) {
+    for (qsizetype size = 8; size <= 12; ++size) {
         unit_->Reset();
         signals_.clear();
         Update(Pattern(size));
 
-        EXPECT_EQ(signals_.last(), u"finished true"_s);
-        EXPECT_EQ(Flash(16), Pattern(8) + QByteArray("\x01\x00\x00\x00", 4) + ErasedBytes(4))
-            << size;
+        auto const kept = size == 8 ? 4 : 8;
+        EXPECT_EQ(signals_.last(), u"finished true"_s) << size;
+        EXPECT_EQ(Flash(16), Pattern(kept) + kTrailerEnd + ErasedBytes(12 - kept)) << size;
     }
 }
 
@@ -310,26 +290,29 @@ TEST_F(UartUpdate, WritesToTheAddressItWasGiven)
     EXPECT_EQ(Flash(12, 0x08000400), Pattern(12));
 }
 
-TEST_F(UartUpdate, TakesAFileOfExactlyEightBytes)
+// Nothing is mapped where /proc/self/mem begins: it opens, but cannot be read.
+TEST_F(UartUpdate, OfAFileThatCannotBeReadSaysSoAndSendsNothing)
 {
-    Update(Pattern(8));
+    for (auto const& path : {folder_.filePath(u"missing.bin"_s), u"/proc/self/mem"_s}) {
+        testing::internal::CaptureStdout();
 
-    EXPECT_EQ(signals_.last(), u"finished true"_s);
-    EXPECT_EQ(Flash(12), Pattern(4) + QByteArray("\x01\x00\x00\x00", 4) + ErasedBytes(4));
+        ExpectNothingSent(path);
+
+        EXPECT_EQ(testing::internal::GetCapturedStdout(),
+                  "File " + path.toStdString() + " not found/could not be opened\n");
+    }
 }
 
-TEST_F(UartUpdate, OfAMissingFileSaysSoAndSendsNothing)
+TEST_F(UartUpdate, OfAnImageBelowEightBytesOrOfADirectorySendsNothing)
 {
-    auto const path = folder_.filePath(u"missing.bin"_s);
-    testing::internal::CaptureStdout();
-
-    ExpectNothingSent(path);
-
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "File " + path.toStdString() + " not found/could not be opened\n");
+    for (qsizetype const size : {0, 3, 4, 7}) {
+        SCOPED_TRACE(size);
+        ExpectNothingSent(MakeFile(Pattern(size)));
+    }
+    ExpectNothingSent(folder_.path());
 }
 
-TEST_F(UartUpdate, OfAMissingFileReturnsFalseWithoutProgress)
+TEST_F(UartUpdate, OfAMissingFileReportsNoProgress)
 {
     auto backend = MakeBackend();
     bool progressed = false;
@@ -341,43 +324,7 @@ TEST_F(UartUpdate, OfAMissingFileReturnsFalseWithoutProgress)
     EXPECT_TRUE(signals_.isEmpty());
 }
 
-TEST_F(UartUpdate, OfAnEmptyFileSendsNothing)
-{
-    ExpectNothingSent(MakeFile({}));
-}
-
-TEST_F(UartUpdate, OfThreeBytesSendsNothing)
-{
-    ExpectNothingSent(MakeFile(Pattern(3)));
-}
-
-TEST_F(UartUpdate, OfFourBytesSendsNothing)
-{
-    ExpectNothingSent(MakeFile(Pattern(4)));
-}
-
-TEST_F(UartUpdate, OfSevenBytesSendsNothing)
-{
-    ExpectNothingSent(MakeFile(Pattern(7)));
-}
-
-TEST_F(UartUpdate, OfADirectorySendsNothing)
-{
-    ExpectNothingSent(folder_.path());
-}
-
-TEST_F(UartUpdate, OfAFileThatOpensButCannotBeReadSaysSoAndSendsNothing)
-{
-    testing::internal::CaptureStdout();
-
-    // Nothing is mapped where it begins.
-    ExpectNothingSent(u"/proc/self/mem"_s);
-
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "File /proc/self/mem not found/could not be opened\n");
-}
-
-TEST_F(UartUpdate, NeedsNoOneToHearItsProgress)
+TEST_F(UartUpdate, DoesNotNeedAProgressFunction)
 {
     auto backend = MakeBackend();
     ASSERT_TRUE(backend->connect(port_));
@@ -387,7 +334,7 @@ TEST_F(UartUpdate, NeedsNoOneToHearItsProgress)
     EXPECT_EQ(Flash(16), Pattern(16));
 }
 
-TEST_F(UartUpdate, HandsEachPercentageToItsCaller)
+TEST_F(UartUpdate, PassesEachPercentageToItsCaller)
 {
     auto backend = MakeBackend();
     ASSERT_TRUE(backend->connect(port_));
@@ -400,7 +347,7 @@ TEST_F(UartUpdate, HandsEachPercentageToItsCaller)
     EXPECT_TRUE(signals_.isEmpty());
 }
 
-TEST_F(UartUpdate, ThatTheUnitRefusesFailsAndDoesNotStartTheFirmware)
+TEST_F(UartUpdate, FailsWithoutStartingTheFirmwareWhenTheUnitRefusesTheErase)
 {
     auto backend = MakeBackend(MakeFile(Pattern(64)));
     backend->onConnectToDevice(port_, {kModel}, true);
@@ -458,13 +405,14 @@ TEST_F(UartUpdate, ResetAloneMarksTheBootModeAndStartsTheFirmware)
     EXPECT_TRUE(FlashIsErased());
 }
 
-TEST_F(UartUpdate, LeavesThePortToTheBackendsEnd)
+TEST_F(UartUpdate, KeepsThePortOpenUntilTheBackendEnds)
 {
-    {
-        auto backend = MakeBackend(MakeFile(Pattern(64)));
-        backend->onConnectToDevice(port_, {kModel}, true);
-        backend->onStartUpdate();
-    }
+    auto backend = MakeBackend(MakeFile(Pattern(64)));
+    backend->onConnectToDevice(port_, {kModel}, true);
+    backend->onStartUpdate();
+    EXPECT_EQ(OpenPorts(), 1);
+
+    backend.reset();
 
     EXPECT_EQ(OpenPorts(), 0);
 }

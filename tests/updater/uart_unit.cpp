@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "simulator/chips/otp_image.h"
+#include "tests/updater/backend_signals.h"
 
 using namespace Qt::StringLiterals;
 
@@ -39,24 +40,7 @@ std::unique_ptr<UartFirmwareUpdater> UartUnitTest::MakeBackend(QString const& fi
 {
     auto backend = std::make_unique<UartFirmwareUpdater>(
         firmware_path, kStart, programming_address, kOtp, 512, kBootMode, fw_target_type, nullptr);
-    auto const note = [this](QString const& text) {
-        return [this, text] { signals_.append(text); };
-    };
-    auto* const base = static_cast<FirmwareUpdaterBase*>(backend.get());
-    QObject::connect(base, &FirmwareUpdaterBase::UpdateStarted, note(u"started"_s));
-    QObject::connect(base, &FirmwareUpdaterBase::EraseStarted, note(u"erase started"_s));
-    QObject::connect(base, &FirmwareUpdaterBase::EraseFinished, note(u"erase finished"_s));
-    QObject::connect(base, &FirmwareUpdaterBase::UpdateFinished, [this](bool status) {
-        signals_.append(status ? u"finished true"_s : u"finished false"_s);
-    });
-    QObject::connect(base, &FirmwareUpdaterBase::ProgressUpdate,
-                     [this](int percent) { signals_.append(QString::number(percent)); });
-    QObject::connect(base, &FirmwareUpdaterBase::UpdateConnectionStatus,
-                     [this](ConnectionStatus status) {
-                         static QStringList const names{u"Connected"_s, u"Disconnected"_s,
-                                                        u"VerificationFailed"_s};
-                         signals_.append(names.value(static_cast<int>(status)));
-                     });
+    NoteSignals(*backend, [this](QString const& signal) { signals_.append(signal); });
     return backend;
 }
 

@@ -1,5 +1,4 @@
-// A simulated unit on a simulated serial port and the UART backend that talks to it, for the tests
-// of the backend.
+// A simulated unit on a simulated serial port, and the UART backend that talks to it.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -30,7 +29,7 @@ protected:
     // A file with this content in a folder of the test's own.
     QString MakeFile(QByteArray const& content) const;
 
-    // How often the unit's line is open, but for the unit's own hold on it.
+    // How often the unit's line is open, apart from the unit's own hold on it.
     int OpenPorts();
 
     // The commands that the unit received: "sync", "get", "read", ...
@@ -42,6 +41,6 @@ protected:
 
     QString port_ = QString::fromStdString(simulator::MakeUniquePortName());
     std::unique_ptr<simulator::SimulatedUnit> unit_;
-    QStringList signals_;  // of the backend, in their order
+    QStringList signals_;  // see backend_signals.h
     QTemporaryDir folder_;
 };

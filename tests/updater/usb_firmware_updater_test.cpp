@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "tests/support/stand_in_tool.h"
+#include "tests/updater/backend_signals.h"
 
 using namespace Qt::StringLiterals;
 using stm32_updater::Stm32DfuUtilUpdater;
@@ -18,36 +19,31 @@ using testing::Each;
 
 namespace {
 
-constexpr int kPatience = 15'000;  // milliseconds
+constexpr int kPatience = 15'000;  // ms
 constexpr uint8_t kModel = 0x79;
+
+// Counts the calls of disconnect(), of which the slots make none.
+class CountingBackend : public UsbFirmwareUpdater {
+public:
+    using UsbFirmwareUpdater::UsbFirmwareUpdater;
+    void disconnect() override { ++disconnects; }
+
+    int disconnects = 0;
+};
 
 class UsbBackend : public testing::Test {
 protected:
     void MakeBackend(QString const& fw_target_type = {})
     {
-        backend_ =
-            std::make_unique<UsbFirmwareUpdater>(u"/images/fw.bin"_s, tool_.Path(), 0x08004000,
-                                                 0x1FFF7800, 512, fw_target_type, nullptr);
-        Note(&FirmwareUpdaterBase::UpdateStarted, u"started"_s);
-        Note(&FirmwareUpdaterBase::EraseStarted, u"erase started"_s);
-        Note(&FirmwareUpdaterBase::EraseFinished, u"erase finished"_s);
-        QObject::connect(backend_.get(), &FirmwareUpdaterBase::ProgressUpdate,
-                         [this](int percent) { signals_.append(QString::number(percent)); });
-        QObject::connect(backend_.get(), &FirmwareUpdaterBase::UpdateFinished, [this](bool ok) {
-            signals_.append(ok ? u"finished true"_s : u"finished false"_s);
-        });
-        QObject::connect(backend_.get(), &FirmwareUpdaterBase::UpdateConnectionStatus,
-                         [this](ConnectionStatus status) {
-                             signals_.append(u"status %1"_s.arg(static_cast<int>(status)));
-                         });
+        backend_ = std::make_unique<CountingBackend>(u"/images/fw.bin"_s, tool_.Path(), 0x08004000,
+                                                     0x1FFF7800, 512, fw_target_type, nullptr);
+        NoteSignals(*backend_, [this](QString const& signal) { signals_.append(signal); });
     }
 
-    // A tool that gives an OTP area with this model's record in its first place.
-    void ToolReadsModel(uint8_t model)
+    // Makes the tool read an OTP area that begins with these bytes; the rest is not programmed.
+    void UnitHas(QByteArray const& area, qsizetype size = 512)
     {
-        QByteArray area(512, '\xFF');
-        area.replace(0, 5, QByteArray("\x11\x47\x23\x01", 4) + static_cast<char>(model));
-        tool_.Write(u"area"_s, area);
+        tool_.Write(u"area"_s, area.leftJustified(size, '\xFF'));
         tool_.Does("read_unit_as area\n");
     }
 
@@ -58,80 +54,99 @@ protected:
 
     StandInTool tool_;
     QStringList signals_;
-    std::unique_ptr<UsbFirmwareUpdater> backend_;
-
-private:
-    template <typename Signal>
-    void Note(Signal signal, QString const& name)
-    {
-        QObject::connect(backend_.get(), signal, [this, name] { signals_.append(name); });
-    }
+    std::unique_ptr<CountingBackend> backend_;
 };
 
-QString const kConnected = u"status 0"_s;
-QString const kDisconnected = u"status 1"_s;
-QString const kVerificationFailed = u"status 2"_s;
+QByteArray const kModelRecord("\x11\x47\x23\x01\x79", 5);
 
 }  // namespace
 
-TEST_F(UsbBackend, TellsItsNamesAndPlaceInTheHierarchy)
+TEST_F(UsbBackend, HasItsNameItsBaseAndTheParentItWasGiven)
 {
-    MakeBackend();
     QObject parent;
+    auto const* backend = new UsbFirmwareUpdater({}, {}, 0, 0, 0, {}, &parent);
 
-    EXPECT_STREQ(backend_->metaObject()->className(), "UsbFirmwareUpdater");
-    EXPECT_EQ(backend_->metaObject()->superClass(), &FirmwareUpdaterBase::staticMetaObject);
-    EXPECT_EQ(backend_->parent(), nullptr);
-    EXPECT_EQ((new UsbFirmwareUpdater({}, {}, 0, 0, 0, {}, &parent))->parent(), &parent);
+    EXPECT_STREQ(backend->metaObject()->className(), "UsbFirmwareUpdater");
+    EXPECT_EQ(backend->metaObject()->superClass(), &FirmwareUpdaterBase::staticMetaObject);
+    EXPECT_EQ(backend->parent(), &parent);
 }
 
-TEST_F(UsbBackend, TakesItsDriverAndTheProcessAlongToAnotherThread)
+TEST_F(UsbBackend, TakesItsEngineAndTheProcessAlongToAnotherThread)
 {
     MakeBackend();
     QThread thread;
-    auto* const driver = backend_->findChild<Stm32DfuUtilUpdater*>();
-    ASSERT_NE(driver, nullptr);
-    auto* const process = driver->findChild<QProcess*>();
+    auto* const engine = backend_->findChild<Stm32DfuUtilUpdater*>();
+    ASSERT_NE(engine, nullptr);
+    auto* const process = engine->findChild<QProcess*>();
     ASSERT_NE(process, nullptr);
 
     backend_->moveToThread(&thread);
 
-    EXPECT_EQ(driver->thread(), &thread);
+    EXPECT_EQ(engine->thread(), &thread);
     EXPECT_EQ(process->thread(), &thread);
 }
 
-TEST_F(UsbBackend, ConnectsWithoutTheToolWhenNotAskedToVerify)
+TEST_F(UsbBackend, ReadsTheOtpAreaToVerifyTheModel)
 {
-    tool_.Does("");
-    MakeBackend();
-
-    backend_->onConnectToDevice({}, {kModel}, false);
-
-    EXPECT_EQ(signals_, QStringList({kConnected}));
-    EXPECT_EQ(tool_.ProcessIds().size(), 0);
-}
-
-TEST_F(UsbBackend, ConnectsToAListedModel)
-{
-    ToolReadsModel(kModel);
+    UnitHas(kModelRecord);
     MakeBackend();
 
     backend_->onConnectToDevice(u"any"_s, {1, kModel}, true);
 
-    EXPECT_EQ(signals_, QStringList({kConnected}));
+    EXPECT_EQ(signals_, QStringList({u"Connected"_s}));
     EXPECT_EQ(tool_.Arguments(), QStringList({u"-d"_s, u"0483:df11"_s, u"-a"_s, u"2"_s, u"-s"_s,
                                               u"0x1fff7800:512"_s, u"-U"_s, tool_.OtpPath()}));
 }
 
-TEST_F(UsbBackend, RefusesAnUnlistedModel)
+// model_id_test.cpp has every spelling of "service".
+TEST_F(UsbBackend, RunsTheToolOnlyToVerifyFirmwareThatIsNotForService)
 {
-    ToolReadsModel(kModel);
-    MakeBackend();
+    struct {
+        QString target_type;
+        bool verify;
+        QString status;
+        qsizetype runs;
+    } const rows[] = {
+        {{}, false, u"Connected"_s, 0},
+        {u"service"_s, true, u"Connected"_s, 0},
+        {u"Service"_s, true, u"VerificationFailed"_s, 1},
+    };
+    tool_.Does("");
+    for (auto const& [target_type, verify, status, runs] : rows) {
+        signals_.clear();
+        MakeBackend(target_type);
 
-    backend_->onConnectToDevice({}, {1, 2}, true);
-    backend_->onConnectToDevice({}, {}, true);
+        backend_->onConnectToDevice({}, {kModel}, verify);
 
-    EXPECT_EQ(signals_, QStringList({kVerificationFailed, kVerificationFailed}));
+        EXPECT_EQ(signals_, QStringList({status})) << target_type.toStdString();
+        EXPECT_EQ(tool_.ProcessIds().size(), runs) << target_type.toStdString();
+    }
+}
+
+TEST_F(UsbBackend, RefusesAWrongModelWithoutADisconnect)
+{
+    struct {
+        char const* name;
+        QByteArray area;
+        qsizetype size;
+        QList<uint8_t> device_ids;
+    } const rows[] = {
+        {"an unlisted model", kModelRecord, 512, {1, 2}},
+        {"an empty list", kModelRecord, 512, {}},
+        {"an area that ends within the record", kModelRecord, 5, {kModel}},
+        {"a single byte", "\x11", 1, {kModel}},
+        {"a record behind the area", QByteArray(512, '\xFF') + kModelRecord, 1536, {kModel}},
+    };
+    for (auto const& [name, area, size, device_ids] : rows) {
+        UnitHas(area, size);
+        signals_.clear();
+        MakeBackend();
+
+        backend_->onConnectToDevice({}, device_ids, true);
+
+        EXPECT_EQ(signals_, QStringList({u"VerificationFailed"_s})) << name;
+        EXPECT_EQ(backend_->disconnects, 0) << name;
+    }
 }
 
 TEST_F(UsbBackend, RefusesAUnitThatCannotBeRead)
@@ -142,63 +157,18 @@ TEST_F(UsbBackend, RefusesAUnitThatCannotBeRead)
     tool_.Does("exit 74\n");
     backend_->onConnectToDevice({}, {kModel}, true);
 
-    EXPECT_EQ(signals_, QStringList({kVerificationFailed, kVerificationFailed}));
+    EXPECT_EQ(signals_, QStringList({u"VerificationFailed"_s, u"VerificationFailed"_s}));
 }
 
-TEST_F(UsbBackend, LooksThroughAShortAreaAsFarAsItGoes)
-{
-    MakeBackend();
-    for (auto const& area : {QByteArray("\x11\x47\x23\x01\x79", 5), QByteArray("\x11", 1)}) {
-        tool_.Write(u"area"_s, area);
-        tool_.Does("read_unit_as area\n");
-        backend_->onConnectToDevice({}, {kModel}, true);
-    }
-
-    EXPECT_EQ(signals_, QStringList({kVerificationFailed, kVerificationFailed}));
-}
-
-TEST_F(UsbBackend, DoesNotFindTheRecordBeyondTheArea)
-{
-    tool_.Write(u"area"_s, QByteArray(512, '\xFF') + QByteArray("\x11\x47\x23\x01\x79", 5) +
-                               QByteArray(1024, '\0'));
-    tool_.Does("read_unit_as area\n");
-    MakeBackend();
-
-    backend_->onConnectToDevice({}, {kModel}, true);
-
-    EXPECT_EQ(signals_, QStringList({kVerificationFailed}));
-}
-
-TEST_F(UsbBackend, ConnectsWithoutTheToolForServiceFirmware)
-{
-    tool_.Does("");
-    MakeBackend(u"service"_s);
-
-    backend_->onConnectToDevice({}, {}, true);
-
-    EXPECT_EQ(signals_, QStringList({kConnected}));
-    EXPECT_EQ(tool_.ProcessIds().size(), 0);
-}
-
-TEST_F(UsbBackend, ChecksTheModelForServiceFirmwareInAnotherSpelling)
-{
-    tool_.Does("");
-    MakeBackend(u"Service"_s);
-
-    backend_->onConnectToDevice({}, {kModel}, true);
-
-    EXPECT_EQ(signals_, QStringList({kVerificationFailed}));
-    EXPECT_EQ(tool_.ProcessIds().size(), 1);
-}
-
-TEST_F(UsbBackend, TellsDisconnectedEvenIfNothingWasConnected)
+TEST_F(UsbBackend, ReportsDisconnectedAndDoesNothingElse)
 {
     tool_.Does("");
     MakeBackend();
 
     backend_->onDisconnectDevice();
 
-    EXPECT_EQ(signals_, QStringList({kDisconnected}));
+    EXPECT_EQ(signals_, QStringList({u"Disconnected"_s}));
+    EXPECT_EQ(backend_->disconnects, 0);
     EXPECT_EQ(tool_.ProcessIds().size(), 0);
 }
 
@@ -209,27 +179,14 @@ TEST_F(UsbBackend, HasNothingToOpenCloseOrRestart)
 
     EXPECT_TRUE(backend_->connect({}));
     EXPECT_TRUE(backend_->connect(u"again"_s));
-    backend_->disconnect();
+    backend_->UsbFirmwareUpdater::disconnect();
     backend_->reset();
 
     EXPECT_EQ(signals_, QStringList());
     EXPECT_EQ(tool_.ProcessIds().size(), 0);
 }
 
-TEST_F(UsbBackend, UpdatesByOneDownload)
-{
-    tool_.Does("");
-    MakeBackend();
-
-    backend_->onStartUpdate();
-
-    ASSERT_TRUE(WaitForSignal(u"100"_s));
-    EXPECT_EQ(tool_.Arguments(),
-              QStringList({u"-d"_s, u"0483:df11"_s, u"-a"_s, u"0"_s, u"-s"_s,
-                           u"0X08004000:fast:leave"_s, u"-D"_s, u"/images/fw.bin"_s}));
-}
-
-TEST_F(UsbBackend, StartsAnUpdateWithoutWaitingForItsEnd)
+TEST_F(UsbBackend, StartsADownloadWithoutWaitingForItsEnd)
 {
     tool_.Does("wait_for_test\n");
     MakeBackend();
@@ -239,9 +196,12 @@ TEST_F(UsbBackend, StartsAnUpdateWithoutWaitingForItsEnd)
     EXPECT_EQ(signals_, QStringList({u"started"_s, u"erase started"_s}));
     tool_.LetGo();
     EXPECT_TRUE(WaitForSignal(u"finished true"_s));
+    EXPECT_EQ(tool_.Arguments(),
+              QStringList({u"-d"_s, u"0483:df11"_s, u"-a"_s, u"0"_s, u"-s"_s,
+                           u"0X08004000:fast:leave"_s, u"-D"_s, u"/images/fw.bin"_s}));
 }
 
-TEST_F(UsbBackend, ReportsOnlyTheToolsPercentagesAndAtLast100)
+TEST_F(UsbBackend, ReportsOnlyTheToolsPercentagesAndFinally100)
 {
     tool_.Does(
         "printf 'Erase [==] 50%%'; printf '\\rDownload [==] 30%%'; wait_for_test\n"
@@ -265,10 +225,9 @@ TEST_F(UsbBackend, FailsAnUpdateWhoseToolIsKilled)
     MakeBackend();
     backend_->onStartUpdate();
 
-    ASSERT_TRUE(WaitForSignal(u"100"_s));
+    ASSERT_TRUE(WaitForSignal(u"finished false"_s));
 
-    EXPECT_EQ(signals_,
-              QStringList({u"started"_s, u"erase started"_s, u"finished false"_s, u"100"_s}));
+    EXPECT_EQ(signals_, QStringList({u"started"_s, u"erase started"_s, u"finished false"_s}));
 }
 
 TEST_F(UsbBackend, UploadsTheFileItIsGivenWithoutCallingForProgress)
@@ -285,7 +244,7 @@ TEST_F(UsbBackend, UploadsTheFileItIsGivenWithoutCallingForProgress)
     EXPECT_EQ(signals_, QStringList({u"erase started"_s, u"finished true"_s, u"100"_s}));
 }
 
-TEST_F(UsbBackend, ClaimsToUploadEvenWithoutATool)
+TEST_F(UsbBackend, ReportsAnUploadAsStartedEvenWithoutATool)
 {
     MakeBackend();
 
@@ -294,43 +253,24 @@ TEST_F(UsbBackend, ClaimsToUploadEvenWithoutATool)
     EXPECT_EQ(signals_, QStringList({u"erase started"_s}));
 }
 
-TEST_F(UsbBackend, WorksOnItsOwnThread)
+TEST_F(UsbBackend, EmitsItsSignalsOnItsThreadWhichEndsOnlyAfterARunningUpdate)
 {
-    tool_.Does("printf 'Download [==] 30%%'; wait_for_test\n");
+    tool_.Does("printf 'Download [==] 30%%'; wait_for_test; echo >\"$here/written\"\n");
     MakeBackend();
     QThread thread;
     QList<QThread*> threads;
     QSemaphore half_way;
-    QSemaphore done;
-    auto const note = [&](int percent) {
+    NoteSignals(*backend_, [&](QString const& signal) {
         threads.append(QThread::currentThread());
-        (percent == 100 ? done : half_way).release();
-    };
-    QObject::connect(backend_.get(), &FirmwareUpdaterBase::ProgressUpdate, note);
+        if (signal == u"30"_s) {
+            half_way.release();
+        }
+    });
     backend_->moveToThread(&thread);
     thread.start();
-
     QMetaObject::invokeMethod(backend_.get(), &FirmwareUpdaterBase::onStartUpdate,
                               Qt::QueuedConnection);
     ASSERT_TRUE(half_way.tryAcquire(1, kPatience));
-    tool_.LetGo();
-    ASSERT_TRUE(done.tryAcquire(1, kPatience));
-    thread.quit();
-    thread.wait();
-
-    EXPECT_THAT(threads, Each(&thread));
-}
-
-TEST_F(UsbBackend, LetsItsThreadEndOnlyAfterARunningUpdate)
-{
-    tool_.Does("echo >\"$here/running\"; wait_for_test; echo >\"$here/written\"\n");
-    MakeBackend();
-    QThread thread;
-    backend_->moveToThread(&thread);
-    thread.start();
-    QMetaObject::invokeMethod(backend_.get(), &FirmwareUpdaterBase::onStartUpdate,
-                              Qt::QueuedConnection);
-    ASSERT_TRUE(QTest::qWaitFor([&] { return tool_.Has(u"running"_s); }, kPatience));
 
     thread.quit();
     EXPECT_FALSE(thread.wait(300));
@@ -338,4 +278,6 @@ TEST_F(UsbBackend, LetsItsThreadEndOnlyAfterARunningUpdate)
     EXPECT_TRUE(thread.wait(kPatience));
 
     EXPECT_TRUE(tool_.Has(u"written"_s));
+    EXPECT_EQ(signals_.last(), u"finished true"_s);
+    EXPECT_THAT(threads, Each(&thread));
 }

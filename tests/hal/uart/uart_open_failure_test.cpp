@@ -1,5 +1,5 @@
 // A port that cannot be opened ends the process, whatever else the process is doing. Every case
-// runs in a child process that starts anew.
+// runs in a new child process.
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
@@ -10,17 +10,20 @@
 #include <thread>
 
 #include "hal/uart/uart.h"
-#include "tests/hal/uart/pseudo_terminal.h"
+#include "modules/stm32_updater/limits.h"
+#include "simulator/host/pseudo_terminal.h"
 
 namespace hal::uart::test {
 namespace {
+
+using stm32_updater::kBaudRate;
 
 constexpr char kExpectedText[] = "Failed to open port .*no-such-port";
 
 void OpenMissingPort()
 {
     QSemaphore semaphore(1);
-    Uart const uart(QString::fromUtf8("/dev/no-such-port"), 460800, &semaphore, nullptr);
+    Uart const uart(QString::fromUtf8("/dev/no-such-port"), kBaudRate, &semaphore, nullptr);
 }
 
 // Keeps the heap and the event system of Qt busy until the process ends.
@@ -71,24 +74,25 @@ TEST_F(OpenFailureTest, EndsTheProcessWithStatusOneAndNamesThePort)
     EXPECT_EXIT(OpenMissingPort(), ::testing::ExitedWithCode(1), kExpectedText);
 }
 
-TEST_F(OpenFailureTest, EndsTheProcessWhenThePathIsNoSerialPort)
+TEST_F(OpenFailureTest, EndsTheProcessWhenThePathIsNotASerialPort)
 {
     EXPECT_EXIT(
         {
             QSemaphore semaphore(1);
-            Uart const uart(QString::fromUtf8("/etc/hostname"), 460800, &semaphore, nullptr);
+            Uart const uart(QString::fromUtf8("/etc/hostname"), kBaudRate, &semaphore, nullptr);
         },
         ::testing::ExitedWithCode(1), "Failed to open port .*hostname");
 }
 
-TEST_F(OpenFailureTest, EndsTheProcessWhenThePortIsTakenAlready)
+TEST_F(OpenFailureTest, EndsTheProcessWhenThePortIsAlreadyTaken)
 {
     EXPECT_EXIT(
         {
-            PseudoTerminal line;
+            simulator::PseudoTerminal const line;
+            auto const path = QString::fromStdString(line.Path());
             QSemaphore semaphore(1);
-            Uart const first(line.Path(), 460800, &semaphore, nullptr);
-            Uart const second(line.Path(), 460800, &semaphore, nullptr);
+            Uart const first(path, kBaudRate, &semaphore, nullptr);
+            Uart const second(path, kBaudRate, &semaphore, nullptr);
         },
         ::testing::ExitedWithCode(1), "Failed to open port .*pts");
 }

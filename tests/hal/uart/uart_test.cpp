@@ -1,4 +1,4 @@
-// The owner of the serial port, with a real QSerialPort on a pty, on one thread.
+// The owner of the serial port, with a real QSerialPort on a pseudo-terminal, on one thread.
 #include "hal/uart/uart.h"
 
 #include <gmock/gmock.h>
@@ -11,12 +11,21 @@
 #include <functional>
 #include <memory>
 
-#include "tests/hal/uart/pseudo_terminal.h"
+#include "modules/stm32_updater/limits.h"
+#include "simulator/host/pseudo_terminal.h"
 
 namespace hal::uart::test {
 namespace {
 
+using simulator::PseudoTerminal;
+using stm32_updater::kBaudRate;
+
 constexpr int kTimeoutMs = 10000;
+
+QString PathOf(PseudoTerminal const& line)
+{
+    return QString::fromStdString(line.Path());
+}
 
 class UartTest : public ::testing::Test {
 protected:
@@ -25,21 +34,22 @@ protected:
     void CollectBytes()
     {
         uart->onSetRxCallback([this](std::byte value) {
-            received.append(static_cast<char>(value));
+            received += static_cast<char>(value);
             thread_of_callback = QThread::currentThread();
         });
     }
 
-    bool WaitForBytes(qsizetype size)
+    bool WaitForBytes(size_t size)
     {
         return QTest::qWaitFor([&] { return received.size() >= size; }, kTimeoutMs);
     }
 
     PseudoTerminal line;
     QSemaphore semaphore{0};
-    QByteArray received;
+    std::string received;
     QThread* thread_of_callback = nullptr;
-    std::unique_ptr<Uart> uart = std::make_unique<Uart>(line.Path(), 460800, &semaphore, nullptr);
+    std::unique_ptr<Uart> uart =
+        std::make_unique<Uart>(PathOf(line), kBaudRate, &semaphore, nullptr);
 };
 
 TEST_F(UartTest, OpensItsPortWithTheFramingOfTheBootloader)
@@ -47,28 +57,29 @@ TEST_F(UartTest, OpensItsPortWithTheFramingOfTheBootloader)
     ASSERT_NE(uart->findChild<QSerialPort*>(), nullptr);
     EXPECT_TRUE(Port().isOpen());
     EXPECT_EQ(Port().openMode(), QIODevice::ReadWrite);
-    EXPECT_EQ(QString::fromUtf8("/dev/") + Port().portName(), line.Path());
+    EXPECT_EQ(QString::fromUtf8("/dev/") + Port().portName(), PathOf(line));
     EXPECT_EQ(Port().parity(), QSerialPort::EvenParity);
     EXPECT_EQ(Port().dataBits(), QSerialPort::Data8);
     EXPECT_EQ(Port().stopBits(), QSerialPort::OneStop);
     EXPECT_EQ(Port().flowControl(), QSerialPort::NoFlowControl);
-    EXPECT_EQ(Port().baudRate(QSerialPort::Input), 460800);
-    EXPECT_EQ(Port().baudRate(QSerialPort::Output), 460800);
 }
 
 TEST_F(UartTest, OpensItsPortAtTheGivenSpeed)
 {
-    PseudoTerminal other;
-    Uart const slow(other.Path(), 9600, &semaphore, nullptr);
-    EXPECT_EQ(slow.findChild<QSerialPort*>()->baudRate(), 9600);
+    EXPECT_EQ(Port().baudRate(QSerialPort::Input), 460800);
+    EXPECT_EQ(Port().baudRate(QSerialPort::Output), 460800);
+    EXPECT_EQ(line.Speed(), 460800U);
+    PseudoTerminal const other;
+    Uart const slow(PathOf(other), 9600, &semaphore, nullptr);
+    EXPECT_EQ(other.Speed(), 9600U);
 }
 
-TEST_F(UartTest, HandsReceivedBytesOverInOrderOnItsThread)
+TEST_F(UartTest, PassesReceivedBytesOnInOrderOnItsThread)
 {
     CollectBytes();
-    QByteArray bytes;
+    std::string bytes;
     for (int i = 0; i < 256; ++i) {
-        bytes.append(static_cast<char>(i));
+        bytes += static_cast<char>(i);
     }
 
     line.Send(bytes);
@@ -78,18 +89,7 @@ TEST_F(UartTest, HandsReceivedBytesOverInOrderOnItsThread)
     EXPECT_EQ(thread_of_callback, uart->thread());
 }
 
-TEST_F(UartTest, HandsOverBytesOfSeveralReads)
-{
-    CollectBytes();
-    for (char const* piece : {"one", "two", "three"}) {
-        auto const size = received.size() + static_cast<qsizetype>(std::strlen(piece));
-        line.Send(piece);
-        ASSERT_TRUE(WaitForBytes(size));
-    }
-    EXPECT_EQ(received, "onetwothree");
-}
-
-TEST_F(UartTest, ThrowsBytesAwayThatCameBeforeTheFirstCallback)
+TEST_F(UartTest, DiscardsBytesThatComeBeforeTheFirstCallback)
 {
     int reads = 0;
     QObject::connect(&Port(), &QSerialPort::readyRead, [&] { ++reads; });
@@ -104,12 +104,12 @@ TEST_F(UartTest, ThrowsBytesAwayThatCameBeforeTheFirstCallback)
     EXPECT_EQ(received, "kept");
 }
 
-TEST_F(UartTest, GivesBytesToTheLatestCallbackOnly)
+TEST_F(UartTest, PassesBytesToTheLatestCallbackOnly)
 {
-    QByteArray first;
-    uart->onSetRxCallback([&](std::byte value) { first.append(static_cast<char>(value)); });
+    std::string first;
+    uart->onSetRxCallback([&](std::byte value) { first += static_cast<char>(value); });
     line.Send("a");
-    ASSERT_TRUE(QTest::qWaitFor([&] { return !first.isEmpty(); }, kTimeoutMs));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !first.empty(); }, kTimeoutMs));
     CollectBytes();
 
     line.Send("b");
@@ -123,34 +123,33 @@ TEST_F(UartTest, ThrowsWhenTheCallbackIsEmpty)
 {
     uart->onSetRxCallback({});
     line.Send("a");
-    // Asked for directly: an exception must not pass through an event loop.
+    // Called directly: an exception must not pass through an event loop.
     EXPECT_THROW(Port().waitForReadyRead(kTimeoutMs), std::bad_function_call);
 }
 
-TEST_F(UartTest, ReadingNothingCallsNobody)
+TEST_F(UartTest, CallsNobodyWhenThereIsNothingToRead)
 {
     CollectBytes();
     uart->onReadData();
-    EXPECT_TRUE(received.isEmpty());
+    EXPECT_EQ(received, "");
 }
 
-TEST_F(UartTest, WritesWhatItIsHandedAndReportsItOnce)
+TEST_F(UartTest, WritesTheBytesAndReleasesATokenForEachReport)
 {
     int reports = 0;
     QObject::connect(&Port(), &QSerialPort::bytesWritten, [&] { ++reports; });
 
     uart->onTransmit(QByteArray("\x7F\x00\xFF\x0A\x0D", 5));
 
-    EXPECT_EQ(line.Receive(5), QByteArray("\x7F\x00\xFF\x0A\x0D", 5));
+    EXPECT_EQ(line.Receive(5), std::string("\x7F\x00\xFF\x0A\x0D", 5));
     ASSERT_TRUE(QTest::qWaitFor([&] { return reports > 0; }, kTimeoutMs));
     EXPECT_EQ(semaphore.available(), reports);
 }
 
 TEST_F(UartTest, WritesABlockOfTheLargestSize)
 {
-    QByteArray const block(258, '\x5A');
-    uart->onTransmit(block);
-    EXPECT_EQ(line.Receive(258), block);
+    uart->onTransmit(QByteArray(258, '\x5A'));
+    EXPECT_EQ(line.Receive(258), std::string(258, '\x5A'));
     EXPECT_TRUE(QTest::qWaitFor([&] { return semaphore.available() > 0; }, kTimeoutMs));
 }
 
@@ -162,10 +161,10 @@ TEST_F(UartTest, ReleasesOneTokenForEachReportWhateverItsCount)
     EXPECT_EQ(semaphore.available(), 2);
 }
 
-TEST_F(UartTest, WritingNothingReleasesNoToken)
+TEST_F(UartTest, ReleasesNoTokenForAnEmptyWrite)
 {
     uart->onTransmit({});
-    // What is written next is reported; had the empty write been, there would be two tokens.
+    // The next write is reported; if the empty one had been, there would be two tokens.
     uart->onTransmit("a");
     ASSERT_TRUE(QTest::qWaitFor([&] { return semaphore.available() > 0; }, kTimeoutMs));
     EXPECT_EQ(line.Receive(1), "a");
@@ -179,7 +178,7 @@ TEST_F(UartTest, ClosesItsPortWhenItIsDestroyed)
     EXPECT_TRUE(line.WaitForClose());
 }
 
-TEST_F(UartTest, LetsGoOfTheCallbackWhenItIsDestroyed)
+TEST_F(UartTest, ReleasesTheCallbackWhenItIsDestroyed)
 {
     auto const held = std::make_shared<int>(0);
     uart->onSetRxCallback([held](std::byte) {});
@@ -188,11 +187,11 @@ TEST_F(UartTest, LetsGoOfTheCallbackWhenItIsDestroyed)
     EXPECT_EQ(held.use_count(), 1);
 }
 
-// The cable is pulled: no token is given for what can no longer be written, and nothing is thrown.
+// As when the cable is pulled: what can no longer be written releases no token and throws nothing.
 TEST_F(UartTest, ReportsNothingOnceTheLineIsGone)
 {
     auto gone = std::make_unique<PseudoTerminal>();
-    Uart lonely(gone->Path(), 460800, &semaphore, nullptr);
+    Uart lonely(PathOf(*gone), kBaudRate, &semaphore, nullptr);
     gone.reset();
 
     lonely.onTransmit("a");

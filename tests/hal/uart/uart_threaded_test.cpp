@@ -1,5 +1,5 @@
 // Both halves of the adapter as the application connects them: the interface on this thread, the
-// port on a thread of its own, a pty between it and the test.
+// port on a thread of its own, and a pseudo-terminal between the port and the test.
 #include <gtest/gtest.h>
 
 #include <QThread>
@@ -10,7 +10,8 @@
 
 #include "hal/uart/uart.h"
 #include "hal/uart/uart_interface.h"
-#include "tests/hal/uart/pseudo_terminal.h"
+#include "modules/stm32_updater/limits.h"
+#include "simulator/host/pseudo_terminal.h"
 
 namespace hal::uart::test {
 namespace {
@@ -18,21 +19,21 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-// Bytes from the port's thread for the test's.
+// Hands bytes from the port's thread to the test's thread.
 class Inbox {
 public:
     RxByte_ISR Callback()
     {
         return [this](std::byte value) {
             std::lock_guard const lock(mutex_);
-            bytes_.append(static_cast<char>(value));
+            bytes_ += static_cast<char>(value);
             thread_ = QThread::currentThread();
             changed_.notify_all();
         };
     }
 
-    // The next `size` bytes, or what came of them within ten seconds.
-    QByteArray Take(qsizetype size)
+    // The next `size` bytes, or those that came within ten seconds.
+    std::string Take(size_t size)
     {
         std::unique_lock lock(mutex_);
         changed_.wait_for(lock, seconds(10), [&] { return bytes_.size() >= size; });
@@ -48,7 +49,7 @@ public:
 private:
     std::mutex mutex_;
     std::condition_variable changed_;
-    QByteArray bytes_;
+    std::string bytes_;
     QThread* thread_ = nullptr;
 };
 
@@ -56,7 +57,8 @@ class UartThreadedTest : public ::testing::Test {
 protected:
     UartThreadedTest()
     {
-        auto* const uart = new Uart(line.Path(), 460800, &semaphore, nullptr);
+        auto* const uart = new Uart(QString::fromStdString(line.Path()), stm32_updater::kBaudRate,
+                                    &semaphore, nullptr);
         uart->moveToThread(&thread);
         QObject::connect(&adapter, &UartInterface::TransmitData, uart, &Uart::onTransmit);
         QObject::connect(&adapter, &UartInterface::SetRxCallback, uart, &Uart::onSetRxCallback);
@@ -72,13 +74,9 @@ protected:
         EXPECT_TRUE(thread.wait(10000));
     }
 
-    void Transmit(QByteArray const& bytes)
-    {
-        adapter.Transmit(
-            std::as_bytes(std::span(bytes.constData(), static_cast<size_t>(bytes.size()))));
-    }
+    void Transmit(std::string_view bytes) { adapter.Transmit(std::as_bytes(std::span(bytes))); }
 
-    PseudoTerminal line;
+    simulator::PseudoTerminal line;
     QSemaphore semaphore{1};
     Inbox inbox;
     Inbox second_inbox;
@@ -88,27 +86,28 @@ protected:
 
 TEST_F(UartThreadedTest, TransmitReturnsOnceTheBytesAreOnTheLine)
 {
-    Transmit(QByteArray("\x7F\x00\xFF", 3));
+    std::string_view const bytes("\x7F\x00\xFF", 3);
+    Transmit(bytes);
 
-    EXPECT_EQ(line.Receive(3), QByteArray("\x7F\x00\xFF", 3));
+    EXPECT_EQ(line.Receive(3), bytes);
     EXPECT_EQ(semaphore.available(), 1);
 }
 
 TEST_F(UartThreadedTest, KeepsTheOrderOfManyTransmits)
 {
-    QByteArray expected;
+    std::string expected;
     for (int i = 0; i < 200; ++i) {
-        auto const piece = QByteArray::number(i) + ",";
+        auto const piece = std::to_string(i) + ",";
         Transmit(piece);
         expected += piece;
     }
     EXPECT_EQ(line.Receive(expected.size()), expected);
 }
 
-TEST_F(UartThreadedTest, HandsReceivedBytesOverOnThePortsThread)
+TEST_F(UartThreadedTest, PassesReceivedBytesOnOnThePortsThread)
 {
     auto const subscription = adapter.SubscribeOnRx(inbox.Callback());
-    Transmit("x");  // queued behind the subscription, which is in force when it returns
+    Transmit("x");  // queued behind the subscription, so that is in force when this returns
 
     line.Send("hello");
 
@@ -116,7 +115,7 @@ TEST_F(UartThreadedTest, HandsReceivedBytesOverOnThePortsThread)
     EXPECT_EQ(inbox.Thread(), &thread);
 }
 
-TEST_F(UartThreadedTest, TheHandleEndsNothingButTheNextSubscriptionReplaces)
+TEST_F(UartThreadedTest, KeepsASubscriptionUntilTheNextOneWhateverBecomesOfItsHandle)
 {
     auto subscription = adapter.SubscribeOnRx(inbox.Callback());
     subscription.reset();
@@ -130,7 +129,7 @@ TEST_F(UartThreadedTest, TheHandleEndsNothingButTheNextSubscriptionReplaces)
     EXPECT_EQ(second_inbox.Take(1), "b");
 }
 
-TEST_F(UartThreadedTest, QuestionsAndAnswersTakeTurns)
+TEST_F(UartThreadedTest, CarriesQuestionsAndAnswersInTurn)
 {
     auto const subscription = adapter.SubscribeOnRx(inbox.Callback());
     auto unit = std::async(std::launch::async, [this] {
@@ -139,21 +138,19 @@ TEST_F(UartThreadedTest, QuestionsAndAnswersTakeTurns)
         }
     });
     for (int i = 0; i < 100; ++i) {
-        QByteArray const question{QByteArray::number(10 + i % 90)};
+        auto const question = std::to_string(10 + i % 90);
         Transmit(question);
         ASSERT_EQ(inbox.Take(2), question);
     }
     EXPECT_EQ(unit.wait_for(seconds(10)), std::future_status::ready);
 }
 
-// An empty write is never reported, so its caller waits for whatever is reported next.
+// An empty write is never reported, so its caller waits for the report of another one.
 TEST_F(UartThreadedTest, AnEmptyTransmitWaitsForAReportThatDoesNotCome)
 {
     auto sent = std::async(std::launch::async, [this] { Transmit({}); });
-
     EXPECT_EQ(sent.wait_for(milliseconds(100)), std::future_status::timeout);
     semaphore.release(1);
-
     EXPECT_EQ(sent.wait_for(seconds(10)), std::future_status::ready);
 }
 

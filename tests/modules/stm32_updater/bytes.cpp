@@ -28,19 +28,16 @@ std::string ToHex(Bytes const& bytes)
     return text;
 }
 
-Bytes PatternImage(size_t size)
-{
-    Bytes image(size);
-    for (size_t i = 0; i < size; ++i) {
-        image[i] = static_cast<std::byte>((i * 7 + (i / 256) * 13 + 1) & 0xFF);
-    }
-    return image;
-}
-
 Bytes Slice(Bytes const& bytes, size_t offset, size_t size)
 {
     auto const first = std::next(bytes.begin(), static_cast<std::ptrdiff_t>(offset));
     return {first, std::next(first, static_cast<std::ptrdiff_t>(size))};
+}
+
+Bytes Join(Bytes first, Bytes const& second)
+{
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
 }
 
 Bytes WithXor(Bytes bytes)

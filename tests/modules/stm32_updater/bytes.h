@@ -1,11 +1,13 @@
-// Bytes as tests write them: literals of int, patterned images and frames with their checksum. None
-// of it comes from the code under test.
+// Bytes as tests write them: literals of int, slices and frames with their checksum. None of it
+// comes from the code under test.
 #pragma once
 
 #include <cstddef>
 #include <initializer_list>
 #include <string>
 #include <vector>
+
+#include "tests/support/pattern_image.h"
 
 namespace stm32_updater::test {
 
@@ -16,11 +18,9 @@ Bytes ToBytes(std::initializer_list<int> values);
 // "7f 00 ff"; empty for no bytes.
 std::string ToHex(Bytes const& bytes);
 
-// `size` bytes in which no two neighbouring blocks are alike, so that a block written twice or at
-// another block's place shows.
-Bytes PatternImage(size_t size);
-
 Bytes Slice(Bytes const& bytes, size_t offset, size_t size);
+
+Bytes Join(Bytes first, Bytes const& second);
 
 // `bytes`, then their XOR.
 Bytes WithXor(Bytes bytes);

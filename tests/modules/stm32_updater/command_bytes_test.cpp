@@ -26,6 +26,20 @@ TEST(CommandBytes, ACommandIsItsCodeAndTheComplement)
     EXPECT_EQ(ToVector(GetCommandBytes(Command::kExtendedErase)), ToBytes({0x44, 0xBB}));
 }
 
+TEST(CommandBytes, EachCommandThatMattersHasABitInTheMask)
+{
+    struct {
+        int code;
+        uint16_t bit;
+    } const rows[] = {
+        {0x00, 0x0001}, {0x01, 0x0002}, {0x02, 0x0004}, {0x31, 0x0040}, {0x43, 0x0080},
+        {0x44, 0x0100}, {0x11, 0},      {0x21, 0},      {0x63, 0},      {0xFF, 0},
+    };
+    for (auto const& [code, bit] : rows) {
+        EXPECT_EQ(GetCommandBit(static_cast<Command>(code)), bit) << code;
+    }
+}
+
 TEST(CommandBytes, AnAddressHasItsHighestByteFirstAndItsXorLast)
 {
     EXPECT_EQ(ToVector(GetAddressBytes(0x08000000)), ToBytes({0x08, 0x00, 0x00, 0x00, 0x08}));

@@ -1,8 +1,8 @@
-// Opening and closing a session: the handshake, what the unit's answers may be, and what is left
-// behind on the line.
+// Opening and closing a session: the handshake, the answers that are accepted, and the state of the
+// line afterwards.
 #include <chrono>
 
-#include "tests/modules/stm32_updater/updater_test.h"
+#include "tests/modules/stm32_updater/updater_fixture.h"
 
 namespace stm32_updater::test {
 namespace {
@@ -10,13 +10,10 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using ::testing::Not;
 
 class ConnectTest : public UpdaterTest {
 protected:
-    // ConnectDevice has to fail, with nothing but `message`.
     void ExpectConnectFails(std::string const& message)
     {
         bool connected = true;
@@ -51,57 +48,48 @@ TEST_F(ConnectTest, SetsUpTheLineAndDrivesTheHooksInThisOrder)
 
     ASSERT_TRUE(updater->ConnectDevice());
 
-    EXPECT_THAT(uart.Events(), ElementsAre("line a on", "get setup", "setup 1 1", "subscribe 1",
-                                           "first hook", "line a on", "line b on", "line a off",
-                                           "second hook", "send 7f", "send 00 ff", "send 02 fd"));
+    EXPECT_THAT(uart.Events(),
+                ElementsAre("line a on", "get setup", "setup 1 1", "subscribe 1", "first hook",
+                            "line a on", "line b on", "pause 100", "line a off", "pause 200",
+                            "second hook", "send 7f", "send 00 ff", "send 02 fd"));
 }
 
-TEST_F(ConnectTest, HoldsTheResetLineForATenthOfASecondAndLetsTheBootloaderStartForTwo)
+// In real time, with nothing but the parameters that have no default: 100 ms of reset, 200 ms for
+// the bootloader's start, 1 s for the answer.
+TEST_F(ConnectTest, PausesAndWaitsInRealTimeUnlessSaidOtherwise)
 {
-    ExpectSync();
-    ExpectGet();
-    ExpectGetId();
-    steady_clock::time_point asserted;
-    steady_clock::time_point released;
-    steady_clock::time_point started;
-    Stm32UartUpdater timed([&](bool level) { (level ? asserted : released) = steady_clock::now(); },
-                           [](bool) {}, uart, bus, update_mutex, 1, false, [] {},
-                           [&] { started = steady_clock::now(); });
+    uart.Expect({0x7F});
+    std::vector<steady_clock::time_point> levels;
+    auto const note = [&](bool) { levels.push_back(steady_clock::now()); };
+    Stm32UartUpdater plain(note, [](bool) {}, uart, bus, update_mutex, 1, false);
+    bool connected = true;
 
-    ASSERT_TRUE(timed.ConnectDevice());
+    auto const printed = Printed([&] { connected = plain.ConnectDevice(); });
 
-    EXPECT_GE(released - asserted, milliseconds(100));
-    EXPECT_LT(released - asserted, milliseconds(1000));
-    EXPECT_GE(started - released, milliseconds(200));
-    EXPECT_LT(started - released, milliseconds(1000));
-}
-
-TEST_F(ConnectTest, NeedsNoHooks)
-{
-    ExpectSync();
-    ExpectGet();
-    ExpectGetId();
-    Stm32UartUpdater plain([](bool) {}, [](bool) {}, uart, bus, update_mutex, 1, false);
-
-    EXPECT_TRUE(plain.ConnectDevice());
-
+    auto const end = steady_clock::now();
+    EXPECT_FALSE(connected);
+    EXPECT_THAT(printed, IsFailure("receive timeout for 1 bytes, command Init con"));
     EXPECT_THAT(EventsWith("setup"), ElementsAre("setup 1 1"));
+    ASSERT_EQ(levels.size(), 3U);
+    EXPECT_GE(levels[2] - levels[1], milliseconds(100));
+    EXPECT_LT(levels[2] - levels[1], milliseconds(1000));
+    EXPECT_GE(end - levels[2], milliseconds(1150));  // a coarse timer may come 5 % early
+    EXPECT_LT(end - levels[2], milliseconds(3000));
 }
 
-TEST_F(ConnectTest, AsksForTheRateItWasBuiltWith)
+TEST_F(ConnectTest, AsksForTheRateThatItWasBuiltWith)
 {
+    Rebuild({.rate = hal::uart::IUartDriver::Rate{7}});
     ExpectSync();
     ExpectGet();
     ExpectGetId();
-    Stm32UartUpdater fast([](bool) {}, [](bool) {}, uart, bus, update_mutex, 1, false, [] {}, [] {},
-                          hal::uart::IUartDriver::Rate{7});
 
-    EXPECT_TRUE(fast.ConnectDevice());
+    EXPECT_TRUE(updater->ConnectDevice());
 
     EXPECT_THAT(EventsWith("setup"), ElementsAre("setup 7 1"));
 }
 
-TEST_F(ConnectTest, DropsWhatTheUnitSaidBeforeItsReset)
+TEST_F(ConnectTest, DropsWhatTheUnitSentBeforeItsReset)
 {
     ExpectSync();
     ExpectGet();
@@ -113,7 +101,7 @@ TEST_F(ConnectTest, DropsWhatTheUnitSaidBeforeItsReset)
     EXPECT_SCRIPT_DONE();
 }
 
-TEST_F(ConnectTest, TakesAByteThatCameAfterTheResetAsTheAnswerToTheSync)
+TEST_F(ConnectTest, TakesAByteThatComesAfterTheResetForTheAnswerToTheSync)
 {
     uart.Expect({0x7F});
     Stm32UartUpdater noisy([](bool) {}, [](bool) {}, uart, bus, update_mutex, 1, false, [] {},
@@ -136,66 +124,40 @@ TEST_F(ConnectTest, LogsAFailureOnceAtLevelThreeWithThePrintedText)
     EXPECT_THAT(log.Lines(), ElementsAre(LogLine{3, printed.substr(1)}));
 }
 
-TEST_F(ConnectTest, FailsWithinASecondAndSomeSlackWhenTheUnitIsSilent)
+// The first answer fixes the pair of ACK and NACK for the rest of the session.
+TEST_F(ConnectTest, LearnsTheAckFromTheFirstAnswer)
 {
-    uart.Expect({0x7F});
-    auto const start = steady_clock::now();
-
-    ExpectConnectFails("receive timeout for 1 bytes, command Init con");
-
-    auto const elapsed = steady_clock::now() - start;
-    EXPECT_GE(elapsed, milliseconds(1250));  // 300 ms of reset; the timer is a coarse one
-    EXPECT_LT(elapsed, milliseconds(3300));
+    struct {
+        int first;
+        int second;
+        char const* message;
+    } const rows[] = {
+        {0x79, 0x1F, "NACK received, command Get"},
+        {0x79, 0x75, "Invalid ACK/NACK received 0x75, command Get"},
+        {0x79, 0x3F, "Invalid ACK/NACK received 0x3f, command Get"},
+        {0x75, 0x3F, "NACK received, command Get"},
+        {0x75, 0x79, "Invalid ACK/NACK received 0x79, command Get"},
+        {0x75, 0x1F, "Invalid ACK/NACK received 0x1f, command Get"},
+    };
+    for (auto const& [first, second, message] : rows) {
+        SCOPED_TRACE(ToHex(ToBytes({first, second})));
+        Rebuild();
+        uart.Expect({0x7F}).Answer({first});
+        uart.Expect({0x00, 0xFF}).Answer({second});
+        ExpectConnectFails(message);
+    }
 }
 
-TEST_F(ConnectTest, RefusesAFirstAnswerThatIsNoAck)
+TEST_F(ConnectTest, LearnsNothingFromAFirstAnswerThatIsNotAnAck)
 {
-    uart.Expect({0x7F}).Answer({0x1F});
-    ExpectConnectFails("Invalid ACK byte setup 0x1f, command Init con");
-}
-
-TEST_F(ConnectTest, RefusesTheOtherNackAsAFirstAnswerToo)
-{
-    uart.Expect({0x7F}).Answer({0x3F});
-    ExpectConnectFails("Invalid ACK byte setup 0x3f, command Init con");
-}
-
-TEST_F(ConnectTest, TheAck75Makes3FTheNack)
-{
+    for (int const first : {0x1F, 0x3F, 0x00, 0xFF}) {
+        auto const hex = ToHex(ToBytes({first}));
+        uart.Expect({0x7F}).Answer({first});
+        ExpectConnectFails("Invalid ACK byte setup 0x" + hex + ", command Init con");
+    }
     uart.Expect({0x7F}).Answer({0x75});
     uart.Expect({0x00, 0xFF}).Answer({0x3F});
     ExpectConnectFails("NACK received, command Get");
-}
-
-TEST_F(ConnectTest, TheAck75Makes79AnInvalidByte)
-{
-    uart.Expect({0x7F}).Answer({0x75});
-    uart.Expect({0x00, 0xFF}).Answer({0x79});
-    ExpectConnectFails("Invalid ACK/NACK received 0x79, command Get");
-}
-
-TEST_F(ConnectTest, TheAck75Makes1FAnInvalidByte)
-{
-    uart.Expect({0x7F}).Answer({0x75});
-    uart.Expect({0x00, 0xFF}).Answer({0x1F});
-    ExpectConnectFails("Invalid ACK/NACK received 0x1f, command Get");
-}
-
-TEST_F(ConnectTest, TheAck79Makes1FTheNack)
-{
-    ExpectSync();
-    uart.Expect({0x00, 0xFF}).Answer({0x1F});
-    ExpectConnectFails("NACK received, command Get");
-}
-
-TEST_F(ConnectTest, TheAck79MakesTheOtherPairInvalid)
-{
-    ExpectSync();
-    uart.Expect({0x00, 0xFF}).Answer({0x75});
-    ExpectConnectFails("Invalid ACK/NACK received 0x75, command Get");
-    ExpectSync();
-    uart.Expect({0x00, 0xFF}).Answer({0x3F});
-    ExpectConnectFails("Invalid ACK/NACK received 0x3f, command Get");
 }
 
 TEST_F(ConnectTest, OpensAWholeSessionWithTheAck75)
@@ -208,149 +170,29 @@ TEST_F(ConnectTest, OpensAWholeSessionWithTheAck75)
     EXPECT_SCRIPT_DONE();
 }
 
-TEST_F(ConnectTest, TheLearnedAckOutlivesTheSession)
+TEST_F(ConnectTest, KeepsTheLearnedAckForTheNextSession)
 {
+    Connect();
+    updater->DisconnectDevice();
     Connect();
     updater->DisconnectDevice();
     uart.Expect({0x7F}).Answer({0x75});
     ExpectConnectFails("Invalid ACK/NACK received 0x75, command Init con");
-}
-
-TEST_F(ConnectTest, ASecondSessionCanBeRefusedWithTheLearnedNack)
-{
-    Connect();
-    updater->DisconnectDevice();
     uart.Expect({0x7F}).Answer({0x1F});
     ExpectConnectFails("NACK received, command Init con");
 }
 
-TEST_F(ConnectTest, AFirstAnswerThatIsNoAckTeachesNothing)
+TEST_F(ConnectTest, AcceptsBothProtocolVersionsAndEveryChip)
 {
-    uart.Expect({0x7F}).Answer({0x1F});
-    ExpectConnectFails("Invalid ACK byte setup 0x1f, command Init con");
-    uart.Expect({0x7F}).Answer({0x75});
-    uart.Expect({0x00, 0xFF}).Answer({0x3F});
-    ExpectConnectFails("NACK received, command Get");
-}
-
-TEST_F(ConnectTest, OpensASecondSessionOnTheSameObject)
-{
-    Connect();
-    updater->DisconnectDevice();
-    Connect();
-}
-
-TEST_F(ConnectTest, AcceptsProtocolVersion33)
-{
-    ExpectSync();
-    ExpectGet(kExtendedEraseCommands, 0x33);
-    ExpectGetId();
-    EXPECT_TRUE(updater->ConnectDevice());
-    EXPECT_SCRIPT_DONE();
-}
-
-class RefusedVersionTest : public ConnectTest, public ::testing::WithParamInterface<int> {};
-
-TEST_P(RefusedVersionTest, IsNamedAndEndsTheConversation)
-{
-    ExpectSync();
-    ExpectGet(kExtendedEraseCommands, GetParam());
-    auto const hex = ToHex({static_cast<std::byte>(GetParam())});
-    ExpectConnectFails("protocol version wrong: 0x" + hex);
-}
-
-INSTANTIATE_TEST_SUITE_P(Versions, RefusedVersionTest,
-                         ::testing::Values(0x00, 0x22, 0x30, 0x32, 0x34, 0xFF));
-
-class ProductIdTest : public ConnectTest, public ::testing::WithParamInterface<int> {};
-
-TEST_P(ProductIdTest, IsSupported)
-{
-    ExpectSync();
-    ExpectGet();
-    ExpectGetId(0x04, GetParam());
-    EXPECT_TRUE(updater->ConnectDevice());
-    EXPECT_SCRIPT_DONE();
-}
-
-INSTANTIATE_TEST_SUITE_P(Chips, ProductIdTest, ::testing::Values(0x69, 0x79, 0x82));
-
-TEST_F(ConnectTest, RefusesAProductIdThatIsNotInTheTable)
-{
-    ExpectSync();
-    ExpectGet();
-    ExpectGetId(0x04, 0x68);
-    ExpectConnectFails("product ID not supported: 0x0468");
-}
-
-TEST_F(ConnectTest, ReadsTheProductIdWithItsHighByteFirst)
-{
-    ExpectSync();
-    ExpectGet();
-    ExpectGetId(0x69, 0x04);
-    ExpectConnectFails("product ID not supported: 0x6904");
-}
-
-TEST_F(ConnectTest, TakesAProductIdOfOneByteAsItIs)
-{
-    ExpectSync();
-    ExpectGet();
-    uart.Expect({0x02, 0xFD}).Answer({0x79, 0x00, 0x69, 0x79});
-    ExpectConnectFails("product ID not supported: 0x0069");
-}
-
-TEST_F(ConnectTest, RefusesAProductIdOfThreeBytes)
-{
-    ExpectSync();
-    ExpectGet();
-    uart.Expect({0x02, 0xFD}).Answer({0x79, 0x02, 0x04, 0x69, 0x00, 0x79});
-    ExpectConnectFails("Too many bytes, not 3");
-}
-
-TEST_F(ConnectTest, AcceptsACountByteOf63)
-{
-    ExpectSync();
-    ExpectGet();
-    // The count passes; 64 bytes are too many for a product ID, which is another complaint.
-    uart.Expect({0x02, 0xFD}).Answer({0x79, 63});
-    ExpectConnectFails("Too many bytes, not 64");
-}
-
-TEST_F(ConnectTest, RefusesACountByteOf64)
-{
-    ExpectSync();
-    ExpectGet();
-    uart.Expect({0x02, 0xFD}).Answer({0x79, 64});
-    ExpectConnectFails("Too many bytes to receive, command Get ID");
-}
-
-TEST_F(ConnectTest, RefusesACountByteOf64InTheListOfCommands)
-{
-    ExpectSync();
-    uart.Expect({0x00, 0xFF}).Answer({0x79, 64});
-    ExpectConnectFails("Too many bytes to receive, command Get");
-}
-
-TEST_F(ConnectTest, RefusesTheHighestCountByte)
-{
-    ExpectSync();
-    uart.Expect({0x00, 0xFF}).Answer({0x79, 0xFF});
-    ExpectConnectFails("Too many bytes to receive, command Get");
-}
-
-TEST_F(ConnectTest, RefusesANackInPlaceOfTheClosingAckOfGet)
-{
-    ExpectSync();
-    uart.Expect({0x00, 0xFF}).Answer({0x79, 0x00, 0x31, 0x1F});
-    ExpectConnectFails("NACK received, command Get");
-}
-
-TEST_F(ConnectTest, RefusesANackInPlaceOfTheClosingAckOfGetId)
-{
-    ExpectSync();
-    ExpectGet();
-    uart.Expect({0x02, 0xFD}).Answer({0x79, 0x01, 0x04, 0x69, 0x1F});
-    ExpectConnectFails("NACK received, command Get ID");
+    for (int const version : {0x31, 0x33}) {
+        for (int const id : {0x69, 0x79, 0x82}) {
+            ExpectSync();
+            ExpectGet(kExtendedEraseCommands, version);
+            ExpectGetId(0x04, id);
+            EXPECT_TRUE(updater->ConnectDevice()) << version << ' ' << id;
+            EXPECT_SCRIPT_DONE();
+        }
+    }
 }
 
 TEST_F(ConnectTest, DoesWithoutAListOfCommands)
@@ -358,6 +200,73 @@ TEST_F(ConnectTest, DoesWithoutAListOfCommands)
     ExpectSync();
     uart.Expect({0x00, 0xFF}).Answer({0x79, 0x00, 0x31, 0x79});
     ExpectGetId();
+    EXPECT_TRUE(updater->ConnectDevice());
+    EXPECT_SCRIPT_DONE();
+}
+
+TEST_F(ConnectTest, RefusesOtherProtocolVersions)
+{
+    for (int const version : {0x00, 0x22, 0x30, 0x32, 0x34, 0xFF}) {
+        ExpectSync();
+        ExpectGet(kExtendedEraseCommands, version);
+        ExpectConnectFails("protocol version wrong: 0x" + ToHex(ToBytes({version})));
+    }
+}
+
+TEST_F(ConnectTest, RefusesAListOfCommandsThatIsTooLongOrDoesNotEndWithAnAck)
+{
+    struct {
+        Bytes answer;
+        char const* message;
+    } const rows[] = {
+        {ToBytes({0x79, 64}), "Too many bytes to receive, command Get"},
+        {ToBytes({0x79, 0xFF}), "Too many bytes to receive, command Get"},
+        {ToBytes({0x79, 0x00, 0x31, 0x1F}), "NACK received, command Get"},
+    };
+    for (auto const& [answer, message] : rows) {
+        SCOPED_TRACE(ToHex(answer));
+        ExpectSync();
+        uart.Expect({0x00, 0xFF}).Answer(answer);
+        ExpectConnectFails(message);
+    }
+}
+
+TEST_F(ConnectTest, RefusesEveryOtherProductId)
+{
+    struct {
+        Bytes answer;
+        char const* message;
+    } const rows[] = {
+        {ToBytes({0x79, 0x01, 0x04, 0x68, 0x79}), "product ID not supported: 0x0468"},
+        {ToBytes({0x79, 0x01, 0x69, 0x04, 0x79}), "product ID not supported: 0x6904"},
+        {ToBytes({0x79, 0x00, 0x69, 0x79}), "product ID not supported: 0x0069"},
+        {ToBytes({0x79, 0x02, 0x04, 0x69, 0x00, 0x79}), "Too many bytes, not 3"},
+        // The count of 64 bytes passes; as a product ID they are too many.
+        {ToBytes({0x79, 63}), "Too many bytes, not 64"},
+        {ToBytes({0x79, 64}), "Too many bytes to receive, command Get ID"},
+        {ToBytes({0x79, 0x01, 0x04, 0x69, 0x1F}), "NACK received, command Get ID"},
+    };
+    for (auto const& [answer, message] : rows) {
+        SCOPED_TRACE(ToHex(answer));
+        ExpectSync();
+        ExpectGet();
+        uart.Expect({0x02, 0xFD}).Answer(answer);
+        ExpectConnectFails(message);
+    }
+}
+
+// A list of 64 bytes does not fit into the receive queue together with its ACKs and its count. On a
+// line the last bytes come later; here, when the first ones have been read.
+TEST_F(ConnectTest, AcceptsAListOf64Bytes)
+{
+    auto first = ToBytes({0x79, 63, 0x31});
+    first.resize(60, std::byte{0x63});
+    ExpectSync();
+    uart.Expect({0x00, 0xFF}).Answer(first);
+    time.arrivals = {[this] { uart.Receive({0x63, 0x63, 0x63, 0x63, 0x63, 0x63, 0x79}); }};
+    ExpectGetId();
+
+    // The wake-ups of the first bytes are used up before the engine waits for more.
     EXPECT_TRUE(updater->ConnectDevice());
     EXPECT_SCRIPT_DONE();
 }

@@ -1,85 +1,65 @@
-// A download through dfu-util: what the tool is told, what is reported of it, and what its end
-// means.
+// A download through dfu-util: how the tool is started, which signals report it, and how its end
+// is judged.
 #include <gmock/gmock.h>
 #include <signal.h>
 
 #include <QElapsedTimer>
+#include <QFile>
 #include <QMetaMethod>
 #include <algorithm>
 
-#include "tests/modules/stm32_updater/dfu_util_test.h"
+#include "tests/modules/stm32_updater/dfu_util_fixture.h"
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
-using testing::AllOf;
-using testing::Each;
-using testing::Ne;
 
 namespace stm32_updater::test {
 namespace {
 
 class DfuUtilDownload : public DfuUtilTest {
 protected:
-    // What is reported of a tool that prints this at once and then waits to be let go.
+    // What an engine of its own reports of a tool that prints this and then waits.
     QStringList ReportedOf(QByteArray const& output)
     {
         tool_.Write(u"output"_s, output);
+        QFile::remove(tool_.FilePath(u"printed"_s));
         tool_.Does("cat \"$here/output\"; echo >\"$here/printed\"; wait_for_test\n");
+        Stm32DfuUtilUpdater updater(nullptr, u"0483:df11"_s, tool_.Path(), kShort);
+        SignalRecord const reported(updater);
         TimerCounter timers;
-        EXPECT_TRUE(updater_.Update("fw.bin", 0));
-        EXPECT_TRUE(QTest::qWaitFor([&] { return tool_.Has(u"printed"_s); }, kPatience));
+        EXPECT_TRUE(updater.Update("fw.bin", 0));
+        EXPECT_TRUE(WaitForFile(u"printed"_s));
         // The second look from here on began after everything was printed.
         EXPECT_TRUE(timers.WaitForMore(2));
-        auto reported = signals_.All();
-        reported.removeFirst();  // erase started
-        return reported;
+        auto signals = reported.All();
+        tool_.LetGo();
+        EXPECT_TRUE(reported.WaitFor(u"finished true"_s));
+        return signals;
+    }
+
+    // Runs one download to its last report.
+    QStringList Download()
+    {
+        Stm32DfuUtilUpdater updater(nullptr, u"0483:df11"_s, tool_.Path(), kShort);
+        SignalRecord const reported(updater);
+        EXPECT_TRUE(updater.Update("fw.bin", 0));
+        EXPECT_TRUE(reported.WaitFor(u"100"_s));
+        return reported.All();
     }
 };
 
-TEST_F(DfuUtilDownload, TellsTheToolUnitMemoryAddressAndFile)
+TEST_F(DfuUtilDownload, PassesDeviceAddressAndFileToTheTool)
 {
     tool_.Does("");
+    Stm32DfuUtilUpdater updater(nullptr, u"1209:0001"_s, tool_.Path(), kShort);
+    SignalRecord const reported(updater);
 
-    Download("/images/fw.bin", 0x8000000);
+    updater.Update("/Geräte/fw.bin", 0x0801ABCD);
 
+    ASSERT_TRUE(reported.WaitFor(u"100"_s));
     EXPECT_EQ(tool_.Arguments(),
-              QStringList({u"-d"_s, u"0483:df11"_s, u"-a"_s, u"0"_s, u"-s"_s,
-                           u"0X08000000:fast:leave"_s, u"-D"_s, u"/images/fw.bin"_s}));
-}
-
-TEST_F(DfuUtilDownload, TellsAnyAddressInEightUpperCaseDigits)
-{
-    tool_.Does("");
-    QList<std::pair<unsigned, QString>> const addresses{
-        {0, u"0X00000000:fast:leave"_s},
-        {0x0801ABCD, u"0X0801ABCD:fast:leave"_s},
-        {0xFFFFFFFF, u"0XFFFFFFFF:fast:leave"_s},
-    };
-    for (auto const& [address, text] : addresses) {
-        Download("fw.bin", address);
-        EXPECT_EQ(tool_.Arguments().value(tool_.Arguments().size() - 3), text);
-    }
-}
-
-TEST_F(DfuUtilDownload, HandsOverAFileNameAsItIs)
-{
-    tool_.Does("");
-
-    Download("/Geräte/my \"$HOME\" *'; fw.bin");
-
-    EXPECT_EQ(tool_.Arguments().last(), u"/Geräte/my \"$HOME\" *'; fw.bin"_s);
-}
-
-TEST_F(DfuUtilDownload, TellsTheDeviceItWasGiven)
-{
-    tool_.Does("");
-    Stm32DfuUtilUpdater other(nullptr, u"1209:0001"_s, tool_.Path(), kShort);
-    SignalRecord const others(other);
-
-    other.Update("fw.bin", 0);
-
-    ASSERT_TRUE(others.WaitFor(u"100"_s));
-    EXPECT_EQ(tool_.Arguments()[1], u"1209:0001"_s);
+              QStringList({u"-d"_s, u"1209:0001"_s, u"-a"_s, u"0"_s, u"-s"_s,
+                           u"0X0801ABCD:fast:leave"_s, u"-D"_s, u"/Geräte/fw.bin"_s}));
 }
 
 TEST_F(DfuUtilDownload, BeginsWithErasingAndDoesNotWaitForTheTool)
@@ -110,10 +90,10 @@ TEST_F(DfuUtilDownload, ReportsTheEndOfErasingOnceAndThenThePercentages)
                                            u"60"_s, u"finished true"_s, u"100"_s}));
 }
 
-// A run of dfu-util 0.11, cut where it erases, amid the download and at its end.
+// A run of dfu-util 0.11 that pauses while it erases, in the middle of the download and at its end.
 TEST_F(DfuUtilDownload, ReportsARecordedRun)
 {
-    QFile file(QStringLiteral(FW_RECORDED_OUTPUT "/dfu_util_download.txt"));
+    QFile file(QStringLiteral(FW_RECORDED_OUTPUT "/dfu_util_0.11_download.txt"));
     ASSERT_TRUE(file.open(QIODevice::ReadOnly));
     auto const output = file.readAll();
     auto const erase_end = output.indexOf("Erase    done.");
@@ -129,7 +109,7 @@ TEST_F(DfuUtilDownload, ReportsARecordedRun)
         "wait_for_test; cat \"$here/whole\"; wait_for_test; cat \"$here/end\"\n");
     TimerCounter timers;
     ASSERT_TRUE(updater_.Update("fw.bin", 0));
-    ASSERT_TRUE(QTest::qWaitFor([&] { return tool_.Has(u"erased"_s); }, kPatience));
+    ASSERT_TRUE(WaitForFile(u"erased"_s));
     ASSERT_TRUE(timers.WaitForMore(2));
 
     tool_.LetGo();
@@ -143,53 +123,14 @@ TEST_F(DfuUtilDownload, ReportsARecordedRun)
                                            u"100"_s, u"finished true"_s, u"100"_s}));
 }
 
-TEST_F(DfuUtilDownload, ReportsTheNewestOfSeveralBars)
+TEST_F(DfuUtilDownload, ReportsTheLastLineOfEachLook)
 {
-    EXPECT_EQ(ReportedOf("\rDownload\t[==       ]   8%        16384 bytes"
-                         "\rDownload\t[====     ]  40%        81920 bytes"
-                         "\rDownload\t[======   ]  68%       139264 bytes"),
-              QStringList({u"erase finished"_s, u"68"_s}));
-}
+    QStringList const erasing{u"erase started"_s};
 
-TEST_F(DfuUtilDownload, ReportsTheLastLineOnly)
-{
-    EXPECT_EQ(ReportedOf("Download [=] 10%\nDownload [==] 20%\nDownload [===] 30%"),
-              QStringList({u"erase finished"_s, u"30"_s}));
-}
-
-TEST_F(DfuUtilDownload, ReportsNothingOfOutputThatEndsInANewline)
-{
-    EXPECT_EQ(ReportedOf("Download [===] 30%\n"), QStringList());
-}
-
-TEST_F(DfuUtilDownload, ReportsNothingWhileTheToolErases)
-{
-    EXPECT_EQ(ReportedOf("dfu-util 0.11\n\rErase   \t[====     ]  40%        16384 bytes"),
-              QStringList());
-}
-
-TEST_F(DfuUtilDownload, ReportsNothingOfASilentTool)
-{
-    EXPECT_EQ(ReportedOf(""), QStringList());
-}
-
-TEST_F(DfuUtilDownload, FindsTheBarBehindBytesThatAreNoText)
-{
-    constexpr char kOutput[] = "\xFF\x00\xC3\n\xE2\x82 Download\x80 [=\xF8]\t77%\xC2";
-
-    EXPECT_EQ(ReportedOf(QByteArray(kOutput, sizeof kOutput - 1)),
-              QStringList({u"erase finished"_s, u"77"_s}));
-}
-
-TEST_F(DfuUtilDownload, FindsTheBarBehindMegabytes)
-{
-    QByteArray output("Downloading ]");
-    output.append(QByteArray(6'000'000, '#')).append("\rDownload [=] 5%");
-
-    auto reported = ReportedOf(output);
-
-    // A look in the middle of it may have seen nothing, or the whole.
-    EXPECT_EQ(reported, QStringList({u"erase finished"_s, u"5"_s}));
+    EXPECT_EQ(ReportedOf(""), erasing);
+    EXPECT_EQ(ReportedOf("Download [===] 30%\n"), erasing);
+    EXPECT_EQ(ReportedOf("Download [=] 10%\nDownload [==] 20%\rDownload [===] 30%"),
+              erasing + QStringList({u"erase finished"_s, u"30"_s}));
 }
 
 TEST_F(DfuUtilDownload, JoinsNoBarOutOfTwoLooks)
@@ -199,72 +140,66 @@ TEST_F(DfuUtilDownload, JoinsNoBarOutOfTwoLooks)
         "echo >\"$here/printed_too\"; wait_for_test\n");
     TimerCounter timers;
     ASSERT_TRUE(updater_.Update("fw.bin", 0));
-    ASSERT_TRUE(QTest::qWaitFor([&] { return tool_.Has(u"printed"_s); }, kPatience));
+    ASSERT_TRUE(WaitForFile(u"printed"_s));
     ASSERT_TRUE(timers.WaitForMore(2));
     tool_.LetGo();
-    ASSERT_TRUE(QTest::qWaitFor([&] { return tool_.Has(u"printed_too"_s); }, kPatience));
+    ASSERT_TRUE(WaitForFile(u"printed_too"_s));
     ASSERT_TRUE(timers.WaitForMore(2));
 
     EXPECT_EQ(signals_.All(), QStringList({u"erase started"_s}));
 }
 
-TEST_F(DfuUtilDownload, LeavesTheErrorOutputToThisProgramsOwn)
+TEST_F(DfuUtilDownload, PassesTheErrorOutputOn)
 {
     tool_.Does("printf 'Download [==] 42%%' >&2\n");
 
     testing::internal::CaptureStderr();
-    Download();
+    auto const signals = Download();
 
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "Download [==] 42%");
-    EXPECT_EQ(signals_.All(), QStringList({u"erase started"_s, u"finished true"_s, u"100"_s}));
+    EXPECT_EQ(signals, QStringList({u"erase started"_s, u"finished true"_s, u"100"_s}));
 }
 
-// More than any pipe holds: a tool whose output nobody took would hang.
-TEST_F(DfuUtilDownload, TakesMegabytesOfOutput)
+// More than any pipe holds: a tool whose output nobody read would hang. A bar behind which more
+// follows than is kept is lost; the next one is found.
+TEST_F(DfuUtilDownload, KeepsOnlyTheEndOfAFloodBetweenTwoLooks)
 {
-    tool_.Does("head -c 5000000 /dev/zero\n");
+    struct {
+        char const* commands;
+        QStringList reported;
+    } const rows[] = {
+        {"printf 'Download [==] 42%%'; head -c 5000000 /dev/zero", {}},
+        {"head -c 5000000 /dev/zero; printf 'Download [==] 42%%'; head -c 60000 /dev/zero",
+         {u"erase finished"_s, u"42"_s}},
+    };
+    for (auto const& [commands, expected] : rows) {
+        tool_.Does(commands);
+        Stm32DfuUtilUpdater updater(nullptr, u"0483:df11"_s, tool_.Path(), {.poll = 1h});
+        SignalRecord const reported(updater);
+        auto const* process = updater.findChild<QProcess*>();
+        qint64 most_kept = 0;
+        // Runs after the engine's own slot for the same signal.
+        QObject::connect(process, &QProcess::readyReadStandardOutput,
+                         [&] { most_kept = std::max(most_kept, process->bytesAvailable()); });
+        // Before the tool's end is reported, when there is nothing left to look at.
+        QStringList seen;
+        QObject::connect(process, &QProcess::stateChanged, [&](QProcess::ProcessState state) {
+            if (state == QProcess::NotRunning) {
+                updater.ReadOutput();
+                seen = reported.All().mid(1);
+            }
+        });
 
-    Download();
+        ASSERT_TRUE(updater.Update("fw.bin", 0));
 
-    EXPECT_EQ(signals_.All(), QStringList({u"erase started"_s, u"finished true"_s, u"100"_s}));
+        ASSERT_TRUE(reported.WaitFor(u"finished true"_s)) << commands;
+        EXPECT_EQ(seen, expected) << commands;
+        EXPECT_EQ(most_kept, 0) << commands;
+        EXPECT_EQ(process->bytesAvailable(), 0) << commands;
+    }
 }
 
-TEST_F(DfuUtilDownload, KeepsNothingOfAFloodBetweenTwoLooks)
-{
-    tool_.Does("head -c 5000000 /dev/zero; printf 'Download [==] 42%%'\n");
-    Stm32DfuUtilUpdater updater(nullptr, u"0483:df11"_s, tool_.Path(), {.poll = 1h});
-    SignalRecord const reported(updater);
-    auto const* process = updater.findChild<QProcess*>();
-    qint64 most_kept = 0;
-    // After the driver's own slot for the same signal.
-    QObject::connect(process, &QProcess::readyReadStandardOutput,
-                     [&] { most_kept = std::max(most_kept, process->bytesAvailable()); });
-
-    ASSERT_TRUE(updater.Update("fw.bin", 0));
-
-    ASSERT_TRUE(reported.WaitFor(u"finished true"_s));
-    EXPECT_EQ(most_kept, 0);
-    EXPECT_EQ(process->bytesAvailable(), 0);
-}
-
-TEST_F(DfuUtilDownload, FindsTheBarBehindAFloodBetweenTwoLooks)
-{
-    tool_.Does(
-        "head -c 5000000 /dev/zero; printf 'Download [==] 42%%'; head -c 5000000 /dev/zero\n"
-        "echo >\"$here/printed\"; wait_for_test\n");
-    Stm32DfuUtilUpdater updater(nullptr, u"0483:df11"_s, tool_.Path(), {.poll = 1h});
-    SignalRecord const reported(updater);
-    ASSERT_TRUE(updater.Update("fw.bin", 0));
-    ASSERT_TRUE(QTest::qWaitFor([&] { return tool_.Has(u"printed"_s); }, kPatience));
-
-    updater.ReadOutput();
-
-    EXPECT_EQ(reported.All(), QStringList({u"erase started"_s, u"erase finished"_s, u"42"_s}));
-    tool_.LetGo();
-    EXPECT_TRUE(reported.WaitFor(u"finished true"_s));
-}
-
-TEST_F(DfuUtilDownload, ReportsNothingOfTheOneBefore)
+TEST_F(DfuUtilDownload, ReportsNothingOfTheDownloadBefore)
 {
     Stm32DfuUtilUpdater updater(nullptr, u"0483:df11"_s, tool_.Path(), {.poll = 1h});
     SignalRecord const reported(updater);
@@ -282,76 +217,50 @@ TEST_F(DfuUtilDownload, ReportsNothingOfTheOneBefore)
                                            u"erase started"_s, u"finished true"_s}));
 }
 
-TEST_F(DfuUtilDownload, TakesAnyExitCodeForSuccess)
+TEST_F(DfuUtilDownload, FailsOnlyWithAToolThatCrashesOrIsKilled)
 {
-    for (auto const* commands : {"exit 0\n", "exit 74\n", "exit 255\n"}) {
+    struct {
+        char const* commands;
+        QString end;
+    } const rows[] = {
+        {"exit 0\n", u"finished true"_s},           {"exit 74\n", u"finished true"_s},
+        {"exit 255\n", u"finished true"_s},         {"kill -s SEGV $$\n", u"finished false"_s},
+        {"kill -s KILL $$\n", u"finished false"_s},
+    };
+    for (auto const& [commands, end] : rows) {
         tool_.Does(commands);
-
-        Download();
-
-        auto const all = signals_.All();
-        EXPECT_EQ(all.mid(all.size() - 3),
-                  QStringList({u"erase started"_s, u"finished true"_s, u"100"_s}))
-            << commands;
+        EXPECT_EQ(Download(), QStringList({u"erase started"_s, end, u"100"_s})) << commands;
     }
 }
 
-TEST_F(DfuUtilDownload, FailsWhenTheToolIsKilled)
-{
-    tool_.Does("printf 'Download [==] 42%%'; wait_for_test\n");
-    ASSERT_TRUE(updater_.Update("fw.bin", 0));
-    ASSERT_TRUE(signals_.WaitFor(u"42"_s));
-
-    ASSERT_EQ(::kill(static_cast<pid_t>(tool_.ProcessIds().value(0)), SIGKILL), 0);
-
-    ASSERT_TRUE(signals_.WaitFor(u"100"_s));
-    EXPECT_EQ(signals_.All(), QStringList({u"erase started"_s, u"erase finished"_s, u"42"_s,
-                                           u"finished false"_s, u"100"_s}));
-}
-
-TEST_F(DfuUtilDownload, FailsWhenTheToolCrashes)
-{
-    tool_.Does("kill -s SEGV $$\n");
-
-    Download();
-
-    EXPECT_EQ(signals_.All(), QStringList({u"erase started"_s, u"finished false"_s, u"100"_s}));
-}
-
-TEST_F(DfuUtilDownload, IsNotLookedAtAfterItsLastReport)
+TEST_F(DfuUtilDownload, EndsItsLooksAfterTheLastReport)
 {
     tool_.Does("");
     Download();
     TimerCounter timers;
 
     EXPECT_FALSE(QTest::qWaitFor([&] { return timers.Count() > 0; }, 200));
-
-    EXPECT_EQ(signals_.All(), QStringList({u"erase started"_s, u"finished true"_s, u"100"_s}));
 }
 
-TEST_F(DfuUtilDownload, OfAMissingToolNeitherEndsNorStopsTheLooks)
+TEST_F(DfuUtilDownload, NeitherEndsNorStopsLookingWithAToolThatCannotBeStarted)
 {
-    TimerCounter timers;
+    for (bool const missing : {true, false}) {
+        if (!missing) {
+            tool_.Does("");
+            ASSERT_TRUE(QFile::setPermissions(tool_.Path(), QFile::ReadOwner));
+        }
+        Stm32DfuUtilUpdater updater(nullptr, u"0483:df11"_s, tool_.Path(), kShort);
+        SignalRecord const reported(updater);
+        TimerCounter timers;
 
-    EXPECT_TRUE(updater_.Update("fw.bin", 0));
+        EXPECT_TRUE(updater.Update("fw.bin", 0));
 
-    EXPECT_TRUE(timers.WaitForMore(10));
-    EXPECT_EQ(signals_.All(), QStringList({u"erase started"_s}));
+        EXPECT_TRUE(timers.WaitForMore(10)) << missing;
+        EXPECT_EQ(reported.All(), QStringList({u"erase started"_s})) << missing;
+    }
 }
 
-TEST_F(DfuUtilDownload, OfAToolThatMayNotBeRunDoesNotEndEither)
-{
-    tool_.Does("");
-    ASSERT_TRUE(QFile::setPermissions(tool_.Path(), QFile::ReadOwner));
-    TimerCounter timers;
-
-    EXPECT_TRUE(updater_.Update("fw.bin", 0));
-
-    EXPECT_TRUE(timers.WaitForMore(10));
-    EXPECT_EQ(signals_.All(), QStringList({u"erase started"_s}));
-}
-
-TEST_F(DfuUtilDownload, CanFollowAnother)
+TEST_F(DfuUtilDownload, CanBeFollowedByAnother)
 {
     tool_.Does("printf 'Download [==] 42%%'; wait_for_test\n");
     ASSERT_TRUE(updater_.Update("first.bin", 0));
@@ -369,8 +278,8 @@ TEST_F(DfuUtilDownload, CanFollowAnother)
     EXPECT_EQ(tool_.Arguments().last(), u"second.bin"_s);
 }
 
-// Two looks of a second each; what a loaded machine adds is not bounded tightly.
-TEST_F(DfuUtilDownload, IsLookedAtEverySecondUnlessToldOtherwise)
+// In real time; what a busy machine adds is not bounded tightly.
+TEST_F(DfuUtilDownload, IsLookedAtEverySecondUnlessSaidOtherwise)
 {
     tool_.Does("printf 'Download [==] 42%%'; wait_for_test\n");
     Stm32DfuUtilUpdater updater(nullptr, u"0483:df11"_s, tool_.Path());
@@ -380,16 +289,11 @@ TEST_F(DfuUtilDownload, IsLookedAtEverySecondUnlessToldOtherwise)
     ASSERT_TRUE(updater.Update("fw.bin", 0));
 
     ASSERT_TRUE(reported.WaitFor(u"42"_s));
-    auto const first = timer.restart();
-    tool_.LetGo();
-    ASSERT_TRUE(reported.WaitFor(u"100"_s));
-    auto const second = timer.elapsed();
 
-    EXPECT_GE(first, 940);
-    EXPECT_LT(first, 5000);
-    EXPECT_GE(second, 800);
-    EXPECT_LT(second, 5000);
-    EXPECT_EQ(DfuUtilTimes().poll, 1000ms);
+    EXPECT_GE(timer.elapsed(), 940);  // a coarse timer may come 5 % early
+    EXPECT_LT(timer.elapsed(), 5000);
+    tool_.LetGo();
+    EXPECT_TRUE(reported.WaitFor(u"finished true"_s));
 }
 
 TEST(DfuUtilUpdater, ListsItsSignalsAndThenItsSlot)
@@ -407,7 +311,7 @@ TEST(DfuUtilUpdater, ListsItsSignalsAndThenItsSlot)
                                     u"onProcessFinished(int,QProcess::ExitStatus)"_s}));
 }
 
-TEST_F(DfuUtilTest, DoesNothingAsAnyOtherUpdaterWould)
+TEST_F(DfuUtilTest, DoesNothingInTheOperationsThatTheToolHasNoPartIn)
 {
     IStm32Updater& updater = updater_;
     std::vector<std::byte> const image(16);
@@ -423,7 +327,6 @@ TEST_F(DfuUtilTest, DoesNothingAsAnyOtherUpdaterWould)
 
     EXPECT_FALSE(called);
     EXPECT_EQ(signals_.All(), QStringList());
-    EXPECT_EQ(updater_.findChildren<QProcess*>().size(), 1);
     EXPECT_EQ(updater_.findChild<QProcess*>()->state(), QProcess::NotRunning);
 }
 

@@ -6,8 +6,9 @@
 
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFileInfo>
 
-#include "tests/modules/stm32_updater/dfu_util_test.h"
+#include "tests/modules/stm32_updater/dfu_util_fixture.h"
 #include "tests/support/collected_log.h"
 
 using namespace Qt::StringLiterals;
@@ -21,8 +22,8 @@ namespace {
 
 constexpr unsigned kOtp = 0x1FFF7800;
 
-// Nobody may write to `path` while this lives. Root may everywhere, and is somebody else meanwhile,
-// for whom the folder around it is opened.
+// Takes away the right to write to `path`. Root may write everywhere, so root becomes another user
+// meanwhile, to whom the folder above is opened.
 class ReadOnlyFolder {
 public:
     explicit ReadOnlyFolder(QString const& path) : path_(path.toLocal8Bit())
@@ -53,8 +54,8 @@ private:
 
 class DfuUtilOtp : public DfuUtilTest {
 protected:
-    // A tool that writes this in place of the area.
-    void ToolWrites(QByteArray const& content)
+    // Makes the tool read these bytes from the unit.
+    void UnitHas(QByteArray const& content)
     {
         tool_.Write(u"area"_s, content);
         tool_.Does("read_unit_as area\n");
@@ -63,7 +64,7 @@ protected:
     bool FileIsLeft() const { return QFile::exists(tool_.OtpPath()); }
 };
 
-TEST_F(DfuUtilOtp, TellsTheToolUnitMemoryPlaceAndFile)
+TEST_F(DfuUtilOtp, PassesDeviceMemoryPlaceAndFileToTheTool)
 {
     tool_.Does("");
 
@@ -73,116 +74,51 @@ TEST_F(DfuUtilOtp, TellsTheToolUnitMemoryPlaceAndFile)
                                               u"0x1fff7800:512"_s, u"-U"_s, tool_.OtpPath()}));
 }
 
-TEST_F(DfuUtilOtp, TellsAnyAddressInEightLowerCaseDigitsAndTheSizeInDecimal)
+TEST_F(DfuUtilOtp, ReturnsWhatTheToolWroteAndRemovesTheFile)
 {
-    tool_.Does("");
-    QList<std::tuple<unsigned, unsigned long, QString>> const places{
-        {0x1FFF7000, 1024, u"0x1fff7000:1024"_s},
-        {0, 0, u"0x00000000:0"_s},
-        {0xFFFFFFFF, 0xFFFFFFFFFFFFFFFF, u"0xffffffff:18446744073709551615"_s},
-    };
-    for (auto const& [address, size, text] : places) {
-        updater_.GetOtp(address, size);
-        EXPECT_EQ(tool_.Arguments().value(tool_.Arguments().size() - 3), text);
+    UnitHas(QByteArray("\x11\x47\x23\x01\x00\xFF", 6));
+
+    EXPECT_THAT(updater_.GetOtp(kOtp, 6),
+                ElementsAre(std::byte{0x11}, std::byte{0x47}, std::byte{0x23}, std::byte{0x01},
+                            std::byte{0x00}, std::byte{0xFF}));
+
+    EXPECT_FALSE(FileIsLeft());
+}
+
+TEST_F(DfuUtilOtp, TakesTheLengthFromTheFile)
+{
+    for (size_t const size : {size_t{0}, size_t{3}, size_t{3'000'000}}) {
+        UnitHas(QByteArray(static_cast<qsizetype>(size), '\x55'));
+        EXPECT_THAT(updater_.GetOtp(kOtp, 512), SizeIs(size));
+        EXPECT_FALSE(FileIsLeft()) << size;
     }
 }
 
-TEST_F(DfuUtilOtp, GivesWhatTheToolWroteAndRemovesTheFile)
+// The third prints more than any pipe holds.
+TEST_F(DfuUtilOtp, TakesTheFileHoweverTheToolEnds)
 {
-    ToolWrites(QByteArray("\x11\x47\x23\x01\x00\xFF", 6));
-
-    auto const otp = updater_.GetOtp(kOtp, 6);
-
-    EXPECT_THAT(otp, ElementsAre(std::byte{0x11}, std::byte{0x47}, std::byte{0x23}, std::byte{0x01},
-                                 std::byte{0x00}, std::byte{0xFF}));
-    EXPECT_FALSE(FileIsLeft());
+    tool_.Write(u"area"_s, "ab");
+    for (auto const* commands :
+         {"read_unit_as area; exit 74\n", "read_unit_as area; kill -s KILL $$\n",
+          "head -c 5000000 /dev/zero; head -c 5000000 /dev/zero >&2; read_unit_as area\n"}) {
+        tool_.Does(commands);
+        EXPECT_THAT(updater_.GetOtp(kOtp, 512), SizeIs(2)) << commands;
+    }
 }
 
-TEST_F(DfuUtilOtp, GivesAShortOrALongFileAsItIs)
+TEST_F(DfuUtilOtp, IsEmptyWithoutAToolOrAFile)
 {
-    ToolWrites(QByteArray(3, '\x55'));
-    EXPECT_THAT(updater_.GetOtp(kOtp, 512), SizeIs(3));
-    ToolWrites(QByteArray(3'000'000, '\x55'));
-    EXPECT_THAT(updater_.GetOtp(kOtp, 512), SizeIs(3'000'000));
-    EXPECT_FALSE(FileIsLeft());
-}
-
-TEST_F(DfuUtilOtp, IsEmptyWithAnEmptyFileWhichIsRemoved)
-{
-    ToolWrites({});
-
     EXPECT_THAT(updater_.GetOtp(kOtp, 512), IsEmpty());
-
-    EXPECT_FALSE(FileIsLeft());
-}
-
-TEST_F(DfuUtilOtp, IsEmptyWithoutAFile)
-{
     tool_.Does("exit 74\n");
-
     EXPECT_THAT(updater_.GetOtp(kOtp, 512), IsEmpty());
 }
 
-TEST_F(DfuUtilOtp, IsEmptyWithAPipeInTheFilesPlaceForWhichItDoesNotWait)
+TEST_F(DfuUtilOtp, IsEmptyAndNotHeldUpByAPipeInTheFilesPlace)
 {
     tool_.Does("");
     ASSERT_EQ(mkfifo(tool_.OtpPath().toLocal8Bit().constData(), 0600), 0);
 
     EXPECT_THAT(updater_.GetOtp(kOtp, 512), IsEmpty());
-}
-
-TEST_F(DfuUtilOtp, IsEmptyWithoutATool)
-{
-    EXPECT_THAT(updater_.GetOtp(kOtp, 512), IsEmpty());
-}
-
-TEST_F(DfuUtilOtp, TakesTheFileOfAToolThatFailed)
-{
-    tool_.Write(u"area"_s, "ab");
-    tool_.Does("read_unit_as area; exit 74\n");
-    EXPECT_THAT(updater_.GetOtp(kOtp, 512), SizeIs(2));
-
-    tool_.Does("read_unit_as area; kill -s KILL $$\n");
-    EXPECT_THAT(updater_.GetOtp(kOtp, 512), SizeIs(2));
-}
-
-TEST_F(DfuUtilOtp, RemovesWhatAnEarlierRunLeftBeforeTheToolRuns)
-{
-    tool_.Write(u"tmp/kelvane_otp.bin"_s, "the area of another unit");
-    tool_.Does("[ -e \"$last_argument\" ] && echo >\"$here/still_there\"\nexit 74\n");
-
-    EXPECT_THAT(updater_.GetOtp(kOtp, 512), IsEmpty());
-
-    EXPECT_THAT(tool_.ProcessIds(), SizeIs(1));
-    EXPECT_FALSE(tool_.Has(u"still_there"_s));
-}
-
-TEST_F(DfuUtilOtp, IsEmptyAndNotAskedForWhenALeftFileCannotBeRemoved)
-{
-    tool_.Write(u"tmp/kelvane_otp.bin"_s, "the area of another unit");
-    tool_.Does("");
-    ReadOnlyFolder const folder(QFileInfo(tool_.OtpPath()).path());
-    if (!folder.IsReadOnly()) {
-        GTEST_SKIP() << "whoever runs this may write everywhere";
-    }
-    ASSERT_TRUE(QFileInfo(tool_.OtpPath()).isFile());
-    CollectedLog const log;
-
-    EXPECT_THAT(updater_.GetOtp(kOtp, 512), IsEmpty());
-
-    EXPECT_THAT(tool_.ProcessIds(), IsEmpty());
-    EXPECT_THAT(log.Lines(),
-                ElementsAre("W: the OTP area is not read: " + tool_.OtpPath().toStdString() +
-                            " is in the way and cannot be removed"));
-}
-
-TEST_F(DfuUtilOtp, RemovesALeftFileAlsoWithoutATool)
-{
-    tool_.Write(u"tmp/kelvane_otp.bin"_s, "the area of another unit");
-
-    EXPECT_THAT(updater_.GetOtp(kOtp, 512), IsEmpty());
-
-    EXPECT_FALSE(FileIsLeft());
 }
 
 TEST_F(DfuUtilOtp, IsEmptyWithADirectoryInTheFilesPlace)
@@ -195,60 +131,73 @@ TEST_F(DfuUtilOtp, IsEmptyWithADirectoryInTheFilesPlace)
     EXPECT_TRUE(QFileInfo(tool_.OtpPath()).isDir());
 }
 
-// More than any pipe holds.
-TEST_F(DfuUtilOtp, IsNotHeldUpByATalkativeTool)
+TEST_F(DfuUtilOtp, RemovesTheFileOfAnEarlierRunBeforeTheToolRuns)
 {
-    tool_.Write(u"area"_s, "ab");
-    tool_.Does(
-        "head -c 5000000 /dev/zero; head -c 5000000 /dev/zero >&2\n"
-        "read_unit_as area\n");
+    tool_.Write(u"tmp/kelvane_otp.bin"_s, "the area of another unit");
+    tool_.Does("[ -e \"$last_argument\" ] && echo >\"$here/still_there\"\nexit 74\n");
 
-    EXPECT_THAT(updater_.GetOtp(kOtp, 512), SizeIs(2));
+    EXPECT_THAT(updater_.GetOtp(kOtp, 512), IsEmpty());
+
+    EXPECT_THAT(tool_.ProcessIds(), SizeIs(1));
+    EXPECT_FALSE(tool_.Has(u"still_there"_s));
+}
+
+TEST_F(DfuUtilOtp, DoesNotRunTheToolWhenTheFileOfAnEarlierRunCannotBeRemoved)
+{
+    tool_.Write(u"tmp/kelvane_otp.bin"_s, "the area of another unit");
+    tool_.Does("");
+    ReadOnlyFolder const folder(QFileInfo(tool_.OtpPath()).path());
+    if (!folder.IsReadOnly()) {
+        GTEST_SKIP() << "this user may write everywhere";
+    }
+    ASSERT_TRUE(QFileInfo(tool_.OtpPath()).isFile());
+    CollectedLog const log;
+
+    EXPECT_THAT(updater_.GetOtp(kOtp, 512), IsEmpty());
+
+    EXPECT_THAT(tool_.ProcessIds(), IsEmpty());
+    EXPECT_THAT(log.Lines(),
+                ElementsAre("W: the OTP area is not read: " + tool_.OtpPath().toStdString() +
+                            " is in the way and cannot be removed"));
 }
 
 TEST_F(DfuUtilOtp, TakesWhatIsThereWhenTheTimeIsUpAndEndsTheTool)
 {
+    struct {
+        char const* commands;
+        size_t size;
+    } const rows[] = {
+        {"read_unit_as area; exec cat \"$here/gate\"\n", 2},
+        {"exec cat /dev/zero\n", 0},
+        {"exec cat /dev/zero >&2\n", 0},
+    };
+    Stm32DfuUtilUpdater updater(nullptr, u"0483:df11"_s, tool_.Path(), {.otp_limit = 300ms});
     tool_.Write(u"area"_s, "ab");
-    tool_.Does("read_unit_as area; exec cat \"$here/gate\"\n");
-    Stm32DfuUtilUpdater updater(nullptr, u"0483:df11"_s, tool_.Path(), {.otp_limit = 300ms});
-    QElapsedTimer timer;
-    timer.start();
-
-    auto const otp = updater.GetOtp(kOtp, 512);
-
-    EXPECT_THAT(otp, SizeIs(2));
-    EXPECT_GE(timer.elapsed(), 300);
-    EXPECT_FALSE(FileIsLeft());
-    ASSERT_THAT(tool_.ProcessIds(), SizeIs(1));
-    EXPECT_NE(::kill(static_cast<pid_t>(tool_.ProcessIds()[0]), 0), 0);
-}
-
-TEST_F(DfuUtilOtp, DoesNotOutlastItsTimeWithAToolThatPrintsForEver)
-{
-    Stm32DfuUtilUpdater updater(nullptr, u"0483:df11"_s, tool_.Path(), {.otp_limit = 300ms});
-    for (auto const* commands : {"exec cat /dev/zero\n", "exec cat /dev/zero >&2\n"}) {
+    for (auto const& [commands, size] : rows) {
         tool_.Does(commands);
         QElapsedTimer timer;
         timer.start();
 
-        EXPECT_THAT(updater.GetOtp(kOtp, 512), IsEmpty());
+        EXPECT_THAT(updater.GetOtp(kOtp, 512), SizeIs(size)) << commands;
 
         EXPECT_GE(timer.elapsed(), 300) << commands;
         EXPECT_LT(timer.elapsed(), 10'000) << commands;
+        EXPECT_FALSE(FileIsLeft()) << commands;
+        EXPECT_NE(::kill(static_cast<pid_t>(tool_.ProcessIds().last()), 0), 0) << commands;
     }
 }
 
-TEST_F(DfuUtilOtp, HasHalfAMinuteUnlessToldOtherwise)
+TEST_F(DfuUtilOtp, HasHalfAMinuteUnlessSaidOtherwise)
 {
     EXPECT_EQ(DfuUtilTimes().otp_limit, 30000ms);
 }
 
-TEST_F(DfuUtilOtp, LeavesADownloadAlone)
+TEST_F(DfuUtilOtp, LeavesARunningDownloadAlone)
 {
     tool_.Does("printf 'Download [==] 42%%'; wait_for_test\n");
     ASSERT_TRUE(updater_.Update("fw.bin", 0));
     ASSERT_TRUE(signals_.WaitFor(u"42"_s));
-    ToolWrites("ab");
+    UnitHas("ab");
 
     EXPECT_THAT(updater_.GetOtp(kOtp, 512), SizeIs(2));
 
@@ -256,15 +205,6 @@ TEST_F(DfuUtilOtp, LeavesADownloadAlone)
     ASSERT_TRUE(signals_.WaitFor(u"100"_s));
     EXPECT_EQ(signals_.All(), QStringList({u"erase started"_s, u"erase finished"_s, u"42"_s,
                                            u"finished true"_s, u"100"_s}));
-}
-
-TEST_F(DfuUtilOtp, ReportsNothing)
-{
-    ToolWrites("ab");
-
-    updater_.GetOtp(kOtp, 512);
-
-    EXPECT_EQ(signals_.All(), QStringList());
 }
 
 }  // namespace

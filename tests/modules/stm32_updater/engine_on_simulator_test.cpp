@@ -1,10 +1,9 @@
-// The engine against the simulated bootloader: every chip, erase command and ACK pair, and every
-// fault of the simulator at every step of a conversation.
+// The engine against the simulated bootloader, in virtual time: every chip, erase command and ACK
+// pair, and every fault of the simulator at every step of a conversation.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <future>
 #include <mutex>
 #include <string>
 #include <tuple>
@@ -14,6 +13,7 @@
 #include "runtime/dispatcher.h"
 #include "tests/modules/stm32_updater/bytes.h"
 #include "tests/modules/stm32_updater/simulated_line.h"
+#include "tests/modules/stm32_updater/virtual_time.h"
 
 namespace stm32_updater::test {
 namespace {
@@ -60,9 +60,10 @@ public:
     explicit Bench(Stm32BootloaderOptions options, bool mass_erase = false)
         : line_(std::move(options)),
           updater_([this](bool level) { line_.SetReset(level); }, [](bool) {}, line_, bus_, mutex_,
-                   kMcuId, mass_erase)
+                   kMcuId, mass_erase, [] {}, [] {}, hal::uart::IUartDriver::Rate::kBootloader,
+                   time_.GetWaits())
     {
-        // What stood there before: not erased.
+        // The old firmware: not erased.
         auto const& chip = line_.Unit().Options().chip;
         line_.Unit().Memory().Load(kFlash, Bytes(4 * chip.page_size, std::byte{0xA5}));
     }
@@ -70,7 +71,7 @@ public:
     Stm32Bootloader& Unit() { return line_.Unit(); }
     Stm32UartUpdater& Updater() { return updater_; }
 
-    // A whole session; each step runs even if the one before it failed.
+    // Runs a whole session, each step even if the one before it failed.
     Result Run(Bytes const& image)
     {
         Result result;
@@ -100,6 +101,7 @@ public:
 private:
     dispatcher::Dispatcher bus_{{}, 1};
     std::mutex mutex_;
+    VirtualTime time_;
     SimulatedLine line_;
     Stm32UartUpdater updater_;
 };
@@ -190,7 +192,7 @@ TEST(EngineOnSimulator, RefusesToEraseWithFfFfWhereTheUnitDoes)
     EXPECT_FALSE(result.updated);
 }
 
-TEST(EngineOnSimulator, GivesNoBytesOfAnAreaThatIsNotMapped)
+TEST(EngineOnSimulator, ReadsNoBytesOfAnAreaThatIsNotMapped)
 {
     Bench bench(UnitOptions());
     ASSERT_TRUE(bench.Updater().ConnectDevice());
@@ -198,7 +200,7 @@ TEST(EngineOnSimulator, GivesNoBytesOfAnAreaThatIsNotMapped)
     EXPECT_FALSE(bench.Updater().GetOtp(0x1FFF7000, 64).empty());
 }
 
-// What each kind needs to show itself.
+// The parameter with which each kind has an effect.
 uint32_t ParameterOf(FaultKind kind)
 {
     switch (kind) {
@@ -222,7 +224,7 @@ uint32_t ParameterOf(FaultKind kind)
     }
 }
 
-// How many of the conversation's answers or requests a single fault may hit without any harm.
+// How many of the conversation's answers or requests a single fault may hit without harm.
 unsigned HarmlessStrikes(FaultKind kind)
 {
     constexpr unsigned kWrites = 17 + 1 + 1;  // the image, its trailer, the marker
@@ -233,17 +235,16 @@ unsigned HarmlessStrikes(FaultKind kind)
         case FaultKind::kNackWriteData:
             return kWrites;  // a refused write is repeated
         case FaultKind::kGarbageAnswer:
-            return 2;  // the bootloader's version, which nobody compares, and the last answer of
-                       // all
+            return 2;  // the bootloader's version, which is not compared, and the very last answer
         case FaultKind::kExtraByte:
             return 2;  // after both answers to the jump nothing is read
         case FaultKind::kCutAnswer:
-            // Answers of one byte, of which nothing is cut: sync, Get, Get ID, three Reads, Get
-            // Version, the erase, three of each write, Go.
+            // Answers of one byte, which stay whole: sync, Get, Get ID, three Reads, Get Version,
+            // the erase, three of each write, Go.
             return 1 + 2 + 2 + 3 * 3 + 2 + 2 + 3 * kWrites + 2;
         case FaultKind::kDropAnswer:
         case FaultKind::kLateAnswer:
-            return 1;  // the last answer of all
+            return 1;  // the very last answer
         default:
             return 0;
     }
@@ -257,7 +258,7 @@ struct FaultyRun {
     bool flash_is_right_after_second_try;
 };
 
-// One session with a single fault, and one more after a reset.
+// Runs a session with a single fault, and another one after a reset.
 FaultyRun RunWithFault(FaultKind kind, unsigned at)
 {
     Bench bench(UnitOptions());
@@ -283,19 +284,14 @@ std::string NameOf(::testing::TestParamInfo<FaultKind> const& info)
 
 class FaultTest : public ::testing::TestWithParam<FaultKind> {};
 
-// The sessions wait most of their time, so they run side by side.
-TEST_P(FaultTest, FailsWhereItStrikesAndIsOverAfterAReset)
+TEST_P(FaultTest, EndsTheOperationWhereItStrikesAndIsGoneAfterAReset)
 {
     constexpr unsigned kMoreThanAllSteps = 120;
-    std::vector<std::future<FaultyRun>> runs;
-    for (unsigned at = 1; at <= kMoreThanAllSteps; ++at) {
-        runs.push_back(std::async(std::launch::async, RunWithFault, GetParam(), at));
-    }
     unsigned struck = 0;
     unsigned harmless = 0;
     for (unsigned at = 1; at <= kMoreThanAllSteps; ++at) {
         SCOPED_TRACE("strikes at " + std::to_string(at));
-        auto const run = runs[at - 1].get();
+        auto const run = RunWithFault(GetParam(), at);
         struck += run.strikes;
         harmless += run.strikes > 0 && run.result.All() ? 1 : 0;
         if (run.strikes == 0) {

@@ -1,24 +1,17 @@
-// The engine with its answers from another thread, as a serial port gives them: what the two
-// threads share is the receive queue and the semaphore.
+// The engine with its answers from another thread, as from a serial port: the receive queue and the
+// semaphore are what the two threads share.
 #include <thread>
 
-#include "tests/modules/stm32_updater/updater_test.h"
+#include "tests/modules/stm32_updater/updater_fixture.h"
 
 namespace stm32_updater::test {
 namespace {
-
-using std::chrono::milliseconds;
 
 constexpr unsigned kOtp = 0x1FFF7000;
 
 class ThreadedTest : public UpdaterTest {
 protected:
-    Exchange& ExpectRead(std::initializer_list<int> count)
-    {
-        uart.Expect({0x11, 0xEE}).Answer({0x79});
-        uart.Expect({0x1F, 0xFF, 0x70, 0x00, 0x90}).Answer({0x79});
-        return uart.Expect(count).Answer({0x79});
-    }
+    ThreadedTest() { Rebuild({.real_waits = true}); }
 };
 
 TEST_F(ThreadedTest, RunsAWholeUpdate)
@@ -27,24 +20,22 @@ TEST_F(ThreadedTest, RunsAWholeUpdate)
     Connect();
     auto const image = PatternImage(4 * 8192 + 8);
     auto const otp = PatternImage(32);
-    ExpectRead({0x1F, 0xE0}).Answer(otp);
+    uart.Expect({0x11, 0xEE}).Answer({0x79});
+    uart.Expect({0x1F, 0xFF, 0x70, 0x00, 0x90}).Answer({0x79});
+    uart.Expect({0x1F, 0xE0}).Answer({0x79}).Answer(otp);
     EXPECT_EQ(updater->GetOtp(kOtp, 32), otp);
     ExpectGetVersion();
     uart.Expect({0x44, 0xBB}).Answer({0x79});
-    Bytes pages = ToBytes({0x00, 0x10});
+    auto pages = ToBytes({0x00, 0x10});
     for (int page = 0; page < 17; ++page) {
-        pages.push_back(std::byte{0});
-        pages.push_back(static_cast<std::byte>(page));
+        pages = Join(std::move(pages), ToBytes({0, page}));
     }
     uart.Expect(WithXor(pages)).Answer({0x79});
     for (size_t offset = 0; offset < 4 * 8192; offset += 256) {
         int const high = static_cast<int>(offset >> 8);
-        ExpectWrite({0x08, 0x00, high, 0x00, 0x08 ^ high}, Slice(image, offset, 256));
+        ExpectWrite(ToBytes({0x08, 0x00, high, 0x00, 0x08 ^ high}), Slice(image, offset, 256));
     }
-    auto trailer = Slice(image, 4 * 8192, 4);
-    trailer.resize(8, std::byte{0});
-    trailer[4] = std::byte{0x05};
-    ExpectWrite({0x08, 0x00, 0x80, 0x00, 0x88}, trailer);
+    ExpectWrite(ToBytes({0x08, 0x00, 0x80, 0x00, 0x88}), TrailerOf(image));
 
     EXPECT_TRUE(Update(image));
 
@@ -81,45 +72,15 @@ TEST_F(ThreadedTest, SurvivesAUnitThatNeverStopsTalking)
     stop = true;
 }
 
-// A list of 64 bytes does not fit into the queue together with its ACKs and its count: a line takes
-// its time between them, here after the first 60 bytes.
-TEST_F(ThreadedTest, AcceptsAListOf64Bytes)
-{
-    Bytes first = ToBytes({0x79, 63, 0x31});
-    first.resize(60, std::byte{0x63});
-    Bytes rest(6, std::byte{0x63});
-    rest.push_back(std::byte{0x79});
-    ExpectSync();
-    uart.Expect({0x00, 0xFF}).Answer(first).Answer(rest);
-    ExpectGetId();
-    uart.AnswerFromAnotherThread(milliseconds(200));
-
-    EXPECT_TRUE(updater->ConnectDevice());
-    EXPECT_SCRIPT_DONE();
-}
-
-// 600 ms between the bytes make more than the second that each single byte may take.
-TEST_F(ThreadedTest, GivesEveryByteATimeLimitOfItsOwn)
+TEST_F(ThreadedTest, AnotherThreadMayBeTheOneThatUpdates)
 {
     Connect();
-    ExpectRead({0x02, 0xFD}).Answer({0x01}).Answer({0x02}).Answer({0x03});
-    uart.AnswerFromAnotherThread(milliseconds(600));
-
-    EXPECT_EQ(updater->GetOtp(kOtp, 3), ToBytes({0x01, 0x02, 0x03}));
-}
-
-TEST_F(ThreadedTest, AnotherThreadCanBeTheOneThatUpdates)
-{
-    Connect();
-    bool updated = true;
-    auto const image = PatternImage(16);
     uart.Expect({0x01, 0xFE}).Answer({0x79, 0x31, 0x00, 0x00, 0x1F});
     uart.AnswerFromAnotherThread();
 
-    auto const printed = Printed([&] { std::jthread([&] { updated = Update(image); }).join(); });
-
-    EXPECT_FALSE(updated);
-    EXPECT_THAT(printed, IsFailure("NACK received, command Get Ver Rops"));
+    std::jthread([&] {
+        ExpectUpdateFails(PatternImage(16), "NACK received, command Get Ver Rops");
+    }).join();
 }
 
 TEST(RxQueueThreaded, KeepsTheOrderBetweenTwoThreads)

@@ -1,13 +1,15 @@
-// Every fault at every step: one whole conversation (connect, read, update, exit), in which one
-// answer is missing, refused, garbled, cut or too long. The operation concerned has to fail, with
-// the right text, and nothing further may be sent.
-#include <iterator>
+// Every fault at every step of one whole conversation (connect, read, update, exit): one answer is
+// missing, refused, garbled, cut or too long. The operation has to fail with the right text after
+// the right time, and nothing further may be sent.
+#include <algorithm>
 
-#include "tests/modules/stm32_updater/updater_test.h"
+#include "simulator/faults.h"
+#include "tests/modules/stm32_updater/updater_fixture.h"
 
 namespace stm32_updater::test {
 namespace {
 
+using simulator::FaultKind;
 using ::testing::IsEmpty;
 
 enum class Operation { kConnect, kGetOtp, kUpdate, kExit };
@@ -33,110 +35,87 @@ struct Step {
 
 Bytes const kImage = PatternImage(16);
 
-void AddConnect(std::vector<Step>& steps, int erase_command)
-{
-    auto const operation = Operation::kConnect;
-    steps.push_back({"Sync", operation, "Init con", ToBytes({0x7F}), ToBytes({0x79}), {kAckWait}});
-    steps.push_back({"Get",
-                     operation,
-                     "Get",
-                     ToBytes({0x00, 0xFF}),
-                     ToBytes({0x79, 0x06, 0x31, 0x00, 0x01, 0x02, 0x11, 0x31, erase_command, 0x79}),
-                     {kAckWait, kCountWait, {WaitKind::kData, 7}, kAckWait}});
-    steps.push_back({"GetId",
-                     operation,
-                     "Get ID",
-                     ToBytes({0x02, 0xFD}),
-                     ToBytes({0x79, 0x01, 0x04, 0x69, 0x79}),
-                     {kAckWait, kCountWait, {WaitKind::kData, 2}, kAckWait}});
-}
+// The steps of one conversation, in order.
+class Script {
+public:
+    using Values = std::initializer_list<int>;
 
-void AddGetOtp(std::vector<Step>& steps)
-{
-    auto const operation = Operation::kGetOtp;
-    auto const ack = ToBytes({0x79});
-    steps.push_back({"Read", operation, "Read", ToBytes({0x11, 0xEE}), ack, {kAckWait}});
-    steps.push_back({"ReadAddress",
-                     operation,
-                     "Read",
-                     ToBytes({0x1F, 0xFF, 0x70, 0x00, 0x90}),
-                     ack,
-                     {kAckWait}});
-    steps.push_back({"ReadCount",
-                     operation,
-                     "Read",
-                     ToBytes({0x07, 0xF8}),
-                     ToBytes({0x79, 1, 2, 3, 4, 5, 6, 7, 8}),
-                     {kAckWait, {WaitKind::kData, 8}}});
-}
+    void Begin(Operation operation, std::string command)
+    {
+        operation_ = operation;
+        command_ = std::move(command);
+    }
+    void Add(std::string name, Values sent, Values answer = {0x79},
+             std::vector<Wait> waits = {kAckWait})
+    {
+        steps.push_back({std::move(name), operation_, command_, ToBytes(sent), ToBytes(answer),
+                         std::move(waits)});
+    }
+    void AddWrite(std::string const& name, Values address, Values frame)
+    {
+        size_t const start = steps.size();
+        Add(name, {0x31, 0xCE});
+        Add(name + "Address", address);
+        Add(name + "Data", frame);
+        for (size_t i = start; i < steps.size(); ++i) {
+            steps[i].write_start = start;
+        }
+    }
 
-void AddWrite(std::vector<Step>& steps, std::string const& name, Operation operation,
-              Bytes const& address, Bytes const& frame)
-{
-    auto const ack = ToBytes({0x79});
-    size_t const start = steps.size();
-    steps.push_back({name, operation, "Write", ToBytes({0x31, 0xCE}), ack, {kAckWait}, start});
-    steps.push_back({name + "Address", operation, "Write", address, ack, {kAckWait}, start});
-    steps.push_back({name + "Data", operation, "Write", frame, ack, {kAckWait}, start});
-}
+    std::vector<Step> steps;
 
-void AddUpdate(std::vector<Step>& steps, bool extended)
-{
-    auto const operation = Operation::kUpdate;
-    auto const ack = ToBytes({0x79});
-    steps.push_back({"GetVersion",
-                     operation,
-                     "Get Ver Rops",
-                     ToBytes({0x01, 0xFE}),
-                     ToBytes({0x79, 0x31, 0x00, 0x00, 0x79}),
-                     {kAckWait, {WaitKind::kData, 3}, kAckWait}});
-    std::string const name = extended ? "Erase Ext" : "Erase";
-    steps.push_back({"Erase",
-                     operation,
-                     name,
-                     extended ? ToBytes({0x44, 0xBB}) : ToBytes({0x43, 0xBC}),
-                     ack,
-                     {kAckWait}});
-    steps.push_back({"ErasePages",
-                     operation,
-                     name,
-                     extended ? ToBytes({0, 0, 0, 0, 0}) : ToBytes({0, 0, 0}),
-                     ack,
-                     {kAckWait}});
-    AddWrite(steps, "Write", operation, ToBytes({0x08, 0x00, 0x00, 0x00, 0x08}),
-             ToBytes({0x07, 0x01, 0x08, 0x0F, 0x16, 0x1D, 0x24, 0x2B, 0x32, 0x37}));
-    AddWrite(steps, "Trailer", operation, ToBytes({0x08, 0x00, 0x00, 0x08, 0x00}),
-             ToBytes({0x07, 0x39, 0x40, 0x47, 0x4E, 0x05, 0x00, 0x00, 0x00, 0x72}));
-}
+private:
+    Operation operation_{};
+    std::string command_;
+};
 
-void AddExit(std::vector<Step>& steps)
+constexpr Wait Data(size_t size)
 {
-    auto const operation = Operation::kExit;
-    AddWrite(steps, "Marker", operation, ToBytes({0x20, 0x00, 0x10, 0x00, 0x30}),
-             ToBytes({0x03, 'P', 'U', 'W', 'F', 0x17}));
-    steps.push_back({"Go", operation, "Write", ToBytes({0x21, 0xDE}), ToBytes({0x79}), {kAckWait}});
-    steps.push_back(
-        {"GoAddress", operation, "Write", ToBytes({0x08, 0x00, 0x00, 0x00, 0x08}), {}, {}});
+    return {WaitKind::kData, size};
 }
 
 std::vector<Step> Conversation(bool extended)
 {
-    std::vector<Step> steps;
-    AddConnect(steps, extended ? 0x44 : 0x43);
-    AddGetOtp(steps);
-    AddUpdate(steps, extended);
-    AddExit(steps);
-    return steps;
+    Script script;
+    script.Begin(Operation::kConnect, "Init con");
+    script.Add("Sync", {0x7F});
+    script.Begin(Operation::kConnect, "Get");
+    script.Add("Get", {0x00, 0xFF},
+               {0x79, 0x06, 0x31, 0x00, 0x01, 0x02, 0x11, 0x31, extended ? 0x44 : 0x43, 0x79},
+               {kAckWait, kCountWait, Data(7), kAckWait});
+    script.Begin(Operation::kConnect, "Get ID");
+    script.Add("GetId", {0x02, 0xFD}, {0x79, 0x01, 0x04, 0x69, 0x79},
+               {kAckWait, kCountWait, Data(2), kAckWait});
+    script.Begin(Operation::kGetOtp, "Read");
+    script.Add("Read", {0x11, 0xEE});
+    script.Add("ReadAddress", {0x1F, 0xFF, 0x70, 0x00, 0x90});
+    script.Add("ReadCount", {0x07, 0xF8}, {0x79, 1, 2, 3, 4, 5, 6, 7, 8}, {kAckWait, Data(8)});
+    script.Begin(Operation::kUpdate, "Get Ver Rops");
+    script.Add("GetVersion", {0x01, 0xFE}, {0x79, 0x31, 0x00, 0x00, 0x79},
+               {kAckWait, Data(3), kAckWait});
+    if (extended) {
+        script.Begin(Operation::kUpdate, "Erase Ext");
+        script.Add("Erase", {0x44, 0xBB});
+        script.Add("ErasePages", {0, 0, 0, 0, 0});
+    } else {
+        script.Begin(Operation::kUpdate, "Erase");
+        script.Add("Erase", {0x43, 0xBC});
+        script.Add("ErasePages", {0, 0, 0});
+    }
+    script.Begin(Operation::kUpdate, "Write");
+    script.AddWrite("Write", {0x08, 0x00, 0x00, 0x00, 0x08},
+                    {0x07, 0x01, 0x08, 0x0F, 0x16, 0x1D, 0x24, 0x2B, 0x32, 0x37});
+    script.AddWrite("Trailer", {0x08, 0x00, 0x00, 0x08, 0x00},
+                    {0x07, 0x39, 0x40, 0x47, 0x4E, 0x05, 0x00, 0x00, 0x00, 0x72});
+    script.Begin(Operation::kExit, "Write");
+    script.AddWrite("Marker", {0x20, 0x00, 0x10, 0x00, 0x30}, {0x03, 'P', 'U', 'W', 'F', 0x17});
+    script.Add("Go", {0x21, 0xDE});
+    script.Add("GoAddress", {0x08, 0x00, 0x00, 0x00, 0x08}, {}, {});
+    return script.steps;
 }
 
-enum class FaultKind {
-    kSilence,    // the answer ends before this wait
-    kCut,        // ... or after its first byte
-    kNack,       // 1F in place of the ACK
-    kGarbage,    // a byte that is neither ACK nor NACK, or a count that is too high
-    kExtraByte,  // one byte more after the answer
-};
-
+// Of the simulator's faults those that the engine can tell apart at a wait. Here they hit one wait
+// within an answer, not a whole answer.
 struct Case {
     bool extended;
     size_t step;
@@ -144,59 +123,33 @@ struct Case {
     FaultKind fault;
 };
 
-std::string ToText(FaultKind fault)
-{
-    switch (fault) {
-        case FaultKind::kSilence:
-            return "Silence";
-        case FaultKind::kCut:
-            return "Cut";
-        case FaultKind::kNack:
-            return "Nack";
-        case FaultKind::kGarbage:
-            return "Garbage";
-        case FaultKind::kExtraByte:
-            return "ExtraByte";
-    }
-    return {};
-}
-
 std::string NameOf(::testing::TestParamInfo<Case> const& info)
 {
     auto const& param = info.param;
     auto const step = Conversation(param.extended)[param.step];
-    return std::string(param.extended ? "Extended" : "Legacy") + step.name + "Wait" +
-           std::to_string(param.wait) + ToText(param.fault);
+    auto name = std::string(param.extended ? "Extended" : "Legacy") + step.name + "_wait" +
+                std::to_string(param.wait) + "_" + std::string(simulator::GetName(param.fault));
+    std::ranges::replace(name, '-', '_');
+    return name;
 }
 
-// Silence costs a time-out: once for each command is enough, so not for all three writes.
-bool IsRepeatedWrite(Step const& step)
+std::vector<FaultKind> FaultsOf(Wait const& wait, bool is_last)
 {
-    return step.name.starts_with("Trailer") || step.name.starts_with("Marker");
-}
-
-void AddCasesOfWait(std::vector<Case>& cases, Case at, Step const& step)
-{
-    auto const add = [&](FaultKind fault) {
-        at.fault = fault;
-        cases.push_back(at);
-    };
-    auto const wait = step.waits[at.wait];
-    if (!IsRepeatedWrite(step)) {
-        add(FaultKind::kSilence);
-        if (wait.size > 1) {
-            add(FaultKind::kCut);
-        }
+    std::vector<FaultKind> faults{FaultKind::kDropAnswer};
+    if (wait.size > 1) {
+        faults.push_back(FaultKind::kCutAnswer);
     }
     if (wait.kind == WaitKind::kAck) {
-        add(FaultKind::kNack);
+        faults.push_back(FaultKind::kNackCommand);
+        faults.push_back(FaultKind::kGarbageAnswer);
     }
-    if (wait.kind != WaitKind::kData) {
-        add(FaultKind::kGarbage);
+    if (wait.kind == WaitKind::kCount) {
+        faults.push_back(FaultKind::kWrongCount);
     }
-    if (at.wait + 1 == step.waits.size()) {
-        add(FaultKind::kExtraByte);
+    if (is_last) {
+        faults.push_back(FaultKind::kExtraByte);
     }
+    return faults;
 }
 
 std::vector<Case> AllCases()
@@ -208,8 +161,11 @@ std::vector<Case> AllCases()
             if (!extended && steps[step].command != "Erase") {
                 continue;  // only the erase differs between the two conversations
             }
-            for (size_t wait = 0; wait < steps[step].waits.size(); ++wait) {
-                AddCasesOfWait(cases, {extended, step, wait, FaultKind::kSilence}, steps[step]);
+            auto const& waits = steps[step].waits;
+            for (size_t wait = 0; wait < waits.size(); ++wait) {
+                for (auto const fault : FaultsOf(waits[wait], wait + 1 == waits.size())) {
+                    cases.push_back({extended, step, wait, fault});
+                }
             }
         }
     }
@@ -222,45 +178,31 @@ protected:
 
     Step const& FaultyStep() const { return steps[GetParam().step]; }
 
-    size_t OffsetOfWait() const
+    Bytes FaultyAnswer() const
     {
+        auto answer = FaultyStep().answer;
+        if (GetParam().fault == FaultKind::kExtraByte) {
+            answer.push_back(std::byte{0xEE});
+            return answer;
+        }
         size_t offset = 0;
         for (size_t i = 0; i < GetParam().wait; ++i) {
             offset += FaultyStep().waits[i].size;
         }
-        return offset;
-    }
-
-    Bytes FaultyAnswer() const
-    {
-        auto answer = FaultyStep().answer;
-        auto const offset = OffsetOfWait();
-        auto const wait = FaultyStep().waits[GetParam().wait];
-        switch (GetParam().fault) {
-            case FaultKind::kSilence:
-                answer.resize(offset);
-                break;
-            case FaultKind::kCut:
-                answer.resize(offset + 1);
-                break;
-            case FaultKind::kNack:
-                answer.resize(offset + 1);
-                answer[offset] = std::byte{0x1F};
-                break;
-            case FaultKind::kGarbage:
-                answer.resize(offset + 1);
-                answer[offset] = wait.kind == WaitKind::kCount ? std::byte{64} : std::byte{0x55};
-                break;
-            case FaultKind::kExtraByte:
-                answer.push_back(std::byte{0xEE});
-                break;
+        answer.resize(GetParam().fault == FaultKind::kDropAnswer ? offset : offset + 1);
+        if (GetParam().fault == FaultKind::kNackCommand) {
+            answer[offset] = std::byte{0x1F};
+        } else if (GetParam().fault == FaultKind::kGarbageAnswer) {
+            answer[offset] = std::byte{0x55};
+        } else if (GetParam().fault == FaultKind::kWrongCount) {
+            answer[offset] = std::byte{64};
         }
         return answer;
     }
 
     bool RepeatedTenTimes() const
     {
-        return GetParam().fault == FaultKind::kNack && FaultyStep().write_start != SIZE_MAX;
+        return GetParam().fault == FaultKind::kNackCommand && FaultyStep().write_start != SIZE_MAX;
     }
 
     void Expect(size_t first, size_t last)
@@ -270,14 +212,14 @@ protected:
         }
     }
 
-    // All that the engine sends, up to its failure.
+    // Everything that the engine sends, up to its failure.
     void WriteScript()
     {
         size_t const step = GetParam().step;
         Expect(0, step);
         uart.Expect(FaultyStep().sent).Answer(FaultyAnswer());
         if (GetParam().fault == FaultKind::kExtraByte) {
-            uart.Expect(steps[step + 1].sent);  // the extra byte is taken for its answer
+            uart.Expect(steps[step + 1].sent);  // the engine takes the extra byte for its answer
         }
         for (int i = 0; RepeatedTenTimes() && i < 10; ++i) {
             Expect(FaultyStep().write_start, step);
@@ -297,28 +239,38 @@ protected:
         std::string const command = ", command " + FailingStep().command;
         bool const learning = FailingStep().name == "Sync";
         switch (GetParam().fault) {
-            case FaultKind::kSilence:
-            case FaultKind::kCut:
+            case FaultKind::kDropAnswer:
+            case FaultKind::kCutAnswer:
                 return "receive timeout for " + std::to_string(wait.size) + " bytes" + command;
-            case FaultKind::kNack:
+            case FaultKind::kNackCommand:
                 if (RepeatedTenTimes()) {
                     return "10 NACKs received" + command;
                 }
                 return learning ? "Invalid ACK byte setup 0x1f" + command
                                 : "NACK received" + command;
-            case FaultKind::kGarbage:
-                if (wait.kind == WaitKind::kCount) {
-                    return "Too many bytes to receive" + command;
-                }
-                return learning ? "Invalid ACK byte setup 0x55" + command
-                                : "Invalid ACK/NACK received 0x55" + command;
-            case FaultKind::kExtraByte:
+            case FaultKind::kGarbageAnswer:
+                return (learning ? "Invalid ACK byte setup 0x55"
+                                 : "Invalid ACK/NACK received 0x55") +
+                       command;
+            case FaultKind::kWrongCount:
+                return "Too many bytes to receive" + command;
+            default:
                 return "Invalid ACK/NACK received 0xee" + command;
         }
-        return {};
     }
 
-    // True on success; the last operation reports nothing but its text.
+    // In ms; only a missing byte costs time.
+    std::vector<uint32_t> ExpectedTimeouts() const
+    {
+        auto const fault = GetParam().fault;
+        if (fault != FaultKind::kDropAnswer && fault != FaultKind::kCutAnswer) {
+            return {};
+        }
+        bool const erasing = FaultyStep().name == "ErasePages" && GetParam().extended;
+        return {erasing ? 5000U : 1000U};
+    }
+
+    // True on success; the last operation only prints.
     bool Run(Operation operation)
     {
         switch (operation) {
@@ -349,11 +301,11 @@ protected:
     std::vector<Step> const steps;
 };
 
-TEST_P(FaultMatrixTest, EndsTheOperationWithTheRightText)
+TEST_P(FaultMatrixTest, EndsTheOperationWithTheRightTextAfterTheRightTime)
 {
     WriteScript();
     auto const failing = FailingStep().operation;
-    // After the last byte of all nothing is read, so nothing can fail.
+    // Nothing is read after the very last byte, so nothing can fail.
     bool const harmless = FailingStep().waits.empty();
     bool succeeded = false;
     EXPECT_THAT(Printed([&] { RunAllBefore(failing); }), IsEmpty());
@@ -364,6 +316,7 @@ TEST_P(FaultMatrixTest, EndsTheOperationWithTheRightText)
     EXPECT_THAT(printed,
                 harmless ? ::testing::Matcher<std::string>(IsEmpty()) : IsFailure(ExpectedText()));
     EXPECT_EQ(log.Lines().size(), harmless ? 0U : 1U);
+    EXPECT_EQ(time.timeouts, ExpectedTimeouts());
     EXPECT_SCRIPT_DONE();
 }
 
@@ -388,8 +341,8 @@ TEST_F(LateAnswerTest, IsTakenForTheAnswerToTheNextCommandOfTheSameSession)
     Printed([&] { EXPECT_THAT(updater->GetOtp(0x1FFF7000, 8), IsEmpty()); });
     uart.Receive({0x1F});
     uart.Expect({0x01, 0xFE});
-    bool updated = true;
 
+    bool updated = true;
     auto const printed = Printed([&] { updated = Update(kImage); });
 
     EXPECT_FALSE(updated);

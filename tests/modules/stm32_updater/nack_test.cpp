@@ -1,15 +1,19 @@
 // How often a block is repeated that the unit refuses: ten times, whichever step it refuses.
-#include "tests/modules/stm32_updater/updater_test.h"
+#include <utility>
+
+#include "tests/modules/stm32_updater/updater_fixture.h"
 
 namespace stm32_updater::test {
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+
+enum Step { kCommand, kAddress, kData };
 
 class NackTest : public UpdaterTest {
 protected:
-    void SetUp() override
+    // A unit that is erased as a whole, up to and including its erase.
+    void ExpectStart()
     {
         Rebuild({.mass_erase = true});
         Connect();
@@ -17,161 +21,93 @@ protected:
         ExpectExtendedErase({0xFF, 0xFF, 0x00});
     }
 
-    void ExpectCommandNacks(int count)
+    // The first block of the image, refused `count` times at `step`.
+    void ExpectRefusals(Step step, int count)
     {
         for (int i = 0; i < count; ++i) {
-            uart.Expect({0x31, 0xCE}).Answer({0x1F});
+            if (step == kData) {
+                ExpectWriteUpToData(ToBytes(kFirstAddress), First()).Answer({0x1F});
+                continue;
+            }
+            auto& command = uart.Expect({0x31, 0xCE});
+            if (step == kCommand) {
+                command.Answer({0x1F});
+            } else {
+                command.Answer({0x79});
+                uart.Expect(kFirstAddress).Answer({0x1F});
+            }
         }
     }
 
-    void ExpectAddressNacks(int count)
-    {
-        for (int i = 0; i < count; ++i) {
-            uart.Expect({0x31, 0xCE}).Answer({0x79});
-            uart.Expect({0x08, 0x00, 0x00, 0x00, 0x08}).Answer({0x1F});
-        }
-    }
+    void ExpectTrailer() { ExpectWrite({0x08, 0x00, 0x00, 0x08, 0x00}, TrailerOf(image)); }
+    Bytes First() const { return Slice(image, 0, 8); }
 
-    void ExpectDataNacks(int count)
-    {
-        for (int i = 0; i < count; ++i) {
-            ExpectWriteUpToData({0x08, 0x00, 0x00, 0x00, 0x08}, First()).Answer({0x1F});
-        }
-    }
+    static constexpr std::initializer_list<int> kFirstAddress = {0x08, 0x00, 0x00, 0x00, 0x08};
+    static constexpr char kMessage[] = "10 NACKs received, command Write";
+    Bytes const image = PatternImage(16);
+};
 
-    // Both blocks of the image are accepted.
-    void ExpectSuccess()
-    {
-        ExpectWrite({0x08, 0x00, 0x00, 0x00, 0x08}, First());
+TEST_F(NackTest, TheTenthRefusalOfABlockIsRepeatedAndTheEleventhEndsTheUpdate)
+{
+    struct {
+        char const* name;
+        std::vector<std::pair<Step, int>> refusals;
+        bool succeeds;
+    } const rows[] = {
+        {"ten commands", {{kCommand, 10}}, true},
+        {"eleven commands", {{kCommand, 11}}, false},
+        {"ten addresses", {{kAddress, 10}}, true},
+        {"eleven addresses", {{kAddress, 11}}, false},
+        {"ten times data", {{kData, 10}}, true},
+        {"eleven times data", {{kData, 11}}, false},
+        {"data, then a command", {{kData, 10}, {kCommand, 1}}, false},
+        {"data, then an address", {{kData, 10}, {kAddress, 1}}, false},
+        {"commands, then data", {{kCommand, 10}, {kData, 1}}, false},
+        {"ten of all three", {{kCommand, 4}, {kAddress, 3}, {kData, 3}}, true},
+        {"eleven of all three", {{kCommand, 4}, {kAddress, 3}, {kData, 3}, {kCommand, 1}}, false},
+    };
+    for (auto const& [name, refusals, succeeds] : rows) {
+        SCOPED_TRACE(name);
+        ExpectStart();
+        for (auto const& [step, count] : refusals) {
+            ExpectRefusals(step, count);
+        }
+        if (!succeeds) {
+            ExpectUpdateFails(image, kMessage);
+            continue;
+        }
+        ExpectWrite(kFirstAddress, First());
         ExpectTrailer();
         bool updated = false;
         EXPECT_THAT(Printed([&] { updated = Update(image); }), IsEmpty());
         EXPECT_TRUE(updated);
         EXPECT_SCRIPT_DONE();
     }
-
-    void ExpectTrailer() { ExpectWrite({0x08, 0x00, 0x00, 0x08, 0x00}, TrailerBytes()); }
-
-    void ExpectUpdateFails()
-    {
-        bool updated = true;
-        auto const printed = Printed([&] { updated = Update(image); });
-        EXPECT_FALSE(updated);
-        EXPECT_THAT(printed, IsFailure("10 NACKs received, command Write"));
-        EXPECT_THAT(log.Lines(), ElementsAre(LogLine{3, printed.substr(1)}));
-        EXPECT_SCRIPT_DONE();
-    }
-
-    Bytes First() const { return Slice(image, 0, 8); }
-    static Bytes TrailerBytes() { return ToBytes({0x39, 0x40, 0x47, 0x4E, 0x05, 0, 0, 0}); }
-
-    Bytes const image = PatternImage(16);
-};
-
-TEST_F(NackTest, RepeatsACommandThatIsRefusedTenTimes)
-{
-    ExpectCommandNacks(10);
-    ExpectSuccess();
 }
 
-TEST_F(NackTest, GivesUpAtTheEleventhRefusalOfTheCommand)
+TEST_F(NackTest, TheTrailerHasItsOwnCount)
 {
-    ExpectCommandNacks(11);
-    ExpectUpdateFails();
-}
-
-TEST_F(NackTest, RepeatsFromTheCommandWhenTheAddressIsRefusedTenTimes)
-{
-    ExpectAddressNacks(10);
-    ExpectSuccess();
-}
-
-TEST_F(NackTest, GivesUpAtTheEleventhRefusalOfTheAddress)
-{
-    ExpectAddressNacks(11);
-    ExpectUpdateFails();
-}
-
-TEST_F(NackTest, RepeatsTheWholeBlockWhenTheDataAreRefusedTenTimes)
-{
-    ExpectDataNacks(10);
-    ExpectSuccess();
-}
-
-TEST_F(NackTest, GivesUpAtTheEleventhRefusalOfTheData)
-{
-    ExpectDataNacks(11);
-    ExpectUpdateFails();
-}
-
-TEST_F(NackTest, GivesUpWhenTheCommandIsRefusedAfterTenRefusalsOfTheData)
-{
-    ExpectDataNacks(10);
-    ExpectCommandNacks(1);
-    ExpectUpdateFails();
-}
-
-TEST_F(NackTest, GivesUpWhenTheAddressIsRefusedAfterTenRefusalsOfTheData)
-{
-    ExpectDataNacks(10);
-    ExpectAddressNacks(1);
-    ExpectUpdateFails();
-}
-
-TEST_F(NackTest, GivesUpWhenTheDataAreRefusedAfterTenRefusalsOfTheCommand)
-{
-    ExpectCommandNacks(10);
-    ExpectDataNacks(1);
-    ExpectUpdateFails();
-}
-
-TEST_F(NackTest, CountsRefusalsOfAllThreeStepsTogether)
-{
-    ExpectCommandNacks(4);
-    ExpectAddressNacks(3);
-    ExpectDataNacks(3);
-    ExpectCommandNacks(1);
-    ExpectUpdateFails();
-}
-
-TEST_F(NackTest, CountsAnewForTheTrailer)
-{
-    ExpectCommandNacks(10);
-    ExpectWrite({0x08, 0x00, 0x00, 0x00, 0x08}, First());
-    ExpectCommandNacks(10);
+    ExpectStart();
+    ExpectRefusals(kCommand, 10);
+    ExpectWrite(kFirstAddress, First());
+    ExpectRefusals(kCommand, 10);
     ExpectTrailer();
 
     EXPECT_TRUE(Update(image));
     EXPECT_SCRIPT_DONE();
 }
 
-TEST_F(NackTest, CountsAnewAfterEachBlockThatWasAccepted)
+TEST_F(NackTest, EachAcceptedBlockResetsTheCount)
 {
     auto const long_image = PatternImage(512 + 8);
-    ExpectCommandNacks(10);
+    ExpectStart();
+    ExpectRefusals(kCommand, 10);
     ExpectWrite({0x08, 0x00, 0x00, 0x00, 0x08}, Slice(long_image, 0, 256));
-    ExpectCommandNacks(10);
+    ExpectRefusals(kCommand, 10);
     ExpectWrite({0x08, 0x00, 0x01, 0x00, 0x09}, Slice(long_image, 256, 256));
-    ExpectCommandNacks(11);
-    bool updated = true;
+    ExpectRefusals(kCommand, 11);
 
-    auto const printed = Printed([&] { updated = Update(long_image); });
-
-    EXPECT_FALSE(updated);
-    EXPECT_THAT(printed, IsFailure("10 NACKs received, command Write"));
-    EXPECT_SCRIPT_DONE();
-}
-
-TEST_F(NackTest, DoesNotRepeatAfterAnInvalidAnswer)
-{
-    uart.Expect({0x31, 0xCE}).Answer({0x55});
-    bool updated = true;
-
-    auto const printed = Printed([&] { updated = Update(image); });
-
-    EXPECT_FALSE(updated);
-    EXPECT_THAT(printed, IsFailure("Invalid ACK/NACK received 0x55, command Write"));
-    EXPECT_SCRIPT_DONE();
+    ExpectUpdateFails(long_image, kMessage);
 }
 
 }  // namespace

@@ -6,9 +6,9 @@
 
 namespace stm32_updater::test {
 
-Exchange& Exchange::Answer(Bytes bytes)
+Exchange& Exchange::Answer(Bytes const& bytes)
 {
-    pieces_.push_back(std::move(bytes));
+    answer_ = Join(std::move(answer_), bytes);
     return *this;
 }
 
@@ -28,10 +28,9 @@ Exchange& ScriptedUart::Expect(Bytes bytes)
     return script_.emplace_back(std::move(bytes));
 }
 
-void ScriptedUart::AnswerFromAnotherThread(std::chrono::milliseconds gap)
+void ScriptedUart::AnswerFromAnotherThread()
 {
-    gap_ = gap;
-    sender_ = std::jthread([this](std::stop_token stop) { SendPieces(std::move(stop)); });
+    sender_ = std::jthread([this](std::stop_token stop) { SendAnswers(std::move(stop)); });
 }
 
 bool ScriptedUart::Done() const
@@ -83,7 +82,7 @@ void ScriptedUart::Transmit(std::span<std::byte const> data)
 void ScriptedUart::Take(std::byte value)
 {
     if (!failure_.empty()) {
-        return;  // one wrong byte puts all further ones at the wrong place: one report is enough
+        return;  // after one wrong byte every further one is at the wrong place
     }
     if (step_ == script_.size()) {
         Fail("unplanned byte " + ToHex({value}) + " after the end of the script");
@@ -99,7 +98,15 @@ void ScriptedUart::Take(std::byte value)
         Note("send " + ToHex(exchange.expected_));
         taken_ = 0;
         ++step_;
-        StartAnswer(exchange.pieces_);
+        if (!sender_.joinable()) {
+            Deliver(exchange.answer_);
+            return;
+        }
+        {
+            std::lock_guard const lock(mutex_);
+            pending_.push_back(exchange.answer_);
+        }
+        changed_.notify_all();
     }
 }
 
@@ -107,21 +114,6 @@ void ScriptedUart::Fail(std::string what)
 {
     failure_ = std::move(what);
     ADD_FAILURE() << failure_;
-}
-
-void ScriptedUart::StartAnswer(std::vector<Bytes> const& pieces)
-{
-    if (sender_.joinable()) {
-        {
-            std::lock_guard const lock(mutex_);
-            pending_.insert(pending_.end(), pieces.begin(), pieces.end());
-        }
-        changed_.notify_all();
-        return;
-    }
-    for (auto const& piece : pieces) {
-        Deliver(piece);
-    }
 }
 
 void ScriptedUart::Deliver(Bytes const& bytes)
@@ -134,35 +126,20 @@ void ScriptedUart::Deliver(Bytes const& bytes)
     }
 }
 
-void ScriptedUart::SendPieces(std::stop_token stop)
+void ScriptedUart::SendAnswers(std::stop_token stop)
 {
     while (true) {
-        Bytes piece;
+        Bytes answer;
         {
             std::unique_lock lock(mutex_);
             if (!changed_.wait(lock, stop, [this] { return !pending_.empty(); })) {
                 return;
             }
-            piece = std::move(pending_.front());
+            answer = std::move(pending_.front());
             pending_.pop_front();
         }
-        Deliver(piece);
-        std::unique_lock lock(mutex_);
-        if (!pending_.empty()) {
-            changed_.wait_for(lock, stop, gap_, [] { return false; });
-        }
+        Deliver(answer);
     }
-}
-
-uint32_t ScriptedUart::TransmitHighPriority(std::span<std::byte const, 2>)
-{
-    Fail("a high-priority Transmit");
-    return 0;
-}
-
-void ScriptedUart::TransmitBreak()
-{
-    Fail("a break");
 }
 
 hal::uart::Subscription ScriptedUart::SubscribeOnRx(std::function<void(std::byte)> const& callback)
@@ -188,21 +165,6 @@ void ScriptedUart::Release(int subscription)
         callback_ = nullptr;
         subscribed_ = 0;
     }
-}
-
-hal::uart::Subscription ScriptedUart::SubscribeOnError(std::function<void(unsigned)> const&)
-{
-    return {};
-}
-
-hal::uart::Subscription ScriptedUart::SubscribeOnBreak(std::function<void()> const&)
-{
-    return {};
-}
-
-hal::uart::Subscription ScriptedUart::SubscribeOnTransmitComplete(std::function<void()> const&)
-{
-    return {};
 }
 
 }  // namespace stm32_updater::test

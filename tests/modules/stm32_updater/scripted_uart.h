@@ -1,9 +1,8 @@
-// A serial line that plays a script: which bytes must come, and what the unit answers to them. Any
-// byte that is not in the script fails the test. It answers within Transmit, on the caller's
-// thread, or from a thread of its own.
+// A serial line that plays a script: which bytes must come, and what the unit answers. A byte that
+// is not in the script fails the test. The answers come within Transmit, on the caller's thread, or
+// from a thread of the line's own.
 #pragma once
 
-#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -15,7 +14,7 @@
 #include <thread>
 #include <vector>
 
-#include "hal/uart/i_uart_driver.h"
+#include "tests/hal/uart/uart_driver_stub.h"
 #include "tests/modules/stm32_updater/bytes.h"
 
 namespace stm32_updater::test {
@@ -25,20 +24,19 @@ class Exchange {
 public:
     explicit Exchange(Bytes expected) : expected_(std::move(expected)) {}
 
-    // What the unit sends once the last expected byte has come. Each further call adds a piece of
-    // its own (ScriptedUart::AnswerFromAnotherThread).
+    // What the unit sends after the last expected byte. A further call appends to it.
     Exchange& Answer(std::initializer_list<int> bytes) { return Answer(ToBytes(bytes)); }
-    Exchange& Answer(Bytes bytes);
+    Exchange& Answer(Bytes const& bytes);
 
 private:
     friend class ScriptedUart;
     Bytes expected_;
-    std::vector<Bytes> pieces_;
+    Bytes answer_;
 };
 
-class ScriptedUart final : public hal::uart::IUartDriver {
+class ScriptedUart final : public hal::uart::test::UartDriverStub {
 public:
-    // The unit's own setup before anybody asks for another one.
+    // The setup of the line before the engine changes it.
     static constexpr LineSetup kOwnSetup{Rate::kDesktop, Settings{9}};
 
     ScriptedUart() = default;
@@ -51,17 +49,16 @@ public:
     Exchange& Expect(std::initializer_list<int> bytes) { return Expect(ToBytes(bytes)); }
     Exchange& Expect(Bytes bytes);
 
-    // From now on a thread of this object sends the answers, with `gap` between the pieces of one
-    // answer: the time that the unit, or its line, takes.
-    void AnswerFromAnotherThread(std::chrono::milliseconds gap = std::chrono::milliseconds(0));
+    // From now on a thread of this object sends the answers.
+    void AnswerFromAnotherThread();
 
     // The unit sends `bytes` unasked, on the calling thread.
     void Receive(std::initializer_list<int> bytes) { Deliver(ToBytes(bytes)); }
 
-    // Whether all of the script has come, and nothing else.
+    // Whether the whole script has come, and nothing else.
     bool Done() const;
 
-    // What is missing, or what was wrong, in words.
+    // What is missing, or what was wrong.
     std::string Rest() const;
 
     // What happened to this line, in order: "get setup", "setup 1 1", "subscribe 1", "release 1",
@@ -71,29 +68,21 @@ public:
     void ForgetEvents() { events_.clear(); }
 
     bool Subscribed() const;
-    size_t ScriptSteps() const { return script_.size(); }
 
     void Setup(Rate rate, Settings settings) override;
     LineSetup GetSetup() const override;
     void Transmit(std::span<std::byte const> data) override;
-    uint32_t TransmitHighPriority(std::span<std::byte const, 2> data) override;
-    void TransmitBreak() override;
     // The handle owns a non-null pointer, so that its deleter runs.
     hal::uart::Subscription SubscribeOnRx(std::function<void(std::byte)> const& callback) override;
-    hal::uart::Subscription SubscribeOnError(std::function<void(unsigned)> const&) override;
-    hal::uart::Subscription SubscribeOnBreak(std::function<void()> const&) override;
-    hal::uart::Subscription SubscribeOnTransmitComplete(std::function<void()> const&) override;
-    bool TransmitterActive() const override { return false; }
 
 private:
     void Take(std::byte value);
     void Fail(std::string what);
-    void StartAnswer(std::vector<Bytes> const& pieces);
     void Deliver(Bytes const& bytes);
     void Release(int subscription);
-    void SendPieces(std::stop_token stop);
+    void SendAnswers(std::stop_token stop);
 
-    // The protocol thread's own.
+    // Used by the protocol thread only.
     std::deque<Exchange> script_;
     size_t step_ = 0;
     size_t taken_ = 0;  // of the current step's expected bytes
@@ -108,7 +97,6 @@ private:
     std::function<void(std::byte)> callback_;
     int subscribed_ = 0;
     std::deque<Bytes> pending_;
-    std::chrono::milliseconds gap_{0};
     std::jthread sender_;
 };
 

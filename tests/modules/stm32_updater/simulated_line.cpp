@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "modules/stm32_updater/limits.h"
+
 namespace stm32_updater::test {
 
 void SimulatedLine::SetReset(bool asserted)
@@ -19,7 +21,7 @@ void SimulatedLine::Transmit(std::span<std::byte const> data)
         return;
     }
     for (auto const& answer : unit_.Receive(data)) {
-        if (answer.busy > kLongestWait) {
+        if (answer.busy > kExtendedEraseTimeout) {
             late_.insert(late_.end(), answer.bytes.begin(), answer.bytes.end());
         } else {
             Deliver(answer.bytes);
@@ -43,21 +45,6 @@ hal::uart::Subscription SimulatedLine::SubscribeOnRx(std::function<void(std::byt
                 callback_ = nullptr;
                 delete handle;
             }};
-}
-
-hal::uart::Subscription SimulatedLine::SubscribeOnError(std::function<void(unsigned)> const&)
-{
-    return {};
-}
-
-hal::uart::Subscription SimulatedLine::SubscribeOnBreak(std::function<void()> const&)
-{
-    return {};
-}
-
-hal::uart::Subscription SimulatedLine::SubscribeOnTransmitComplete(std::function<void()> const&)
-{
-    return {};
 }
 
 }  // namespace stm32_updater::test

@@ -1,5 +1,5 @@
-// A driver of dfu-util over a stand-in for the tool, its signals kept in one list, and its times
-// cut short.
+// The engine that runs dfu-util, over a stand-in for the tool, with short times and its signals in
+// one list.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -15,7 +15,9 @@
 
 namespace stm32_updater::test {
 
-// Of one driver, in order, on whatever thread they are emitted.
+inline constexpr int kPatience = 15'000;  // ms, for what comes at once on an idle machine
+
+// The signals of one engine, in order, whatever thread they are emitted on.
 class SignalRecord {
 public:
     explicit SignalRecord(Stm32DfuUtilUpdater& updater);
@@ -31,7 +33,7 @@ private:
     QStringList signals_;
 };
 
-// Counts the timers that run out on this thread.
+// Counts the timers that expire on this thread.
 class TimerCounter : public QObject {
 public:
     TimerCounter();
@@ -46,11 +48,13 @@ private:
 
 class DfuUtilTest : public testing::Test {
 protected:
-    static constexpr int kPatience = 15'000;  // milliseconds
     static constexpr DfuUtilTimes kShort{.poll = std::chrono::milliseconds(20)};
 
-    // Runs one download to its last report.
-    void Download(std::string const& file = "fw.bin", unsigned address = 0x08000000);
+    // Waits until the tool has made a file of this name.
+    bool WaitForFile(QString const& name) const
+    {
+        return QTest::qWaitFor([&] { return tool_.Has(name); }, kPatience);
+    }
 
     StandInTool tool_;
     Stm32DfuUtilUpdater updater_{nullptr, QStringLiteral("0483:df11"), tool_.Path(), kShort};

@@ -1,4 +1,4 @@
-#include "tests/modules/stm32_updater/updater_test.h"
+#include "tests/modules/stm32_updater/updater_fixture.h"
 
 #include <algorithm>
 #include <iterator>
@@ -44,19 +44,18 @@ std::string Printed(std::function<void()> const& act)
     return ::testing::MatchesRegex(pattern);
 }
 
-UpdaterTest::UpdaterTest(Options options)
-{
-    Rebuild(options);
-}
-
 void UpdaterTest::Rebuild(Options options)
 {
+    auto waits = options.real_waits ? Waits() : time.GetWaits();
+    waits.pause = [this](Milliseconds duration) {
+        uart.Note("pause " + std::to_string(duration.count()));
+    };
     updater.reset();
     updater = std::make_unique<Stm32UartUpdater>(
         [this](bool level) { uart.Note(level ? "line a on" : "line a off"); },
         [this](bool level) { uart.Note(level ? "line b on" : "line b off"); }, uart, bus,
         update_mutex, options.mcu_id, options.mass_erase, [this] { uart.Note("first hook"); },
-        [this] { uart.Note("second hook"); });
+        [this] { uart.Note("second hook"); }, options.rate, waits);
 }
 
 void UpdaterTest::ExpectGet(std::initializer_list<int> commands, int version)
@@ -84,7 +83,7 @@ void UpdaterTest::ExpectExtendedErase(std::initializer_list<int> pages_frame)
     uart.Expect(pages_frame).Answer({0x79});
 }
 
-Exchange& UpdaterTest::ExpectWriteUpToData(std::initializer_list<int> address, Bytes const& data)
+Exchange& UpdaterTest::ExpectWriteUpToData(Bytes const& address, Bytes const& data)
 {
     uart.Expect({0x31, 0xCE}).Answer({0x79});
     uart.Expect(address).Answer({0x79});
@@ -93,7 +92,7 @@ Exchange& UpdaterTest::ExpectWriteUpToData(std::initializer_list<int> address, B
     return uart.Expect(WithXor(frame));
 }
 
-void UpdaterTest::ExpectWrite(std::initializer_list<int> address, Bytes const& data)
+void UpdaterTest::ExpectWrite(Bytes const& address, Bytes const& data)
 {
     ExpectWriteUpToData(address, data).Answer({0x79});
 }
@@ -108,22 +107,30 @@ void UpdaterTest::Connect(std::initializer_list<int> commands, int id_low)
     uart.ForgetEvents();
 }
 
-IFwUpdater::ProgressCallback UpdaterTest::NoteProgress()
+bool UpdaterTest::Update(Bytes const& image, unsigned address)
 {
-    return [this](IFwUpdater::State state, unsigned percent) {
+    auto const progress = [this](IFwUpdater::State state, unsigned percent) {
         uart.Note("progress " + std::to_string(static_cast<uint32_t>(state)) + " " +
                   std::to_string(percent));
     };
+    return updater->Update(image, progress, address);
 }
 
-bool UpdaterTest::Update(Bytes const& image)
+void UpdaterTest::ExpectUpdateFails(Bytes const& image, std::string const& message)
 {
-    return updater->Update(image, NoteProgress());
+    bool updated = true;
+    auto const lines = log.Lines().size();
+    auto const printed = Printed([&] { updated = Update(image); });
+    EXPECT_FALSE(updated);
+    EXPECT_THAT(printed, IsFailure(message));
+    ASSERT_EQ(log.Lines().size(), lines + 1);
+    EXPECT_EQ(log.Lines().back(), (LogLine{3, printed.substr(1)}));
+    EXPECT_TRUE(uart.Done()) << "script: " << uart.Rest();
 }
 
-bool UpdaterTest::Update(Bytes const& image, unsigned address)
+Bytes UpdaterTest::TrailerOf(Bytes const& image, int mcu_id)
 {
-    return updater->Update(image, NoteProgress(), address);
+    return Join(Slice(image, image.size() - 8, 4), ToBytes({mcu_id, 0x00, 0x00, 0x00}));
 }
 
 std::vector<std::string> UpdaterTest::EventsWith(std::string const& prefix) const

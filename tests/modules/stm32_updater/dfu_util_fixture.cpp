@@ -1,4 +1,4 @@
-#include "tests/modules/stm32_updater/dfu_util_test.h"
+#include "tests/modules/stm32_updater/dfu_util_fixture.h"
 
 #include <QCoreApplication>
 #include <QEvent>
@@ -6,12 +6,6 @@
 using namespace Qt::StringLiterals;
 
 namespace stm32_updater::test {
-
-namespace {
-
-constexpr int kSignalPatience = 15'000;  // milliseconds
-
-}  // namespace
 
 SignalRecord::SignalRecord(Stm32DfuUtilUpdater& updater)
 {
@@ -44,12 +38,12 @@ QStringList SignalRecord::All() const
 
 bool SignalRecord::WaitFor(QString const& signal) const
 {
-    return QTest::qWaitFor([&] { return All().contains(signal); }, kSignalPatience);
+    return QTest::qWaitFor([&] { return All().contains(signal); }, kPatience);
 }
 
 bool SignalRecord::WaitForCount(qsizetype count) const
 {
-    return QTest::qWaitFor([&] { return All().size() >= count; }, kSignalPatience);
+    return QTest::qWaitFor([&] { return All().size() >= count; }, kPatience);
 }
 
 TimerCounter::TimerCounter()
@@ -60,7 +54,7 @@ TimerCounter::TimerCounter()
 bool TimerCounter::WaitForMore(int count)
 {
     auto const enough = count_ + count;
-    return QTest::qWaitFor([&] { return count_ >= enough; }, kSignalPatience);
+    return QTest::qWaitFor([&] { return count_ >= enough; }, kPatience);
 }
 
 bool TimerCounter::eventFilter(QObject* object, QEvent* event)
@@ -69,18 +63,6 @@ bool TimerCounter::eventFilter(QObject* object, QEvent* event)
         ++count_;
     }
     return QObject::eventFilter(object, event);
-}
-
-void DfuUtilTest::Download(std::string const& file, unsigned address)
-{
-    ASSERT_TRUE(updater_.Update(file, address));
-    ASSERT_TRUE(QTest::qWaitFor(
-        [&] {
-            auto const all = signals_.All();
-            return all.size() >= 2 && all.last() == u"100"_s &&
-                   all[all.size() - 2].startsWith(u"finished"_s);
-        },
-        kPatience));
 }
 
 }  // namespace stm32_updater::test

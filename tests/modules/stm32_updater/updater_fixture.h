@@ -1,13 +1,12 @@
-// What every test of the engine needs around it: a scripted line, the message bus with somebody who
-// listens to the log, hooks that leave a note in the line's events, and the scripts of
-// conversations that go well.
+// What the tests of the UART engine need around it: a scripted line, virtual time, the message bus
+// with a listener for the log, hooks and pauses that appear among the line's events, and the
+// scripts of successful commands.
 #pragma once
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <array>
-#include <chrono>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -19,6 +18,7 @@
 #include "runtime/dispatcher.h"
 #include "runtime/logger.h"
 #include "tests/modules/stm32_updater/scripted_uart.h"
+#include "tests/modules/stm32_updater/virtual_time.h"
 
 namespace stm32_updater::test {
 
@@ -28,7 +28,7 @@ struct LogLine {
     bool operator==(LogLine const&) const = default;
 };
 
-// Everything logged while it lives. One at a time.
+// Records everything that is logged while it exists. One at a time.
 class LogRecorder final : IListener {
 public:
     explicit LogRecorder(dispatcher::Dispatcher& dispatcher);
@@ -52,6 +52,8 @@ std::string Printed(std::function<void()> const& act);
 struct Options {
     uint8_t mcu_id = 0x05;
     bool mass_erase = false;
+    hal::uart::IUartDriver::Rate rate = hal::uart::IUartDriver::Rate::kBootloader;
+    bool real_waits = false;  // for bytes; pauses cost no time
 };
 
 // The command codes of a Get answer in the order of real chips' bootloaders.
@@ -62,10 +64,10 @@ inline constexpr std::initializer_list<int> kEraseCommands = {0x00, 0x01, 0x02, 
 
 class UpdaterTest : public ::testing::Test {
 protected:
-    explicit UpdaterTest(Options options = {});
+    UpdaterTest() { Rebuild(); }
 
     // A new engine on the same line.
-    void Rebuild(Options options);
+    void Rebuild(Options options = {});
 
     // Scripts of single commands that succeed, with the ACK byte 0x79.
     void ExpectSync() { uart.Expect({0x7F}).Answer({0x79}); }
@@ -75,22 +77,31 @@ protected:
     void ExpectGetVersion();
     void ExpectExtendedErase(std::initializer_list<int> pages_frame);
     // One Write Memory; `address` as its five bytes. `data` is at most 256 bytes.
-    void ExpectWrite(std::initializer_list<int> address, Bytes const& data);
+    void ExpectWrite(Bytes const& address, Bytes const& data);
+    void ExpectWrite(std::initializer_list<int> address, Bytes const& data)
+    {
+        ExpectWrite(ToBytes(address), data);
+    }
     // The same up to and including the data, whose answer is left to the caller.
-    Exchange& ExpectWriteUpToData(std::initializer_list<int> address, Bytes const& data);
+    Exchange& ExpectWriteUpToData(Bytes const& address, Bytes const& data);
 
-    // A session that is open: the script of ConnectDevice, and the call.
+    // Opens a session: the script of ConnectDevice, and the call.
     void Connect(std::initializer_list<int> commands = kExtendedEraseCommands, int id_low = 0x69);
 
     // Update with a callback that notes "progress STATE PERCENT" in the events.
-    bool Update(Bytes const& image);
-    bool Update(Bytes const& image, unsigned address);
-    IFwUpdater::ProgressCallback NoteProgress();
+    bool Update(Bytes const& image, unsigned address = 0x08000000);
+
+    // An update that has to fail with exactly this message, printed and logged once.
+    void ExpectUpdateFails(Bytes const& image, std::string const& message);
 
     // The events that begin with `prefix`, in order.
     std::vector<std::string> EventsWith(std::string const& prefix) const;
 
+    // The trailer that the engine makes of the image's last eight bytes.
+    static Bytes TrailerOf(Bytes const& image, int mcu_id = 0x05);
+
     ScriptedUart uart;
+    VirtualTime time;
     dispatcher::Dispatcher bus{{}, 1};
     LogRecorder log{bus};
     std::mutex update_mutex;
