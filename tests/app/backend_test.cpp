@@ -6,7 +6,7 @@
 
 #include <QSerialPort>
 
-#include "tests/app/ini_file.h"
+#include "tests/config/ini_file.h"
 #include "tests/mcuboot/unit_side.h"
 #include "tests/support/collected_log.h"
 #include "tests/updater/mcuboot/pty_unit.h"

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/app/ini_file.h"
+#include "tests/config/ini_file.h"
 
 using namespace Qt::StringLiterals;
 
