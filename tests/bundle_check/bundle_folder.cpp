@@ -5,21 +5,16 @@
 #include <QFileInfo>
 #include <algorithm>
 
-#include "bundle_check/report.h"
+#include "bundle_check/bundle_checker.h"
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-QByteArray Big16(qsizetype number)
-{
-    return QByteArray().append(static_cast<char>(number >> 8)).append(static_cast<char>(number));
-}
-
-testing::AssertionResult Tell(bool holds, QStringList const& findings)
+testing::AssertionResult Describe(bool holds, QStringList const& findings)
 {
     auto result = holds ? testing::AssertionSuccess() : testing::AssertionFailure();
-    return result << "the report says:\n" << findings.join(u'\n').toStdString();
+    return result << "the findings are:\n" << findings.join(u'\n').toStdString();
 }
 
 }  // namespace
@@ -43,8 +38,9 @@ BundleFolder::BundleFolder()
     WriteConfig();
     Write(u"Resources/firmware.bin"_s, QByteArray(1024, '\xFF'));
     Write(u"Resources/background.png"_s, "\x89PNG\r\n\x1A\n");
-    Write(u"Resources/Sans-Regular.otf"_s, MakeFont("Kelvane Sans", "Regular"));
-    Write(u"Resources/Sans-Bold.otf"_s, MakeFont("Kelvane Sans", "Bold"));
+    for (auto const& style : {u"Regular"_s, u"Bold"_s}) {
+        Write(u"Resources/Sans-%1.otf"_s.arg(style), ReadDemonstrationFont(style));
+    }
     Write(u"Resources/CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver"_s, "driver", true);
 }
 
@@ -125,7 +121,7 @@ QStringList GetFindings(QString const& path)
 {
     auto const report = bundle_check::CheckBundle(path);
     auto lines = bundle_check::FormatText(report).trimmed().split(u'\n');
-    // The predictions and the sum.
+    // Without the predictions and the summary.
     return lines.mid(0, lines.size() - report.predictions.size() - 1);
 }
 
@@ -135,38 +131,39 @@ testing::AssertionResult Finds(BundleFolder const& bundle, char const* beginning
     auto const begins = [&](QString const& line) {
         return line.startsWith(QString::fromUtf8(beginning));
     };
-    return Tell(std::ranges::any_of(findings, begins), findings);
+    return Describe(std::ranges::any_of(findings, begins), findings);
 }
 
 testing::AssertionResult FindsOnly(BundleFolder const& bundle, char const* beginning)
 {
     auto const findings = GetFindings(bundle.Root());
-    return Tell(findings.size() == 1 && findings.first().startsWith(QString::fromUtf8(beginning)),
-                findings);
+    return Describe(
+        findings.size() == 1 && findings.first().startsWith(QString::fromUtf8(beginning)),
+        findings);
 }
 
 testing::AssertionResult FindsNothing(BundleFolder const& bundle)
 {
     auto const findings = GetFindings(bundle.Root());
-    return Tell(findings.isEmpty(), findings);
+    return Describe(findings.isEmpty(), findings);
 }
 
-QByteArray MakeFont(QList<FontRecord> const& records)
+void ExpectFindings(std::span<LineCase const> cases, void (BundleFolder::*use)())
 {
-    QByteArray head = Big16(0) + Big16(records.size()) + Big16(6 + records.size() * 12);
-    QByteArray texts;
-    for (auto const& record : records) {
-        head += Big16(record.platform) + Big16(0) + Big16(record.language) + Big16(record.name) +
-                Big16(record.text.size()) + Big16(texts.size());
-        texts += record.text;
+    for (auto const& [key, value, finding] : cases) {
+        BundleFolder bundle;
+        if (use != nullptr) {
+            (bundle.*use)();
+        }
+        bundle.Set(key, value);
+        EXPECT_TRUE(finding == nullptr ? FindsNothing(bundle) : FindsOnly(bundle, finding))
+            << key << '=' << value << "\nexpected: " << (finding == nullptr ? "nothing" : finding);
     }
-    auto const names = head + texts;
-    auto const table = QByteArray("name") + QByteArray(4, 0) + Big16(0) + Big16(28) + Big16(0) +
-                       Big16(names.size());
-    return "OTTO" + Big16(1) + QByteArray(6, 0) + table + names;
 }
 
-QByteArray MakeFont(QByteArray const& family, QByteArray const& style)
+QByteArray ReadDemonstrationFont(QString const& style)
 {
-    return MakeFont({{1, 0, 1, family}, {1, 0, 2, style}});
+    QFile font(QStringLiteral(FW_DEMONSTRATION_RESOURCES "/KelvaneSans-%1.otf").arg(style));
+    EXPECT_TRUE(font.open(QIODevice::ReadOnly)) << font.fileName().toStdString();
+    return font.readAll();
 }

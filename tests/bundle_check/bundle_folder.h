@@ -1,4 +1,4 @@
-// A bundle in a folder of its own, as a vendor would prepare it: clean, until a test changes it.
+// A bundle in a temporary folder, as a vendor would prepare it: clean, until a test changes it.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,6 +8,7 @@
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
+#include <span>
 #include <utility>
 
 class BundleFolder {
@@ -22,7 +23,7 @@ public:
     // The value as written. A new key gets the next line.
     void Set(QByteArray const& key, QByteArray const& value);
     void Remove(QByteArray const& key);
-    // Any text in the place of config.ini.
+    // Any text instead of config.ini.
     void SetConfig(QByteArray const& text);
 
     // Paths are relative to Contents.
@@ -41,19 +42,21 @@ private:
 // The lines of the report's findings, as a person sees them.
 QStringList GetFindings(QString const& path);
 
-// Whether the report holds a finding whose line begins so.
+// Whether the report has a finding whose line begins with this.
 testing::AssertionResult Finds(BundleFolder const& bundle, char const* beginning);
 // Whether it is the only one.
 testing::AssertionResult FindsOnly(BundleFolder const& bundle, char const* beginning);
 testing::AssertionResult FindsNothing(BundleFolder const& bundle);
 
-// A font file with nothing in it but its names.
-struct FontRecord {
-    int platform;
-    int language;
-    int name;
-    QByteArray text;  // as the platform writes it
+// A line of config.ini in an otherwise clean bundle, and the beginning of the only finding that it
+// leads to; null: it leads to none.
+struct LineCase {
+    char const* key;
+    char const* value;
+    char const* finding;
 };
-QByteArray MakeFont(QList<FontRecord> const& records);
-// Macintosh, English.
-QByteArray MakeFont(QByteArray const& family, QByteArray const& style);
+// `use`: prepares the bundle for another transport than UART.
+void ExpectFindings(std::span<LineCase const> cases, void (BundleFolder::*use)() = nullptr);
+
+// A font of the demonstration products: the window's family in the style "Regular" or "Bold".
+QByteArray ReadDemonstrationFont(QString const& style);

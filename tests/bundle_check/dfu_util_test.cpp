@@ -1,10 +1,10 @@
-// What is said of the dfu-util in a bundle for USB. The stand-ins are shell scripts.
+// What is reported about the dfu-util in a bundle for USB. The stand-ins are shell scripts.
 #include <gtest/gtest.h>
 
 #include <QElapsedTimer>
 #include <QFile>
 
-#include "bundle_check/dfu_util_check.h"
+#include "bundle_check/checks.h"
 #include "tests/bundle_check/bundle_folder.h"
 
 using namespace Qt::StringLiterals;
@@ -22,17 +22,17 @@ public:
 
 }  // namespace
 
-TEST(DfuUtil, IsMissed)
+TEST(DfuUtil, MustExist)
 {
     BundleFolder bundle;
     bundle.UseUsb();
     bundle.Delete(u"MacOS/dfu-util"_s);
     EXPECT_TRUE(FindsOnly(bundle,
-                          "error: The tool dfu-util beside the program does not exist: over "
-                          "USB no unit is ever found."));
+                          "error: The tool dfu-util beside the program does not exist, so no unit "
+                          "is ever found."));
 }
 
-TEST(DfuUtil, IsNotMissedOnAnotherInterface)
+TEST(DfuUtil, IsNotNeededOverAnotherInterface)
 {
     BundleFolder bundle;
     EXPECT_FALSE(QFile::exists(bundle.Path(u"MacOS/dfu-util"_s)));
@@ -64,45 +64,45 @@ TEST(DfuUtil, IsAskedForVersionAndUsageAndNothingElse)
     EXPECT_EQ(log.readAll(), "-V\n-h\n");
 }
 
-TEST(DfuUtil, UpToTheLastReleaseDoesNotKnowFast)
+TEST(DfuUtil, UpToTheLatestReleaseDoesNotSupportFast)
 {
     UsbBundle bundle("echo dfu-util 0.11\n");
     EXPECT_TRUE(FindsOnly(bundle,
-                          "error: dfu-util 0.11 does not know the modifier \"fast\": it "
-                          "would refuse every update, and the window would call it done"));
+                          "error: dfu-util 0.11 does not support the modifier 'fast': it refuses "
+                          "every update, and the window still shows DONE."));
 }
 
-TEST(DfuUtil, OfAnUnknownReleaseMayNotKnowFast)
+TEST(DfuUtil, OfAnUnknownReleaseMayNotSupportFast)
 {
     for (auto const* version : {"0.12", "0.11-dev", "1.0"}) {
         UsbBundle bundle("echo dfu-util " + QByteArray(version) + "\n");
         EXPECT_TRUE(FindsOnly(bundle,
-                              "warning: Nothing tells that dfu-util knows the modifier "
-                              "\"fast\". If it does not, it would refuse every update"))
+                              "warning: Could not confirm that this dfu-util supports the "
+                              "modifier 'fast'. One that does not refuses every update"))
             << version;
     }
 }
 
-TEST(DfuUtil, KnowsFastWhenItsUsageSaysSo)
+TEST(DfuUtil, SupportsFastWhenItsUsageListsIt)
 {
     UsbBundle bundle("w=ast; echo dfu-util 0.11; [ \"$1\" = -h ] && echo \"  f$w  quicker\" >&2\n");
     EXPECT_TRUE(FindsNothing(bundle));
 }
 
-TEST(DfuUtil, DoesNotKnowFastByAnotherWord)
+TEST(DfuUtil, DoesNotSupportFastByAnotherWord)
 {
     for (auto const* text : {"breakfast", "invalid fastbin entry (free)", "_fast", "fast2"}) {
         UsbBundle bundle("echo dfu-util 0.11 # " + QByteArray(text) + "\n");
-        EXPECT_TRUE(FindsOnly(bundle, "error: dfu-util 0.11 does not know")) << text;
+        EXPECT_TRUE(FindsOnly(bundle, "error: dfu-util 0.11 does not support")) << text;
     }
 }
 
-TEST(DfuUtil, DoesNotKnowFastWhenItsUsageNamesItOtherwiseThanAsAModifier)
+TEST(DfuUtil, DoesNotSupportFastWhenItsUsageHasTheWordElsewhere)
 {
     for (auto const* line : {"not so fast", "faster", "fast-path"}) {
         UsbBundle bundle("l='" + QByteArray(line).replace("fast", "f'ast'") +
                          "'; echo dfu-util 0.11; echo \"  $l\"\n");
-        EXPECT_TRUE(FindsOnly(bundle, "error: dfu-util 0.11 does not know")) << line;
+        EXPECT_TRUE(FindsOnly(bundle, "error: dfu-util 0.11 does not support")) << line;
     }
 }
 
@@ -127,37 +127,38 @@ protected:
     BundleFolder bundle_;
 };
 
-TEST_F(NativeDfuUtil, OfDebianDoesNotKnowFast)
+TEST_F(NativeDfuUtil, OfDebianDoesNotSupportFast)
 {
     PutToolWith("");
-    EXPECT_TRUE(FindsOnly(bundle_, "error: dfu-util 0.11 does not know the modifier \"fast\""));
+    EXPECT_TRUE(FindsOnly(bundle_, "error: dfu-util 0.11 does not support the modifier 'fast'"));
 }
 
-TEST_F(NativeDfuUtil, DoesNotKnowFastByWhatTheCLibraryInItSays)
+TEST_F(NativeDfuUtil, DoesNotSupportFastByATextOfTheCLibraryInIt)
 {
     PutToolWith(QByteArray("\0invalid fastbin entry (free)\0", 31));
-    EXPECT_TRUE(FindsOnly(bundle_, "error: dfu-util 0.11 does not know the modifier \"fast\""));
+    EXPECT_TRUE(FindsOnly(bundle_, "error: dfu-util 0.11 does not support the modifier 'fast'"));
 }
 
-TEST_F(NativeDfuUtil, DoesNotKnowFastByAWordThatItsUsageDoesNotList)
+TEST_F(NativeDfuUtil, DoesNotSupportFastByAWordThatItsUsageDoesNotList)
 {
     PutToolWith(QByteArray("\0fast\0", 6));
-    EXPECT_TRUE(FindsOnly(bundle_, "error: dfu-util 0.11 does not know the modifier \"fast\""));
+    EXPECT_TRUE(FindsOnly(bundle_, "error: dfu-util 0.11 does not support the modifier 'fast'"));
 }
 
-TEST(DfuUtil, ThatIsKilledIsTold)
+TEST(DfuUtil, ThatIsKilledIsReported)
 {
     UsbBundle bundle("kill -KILL $$ # fast\n");
     EXPECT_TRUE(FindsOnly(bundle, "error: dfu-util crashes, or is killed, when asked"));
 }
 
-TEST(DfuUtil, ShouldNameItself)
+TEST(DfuUtil, ShouldCallItselfDfuUtil)
 {
     UsbBundle bundle("echo hello # fast\n");
-    EXPECT_TRUE(FindsOnly(bundle, "warning: The tool beside the program does not name itself"));
+    EXPECT_TRUE(
+        FindsOnly(bundle, "warning: The tool beside the program does not call itself dfu-util"));
 }
 
-TEST(DfuUtil, ThatDoesNotEndIsNotWaitedFor)
+TEST(DfuUtil, ThatDoesNotExitIsNotWaitedFor)
 {
     UsbBundle const bundle("exec tail -f /dev/null\n");
     bundle_check::Findings findings;
@@ -168,7 +169,7 @@ TEST(DfuUtil, ThatDoesNotEndIsNotWaitedFor)
     EXPECT_LT(timer.elapsed(), 5000);
     ASSERT_EQ(findings.Sorted().size(), 1);
     EXPECT_EQ(findings.Sorted().first().text,
-              u"dfu-util does not end when asked for its version."_s);
+              u"dfu-util does not exit when asked for its version."_s);
 }
 
 TEST(DfuUtil, ThatFloodsItsOutputIsStopped)
@@ -179,7 +180,7 @@ TEST(DfuUtil, ThatFloodsItsOutputIsStopped)
                                std::chrono::milliseconds(500));
     ASSERT_EQ(findings.Sorted().size(), 1);
     EXPECT_EQ(findings.Sorted().first().text,
-              u"dfu-util does not end when asked for its version."_s);
+              u"dfu-util does not exit when asked for its version."_s);
 }
 
 TEST(DfuUtil, ForMacosIsNotRunOnLinux)
@@ -187,9 +188,10 @@ TEST(DfuUtil, ForMacosIsNotRunOnLinux)
     BundleFolder bundle;
     bundle.UseUsb();
     bundle.Write(u"MacOS/dfu-util"_s, QByteArray("\xCF\xFA\xED\xFE fast"), true);
-    EXPECT_TRUE(FindsOnly(bundle, "note: dfu-util is a program for another system"));
+    EXPECT_TRUE(
+        FindsOnly(bundle, "note: dfu-util is a program for another system and was not run."));
     for (auto const* text : {"slow", "invalid fastbin entry (free)"}) {
         bundle.Write(u"MacOS/dfu-util"_s, QByteArray("\xCF\xFA\xED\xFE ") + text, true);
-        EXPECT_TRUE(Finds(bundle, "warning: Nothing tells that dfu-util")) << text;
+        EXPECT_TRUE(Finds(bundle, "warning: Could not confirm that this dfu-util")) << text;
     }
 }

@@ -1,4 +1,4 @@
-// bundle_check as a process: on the demonstration bundles, and on what no bundle should be.
+// bundle_check as a process: on the demonstration bundles, and on hostile input.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -41,7 +41,7 @@ void ExpectError(QStringList const& arguments, QByteArray const& text)
     EXPECT_EQ(outcome.errors, "");
 }
 
-// A bundle whose config.ini is something else.
+// A bundle in which something else takes the place of config.ini.
 class NoConfig : public BundleFolder {
 public:
     NoConfig() { Delete(u"Resources/config.ini"_s); }
@@ -70,9 +70,8 @@ TEST(Process, EndsWithOneForWarnings)
     auto const outcome = RunCheck({bundle.Root()});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.output,
-              "config.ini:14: warning: The key \"colour\" is not one that the "
-              "program knows, and is ignored.\n"
-              "\"Lumen\" over uart: an update takes about 1 s\n"
+              "config.ini:14: warning: 'colour' is not a known key and is ignored.\n"
+              "'Lumen' over uart: an update takes about 1 s\n"
               "1 warning\n");
 }
 
@@ -94,7 +93,7 @@ TEST(Process, WritesJsonWhenAsked)
     }
 }
 
-TEST(Process, TellsItsUsage)
+TEST(Process, PrintsItsUsage)
 {
     for (auto const& arguments :
          {QStringList{}, QStringList{u"--json"_s}, QStringList{u"a"_s, u"b"_s},
@@ -102,54 +101,59 @@ TEST(Process, TellsItsUsage)
         auto const outcome = RunCheck(arguments);
         EXPECT_EQ(outcome.status, 2);
         EXPECT_EQ(outcome.output, "");
-        EXPECT_TRUE(outcome.errors.startsWith("usage: bundle_check PATH [--json]\n"));
+        EXPECT_TRUE(outcome.errors.contains("\nUsage: ")) << outcome.errors.constData();
+        EXPECT_TRUE(outcome.errors.contains(" [options] PATH\n")) << outcome.errors.constData();
     }
     auto const help = RunCheck({u"--help"_s});
     EXPECT_EQ(help.status, 0);
-    EXPECT_TRUE(help.output.startsWith("usage: "));
+    EXPECT_TRUE(help.output.startsWith("Usage: ")) << help.output.constData();
+    EXPECT_TRUE(help.output.contains("--json")) << help.output.constData();
+    EXPECT_EQ(help.errors, "");
 }
 
-TEST(HostileInput, NoFolder)
+TEST(HostileInput, PathThatIsNotAFolder)
 {
     ExpectError({u"/no/such/folder"_s},
-                "\"/no/such/folder\" does not exist: a bundle is a folder.");
-    ExpectError({QStringLiteral(FW_BUNDLE_CHECK)}, " is a file: a bundle is a folder.");
-    ExpectError({u"/dev/zero"_s}, "\"/dev/zero\" is no ordinary file: a bundle is a folder.");
+                "'/no/such/folder' does not exist; give the folder of a bundle.");
+    ExpectError({QStringLiteral(FW_BUNDLE_CHECK)}, " is a file; give the folder of a bundle.");
+    ExpectError({u"/dev/zero"_s},
+                "'/dev/zero' is not a regular file; give the folder of a bundle.");
 }
 
-TEST(HostileInput, FolderThatIsNoBundle)
+TEST(HostileInput, FolderThatIsNotABundle)
 {
     QTemporaryDir const folder;
-    ExpectError({folder.path()}, " is not a bundle: ");
+    ExpectError({folder.path()}, " is not a bundle; give a folder that contains");
     ASSERT_TRUE(QDir(folder.path()).mkpath(u"Contents"_s));
-    ExpectError({folder.path()}, "There is no folder ");
+    ExpectError({folder.path()}, "The bundle has no folder ");
     ASSERT_TRUE(QDir(folder.path()).mkpath(u"Contents/Resources"_s));
-    ExpectError({folder.path()}, "config.ini does not exist.");
+    ExpectError({folder.path()}, "config.ini does not exist;");
 }
 
 TEST(HostileInput, SymbolicLinksInACircle)
 {
     QTemporaryDir const folder;
     ASSERT_TRUE(QFile::link(u"loop"_s, folder.filePath(u"loop"_s)));
-    ExpectError({folder.filePath(u"loop"_s)}, " is a symbolic link that leads to no file: ");
+    ExpectError({folder.filePath(u"loop"_s)},
+                " is a symbolic link to a file that does not exist; ");
 
     NoConfig const bundle;
     ASSERT_TRUE(QFile::link(u"config.ini"_s, bundle.Config()));
-    ExpectError({bundle.Root()}, "config.ini is a symbolic link that leads to no file.");
+    ExpectError({bundle.Root()}, "config.ini is a symbolic link to a file that does not exist;");
 }
 
-TEST(HostileInput, FolderInThePlaceOfAFile)
+TEST(HostileInput, FolderInsteadOfTheConfiguration)
 {
     NoConfig const bundle;
     ASSERT_TRUE(QDir().mkpath(bundle.Config()));
-    ExpectError({bundle.Root()}, "config.ini is a folder.");
+    ExpectError({bundle.Root()}, "config.ini is a folder;");
 }
 
-TEST(HostileInput, PipesInThePlaceOfFiles)
+TEST(HostileInput, PipesInsteadOfFiles)
 {
     NoConfig const bundle;
     ASSERT_EQ(mkfifo(bundle.Config().toLocal8Bit().constData(), 0600), 0);
-    ExpectError({bundle.Root()}, "config.ini is no ordinary file.");
+    ExpectError({bundle.Root()}, "config.ini is not a regular file;");
 
     BundleFolder others;
     others.UseUsb();
@@ -158,49 +162,50 @@ TEST(HostileInput, PipesInThePlaceOfFiles)
         others.Delete(path);
         ASSERT_EQ(mkfifo(others.Path(path).toLocal8Bit().constData(), 0700), 0);
     }
-    ExpectError({others.Root()}, "firmware.bin\" is no ordinary file.");
+    ExpectError({others.Root()}, "firmware.bin' is not a regular file.");
 }
 
-TEST(HostileInput, DeviceInThePlaceOfTheConfiguration)
+TEST(HostileInput, DeviceInsteadOfTheConfiguration)
 {
     NoConfig const bundle;
     ASSERT_TRUE(QFile::link(u"/dev/zero"_s, bundle.Config()));
-    ExpectError({bundle.Root()}, "config.ini is no ordinary file.");
+    ExpectError({bundle.Root()}, "config.ini is not a regular file;");
 }
 
 TEST(HostileInput, FileThatCannotBeRead)
 {
-    // Its permissions allow it, the system does not: also for root, whom permissions do not stop.
+    // Its permissions allow it but the system does not, even for root, whom permissions do not
+    // stop.
     NoConfig const bundle;
     ASSERT_TRUE(QFile::link(u"/proc/self/mem"_s, bundle.Config()));
-    ExpectError({bundle.Root()}, "config.ini cannot be read.");
+    ExpectError({bundle.Root()}, "config.ini cannot be read;");
 }
 
-TEST(HostileInput, BinaryInThePlaceOfTheConfiguration)
+TEST(HostileInput, BinaryInsteadOfTheConfiguration)
 {
     NoConfig const bundle;
     ASSERT_TRUE(QFile::copy(QStringLiteral("/bin/true"), bundle.Config()));
     ExpectError({bundle.Root()}, "config.ini is not a text file.");
 }
 
-TEST(HostileInput, Utf16InThePlaceOfTheConfiguration)
+TEST(HostileInput, Utf16InsteadOfTheConfiguration)
 {
     BundleFolder bundle;
     bundle.SetConfig(
         QByteArray("\xFF\xFE"
                    "a\0=\0001\0",
                    8));
-    ExpectError({bundle.Root()}, "config.ini is saved as UTF-16");
+    ExpectError({bundle.Root()}, "config.ini is encoded as UTF-16");
 }
 
 TEST(HostileInput, EmptyConfiguration)
 {
     BundleFolder bundle;
     bundle.SetConfig("");
-    ExpectError({bundle.Root()}, "config.ini holds no KEY=VALUE line.");
+    ExpectError({bundle.Root()}, "config.ini contains no KEY=VALUE line.");
 }
 
-TEST(HostileInput, GigabyteInThePlaceOfEachFile)
+TEST(HostileInput, GigabyteInsteadOfEachFile)
 {
     constexpr qint64 kGigabyte = qint64{1} << 30;
     BundleFolder bundle;
@@ -243,5 +248,5 @@ TEST(HostileInput, ValueThatWouldExhaustTheMemory)
 {
     BundleFolder bundle;
     bundle.Set("product_text", "@Variant(\\0\\0\\0\\x9\\xff\\xff\\xff\\xff)");
-    ExpectError({bundle.Root()}, "has the form @NAME(...)");
+    ExpectError({bundle.Root()}, "The value contains '@NAME('");
 }

@@ -1,4 +1,4 @@
-// What is said of the firmware image: the file, and its place in flash.
+// What is reported about the firmware image: the file, and its place in flash.
 #include <gtest/gtest.h>
 
 #include <QFile>
@@ -17,7 +17,7 @@ void WriteImage(BundleFolder& bundle, QByteArray const& content)
     bundle.Write(QString::fromLatin1(kImage), content);
 }
 
-// Of that many bytes, which need no room on the disk.
+// Gives it that many bytes, which take no room on the disk.
 void ResizeImage(BundleFolder& bundle, qint64 size)
 {
     ASSERT_TRUE(QFile::resize(bundle.Path(QString::fromLatin1(kImage)), size));
@@ -31,22 +31,15 @@ void UseLargeChip(BundleFolder& bundle)
 
 }  // namespace
 
-TEST(FirmwareFile, MustBeThere)
+TEST(FirmwareFile, MustExistAndBeAFile)
 {
-    BundleFolder bundle;
-    bundle.Set("firmware_filename", "gone.bin");
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:1: error: firmware_filename: The firmware file "
-                          "\"gone.bin\" does not exist."));
-}
-
-TEST(FirmwareFile, MustBeAFile)
-{
-    BundleFolder bundle;
-    bundle.Set("firmware_filename", "CP210xVCPDriver.app");
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:1: error: firmware_filename: The firmware file "
-                          "\"CP210xVCPDriver.app\" is a folder."));
+    ExpectFindings(std::array<LineCase, 2>{{
+        {"firmware_filename", "gone.bin",
+         "config.ini:1: error: firmware_filename: The firmware file 'gone.bin' does not exist."},
+        {"firmware_filename", "CP210xVCPDriver.app",
+         "config.ini:1: error: firmware_filename: The firmware file 'CP210xVCPDriver.app' is a "
+         "folder."},
+    }});
 }
 
 TEST(FirmwareFile, MustNotBeEmptyOrShort)
@@ -71,7 +64,7 @@ TEST(FirmwareFile, OutsideTheBundleIsNotShipped)
     bundle.Set("firmware_filename", "../firmware.bin");
     EXPECT_TRUE(FindsOnly(bundle,
                           "config.ini:1: warning: firmware_filename: The firmware file "
-                          "\"../firmware.bin\" lies outside the Resources folder"));
+                          "'../firmware.bin' is outside the Resources folder"));
     bundle.Set("firmware_filename", bundle.Path(QString::fromLatin1(kImage)).toUtf8());
     EXPECT_TRUE(FindsNothing(bundle));
 }
@@ -87,8 +80,8 @@ TEST(FirmwareFile, BehindALinkOutOfTheBundleIsNotShipped)
     bundle.Delete(QString::fromLatin1(kImage));
     ASSERT_TRUE(QFile::link(built.fileName(), bundle.Path(QString::fromLatin1(kImage))));
     EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:1: warning: firmware_filename: \"firmware.bin\" is, or lies "
-                          "behind, a symbolic link out of the bundle, to \""));
+                          "config.ini:1: warning: firmware_filename: 'firmware.bin' is, or lies "
+                          "behind, a symbolic link out of the bundle, to '"));
 }
 
 TEST(FirmwareFile, BehindALinkInsideTheBundleIsShipped)
@@ -100,22 +93,23 @@ TEST(FirmwareFile, BehindALinkInsideTheBundleIsShipped)
     EXPECT_TRUE(FindsNothing(bundle));
 }
 
-TEST(FirmwareFile, OfAnOddLengthLosesItsEndOverUart)
+TEST(FirmwareFile, WhoseLengthIsNotAMultipleOfFourLosesItsEndOverUart)
 {
     BundleFolder bundle;
     WriteImage(bundle, QByteArray(1023, '\xFF'));
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:1: warning: firmware_filename: The firmware file's "
-                          "1023 bytes are not a multiple of 4: the program adds 1 zero "
-                          "bytes, and then replaces the last four, of which 3 are"));
+    EXPECT_TRUE(
+        FindsOnly(bundle,
+                  "config.ini:1: warning: firmware_filename: The image has 1023 bytes, which is "
+                  "not a multiple of 4: the program adds 1 zero bytes and then replaces "
+                  "the last four, of which 3 belong to the image."));
 }
 
-TEST(FirmwareFile, OfAnOddLengthIsNotedOverUsbAndFineForMcuboot)
+TEST(FirmwareFile, WhoseLengthIsNotAMultipleOfFourIsNotedOverUsbAndFineForMcuboot)
 {
     BundleFolder usb;
     usb.UseUsb();
     WriteImage(usb, QByteArray(1023, '\xFF'));
-    EXPECT_TRUE(FindsOnly(usb, "config.ini:1: note: firmware_filename: The firmware file's 1023"));
+    EXPECT_TRUE(FindsOnly(usb, "config.ini:1: note: firmware_filename: The image has 1023 bytes"));
 
     BundleFolder mcuboot;
     mcuboot.UseMcuboot();
@@ -123,7 +117,7 @@ TEST(FirmwareFile, OfAnOddLengthIsNotedOverUsbAndFineForMcuboot)
     EXPECT_TRUE(FindsNothing(mcuboot));
 }
 
-TEST(FirmwareFile, MustBeABareImage)
+TEST(FirmwareFile, MustBeARawImage)
 {
     QByteArray const rest(100, '\xFF');
     std::pair<QByteArray, char const*> const wrappings[] = {
@@ -139,7 +133,7 @@ TEST(FirmwareFile, MustBeABareImage)
         auto const content = head + rest;
         WriteImage(bundle, content.left(100));
         auto const text = "config.ini:1: error: firmware_filename: The firmware file is " +
-                          QByteArray(name) + ";";
+                          QByteArray(name) + ", and the program writes";
         EXPECT_TRUE(FindsOnly(bundle, text));
     }
 }
@@ -162,7 +156,7 @@ TEST(LastFourBytes, AreNotedWhenTheyHoldSomething)
     WriteImage(bundle, QByteArray(1020, '\xFF') + "\x01\x02\x03\x04");
     EXPECT_TRUE(FindsOnly(bundle,
                           "config.ini:1: note: firmware_filename: The last four bytes of "
-                          "the image, 01 02 03 04, are not written"));
+                          "the image, 01 02 03 04, are not written; 01 00 00 00 replaces them."));
     WriteImage(bundle, QByteArray(1024, '\0'));
     EXPECT_TRUE(FindsNothing(bundle));
 }
@@ -172,16 +166,14 @@ TEST(ImageInFlash, MustFit)
     BundleFolder bundle;
     ResizeImage(bundle, 512 * 1024 + 4);
     EXPECT_TRUE(Finds(bundle,
-                      "config.ini:1: error: firmware_filename: The firmware file's 524292 "
-                      "bytes are more than the chips 0x469, 0x479 have room for from "
-                      "0x08000000 on."));
+                      "config.ini:1: error: firmware_filename: The image has 524292 bytes, more "
+                      "than fit into the flash of the chips 0x469, 0x479 from 0x08000000 on."));
     bundle.Set("programming_address", "0x08001000");
     bundle.Set("start_address", "0x08001000");
     ResizeImage(bundle, 512 * 1024 - 4096 + 4);
     EXPECT_TRUE(Finds(bundle,
-                      "config.ini:1: error: firmware_filename: The firmware file's 520196 "
-                      "bytes are more than the chips 0x469, 0x479 have room for from "
-                      "0x08001000 on."));
+                      "config.ini:1: error: firmware_filename: The image has 520196 bytes, more "
+                      "than fit into the flash of the chips 0x469, 0x479 from 0x08001000 on."));
 }
 
 TEST(ImageInFlash, MayBeLargerOnALargerChip)
@@ -192,22 +184,23 @@ TEST(ImageInFlash, MayBeLargerOnALargerChip)
     EXPECT_FALSE(Finds(bundle, "config.ini:1: error: "));
     ResizeImage(bundle, 2048 * 1024 + 4);
     EXPECT_TRUE(Finds(bundle,
-                      "config.ini:1: error: firmware_filename: The firmware file's 2097156 "
-                      "bytes are more than the chip 0x482 have room for"));
+                      "config.ini:1: error: firmware_filename: The image has 2097156 bytes, more "
+                      "than fit into the flash of the chip 0x482 from"));
 }
 
-TEST(ImageInFlash, IsErasedByTheShortCommandInOneSecond)
+TEST(ImageInFlash, HasOneSecondForTheShortEraseCommand)
 {
     BundleFolder bundle;
     ResizeImage(bundle, 40 * 2048);
     EXPECT_TRUE(FindsNothing(bundle));
     ResizeImage(bundle, 40 * 2048 + 4);
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:1: note: firmware_filename: On the chips 0x469, 0x479 the "
-                          "image covers 41 pages, whose erase takes about 1.0 s. A bootloader that "
-                          "lists the short Erase command has 1 s for it, enough for 40 pages, and "
-                          "with such a unit the update fails; one that lists only Extended Erase "
-                          "has 5 s."));
+    EXPECT_TRUE(
+        FindsOnly(bundle,
+                  "config.ini:1: note: firmware_filename: On the chips 0x469, 0x479 the "
+                  "image covers 41 pages, which take about 1.0 s to erase. A bootloader that "
+                  "lists the short Erase command has 1 s for it, enough for 40 pages, so "
+                  "the update fails with such a unit; one that lists only Extended Erase "
+                  "has 5 s."));
     UseLargeChip(bundle);
     EXPECT_TRUE(FindsNothing(bundle));
 }
@@ -220,8 +213,8 @@ TEST(ImageInFlash, MustBeErasedInTheTimeThatTheProgramWaits)
     ResizeImage(bundle, 204 * 2048 + 4);
     EXPECT_TRUE(FindsOnly(bundle,
                           "config.ini:1: error: firmware_filename: On the chips 0x469, "
-                          "0x479 the image covers 205 pages, whose erase takes about 5.0 s; "
-                          "the program waits 5 s"));
+                          "0x479 the image covers 205 pages, which take about 5.0 s to erase; "
+                          "the program waits only 5 s, so the update fails."));
     UseLargeChip(bundle);
     ResizeImage(bundle, 204 * 8192);
     EXPECT_TRUE(FindsOnly(bundle, "config.ini:1: note: firmware_filename: On the chip 0x482 "));
@@ -239,7 +232,7 @@ TEST(ImageInFlash, IsErasedByDfuUtilWithoutThatLimit)
     EXPECT_TRUE(FindsNothing(bundle));
 }
 
-TEST(ImageInFlash, HasPageNumbersOfOneByte)
+TEST(ImageInFlash, HasPageNumbersThatFitIntoOneByte)
 {
     BundleFolder bundle;
     ResizeImage(bundle, 256 * 2048);
@@ -247,7 +240,7 @@ TEST(ImageInFlash, HasPageNumbersOfOneByte)
     ResizeImage(bundle, 256 * 2048 + 4);
     EXPECT_TRUE(Finds(bundle,
                       "config.ini:1: warning: firmware_filename: On the chips 0x469, 0x479 "
-                      "the image covers 257 pages: their numbers do not fit one byte, and with a "
+                      "the image covers 257 pages, whose numbers do not fit into one byte: with a "
                       "bootloader that lists the short Erase command"));
 }
 
@@ -258,9 +251,10 @@ TEST(ImageForMcuboot, MayBeAnySizeThatAChipHas)
     ResizeImage(bundle, 2048 * 1024);
     EXPECT_TRUE(FindsNothing(bundle));
     ResizeImage(bundle, 2048 * 1024 + 1);
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:1: warning: firmware_filename: The firmware file's "
-                          "2097153 bytes are more than the flash of any supported chip."));
+    EXPECT_TRUE(
+        FindsOnly(bundle,
+                  "config.ini:1: warning: firmware_filename: The image has 2097153 bytes, more "
+                  "than the flash of any supported chip."));
 }
 
 TEST(ImageForMcuboot, MustNotBeLargerThanItsCountersReach)
@@ -269,6 +263,6 @@ TEST(ImageForMcuboot, MustNotBeLargerThanItsCountersReach)
     bundle.UseMcuboot();
     ResizeImage(bundle, qint64{0x80000000});
     EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:1: error: firmware_filename: The firmware file's "
-                          "2147483648 bytes are more than MCUboot's serial recovery"));
+                          "config.ini:1: error: firmware_filename: The image has 2147483648 bytes, "
+                          "more than MCUboot's serial recovery can count."));
 }
