@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "bundle_check/bundle_checker.h"
+#include "config/config_keys.h"
 
 using namespace Qt::StringLiterals;
 
@@ -71,6 +72,12 @@ void BundleFolder::Set(QByteArray const& key, QByteArray const& value)
         line->second = value;
     }
     WriteConfig();
+}
+
+qsizetype BundleFolder::LineOf(QByteArray const& key) const
+{
+    auto const line = std::ranges::find(lines_, key, &std::pair<QByteArray, QByteArray>::first);
+    return line - lines_.begin() + 1;
 }
 
 void BundleFolder::Remove(QByteArray const& key)
@@ -148,16 +155,24 @@ testing::AssertionResult FindsNothing(BundleFolder const& bundle)
     return Describe(findings.isEmpty(), findings);
 }
 
-void ExpectFindings(std::span<LineCase const> cases, void (BundleFolder::*use)())
+void ExpectFindings(QByteArray const& table, void (BundleFolder::*use)())
 {
-    for (auto const& [key, value, finding] : cases) {
+    for (auto const& row : table.trimmed().split('\n')) {
+        auto const arrow = row.indexOf(" => ");
+        ASSERT_GT(arrow, 0) << row.data();
+        auto const key = row.left(row.indexOf('='));
+        auto const finding = row.mid(arrow + 4);
         BundleFolder bundle;
         if (use != nullptr) {
             (bundle.*use)();
         }
-        bundle.Set(key, value);
-        EXPECT_TRUE(finding == nullptr ? FindsNothing(bundle) : FindsOnly(bundle, finding))
-            << key << '=' << value << "\nexpected: " << (finding == nullptr ? "nothing" : finding);
+        bundle.Set(key, row.left(arrow).mid(key.size() + 1).trimmed());
+        auto const text = finding.indexOf(": ") + 2;
+        auto const name = config_keys::Find(QString::fromUtf8(key)) == nullptr ? "" : key + ": ";
+        auto const beginning = "config.ini:" + QByteArray::number(bundle.LineOf(key)) + ": " +
+                               finding.left(text) + name + finding.mid(text);
+        EXPECT_TRUE(finding == "clean" ? FindsNothing(bundle) : FindsOnly(bundle, beginning))
+            << row.data();
     }
 }
 

@@ -8,7 +8,6 @@
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
-#include <span>
 #include <utility>
 
 class BundleFolder {
@@ -23,6 +22,8 @@ public:
     // The value as written. A new key gets the next line.
     void Set(QByteArray const& key, QByteArray const& value);
     void Remove(QByteArray const& key);
+    // From 1.
+    qsizetype LineOf(QByteArray const& key) const;
     // Any text instead of config.ini.
     void SetConfig(QByteArray const& text);
 
@@ -48,15 +49,12 @@ testing::AssertionResult Finds(BundleFolder const& bundle, char const* beginning
 testing::AssertionResult FindsOnly(BundleFolder const& bundle, char const* beginning);
 testing::AssertionResult FindsNothing(BundleFolder const& bundle);
 
-// A line of config.ini in an otherwise clean bundle, and the beginning of the only finding that it
-// leads to; null: it leads to none.
-struct LineCase {
-    char const* key;
-    char const* value;
-    char const* finding;
-};
-// `use`: prepares the bundle for another transport than UART.
-void ExpectFindings(std::span<LineCase const> cases, void (BundleFolder::*use)() = nullptr);
+// One row a line: a line of config.ini in an otherwise clean bundle, and the beginning of the only
+// finding that it leads to, without its place.
+//     otp_size=x => error: The program reads
+//     otp_size=512 => clean
+// `use`: prepares each bundle for another transport than UART.
+void ExpectFindings(QByteArray const& table, void (BundleFolder::*use)() = nullptr);
 
 // A font of the demonstration products: the window's family in the style "Regular" or "Bold".
 QByteArray ReadDemonstrationFont(QString const& style);

@@ -33,13 +33,10 @@ void UseLargeChip(BundleFolder& bundle)
 
 TEST(FirmwareFile, MustExistAndBeAFile)
 {
-    ExpectFindings(std::array<LineCase, 2>{{
-        {"firmware_filename", "gone.bin",
-         "config.ini:1: error: firmware_filename: The firmware file 'gone.bin' does not exist."},
-        {"firmware_filename", "CP210xVCPDriver.app",
-         "config.ini:1: error: firmware_filename: The firmware file 'CP210xVCPDriver.app' is a "
-         "folder."},
-    }});
+    ExpectFindings(R"(
+firmware_filename=gone.bin => error: The firmware file 'gone.bin' does not exist.
+firmware_filename=CP210xVCPDriver.app => error: The firmware file 'CP210xVCPDriver.app' is a folder.
+)");
 }
 
 TEST(FirmwareFile, MustNotBeEmptyOrShort)
