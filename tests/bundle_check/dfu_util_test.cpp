@@ -22,10 +22,14 @@ public:
 
 }  // namespace
 
-TEST(DfuUtil, MustExist)
+TEST(DfuUtil, MustExistBeExecutableAndRun)
 {
     BundleFolder bundle;
     bundle.UseUsb();
+    bundle.Write(u"MacOS/dfu-util"_s, "#!/no/such/interpreter fast\n", true);
+    EXPECT_TRUE(FindsOnly(bundle, "error: dfu-util cannot be run."));
+    bundle.Write(u"MacOS/dfu-util"_s, "#!/bin/sh\n# fast\n");
+    EXPECT_TRUE(FindsOnly(bundle, "error: The tool dfu-util beside the program is not executable"));
     bundle.Delete(u"MacOS/dfu-util"_s);
     EXPECT_TRUE(FindsOnly(bundle,
                           "error: The tool dfu-util beside the program does not exist, so no unit "
@@ -34,25 +38,9 @@ TEST(DfuUtil, MustExist)
 
 TEST(DfuUtil, IsNotNeededOverAnotherInterface)
 {
-    BundleFolder bundle;
+    BundleFolder const bundle;
     EXPECT_FALSE(QFile::exists(bundle.Path(u"MacOS/dfu-util"_s)));
     EXPECT_TRUE(FindsNothing(bundle));
-}
-
-TEST(DfuUtil, MustBeExecutable)
-{
-    BundleFolder bundle;
-    bundle.UseUsb();
-    bundle.Write(u"MacOS/dfu-util"_s, "#!/bin/sh\n# fast\n");
-    EXPECT_TRUE(FindsOnly(bundle, "error: The tool dfu-util beside the program is not executable"));
-}
-
-TEST(DfuUtil, MustRun)
-{
-    BundleFolder bundle;
-    bundle.UseUsb();
-    bundle.Write(u"MacOS/dfu-util"_s, "#!/no/such/interpreter fast\n", true);
-    EXPECT_TRUE(FindsOnly(bundle, "error: dfu-util cannot be run."));
 }
 
 TEST(DfuUtil, IsAskedForVersionAndUsageAndNothingElse)
@@ -64,45 +52,36 @@ TEST(DfuUtil, IsAskedForVersionAndUsageAndNothingElse)
     EXPECT_EQ(log.readAll(), "-V\n-h\n");
 }
 
-TEST(DfuUtil, UpToTheLatestReleaseDoesNotSupportFast)
+TEST(DfuUtil, SupportsFastByItsUsageOrItsReleaseAlone)
 {
-    UsbBundle bundle("echo dfu-util 0.11\n");
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "error: dfu-util 0.11 does not support the modifier 'fast': it refuses "
-                          "every update, and the window still shows DONE."));
-}
-
-TEST(DfuUtil, OfAnUnknownReleaseMayNotSupportFast)
-{
-    for (auto const* version : {"0.12", "0.11-dev", "1.0"}) {
-        UsbBundle bundle("echo dfu-util " + QByteArray(version) + "\n");
-        EXPECT_TRUE(FindsOnly(bundle,
-                              "warning: Could not confirm that this dfu-util supports the "
-                              "modifier 'fast'. One that does not refuses every update"))
-            << version;
-    }
-}
-
-TEST(DfuUtil, SupportsFastWhenItsUsageListsIt)
-{
-    UsbBundle bundle("w=ast; echo dfu-util 0.11; [ \"$1\" = -h ] && echo \"  f$w  quicker\" >&2\n");
-    EXPECT_TRUE(FindsNothing(bundle));
-}
-
-TEST(DfuUtil, DoesNotSupportFastByAnotherWord)
-{
-    for (auto const* text : {"breakfast", "invalid fastbin entry (free)", "_fast", "fast2"}) {
-        UsbBundle bundle("echo dfu-util 0.11 # " + QByteArray(text) + "\n");
-        EXPECT_TRUE(FindsOnly(bundle, "error: dfu-util 0.11 does not support")) << text;
-    }
-}
-
-TEST(DfuUtil, DoesNotSupportFastWhenItsUsageHasTheWordElsewhere)
-{
-    for (auto const* line : {"not so fast", "faster", "fast-path"}) {
-        UsbBundle bundle("l='" + QByteArray(line).replace("fast", "f'ast'") +
-                         "'; echo dfu-util 0.11; echo \"  $l\"\n");
-        EXPECT_TRUE(FindsOnly(bundle, "error: dfu-util 0.11 does not support")) << line;
+    auto const* const unsupported =
+        "error: dfu-util 0.11 does not support the modifier 'fast': it "
+        "refuses every update, and the window still shows DONE.";
+    auto const* const unknown =
+        "warning: Could not confirm that this dfu-util supports the "
+        "modifier 'fast'. One that does not refuses every update";
+    std::pair<char const*, char const*> const scripts[] = {
+        {"echo dfu-util 0.11", unsupported},
+        {"echo dfu-util 0.12", unknown},
+        {"echo dfu-util 0.11-dev", unknown},
+        {"echo dfu-util 1.0", unknown},
+        // Its usage lists the word, and the file itself does not contain it.
+        {"w=ast; echo dfu-util 0.11; [ \"$1\" = -h ] && echo \"  f$w  quicker\" >&2", ""},
+        // Its usage contains the word elsewhere.
+        {"w=ast; echo dfu-util 0.11; echo \"  not so f$w\"", unsupported},
+        {"w=ast; echo dfu-util 0.11; echo \"  f${w}er\"", unsupported},
+        {"w=ast; echo dfu-util 0.11; echo \"  f$w-path\"", unsupported},
+        // The file contains it as a part of other words.
+        {"echo dfu-util 0.11 # breakfast", unsupported},
+        {"echo dfu-util 0.11 # invalid fastbin entry (free)", unsupported},
+        {"echo dfu-util 0.11 # _fast", unsupported},
+        {"echo dfu-util 0.11 # fast2", unsupported},
+        {"kill -KILL $$ # fast", "error: dfu-util crashes, or is killed, when asked"},
+        {"echo hello # fast", "warning: The tool beside the program does not call itself dfu-util"},
+    };
+    for (auto const& [script, finding] : scripts) {
+        UsbBundle const bundle(script + QByteArray("\n"));
+        EXPECT_TRUE(*finding == '\0' ? FindsNothing(bundle) : FindsOnly(bundle, finding)) << script;
     }
 }
 
@@ -120,6 +99,7 @@ protected:
     // The installed tool, with further text in the file that it never prints.
     void PutToolWith(QByteArray const& text)
     {
+        ASSERT_TRUE(installed_.seek(0));
         bundle_.Write(u"MacOS/dfu-util"_s, installed_.readAll() + text, true);
     }
 
@@ -127,35 +107,14 @@ protected:
     BundleFolder bundle_;
 };
 
-TEST_F(NativeDfuUtil, OfDebianDoesNotSupportFast)
+TEST_F(NativeDfuUtil, DoesNotSupportFastByATextInItThatItsUsageDoesNotList)
 {
-    PutToolWith("");
-    EXPECT_TRUE(FindsOnly(bundle_, "error: dfu-util 0.11 does not support the modifier 'fast'"));
-}
-
-TEST_F(NativeDfuUtil, DoesNotSupportFastByATextOfTheCLibraryInIt)
-{
-    PutToolWith(QByteArray("\0invalid fastbin entry (free)\0", 31));
-    EXPECT_TRUE(FindsOnly(bundle_, "error: dfu-util 0.11 does not support the modifier 'fast'"));
-}
-
-TEST_F(NativeDfuUtil, DoesNotSupportFastByAWordThatItsUsageDoesNotList)
-{
-    PutToolWith(QByteArray("\0fast\0", 6));
-    EXPECT_TRUE(FindsOnly(bundle_, "error: dfu-util 0.11 does not support the modifier 'fast'"));
-}
-
-TEST(DfuUtil, ThatIsKilledIsReported)
-{
-    UsbBundle bundle("kill -KILL $$ # fast\n");
-    EXPECT_TRUE(FindsOnly(bundle, "error: dfu-util crashes, or is killed, when asked"));
-}
-
-TEST(DfuUtil, ShouldCallItselfDfuUtil)
-{
-    UsbBundle bundle("echo hello # fast\n");
-    EXPECT_TRUE(
-        FindsOnly(bundle, "warning: The tool beside the program does not call itself dfu-util"));
+    for (auto const& text : {QByteArray(), QByteArray("\0invalid fastbin entry (free)\0", 31),
+                             QByteArray("\0fast\0", 6)}) {
+        PutToolWith(text);
+        EXPECT_TRUE(FindsOnly(bundle_, "error: dfu-util 0.11 does not support the modifier 'fast'"))
+            << text.size();
+    }
 }
 
 TEST(DfuUtil, ThatDoesNotExitIsNotWaitedFor)

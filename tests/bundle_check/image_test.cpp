@@ -23,12 +23,6 @@ void ResizeImage(BundleFolder& bundle, qint64 size)
     ASSERT_TRUE(QFile::resize(bundle.Path(QString::fromLatin1(kImage)), size));
 }
 
-// A unit with an STM32U5.
-void UseLargeChip(BundleFolder& bundle)
-{
-    bundle.Set("otp_address", "0x0BFA0000");
-}
-
 }  // namespace
 
 TEST(FirmwareFile, MustExistAndBeAFile)
@@ -43,13 +37,12 @@ TEST(FirmwareFile, MustNotBeEmptyOrShort)
 {
     BundleFolder bundle;
     WriteImage(bundle, "");
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:1: error: firmware_filename: The firmware file is "
-                          "empty."));
+    EXPECT_TRUE(
+        FindsOnly(bundle, "config.ini:1: error: firmware_filename: The firmware file is empty."));
     WriteImage(bundle, QByteArray(7, '\xFF'));
     EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:1: error: firmware_filename: The firmware file has 7 "
-                          "bytes; an image has at least 8."));
+                          "config.ini:1: error: firmware_filename: The firmware file has 7 bytes; "
+                          "an image has at least 8."));
     WriteImage(bundle, QByteArray(8, '\xFF'));
     EXPECT_TRUE(FindsNothing(bundle));
 }
@@ -158,13 +151,66 @@ TEST(LastFourBytes, AreNotedWhenTheyHoldSomething)
     EXPECT_TRUE(FindsNothing(bundle));
 }
 
+namespace {
+
+enum class Unit { Stm32G4, Stm32U5, Usb, Mcuboot };
+
+// What is found about an image of so many bytes: the beginning of the only finding (empty: there is
+// none), or of one of several.
+struct SizeCase {
+    Unit unit;
+    qint64 size;
+    char const* only;
+    char const* one_of_several = nullptr;
+};
+
+void ExpectFindings(std::initializer_list<SizeCase> cases)
+{
+    for (auto const& [unit, size, only, one] : cases) {
+        BundleFolder bundle;
+        if (unit == Unit::Stm32U5) {
+            bundle.Set("otp_address", "0x0BFA0000");
+        } else if (unit == Unit::Usb) {
+            bundle.UseUsb();
+        } else if (unit == Unit::Mcuboot) {
+            bundle.UseMcuboot();
+        }
+        ResizeImage(bundle, size);
+        QByteArray const place = "config.ini:1: ";
+        auto const text = QByteArray(one != nullptr ? one : only)
+                              .replace(QByteArray(": The"), ": firmware_filename: The")
+                              .replace(": On", ": firmware_filename: On");
+        EXPECT_TRUE(one != nullptr   ? Finds(bundle, place + text)
+                    : text.isEmpty() ? FindsNothing(bundle)
+                                     : FindsOnly(bundle, place + text))
+            << "unit " << static_cast<int>(unit) << ", " << size << " bytes: " << text.data();
+    }
+}
+
+}  // namespace
+
 TEST(ImageInFlash, MustFit)
 {
+    ExpectFindings({
+        {Unit::Stm32G4, 512 * 1024 + 4, nullptr,
+         "error: The image has 524292 bytes, more than fit into the flash of the chips 0x469, "
+         "0x479 "
+         "from 0x08000000 on."},
+        {Unit::Stm32U5, 1024 * 1024, "note: On the chip 0x482 the image covers 128 pages"},
+        {Unit::Stm32U5, 2048 * 1024 + 4, nullptr,
+         "error: The image has 2097156 bytes, more than fit into the flash of the chip 0x482 from"},
+        {Unit::Usb, 512 * 1024, ""},
+        {Unit::Mcuboot, 2048 * 1024, ""},
+        {Unit::Mcuboot, 2048 * 1024 + 1,
+         "warning: The image has 2097153 bytes, more than the flash of any supported chip."},
+        {Unit::Mcuboot, qint64{0x80000000},
+         "error: The image has 2147483648 bytes, more than MCUboot's serial recovery can count."},
+    });
+}
+
+TEST(ImageInFlash, MustFitAfterItsAddress)
+{
     BundleFolder bundle;
-    ResizeImage(bundle, 512 * 1024 + 4);
-    EXPECT_TRUE(Finds(bundle,
-                      "config.ini:1: error: firmware_filename: The image has 524292 bytes, more "
-                      "than fit into the flash of the chips 0x469, 0x479 from 0x08000000 on."));
     bundle.Set("programming_address", "0x08001000");
     bundle.Set("start_address", "0x08001000");
     ResizeImage(bundle, 512 * 1024 - 4096 + 4);
@@ -173,60 +219,23 @@ TEST(ImageInFlash, MustFit)
                       "than fit into the flash of the chips 0x469, 0x479 from 0x08001000 on."));
 }
 
-TEST(ImageInFlash, MayBeLargerOnALargerChip)
-{
-    BundleFolder bundle;
-    UseLargeChip(bundle);
-    ResizeImage(bundle, 1024 * 1024);
-    EXPECT_FALSE(Finds(bundle, "config.ini:1: error: "));
-    ResizeImage(bundle, 2048 * 1024 + 4);
-    EXPECT_TRUE(Finds(bundle,
-                      "config.ini:1: error: firmware_filename: The image has 2097156 bytes, more "
-                      "than fit into the flash of the chip 0x482 from"));
-}
-
-TEST(ImageInFlash, HasOneSecondForTheShortEraseCommand)
-{
-    BundleFolder bundle;
-    ResizeImage(bundle, 40 * 2048);
-    EXPECT_TRUE(FindsNothing(bundle));
-    ResizeImage(bundle, 40 * 2048 + 4);
-    EXPECT_TRUE(
-        FindsOnly(bundle,
-                  "config.ini:1: note: firmware_filename: On the chips 0x469, 0x479 the "
-                  "image covers 41 pages, which take about 1.0 s to erase. A bootloader that "
-                  "lists the short Erase command has 1 s for it, enough for 40 pages, so "
-                  "the update fails with such a unit; one that lists only Extended Erase "
-                  "has 5 s."));
-    UseLargeChip(bundle);
-    EXPECT_TRUE(FindsNothing(bundle));
-}
-
 TEST(ImageInFlash, MustBeErasedInTheTimeThatTheProgramWaits)
 {
-    BundleFolder bundle;
-    ResizeImage(bundle, 204 * 2048);
-    EXPECT_TRUE(FindsOnly(bundle, "config.ini:1: note: firmware_filename: On the chips 0x469, "));
-    ResizeImage(bundle, 204 * 2048 + 4);
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:1: error: firmware_filename: On the chips 0x469, "
-                          "0x479 the image covers 205 pages, which take about 5.0 s to erase; "
-                          "the program waits only 5 s, so the update fails."));
-    UseLargeChip(bundle);
-    ResizeImage(bundle, 204 * 8192);
-    EXPECT_TRUE(FindsOnly(bundle, "config.ini:1: note: firmware_filename: On the chip 0x482 "));
-    ResizeImage(bundle, 204 * 8192 + 4);
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:1: error: firmware_filename: On the chip 0x482 the "
-                          "image covers 205 pages"));
-}
-
-TEST(ImageInFlash, IsErasedByDfuUtilWithoutThatLimit)
-{
-    BundleFolder bundle;
-    bundle.UseUsb();
-    ResizeImage(bundle, 512 * 1024);
-    EXPECT_TRUE(FindsNothing(bundle));
+    ExpectFindings({
+        {Unit::Stm32G4, 40 * 2048, ""},
+        {Unit::Stm32G4, 40 * 2048 + 4,
+         "note: On the chips 0x469, 0x479 the image covers 41 pages, which take about 1.0 s to "
+         "erase. A bootloader that lists the short Erase command has 1 s for it, enough for 40 "
+         "pages, so the update fails with such a unit; one that lists only Extended Erase has 5 "
+         "s."},
+        {Unit::Stm32G4, 204 * 2048, "note: On the chips 0x469, 0x479 the image covers 204 pages"},
+        {Unit::Stm32G4, 204 * 2048 + 4,
+         "error: On the chips 0x469, 0x479 the image covers 205 pages, which take about 5.0 s to "
+         "erase; the program waits only 5 s, so the update fails."},
+        {Unit::Stm32U5, 40 * 2048 + 4, ""},
+        {Unit::Stm32U5, 204 * 8192, "note: On the chip 0x482 the image covers 204 pages"},
+        {Unit::Stm32U5, 204 * 8192 + 4, "error: On the chip 0x482 the image covers 205 pages"},
+    });
 }
 
 TEST(ImageInFlash, HasPageNumbersThatFitIntoOneByte)
@@ -234,32 +243,8 @@ TEST(ImageInFlash, HasPageNumbersThatFitIntoOneByte)
     BundleFolder bundle;
     ResizeImage(bundle, 256 * 2048);
     EXPECT_FALSE(Finds(bundle, "config.ini:1: warning: "));
-    ResizeImage(bundle, 256 * 2048 + 4);
-    EXPECT_TRUE(Finds(bundle,
-                      "config.ini:1: warning: firmware_filename: On the chips 0x469, 0x479 "
-                      "the image covers 257 pages, whose numbers do not fit into one byte: with a "
-                      "bootloader that lists the short Erase command"));
-}
-
-TEST(ImageForMcuboot, MayBeAnySizeThatAChipHas)
-{
-    BundleFolder bundle;
-    bundle.UseMcuboot();
-    ResizeImage(bundle, 2048 * 1024);
-    EXPECT_TRUE(FindsNothing(bundle));
-    ResizeImage(bundle, 2048 * 1024 + 1);
-    EXPECT_TRUE(
-        FindsOnly(bundle,
-                  "config.ini:1: warning: firmware_filename: The image has 2097153 bytes, more "
-                  "than the flash of any supported chip."));
-}
-
-TEST(ImageForMcuboot, MustNotBeLargerThanItsCountersReach)
-{
-    BundleFolder bundle;
-    bundle.UseMcuboot();
-    ResizeImage(bundle, qint64{0x80000000});
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:1: error: firmware_filename: The image has 2147483648 bytes, "
-                          "more than MCUboot's serial recovery can count."));
+    ExpectFindings({{Unit::Stm32G4, 256 * 2048 + 4, nullptr,
+                     "warning: On the chips 0x469, 0x479 the image covers 257 pages, whose numbers "
+                     "do not fit into one byte: with a bootloader that lists the short Erase "
+                     "command"}});
 }
