@@ -58,23 +58,15 @@ bool IsText(QVariant const& value)
 
 }  // namespace
 
-TEST(IniLines, CountFromOneWhateverEndsThem)
+TEST(IniLines, AreDividedAtEveryKindOfLineEndAndBySectionsAndComments)
 {
-    EXPECT_THAT(Scan("a=1\nb = 2 \r\n\r\n\n  c=3\rd=4"),
-                ElementsAre("1:/a=1", "2:/b=2", "5:/c=3", "6:/d=4"));
+    EXPECT_THAT(Scan(""), IsEmpty());
     EXPECT_THAT(Scan("\xEF\xBB\xBF"
                      "a=1"),
                 ElementsAre("1:/a=1"));
-    EXPECT_THAT(Scan(""), IsEmpty());
-}
-
-TEST(IniLines, SkipComments)
-{
+    EXPECT_THAT(Scan("a=1\nb = 2 \r\n\r\n\n  c=3\rd=4"),
+                ElementsAre("1:/a=1", "2:/b=2", "5:/c=3", "6:/d=4"));
     EXPECT_THAT(Scan("; a=1\n;\n  ; b=2\nc=3 ; d=4\n"), ElementsAre("4:/c=3"));
-}
-
-TEST(IniLines, BelongToTheSectionAboveThem)
-{
     EXPECT_THAT(Scan("a=1\n[Window]\nb=2\n[ GENERAL ]\nc=3\n[open\nd=4"),
                 ElementsAre("1:/a=1", "3:Window/b=2", "5:/c=3", "7:open/d=4"));
 }
