@@ -27,11 +27,23 @@ constexpr std::pair<Key const*, char16_t const*> kWhenMissing[] = {
     {&config_keys::kInstructionsText, u"the window shows no instructions"},
 };
 
+constexpr char16_t const* FindWhenMissing(Key const& key)
+{
+    for (auto const& [known, text] : kWhenMissing) {
+        if (known == &key) {
+            return text;
+        }
+    }
+    return nullptr;
+}
+
+static_assert(std::ranges::all_of(config_keys::kAll, [](Key const* key) {
+    return (key->need == Need::Optional) == (FindWhenMissing(*key) == nullptr);
+}));
+
 QString DescribeMissing(Key const& key)
 {
-    auto const row =
-        std::ranges::find(kWhenMissing, &key, &std::pair<Key const*, char16_t const*>::first);
-    return row == std::end(kWhenMissing) ? QString() : QString::fromUtf16(row->second);
+    return QString::fromUtf16(FindWhenMissing(key));
 }
 
 Severity GetSeverity(Key const& key)

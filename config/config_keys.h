@@ -2,9 +2,8 @@
 // whether it has to be there. startup_config reads by these names, bundle_check judges by these
 // rows, and tests compare the vendor's document with them. No other file spells a key.
 //
-// To add a key: a constant and its place in kAll here, its value in a struct of startup_config.h, a
-// row in the table of preparing-a-product.md, and, unless it is optional, a sentence in
-// bundle_check/value_checks.cpp.
+// To add a key, see docs/recipes.md. One that is not optional also needs a sentence in
+// bundle_check/value_checks.cpp, without which the build stops.
 #pragma once
 
 #include <QString>
