@@ -4,13 +4,14 @@
 #include <QPalette>
 
 #include "app/main_window.h"
+#include "config/bundle_paths.h"
 #include "ui_main_window.h"
 
 namespace {
 
 QFont GetFont(QString const& style, int point_size)
 {
-    auto font = QFontDatabase::font(QStringLiteral("Kelvane Sans"), style, point_size);
+    auto font = QFontDatabase::font(QString::fromLatin1(kFontFamily), style, point_size);
     font.setHintingPreference(QFont::PreferDefaultHinting);
     return font;
 }
@@ -31,8 +32,8 @@ void MainWindow::ImportFonts()
     for (auto const& file : files) {
         QFontDatabase::addApplicationFont(file.absoluteFilePath());
     }
-    auto const regular = QStringLiteral("Regular");
-    auto const bold = QStringLiteral("Bold");
+    auto const regular = QString::fromLatin1(kRegularStyle);
+    auto const bold = QString::fromLatin1(kBoldStyle);
     fonts_ = {GetFont(regular, 10), GetFont(regular, 12), GetFont(regular, 16),
               GetFont(regular, 20), GetFont(bold, 10),    GetFont(bold, 12),
               GetFont(bold, 16),    GetFont(bold, 20)};
@@ -71,7 +72,7 @@ void MainWindow::SetupInstructionsLabel(QSettings const& settings)
 void MainWindow::SetupTypeLabel(QString const& fw_target_type)
 {
     // Customers have no use for the word; everyone else must see what they are about to write.
-    if (fw_target_type.compare(QLatin1String("customer"), Qt::CaseInsensitive) == 0) {
+    if (fw_target_type.compare(QLatin1StringView(kCustomerTarget), Qt::CaseInsensitive) == 0) {
         return;
     }
     ui_->typeLabel->setFont(fonts_.bold_20);

@@ -1,9 +1,11 @@
-#include "bundle_check/address_checks.h"
-
+// The addresses of an STM32 unit and the image's place in its flash.
 #include <QStringList>
 #include <algorithm>
+#include <chrono>
 
-#include "bundle_check/prediction.h"
+#include "bundle_check/checks.h"
+#include "bundle_check/chips.h"
+#include "modules/stm32_updater/limits.h"
 
 using namespace Qt::StringLiterals;
 
@@ -11,12 +13,11 @@ namespace bundle_check {
 
 namespace {
 
-constexpr int kHexDigits = 8;
-constexpr uint32_t kWord = 4;
+constexpr uint32_t kWord = stm32_updater::kWordSize;
 
-QString Hex(uint64_t number, int digits = kHexDigits)
+QString Hex(uint64_t number, int digits = 8)
 {
-    return u"0x"_s + QString::number(number, 16).rightJustified(digits, QLatin1Char('0'));
+    return u"0x"_s + QString::number(number, 16).rightJustified(digits, u'0');
 }
 
 QString Name(std::vector<Chip> const& chips)
@@ -35,76 +36,64 @@ std::vector<Chip> Filter(std::vector<Chip> chips, Predicate predicate)
     return chips;
 }
 
-constexpr int kBaseByPrefix = 0;
-constexpr int kDecimal = 10;
-
-// Whether the key holds a number: the program's 0 for anything else would only be told twice.
-bool IsGiven(Config const& config, QString const& key, int base = kBaseByPrefix)
+// The chips that the configuration can be for, by where it says that the OTP area lies.
+std::vector<Chip> GetChips(Config const& config)
 {
-    bool is_number = false;
-    config.Value(key).toString().toUInt(&is_number, base);
-    return is_number && config.Reads(*FindKeyRule(key));
+    return GetChipsByOtp(config.Number(config_keys::kOtpAddress));
 }
 
-// UART reads two keys more than USB.
-UartConfig ReadAddresses(Config const& config)
-{
-    return config.Type() == TargetUart ? ReadUartConfig(config.Settings())
-                                       : UartConfig{ReadUsbConfig(config.Settings()), 0, 0};
-}
-
-void CheckInFlash(Config const& config, QString const& key, uint32_t address, Findings& findings)
+void CheckInFlash(Config const& config, Key const& key, Findings& findings)
 {
     auto const chips = GetChips(config);
+    auto const address = config.Number(key);
     auto const in_flash = [&](Chip const& chip) { return chip.HasFlashAt(address); };
-    if (IsGiven(config, key) && std::ranges::none_of(chips, in_flash)) {
+    if (config.HoldsNumber(key) && std::ranges::none_of(chips, in_flash)) {
         findings.Fail(config.PlaceOf(key),
-                      u"%1 is outside the flash of %2."_s.arg(Hex(address), Name(chips)));
+                      u"%1 is not in the flash of %2."_s.arg(Hex(address), Name(chips)));
     }
 }
 
 void CheckProgrammingAddress(Config const& config, Findings& findings)
 {
-    constexpr uint32_t kFlashUnit = 8;
-    auto const key = u"programming_address"_s;
-    auto const address = ReadAddresses(config).programming_address;
-    CheckInFlash(config, key, address, findings);
-    if (IsGiven(config, key) && address % kFlashUnit != 0) {
+    auto const& key = config_keys::kProgrammingAddress;
+    auto const address = config.Number(key);
+    CheckInFlash(config, key, findings);
+    if (config.HoldsNumber(key) && address % kFlashUnit != 0) {
         findings.Fail(
             config.PlaceOf(key),
-            u"%1 is not a multiple of %2, and flash is programmed by %2 bytes at a time, "
-            "so the unit refuses the firmware."_s.arg(Hex(address), QString::number(kFlashUnit)));
+            u"%1 is not a multiple of %2, and flash is programmed %2 bytes at a time, so "
+            "the unit refuses the firmware."_s.arg(Hex(address), QString::number(kFlashUnit)));
     }
     auto const start = GetChips(config).front().flash.flash_start;
     if (config.Type() == TargetUart && address > start &&
         GetChips(config).back().HasFlashAt(address)) {
-        findings.Warn(config.PlaceOf(key),
-                      u"The program erases as many pages as the image has, from %1 on, and then "
-                      "writes at %2: the image's end falls on pages that were not erased."_s.arg(
-                          Hex(start), Hex(address)));
+        findings.Warn(
+            config.PlaceOf(key),
+            u"The program erases as many pages as the image has, starting at %1, but "
+            "writes at %2: the end of the image lands on pages that were not erased."_s.arg(
+                Hex(start), Hex(address)));
     }
 }
 
 void CheckStartAddress(Config const& config, Findings& findings)
 {
-    auto const key = u"start_address"_s;
-    auto const address = ReadAddresses(config).start_address;
-    CheckInFlash(config, key, address, findings);
-    if (IsGiven(config, key) && address % kWord != 0) {
-        findings.Warn(
-            config.PlaceOf(key),
-            u"%1 is not a multiple of 4, as the beginning of a firmware is: its first two "
-            "words are the stack pointer and where to start."_s.arg(Hex(address)));
+    auto const& key = config_keys::kStartAddress;
+    auto const address = config.Number(key);
+    CheckInFlash(config, key, findings);
+    if (config.HoldsNumber(key) && address % kWord != 0) {
+        findings.Warn(config.PlaceOf(key),
+                      u"%1 is not a multiple of 4; firmware begins with two words, the stack "
+                      "pointer and the address to start at."_s.arg(Hex(address)));
     }
 }
 
 void CheckBootModeAddress(Config const& config, Findings& findings)
 {
-    auto const key = u"boot_mode_address"_s;
-    auto const address = ReadAddresses(config).boot_mode_address;
-    if (!IsGiven(config, key)) {
+    auto const& key = config_keys::kBootModeAddress;
+    if (!config.HoldsNumber(key)) {
         return;
     }
+    auto const address = config.Number(key);
     auto const place = config.PlaceOf(key);
     auto const chips = GetChips(config);
     auto const in_ram = [&](Chip const& chip) {
@@ -113,17 +102,17 @@ void CheckBootModeAddress(Config const& config, Findings& findings)
     auto const in_flash = [&](Chip const& chip) { return chip.HasFlashAt(address); };
     if (std::ranges::any_of(chips, in_flash)) {
         findings.Warn(place,
-                      u"%1 lies in flash, where the marker can be written only once between "
-                      "two erases; RAM is meant for it."_s.arg(Hex(address)));
+                      u"%1 is in flash, where the marker can be written only once between two "
+                      "erases; choose an address in RAM."_s.arg(Hex(address)));
     } else if (std::ranges::none_of(chips, in_ram)) {
-        findings.Fail(place, u"%1 is neither in the RAM nor in the flash of %2."_s.arg(
-                                 Hex(address), Name(chips)));
+        findings.Fail(place, u"%1 is in neither the RAM nor the flash of %2."_s.arg(Hex(address),
+                                                                                    Name(chips)));
     } else if (address < kRamStart + kBootloaderRamSize) {
         findings.Warn(
             place,
-            u"%1 lies in the RAM below %2, which the bootloader keeps for itself. It "
-            "refuses the marker, the new firmware is then not started, and the window "
-            "says DONE all the same."_s.arg(Hex(address), Hex(kRamStart + kBootloaderRamSize)));
+            u"%1 is in the RAM below %2, which the bootloader reserves: it refuses the "
+            "marker, the new firmware does not start, and the window still shows DONE. "
+            "Choose a higher address."_s.arg(Hex(address), Hex(kRamStart + kBootloaderRamSize)));
     }
     if (address % kWord != 0) {
         findings.Fail(place,
@@ -134,47 +123,46 @@ void CheckBootModeAddress(Config const& config, Findings& findings)
 
 void CheckOtp(Config const& config, Findings& findings)
 {
-    auto const addresses = ReadAddresses(config);
+    auto const& key = config_keys::kOtpAddress;
+    auto const address = config.Number(key);
+    auto const size = config.Number(config_keys::kOtpSize);
     auto const chips = GetChips(config);
-    auto const address_key = u"otp_address"_s;
-    if (config.IsService() || !IsGiven(config, address_key)) {
+    if (config.IsService() || !config.HoldsNumber(key)) {
         return;
     }
-    auto const at = [&](uint64_t address) {
-        return std::ranges::any_of(chips, [=](Chip const& chip) { return chip.HasOtpAt(address); });
+    auto const is_otp = [&](uint64_t byte) {
+        return std::ranges::any_of(chips, [=](Chip const& chip) { return chip.HasOtpAt(byte); });
     };
-    if (!at(addresses.otp_address)) {
-        findings.Warn(config.PlaceOf(address_key),
-                      u"%1 is in the one-time-programmable area of no supported chip."_s.arg(
-                          Hex(addresses.otp_address)));
-    } else if (addresses.otp_size > 0 &&
-               !at(uint64_t{addresses.otp_address} + addresses.otp_size - 1)) {
-        findings.Warn(config.PlaceOf(u"otp_size"_s),
-                      u"%1 bytes from %2 on reach beyond the one-time-programmable area of %3."_s
-                          .arg(addresses.otp_size)
-                          .arg(Hex(addresses.otp_address), Name(chips)));
+    if (!is_otp(address)) {
+        findings.Warn(config.PlaceOf(key),
+                      u"%1 is not in the one-time-programmable area of any supported chip."_s.arg(
+                          Hex(address)));
+    } else if (size > 0 && !is_otp(uint64_t{address} + size - 1)) {
+        findings.Warn(config.PlaceOf(config_keys::kOtpSize),
+                      u"%1 bytes from %2 reach beyond the one-time-programmable area of %3."_s.arg(
+                          QString::number(size), Hex(address), Name(chips)));
     }
 }
 
 void CheckOtpSize(Config const& config, Findings& findings)
 {
-    constexpr uint32_t kRecord = 16;
-    constexpr uint32_t kWholeArea = 512;
-    auto const key = u"otp_size"_s;
-    auto const size = ReadAddresses(config).otp_size;
-    if (config.IsService() || !IsGiven(config, key, kDecimal)) {
+    constexpr size_t kWholeArea = kOtpRecords * kOtpRecordSize;
+    auto const& key = config_keys::kOtpSize;
+    auto const size = config.Number(key);
+    if (config.IsService() || !config.HoldsNumber(key)) {
         return;
     }
-    if (size < kRecord) {
+    auto const advice = u"use %1."_s.arg(kWholeArea);
+    if (size < kOtpRecordSize) {
         findings.Fail(
             config.PlaceOf(key),
-            u"%1 bytes hold no record of %2 bytes, so no unit is accepted."_s.arg(size).arg(
-                kRecord));
+            u"%1 bytes do not hold a record of %2 bytes, so every unit is refused; %3"_s.arg(
+                QString::number(size), QString::number(kOtpRecordSize), advice));
     } else if (size < kWholeArea) {
-        findings.Warn(config.PlaceOf(key),
-                      u"The program looks for the model identifier in %1 bytes, of which only %2 "
-                      "are read."_s.arg(kWholeArea)
-                          .arg(size));
+        findings.Warn(
+            config.PlaceOf(key),
+            u"The program looks for the model identifier in %1 bytes but reads only %2; %3"_s.arg(
+                QString::number(kWholeArea), QString::number(size), advice));
     }
 }
 
@@ -185,35 +173,36 @@ std::vector<Chip> GetSlower(std::vector<Chip> const& chips, uint64_t size, doubl
     });
 }
 
-// "On CHIPS the image covers N pages, whose erase takes about S s".
-QString TellErase(std::vector<Chip> const& chips, uint64_t size)
+// "On CHIPS the image covers N pages, which take about S s to erase"
+QString DescribeErase(std::vector<Chip> const& chips, uint64_t size)
 {
     auto const pages = chips.front().PagesOf(size);
-    return u"On %1 the image covers %2 pages, whose erase takes about %3 s"_s.arg(Name(chips))
-        .arg(pages)
-        .arg(static_cast<double>(pages) * kPageEraseSeconds, 0, 'f', 1);
+    auto const seconds = static_cast<double>(pages) * kPageEraseSeconds;
+    return u"On %1 the image covers %2 pages, which take about %3 s to erase"_s.arg(
+        Name(chips), QString::number(pages), QString::number(seconds, 'f', 1));
 }
 
-// Which of the two commands the unit's bootloader lists is not known here.
+// Which of the two erase commands the unit's bootloader lists is not known here. The program uses
+// the short one, and gives it no longer than any other command, whenever it is listed.
 void CheckEraseTime(Place const& place, std::vector<Chip> const& chips, uint64_t size,
                     Findings& findings)
 {
-    auto const hopeless = GetSlower(chips, size, kExtendedEraseWaitSeconds);
-    auto const slow = GetSlower(chips, size, kShortEraseWaitSeconds);
+    using Seconds = std::chrono::duration<double>;
+    constexpr auto kExtended = Seconds(stm32_updater::kExtendedEraseTimeout).count();
+    constexpr auto kShort = Seconds(stm32_updater::kAnswerTimeout).count();
+    auto const hopeless = GetSlower(chips, size, kExtended);
+    auto const slow = GetSlower(chips, size, kShort);
     if (!hopeless.empty()) {
-        findings.Fail(place,
-                      u"%1; the program waits %2 s, and the update fails."_s.arg(
-                          TellErase(hopeless, size), QString::number(kExtendedEraseWaitSeconds)));
+        findings.Fail(place, u"%1; the program waits only %2 s, so the update fails."_s.arg(
+                                 DescribeErase(hopeless, size), QString::number(kExtended)));
     } else if (!slow.empty()) {
-        auto const most = static_cast<int>(kShortEraseWaitSeconds / kPageEraseSeconds);
-        findings.Note(
-            place,
-            u"%1. A bootloader that lists the short Erase command has %2 s for it, enough "
-            "for %3 pages, and with such a unit the update fails; one that lists only "
-            "Extended Erase has %4 s."_s.arg(TellErase(slow, size))
-                .arg(kShortEraseWaitSeconds)
-                .arg(most)
-                .arg(kExtendedEraseWaitSeconds));
+        findings.Note(place,
+                      u"%1. A bootloader that lists the short Erase command has %2 s for it, "
+                      "enough for %3 pages, so the update fails with such a unit; one that lists "
+                      "only Extended Erase has %4 s."_s.arg(
+                          DescribeErase(slow, size), QString::number(kShort),
+                          QString::number(static_cast<int>(kShort / kPageEraseSeconds)),
+                          QString::number(kExtended)));
     }
 }
 
@@ -225,39 +214,34 @@ void CheckPageNumbers(Place const& place, std::vector<Chip> const& chips, uint64
         Filter(chips, [=](Chip const& chip) { return chip.PagesOf(size) > kPageNumbers; });
     if (!wrapping.empty()) {
         findings.Warn(place,
-                      u"On %1 the image covers %2 pages: their numbers do not fit one byte, "
-                      "and with a bootloader that lists the short Erase command the first pages "
-                      "are erased twice and the last ones not at all."_s.arg(Name(wrapping))
-                          .arg(wrapping.front().PagesOf(size)));
+                      u"On %1 the image covers %2 pages, whose numbers do not fit into one byte: "
+                      "with a bootloader that lists the short Erase command, the first pages are "
+                      "erased twice and the last ones not at all."_s.arg(
+                          Name(wrapping), QString::number(wrapping.front().PagesOf(size))));
     }
 }
 
-// The jump and the marker, against what will be in flash then.
+// The jump and the marker, against what is in flash by then.
 void CheckAgainstImage(Config const& config, uint64_t size, Findings& findings)
 {
-    auto const addresses = ReadAddresses(config);
-    auto const begin = uint64_t{addresses.programming_address};
+    auto const begin = uint64_t{config.Number(config_keys::kProgrammingAddress)};
     auto const covers = [&](uint64_t address) {
         return address >= begin && address < begin + size;
     };
-    if (IsGiven(config, u"start_address"_s) && !covers(addresses.start_address)) {
-        findings.Warn(config.PlaceOf(u"start_address"_s),
-                      u"The unit is started at %1, which is not part of the image."_s.arg(
-                          Hex(addresses.start_address)));
+    auto const& start = config_keys::kStartAddress;
+    if (config.HoldsNumber(start) && !covers(config.Number(start))) {
+        findings.Warn(config.PlaceOf(start), u"The unit is started at %1, outside the image."_s.arg(
+                                                 Hex(config.Number(start))));
     }
-    if (IsGiven(config, u"boot_mode_address"_s) && covers(addresses.boot_mode_address)) {
-        findings.Fail(config.PlaceOf(u"boot_mode_address"_s),
-                      u"The marker is written to %1, into the image that was just written."_s.arg(
-                          Hex(addresses.boot_mode_address)));
+    auto const& marker = config_keys::kBootModeAddress;
+    if (config.HoldsNumber(marker) && covers(config.Number(marker))) {
+        findings.Fail(config.PlaceOf(marker),
+                      u"The marker is written to %1, into the image that was just written; choose "
+                      "an address in RAM."_s.arg(Hex(config.Number(marker))));
     }
 }
 
 }  // namespace
-
-std::vector<Chip> GetChips(Config const& config)
-{
-    return GetChipsByOtp(ReadAddresses(config).otp_address);
-}
 
 void CheckAddresses(Config const& config, Findings& findings)
 {
@@ -273,28 +257,27 @@ void CheckAddresses(Config const& config, Findings& findings)
 
 void CheckImageInFlash(Config const& config, uint64_t size, Findings& findings)
 {
-    auto const key = u"programming_address"_s;
-    auto const place = config.PlaceOf(u"firmware_filename"_s);
-    auto const begin = uint64_t{ReadAddresses(config).programming_address};
+    auto const& key = config_keys::kProgrammingAddress;
+    auto const place = config.PlaceOf(config_keys::kFirmwareFilename);
+    auto const begin = uint64_t{config.Number(key)};
     auto const chips = GetChips(config);
-    // An address outside flash has been told; the image is then measured by itself.
+    // An address outside flash has been reported; the image is then measured by itself.
     bool const lies_in_flash = chips.back().HasFlashAt(begin);
     auto const fitting = Filter(chips, [=](Chip const& chip) {
         auto const room = lies_in_flash ? chip.flash.flash_end - begin + 1 : chip.FlashSize();
         return chip.HasFlashAt(lies_in_flash ? begin : chip.flash.flash_start) && size <= room;
     });
     if (fitting.empty()) {
-        findings.Fail(
-            place,
-            u"The firmware file's %1 bytes are more than %2 have room for%3."_s.arg(size).arg(
-                Name(chips), lies_in_flash ? u" from %1 on"_s.arg(Hex(begin)) : QString()));
+        findings.Fail(place, u"The image has %1 bytes, more than fit into the flash of %2%3."_s.arg(
+                                 QString::number(size), Name(chips),
+                                 lies_in_flash ? u" from %1 on"_s.arg(Hex(begin)) : QString()));
     }
     if (config.Type() == TargetUart) {
         auto const& erased = fitting.empty() ? chips : fitting;
         CheckEraseTime(place, erased, size, findings);
         CheckPageNumbers(place, erased, size, findings);
     }
-    if (lies_in_flash && IsGiven(config, key)) {
+    if (lies_in_flash && config.HoldsNumber(key)) {
         CheckAgainstImage(config, size, findings);
     }
 }

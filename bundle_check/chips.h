@@ -1,8 +1,10 @@
-// Which chips a configuration can be for, and what their memories allow. Flash comes from the table
-// that the engine itself works with; OTP and RAM from ST's reference manuals RM0440 (STM32G4) and
-// RM0456 (STM32U5), and what the bootloader needs from ST's application note AN2606.
+// Which chips a configuration can be for, what their memories allow, and how long their flash
+// takes. Flash layout comes from the table that the engine itself works with; OTP and RAM from ST's
+// reference manuals RM0440 (STM32G4) and RM0456 (STM32U5), what the bootloader needs from ST's
+// application note AN2606, and times from ST's data sheet DS12288 (STM32G4).
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <vector>
@@ -21,8 +23,17 @@ struct ChipMemories {
 };
 
 inline constexpr uint32_t kRamStart = 0x20000000;
-// Where the bootloader keeps its own data, and lets nobody write; bytes, from kRamStart.
+// What the bootloader reserves for its own data and refuses to write; bytes, from kRamStart.
 inline constexpr uint32_t kBootloaderRamSize = 16 * 1024;
+
+// To erase one page, for every chip: the maximum of the data sheet, which gives 22 ms as typical.
+inline constexpr double kPageEraseSeconds = 0.0245;
+// Flash is programmed by so many bytes at a time, and takes so long for them.
+inline constexpr uint32_t kFlashUnit = 8;
+inline constexpr double kFlashUnitSeconds = 82e-6;
+// One transfer of the USB bootloader: its size, and what it takes beside programming.
+inline constexpr uint64_t kDfuTransferSize = 2048;
+inline constexpr double kDfuTransferSeconds = 0.005;
 
 inline constexpr std::array kChipMemories{
     ChipMemories{0x469, 0x1FFF7000, 1024, 128 * 1024},
@@ -56,9 +67,27 @@ struct Chip {
 };
 
 // Every chip that the updater supports.
-std::vector<Chip> GetChips();
+inline std::vector<Chip> GetChips()
+{
+    std::vector<Chip> chips;
+    for (auto const& memories : kChipMemories) {
+        if (auto const* flash = stm32_updater::FindFlashConfig(memories.product_id)) {
+            chips.push_back({*flash, memories});
+        }
+    }
+    return chips;
+}
 
-// Those whose OTP area holds the address: it tells the families apart. All of them if none does.
-std::vector<Chip> GetChipsByOtp(uint32_t otp_address);
+// The chips whose OTP area holds the address: it tells the families apart. All of them if none
+// does.
+inline std::vector<Chip> GetChipsByOtp(uint32_t otp_address)
+{
+    auto chips = GetChips();
+    auto const others = [&](Chip const& chip) { return !chip.HasOtpAt(otp_address); };
+    if (!std::ranges::all_of(chips, others)) {
+        std::erase_if(chips, others);
+    }
+    return chips;
+}
 
 }  // namespace bundle_check

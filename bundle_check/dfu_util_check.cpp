@@ -1,5 +1,4 @@
-#include "bundle_check/dfu_util_check.h"
-
+// The dfu-util beside the program.
 #include <QDeadlineTimer>
 #include <QFile>
 #include <QFileInfo>
@@ -8,7 +7,8 @@
 #include <QSysInfo>
 #include <optional>
 
-#include "bundle_check/bounded_file.h"
+#include "bundle_check/checks.h"
+#include "bundle_check/files.h"
 
 using namespace Qt::StringLiterals;
 
@@ -37,7 +37,7 @@ Run RunFor(QString const& program, QString const& argument, std::chrono::millise
            process.waitForReadyRead(static_cast<int>(deadline.remainingTime()))) {
         run.output += process.readAll();
     }
-    // One that has written so much is not waited for: what it goes on to write would be kept.
+    // A tool that has written so much is not waited for: everything else it wrote would be kept.
     run.finished = process.state() == QProcess::NotRunning ||
                    (run.output.size() < kMostOutput &&
                     process.waitForFinished(static_cast<int>(deadline.remainingTime())));
@@ -48,7 +48,7 @@ Run RunFor(QString const& program, QString const& argument, std::chrono::millise
     return run;
 }
 
-// A program for the other system cannot be asked here, which is no fault of the bundle's.
+// A program for the other system cannot be run here, which is not the bundle's fault.
 bool IsForeignProgram(QString const& path)
 {
     auto const head = ReadHead(path, 4).value_or(QByteArray());
@@ -71,8 +71,8 @@ bool IsPartOfWord(char byte)
            (byte >= '0' && byte <= '9') || byte == '_';
 }
 
-// As a whole word: the C library in a program may speak of a "fastbin".
-bool SpeaksOfFast(QString const& path)
+// Looks for the whole word: the C library in a program may mention a "fastbin".
+bool MentionsFast(QString const& path)
 {
     constexpr qint64 kMostBytes = 32 * 1024 * 1024;
     static QByteArray const word("fast");
@@ -87,7 +87,7 @@ bool SpeaksOfFast(QString const& path)
     return false;
 }
 
-// The modifiers stand at the beginning of a line each.
+// The usage lists each modifier at the beginning of a line.
 bool ListsFast(QByteArray const& usage)
 {
     static QRegularExpression const modifier(u"^[ \\t]*fast(\\s|$)"_s,
@@ -95,7 +95,7 @@ bool ListsFast(QByteArray const& usage)
     return modifier.match(QString::fromUtf8(usage)).hasMatch();
 }
 
-// The minor number of a released version 0.x, which is all that there has been.
+// The minor number of a released version; all have been 0.x.
 std::optional<int> ReadRelease(QByteArray const& output)
 {
     static QRegularExpression const version(u"^dfu-util 0\\.(\\d{1,4})\\s*$"_s,
@@ -104,21 +104,19 @@ std::optional<int> ReadRelease(QByteArray const& output)
     return match.hasMatch() ? std::optional(match.captured(1).toInt()) : std::nullopt;
 }
 
-// Of a tool that does not seem to know "fast".
-void TellMissingFast(Run const& version, Findings& findings)
+void ReportMissingFast(Run const& version, Findings& findings)
 {
     constexpr int kLastWithoutFast = 11;
     auto const release = ReadRelease(version.output);
-    auto const consequence =
-        u"it would refuse every update, and the window would call it done all the same"_s;
     if (release && *release <= kLastWithoutFast) {
         findings.Fail({},
-                      u"dfu-util 0.%1 does not know the modifier \"fast\": %2."_s.arg(*release).arg(
-                          consequence));
+                      u"dfu-util 0.%1 does not support the modifier 'fast': it refuses every "
+                      "update, and the window still shows DONE. Use a newer one."_s.arg(*release));
     } else {
         findings.Warn({},
-                      u"Nothing tells that dfu-util knows the modifier \"fast\". If it does not, "
-                      "%1. Try it on a unit."_s.arg(consequence));
+                      u"Could not confirm that this dfu-util supports the modifier 'fast'. One "
+                      "that does not refuses every update, and the window still shows DONE; test "
+                      "it on a unit."_s);
     }
 }
 
@@ -126,46 +124,39 @@ void TellMissingFast(Run const& version, Findings& findings)
 
 void CheckDfuUtil(QString const& path, Findings& findings, std::chrono::milliseconds limit)
 {
-    auto const fault = TellFileFault(path);
+    auto fault = DescribeFileFault(path);
+    if (fault.isEmpty() && !QFileInfo(path).isExecutable()) {
+        fault = u"is not executable"_s;
+    }
     if (!fault.isEmpty()) {
         findings.Fail(
-            {}, u"The tool dfu-util beside the program %1: over USB no unit is ever found."_s.arg(
-                    fault));
-        return;
-    }
-    if (!QFileInfo(path).isExecutable()) {
-        findings.Fail(
-            {},
-            u"The tool dfu-util beside the program is not executable: over USB no unit is ever "
-            "found."_s);
+            {}, u"The tool dfu-util beside the program %1, so no unit is ever found."_s.arg(fault));
         return;
     }
     if (IsForeignProgram(path)) {
-        findings.Note({}, u"dfu-util is a program for another system, and was not run."_s);
-        if (!SpeaksOfFast(path)) {
-            TellMissingFast({}, findings);
+        findings.Note({}, u"dfu-util is a program for another system and was not run."_s);
+        if (!MentionsFast(path)) {
+            ReportMissingFast({}, findings);
         }
         return;
     }
     auto const version = RunFor(path, u"-V"_s, limit);
-    if (version.crashed) {
-        findings.Fail({}, u"dfu-util crashes, or is killed, when asked for its version."_s);
-        return;
-    }
-    if (!version.started || !version.finished) {
-        findings.Fail({}, (version.started ? u"dfu-util does not end when asked for its version."_s
-                                           : u"dfu-util cannot be run."_s));
+    if (version.crashed || !version.started || !version.finished) {
+        findings.Fail(
+            {}, version.crashed   ? u"dfu-util crashes, or is killed, when asked for its version."_s
+                : version.started ? u"dfu-util does not exit when asked for its version."_s
+                                  : u"dfu-util cannot be run."_s);
         return;
     }
     if (!version.output.contains("dfu-util")) {
         findings.Warn({},
-                      u"The tool beside the program does not name itself dfu-util when asked "
-                      "for its version."_s);
+                      u"The tool beside the program does not call itself dfu-util when asked for "
+                      "its version."_s);
     }
-    // A script may see to the word itself, whatever the tool that it becomes can do.
+    // A script may handle the word itself, whatever the tool that it starts supports.
     if (!ListsFast(RunFor(path, u"-h"_s, limit).output) &&
-        !(IsScript(path) && SpeaksOfFast(path))) {
-        TellMissingFast(version, findings);
+        !(IsScript(path) && MentionsFast(path))) {
+        ReportMissingFast(version, findings);
     }
 }
 

@@ -1,16 +1,14 @@
-#include "bundle_check/image_checks.h"
-
+// The firmware image: the file, and what it holds.
 #include <QFile>
 #include <QFileInfo>
 #include <algorithm>
 #include <limits>
 
-#include "bundle_check/address_checks.h"
-#include "bundle_check/bounded_file.h"
+#include "bundle_check/checks.h"
 #include "bundle_check/chips.h"
-#include "bundle_check/link_check.h"
-#include "bundle_check/prediction.h"
+#include "bundle_check/files.h"
 #include "config/bundle_paths.h"
+#include "modules/stm32_updater/limits.h"
 
 using namespace Qt::StringLiterals;
 
@@ -18,8 +16,8 @@ namespace bundle_check {
 
 namespace {
 
-constexpr qint64 kShortestImage = 8;  // the trailer of the UART transport
-constexpr qint64 kWord = 4;
+constexpr qint64 kShortestImage = stm32_updater::kTrailerSize;
+constexpr qint64 kWord = stm32_updater::kWordSize;
 
 // The file's beginning and end; both the whole file when it is short.
 struct Ends {
@@ -34,15 +32,15 @@ void CheckLocation(Place const& place, QDir const& resources, QString const& pat
     if (!QDir::cleanPath(QFileInfo(path).absoluteFilePath()).startsWith(inside)) {
         findings.Warn(
             place,
-            u"The firmware file %1 lies outside the Resources folder, and will not "
-            "be there on a customer's computer."_s.arg(Quote(resources.relativeFilePath(path))));
+            u"The firmware file %1 is outside the Resources folder, so a customer's computer does "
+            "not have it; move it there."_s.arg(Quote(resources.relativeFilePath(path))));
     } else {
         CheckLink(place, resources, path, findings);
     }
 }
 
-// Images in a wrapping that the program does not take off: it writes every byte as it stands.
-QString TellWrapping(Ends const& ends)
+// The format of an image that is not a raw one: the program writes every byte as it is.
+QString DescribeFormat(Ends const& ends)
 {
     if (ends.head.startsWith("\x7F"
                              "ELF")) {
@@ -71,23 +69,25 @@ QString TellWrapping(Ends const& ends)
 void CheckContent(Config const& config, Place const& place, Ends const& ends, Findings& findings)
 {
     constexpr qsizetype kSignatureFromEnd = 8;
-    auto const wrapping = TellWrapping(ends);
-    if (!wrapping.isEmpty()) {
+    auto const format = DescribeFormat(ends);
+    if (!format.isEmpty()) {
         findings.Fail(place,
-                      u"The firmware file is %1; the program writes a file as it stands, so "
-                      "it must be the bare binary image."_s.arg(wrapping));
+                      u"The firmware file is %1, and the program writes every byte of it as it is; "
+                      "use the raw binary image."_s.arg(format));
     }
     if (config.Type() != TargetUsb && ends.tail.last(kSignatureFromEnd).startsWith("UFD")) {
-        findings.Warn(place,
-                      u"The firmware file ends with a DFU suffix, which only dfu-util takes "
-                      "off: on this interface it is written to the unit."_s);
+        findings.Warn(
+            place,
+            u"The firmware file ends with a DFU suffix, which only dfu-util removes: over "
+            "this interface it is written to the unit."_s);
     }
     auto const replaced = ends.tail.last(kWord);
     bool const is_blank = replaced == QByteArray(kWord, '\xFF') || replaced == QByteArray(kWord, 0);
     if (config.Type() == TargetUart && !is_blank) {
-        findings.Note(place,
-                      u"The last four bytes of the image, %1, are not written: 01 00 00 00 "
-                      "takes their place."_s.arg(QString::fromLatin1(replaced.toHex(' '))));
+        findings.Note(
+            place,
+            u"The last four bytes of the image, %1, are not written; 01 00 00 00 replaces "
+            "them."_s.arg(QString::fromLatin1(replaced.toHex(' '))));
     }
 }
 
@@ -97,31 +97,31 @@ void CheckAlignment(Config const& config, Place const& place, qint64 size, Findi
         return;
     }
     auto const rest = kWord - size % kWord;
+    auto const size_text = u"The image has %1 bytes, which is not a multiple of %2"_s.arg(
+        QString::number(size), QString::number(kWord));
     if (config.Type() == TargetUart) {
         findings.Warn(place,
-                      u"The firmware file's %1 bytes are not a multiple of 4: the program "
-                      "adds %2 zero bytes, and then replaces the last four, of which %3 are "
-                      "the image's own."_s.arg(size)
-                          .arg(rest)
-                          .arg(kWord - rest));
+                      u"%1: the program adds %2 zero bytes and then replaces the last four, of "
+                      "which %3 belong to the image."_s.arg(size_text, QString::number(rest),
+                                                            QString::number(kWord - rest)));
     } else if (config.Type() == TargetUsb) {
-        findings.Note(place, u"The firmware file's %1 bytes are not a multiple of 4."_s.arg(size));
+        findings.Note(place, size_text + u'.');
     }
 }
 
-// What no supported chip has room for is not for a unit with MCUboot either, as far as is known.
+// What no supported chip can hold is not for a unit with MCUboot either, as far as is known.
 void CheckMcubootSize(Place const& place, qint64 size, Findings& findings)
 {
     auto const chips = GetChips();
     auto const largest = std::ranges::max(chips, {}, &Chip::FlashSize).FlashSize();
     if (size > std::numeric_limits<int32_t>::max()) {
-        findings.Fail(place,
-                      u"The firmware file's %1 bytes are more than MCUboot's serial "
-                      "recovery can count."_s.arg(size));
+        findings.Fail(
+            place,
+            u"The image has %1 bytes, more than MCUboot's serial recovery can count."_s.arg(size));
     } else if (static_cast<uint64_t>(size) > largest) {
-        findings.Warn(place,
-                      u"The firmware file's %1 bytes are more than the flash of any "
-                      "supported chip."_s.arg(size));
+        findings.Warn(
+            place,
+            u"The image has %1 bytes, more than the flash of any supported chip."_s.arg(size));
     }
 }
 
@@ -146,7 +146,7 @@ std::optional<qint64> CheckFile(Config const& config, Place const& place, QDir c
 {
     auto const path = GetFirmwarePath(resources, config.Settings());
     auto const name = Quote(resources.relativeFilePath(path));
-    auto const fault = TellFileFault(path);
+    auto const fault = DescribeFileFault(path);
     if (!fault.isEmpty()) {
         findings.Fail(place, u"The firmware file %1 %2."_s.arg(name, fault));
         return std::nullopt;
@@ -176,9 +176,9 @@ std::optional<qint64> CheckImage(Config const& config, QDir const& resources, Fi
 {
     auto const path = GetFirmwarePath(resources, config.Settings());
     if (path == resources.filePath(QString())) {
-        return std::nullopt;  // no file is named, which has been told
+        return std::nullopt;  // no file is named, which has been reported
     }
-    auto const place = config.PlaceOf(u"firmware_filename"_s);
+    auto const place = config.PlaceOf(config_keys::kFirmwareFilename);
     CheckLocation(place, resources, path, findings);
     auto const size = CheckFile(config, place, resources, findings);
     if (!size) {

@@ -1,7 +1,10 @@
 #include "bundle_check/ini_lines.h"
 
+#include <QRegularExpression>
 #include <algorithm>
 #include <utility>
+
+using namespace Qt::StringLiterals;
 
 namespace bundle_check {
 
@@ -19,7 +22,7 @@ bool IsSpace(char byte)
     return byte == ' ' || byte == '\t' || IsLineEnd(byte);
 }
 
-// Of the bytes from `begin` up to `end`; a pair of carriage return and line feed is one.
+// Counts from `begin` up to `end`; a pair of carriage return and line feed is one.
 int CountLineEnds(QByteArray const& bytes, qsizetype begin, qsizetype end)
 {
     int count = 0;
@@ -60,7 +63,7 @@ public:
         return line.end > line.begin;
     }
 
-    // Of a byte not before the last one that was asked for: the file is counted once.
+    // The line of a byte that is not before the last one asked for: the file is counted once.
     int LineOf(qsizetype position)
     {
         line_ += CountLineEnds(bytes_, counted_, position);
@@ -87,7 +90,7 @@ private:
         position_ = std::min(position_ + 1, bytes_.size());
     }
 
-    // To the last byte of what a backslash keeps from having a meaning of its own.
+    // Moves to the last byte of what a backslash deprives of its own meaning.
     void SkipEscaped()
     {
         ++position_;
@@ -122,6 +125,51 @@ private:
     int line_ = 1;
 };
 
+// The character that a "%" at `position` stands for, and how many bytes of the key it takes.
+struct PercentCode {
+    QChar character = u'%';
+    qsizetype length = 1;
+};
+
+PercentCode ReadPercentCode(QByteArray const& key, qsizetype position)
+{
+    bool const is_long = key.mid(position + 1, 1) == "U";
+    qsizetype const digits = is_long ? 4 : 2;
+    auto const begin = position + (is_long ? 2 : 1);
+    bool is_number = false;
+    auto const code = key.mid(begin, digits).toUShort(&is_number, 16);
+    bool const complete = begin + digits <= key.size();
+    return is_number && complete ? PercentCode{QChar(code), begin + digits - position}
+                                 : PercentCode{};
+}
+
+// Whether the quotation marks of an element enclose only a part of it.
+bool HasMixedQuotes(QByteArray const& value)
+{
+    bool in_quotes = false;
+    int pairs = 0;
+    bool text_outside = false;
+    for (qsizetype i = 0; i < value.size(); ++i) {
+        char const byte = value[i];
+        if (byte == ',' && !in_quotes) {
+            pairs = 0;
+            text_outside = false;
+            continue;
+        }
+        if (byte == '"') {
+            in_quotes = !in_quotes;
+            pairs += in_quotes ? 1 : 0;
+        } else {
+            text_outside = text_outside || (!in_quotes && !IsSpace(byte));
+            i += byte == '\\' ? 1 : 0;
+        }
+        if (pairs > 1 || (pairs == 1 && text_outside)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 std::optional<QString> GetSection(QByteArray const& line)
 {
     auto const closing = line.indexOf(']');
@@ -129,7 +177,7 @@ std::optional<QString> GetSection(QByteArray const& line)
     if (name.compare("general", Qt::CaseInsensitive) == 0) {
         return std::nullopt;
     }
-    // The way to a section that really has this name.
+    // QSettings writes a section that really has this name so.
     bool const is_escaped_general = name.compare("%general", Qt::CaseInsensitive) == 0;
     return is_escaped_general ? QString::fromUtf8(name.mid(1)) : DecodeIniKey(name);
 }
@@ -140,7 +188,7 @@ IniEntry ReadEntry(QByteArray const& text, qsizetype equals, LogicalLine const& 
     IniEntry entry;
     entry.key = DecodeIniKey(text.left(equals).trimmed());
     entry.value = value.trimmed();
-    entry.decoded = DecodeIniValue(value);
+    entry.mixed_quotes = HasMixedQuotes(entry.value);
     entry.semicolon = line.semicolon;
     entry.open_quotes = line.open_quotes;
     return entry;
@@ -170,6 +218,43 @@ IniLines ScanIni(QByteArray const& bytes)
         }
     }
     return lines;
+}
+
+QString DecodeIniKey(QByteArray const& key)
+{
+    QString decoded;
+    qsizetype copied = 0;
+    for (auto at = key.indexOf('%'); at >= 0; at = key.indexOf('%', copied)) {
+        auto const code = ReadPercentCode(key, at);
+        decoded += QString::fromUtf8(key.mid(copied, at - copied)).replace(u'\\', u'/');
+        decoded += code.character;
+        copied = at + code.length;
+    }
+    return decoded + QString::fromUtf8(key.mid(copied)).replace(u'\\', u'/');
+}
+
+bool MayBeForeignForm(QByteArray const& value)
+{
+    // QSettings drops quotation marks, and the spaces after a closing one.
+    static QRegularExpression const dropped(uR"("\s*)"_s);
+    // Not in the middle of a text, after a word and a space, and not after another "@", with which
+    // an ordinary text begins, unless a backslash takes that away.
+    static QRegularExpression const form(
+        uR"((?<![^\\,\s]\s)(?<![^\\]@)(?<!^@)@)"
+        uR"((?:ByteArray|DateTime|Invalid|Point|Rect|Size|String|Variant)\()"_s);
+    // In a name, an escape that does not stand for a known character may vanish, or spell a letter.
+    static QRegularExpression const hidden_name(uR"(@(?:[A-Za-z]|"\s*+)*+\\(?![abfnrtv"?'\\]))"_s);
+    // "@" is 40 in hexadecimal and 100 in octal; digits before those may be lost beyond 16 bits.
+    static QRegularExpression const hidden_at(
+        uR"((?<!\\)(?:\\\\)*+\\(?:x[0-9A-Fa-f]*40(?![0-9A-Fa-f])|[0-7]*100(?![0-7])))"_s);
+    auto const text = QString::fromLatin1(value);
+    // A search that was given up has found no match, and proves nothing.
+    auto const may_match = [](QRegularExpression const& pattern, QString const& in) {
+        auto const match = pattern.match(in);
+        return match.hasMatch() || !match.isValid();
+    };
+    return may_match(form, QString(text).remove(dropped)) || may_match(hidden_name, text) ||
+           may_match(hidden_at, text);
 }
 
 }  // namespace bundle_check

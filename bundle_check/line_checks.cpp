@@ -1,11 +1,10 @@
-#include "bundle_check/line_checks.h"
-
+// The lines of config.ini: keys, quotation marks, escapes.
 #include <QHash>
 #include <algorithm>
 #include <utility>
 #include <vector>
 
-#include "bundle_check/config_keys.h"
+#include "bundle_check/checks.h"
 
 using namespace Qt::StringLiterals;
 
@@ -18,8 +17,8 @@ Place PlaceOf(IniEntry const& entry)
     return {entry.key, entry.line};
 }
 
-// How many letters must be put in, taken out or changed to make one word of the other.
-int CountEdits(QString const& from, QString const& to)
+// How many letters must be inserted, removed or changed to turn one word into the other.
+int CountEdits(QString const& from, QLatin1StringView to)
 {
     std::vector<int> costs(static_cast<size_t>(to.size()) + 1);
     for (size_t j = 0; j < costs.size(); ++j) {
@@ -44,11 +43,10 @@ QString GuessKey(QString const& key)
     if (key.size() > kLongestGuess) {
         return {};
     }
-    auto const folded = key.toLower().replace(QLatin1Char('-'), QLatin1Char('_'));
-    for (auto const& rule : kKeyRules) {
-        auto const name = QString::fromLatin1(rule.name);
-        if (CountEdits(folded, name) <= kMostEdits) {
-            return name;
+    auto const folded = key.toLower().replace(u'-', u'_');
+    for (auto const* known : config_keys::kAll) {
+        if (CountEdits(folded, known->name) <= kMostEdits) {
+            return known->name;
         }
     }
     return {};
@@ -56,33 +54,31 @@ QString GuessKey(QString const& key)
 
 void CheckKey(IniEntry const& entry, Findings& findings)
 {
-    if (entry.key.startsWith(QLatin1Char('#'))) {
+    if (entry.key.startsWith(u'#')) {
         findings.Warn(PlaceOf(entry),
-                      u"%1 is read as a key: a comment begins with a semicolon, not with #."_s.arg(
+                      u"%1 is read as a key; begin a comment with a semicolon, not with '#'."_s.arg(
                           Quote(entry.key)));
         return;
     }
-    if (FindKeyRule(entry.key) != nullptr) {
+    if (config_keys::Find(entry.key) != nullptr) {
         return;
     }
     auto const guess = GuessKey(entry.key);
-    auto const hint =
-        guess.isEmpty() ? QString()
-        : guess.compare(entry.key, Qt::CaseInsensitive) == 0
-            ? u" Large and small letters make a difference: the key is %1."_s.arg(guess)
-            : u" Was %1 meant?"_s.arg(guess);
+    auto const hint = guess.isEmpty() ? QString()
+                      : guess.compare(entry.key, Qt::CaseInsensitive) == 0
+                          ? u" Keys are case-sensitive; did you mean %1?"_s.arg(guess)
+                          : u" Did you mean %1?"_s.arg(guess);
     findings.Warn(PlaceOf(entry),
-                  u"The key %1 is not one that the program knows, and is ignored.%2"_s.arg(
-                      Quote(entry.key), hint));
+                  u"%1 is not a known key and is ignored.%2"_s.arg(Quote(entry.key), hint));
 }
 
 void CheckSection(IniEntry const& entry, Findings& findings)
 {
-    if (entry.section && FindKeyRule(entry.key) != nullptr) {
+    if (entry.section && config_keys::Find(entry.key) != nullptr) {
         findings.Warn(PlaceOf(entry),
-                      u"The key stands in the section %1, where the program does not see it: it "
-                      "reads only keys above the first section or in [General]."_s.arg(
-                          Quote(QLatin1Char('[') + *entry.section + QLatin1Char(']'))));
+                      u"The key is in the section %1, where the program does not read it; move it "
+                      "above the first section or into [General]."_s.arg(
+                          Quote(u'[' + *entry.section + u']')));
     }
 }
 
@@ -90,12 +86,12 @@ void CheckQuotes(IniEntry const& entry, Findings& findings)
 {
     if (entry.open_quotes) {
         findings.Fail(PlaceOf(entry),
-                      u"A quotation mark is not closed: all that follows in the file, to line %1, "
-                      "belongs to this value."_s.arg(entry.last_line));
+                      u"The closing quotation mark is missing: the rest of the file, up to line "
+                      "%1, becomes part of this value."_s.arg(entry.last_line));
     } else if (entry.last_line > entry.line) {
         findings.Warn(PlaceOf(entry),
-                      u"The value goes on to line %1; is a closing quotation mark missing, or a "
-                      "backslash too many at the end of a line?"_s.arg(entry.last_line));
+                      u"The value continues to line %1; check for a missing quotation mark, or a "
+                      "stray backslash at the end of a line."_s.arg(entry.last_line));
     }
 }
 
@@ -116,47 +112,54 @@ void CheckEscapes(IniEntry const& entry, Findings& findings)
         if (!IsKnownEscape(entry.value, at)) {
             findings.Warn(
                 PlaceOf(entry),
-                u"%1 is no escape sequence, and both characters are dropped; a backslash "
-                "itself is written twice."_s.arg(Quote(QString::fromUtf8(entry.value.mid(at, 2)))));
+                u"%1 is not an escape sequence, and both characters are dropped; write '\\\\' for "
+                "a backslash."_s.arg(Quote(QString::fromUtf8(entry.value.mid(at, 2)))));
             return;
         }
     }
 }
 
-// Whether nothing can be missing behind the value: it is a number, a name, or all in quotation
+// Whether nothing can be missing after the value: it is a number, a name, or all in quotation
 // marks, so that a semicolon can only begin a comment.
 bool IsComplete(IniEntry const& entry, Form form)
 {
     bool const is_quoted = entry.value.size() > 1 && entry.value.startsWith('"') &&
-                           entry.value.endsWith('"') && !entry.decoded.mixed_quotes;
+                           entry.value.endsWith('"') && !entry.mixed_quotes;
     auto const word = entry.value.toLower();
-    bool const is_name = form == Form::TargetType && (word == "customer" || word == "service");
+    bool const is_name =
+        form == Form::TargetType && (word == kCustomerTarget || word == kServiceTarget);
     return is_quoted || is_name || form == Form::Address || form == Form::Decimal ||
            form == Form::Interface;
 }
 
 void CheckSemicolon(IniEntry const& entry, Findings& findings)
 {
-    auto const* rule = FindKeyRule(entry.key);
-    if (entry.semicolon && rule != nullptr && !IsComplete(entry, rule->form)) {
+    auto const* key = config_keys::Find(entry.key);
+    if (entry.semicolon && key != nullptr && !IsComplete(entry, key->form)) {
         findings.Warn(PlaceOf(entry),
-                      u"An unquoted semicolon ends the value: the program reads %1 and not the "
-                      "rest. Put the value in quotation marks, or the comment on a line of its "
-                      "own."_s.arg(Quote(QString::fromUtf8(entry.value))));
+                      u"An unquoted semicolon ends the value, so the program reads only %1; put "
+                      "the value in quotation marks, or the comment on its own line."_s.arg(
+                          Quote(QString::fromUtf8(entry.value))));
     }
 }
 
 void CheckDuplicates(IniLines const& lines, Findings& findings)
 {
     QHash<QString, int> first_lines;
+    QHash<QString, IniEntry const*> last_entries;
     for (auto const& entry : lines.entries) {
         auto const name = entry.FullName();
-        auto const first = first_lines.constFind(name);
-        if (first == first_lines.constEnd()) {
+        if (!first_lines.contains(name)) {
             first_lines[name] = entry.line;
-        } else {
+        }
+        last_entries[name] = &entry;
+    }
+    for (auto const& entry : lines.entries) {
+        auto const name = entry.FullName();
+        if (auto const first = first_lines[name];
+            last_entries[name] == &entry && first != entry.line) {
             findings.Warn(PlaceOf(entry),
-                          u"The key stood in line %1 already; the last one counts."_s.arg(*first));
+                          u"Duplicate key, first set on line %1; this value is used."_s.arg(first));
         }
     }
 }
@@ -175,7 +178,7 @@ void CheckLines(IniLines const& lines, Findings& findings)
     CheckDuplicates(lines, findings);
     for (auto const& stray : lines.strays) {
         findings.Warn({{}, stray.line},
-                      u"%1 has no \"=\" and is ignored; a comment begins with a semicolon."_s.arg(
+                      u"%1 has no '=' and is ignored; begin a comment with a semicolon."_s.arg(
                           Quote(stray.text)));
     }
 }
@@ -184,12 +187,12 @@ bool FindForeignForms(IniLines const& lines, Findings& findings)
 {
     bool found = false;
     for (auto const& entry : lines.entries) {
-        if (std::ranges::any_of(entry.decoded.elements, IsForeignForm)) {
+        if (MayBeForeignForm(entry.value)) {
             found = true;
             findings.Fail(PlaceOf(entry),
-                          u"The value, or an element of its list, has the form @NAME(...), a "
-                          "notation of QSettings' own; a text that only looks so begins with "
-                          "\"@@\". The values of this file were not looked at."_s);
+                          u"The value contains '@NAME(', QSettings' notation for values other than "
+                          "text, or an escape that may spell it; write '@@' for a visible '@'. No "
+                          "value of this file was checked."_s);
         }
     }
     return found;

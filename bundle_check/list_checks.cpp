@@ -1,9 +1,11 @@
-#include "bundle_check/list_checks.h"
-
+// The two lists of config.ini: which products are looked for, and which models are accepted.
 #include <QHash>
 #include <QRegularExpression>
 #include <QSet>
 #include <QStringList>
+
+#include "bundle_check/checks.h"
+#include "modules/stm32_updater/limits.h"
 
 using namespace Qt::StringLiterals;
 
@@ -11,22 +13,19 @@ namespace bundle_check {
 
 namespace {
 
-constexpr qsizetype kPieces = 3;
-// The ids of every STM32 in its USB bootloader, which the program always hands to dfu-util.
-constexpr uint32_t kDfuVendor = 0x0483;
-constexpr uint32_t kDfuProduct = 0xDF11;
+constexpr qsizetype kParts = 3;
+constexpr int kHexadecimal = 16;
 
-void CheckUsbId(Place const& place, QString const& entry, QString const& piece, QString const& name,
-                Findings& findings)
+void CheckUsbId(Place const& place, QString const& entry, QString const& id_text,
+                QString const& name, Findings& findings)
 {
-    constexpr int kHexadecimal = 16;
     constexpr uint32_t kLargest = 0xFFFF;
     bool is_number = false;
-    auto const id = piece.toUInt(&is_number, kHexadecimal);
+    auto const id = id_text.toUInt(&is_number, kHexadecimal);
     auto const read_as = QString::number(id & kLargest, kHexadecimal);
     if (!is_number) {
-        findings.Fail(place, u"In %1 the %2 %3 is no hexadecimal number, and is read as 0."_s.arg(
-                                 Quote(entry), name, Quote(piece)));
+        findings.Fail(place, u"In %1 the %2 %3 is not a hexadecimal number and is read as 0."_s.arg(
+                                 Quote(entry), name, Quote(id_text)));
     } else if (id > kLargest) {
         findings.Fail(place,
                       u"In %1 the %2 has more than four hexadecimal digits; the program "
@@ -39,27 +38,29 @@ void CheckUsbId(Place const& place, QString const& entry, QString const& piece, 
 // True when the entry names a product.
 bool CheckProduct(Place const& place, QString const& entry, Findings& findings)
 {
-    auto const pieces = entry.split(QLatin1Char(':'));
-    if (pieces.size() < kPieces) {
+    auto const parts = entry.split(u':');
+    if (parts.size() < kParts) {
         findings.Fail(place,
-                      u"%1 does not have the three pieces NAME:VENDOR:PRODUCT, and names no "
-                      "product."_s.arg(Quote(entry)));
+                      u"%1 does not have the three parts NAME:VENDOR:PRODUCT and is ignored."_s.arg(
+                          Quote(entry)));
         return false;
     }
-    if (pieces.size() > kPieces) {
+    if (parts.size() > kParts) {
         findings.Warn(place,
-                      u"%1 has more than the three pieces NAME:VENDOR:PRODUCT; what follows "
-                      "the third is ignored."_s.arg(Quote(entry)));
+                      u"%1 has more than the three parts NAME:VENDOR:PRODUCT; the rest is "
+                      "ignored."_s.arg(Quote(entry)));
     }
-    if (pieces[0].trimmed().isEmpty()) {
-        findings.Warn(place, u"In %1 the product has no name."_s.arg(Quote(entry)));
+    if (parts[0].trimmed().isEmpty()) {
+        findings.Warn(place,
+                      u"In %1 the product has no name; write one before the first colon."_s.arg(
+                          Quote(entry)));
     }
-    CheckUsbId(place, entry, pieces[1], u"vendor ID"_s, findings);
-    CheckUsbId(place, entry, pieces[2], u"product ID"_s, findings);
+    CheckUsbId(place, entry, parts[1], u"vendor ID"_s, findings);
+    CheckUsbId(place, entry, parts[2], u"product ID"_s, findings);
     return true;
 }
 
-// What the program's map makes of names and ids that stand twice.
+// What the program's map makes of names and ids that appear twice.
 void CheckRepeatedProducts(Config const& config, Place const& place, QStringList const& names,
                            Findings& findings)
 {
@@ -67,8 +68,8 @@ void CheckRepeatedProducts(Config const& config, Place const& place, QStringList
     for (auto const& name : names) {
         if (seen.contains(name)) {
             findings.Fail(place,
-                          u"The product name %1 stands twice; the program keeps only the "
-                          "last entry."_s.arg(Quote(name)));
+                          u"The product name %1 appears twice, and only its last entry is used; "
+                          "give each entry its own name."_s.arg(Quote(name)));
         }
         seen.insert(name);
     }
@@ -76,7 +77,7 @@ void CheckRepeatedProducts(Config const& config, Place const& place, QStringList
     QHash<uint32_t, QString> owners;
     for (auto product = products.cbegin(); product != products.cend(); ++product) {
         if (owners.contains(product.value())) {
-            findings.Warn(place, u"%1 and %2 have the same USB ids; one entry is enough."_s.arg(
+            findings.Warn(place, u"%1 and %2 have the same USB IDs; one entry is enough."_s.arg(
                                      Quote(owners[product.value()]), Quote(product.key())));
         }
         owners[product.value()] = product.key();
@@ -85,20 +86,22 @@ void CheckRepeatedProducts(Config const& config, Place const& place, QStringList
 
 void CheckDfuIds(Config const& config, Place const& place, Findings& findings)
 {
-    auto const products = ReadProducts(config.Settings()).values();
-    bool const has_dfu = products.contains(PackUsbIds(kDfuVendor, kDfuProduct));
+    auto const ids = QString::fromLatin1(stm32_updater::kDfuDevice);
+    auto const packed = PackUsbIds(ids.section(u':', 0, 0).toUInt(nullptr, kHexadecimal),
+                                   ids.section(u':', 1, 1).toUInt(nullptr, kHexadecimal));
+    bool const has_dfu = ReadProducts(config.Settings()).values().contains(packed);
     if (config.Type() == TargetUsb && !has_dfu) {
         findings.Fail(place,
-                      u"No product has the USB ids 0483:df11, and over USB the program "
-                      "addresses no other device."_s);
+                      u"No product has the USB IDs %1, the only ones that the program uses over "
+                      "USB; add an entry with them."_s.arg(ids));
     } else if (config.Type() != TargetUsb && has_dfu) {
         findings.Warn(place,
-                      u"The USB ids 0483:df11 belong to an STM32 in USB boot mode, which is "
-                      "no serial port: on this interface such a unit is never found."_s);
+                      u"The USB IDs %1 belong to an STM32 in USB boot mode, which has no serial "
+                      "port: such a unit is never found over this interface."_s.arg(ids));
     }
 }
 
-// The elements as the program tells them apart, to be looked at one by one.
+// The elements as the program separates them.
 QStringList GetDeviceIdTexts(QVariant const& value)
 {
     return value.typeId() == QMetaType::QString ? QStringList{value.toString()}
@@ -111,35 +114,36 @@ void CheckDeviceId(Place const& place, QString const& text, uint8_t read_as, Fin
     static QRegularExpression const decimal(u"^\\s*[+-]?[0-9]+\\s*$"_s);
     bool fits_int = false;
     auto const id = text.toInt(&fits_int);
+    auto const reading = u"The program reads %1."_s.arg(QString::number(read_as));
     if (!decimal.match(text).hasMatch()) {
         findings.Fail(place,
-                      u"The model identifier %1 is no decimal number, and is read as %2."_s.arg(
-                          Quote(text), QString::number(read_as)));
+                      u"%1 is not a decimal number; separate identifiers with commas. %2"_s.arg(
+                          Quote(text), reading));
     } else if (!fits_int || id < 0 || id > kLargest) {
-        findings.Fail(place,
-                      u"The model identifier %1 does not fit one byte, and is read as %2."_s.arg(
-                          Quote(text), QString::number(read_as)));
+        findings.Fail(place, u"%1 does not fit into one byte; identifiers are 0 to %2. %3"_s.arg(
+                                 Quote(text), QString::number(kLargest), reading));
     }
 }
 
 }  // namespace
 
-void CheckProducts(Config const& config, QString const& key, Findings& findings)
+void CheckProducts(Config const& config, Findings& findings)
 {
+    auto const& key = config_keys::kProductList;
     auto const place = config.PlaceOf(key);
-    auto const entries = config.Value(key).toStringList();
     QStringList names;
-    for (auto const& entry : entries) {
+    for (auto const& entry : config.Value(key).toStringList()) {
         if (CheckProduct(place, entry, findings)) {
-            names.append(entry.section(QLatin1Char(':'), 0, 0));
+            names.append(entry.section(u':', 0, 0));
         }
     }
     CheckRepeatedProducts(config, place, names, findings);
     CheckDfuIds(config, place, findings);
 }
 
-void CheckDeviceIds(Config const& config, QString const& key, Findings& findings)
+void CheckDeviceIds(Config const& config, Findings& findings)
 {
+    auto const& key = config_keys::kDeviceIdList;
     auto const place = config.PlaceOf(key);
     auto const texts = GetDeviceIdTexts(config.Value(key));
     auto const ids = ReadDeviceIds(config.Settings());
@@ -147,7 +151,7 @@ void CheckDeviceIds(Config const& config, QString const& key, Findings& findings
     for (qsizetype i = 0; i < ids.size() && i < texts.size(); ++i) {
         CheckDeviceId(place, texts[i], ids[i], findings);
         if (seen.contains(ids[i])) {
-            findings.Warn(place, u"The model identifier %1 stands twice."_s.arg(ids[i]));
+            findings.Warn(place, u"The model identifier %1 appears twice."_s.arg(ids[i]));
         }
         seen.insert(ids[i]);
     }

@@ -1,11 +1,11 @@
-// bundle_check PATH [--json]: says what is wrong with a bundle before a customer sees it.
+// bundle_check PATH [--json]: reports what is wrong with a bundle before a customer sees it.
 
-#include <QCoreApplication>
-#include <QStringList>
+#include <QCommandLineParser>
+#include <QGuiApplication>
 #include <cstdio>
 #include <exception>
 
-#include "bundle_check/report.h"
+#include "bundle_check/bundle_checker.h"
 
 using namespace Qt::StringLiterals;
 
@@ -13,12 +13,18 @@ namespace {
 
 constexpr int kUnusable = 2;
 
-constexpr char kUsage[] =
-    "usage: bundle_check PATH [--json]\n"
-    "PATH: the folder that holds Contents, an application bundle, or its Contents or\n"
-    "      Resources folder\n"
-    "--json: the findings in a form for build machines\n"
-    "Exits with 0 when the bundle is clean, 1 with warnings, 2 with errors.\n";
+constexpr char kDescription[] =
+    "Reports what is wrong with a bundle before a customer sees it.\n"
+    "Exits with 0 if the bundle is clean, 1 with warnings, 2 with errors.";
+
+// Qt's remarks on this computer and on damaged files have no place in the output; what is wrong
+// with the bundle is in the report.
+void PrintFatalOnly(QtMsgType type, QMessageLogContext const& /*context*/, QString const& text)
+{
+    if (type == QtFatalMsg) {
+        std::fprintf(stderr, "bundle_check: %s\n", text.toLocal8Bit().constData());
+    }
+}
 
 int Check(QString const& path, bool as_json)
 {
@@ -30,23 +36,40 @@ int Check(QString const& path, bool as_json)
     return complete ? bundle_check::GetExitStatus(report) : kUnusable;
 }
 
+int Run(QStringList const& arguments)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QString::fromLatin1(kDescription));
+    QCommandLineOption const help({u"h"_s, u"help"_s}, u"Print this text."_s);
+    QCommandLineOption const json(u"json"_s, u"Print the findings as JSON, for a build machine."_s);
+    parser.addOptions({help, json});
+    parser.addPositionalArgument(u"PATH"_s,
+                                 u"The folder that contains Contents, an application bundle, or "
+                                 "its Contents or Resources folder."_s);
+    bool const understood = parser.parse(arguments);
+    if (understood && parser.isSet(help)) {
+        std::fputs(parser.helpText().toLocal8Bit().constData(), stdout);
+        return 0;
+    }
+    auto const paths = parser.positionalArguments();
+    if (!understood || paths.size() != 1 || paths[0].isEmpty()) {
+        auto const fault = understood ? u"Give one PATH."_s : parser.errorText();
+        std::fputs((fault + u"\n\n"_s + parser.helpText()).toLocal8Bit().constData(), stderr);
+        return kUnusable;
+    }
+    return Check(paths[0], parser.isSet(json));
+}
+
 }  // namespace
 
 int main(int argc, char* argv[])
 {
-    QCoreApplication const application(argc, argv);
-    auto arguments = QCoreApplication::arguments().mid(1);
-    bool const as_json = arguments.removeAll(u"--json"_s) > 0;
-    if (arguments.size() == 1 && arguments[0] == u"--help"_s) {
-        std::fputs(kUsage, stdout);
-        return 0;
-    }
-    if (arguments.size() != 1 || arguments[0].isEmpty() || arguments[0].startsWith(u'-')) {
-        std::fputs(kUsage, stderr);
-        return kUnusable;
-    }
+    // Fonts are read as the window reads them; that needs no display.
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    qInstallMessageHandler(PrintFatalOnly);
+    QGuiApplication const application(argc, argv);
     try {
-        return Check(arguments[0], as_json);
+        return Run(QCoreApplication::arguments());
     } catch (std::exception const& exception) {
         std::fprintf(stderr, "bundle_check: %s\n", exception.what());
         return kUnusable;

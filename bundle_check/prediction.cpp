@@ -1,14 +1,17 @@
 #include "bundle_check/prediction.h"
 
 #include <algorithm>
+#include <chrono>
 
-#include "bundle_check/address_checks.h"
+#include "bundle_check/chips.h"
+#include "mcuboot/limits.h"
+#include "modules/stm32_updater/limits.h"
 
 namespace bundle_check {
 
 namespace {
 
-constexpr double kDoubleWordSeconds = 82e-6;  // DS12288, programming of 8 bytes
+using Seconds = std::chrono::duration<double>;
 
 // How many parts it takes, the last one being smaller.
 double Divide(uint64_t amount, uint64_t part)
@@ -17,20 +20,17 @@ double Divide(uint64_t amount, uint64_t part)
     return static_cast<double>(parts);
 }
 
-double ProgrammingSeconds(uint64_t bytes)
+double FlashSeconds(uint64_t bytes, uint64_t page_size)
 {
-    return Divide(bytes, 8) * kDoubleWordSeconds;
-}
-
-double EraseSeconds(uint64_t bytes, uint64_t page_size)
-{
-    return Divide(bytes, page_size) * kPageEraseSeconds;
+    return Divide(bytes, page_size) * kPageEraseSeconds +
+           Divide(bytes, kFlashUnit) * kFlashUnitSeconds;
 }
 
 double PredictSeconds(Config const& config, uint64_t bytes)
 {
     // The smallest pages take the longest to erase.
-    auto const page_size = std::ranges::min(GetChips(config), {}, [](Chip const& chip) {
+    auto const chips = GetChipsByOtp(config.Number(config_keys::kOtpAddress));
+    auto const page_size = std::ranges::min(chips, {}, [](Chip const& chip) {
                                return chip.flash.page_size;
                            }).flash.page_size;
     switch (config.Type()) {
@@ -48,27 +48,24 @@ double PredictSeconds(Config const& config, uint64_t bytes)
 
 double PredictUart(uint64_t bytes, uint64_t page_size)
 {
-    constexpr double kByteSeconds = 11.0 / 460800;
-    constexpr uint64_t kBlock = 256;
+    constexpr double kByteSeconds = 11.0 / stm32_updater::kBaudRate;
     // Sent: command 2, address 5, count 1, check value 1. Received: 3 acknowledgements.
     constexpr double kBlockOverhead = 12;
-    auto const sent = Divide(bytes, kBlock) * kBlockOverhead + static_cast<double>(bytes);
-    return EraseSeconds(bytes, page_size) + sent * kByteSeconds + ProgrammingSeconds(bytes);
+    auto const blocks = Divide(bytes, stm32_updater::kMaxBlock);
+    auto const sent = blocks * kBlockOverhead + static_cast<double>(bytes);
+    return FlashSeconds(bytes, page_size) + sent * kByteSeconds;
 }
 
 double PredictUsb(uint64_t bytes, uint64_t page_size)
 {
-    constexpr uint64_t kTransfer = 2048;
-    constexpr double kTransferSeconds = 0.005;
-    constexpr double kNoticeSeconds = 1;
-    return EraseSeconds(bytes, page_size) + Divide(bytes, kTransfer) * kTransferSeconds +
-           ProgrammingSeconds(bytes) + kNoticeSeconds;
+    return FlashSeconds(bytes, page_size) + Divide(bytes, kDfuTransferSize) * kDfuTransferSeconds +
+           Seconds(stm32_updater::kDfuPollInterval).count();
 }
 
 double PredictMcuboot(uint64_t bytes, uint64_t page_size, unsigned baud)
 {
-    constexpr uint64_t kChunk = 1483;
-    constexpr double kPauseSeconds = 0.016;  // 10 before, 3 behind a request, 3 behind its answer
+    // Before a request, after it, and after the end of its answer.
+    constexpr Seconds kPauses = mcuboot::kBeforeRequest + 2 * mcuboot::kPass;
     // Size 2, header 8, check value 2, map 23 ("data", "off", their lengths).
     constexpr double kChunkOverhead = 35;
     constexpr double kAnswerBytes = 60;
@@ -77,10 +74,10 @@ double PredictMcuboot(uint64_t bytes, uint64_t page_size, unsigned baud)
     if (baud == 0) {
         return 0;
     }
-    auto const chunks = Divide(bytes, kChunk);
+    auto const chunks = Divide(bytes, mcuboot::kChunkSize);
     auto const sent = (chunks * kChunkOverhead + static_cast<double>(bytes)) * kBase64;
-    return EraseSeconds(bytes, page_size) + chunks * kPauseSeconds +
-           (sent + chunks * kAnswerBytes) * kBitsPerByte / baud + ProgrammingSeconds(bytes);
+    return FlashSeconds(bytes, page_size) + chunks * kPauses.count() +
+           (sent + chunks * kAnswerBytes) * kBitsPerByte / baud;
 }
 
 QList<Prediction> Predict(Config const& config, uint64_t bytes)

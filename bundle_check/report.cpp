@@ -6,12 +6,25 @@
 #include <QStringList>
 #include <algorithm>
 #include <cmath>
+#include <iterator>
+#include <limits>
+#include <map>
+#include <numeric>
+
+#include "config/config_keys.h"
 
 using namespace Qt::StringLiterals;
 
 namespace bundle_check {
 
 namespace {
+
+constexpr qsizetype kMostKept = 200;
+
+int SortLine(Finding const& finding)
+{
+    return finding.place.line > 0 ? finding.place.line : std::numeric_limits<int>::max();
+}
 
 QString GetName(Severity severity)
 {
@@ -32,7 +45,7 @@ QString FormatFinding(Finding const& finding)
     auto const file = line > 0         ? u"config.ini:%1: "_s.arg(line)
                       : !key.isEmpty() ? u"config.ini: "_s
                                        : QString();
-    bool const names_key = FindKeyRule(key) != nullptr;
+    bool const names_key = config_keys::Find(key) != nullptr;
     return file + GetName(finding.severity) + u": "_s + (names_key ? key + u": "_s : QString()) +
            finding.text;
 }
@@ -42,7 +55,7 @@ QString Amount(int count, QString const& name)
     return u"%1 %2%3"_s.arg(count).arg(name, count == 1 ? QString() : u"s"_s);
 }
 
-QString SumUp(Report const& report)
+QString Summarise(Report const& report)
 {
     QStringList parts;
     for (auto const severity : {Severity::Error, Severity::Warning}) {
@@ -70,6 +83,67 @@ QJsonObject ToJson(Finding const& finding)
 
 }  // namespace
 
+void Findings::Note(Place const& place, QString const& text)
+{
+    Add(Severity::Note, place, text);
+}
+
+void Findings::Warn(Place const& place, QString const& text)
+{
+    Add(Severity::Warning, place, text);
+}
+
+void Findings::Fail(Place const& place, QString const& text)
+{
+    Add(Severity::Error, place, text);
+}
+
+QList<Finding> Findings::Sorted() const
+{
+    std::map<int, QList<Finding>> lines;
+    for (auto const& finding : kept_) {
+        lines[SortLine(finding)].append(finding);
+    }
+    QList<Finding> sorted;
+    for (auto const& [line, findings] : lines) {
+        sorted += findings;
+    }
+    return sorted;
+}
+
+int Findings::Count(Severity severity) const
+{
+    return counts_[static_cast<int>(severity)];
+}
+
+int Findings::Omitted() const
+{
+    return std::accumulate(std::begin(counts_), std::end(counts_), 0) -
+           static_cast<int>(kept_.size());
+}
+
+void Findings::Add(Severity severity, Place const& place, QString const& text)
+{
+    ++counts_[static_cast<int>(severity)];
+    if (kept_.size() < kMostKept) {
+        kept_.append({severity, place, text});
+    }
+}
+
+QString Quote(QString const& text)
+{
+    constexpr qsizetype kMostCharacters = 60;
+    auto quoted = text.left(kMostCharacters);
+    for (auto& character : quoted) {
+        // A surrogate may have lost its other half to the cut.
+        if (!character.isPrint() || character.isSurrogate()) {
+            character = QLatin1Char('?');
+        }
+    }
+    auto const more = text.size() > kMostCharacters ? u"..."_s : QString();
+    return u'\'' + quoted + more + u'\'';
+}
+
 int GetExitStatus(Report const& report)
 {
     if (report.findings.Count(Severity::Error) > 0) {
@@ -92,7 +166,7 @@ QString FormatText(Report const& report)
             Quote(prediction.product), report.interface_name,
             QString::number(RoundSeconds(prediction.seconds))));
     }
-    lines.append(SumUp(report));
+    lines.append(Summarise(report));
     return lines.join(QLatin1Char('\n')) + QLatin1Char('\n');
 }
 
@@ -110,7 +184,7 @@ QByteArray FormatJson(Report const& report)
     }
     QJsonObject const object{
         {u"status"_s, QString::fromLatin1(kStatus[GetExitStatus(report)])},
-        {u"interface"_s,
+        {QString(config_keys::kInterface.name),
          report.interface_name.isEmpty() ? QJsonValue() : QJsonValue(report.interface_name)},
         {u"findings"_s, findings},
         {u"omitted"_s, report.findings.Omitted()},

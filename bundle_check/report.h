@@ -1,22 +1,75 @@
-// A report as text for a person and as JSON for a build machine. Pure.
+// What bundle_check found in a bundle, and its two forms: text for a person, JSON for a build
+// machine. Pure.
 #pragma once
 
 #include <QByteArray>
+#include <QList>
 #include <QString>
 
-#include "bundle_check/bundle_checker.h"
-
 namespace bundle_check {
+
+// A note is worth knowing and leaves the bundle clean; a warning is suspicious; an error keeps the
+// updater from doing its work.
+enum class Severity { Note, Warning, Error };
+
+// A place in config.ini. Either part may be missing: not everything is in that file.
+struct Place {
+    QString key;
+    int line = 0;  // from 1; 0: none
+};
+
+struct Finding {
+    Severity severity;
+    Place place;
+    QString text;  // one sentence or more, without control characters
+};
+
+// Collects findings. It keeps as many as a person can read; the rest are counted, also for the
+// worst severity.
+class Findings {
+public:
+    void Note(Place const& place, QString const& text);
+    void Warn(Place const& place, QString const& text);
+    void Fail(Place const& place, QString const& text);
+    void Add(Severity severity, Place const& place, QString const& text);
+
+    // In the order of their lines; those without a line come last.
+    QList<Finding> Sorted() const;
+    // How many were found, kept or not.
+    int Count(Severity severity) const;
+    int Omitted() const;
+
+private:
+    QList<Finding> kept_;
+    int counts_[3] = {};
+};
+
+// `text` in single quotation marks, cut to what fits on a line, with everything unprintable
+// replaced: it comes from files that may hold anything, and goes to a terminal.
+QString Quote(QString const& text);
+
+// How long an update of one product takes.
+struct Prediction {
+    QString product;  // as in product_list
+    double seconds;   // from pressing the button to its end
+};
+
+struct Report {
+    Findings findings;
+    QList<Prediction> predictions;
+    QString interface_name;  // as in config.ini; empty when it was not read
+};
 
 // 0 clean (notes do not count), 1 warnings, 2 errors.
 int GetExitStatus(Report const& report);
 
 // One finding a line, "config.ini:LINE: WEIGHT: KEY: TEXT", then one prediction a product, then a
-// line that sums up.
+// summary.
 QString FormatText(Report const& report);
 
-// {"status", "interface", "findings": [{"severity", "key", "line", "text"}], "omitted",
-// "predictions": [{"product", "seconds"}]}. Key and line are null where there is none.
+// An object with the members status, interface, findings (each with severity, key, line and text),
+// omitted and predictions (each with product and seconds). Key and line are null where there is
+// none.
 QByteArray FormatJson(Report const& report);
 
 }  // namespace bundle_check

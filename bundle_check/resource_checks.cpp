@@ -1,12 +1,12 @@
-#include "bundle_check/resource_checks.h"
-
+// Background picture, fonts, and the serial driver's application.
 #include <QFileInfo>
+#include <QFontDatabase>
+#include <QRawFont>
 #include <QStringList>
 #include <algorithm>
 
-#include "bundle_check/bounded_file.h"
-#include "bundle_check/font_name.h"
-#include "bundle_check/link_check.h"
+#include "bundle_check/checks.h"
+#include "bundle_check/files.h"
 #include "config/bundle_paths.h"
 
 using namespace Qt::StringLiterals;
@@ -17,7 +17,7 @@ namespace {
 
 QStringList List(QDir const& directory, QString const& pattern)
 {
-    // Sorted, so that the same bundle always gives the same text.
+    // Sorted, so that the same bundle always gives the same report.
     return directory.entryList({pattern}, QDir::Files, QDir::Name);
 }
 
@@ -37,6 +37,25 @@ bool HasElfHead(QString const& path)
     return head && *head ==
                        "\x7F"
                        "ELF";
+}
+
+// The window asks Qt for a family and a style, so Qt is asked here what a file adds to a family.
+// The style is taken from the file itself: the family may be installed on this computer as well.
+struct AddedFont {
+    QStringList families;  // none: not a font
+    QString style;
+};
+
+AddedFont ReadFont(QByteArray const& bytes)
+{
+    constexpr qreal kAnySize = 12;
+    auto const id = QFontDatabase::addApplicationFontFromData(bytes);
+    if (id < 0) {
+        return {};
+    }
+    auto const families = QFontDatabase::applicationFontFamilies(id);
+    QFontDatabase::removeApplicationFont(id);
+    return {families, QRawFont(bytes, kAnySize).styleName()};
 }
 
 bool IsForMacos(QString const& application_dir)
@@ -59,44 +78,47 @@ void CheckPictures(QDir const& resources, Findings& findings)
 {
     auto const pictures = List(resources, u"*.png"_s);
     if (pictures.isEmpty()) {
-        findings.Warn({},
-                      u"There is no PNG file in the Resources folder: the window has no "
-                      "background picture."_s);
+        findings.Warn(
+            {},
+            u"There is no PNG file in the Resources folder, so the window has no background."_s);
     } else if (pictures.size() > 1) {
-        findings.Warn({},
-                      u"There are %1 PNG files in the Resources folder (%2); which of them "
-                      "becomes the background is left to chance."_s.arg(pictures.size())
-                          .arg(QuoteAll(pictures)));
+        findings.Warn(
+            {},
+            u"There are %1 PNG files in the Resources folder (%2), and any of them may become "
+            "the background; keep one."_s.arg(pictures.size())
+                .arg(QuoteAll(pictures)));
     }
     for (auto const& picture : pictures.mid(0, 1)) {
         CheckLink({}, resources, resources.filePath(picture), findings);
         auto const head = ReadHead(resources.filePath(picture), 8);
         if (!head || *head != "\x89PNG\r\n\x1A\n") {
-            findings.Warn({}, u"%1 is not a PNG picture."_s.arg(Quote(picture)));
+            findings.Warn({}, u"%1 is not a PNG file."_s.arg(Quote(picture)));
         }
     }
 }
 
 void CheckFonts(QDir const& resources, Findings& findings)
 {
-    constexpr qint64 kMostBytes = 16 * 1024 * 1024;
+    constexpr qint64 kMostBytes = 32 * 1024 * 1024;
     constexpr qsizetype kMostFonts = 50;
+    auto const family = QString::fromLatin1(kFontFamily);
     QStringList styles;
     for (auto const& file : List(resources, u"*.otf"_s).mid(0, kMostFonts)) {
-        CheckLink({}, resources, resources.filePath(file), findings);
-        auto const head = ReadHead(resources.filePath(file), kMostBytes);
-        auto const name = head ? ReadFontName(*head) : std::nullopt;
-        if (!name) {
+        auto const path = resources.filePath(file);
+        CheckLink({}, resources, path, findings);
+        auto const font = ReadFont(ReadHead(path, kMostBytes).value_or(QByteArray()));
+        if (font.families.isEmpty()) {
             findings.Warn({}, u"%1 is not a font."_s.arg(Quote(file)));
-        } else if (name->family == QLatin1String("Kelvane Sans")) {
-            styles.append(name->style);
+        } else if (font.families.contains(family)) {
+            styles.append(font.style);
         }
     }
-    for (auto const& style : {u"Regular"_s, u"Bold"_s}) {
+    for (auto const* name : {kRegularStyle, kBoldStyle}) {
+        auto const style = QString::fromLatin1(name);
         if (!styles.contains(style)) {
             findings.Warn({},
-                          u"No *.otf file in the Resources folder has the style %1 of the "
-                          "family \"Kelvane Sans\"; the window takes another font."_s.arg(style));
+                          u"No *.otf file in the Resources folder has the style %1 of the family "
+                          "%2, so the window uses another font."_s.arg(style, Quote(family)));
         }
     }
 }
@@ -105,7 +127,7 @@ void CheckDriver(QDir const& resources, QString const& application_dir, Findings
 {
     auto const path = GetDriverPaths({}, resources).bundled_executable;
     CheckLink({}, resources, path, findings);
-    auto fault = TellFileFault(path);
+    auto fault = DescribeFileFault(path);
     if (fault.isEmpty() && !QFileInfo(path).isExecutable()) {
         fault = u"is not executable"_s;
     }
@@ -113,16 +135,12 @@ void CheckDriver(QDir const& resources, QString const& application_dir, Findings
         return;
     }
     auto const text =
-        u"The serial driver's program %1 %2: on macOS the driver cannot be installed, and without "
-        "it the updater quits, whatever the interface."_s.arg(resources.relativeFilePath(path),
-                                                              fault);
-    if (IsForMacos(application_dir)) {
-        findings.Fail({}, text);
-    } else if (IsForLinux(application_dir)) {
-        findings.Note({}, text);
-    } else {
-        findings.Warn({}, text);
-    }
+        u"The serial driver's program %1 %2; on macOS the updater then cannot install the driver "
+        "and quits, whatever the interface."_s.arg(resources.relativeFilePath(path), fault);
+    findings.Add(IsForMacos(application_dir)   ? Severity::Error
+                 : IsForLinux(application_dir) ? Severity::Note
+                                               : Severity::Warning,
+                 {}, text);
 }
 
 }  // namespace bundle_check

@@ -1,9 +1,9 @@
-#include "bundle_check/value_checks.h"
-
+// The values of config.ini, each by the form of its key.
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
-#include "bundle_check/list_checks.h"
+#include "bundle_check/checks.h"
 
 using namespace Qt::StringLiterals;
 
@@ -11,8 +11,45 @@ namespace bundle_check {
 
 namespace {
 
-constexpr int kBaseByPrefix = 0;
-constexpr int kDecimal = 10;
+// The end of the sentence "The key is missing, so ...", for each key that is not optional.
+constexpr std::pair<Key const*, char16_t const*> kWhenMissing[] = {
+    {&config_keys::kFirmwareFilename, u"there is no firmware to write"},
+    {&config_keys::kProgrammingAddress, u"the firmware is written to address 0"},
+    {&config_keys::kStartAddress, u"the unit is started at address 0"},
+    {&config_keys::kBootModeAddress, u"the boot-mode marker is written to address 0"},
+    {&config_keys::kOtpAddress, u"the model identifier is read from address 0"},
+    {&config_keys::kOtpSize, u"no model identifier is read and every unit is refused"},
+    {&config_keys::kProductList, u"no unit is ever found"},
+    {&config_keys::kDeviceIdList, u"every unit is refused"},
+    {&config_keys::kFwTargetType, u"the firmware is neither for customers nor for service"},
+    {&config_keys::kProductText, u"the window shows no product name"},
+    {&config_keys::kFwVersion, u"the window shows no version number"},
+    {&config_keys::kInstructionsText, u"the window shows no instructions"},
+};
+
+constexpr char16_t const* FindWhenMissing(Key const& key)
+{
+    for (auto const& [known, text] : kWhenMissing) {
+        if (known == &key) {
+            return text;
+        }
+    }
+    return nullptr;
+}
+
+static_assert(std::ranges::all_of(config_keys::kAll, [](Key const* key) {
+    return (key->need == Need::Optional) == (FindWhenMissing(*key) == nullptr);
+}));
+
+QString DescribeMissing(Key const& key)
+{
+    return QString::fromUtf16(FindWhenMissing(key));
+}
+
+Severity GetSeverity(Key const& key)
+{
+    return key.need == Need::Required ? Severity::Error : Severity::Warning;
+}
 
 bool IsList(QVariant const& value)
 {
@@ -24,209 +61,165 @@ QString Join(QVariant const& value)
     return IsList(value) ? value.toStringList().join(u", "_s) : value.toString();
 }
 
-void CheckMissing(Config const& config, KeyRule const& rule, Findings& findings)
+void CheckMissing(Config const& config, Key const& key, Findings& findings)
 {
-    bool const unneeded =
-        rule.need == Need::Optional || (rule.for_model_check && config.IsService());
-    if (unneeded) {
-        return;
-    }
-    auto const text = u"The key is missing: %1."_s.arg(QString::fromLatin1(rule.when_missing));
-    Place const place{QString::fromLatin1(rule.name), 0};
-    if (rule.need == Need::Required) {
-        findings.Fail(place, text);
-    } else {
-        findings.Warn(place, text);
+    bool const is_skipped = key.for_model_check && config.IsService();
+    if (key.need != Need::Optional && !is_skipped) {
+        findings.Add(GetSeverity(key), {QString(key.name), 0},
+                     u"The key is missing, so %1."_s.arg(DescribeMissing(key)));
     }
 }
 
-// Why QSettings' text is no number of 32 bits, or an empty text if it is one.
-QString TellNumberFault(QVariant const& value, int base)
+// Why the value is not a number of 32 bits; an empty text if it is one.
+QString DescribeNumberFault(QVariant const& value, int base)
 {
-    if (IsList(value)) {
-        return u"the comma makes a list of it"_s;
-    }
     auto const text = value.toString();
-    if (text.isEmpty()) {
-        return u"it is empty"_s;
-    }
     bool is_number = false;
-    text.toUInt(&is_number, base);
-    if (is_number) {
-        return {};
-    }
     bool is_long_number = false;
+    bool is_in_another_base = false;
+    text.toUInt(&is_number, base);
     text.toULongLong(&is_long_number, base);
-    if (is_long_number) {
-        return u"it does not fit 32 bits"_s;
-    }
-    text.toUInt(&is_number, kBaseByPrefix);
-    return is_number ? u"here only decimal digits count"_s : u"it is no number"_s;
+    text.toUInt(&is_in_another_base, 0);
+    return IsList(value)        ? u"the comma turns it into a list"_s
+           : text.isEmpty()     ? u"it is empty"_s
+           : is_number          ? QString()
+           : is_long_number     ? u"it does not fit into 32 bits"_s
+           : is_in_another_base ? u"only decimal digits are allowed here"_s
+                                : u"it is not a number"_s;
 }
 
-// What the program itself makes of a key that it reads as a number.
-uint32_t ReadNumber(Config const& config, QString const& key)
-{
-    if (FindKeyRule(key)->transports == kMcuboot) {
-        return ReadMcubootConfig(config.Settings()).baud;
-    }
-    // The USB transport reads the same keys in the same way, only fewer of them.
-    auto const addresses = ReadUartConfig(config.Settings());
-    return key == QLatin1String("start_address")         ? addresses.start_address
-           : key == QLatin1String("programming_address") ? addresses.programming_address
-           : key == QLatin1String("boot_mode_address")   ? addresses.boot_mode_address
-           : key == QLatin1String("otp_address")         ? addresses.otp_address
-                                                         : addresses.otp_size;
-}
-
-void CheckNumber(Config const& config, QString const& key, int base, Findings& findings)
+// True when the value is a number.
+bool CheckNumber(Config const& config, Key const& key, Findings& findings)
 {
     auto const value = config.Value(key);
-    auto const fault = TellNumberFault(value, base);
+    auto const read_as = QString::number(config.Number(key));
+    auto const fault = DescribeNumberFault(value, Config::GetBase(key));
     if (!fault.isEmpty()) {
         findings.Fail(config.PlaceOf(key),
-                      u"The program reads %1 as %2, because %3."_s.arg(
-                          Quote(Join(value)), QString::number(ReadNumber(config, key)), fault));
-        return;
+                      u"The program reads %1 as %2: %3."_s.arg(Quote(Join(value)), read_as, fault));
+        return false;
     }
     auto const text = value.toString().trimmed();
     bool const looks_octal = text.size() > 1 && text[0] == u'0' && text[1].isDigit();
-    if (base == kBaseByPrefix && looks_octal) {
+    if (key.form == Form::Address && looks_octal) {
         findings.Warn(config.PlaceOf(key),
-                      u"The leading 0 makes %1 an octal number, which is %2."_s.arg(
-                          Quote(text), QString::number(ReadNumber(config, key))));
-    }
-}
-
-void CheckBaud(Config const& config, QString const& key, Findings& findings)
-{
-    static constexpr unsigned kUsual[] = {9600,   19200,  38400,   57600,   115200,  230400,
-                                          460800, 921600, 1000000, 1500000, 2000000, 3000000};
-    CheckNumber(config, key, kDecimal, findings);
-    auto const baud = ReadNumber(config, key);
-    if (TellNumberFault(config.Value(key), kDecimal).isEmpty() &&
-        std::ranges::find(kUsual, baud) == std::end(kUsual)) {
-        auto const text = u"%1 bits a second is not a usual speed of a serial line."_s.arg(baud);
-        if (baud == 0) {
-            findings.Fail(config.PlaceOf(key), text);
-        } else {
-            findings.Warn(config.PlaceOf(key), text);
-        }
-    }
-}
-
-void CheckDecimal(Config const& config, QString const& key, Findings& findings)
-{
-    if (FindKeyRule(key)->transports == kMcuboot) {
-        CheckBaud(config, key, findings);
-    } else {
-        CheckNumber(config, key, kDecimal, findings);
-    }
-}
-
-// False when the program sees no text at all.
-bool CheckText(Config const& config, KeyRule const& rule, Findings& findings)
-{
-    auto const key = QString::fromLatin1(rule.name);
-    auto const value = config.Value(key);
-    if (IsList(value)) {
-        findings.Fail(config.PlaceOf(key),
-                      u"The unquoted comma makes a list of %1, and the program reads an empty "
-                      "text. Put it in quotation marks."_s.arg(Quote(Join(value))));
-        return false;
-    }
-    if (value.toString().isEmpty() && rule.need != Need::Optional) {
-        auto const text = u"The value is empty: %1."_s.arg(QString::fromLatin1(rule.when_missing));
-        if (rule.need == Need::Required) {
-            findings.Fail(config.PlaceOf(key), text);
-        } else {
-            findings.Warn(config.PlaceOf(key), text);
-        }
-        return false;
-    }
-    if (value.toString().contains(QChar::ReplacementCharacter)) {
-        findings.Warn(config.PlaceOf(key),
-                      u"The text has bytes that are not UTF-8; the window shows %1."_s.arg(
-                          Quote(value.toString())));
-    }
-    if (auto const* entry = config.EntryOf(key); entry != nullptr && entry->decoded.mixed_quotes) {
-        findings.Warn(config.PlaceOf(key),
-                      u"Quotation marks inside a text are dropped, and the spaces behind them: the "
-                      "program reads %1. One that is to be seen is written \\\"."_s.arg(
-                          Quote(value.toString())));
+                      u"The leading 0 makes %1 an octal number, %2 in decimal; remove the 0, or "
+                      "write 0x for hexadecimal."_s.arg(Quote(text), read_as));
     }
     return true;
 }
 
-void CheckInterface(Config const& config, QString const& key, Findings& findings)
+void CheckBaud(Config const& config, Key const& key, Findings& findings)
 {
-    auto const text = Join(config.Value(key));
-    bool const is_known = !IsList(config.Value(key)) &&
-                          (config.Type() != TargetUart || text == QLatin1String("uart"));
-    if (is_known) {
-        return;
-    }
-    auto const meant = text.trimmed().toLower().replace(QLatin1Char('-'), QLatin1Char('_'));
-    bool const nearly = meant == QLatin1String("usb") || meant == QLatin1String("mcuboot_serial");
-    auto const advice =
-        u"%1 is none of the names that the program knows, and so means UART. The names are usb and "
-        "mcuboot_serial, in small letters; for UART leave the key out or write uart."_s.arg(
-            Quote(text));
-    if (nearly) {
-        findings.Fail(config.PlaceOf(key), advice);
-    } else {
-        findings.Warn(config.PlaceOf(key), advice);
+    static constexpr unsigned kUsual[] = {9600,   19200,  38400,   57600,   115200,  230400,
+                                          460800, 921600, 1000000, 1500000, 2000000, 3000000};
+    auto const baud = config.Number(key);
+    if (CheckNumber(config, key, findings) && std::ranges::find(kUsual, baud) == std::end(kUsual)) {
+        findings.Add(baud == 0 ? Severity::Error : Severity::Warning, config.PlaceOf(key),
+                     u"%1 bits per second is not a common speed of a serial line; use the one "
+                     "that the unit uses."_s.arg(baud));
     }
 }
 
-void CheckTargetType(Config const& config, KeyRule const& rule, Findings& findings)
+// False when the program sees no text at all.
+bool CheckText(Config const& config, Key const& key, Findings& findings)
 {
-    if (!CheckText(config, rule, findings)) {
+    auto const value = config.Value(key);
+    auto const text = value.toString();
+    auto const place = config.PlaceOf(key);
+    if (IsList(value)) {
+        findings.Fail(place,
+                      u"The unquoted comma turns %1 into a list, and the program reads an empty "
+                      "text; put the text in quotation marks."_s.arg(Quote(Join(value))));
+        return false;
+    }
+    if (text.isEmpty() && key.need != Need::Optional) {
+        findings.Add(GetSeverity(key), place,
+                     u"The value is empty, so %1."_s.arg(DescribeMissing(key)));
+        return false;
+    }
+    if (text.contains(QChar::ReplacementCharacter)) {
+        findings.Warn(place,
+                      u"The text contains bytes that are not UTF-8, and the window shows %1; save "
+                      "config.ini as UTF-8."_s.arg(Quote(text)));
+    }
+    if (auto const* entry = config.EntryOf(key); entry != nullptr && entry->mixed_quotes) {
+        findings.Warn(
+            place,
+            u"Quotation marks inside a text, and spaces after them, are dropped: the "
+            "program reads %1. Write \\\" for a visible quotation mark."_s.arg(Quote(text)));
+    }
+    return true;
+}
+
+void CheckInterface(Config const& config, Key const& key, Findings& findings)
+{
+    auto const value = config.Value(key);
+    auto const text = Join(value);
+    if (!IsList(value) && text == GetInterfaceName(config.Type())) {
         return;
     }
-    auto const place = config.PlaceOf(QString::fromLatin1(rule.name));
-    auto const& type = config.TargetType();
+    auto const usb = GetInterfaceName(TargetUsb);
+    auto const mcuboot = GetInterfaceName(TargetMcubootSerial);
+    auto const meant = text.trimmed().toLower().replace(u'-', u'_');
+    findings.Add(meant == usb || meant == mcuboot ? Severity::Error : Severity::Warning,
+                 config.PlaceOf(key),
+                 u"%1 is not a known interface, so the program uses UART; write %2, %3 or %4, in "
+                 "lower case."_s.arg(Quote(text), usb, mcuboot, GetInterfaceName(TargetUart)));
+}
+
+void CheckTargetType(Config const& config, Key const& key, Findings& findings)
+{
+    if (!CheckText(config, key, findings)) {
+        return;
+    }
+    auto const place = config.PlaceOf(key);
+    auto const type = config.TargetType();
     auto const folded = type.trimmed().toLower();
     if (config.IsService()) {
         findings.Warn(place,
-                      u"A service firmware: it is written to any unit that is found, whatever its "
-                      "model. Such a bundle must never reach a customer."_s);
-    } else if (folded == QLatin1String("service")) {
+                      u"Service firmware is written to any unit, whatever its model; never ship "
+                      "this bundle to a customer."_s);
+    } else if (folded == QLatin1StringView(kServiceTarget)) {
         findings.Warn(place,
-                      u"%1 is shown in the window, but only \"service\" in small letters "
-                      "leaves out the check of the unit's model."_s.arg(Quote(type)));
-    } else if (folded == QLatin1String("customer") && type.size() != folded.size()) {
+                      u"%1 appears in the window but does not skip the model check; only '%2', in "
+                      "lower case and without spaces, does."_s.arg(
+                          Quote(type), QLatin1StringView(kServiceTarget)));
+    } else if (folded == QLatin1StringView(kCustomerTarget) && type.size() != folded.size()) {
         findings.Warn(place,
-                      u"With a space around it %1 does not mean a customer's firmware, and "
-                      "the window shows the word."_s.arg(Quote(type)));
+                      u"%1 has spaces around it, so it appears in the window; remove them."_s.arg(
+                          Quote(type)));
     }
 }
 
-void CheckPresent(Config const& config, KeyRule const& rule, Findings& findings)
+void CheckPresent(Config const& config, Key const& key, Findings& findings)
 {
-    auto const key = QString::fromLatin1(rule.name);
-    switch (rule.form) {
+    switch (key.form) {
         case Form::Text:
         case Form::FileName:
-            CheckText(config, rule, findings);
+            CheckText(config, key, findings);
             break;
         case Form::TargetType:
-            CheckTargetType(config, rule, findings);
+            CheckTargetType(config, key, findings);
             break;
         case Form::Interface:
             CheckInterface(config, key, findings);
             break;
         case Form::Address:
-            CheckNumber(config, key, kBaseByPrefix, findings);
+            CheckNumber(config, key, findings);
             break;
         case Form::Decimal:
-            CheckDecimal(config, key, findings);
+            if (&key == &config_keys::kMcubootBaud) {
+                CheckBaud(config, key, findings);
+            } else {
+                CheckNumber(config, key, findings);
+            }
             break;
         case Form::Products:
-            CheckProducts(config, key, findings);
+            CheckProducts(config, findings);
             break;
         case Form::DeviceIds:
-            CheckDeviceIds(config, key, findings);
+            CheckDeviceIds(config, findings);
             break;
     }
 }
@@ -235,17 +228,15 @@ void CheckPresent(Config const& config, KeyRule const& rule, Findings& findings)
 
 void CheckValues(Config const& config, Findings& findings)
 {
-    for (auto const& rule : kKeyRules) {
-        auto const key = QString::fromLatin1(rule.name);
-        if (!config.Reads(rule)) {
-            if (config.Has(key)) {
-                findings.Note(config.PlaceOf(key),
-                              u"The chosen interface does not use this key."_s);
+    for (auto const* key : config_keys::kAll) {
+        if (!config.Has(*key)) {
+            if (key->IsReadOver(config.Type())) {
+                CheckMissing(config, *key, findings);
             }
-        } else if (config.Has(key)) {
-            CheckPresent(config, rule, findings);
+        } else if (key->IsReadOver(config.Type())) {
+            CheckPresent(config, *key, findings);
         } else {
-            CheckMissing(config, rule, findings);
+            findings.Note(config.PlaceOf(*key), u"The chosen interface does not use this key."_s);
         }
     }
 }

@@ -1,5 +1,7 @@
 #include "config/bundle_paths.h"
 
+#include "config/config_keys.h"
+
 BundlePaths GetBundlePaths(QString const& application_dir)
 {
     return {application_dir + QStringLiteral("/../Resources"),
@@ -13,7 +15,7 @@ QString GetConfigPath(QDir const& resources)
 
 QString GetFirmwarePath(QDir const& resources, QSettings const& settings)
 {
-    return resources.filePath(settings.value("firmware_filename").toString());
+    return resources.filePath(settings.value(config_keys::kFirmwareFilename.name).toString());
 }
 
 DriverPaths GetDriverPaths(QString const& applications_dir, QDir const& resources)

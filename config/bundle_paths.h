@@ -1,18 +1,25 @@
-// Where the bundle keeps its things: all paths follow from the directory that holds the executable.
+// Where the bundle keeps its files: all paths follow from the directory that holds the executable.
 #pragma once
 
 #include <QDir>
 #include <QSettings>
 #include <QString>
 
+// The family of the window's fonts, and its two styles. They come from the *.otf files in the
+// resource directory, by the names inside the files.
+inline constexpr char kFontFamily[] = "Kelvane Sans";
+inline constexpr char kRegularStyle[] = "Regular";
+inline constexpr char kBoldStyle[] = "Bold";
+
 struct BundlePaths {
     QString resources;
     QString dfu_util;
 };
 
+// The two directories as they are written, not tidied; neither need exist.
 BundlePaths GetBundlePaths(QString const& application_dir);
 QString GetConfigPath(QDir const& resources);
-// The resource directory itself when no file is named; an absolute name is used as it stands.
+// The resource directory itself when no file is named. An absolute name is used unchanged.
 QString GetFirmwarePath(QDir const& resources, QSettings const& settings);
 
 // The driver is an application; its executable takes "install" and "uninstall".

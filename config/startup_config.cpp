@@ -1,13 +1,12 @@
 #include "config/startup_config.h"
 
+#include <QVariant>
+
 namespace {
 
-constexpr auto kDefaultWindowTitle = "Kelvane firmware updater";
-constexpr unsigned kDefaultMcubootBaud = 921600;
-
-QString ReadText(QSettings const& settings, QAnyStringView key)
+QString ReadText(QSettings const& settings, config_keys::Key const& key)
 {
-    return settings.value(key).toString();
+    return settings.value(key.name).toString();
 }
 
 uint8_t ToDeviceId(QVariant const& value)
@@ -19,12 +18,11 @@ uint8_t ToDeviceId(QVariant const& value)
 
 targetInterfaceType ReadInterfaceType(QSettings const& settings)
 {
-    auto const interface = ReadText(settings, "interface");
-    if (interface == QLatin1String("usb")) {
-        return TargetUsb;
-    }
-    if (interface == QLatin1String("mcuboot_serial")) {
-        return TargetMcubootSerial;
+    auto const interface = ReadText(settings, config_keys::kInterface);
+    for (auto const type : {TargetUsb, TargetMcubootSerial}) {
+        if (interface == GetInterfaceName(type)) {
+            return type;
+        }
     }
     return TargetUart;
 }
@@ -32,37 +30,52 @@ targetInterfaceType ReadInterfaceType(QSettings const& settings)
 UsbConfig ReadUsbConfig(QSettings const& settings)
 {
     return {
-        .programming_address = ParseAddress(settings.value("programming_address")),
-        .otp_address = ParseAddress(settings.value("otp_address")),
-        .otp_size = settings.value("otp_size").toUInt(),
-        .fw_target_type = ReadText(settings, "fw_target_type"),
+        .programming_address = ReadNumber(settings, config_keys::kProgrammingAddress),
+        .otp_address = ReadNumber(settings, config_keys::kOtpAddress),
+        .otp_size = ReadNumber(settings, config_keys::kOtpSize),
+        .fw_target_type = ReadText(settings, config_keys::kFwTargetType),
     };
 }
 
 UartConfig ReadUartConfig(QSettings const& settings)
 {
-    return {ReadUsbConfig(settings), ParseAddress(settings.value("start_address")),
-            ParseAddress(settings.value("boot_mode_address"))};
+    return {
+        .start_address = ReadNumber(settings, config_keys::kStartAddress),
+        .programming_address = ReadNumber(settings, config_keys::kProgrammingAddress),
+        .otp_address = ReadNumber(settings, config_keys::kOtpAddress),
+        .otp_size = ReadNumber(settings, config_keys::kOtpSize),
+        .boot_mode_address = ReadNumber(settings, config_keys::kBootModeAddress),
+        .fw_target_type = ReadText(settings, config_keys::kFwTargetType),
+    };
 }
 
 McubootConfig ReadMcubootConfig(QSettings const& settings)
 {
+    auto const& baud = config_keys::kMcubootBaud;
     return {
-        .baud = settings.value("mcuboot_baud", kDefaultMcubootBaud).toUInt(),
-        .fw_target_type = ReadText(settings, "fw_target_type"),
+        .baud = settings.contains(baud.name) ? ReadNumber(settings, baud) : kDefaultMcubootBaud,
+        .fw_target_type = ReadText(settings, config_keys::kFwTargetType),
     };
 }
 
 WindowTexts ReadWindowTexts(QSettings const& settings)
 {
-    auto const title = ReadText(settings, "window_title");
+    auto const title = ReadText(settings, config_keys::kWindowTitle);
     return {
         .window_title = title.isEmpty() ? QString::fromUtf8(kDefaultWindowTitle) : title,
-        .instructions = ReadText(settings, "instructions_text"),
-        .product = ReadText(settings, "product_text"),
-        .fw_version = ReadText(settings, "fw_version"),
-        .fw_target_type = ReadText(settings, "fw_target_type"),
+        .instructions = ReadText(settings, config_keys::kInstructionsText),
+        .product = ReadText(settings, config_keys::kProductText),
+        .fw_version = ReadText(settings, config_keys::kFwVersion),
+        .fw_target_type = ReadText(settings, config_keys::kFwTargetType),
     };
+}
+
+uint32_t ReadNumber(QSettings const& settings, config_keys::Key const& key)
+{
+    constexpr int kBaseByPrefix = 0;
+    auto const value = settings.value(key.name);
+    return key.form == config_keys::Form::Address ? value.toString().toUInt(nullptr, kBaseByPrefix)
+                                                  : value.toUInt();
 }
 
 QStringList DescribeConfiguration(QSettings const& settings)
@@ -80,7 +93,7 @@ QMap<QString, uint32_t> ReadProducts(QSettings const& settings)
     constexpr qsizetype kPieces = 3;
     constexpr int kHexadecimal = 16;
     QMap<QString, uint32_t> products;
-    for (auto const& entry : settings.value("product_list").toStringList()) {
+    for (auto const& entry : settings.value(config_keys::kProductList.name).toStringList()) {
         auto const pieces = entry.split(QLatin1Char(':'));
         if (pieces.size() < kPieces) {
             continue;
@@ -93,7 +106,7 @@ QMap<QString, uint32_t> ReadProducts(QSettings const& settings)
 
 QList<uint8_t> ReadDeviceIds(QSettings const& settings)
 {
-    auto const value = settings.value("device_id_list");
+    auto const value = settings.value(config_keys::kDeviceIdList.name);
     // A line without a comma is read as one text, also when it is empty; with commas as a list.
     if (value.typeId() == QMetaType::QString) {
         return {ToDeviceId(value)};
@@ -108,10 +121,4 @@ QList<uint8_t> ReadDeviceIds(QSettings const& settings)
 uint32_t PackUsbIds(uint32_t vendor_id, uint32_t product_id)
 {
     return (product_id << 16) | (vendor_id & 0xFFFF);
-}
-
-uint32_t ParseAddress(QVariant const& value)
-{
-    constexpr int kBaseByPrefix = 0;
-    return value.toString().toUInt(nullptr, kBaseByPrefix);
 }

@@ -1,6 +1,6 @@
-// What config.ini says, as values: every key that the program reads is read here and nowhere else.
-// Pure functions over QSettings; nothing is validated, a missing or malformed value becomes 0 or
-// empty.
+// What config.ini says, as values: every key that the program reads is read here, but for the
+// firmware's file name (bundle_paths.h). Pure functions over QSettings. Nothing is validated: a
+// missing or malformed value becomes 0 or empty.
 #pragma once
 
 #include <QList>
@@ -8,15 +8,18 @@
 #include <QSettings>
 #include <QString>
 #include <QStringList>
-#include <QVariant>
 #include <cstdint>
 
-// The transport, chosen by the key "interface" once and for the whole run.
-enum targetInterfaceType : uint32_t {
-    TargetUart = 1,
-    TargetUsb = 2,
-    TargetMcubootSerial = 3,
-};
+#include "config/config_keys.h"
+
+// Bits per second, where mcuboot_baud is missing.
+inline constexpr uint32_t kDefaultMcubootBaud = 921600;
+
+// Where window_title is missing or empty.
+inline constexpr char kDefaultWindowTitle[] = "Kelvane firmware updater";
+
+// The fw_target_type of firmware for customers, of which the window shows nothing. In any case.
+inline constexpr char kCustomerTarget[] = "customer";
 
 struct UsbConfig {
     uint32_t programming_address;
@@ -25,10 +28,15 @@ struct UsbConfig {
     QString fw_target_type;
 };
 
-// The same chip's other bootloader does not start the new firmware by itself.
-struct UartConfig : UsbConfig {
+// The UART bootloader does not start the new firmware by itself, so it also needs start_address and
+// boot_mode_address.
+struct UartConfig {
     uint32_t start_address;
+    uint32_t programming_address;
+    uint32_t otp_address;
+    uint32_t otp_size;  // bytes
     uint32_t boot_mode_address;
+    QString fw_target_type;
 };
 
 struct McubootConfig {
@@ -51,6 +59,11 @@ UartConfig ReadUartConfig(QSettings const& settings);
 McubootConfig ReadMcubootConfig(QSettings const& settings);
 WindowTexts ReadWindowTexts(QSettings const& settings);
 
+// One number by the form of its key. Form::Address: 32 bits, decimal, or by its prefix hexadecimal
+// (0x), binary (0b) or octal (0); 0 when it does not parse or does not fit. Form::Decimal: decimal
+// digits only, by QVariant's conversion; 0 when it does not parse.
+uint32_t ReadNumber(QSettings const& settings, config_keys::Key const& key);
+
 // The file's name and a line "key = value" for each key that it has, known or not, for the log.
 QStringList DescribeConfiguration(QSettings const& settings);
 
@@ -63,7 +76,3 @@ QList<uint8_t> ReadDeviceIds(QSettings const& settings);
 
 // The vendor id in the low 16 bits, the product id in the high 16 bits.
 uint32_t PackUsbIds(uint32_t vendor_id, uint32_t product_id);
-
-// A 32-bit number, decimal, or by its prefix hexadecimal (0x), binary (0b) or octal (0); 0 when it
-// does not parse or does not fit.
-uint32_t ParseAddress(QVariant const& value);

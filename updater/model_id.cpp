@@ -14,13 +14,8 @@ bool checkModelIdInOtp(std::vector<std::byte> const& otp, QList<uint8_t> const& 
     if (otp.empty()) {
         return false;
     }
-    otp::OtpHandler<16, 32> const handler(
+    otp::OtpHandler<kOtpRecordSize, kOtpRecords> const handler(
         otp, [](auto /*record*/, unsigned char /*index*/) { return otp::kWritten; });
     auto const record = handler.FindRecord(kModelIdTag);
     return record && device_ids.contains(std::to_integer<uint8_t>((*record)[kModelIdOffset]));
-}
-
-bool SkipsModelCheck(QString const& fw_target_type)
-{
-    return fw_target_type == QLatin1String("service");
 }

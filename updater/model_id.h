@@ -7,10 +7,20 @@
 #include <cstdint>
 #include <vector>
 
-// True when the first model-ID record of `otp` has an identifier that is in the list. False for an
-// empty area, for one without such a record and for an empty list. Of data that is shorter than the
-// whole area (512 bytes), the records that lie wholly inside count.
+// The OTP area: this many records of this many bytes, one after the other.
+inline constexpr size_t kOtpRecords = 32;
+inline constexpr size_t kOtpRecordSize = 16;
+
+// The fw_target_type of firmware for the vendor's own service, compared exactly.
+inline constexpr char kServiceTarget[] = "service";
+
+// True when the first model-ID record of `otp` holds an identifier of the list. False for an empty
+// area, for one without such a record and for an empty list. Of data that is shorter than the whole
+// area (512 bytes), the records that lie wholly inside count.
 bool checkModelIdInOtp(std::vector<std::byte> const& otp, QList<uint8_t> const& device_ids);
 
-// True for firmware for the vendor's own service, which every model accepts. Compares exactly.
-bool SkipsModelCheck(QString const& fw_target_type);
+// Service firmware may be written to every model.
+inline bool SkipsModelCheck(QString const& fw_target_type)
+{
+    return fw_target_type == QLatin1StringView(kServiceTarget);
+}

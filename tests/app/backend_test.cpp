@@ -7,7 +7,7 @@
 #include <QSerialPort>
 
 #include "simulator/simulated_unit.h"
-#include "tests/app/ini_file.h"
+#include "tests/config/ini_file.h"
 #include "tests/support/collected_log.h"
 #include "updater/mcuboot_serial_updater.h"
 #include "updater/uart_firmware_updater.h"
@@ -42,35 +42,25 @@ Backend BackendFor(QByteArray const& ini_text)
     return MakeBackend(ini.Settings(), u"/images/fw.bin"_s, u"/tools/dfu-util"_s);
 }
 
+template <typename Updater>
+void ExpectBackend(char const* ini_text, targetInterfaceType type)
+{
+    auto const backend = BackendFor(ini_text);
+
+    EXPECT_EQ(backend.type, type) << ini_text;
+    ASSERT_NE(dynamic_cast<Updater*>(backend.updater.get()), nullptr) << ini_text;
+    EXPECT_EQ(backend.updater->parent(), nullptr) << ini_text;
+}
+
 }  // namespace
 
 TEST(MakeBackend, GivesTheUartBackendUnlessAnotherIsNamed)
 {
     for (auto const* text : {"", "interface=uart\n", "interface=USB\n"}) {
-        auto const backend = BackendFor(text);
-
-        EXPECT_EQ(backend.type, TargetUart) << text;
-        ASSERT_NE(dynamic_cast<UartFirmwareUpdater*>(backend.updater.get()), nullptr) << text;
-        EXPECT_EQ(backend.updater->parent(), nullptr) << text;
+        ExpectBackend<UartFirmwareUpdater>(text, TargetUart);
     }
-}
-
-TEST(MakeBackend, GivesTheUsbBackendWithoutAParent)
-{
-    auto const backend = BackendFor("interface=usb\n");
-
-    EXPECT_EQ(backend.type, TargetUsb);
-    ASSERT_NE(dynamic_cast<UsbFirmwareUpdater*>(backend.updater.get()), nullptr);
-    EXPECT_EQ(backend.updater->parent(), nullptr);
-}
-
-TEST(MakeBackend, GivesTheMcubootBackendWithoutAParent)
-{
-    auto const backend = BackendFor("interface=mcuboot_serial\n");
-
-    EXPECT_EQ(backend.type, TargetMcubootSerial);
-    ASSERT_NE(dynamic_cast<McubootSerialUpdater*>(backend.updater.get()), nullptr);
-    EXPECT_EQ(backend.updater->parent(), nullptr);
+    ExpectBackend<UsbFirmwareUpdater>("interface=usb\n", TargetUsb);
+    ExpectBackend<McubootSerialUpdater>("interface=mcuboot_serial\n", TargetMcubootSerial);
 }
 
 TEST(MakeBackend, GivesTheMcubootBackendItsBaudRate)
@@ -89,7 +79,7 @@ TEST(MakeBackend, GivesTheMcubootBackendItsBaudRate)
     }
 }
 
-TEST(MakeBackend, GivesAMcubootBackendThatKeepsItsDevelopersLinesToItself)
+TEST(MakeBackend, GivesAMcubootBackendThatLogsNothingForDevelopers)
 {
     RecoveryUnit unit;
     unit.SpoilsOneAnswer();

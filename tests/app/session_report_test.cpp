@@ -1,3 +1,4 @@
+// The first lines of a run in the log.
 #include "app/session_report.h"
 
 #include <gmock/gmock.h>
@@ -24,38 +25,41 @@ protected:
         return lines;
     }
 
+    void WriteImage(QByteArray const& content)
+    {
+        QFile image(image_);
+        ASSERT_TRUE(image.open(QIODevice::WriteOnly));
+        ASSERT_EQ(image.write(content), content.size());
+    }
+
     QTemporaryDir directory_;
     QString image_ = directory_.filePath(QStringLiteral("image.bin"));
 };
 
-TEST_F(SessionReport, TellsVersionsConfigurationAndImage)
+TEST_F(SessionReport, HasVersionsConfigurationAndImage)
 {
     EXPECT_THAT(Describe(), ElementsAre(StartsWith("---- start of version "), StartsWith("Qt 6."),
                                         "configuration: config.ini", "    interface = usb",
                                         StartsWith("image: ")));
 }
 
-TEST_F(SessionReport, TellsSizeAndDigestOfTheImage)
+TEST_F(SessionReport, HasSizeAndDigestOfTheImage)
 {
-    QFile image(image_);
-    ASSERT_TRUE(image.open(QIODevice::WriteOnly));
-    image.write("abc");
-    image.close();
+    WriteImage("abc");
     EXPECT_THAT(Describe(),
                 Contains("image: " + image_.toStdString() +
                          ", 3 bytes, SHA-256 "
                          "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"));
 }
 
-TEST_F(SessionReport, TellsOnlyTheSizeOfAnImageThatIsTooLargeToRead)
+TEST_F(SessionReport, HasOnlyTheSizeOfAnImageThatIsTooLargeToRead)
 {
-    QFile image(image_);
-    ASSERT_TRUE(image.open(QIODevice::WriteOnly));
-    ASSERT_TRUE(image.resize(qint64{1} << 30));
+    WriteImage({});
+    ASSERT_TRUE(QFile::resize(image_, qint64{1} << 30));
     EXPECT_THAT(Describe(), Contains("image: " + image_.toStdString() + ", 1073741824 bytes"));
 }
 
-TEST_F(SessionReport, TellsWhenThereIsNoImage)
+TEST_F(SessionReport, SaysWhenThereIsNoImage)
 {
     EXPECT_THAT(Describe(), Contains("image: " + image_.toStdString() + ", not there"));
 }

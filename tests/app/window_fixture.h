@@ -15,8 +15,8 @@
 
 #include "app/main_window.h"
 #include "tests/app/driver_stand_ins.h"
-#include "tests/app/ini_file.h"
 #include "tests/app/recording_backend.h"
+#include "tests/config/ini_file.h"
 
 class WindowTest : public testing::Test {
 protected:

@@ -5,21 +5,17 @@
 #include <QFileInfo>
 #include <algorithm>
 
-#include "bundle_check/report.h"
+#include "bundle_check/bundle_checker.h"
+#include "config/config_keys.h"
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-QByteArray Big16(qsizetype number)
-{
-    return QByteArray().append(static_cast<char>(number >> 8)).append(static_cast<char>(number));
-}
-
-testing::AssertionResult Tell(bool holds, QStringList const& findings)
+testing::AssertionResult Describe(bool holds, QStringList const& findings)
 {
     auto result = holds ? testing::AssertionSuccess() : testing::AssertionFailure();
-    return result << "the report says:\n" << findings.join(u'\n').toStdString();
+    return result << "the findings are:\n" << findings.join(u'\n').toStdString();
 }
 
 }  // namespace
@@ -43,8 +39,9 @@ BundleFolder::BundleFolder()
     WriteConfig();
     Write(u"Resources/firmware.bin"_s, QByteArray(1024, '\xFF'));
     Write(u"Resources/background.png"_s, "\x89PNG\r\n\x1A\n");
-    Write(u"Resources/Sans-Regular.otf"_s, MakeFont("Kelvane Sans", "Regular"));
-    Write(u"Resources/Sans-Bold.otf"_s, MakeFont("Kelvane Sans", "Bold"));
+    for (auto const& style : {u"Regular"_s, u"Bold"_s}) {
+        Write(u"Resources/Sans-%1.otf"_s.arg(style), ReadDemonstrationFont(style));
+    }
     Write(u"Resources/CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver"_s, "driver", true);
 }
 
@@ -75,6 +72,12 @@ void BundleFolder::Set(QByteArray const& key, QByteArray const& value)
         line->second = value;
     }
     WriteConfig();
+}
+
+qsizetype BundleFolder::LineOf(QByteArray const& key) const
+{
+    auto const line = std::ranges::find(lines_, key, &std::pair<QByteArray, QByteArray>::first);
+    return line - lines_.begin() + 1;
 }
 
 void BundleFolder::Remove(QByteArray const& key)
@@ -125,7 +128,7 @@ QStringList GetFindings(QString const& path)
 {
     auto const report = bundle_check::CheckBundle(path);
     auto lines = bundle_check::FormatText(report).trimmed().split(u'\n');
-    // The predictions and the sum.
+    // Without the predictions and the summary.
     return lines.mid(0, lines.size() - report.predictions.size() - 1);
 }
 
@@ -135,38 +138,47 @@ testing::AssertionResult Finds(BundleFolder const& bundle, char const* beginning
     auto const begins = [&](QString const& line) {
         return line.startsWith(QString::fromUtf8(beginning));
     };
-    return Tell(std::ranges::any_of(findings, begins), findings);
+    return Describe(std::ranges::any_of(findings, begins), findings);
 }
 
 testing::AssertionResult FindsOnly(BundleFolder const& bundle, char const* beginning)
 {
     auto const findings = GetFindings(bundle.Root());
-    return Tell(findings.size() == 1 && findings.first().startsWith(QString::fromUtf8(beginning)),
-                findings);
+    return Describe(
+        findings.size() == 1 && findings.first().startsWith(QString::fromUtf8(beginning)),
+        findings);
 }
 
 testing::AssertionResult FindsNothing(BundleFolder const& bundle)
 {
     auto const findings = GetFindings(bundle.Root());
-    return Tell(findings.isEmpty(), findings);
+    return Describe(findings.isEmpty(), findings);
 }
 
-QByteArray MakeFont(QList<FontRecord> const& records)
+void ExpectFindings(QByteArray const& table, void (BundleFolder::*use)())
 {
-    QByteArray head = Big16(0) + Big16(records.size()) + Big16(6 + records.size() * 12);
-    QByteArray texts;
-    for (auto const& record : records) {
-        head += Big16(record.platform) + Big16(0) + Big16(record.language) + Big16(record.name) +
-                Big16(record.text.size()) + Big16(texts.size());
-        texts += record.text;
+    for (auto const& row : table.trimmed().split('\n')) {
+        auto const arrow = row.indexOf(" => ");
+        ASSERT_GT(arrow, 0) << row.data();
+        auto const key = row.left(row.indexOf('='));
+        auto const finding = row.mid(arrow + 4);
+        BundleFolder bundle;
+        if (use != nullptr) {
+            (bundle.*use)();
+        }
+        bundle.Set(key, row.left(arrow).mid(key.size() + 1).trimmed());
+        auto const text = finding.indexOf(": ") + 2;
+        auto const name = config_keys::Find(QString::fromUtf8(key)) == nullptr ? "" : key + ": ";
+        auto const beginning = "config.ini:" + QByteArray::number(bundle.LineOf(key)) + ": " +
+                               finding.left(text) + name + finding.mid(text);
+        EXPECT_TRUE(finding == "clean" ? FindsNothing(bundle) : FindsOnly(bundle, beginning))
+            << row.data();
     }
-    auto const names = head + texts;
-    auto const table = QByteArray("name") + QByteArray(4, 0) + Big16(0) + Big16(28) + Big16(0) +
-                       Big16(names.size());
-    return "OTTO" + Big16(1) + QByteArray(6, 0) + table + names;
 }
 
-QByteArray MakeFont(QByteArray const& family, QByteArray const& style)
+QByteArray ReadDemonstrationFont(QString const& style)
 {
-    return MakeFont({{1, 0, 1, family}, {1, 0, 2, style}});
+    QFile font(QStringLiteral(FW_DEMONSTRATION_RESOURCES "/KelvaneSans-%1.otf").arg(style));
+    EXPECT_TRUE(font.open(QIODevice::ReadOnly)) << font.fileName().toStdString();
+    return font.readAll();
 }

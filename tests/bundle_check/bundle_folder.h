@@ -1,4 +1,4 @@
-// A bundle in a folder of its own, as a vendor would prepare it: clean, until a test changes it.
+// A bundle in a temporary folder, as a vendor would prepare it: clean, until a test changes it.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -22,7 +22,9 @@ public:
     // The value as written. A new key gets the next line.
     void Set(QByteArray const& key, QByteArray const& value);
     void Remove(QByteArray const& key);
-    // Any text in the place of config.ini.
+    // From 1.
+    qsizetype LineOf(QByteArray const& key) const;
+    // Any text instead of config.ini.
     void SetConfig(QByteArray const& text);
 
     // Paths are relative to Contents.
@@ -41,19 +43,18 @@ private:
 // The lines of the report's findings, as a person sees them.
 QStringList GetFindings(QString const& path);
 
-// Whether the report holds a finding whose line begins so.
+// Whether the report has a finding whose line begins with this.
 testing::AssertionResult Finds(BundleFolder const& bundle, char const* beginning);
 // Whether it is the only one.
 testing::AssertionResult FindsOnly(BundleFolder const& bundle, char const* beginning);
 testing::AssertionResult FindsNothing(BundleFolder const& bundle);
 
-// A font file with nothing in it but its names.
-struct FontRecord {
-    int platform;
-    int language;
-    int name;
-    QByteArray text;  // as the platform writes it
-};
-QByteArray MakeFont(QList<FontRecord> const& records);
-// Macintosh, English.
-QByteArray MakeFont(QByteArray const& family, QByteArray const& style);
+// One row a line: a line of config.ini in an otherwise clean bundle, and the beginning of the only
+// finding that it leads to, without its place.
+//     otp_size=x => error: The program reads
+//     otp_size=512 => clean
+// `use`: prepares each bundle for another transport than UART.
+void ExpectFindings(QByteArray const& table, void (BundleFolder::*use)() = nullptr);
+
+// A font of the demonstration products: the window's family in the style "Regular" or "Bold".
+QByteArray ReadDemonstrationFont(QString const& style);

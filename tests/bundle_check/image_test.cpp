@@ -1,4 +1,4 @@
-// What is said of the firmware image: the file, and its place in flash.
+// What is reported about the firmware image: the file, and its place in flash.
 #include <gtest/gtest.h>
 
 #include <QFile>
@@ -17,49 +17,32 @@ void WriteImage(BundleFolder& bundle, QByteArray const& content)
     bundle.Write(QString::fromLatin1(kImage), content);
 }
 
-// Of that many bytes, which need no room on the disk.
+// Gives it that many bytes, which take no room on the disk.
 void ResizeImage(BundleFolder& bundle, qint64 size)
 {
     ASSERT_TRUE(QFile::resize(bundle.Path(QString::fromLatin1(kImage)), size));
 }
 
-// A unit with an STM32U5.
-void UseLargeChip(BundleFolder& bundle)
-{
-    bundle.Set("otp_address", "0x0BFA0000");
-}
-
 }  // namespace
 
-TEST(FirmwareFile, MustBeThere)
+TEST(FirmwareFile, MustExistAndBeAFile)
 {
-    BundleFolder bundle;
-    bundle.Set("firmware_filename", "gone.bin");
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:1: error: firmware_filename: The firmware file "
-                          "\"gone.bin\" does not exist."));
-}
-
-TEST(FirmwareFile, MustBeAFile)
-{
-    BundleFolder bundle;
-    bundle.Set("firmware_filename", "CP210xVCPDriver.app");
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:1: error: firmware_filename: The firmware file "
-                          "\"CP210xVCPDriver.app\" is a folder."));
+    ExpectFindings(R"(
+firmware_filename=gone.bin => error: The firmware file 'gone.bin' does not exist.
+firmware_filename=CP210xVCPDriver.app => error: The firmware file 'CP210xVCPDriver.app' is a folder.
+)");
 }
 
 TEST(FirmwareFile, MustNotBeEmptyOrShort)
 {
     BundleFolder bundle;
     WriteImage(bundle, "");
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:1: error: firmware_filename: The firmware file is "
-                          "empty."));
+    EXPECT_TRUE(
+        FindsOnly(bundle, "config.ini:1: error: firmware_filename: The firmware file is empty."));
     WriteImage(bundle, QByteArray(7, '\xFF'));
     EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:1: error: firmware_filename: The firmware file has 7 "
-                          "bytes; an image has at least 8."));
+                          "config.ini:1: error: firmware_filename: The firmware file has 7 bytes; "
+                          "an image has at least 8."));
     WriteImage(bundle, QByteArray(8, '\xFF'));
     EXPECT_TRUE(FindsNothing(bundle));
 }
@@ -71,7 +54,7 @@ TEST(FirmwareFile, OutsideTheBundleIsNotShipped)
     bundle.Set("firmware_filename", "../firmware.bin");
     EXPECT_TRUE(FindsOnly(bundle,
                           "config.ini:1: warning: firmware_filename: The firmware file "
-                          "\"../firmware.bin\" lies outside the Resources folder"));
+                          "'../firmware.bin' is outside the Resources folder"));
     bundle.Set("firmware_filename", bundle.Path(QString::fromLatin1(kImage)).toUtf8());
     EXPECT_TRUE(FindsNothing(bundle));
 }
@@ -87,8 +70,8 @@ TEST(FirmwareFile, BehindALinkOutOfTheBundleIsNotShipped)
     bundle.Delete(QString::fromLatin1(kImage));
     ASSERT_TRUE(QFile::link(built.fileName(), bundle.Path(QString::fromLatin1(kImage))));
     EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:1: warning: firmware_filename: \"firmware.bin\" is, or lies "
-                          "behind, a symbolic link out of the bundle, to \""));
+                          "config.ini:1: warning: firmware_filename: 'firmware.bin' is, or lies "
+                          "behind, a symbolic link out of the bundle, to '"));
 }
 
 TEST(FirmwareFile, BehindALinkInsideTheBundleIsShipped)
@@ -100,22 +83,23 @@ TEST(FirmwareFile, BehindALinkInsideTheBundleIsShipped)
     EXPECT_TRUE(FindsNothing(bundle));
 }
 
-TEST(FirmwareFile, OfAnOddLengthLosesItsEndOverUart)
+TEST(FirmwareFile, WhoseLengthIsNotAMultipleOfFourLosesItsEndOverUart)
 {
     BundleFolder bundle;
     WriteImage(bundle, QByteArray(1023, '\xFF'));
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:1: warning: firmware_filename: The firmware file's "
-                          "1023 bytes are not a multiple of 4: the program adds 1 zero "
-                          "bytes, and then replaces the last four, of which 3 are"));
+    EXPECT_TRUE(
+        FindsOnly(bundle,
+                  "config.ini:1: warning: firmware_filename: The image has 1023 bytes, which is "
+                  "not a multiple of 4: the program adds 1 zero bytes and then replaces "
+                  "the last four, of which 3 belong to the image."));
 }
 
-TEST(FirmwareFile, OfAnOddLengthIsNotedOverUsbAndFineForMcuboot)
+TEST(FirmwareFile, WhoseLengthIsNotAMultipleOfFourIsNotedOverUsbAndFineForMcuboot)
 {
     BundleFolder usb;
     usb.UseUsb();
     WriteImage(usb, QByteArray(1023, '\xFF'));
-    EXPECT_TRUE(FindsOnly(usb, "config.ini:1: note: firmware_filename: The firmware file's 1023"));
+    EXPECT_TRUE(FindsOnly(usb, "config.ini:1: note: firmware_filename: The image has 1023 bytes"));
 
     BundleFolder mcuboot;
     mcuboot.UseMcuboot();
@@ -123,7 +107,7 @@ TEST(FirmwareFile, OfAnOddLengthIsNotedOverUsbAndFineForMcuboot)
     EXPECT_TRUE(FindsNothing(mcuboot));
 }
 
-TEST(FirmwareFile, MustBeABareImage)
+TEST(FirmwareFile, MustBeARawImage)
 {
     QByteArray const rest(100, '\xFF');
     std::pair<QByteArray, char const*> const wrappings[] = {
@@ -139,7 +123,7 @@ TEST(FirmwareFile, MustBeABareImage)
         auto const content = head + rest;
         WriteImage(bundle, content.left(100));
         auto const text = "config.ini:1: error: firmware_filename: The firmware file is " +
-                          QByteArray(name) + ";";
+                          QByteArray(name) + ", and the program writes";
         EXPECT_TRUE(FindsOnly(bundle, text));
     }
 }
@@ -162,113 +146,105 @@ TEST(LastFourBytes, AreNotedWhenTheyHoldSomething)
     WriteImage(bundle, QByteArray(1020, '\xFF') + "\x01\x02\x03\x04");
     EXPECT_TRUE(FindsOnly(bundle,
                           "config.ini:1: note: firmware_filename: The last four bytes of "
-                          "the image, 01 02 03 04, are not written"));
+                          "the image, 01 02 03 04, are not written; 01 00 00 00 replaces them."));
     WriteImage(bundle, QByteArray(1024, '\0'));
     EXPECT_TRUE(FindsNothing(bundle));
 }
 
+namespace {
+
+enum class Unit { Stm32G4, Stm32U5, Usb, Mcuboot };
+
+// What is found about an image of so many bytes: the beginning of the only finding (empty: there is
+// none), or of one of several.
+struct SizeCase {
+    Unit unit;
+    qint64 size;
+    char const* only;
+    char const* one_of_several = nullptr;
+};
+
+void ExpectFindings(std::initializer_list<SizeCase> cases)
+{
+    for (auto const& [unit, size, only, one] : cases) {
+        BundleFolder bundle;
+        if (unit == Unit::Stm32U5) {
+            bundle.Set("otp_address", "0x0BFA0000");
+        } else if (unit == Unit::Usb) {
+            bundle.UseUsb();
+        } else if (unit == Unit::Mcuboot) {
+            bundle.UseMcuboot();
+        }
+        ResizeImage(bundle, size);
+        QByteArray const place = "config.ini:1: ";
+        auto const text = QByteArray(one != nullptr ? one : only)
+                              .replace(QByteArray(": The"), ": firmware_filename: The")
+                              .replace(": On", ": firmware_filename: On");
+        EXPECT_TRUE(one != nullptr   ? Finds(bundle, place + text)
+                    : text.isEmpty() ? FindsNothing(bundle)
+                                     : FindsOnly(bundle, place + text))
+            << "unit " << static_cast<int>(unit) << ", " << size << " bytes: " << text.data();
+    }
+}
+
+}  // namespace
+
 TEST(ImageInFlash, MustFit)
 {
+    ExpectFindings({
+        {Unit::Stm32G4, 512 * 1024 + 4, nullptr,
+         "error: The image has 524292 bytes, more than fit into the flash of the chips 0x469, "
+         "0x479 "
+         "from 0x08000000 on."},
+        {Unit::Stm32U5, 1024 * 1024, "note: On the chip 0x482 the image covers 128 pages"},
+        {Unit::Stm32U5, 2048 * 1024 + 4, nullptr,
+         "error: The image has 2097156 bytes, more than fit into the flash of the chip 0x482 from"},
+        {Unit::Usb, 512 * 1024, ""},
+        {Unit::Mcuboot, 2048 * 1024, ""},
+        {Unit::Mcuboot, 2048 * 1024 + 1,
+         "warning: The image has 2097153 bytes, more than the flash of any supported chip."},
+        {Unit::Mcuboot, qint64{0x80000000},
+         "error: The image has 2147483648 bytes, more than MCUboot's serial recovery can count."},
+    });
+}
+
+TEST(ImageInFlash, MustFitAfterItsAddress)
+{
     BundleFolder bundle;
-    ResizeImage(bundle, 512 * 1024 + 4);
-    EXPECT_TRUE(Finds(bundle,
-                      "config.ini:1: error: firmware_filename: The firmware file's 524292 "
-                      "bytes are more than the chips 0x469, 0x479 have room for from "
-                      "0x08000000 on."));
     bundle.Set("programming_address", "0x08001000");
     bundle.Set("start_address", "0x08001000");
     ResizeImage(bundle, 512 * 1024 - 4096 + 4);
     EXPECT_TRUE(Finds(bundle,
-                      "config.ini:1: error: firmware_filename: The firmware file's 520196 "
-                      "bytes are more than the chips 0x469, 0x479 have room for from "
-                      "0x08001000 on."));
-}
-
-TEST(ImageInFlash, MayBeLargerOnALargerChip)
-{
-    BundleFolder bundle;
-    UseLargeChip(bundle);
-    ResizeImage(bundle, 1024 * 1024);
-    EXPECT_FALSE(Finds(bundle, "config.ini:1: error: "));
-    ResizeImage(bundle, 2048 * 1024 + 4);
-    EXPECT_TRUE(Finds(bundle,
-                      "config.ini:1: error: firmware_filename: The firmware file's 2097156 "
-                      "bytes are more than the chip 0x482 have room for"));
-}
-
-TEST(ImageInFlash, IsErasedByTheShortCommandInOneSecond)
-{
-    BundleFolder bundle;
-    ResizeImage(bundle, 40 * 2048);
-    EXPECT_TRUE(FindsNothing(bundle));
-    ResizeImage(bundle, 40 * 2048 + 4);
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:1: note: firmware_filename: On the chips 0x469, 0x479 the "
-                          "image covers 41 pages, whose erase takes about 1.0 s. A bootloader that "
-                          "lists the short Erase command has 1 s for it, enough for 40 pages, and "
-                          "with such a unit the update fails; one that lists only Extended Erase "
-                          "has 5 s."));
-    UseLargeChip(bundle);
-    EXPECT_TRUE(FindsNothing(bundle));
+                      "config.ini:1: error: firmware_filename: The image has 520196 bytes, more "
+                      "than fit into the flash of the chips 0x469, 0x479 from 0x08001000 on."));
 }
 
 TEST(ImageInFlash, MustBeErasedInTheTimeThatTheProgramWaits)
 {
-    BundleFolder bundle;
-    ResizeImage(bundle, 204 * 2048);
-    EXPECT_TRUE(FindsOnly(bundle, "config.ini:1: note: firmware_filename: On the chips 0x469, "));
-    ResizeImage(bundle, 204 * 2048 + 4);
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:1: error: firmware_filename: On the chips 0x469, "
-                          "0x479 the image covers 205 pages, whose erase takes about 5.0 s; "
-                          "the program waits 5 s"));
-    UseLargeChip(bundle);
-    ResizeImage(bundle, 204 * 8192);
-    EXPECT_TRUE(FindsOnly(bundle, "config.ini:1: note: firmware_filename: On the chip 0x482 "));
-    ResizeImage(bundle, 204 * 8192 + 4);
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:1: error: firmware_filename: On the chip 0x482 the "
-                          "image covers 205 pages"));
+    ExpectFindings({
+        {Unit::Stm32G4, 40 * 2048, ""},
+        {Unit::Stm32G4, 40 * 2048 + 4,
+         "note: On the chips 0x469, 0x479 the image covers 41 pages, which take about 1.0 s to "
+         "erase. A bootloader that lists the short Erase command has 1 s for it, enough for 40 "
+         "pages, so the update fails with such a unit; one that lists only Extended Erase has 5 "
+         "s."},
+        {Unit::Stm32G4, 204 * 2048, "note: On the chips 0x469, 0x479 the image covers 204 pages"},
+        {Unit::Stm32G4, 204 * 2048 + 4,
+         "error: On the chips 0x469, 0x479 the image covers 205 pages, which take about 5.0 s to "
+         "erase; the program waits only 5 s, so the update fails."},
+        {Unit::Stm32U5, 40 * 2048 + 4, ""},
+        {Unit::Stm32U5, 204 * 8192, "note: On the chip 0x482 the image covers 204 pages"},
+        {Unit::Stm32U5, 204 * 8192 + 4, "error: On the chip 0x482 the image covers 205 pages"},
+    });
 }
 
-TEST(ImageInFlash, IsErasedByDfuUtilWithoutThatLimit)
-{
-    BundleFolder bundle;
-    bundle.UseUsb();
-    ResizeImage(bundle, 512 * 1024);
-    EXPECT_TRUE(FindsNothing(bundle));
-}
-
-TEST(ImageInFlash, HasPageNumbersOfOneByte)
+TEST(ImageInFlash, HasPageNumbersThatFitIntoOneByte)
 {
     BundleFolder bundle;
     ResizeImage(bundle, 256 * 2048);
     EXPECT_FALSE(Finds(bundle, "config.ini:1: warning: "));
-    ResizeImage(bundle, 256 * 2048 + 4);
-    EXPECT_TRUE(Finds(bundle,
-                      "config.ini:1: warning: firmware_filename: On the chips 0x469, 0x479 "
-                      "the image covers 257 pages: their numbers do not fit one byte, and with a "
-                      "bootloader that lists the short Erase command"));
-}
-
-TEST(ImageForMcuboot, MayBeAnySizeThatAChipHas)
-{
-    BundleFolder bundle;
-    bundle.UseMcuboot();
-    ResizeImage(bundle, 2048 * 1024);
-    EXPECT_TRUE(FindsNothing(bundle));
-    ResizeImage(bundle, 2048 * 1024 + 1);
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:1: warning: firmware_filename: The firmware file's "
-                          "2097153 bytes are more than the flash of any supported chip."));
-}
-
-TEST(ImageForMcuboot, MustNotBeLargerThanItsCountersReach)
-{
-    BundleFolder bundle;
-    bundle.UseMcuboot();
-    ResizeImage(bundle, qint64{0x80000000});
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:1: error: firmware_filename: The firmware file's "
-                          "2147483648 bytes are more than MCUboot's serial recovery"));
+    ExpectFindings({{Unit::Stm32G4, 256 * 2048 + 4, nullptr,
+                     "warning: On the chips 0x469, 0x479 the image covers 257 pages, whose numbers "
+                     "do not fit into one byte: with a bootloader that lists the short Erase "
+                     "command"}});
 }

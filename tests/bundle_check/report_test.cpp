@@ -8,6 +8,8 @@
 #include <QJsonObject>
 #include <QStringDecoder>
 
+#include "bundle_check/bundle_checker.h"
+#include "bundle_check/prediction.h"
 #include "tests/bundle_check/bundle_folder.h"
 
 using namespace Qt::StringLiterals;
@@ -42,8 +44,8 @@ TEST(Prediction, IsGivenForEachProduct)
     bundle.Set("product_list", "Lumen:10c4:ea60, Aria:10c4:ea61");
     auto const text = FormatText(CheckBundle(bundle.Root()));
     EXPECT_EQ(text,
-              u"\"Aria\" over uart: an update takes about 1 s\n"
-              "\"Lumen\" over uart: an update takes about 1 s\n"
+              u"'Aria' over uart: an update takes about 1 s\n"
+              "'Lumen' over uart: an update takes about 1 s\n"
               "clean\n"_s);
 }
 
@@ -53,12 +55,12 @@ TEST(Prediction, FollowsTheInterfaceAndTheBaudRate)
     bundle.Write(u"Resources/firmware.bin"_s, QByteArray(148300, '\xFF'));
     bundle.UseMcuboot();
     EXPECT_TRUE(FormatText(CheckBundle(bundle.Root()))
-                    .contains(u"\"Lumen\" over mcuboot_serial: an update takes about 7 s"_s));
+                    .contains(u"'Lumen' over mcuboot_serial: an update takes about 7 s"_s));
     bundle.Set("mcuboot_baud", "115200");
     EXPECT_TRUE(FormatText(CheckBundle(bundle.Root())).contains(u"takes about 23 s"_s));
 }
 
-TEST(Prediction, IsNotMadeWithoutAnImage)
+TEST(Prediction, NeedsAnImage)
 {
     BundleFolder bundle;
     bundle.Delete(u"Resources/firmware.bin"_s);
@@ -77,7 +79,7 @@ TEST(ExitStatus, FollowsTheWorstFinding)
     EXPECT_EQ(GetExitStatus(report), 2);
 }
 
-TEST(Text, NamesPlaceAndWeightInTheOrderOfTheLines)
+TEST(Text, GivesPlaceAndWeightInTheOrderOfTheLines)
 {
     Report report;
     report.findings.Note({}, u"No place."_s);
@@ -107,8 +109,8 @@ TEST(Text, CountsWhatItDoesNotShow)
 
 TEST(Quote, ShowsNothingThatATerminalObeys)
 {
-    EXPECT_EQ(Quote(u"a\u001B[2J\n\u202E"_s), u"\"a?[2J??\""_s);
-    EXPECT_EQ(Quote(QString(100, u'x')), u"\""_s + QString(60, u'x') + u"...\""_s);
+    EXPECT_EQ(Quote(u"a\u001B[2J\n\u202E"_s), u"'a?[2J?\?'"_s);
+    EXPECT_EQ(Quote(QString(100, u'x')), u"'"_s + QString(60, u'x') + u"...'"_s);
 }
 
 TEST(Json, HoldsFindingsAndPredictions)
@@ -126,7 +128,7 @@ TEST(Json, HoldsFindingsAndPredictions)
     EXPECT_EQ(findings[0][u"severity"_s].toString(), u"error"_s);
     EXPECT_EQ(findings[0][u"key"_s].toString(), u"otp_size"_s);
     EXPECT_EQ(findings[0][u"line"_s].toInt(), 5);
-    EXPECT_TRUE(findings[0][u"text"_s].toString().startsWith(u"The program reads \"x\" as 0"_s));
+    EXPECT_TRUE(findings[0][u"text"_s].toString().startsWith(u"The program reads 'x' as 0"_s));
     EXPECT_EQ(findings[1][u"severity"_s].toString(), u"warning"_s);
     EXPECT_EQ(findings[1][u"key"_s].toString(), u"colour"_s);
     EXPECT_EQ(findings[2][u"key"_s].toString(), u"fw_version"_s);

@@ -1,17 +1,15 @@
-// What is said of picture, fonts and driver, and of the folders around them.
+// What is reported about picture, fonts and driver, and about the folders around them.
 #include <gtest/gtest.h>
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QFontDatabase>
 #include <QTemporaryDir>
 
-#include "bundle_check/font_name.h"
 #include "tests/bundle_check/bundle_folder.h"
 
 using namespace Qt::StringLiterals;
-using bundle_check::FontName;
-using bundle_check::ReadFontName;
 
 namespace {
 
@@ -19,138 +17,94 @@ constexpr auto kDriver = "Resources/CP210xVCPDriver.app/Contents/MacOS/CP210xVCP
 
 }  // namespace
 
-TEST(Picture, IsMissed)
-{
-    BundleFolder bundle;
-    bundle.Delete(u"Resources/background.png"_s);
-    EXPECT_TRUE(FindsOnly(bundle, "warning: There is no PNG file in the Resources folder"));
-}
-
-TEST(Picture, ShouldBeTheOnlyOne)
-{
-    BundleFolder bundle;
-    bundle.Write(u"Resources/Another.PNG"_s, "\x89PNG\r\n\x1A\n");
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "warning: There are 2 PNG files in the Resources folder "
-                          "(\"Another.PNG\", \"background.png\")"));
-}
-
-TEST(Picture, MustBeOne)
+TEST(Picture, MustBeOnePngFile)
 {
     BundleFolder bundle;
     bundle.Write(u"Resources/background.png"_s, "GIF89a");
-    EXPECT_TRUE(FindsOnly(bundle, "warning: \"background.png\" is not a PNG picture."));
+    EXPECT_TRUE(FindsOnly(bundle, "warning: 'background.png' is not a PNG file."));
+    bundle.Delete(u"Resources/background.png"_s);
+    EXPECT_TRUE(FindsOnly(bundle, "warning: There is no PNG file in the Resources folder"));
+
+    BundleFolder two;
+    two.Write(u"Resources/Another.PNG"_s, "\x89PNG\r\n\x1A\n");
+    EXPECT_TRUE(FindsOnly(two,
+                          "warning: There are 2 PNG files in the Resources folder ('Another.PNG', "
+                          "'background.png'), and any of them may become"));
 }
 
-TEST(Fonts, AreMissedByStyle)
-{
-    BundleFolder bundle;
-    bundle.Delete(u"Resources/Sans-Bold.otf"_s);
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "warning: No *.otf file in the Resources folder has the style "
-                          "Bold of the family \"Kelvane Sans\""));
-    bundle.Write(u"Resources/Sans-Bold.otf"_s, MakeFont("Other Sans", "Bold"));
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "warning: No *.otf file in the Resources folder has the style "
-                          "Bold"));
-    bundle.Write(u"Resources/Sans-Bold.otf"_s, MakeFont("Kelvane Sans", "Bold"));
-    bundle.Delete(u"Resources/Sans-Regular.otf"_s);
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "warning: No *.otf file in the Resources folder has the style "
-                          "Regular"));
-}
-
-TEST(Fonts, MustBeFonts)
-{
-    BundleFolder bundle;
-    bundle.Write(u"Resources/Sans-Italic.otf"_s, "no font");
-    EXPECT_TRUE(FindsOnly(bundle, "warning: \"Sans-Italic.otf\" is not a font."));
-}
-
-TEST(FontNames, AreReadFromWhatTheFontSays)
-{
-    EXPECT_EQ(ReadFontName(MakeFont("Kelvane Sans", "Bold")),
-              (FontName{u"Kelvane Sans"_s, u"Bold"_s}));
-}
-
-TEST(FontNames, OfTheDemonstrationsFontsAreTheWindows)
+TEST(Fonts, MustHaveBothStylesOfTheFamily)
 {
     for (auto const& style : {u"Regular"_s, u"Bold"_s}) {
-        QFile file(QStringLiteral(FW_STAGED_BUNDLE "/Contents/Resources/KelvaneSans-") + style +
-                   u".otf"_s);
-        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-        EXPECT_EQ(ReadFontName(file.readAll()), (FontName{u"Kelvane Sans"_s, style}));
+        auto const file = u"Resources/Sans-%1.otf"_s.arg(style);
+        auto const finding =
+            u"warning: No *.otf file in the Resources folder has the style %1 of the family "
+            "'Kelvane Sans', so the window uses another font."_s.arg(style)
+                .toUtf8();
+        BundleFolder bundle;
+        bundle.Delete(file);
+        EXPECT_TRUE(FindsOnly(bundle, finding)) << "no file";
+        QFile other(QStringLiteral(FW_OTHER_FONT));
+        ASSERT_TRUE(other.open(QIODevice::ReadOnly));
+        bundle.Write(file, other.readAll());
+        EXPECT_TRUE(FindsOnly(bundle, finding)) << "another family";
+        auto const other_style = style == u"Bold"_s ? u"Regular"_s : u"Bold"_s;
+        bundle.Write(file, ReadDemonstrationFont(other_style));
+        EXPECT_TRUE(FindsOnly(bundle, finding)) << "the other style twice";
+        bundle.Write(u"Resources/any name.otf"_s, ReadDemonstrationFont(style));
+        EXPECT_TRUE(FindsNothing(bundle)) << "the names inside the files count";
     }
 }
 
-TEST(FontNames, AreTheEnglishOnesWhereverTheyStand)
+TEST(Fonts, AreTakenFromTheBundleAlone)
 {
-    constexpr int kMacintosh = 1;
-    constexpr int kWindows = 3;
-    QByteArray const fett("\0F\0e\0t\0t", 8);
-    QByteArray const bold("\0B\0o\0l\0d", 8);
-    FontRecord const family{kMacintosh, 0, 1, "Sans"};
-    FontRecord const german{kWindows, 0x407, 2, fett};
-    FontRecord const english{kWindows, 0x409, 2, bold};
-    FontRecord const english_of_macintosh{kMacintosh, 0, 2, "Bold"};
-    FontName const expected{u"Sans"_s, u"Bold"_s};
-    EXPECT_EQ(ReadFontName(MakeFont({family, german, english})), expected);
-    EXPECT_EQ(ReadFontName(MakeFont({family, english, german})), expected);
-    EXPECT_EQ(ReadFontName(MakeFont({english_of_macintosh, german, family})), expected);
-    EXPECT_EQ(ReadFontName(MakeFont({family, german})), (FontName{u"Sans"_s, u"Fett"_s}));
-}
-
-TEST(FontNames, ThatAreCutOffAreNone)
-{
-    auto const font = MakeFont("Kelvane Sans", "Bold");
-    EXPECT_EQ(ReadFontName({}), std::nullopt);
-    EXPECT_EQ(ReadFontName("wOFF" + font.mid(4)), std::nullopt);
-    for (qsizetype length = 0; length < font.size(); ++length) {
-        auto const name = ReadFontName(font.left(length));
-        EXPECT_NE(name, (FontName{u"Kelvane Sans"_s, u"Bold"_s})) << length;
-    }
-}
-
-TEST(FontNames, SurviveEveryWrongByte)
-{
-    auto const font = MakeFont("A", "B");
-    for (qsizetype i = 0; i < font.size(); ++i) {
-        auto damaged = font;
-        damaged[i] = '\xFF';
-        auto const name = ReadFontName(damaged);
-        EXPECT_TRUE(!name || name->family.size() <= font.size()) << i;
-    }
-}
-
-TEST(Driver, IsMissed)
-{
+    auto const id = QFontDatabase::addApplicationFontFromData(ReadDemonstrationFont(u"Regular"_s));
+    ASSERT_GE(id, 0) << "a computer on which the family is installed";
     BundleFolder bundle;
-    bundle.Delete(QString::fromLatin1(kDriver));
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "warning: The serial driver's program "
-                          "CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver does not "
-                          "exist"));
+    bundle.Delete(u"Resources/Sans-Regular.otf"_s);
+    EXPECT_TRUE(FindsOnly(bundle, "warning: No *.otf file in the Resources folder has the style"));
+    ASSERT_TRUE(QFontDatabase::removeApplicationFont(id));
 }
 
-TEST(Driver, MustBeExecutable)
+TEST(Fonts, ThatAreNotFontsAreReported)
+{
+    auto const font = ReadDemonstrationFont(u"Bold"_s);
+    for (auto const& content :
+         {QByteArray("not a font"), QByteArray(), font.left(4), font.left(200),
+          font.first(font.size() / 2), "wOFF" + font.mid(4)}) {
+        BundleFolder bundle;
+        bundle.Write(u"Resources/Sans-Italic.otf"_s, content);
+        EXPECT_TRUE(FindsOnly(bundle, "warning: 'Sans-Italic.otf' is not a font."))
+            << content.size() << " bytes";
+    }
+}
+
+TEST(Fonts, SurviveEveryWrongByteOfTheirTableOfContents)
+{
+    constexpr qsizetype kTableOfContents = 256;
+    auto const font = ReadDemonstrationFont(u"Bold"_s);
+    for (qsizetype i = 0; i < kTableOfContents; i += 3) {
+        auto damaged = font;
+        damaged[i] = static_cast<char>(~damaged[i]);
+        BundleFolder bundle;
+        bundle.Write(u"Resources/Sans-Bold.otf"_s, damaged);
+        EXPECT_LE(GetFindings(bundle.Root()).size(), 2) << i;
+    }
+}
+
+TEST(Driver, MustExistAndBeExecutable)
 {
     BundleFolder bundle;
     bundle.Write(QString::fromLatin1(kDriver), "driver");
     EXPECT_TRUE(FindsOnly(bundle,
                           "warning: The serial driver's program "
-                          "CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver is not "
-                          "executable"));
-}
-
-TEST(Driver, IsOfNoUseToALinuxProgram)
-{
-    BundleFolder bundle;
+                          "CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver is not executable"));
     bundle.Delete(QString::fromLatin1(kDriver));
-    bundle.Write(u"MacOS/firmware_updater"_s,
-                 "\x7F"
-                 "ELF",
-                 true);
-    EXPECT_TRUE(FindsOnly(bundle, "note: The serial driver's program"));
+    EXPECT_TRUE(FindsOnly(bundle,
+                          "warning: The serial driver's program "
+                          "CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver does not exist; on "
+                          "macOS the updater then cannot install the driver and quits"));
+    bundle.Write(u"MacOS/firmware_updater"_s, QByteArray("\x7F") + "ELF", true);
+    EXPECT_TRUE(FindsOnly(bundle, "note: The serial driver's program")) << "a Linux program";
 }
 
 TEST(Driver, MustBeInAnApplicationForMacos)
@@ -162,7 +116,7 @@ TEST(Driver, MustBeInAnApplicationForMacos)
     EXPECT_TRUE(FindsOnly(bundle, "error: The serial driver's program"));
 }
 
-TEST(Links, OutOfTheBundleAreToldOfEveryFile)
+TEST(Links, OutOfTheBundleAreReportedForEveryFile)
 {
     BundleFolder bundle;
     bundle.UseUsb();
@@ -176,7 +130,7 @@ TEST(Links, OutOfTheBundleAreToldOfEveryFile)
         auto const file =
             name.endsWith(u".app"_s) ? name + u"/Contents/MacOS/CP210xVCPDriver"_s : name;
         auto const text =
-            u"warning: \"%1\" is, or lies behind, a symbolic link out of the bundle"_s.arg(file);
+            u"warning: '%1' is, or lies behind, a symbolic link out of the bundle"_s.arg(file);
         EXPECT_TRUE(FindsOnly(bundle, text.toUtf8())) << name.toStdString();
         ASSERT_TRUE(QFile::remove(path));
         ASSERT_TRUE(QFile::rename(target, path));
@@ -184,7 +138,7 @@ TEST(Links, OutOfTheBundleAreToldOfEveryFile)
     EXPECT_TRUE(FindsNothing(bundle));
 }
 
-TEST(Links, ToTheBundleAreItself)
+TEST(Links, ToTheBundleItselfAreFollowed)
 {
     BundleFolder const bundle;
     QTemporaryDir const elsewhere;

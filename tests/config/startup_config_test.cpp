@@ -1,10 +1,9 @@
 // What becomes of each line of config.ini.
 #include "config/startup_config.h"
-#include "config/bundle_paths.h"
 
 #include <gtest/gtest.h>
 
-#include "tests/app/ini_file.h"
+#include "tests/config/ini_file.h"
 
 using namespace Qt::StringLiterals;
 
@@ -13,46 +12,40 @@ namespace {
 using Products = QMap<QString, uint32_t>;
 using DeviceIds = QList<uint8_t>;
 
-uint32_t AddressOf(QByteArray const& text)
+uint32_t ProgrammingAddressOf(QByteArray const& text)
 {
-    IniFile ini("programming_address=" + text + "\n");
+    IniFile const ini("programming_address=" + text + "\n");
     return ReadUartConfig(ini.Settings()).programming_address;
 }
 
 uint32_t OtpSizeOf(QByteArray const& text)
 {
-    IniFile ini("otp_size=" + text + "\n");
+    IniFile const ini("otp_size=" + text + "\n");
     return ReadUartConfig(ini.Settings()).otp_size;
 }
 
 targetInterfaceType InterfaceOf(QByteArray const& text)
 {
-    IniFile ini("interface=" + text + "\n");
+    IniFile const ini("interface=" + text + "\n");
     return ReadInterfaceType(ini.Settings());
 }
 
 Products ProductsOf(QByteArray const& text)
 {
-    IniFile ini("product_list=" + text + "\n");
+    IniFile const ini("product_list=" + text + "\n");
     return ReadProducts(ini.Settings());
 }
 
 DeviceIds DeviceIdsOf(QByteArray const& text)
 {
-    IniFile ini("device_id_list=" + text + "\n");
+    IniFile const ini("device_id_list=" + text + "\n");
     return ReadDeviceIds(ini.Settings());
 }
 
-QString TitleOf(QByteArray const& text)
+WindowTexts TextsOf(QByteArray const& text)
 {
-    IniFile ini("window_title=" + text + "\n");
-    return ReadWindowTexts(ini.Settings()).window_title;
-}
-
-QString InstructionsOf(QByteArray const& text)
-{
-    IniFile ini("instructions_text=" + text + "\n");
-    return ReadWindowTexts(ini.Settings()).instructions;
+    IniFile const ini(text + "\n");
+    return ReadWindowTexts(ini.Settings());
 }
 
 }  // namespace
@@ -63,41 +56,6 @@ TEST(InterfaceTypes, HaveTheirNumbers)
     EXPECT_EQ(TargetUsb, 2U);
     EXPECT_EQ(TargetMcubootSerial, 3U);
     EXPECT_EQ(sizeof(targetInterfaceType), 4U);
-}
-
-TEST(Paths, FollowFromTheProgramsDirectoryWithoutBeingTidied)
-{
-    auto const paths = GetBundlePaths(u"/Apps/Up.app/Contents/MacOS"_s);
-
-    EXPECT_EQ(paths.resources, u"/Apps/Up.app/Contents/MacOS/../Resources"_s);
-    EXPECT_EQ(paths.dfu_util, u"/Apps/Up.app/Contents/MacOS/../MacOS/dfu-util"_s);
-}
-
-TEST(Paths, TheConfigurationLiesInTheResourceDirectory)
-{
-    EXPECT_EQ(GetConfigPath(QDir(u"/a/MacOS/../Resources"_s)),
-              u"/a/MacOS/../Resources/config.ini"_s);
-}
-
-TEST(Paths, AFirmwareNameIsTakenFromTheResourceDirectory)
-{
-    IniFile ini("firmware_filename=images/fw.bin\n");
-    EXPECT_EQ(GetFirmwarePath(QDir(u"/r"_s), ini.Settings()), u"/r/images/fw.bin"_s);
-}
-
-TEST(Paths, AnAbsoluteFirmwareNameStandsForItself)
-{
-    IniFile ini("firmware_filename=/images/fw.bin\n");
-    EXPECT_EQ(GetFirmwarePath(QDir(u"/r"_s), ini.Settings()), u"/images/fw.bin"_s);
-}
-
-TEST(Paths, WithoutAFirmwareNameTheResourceDirectoryItselfIsMeant)
-{
-    IniFile absent("");
-    EXPECT_EQ(GetFirmwarePath(QDir(u"/r"_s), absent.Settings()), u"/r"_s);
-
-    IniFile empty("firmware_filename=\n");
-    EXPECT_EQ(GetFirmwarePath(QDir(u"/r"_s), empty.Settings()), u"/r"_s);
 }
 
 TEST(MissingConfiguration, ChoosesUartWithEverythingZeroOrEmpty)
@@ -123,50 +81,55 @@ TEST(MissingConfiguration, ChoosesUartWithEverythingZeroOrEmpty)
     EXPECT_EQ(texts.fw_target_type, QString());
 }
 
-TEST(Interface, IsChosenByItsExactName)
+TEST(Interface, IsChosenByItsExactNameAndIsUartForAnythingElse)
 {
     EXPECT_EQ(InterfaceOf("usb"), TargetUsb);
     EXPECT_EQ(InterfaceOf("\"usb\""), TargetUsb);
     EXPECT_EQ(InterfaceOf("mcuboot_serial"), TargetMcubootSerial);
-    EXPECT_EQ(InterfaceOf("uart"), TargetUart);
-}
-
-TEST(Interface, IsUartForAnythingElse)
-{
-    for (auto const* text : {"", "USB", "Usb", "usb1", "\"usb \"", "usb, usb", "MCUBOOT_SERIAL",
-                             "Mcuboot_Serial", "mcuboot-serial", "2"}) {
+    for (auto const* text : {"uart", "", "USB", "Usb", "usb1", "\"usb \"", "usb, usb",
+                             "MCUBOOT_SERIAL", "Mcuboot_Serial", "mcuboot-serial", "2"}) {
         EXPECT_EQ(InterfaceOf(text), TargetUart) << text;
     }
 }
 
-TEST(Address, IsReadByItsPrefix)
+TEST(Address, IsReadByItsPrefixAndFillsThirtyTwoBits)
 {
-    EXPECT_EQ(AddressOf("0x08000000"), 134217728U);
-    EXPECT_EQ(AddressOf("0X1fff7000"), 0x1FFF7000U);
-    EXPECT_EQ(AddressOf("0b101"), 5U);
-    EXPECT_EQ(AddressOf("010"), 8U);
-    EXPECT_EQ(AddressOf("134217728"), 0x08000000U);
-    EXPECT_EQ(AddressOf("0"), 0U);
-    EXPECT_EQ(AddressOf("\"0x10\""), 16U);
-}
-
-TEST(Address, FillsThirtyTwoBits)
-{
-    EXPECT_EQ(AddressOf("0xFFFFFFFF"), 0xFFFFFFFFU);
-    EXPECT_EQ(AddressOf("4294967295"), 0xFFFFFFFFU);
+    std::pair<char const*, uint32_t> const cases[] = {
+        {"0x08000000", 134217728},
+        {"0X1fff7000", 0x1FFF7000},
+        {"0b101", 5},
+        {"010", 8},
+        {"134217728", 0x08000000},
+        {"0", 0},
+        {"\"0x10\"", 16},
+        {"0xFFFFFFFF", 0xFFFFFFFF},
+        {"4294967295", 0xFFFFFFFF},
+    };
+    for (auto const& [text, address] : cases) {
+        EXPECT_EQ(ProgrammingAddressOf(text), address) << text;
+    }
 }
 
 TEST(Address, ThatDoesNotFitOrParseIsZero)
 {
     for (auto const* text : {"0x100000000", "4294967296", "-1", "", "junk", "0x", "0xG", "08",
                              "0b2", "12 34", "1.5", "1e3", "0x10h", "1, 2"}) {
-        EXPECT_EQ(AddressOf(text), 0U) << text;
+        EXPECT_EQ(ProgrammingAddressOf(text), 0U) << text;
+    }
+}
+
+TEST(OtpSize, IsDecimalOnly)
+{
+    std::pair<char const*, uint32_t> const cases[] = {
+        {"1024", 1024}, {"010", 10}, {"0x200", 0}, {"junk", 0}, {"", 0}};
+    for (auto const& [text, size] : cases) {
+        EXPECT_EQ(OtpSizeOf(text), size) << text;
     }
 }
 
 TEST(UartConfiguration, TakesEachKeyToItsOwnPlace)
 {
-    IniFile ini(
+    IniFile const ini(
         "start_address=0x08000001\n"
         "programming_address=0x08000002\n"
         "otp_address=0x1FFF7003\n"
@@ -184,9 +147,27 @@ TEST(UartConfiguration, TakesEachKeyToItsOwnPlace)
     EXPECT_EQ(uart.fw_target_type, u"service"_s);
 }
 
+TEST(UartConfiguration, ReadsEveryAddressByItsPrefix)
+{
+    IniFile const ini("start_address=010\notp_address=0b11\nboot_mode_address=0x100000000\n");
+
+    auto const uart = ReadUartConfig(ini.Settings());
+
+    EXPECT_EQ(uart.start_address, 8U);
+    EXPECT_EQ(uart.otp_address, 3U);
+    EXPECT_EQ(uart.boot_mode_address, 0U);
+}
+
+TEST(UartConfiguration, IgnoresKeysInASection)
+{
+    IniFile const ini("[Addresses]\nstart_address=1\n");
+
+    EXPECT_EQ(ReadUartConfig(ini.Settings()).start_address, 0U);
+}
+
 TEST(UsbConfiguration, TakesEachKeyToItsOwnPlace)
 {
-    IniFile ini(
+    IniFile const ini(
         "programming_address=0x08000002\n"
         "otp_address=0x1FFF7003\n"
         "otp_size=512\n"
@@ -200,34 +181,9 @@ TEST(UsbConfiguration, TakesEachKeyToItsOwnPlace)
     EXPECT_EQ(usb.fw_target_type, u"service"_s);
 }
 
-TEST(UartConfiguration, ReadsEveryAddressByItsPrefix)
-{
-    IniFile ini("start_address=010\notp_address=0b11\nboot_mode_address=0x100000000\n");
-
-    auto const uart = ReadUartConfig(ini.Settings());
-
-    EXPECT_EQ(uart.start_address, 8U);
-    EXPECT_EQ(uart.otp_address, 3U);
-    EXPECT_EQ(uart.boot_mode_address, 0U);
-}
-
-TEST(UartConfiguration, KeysInASectionDoNotCount)
-{
-    IniFile ini("[Addresses]\nstart_address=1\n");
-
-    EXPECT_EQ(ReadUartConfig(ini.Settings()).start_address, 0U);
-}
-
-TEST(McubootConfiguration, HasABaudRateOfItsOwnWhenNoneIsGiven)
-{
-    IniFile ini("interface=mcuboot_serial\n");
-
-    EXPECT_EQ(ReadMcubootConfig(ini.Settings()).baud, 921600U);
-}
-
 TEST(McubootConfiguration, TakesEachKeyToItsOwnPlace)
 {
-    IniFile ini("mcuboot_baud=115200\nfw_target_type=service\n");
+    IniFile const ini("mcuboot_baud=115200\nfw_target_type=service\n");
 
     auto const mcuboot = ReadMcubootConfig(ini.Settings());
 
@@ -235,22 +191,14 @@ TEST(McubootConfiguration, TakesEachKeyToItsOwnPlace)
     EXPECT_EQ(mcuboot.fw_target_type, u"service"_s);
 }
 
-TEST(McubootConfiguration, HasNoBaudRateWhenTheKeyIsNoDecimalNumber)
+TEST(McubootConfiguration, HasADefaultBaudRateOnlyWhenTheKeyIsMissing)
 {
+    EXPECT_EQ(ReadMcubootConfig(IniFile("interface=mcuboot_serial\n").Settings()).baud, 921600U);
     for (auto const* text : {"", "fast", "0x1C200", "-1", "115200.5", "4294967296", "1, 2"}) {
-        IniFile ini("mcuboot_baud=" + QByteArray(text) + "\n");
+        IniFile const ini("mcuboot_baud=" + QByteArray(text) + "\n");
 
         EXPECT_EQ(ReadMcubootConfig(ini.Settings()).baud, 0U) << text;
     }
-}
-
-TEST(OtpSize, IsDecimalOnly)
-{
-    EXPECT_EQ(OtpSizeOf("1024"), 1024U);
-    EXPECT_EQ(OtpSizeOf("010"), 10U);
-    EXPECT_EQ(OtpSizeOf("0x200"), 0U);
-    EXPECT_EQ(OtpSizeOf("junk"), 0U);
-    EXPECT_EQ(OtpSizeOf(""), 0U);
 }
 
 TEST(UsbIds, ArePackedWithTheVendorInTheLowHalf)
@@ -260,12 +208,7 @@ TEST(UsbIds, ArePackedWithTheVendorInTheLowHalf)
     EXPECT_EQ(PackUsbIds(0xFFFF, 0), 0x0000FFFFU);
 }
 
-TEST(ProductList, OfOneEntry)
-{
-    EXPECT_EQ(ProductsOf("Flash:0483:df11"), (Products{{u"Flash"_s, 0xDF110483}}));
-}
-
-TEST(ProductList, OfSeveralEntriesIsOrderedByName)
+TEST(ProductList, BecomesAMapOrderedByName)
 {
     auto const products = ProductsOf("Lumen:10c4:EA60, Flash:0483:DF11");
 
@@ -273,89 +216,64 @@ TEST(ProductList, OfSeveralEntriesIsOrderedByName)
     EXPECT_EQ(products.firstKey(), u"Flash"_s);
 }
 
-TEST(ProductList, TellsNamesApartByCase)
+TEST(ProductList, IsReadEntryByEntry)
 {
-    EXPECT_EQ(ProductsOf("flash:0483:df11, Flash:10c4:ea60"),
-              (Products{{u"Flash"_s, 0xEA6010C4}, {u"flash"_s, 0xDF110483}}));
+    std::pair<char const*, Products> const cases[] = {
+        {"Flash:0483:df11", {{u"Flash"_s, 0xDF110483}}},
+        // Names are case-sensitive, and a repeated one keeps its last entry.
+        {"flash:0483:df11, Flash:10c4:ea60", {{u"Flash"_s, 0xEA6010C4}, {u"flash"_s, 0xDF110483}}},
+        {"Flash:0483:df11, Flash:10c4:ea60", {{u"Flash"_s, 0xEA6010C4}}},
+        // IDs that do not parse are 0; longer ones are cut to 16 bits.
+        {"A:xyz:df11, B:0483:, C::df11",
+         {{u"A"_s, 0xDF110000}, {u"B"_s, 0x00000483}, {u"C"_s, 0xDF110000}}},
+        {"A:10483:2df11", {{u"A"_s, 0xDF110483}}},
+        // An empty name is kept, a fourth part ignored, an entry of fewer parts left out.
+        {":0483:df11", {{QString(), 0xDF110483}}},
+        {"A:0483:df11:9999", {{u"A"_s, 0xDF110483}}},
+        {"A, B:0483, Flash:0483:df11", {{u"Flash"_s, 0xDF110483}}},
+        {"", {}},
+    };
+    for (auto const& [text, products] : cases) {
+        EXPECT_EQ(ProductsOf(text), products) << text;
+    }
 }
 
-TEST(ProductList, KeepsTheLastEntryOfARepeatedName)
+TEST(DeviceIdList, IsOneNumberOrAListInItsOrder)
 {
-    EXPECT_EQ(ProductsOf("Flash:0483:df11, Flash:10c4:ea60"), (Products{{u"Flash"_s, 0xEA6010C4}}));
+    std::pair<char const*, DeviceIds> const cases[] = {
+        {"12", {12}},
+        {"\"12\"", {12}},
+        {"12, 3,12,0", {12, 3, 12, 0}},
+        // Cut to 8 bits.
+        {"12, 300", {12, 44}},
+        {"300", {44}},
+        {"-1, 256", {255, 0}},
+        // What is not a decimal number is 0, and so is a value that is present but empty.
+        {"0x10", {0}},
+        {"1, x, 2", {1, 0, 2}},
+        {"1,,2", {1, 0, 2}},
+        {"\"12, 13\"", {0}},
+        {"", {0}},
+    };
+    for (auto const& [text, ids] : cases) {
+        EXPECT_EQ(DeviceIdsOf(text), ids) << text;
+    }
 }
 
-TEST(ProductList, TakesIdsThatDoNotParseForZero)
+TEST(WindowTitle, FallsBackToTheProgramsNameWhenItIsEmpty)
 {
-    EXPECT_EQ(ProductsOf("A:xyz:df11, B:0483:, C::df11"),
-              (Products{{u"A"_s, 0xDF110000}, {u"B"_s, 0x00000483}, {u"C"_s, 0xDF110000}}));
-}
-
-TEST(ProductList, CutsIdsThatAreTooLongTo16Bits)
-{
-    EXPECT_EQ(ProductsOf("A:10483:2df11"), (Products{{u"A"_s, 0xDF110483}}));
-}
-
-TEST(ProductList, KeepsAnEmptyNameAndIgnoresAFourthPiece)
-{
-    EXPECT_EQ(ProductsOf(":0483:df11"), (Products{{QString(), 0xDF110483}}));
-    EXPECT_EQ(ProductsOf("A:0483:df11:9999"), (Products{{u"A"_s, 0xDF110483}}));
-}
-
-TEST(ProductList, LeavesOutEntriesOfFewerThanThreePieces)
-{
-    EXPECT_EQ(ProductsOf("A, B:0483, Flash:0483:df11"), (Products{{u"Flash"_s, 0xDF110483}}));
-    EXPECT_EQ(ProductsOf(""), Products());
-}
-
-TEST(DeviceIdList, OfOneNumber)
-{
-    EXPECT_EQ(DeviceIdsOf("12"), (DeviceIds{12}));
-    EXPECT_EQ(DeviceIdsOf("\"12\""), (DeviceIds{12}));
-}
-
-TEST(DeviceIdList, OfSeveralNumbersKeepsTheirOrder)
-{
-    EXPECT_EQ(DeviceIdsOf("12, 3,12,0"), (DeviceIds{12, 3, 12, 0}));
-}
-
-TEST(DeviceIdList, CutsNumbersTo8Bits)
-{
-    EXPECT_EQ(DeviceIdsOf("12, 300"), (DeviceIds{12, 44}));
-    EXPECT_EQ(DeviceIdsOf("300"), (DeviceIds{44}));
-    EXPECT_EQ(DeviceIdsOf("-1, 256"), (DeviceIds{255, 0}));
-}
-
-TEST(DeviceIdList, TakesWhatIsNoDecimalNumberForZero)
-{
-    EXPECT_EQ(DeviceIdsOf("0x10"), (DeviceIds{0}));
-    EXPECT_EQ(DeviceIdsOf("1, x, 2"), (DeviceIds{1, 0, 2}));
-    EXPECT_EQ(DeviceIdsOf("1,,2"), (DeviceIds{1, 0, 2}));
-    EXPECT_EQ(DeviceIdsOf("\"12, 13\""), (DeviceIds{0}));
-}
-
-TEST(DeviceIdList, ThatIsPresentButEmptyHoldsZero)
-{
-    EXPECT_EQ(DeviceIdsOf(""), (DeviceIds{0}));
-}
-
-TEST(WindowTitle, IsTheConfiguredOne)
-{
-    EXPECT_EQ(TitleOf("Lumen updater"), u"Lumen updater"_s);
-}
-
-TEST(WindowTitle, FallsBackToTheProgramsNameWhenEmpty)
-{
-    EXPECT_EQ(TitleOf(""), u"Kelvane firmware updater"_s);
-    EXPECT_EQ(TitleOf("\"\""), u"Kelvane firmware updater"_s);
-    EXPECT_EQ(TitleOf("Lumen, updater"), u"Kelvane firmware updater"_s);
+    EXPECT_EQ(TextsOf("window_title=Lumen updater").window_title, u"Lumen updater"_s);
+    for (auto const* text : {"", "\"\"", "Lumen, updater"}) {
+        EXPECT_EQ(TextsOf("window_title=" + QByteArray(text)).window_title,
+                  u"Kelvane firmware updater"_s)
+            << text;
+    }
 }
 
 TEST(Texts, TakeEachKeyToItsOwnPlace)
 {
-    IniFile ini(
-        "window_title=T\ninstructions_text=I\nproduct_text=P\nfw_version=V\nfw_target_type=F\n");
-
-    auto const texts = ReadWindowTexts(ini.Settings());
+    auto const texts = TextsOf(
+        "window_title=T\ninstructions_text=I\nproduct_text=P\nfw_version=V\nfw_target_type=F");
 
     EXPECT_EQ(texts.window_title, u"T"_s);
     EXPECT_EQ(texts.instructions, u"I"_s);
@@ -364,29 +282,22 @@ TEST(Texts, TakeEachKeyToItsOwnPlace)
     EXPECT_EQ(texts.fw_target_type, u"F"_s);
 }
 
-TEST(Texts, InQuotesKeepCommaSemicolonAndSpaces)
+TEST(Texts, KeepInQuotesWhatTheyLoseWithout)
 {
-    EXPECT_EQ(InstructionsOf("\" plug in, reset; press \""), u" plug in, reset; press "_s);
+    std::pair<QByteArray, QString> const cases[] = {
+        {"\" plug in, reset; press \"", u" plug in, reset; press "_s},
+        {"plug in, reset", QString()},
+        {"plug in; reset", u"plug in"_s},
+        {"\"1. anschlie\xC3\x9F"
+         "en\\n2. neu starten\"",
+         u"1. anschlie\u00DFen\n2. neu starten"_s},
+    };
+    for (auto const& [text, instructions] : cases) {
+        EXPECT_EQ(TextsOf("instructions_text=" + text).instructions, instructions) << text.data();
+    }
 }
 
-TEST(Texts, AreLostWithAnUnquotedComma)
-{
-    EXPECT_EQ(InstructionsOf("plug in, reset"), QString());
-}
-
-TEST(Texts, EndAtAnUnquotedSemicolon)
-{
-    EXPECT_EQ(InstructionsOf("plug in; reset"), u"plug in"_s);
-}
-
-TEST(Texts, MayHaveSeveralLinesAndAnyLetters)
-{
-    EXPECT_EQ(InstructionsOf("\"1. anschlie\xC3\x9F"
-                             "en\\n2. neu starten\""),
-              u"1. anschlie\u00DFen\n2. neu starten"_s);
-}
-
-TEST(ConfigurationForTheLog, TellsEveryKeyWithItsValue)
+TEST(ConfigurationForTheLog, ListsEveryKeyWithItsValue)
 {
     IniFile const ini("interface=\"usb\"\ndevice_id_list=1, 2\nunknown=x\n");
     EXPECT_EQ(DescribeConfiguration(ini.Settings()),

@@ -22,18 +22,18 @@ std::vector<std::string> FindIncludes(std::string const& text);
 // Each function returns one line for each offence: "hal/uart/uart.cpp includes app/backend.h".
 
 // Includes of a folder above or beside one's own: app -> updater -> modules, mcuboot, hal ->
-// runtime. Of hal/uart, modules may know the driver's interface. Tests and simulator are for
-// nobody.
+// runtime, and app, bundle_check -> config. Nobody includes tests or simulator. The exceptions are
+// a list in the source file.
 std::vector<std::string> FindUpwardIncludes(std::vector<SourceFile> const& files);
 
 // The headers of each circle, in the order in which they include each other.
 std::vector<std::string> FindCircles(std::vector<SourceFile> const& files);
 
-// Outside of app/ Qt means Qt Core, but for the named files that own a serial port.
-// `is_core_header` tells whether an include belongs to Qt Core.
+// Outside app/, Qt means Qt Core, but for the named files that own a serial port or read fonts.
+// `is_core_header` says whether an include belongs to Qt Core.
 std::vector<std::string> FindForbiddenQt(
     std::vector<SourceFile> const& files,
     std::function<bool(std::string const&)> const& is_core_header);
 
-// Reads of settings outside config/startup_config.cpp.
+// Reads of settings outside config/.
 std::vector<std::string> FindStraySettings(std::vector<SourceFile> const& files);

@@ -1,4 +1,4 @@
-// The rules themselves, on made-up files: a rule that finds nothing anywhere proves nothing.
+// The rules themselves, on made-up files: a rule that never finds anything proves nothing.
 #include "tests/layering/include_rules.h"
 
 #include <gmock/gmock.h>
@@ -33,7 +33,7 @@ TEST(FindIncludes, SeesBothKindsHoweverTheyAreSpaced)
                 ElementsAre("QString", "app/backend.h", "map"));
 }
 
-TEST(UpwardIncludes, AreFoundAtEveryFloor)
+TEST(UpwardIncludes, AreFoundInEveryFolder)
 {
     EXPECT_THAT(Upward("updater/a.h", "app/b.h"), ElementsAre("updater/a.h includes app/b.h"));
     EXPECT_THAT(Upward("modules/m/a.h", "updater/b.h"), testing::SizeIs(1));
@@ -42,6 +42,9 @@ TEST(UpwardIncludes, AreFoundAtEveryFloor)
     EXPECT_THAT(Upward("runtime/a.h", "hal/uart/i_uart_driver.h"), testing::SizeIs(1));
     EXPECT_THAT(Upward("app/a.h", "simulator/b.h"), testing::SizeIs(1));
     EXPECT_THAT(Upward("runtime/a.h", "tests/b.h"), testing::SizeIs(1));
+    EXPECT_THAT(Upward("config/a.h", "runtime/b.h"), testing::SizeIs(1));
+    EXPECT_THAT(Upward("bundle_check/a.h", "updater/b.h"), testing::SizeIs(1));
+    EXPECT_THAT(Upward("app/a.h", "benchmarks/b.h"), testing::SizeIs(1));
 }
 
 TEST(UpwardIncludes, CountBetweenNeighboursToo)
@@ -59,6 +62,20 @@ TEST(UpwardIncludes, AreNotThoseThatPointDown)
     EXPECT_THAT(Upward("updater/a.h", "runtime/b.h"), IsEmpty());
     EXPECT_THAT(Upward("modules/m/a.h", "hal/uart/i_uart_driver.h"), IsEmpty());
     EXPECT_THAT(Upward("runtime/a.h", "sys/types.h"), IsEmpty());
+    EXPECT_THAT(Upward("bundle_check/a.h", "config/b.h"), IsEmpty());
+    EXPECT_THAT(Upward("bundle_check/a.h", "updater/model_id.h"), IsEmpty());
+}
+
+TEST(UpwardIncludes, OfTheSimulatorAreItsProgramsLookAtTheLimitsAndNoMore)
+{
+    for (std::string const limits : {"modules/stm32_updater/limits.h", "mcuboot/limits.h"}) {
+        EXPECT_THAT(Upward("simulator/program/main.cpp", limits), IsEmpty());
+        EXPECT_THAT(Upward("simulator/chips/a.cpp", limits), testing::SizeIs(1));
+        EXPECT_THAT(Upward("simulator/programme/a.cpp", limits), testing::SizeIs(1));
+    }
+    EXPECT_THAT(Upward("simulator/program/main.cpp", "mcuboot/smp_frame.h"), testing::SizeIs(1));
+    EXPECT_THAT(Upward("simulator/program/main.cpp", "config/startup_config.h"),
+                testing::SizeIs(1));
 }
 
 TEST(Circles, AreFoundWhereverTheyBegin)
@@ -71,7 +88,7 @@ TEST(Circles, AreFoundWhereverTheyBegin)
     EXPECT_THAT(FindCircles({{"a.h", {"a.h"}, ""}}), ElementsAre("a.h -> a.h"));
 }
 
-TEST(Circles, AreNotTwoTransportsToOneHeader)
+TEST(Circles, AreNotTwoWaysToOneHeader)
 {
     EXPECT_THAT(FindCircles({{"a.h", {"b.h", "c.h"}, ""},
                              {"b.h", {"d.h"}, ""},
@@ -90,6 +107,14 @@ TEST(ForbiddenQt, IsAllButCoreOutsideTheProgram)
     EXPECT_THAT(Qt("runtime/a.h", "string"), IsEmpty());
 }
 
+TEST(ForbiddenQt, IsFontsButInTheFilesThatReadThem)
+{
+    EXPECT_THAT(Qt("bundle_check/resource_checks.cpp", "QFontDatabase"), IsEmpty());
+    EXPECT_THAT(Qt("bundle_check/main.cpp", "QGuiApplication"), IsEmpty());
+    EXPECT_THAT(Qt("bundle_check/resource_checks.cpp", "QWidget"), testing::SizeIs(1));
+    EXPECT_THAT(Qt("bundle_check/value_checks.cpp", "QFontDatabase"), testing::SizeIs(1));
+}
+
 TEST(ForbiddenQt, IsTheSerialPortButInTheFilesThatOwnOne)
 {
     EXPECT_THAT(Qt("hal/uart/uart.cpp", "QSerialPort"), IsEmpty());
@@ -100,7 +125,7 @@ TEST(ForbiddenQt, IsTheSerialPortButInTheFilesThatOwnOne)
     EXPECT_THAT(Qt("app/main_window.cpp", "QtSerialPort/QSerialPort"), testing::SizeIs(1));
 }
 
-TEST(StraySettings, AreReadsOutsideTheOneFile)
+TEST(StraySettings, AreReadsOutsideTheConfigurationsFolder)
 {
     std::string const read = "auto x = settings\n    .value(key);";
     EXPECT_THAT(FindStraySettings({{"app/main.cpp", {}, read}}),

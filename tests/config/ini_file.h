@@ -1,4 +1,4 @@
-// A config.ini in a resource directory of its own, written as a person would write it.
+// A config.ini in a temporary resource directory, written as a person would write it.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@ public:
     // `text`: the file's content, UTF-8.
     explicit IniFile(QByteArray const& text) { SetText(text); }
 
-    // Ends what Settings() returned before.
+    // What Settings() returned before is no longer valid.
     void SetText(QByteArray const& text)
     {
         auto const name = QStringLiteral("config.ini");
@@ -26,7 +26,7 @@ public:
     QDir Directory() const { return QDir(directory_.path()); }
     QString Path(QString const& name) const { return directory_.filePath(name); }
 
-    // Puts another file beside it.
+    // Writes another file beside it.
     void Write(QString const& name, QByteArray const& content)
     {
         QFile file(directory_.filePath(name));

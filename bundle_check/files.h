@@ -1,0 +1,26 @@
+// Files that may be anything: what is wrong with one, found without opening what could block, its
+// first bytes, and links that lead out of the bundle.
+#pragma once
+
+#include <QByteArray>
+#include <QDir>
+#include <QString>
+#include <optional>
+
+#include "bundle_check/report.h"
+
+namespace bundle_check {
+
+// Why `path` is not a file that can be read, as the end of a sentence ("does not exist"); an empty
+// text if it is one. A pipe or a device is never opened.
+QString DescribeFileFault(QString const& path);
+
+// The first bytes of a regular file, at most `limit`; nothing when it cannot be read.
+std::optional<QByteArray> ReadHead(QString const& path, qint64 limit);
+
+// Warns when `path`, or a folder on the way to it, is a symbolic link that leads out of the bundle:
+// its target exists on the vendor's computer only. A file that does not exist leads nowhere, and is
+// reported elsewhere.
+void CheckLink(Place const& place, QDir const& resources, QString const& path, Findings& findings);
+
+}  // namespace bundle_check

@@ -1,0 +1,12 @@
+// Runs a test program's tests beside an application object that knows fonts and needs no display.
+#include <gmock/gmock.h>
+
+#include <QGuiApplication>
+
+int main(int argc, char** argv)
+{
+    testing::InitGoogleMock(&argc, argv);
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QGuiApplication const application(argc, argv);
+    return RUN_ALL_TESTS();
+}
