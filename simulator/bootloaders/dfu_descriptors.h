@@ -24,7 +24,7 @@ struct UsbDfuIdentity {
 };
 
 // The memories of a chip as the alternate settings name them: 0 flash, 1 option bytes, 2 OTP area.
-std::vector<std::string> DescribeMemories(Chip const& chip);
+std::vector<std::string> MakeMemoryNames(Chip const& chip);
 
 // The device's descriptor and that of its one configuration, as a host keeps them.
 std::vector<std::byte> MakeDescriptors(UsbDfuIdentity const& identity);

@@ -216,11 +216,11 @@ DfuAnswer DfuseBootloader::GetStatus(TimePoint now)
             return NoAnswer();
         }
         state_ = DfuState::kDownloadBusy;
-        return Done(TellStatus(stuck_ ? kStuckPollTimeout : ToPollTimeout(busy_until_ - now)));
+        return Done(MakeStatus(stuck_ ? kStuckPollTimeout : ToPollTimeout(busy_until_ - now)));
     }
     if (state_ == DfuState::kDownloadBusy) {
         if (stuck_ || now < busy_until_) {
-            return Done(TellStatus(stuck_ ? kStuckPollTimeout : ToPollTimeout(busy_until_ - now)));
+            return Done(MakeStatus(stuck_ ? kStuckPollTimeout : ToPollTimeout(busy_until_ - now)));
         }
         status_ = result_;
         state_ = status_ == 0 ? DfuState::kDownloadIdle : DfuState::kError;
@@ -229,7 +229,7 @@ DfuAnswer DfuseBootloader::GetStatus(TimePoint now)
         running_ = true;
         Leave();
     }
-    return Done(TellStatus(0));
+    return Done(MakeStatus(0));
 }
 
 DfuAnswer DfuseBootloader::ClearStatus()
@@ -377,7 +377,7 @@ void DfuseBootloader::Fail(uint8_t status, std::string reason)
 
 // The answer to a status request (DFU 1.1, 6.1.2): status, time until the next request in
 // milliseconds, state, and the index of a text that does not exist.
-std::vector<std::byte> DfuseBootloader::TellStatus(uint32_t poll_timeout_ms) const
+std::vector<std::byte> DfuseBootloader::MakeStatus(uint32_t poll_timeout_ms) const
 {
     return {static_cast<std::byte>(status_),
             static_cast<std::byte>(poll_timeout_ms & 0xFF),

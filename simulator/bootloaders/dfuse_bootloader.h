@@ -122,7 +122,7 @@ private:
     void SetAddress();
     bool OperationFaultStrikes(FaultMoment moment, std::chrono::microseconds& busy);
     void Fail(uint8_t status, std::string reason);
-    std::vector<std::byte> TellStatus(uint32_t poll_timeout_ms) const;
+    std::vector<std::byte> MakeStatus(uint32_t poll_timeout_ms) const;
     uint32_t BlockAddress(unsigned number) const;
 
     DfuseBootloaderOptions options_;

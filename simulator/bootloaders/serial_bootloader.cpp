@@ -7,7 +7,7 @@
 namespace simulator {
 namespace {
 
-// What other software on a unit's line may print.
+// A line that other software on the unit may print.
 std::vector<std::byte> MakeForeignLine()
 {
     constexpr std::string_view kText = "[00:00:01.250] flash: 2 areas\r\n";
@@ -40,6 +40,15 @@ void Spoil(Answer& answer, Fault const& fault)
 }
 
 }  // namespace
+
+std::vector<std::byte> JoinAnswers(std::span<Answer const> answers)
+{
+    std::vector<std::byte> bytes;
+    for (auto const& answer : answers) {
+        bytes.insert(bytes.end(), answer.bytes.begin(), answer.bytes.end());
+    }
+    return bytes;
+}
 
 std::vector<Answer> SerialBootloader::Receive(std::span<std::byte const> bytes)
 {

@@ -77,7 +77,7 @@ usbdevfs_urb ReadUrb(UMockdevIoctlData* block)
     return urb;
 }
 
-std::string Describe(UsbDfuIdentity const& identity, unsigned address, std::string const& node)
+std::string MakeSysfsText(UsbDfuIdentity const& identity, unsigned address, std::string const& node)
 {
     auto const descriptors = ToHex(MakeDescriptors(identity));
     return fmt::format(
@@ -125,7 +125,7 @@ void UsbDfuPort::Plug(std::string const&)
     Unplug();
     usb_address_ = testbed_->TakeUsbAddress();
     testbed_->AttachIoctl(DevicePath(), handler_);
-    testbed_->AddDevices(Describe(identity_, usb_address_, DevicePath().substr(5)));
+    testbed_->AddDevices(MakeSysfsText(identity_, usb_address_, DevicePath().substr(5)));
     sysfs_path_ = fmt::format("/sys/devices/usb1/1-{}", usb_address_);
 }
 
@@ -217,7 +217,7 @@ UsbDfuPort::IoctlResult UsbDfuPort::HandleIoctl(UMockdevIoctlClient* client)
     }
     switch (request) {
         case USBDEVFS_GET_CAPABILITIES:
-            return TellCapabilities(argument);
+            return AnswerCapabilities(argument);
         case USBDEVFS_CLAIMINTERFACE:
             bootloader_.Claim();
             return {0, 0};
@@ -239,7 +239,7 @@ UsbDfuPort::IoctlResult UsbDfuPort::HandleIoctl(UMockdevIoctlClient* client)
     }
 }
 
-UsbDfuPort::IoctlResult UsbDfuPort::TellCapabilities(UMockdevIoctlData* argument)
+UsbDfuPort::IoctlResult UsbDfuPort::AnswerCapabilities(UMockdevIoctlData* argument)
 {
     uint32_t capabilities = USBDEVFS_CAP_REAP_AFTER_DISCONNECT;
     ClientData const target(Resolve(argument, 0, sizeof(capabilities)));

@@ -88,7 +88,7 @@ private:
     static void OnVanished(void* handler, UMockdevIoctlClient* client, void* self);
 
     IoctlResult HandleIoctl(UMockdevIoctlClient* client);
-    static IoctlResult TellCapabilities(UMockdevIoctlData* argument);
+    static IoctlResult AnswerCapabilities(UMockdevIoctlData* argument);
     IoctlResult Submit(Session& session, UMockdevIoctlData* argument);
     static IoctlResult Reap(Session& session, UMockdevIoctlData* argument);
     static IoctlResult Discard(Session& session, UMockdevIoctlData* argument);

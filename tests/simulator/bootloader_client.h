@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/bootloaders/unit_protocol.h"
+#include "simulator/bootloaders/serial_bootloader.h"
 
 namespace simulator::test {
 
@@ -49,13 +49,13 @@ inline Bytes DataBytes(Bytes const& data)
     return WithChecksum(std::move(bytes));
 }
 
-inline Bytes Ask(IUnitProtocol& unit, Bytes const& bytes)
+inline Bytes Ask(SerialBootloader& unit, Bytes const& bytes)
 {
     return JoinAnswers(unit.Receive(bytes));
 }
 
 // All three steps of a Write Memory, whatever the unit answers; the answers, joined.
-inline Bytes Write(IUnitProtocol& unit, uint32_t address, Bytes const& data)
+inline Bytes Write(SerialBootloader& unit, uint32_t address, Bytes const& data)
 {
     auto answers = Ask(unit, B({0x31, 0xCE}));
     for (auto const& step : {AddressBytes(address), DataBytes(data)}) {

@@ -198,7 +198,7 @@ TEST(Faults, HangAtACommandUntilTheReset)
     EXPECT_EQ(AskId(unit), kGoodId);
     EXPECT_EQ(AskId(unit), B({}));
     EXPECT_EQ(AskId(unit), B({}));
-    EXPECT_FALSE(unit.Vanished());
+    EXPECT_FALSE(unit.HasLeft());
     EXPECT_EQ(Lines(unit).back(), "get-id silent fault");
 
     unit.Reset();
@@ -214,7 +214,7 @@ TEST(Faults, HangOrVanishInsideAWriteBeforeAnythingIsProgrammed)
 
             EXPECT_EQ(Write(unit, 0x08000004, B({5, 6, 7, 8})), cut == 0 ? B({}) : B({0x79, 0x79}));
 
-            EXPECT_EQ(unit.Vanished(), kind == FaultKind::kVanishInWrite);
+            EXPECT_EQ(unit.HasLeft(), kind == FaultKind::kVanishInWrite);
             EXPECT_EQ(unit.Memory().Read(0x08000004, 4), B({0xFF, 0xFF, 0xFF, 0xFF}));
             EXPECT_EQ(Lines(unit).back(),
                       cut == 0 ? "write silent fault" : "write 0x08000004 silent fault");

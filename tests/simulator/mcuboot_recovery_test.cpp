@@ -465,7 +465,7 @@ TEST(RecoveryFaults, HangOrVanishInFrontOfAChunk)
 
         EXPECT_EQ(Ask(unit, Second()), "");
         EXPECT_EQ(Ask(unit, First()), "") << "until the reset";
-        EXPECT_EQ(unit.Vanished(), kind == FaultKind::kVanishInWrite);
+        EXPECT_EQ(unit.HasLeft(), kind == FaultKind::kVanishInWrite);
         EXPECT_EQ(Stored(unit, 6), "01020304ffff");
         EXPECT_EQ(Lines(unit).back(), "upload 0x00000004 2 seq=1 keys=data,off silent fault");
     }

@@ -10,7 +10,7 @@
 #include <span>
 #include <vector>
 
-#include "simulator/bootloaders/unit_protocol.h"
+#include "simulator/bootloaders/serial_bootloader.h"
 
 namespace simulator::test {
 
@@ -82,7 +82,7 @@ inline QByteArray MakeRequest(Kind kind, QByteArray const& payload_hex, char seq
     return ToLine(MakeBody(kind, payload_hex, sequence));
 }
 
-inline QByteArray Ask(IUnitProtocol& unit, QByteArray const& line)
+inline QByteArray Ask(SerialBootloader& unit, QByteArray const& line)
 {
     return ToArray(JoinAnswers(unit.Receive(ToBytes(line))));
 }
@@ -101,7 +101,7 @@ inline QByteArray BodyOf(QByteArray const& answer)
 }
 
 // The answer's map, in hexadecimal.
-inline QByteArray AskForMap(IUnitProtocol& unit, QByteArray const& line)
+inline QByteArray AskForMap(SerialBootloader& unit, QByteArray const& line)
 {
     return BodyOf(Ask(unit, line)).mid(10).chopped(2).toHex();
 }

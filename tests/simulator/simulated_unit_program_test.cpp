@@ -129,7 +129,7 @@ TEST(SimulatedUnitProgram, MakesAUnitInSerialRecoveryMode)
     EXPECT_EQ(answer.mid(19, 2), "\x04\x14");
 
     EXPECT_EQ(program.Command("fault nack-erase"),
-              "error no fault of this kind of unit: nack-erase");
+              "error this kind of unit cannot show the fault nack-erase");
     EXPECT_EQ(program.Command("fault error-code 1 1 7"), "ok");
     EXPECT_NE(program.Command("status").find("connects=0 erased=256 "), std::string::npos);
     EXPECT_EQ(program.Command("journal"), "erase-slot seq=255 ack");
@@ -158,7 +158,7 @@ TEST(SimulatedUnitProgram, MakesAUnitInItsUsbBootloaderThatIsNumberedAnewWhenItI
     EXPECT_EQ(program.Command("plug"), "ok port=/dev/bus/usb/001/003 pty=");
     EXPECT_EQ(read_product_id(3), "df11");
     EXPECT_EQ(program.Command("fault nack-erase"),
-              "error no fault of this kind of unit: nack-erase");
+              "error this kind of unit cannot show the fault nack-erase");
     EXPECT_EQ(program.Command("fault error-in-write 1 1 3"), "ok");
     EXPECT_TRUE(
         program.Command("status").starts_with("state=bootloader synchronised=no "
