@@ -91,9 +91,6 @@ public:
 
     DfuAnswer Handle(DfuControl const& control, TimePoint now);
 
-    DfuState State() const { return state_; }
-    DfuseBootloaderOptions const& Options() const { return options_; }
-
 private:
     enum class Operation { kSetAddress, kErasePage, kEraseAll, kWrite };
 

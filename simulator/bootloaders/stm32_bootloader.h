@@ -60,12 +60,8 @@ public:
 
     State GetState() const { return state_; }
     std::optional<uint32_t> JumpAddress() const { return jump_address_; }  // of the last Go
-    std::vector<std::byte> Marker()
-        const;  // the 4 bytes at the boot-mode address; empty without one
-    unsigned Connects() const { return connects_; }  // synchronisations since the beginning
-    unsigned ErasedPages() const { return erased_pages_; }
-    unsigned Writes() const { return writes_; }  // Write Memory commands carried out
-
+    // The 4 bytes at the boot-mode address; empty without one.
+    std::vector<std::byte> Marker() const;
     Stm32BootloaderOptions const& Options() const { return options_; }
 
 private:
