@@ -158,7 +158,7 @@ void UsbDfuPort::SetMode(mode_t mode)
 void UsbDfuPort::SetBlocked(bool blocked)
 {
     if (!IsPlugged()) {
-        throw std::runtime_error("not plugged");
+        throw std::runtime_error("not plugged in");
     }
     std::filesystem::path const node = NodePath();
     auto const hidden = node.string() + ".hidden";

