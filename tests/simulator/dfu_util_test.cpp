@@ -109,24 +109,17 @@ TEST_F(DfuUtil, ErasesWritesAndStartsAnImage)
     EXPECT_EQ(LastLine(), "leave 0x08000000 ack");
 }
 
-TEST_F(DfuUtil, ReadsTheOtpArea)
+TEST_F(DfuUtil, ReadsTheOtpAreaAndTheFlash)
 {
+    plugged_.unit.LoadMemory(kFlashStart, Bytes(5 * kPageSize + 17, std::byte{0x5A}));
+
     EXPECT_EQ(Run(u"-a 2 -s 0x1fff7000:1024 -U otp.bin"_s), 0) << output_;
-
-    auto const otp = ReadFile("otp.bin");
-    EXPECT_EQ(otp.size(), 1024);
-    EXPECT_EQ(otp.left(5), QByteArray("\x11\x47\x23\x01\x07"));
-    EXPECT_TRUE(plugged_.unit.Status().plugged);
-}
-
-TEST_F(DfuUtil, ReadsTheFlashInSeveralBlocks)
-{
-    Bytes const image(5 * kPageSize + 17, std::byte{0x5A});
-    plugged_.unit.LoadMemory(kFlashStart, image);
-
     EXPECT_EQ(Run(u"-a 0 -s 0x08000000:10257 -U read.bin"_s), 0) << output_;
 
-    EXPECT_EQ(ReadFile("read.bin"), QByteArray(10257, '\x5A'));
+    EXPECT_EQ(ReadFile("otp.bin").size(), 1024);
+    EXPECT_EQ(ReadFile("otp.bin").left(5), QByteArray("\x11\x47\x23\x01\x07"));
+    EXPECT_EQ(ReadFile("read.bin"), QByteArray(10257, '\x5A')) << "several blocks";
+    EXPECT_TRUE(plugged_.unit.Status().plugged);
 }
 
 TEST_F(DfuUtil, FindsTheUnitUnderANewNumberWhenItIsPluggedInAgain)
