@@ -17,8 +17,7 @@
 
 namespace simulator {
 
-// What a fault waits for. Each has a count of its own, which begins at 1 with the first occurrence
-// after the fault was added.
+// What a fault waits for. Each fault counts its moments from 1, from when it was added.
 enum class FaultMoment {
     kCommand,       // any command or request that came whole and right
     kWriteAddress,  // a Write Memory's address
@@ -26,7 +25,7 @@ enum class FaultMoment {
                     // block that is about to be programmed
     kWriteData,     // a Write Memory's data, complete; a chunk of an image that can be stored
     kErase,         // the page list of an Erase or Extended Erase; a DFU erase about to begin
-    kAnswer,        // anything that the unit sends: an ACK, a NACK, a block of data, an SMP answer
+    kAnswer,        // whatever the unit sends: an ACK, a NACK, a block of data, an SMP answer
     kCountedBlock,  // a block that begins with its own length (Get, Get ID; an SMP answer's body)
     kReadData,      // the data of a Read Memory
 };
@@ -48,8 +47,8 @@ enum class FaultKind {
     kSilentInWrite,      // hangs after `parameter` bytes of a write's data; 0: at its command. In
                          // front of a chunk of an image or a DFU block, whatever the parameter:
                          // nothing is stored
-    kVanishInWrite,      // the same, and leaves its line
-    kForeignLineBefore,  // a line of text that is no answer comes first
+    kVanishInWrite,      // the same, and leaves its host
+    kForeignLineBefore,  // a line of text that is not an answer comes first
     kForeignLineAfter,   // ... or follows
     kWrongCheckValue,    // check value of an SMP answer is XORed with `parameter`
     kErrorCode,          // answers a request with error code `parameter` and does nothing else
@@ -148,7 +147,7 @@ std::optional<FaultKind> FindFaultKind(std::string_view name);
 // The faults set for one unit. Not thread-safe.
 class FaultList {
 public:
-    // `kinds`: those that the unit can show; they must outlive the list.
+    // `kinds`: the faults that the unit can show; they must outlive the list.
     explicit FaultList(std::span<FaultKind const> kinds) : kinds_(kinds) {}
 
     // Throws std::invalid_argument for a kind that the unit cannot show.

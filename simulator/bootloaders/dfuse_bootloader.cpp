@@ -14,16 +14,16 @@ constexpr std::byte kSetAddressCommand{0x21};
 constexpr std::byte kEraseCommand{0x41};
 constexpr std::byte kReadUnprotectCommand{0x92};
 
-// What block 0 holds for who uploads it: the commands, itself first.
+// What an upload of block 0 returns: the commands.
 constexpr std::array kCommandList{std::byte{0x00}, kSetAddressCommand, kEraseCommand,
                                   kReadUnprotectCommand};
 
 constexpr size_t kAddressSize = 4;
 constexpr unsigned kFirstDataBlock = 2;
 
-// The status tells times in 24 bits of milliseconds.
+// The status has 24 bits for a time in milliseconds.
 constexpr uint32_t kLongestPollTimeout = 0xFFFFFF;
-// What a unit that is stuck asks its client to wait, over and over.
+// The time that a stuck unit asks its client to wait, over and over.
 constexpr uint32_t kStuckPollTimeout = 100;
 
 uint32_t ReadAddress(std::span<std::byte const> little_endian)
@@ -272,7 +272,7 @@ bool DfuseBootloader::CommandFaultStrikes()
     return IsHung();
 }
 
-// Carries the download out at once; what its client sees of it comes when the chip would be done.
+// Carries the download out at once; the client sees it as done when the chip would be done.
 void DfuseBootloader::Begin(TimePoint now)
 {
     result_ = 0;

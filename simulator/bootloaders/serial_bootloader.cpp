@@ -16,7 +16,7 @@ std::vector<std::byte> MakeForeignLine()
     return line;
 }
 
-// Does to an answer what the fault says.
+// Applies a fault to an answer.
 void Spoil(Answer& answer, Fault const& fault)
 {
     auto& bytes = answer.bytes;

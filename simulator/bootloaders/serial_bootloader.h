@@ -34,10 +34,10 @@ public:
 protected:
     using ChipBootloader::ChipBootloader;
 
-    // The next byte, unless the unit hears nothing.
+    // Handles the next byte; not called while the unit hears nothing.
     virtual void Take(std::byte byte) = 0;
 
-    // Sends, unless a fault has it otherwise.
+    // Sends, with the faults that strike now.
     void Send(std::vector<std::byte> bytes, std::chrono::microseconds busy = {});
 
 private:

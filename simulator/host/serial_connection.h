@@ -1,5 +1,5 @@
-// A unit behind a USB serial port, served by a thread of its own: passes bytes to and fro when the
-// line would have carried them, and takes the port away when the unit leaves it.
+// A unit behind a USB serial port, served by one thread: it passes bytes both ways when the line
+// would have carried them, and takes the port away when the unit leaves it.
 #pragma once
 
 #include <atomic>

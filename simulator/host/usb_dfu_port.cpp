@@ -28,8 +28,7 @@ constexpr unsigned kStringDescriptor = 3;
 
 constexpr unsigned kFullSpeedMegabits = 12;
 
-// To open this file for writing is refused even to root: it stands in for a node without
-// permission.
+// Not even root may open this file for writing: it takes the place of a node without permission.
 constexpr auto kUnopenable = "/proc/sys/kernel/ostype";
 
 struct Setup {
@@ -60,8 +59,8 @@ std::span<std::byte const> BytesOf(UMockdevIoctlData* data)
     return std::as_bytes(std::span(data->data, static_cast<size_t>(data->data_len)));
 }
 
-// The client's memory of `size` bytes that the pointer at `offset` in `data` leads to; null when
-// there is no such memory.
+// The client's memory of `size` bytes at the address that is at `offset` in `data`; null when there
+// is none.
 UMockdevIoctlData* Resolve(UMockdevIoctlData* data, size_t offset, size_t size)
 {
     GError* error = nullptr;
@@ -191,8 +190,8 @@ void UsbDfuPort::OnConnected(void* /*handler*/, UMockdevIoctlClient* client, voi
 {
     auto* const port = static_cast<UsbDfuPort*>(self);
     std::lock_guard const lock(port->mutex_);
-    // Accepted later than opened: the device may have gone in between. And umockdev does not tell
-    // of every client that vanishes, so another one may have been here before.
+    // A client is accepted after it has opened the node: the device may have left in between. And
+    // umockdev does not report every client that vanishes, so there may be an old session.
     bool const is_here =
         port->IsPlugged() && umockdev_ioctl_client_get_devnode(client) == port->DevicePath();
     port->sessions_.insert_or_assign(client, Session{{}, !is_here});
@@ -210,7 +209,7 @@ UsbDfuPort::IoctlResult UsbDfuPort::HandleIoctl(UMockdevIoctlClient* client)
     auto& session = sessions_[client];
     auto* const argument = umockdev_ioctl_client_get_arg(client);
     auto const request = umockdev_ioctl_client_get_request(client);
-    // What was submitted before the device went away can still be had.
+    // What was submitted before the device left is still returned.
     bool const is_reap = request == USBDEVFS_REAPURB || request == USBDEVFS_REAPURBNDELAY;
     if (session.is_gone && !is_reap) {
         return {-1, ENODEV};
