@@ -1,19 +1,23 @@
-// The one list of faults that a simulated unit can show, for in-process tests, for the program and
-// for tests that walk through every kind at every step. A fault waits for its moment, strikes, and
-// can be asked whether it did.
+// The one list of faults: for a scripted line, for a simulated unit and for a command line. A fault
+// waits for its moment, strikes, and counts that it did.
+//
+// To add a fault: an enumerator and a row of kFaults, what the bootloader then does, and the row's
+// tests.
 #pragma once
 
+#include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <ranges>
 #include <span>
 #include <string_view>
 #include <vector>
 
 namespace simulator {
 
-// What a fault waits for. Each has a count of its own, which begins at 1 with the first occurrence
-// after the fault was added.
+// What a fault waits for. Each fault counts its moments from 1, from when it was added.
 enum class FaultMoment {
     kCommand,       // any command or request that came whole and right
     kWriteAddress,  // a Write Memory's address
@@ -21,7 +25,7 @@ enum class FaultMoment {
                     // block that is about to be programmed
     kWriteData,     // a Write Memory's data, complete; a chunk of an image that can be stored
     kErase,         // the page list of an Erase or Extended Erase; a DFU erase about to begin
-    kAnswer,        // anything that the unit sends: an ACK, a NACK, a block of data, an SMP answer
+    kAnswer,        // whatever the unit sends: an ACK, a NACK, a block of data, an SMP answer
     kCountedBlock,  // a block that begins with its own length (Get, Get ID; an SMP answer's body)
     kReadData,      // the data of a Read Memory
 };
@@ -43,44 +47,88 @@ enum class FaultKind {
     kSilentInWrite,      // hangs after `parameter` bytes of a write's data; 0: at its command. In
                          // front of a chunk of an image or a DFU block, whatever the parameter:
                          // nothing is stored
-    kVanishInWrite,      // the same, and leaves its line
-    kForeignLineBefore,  // a line of text that is no answer comes first
+    kVanishInWrite,      // the same, and leaves its host
+    kForeignLineBefore,  // a line of text that is not an answer comes first
     kForeignLineAfter,   // ... or follows
     kWrongCheckValue,    // check value of an SMP answer is XORed with `parameter`
     kErrorCode,          // answers a request with error code `parameter` and does nothing else
     kErrorInUpload,      // the same for a chunk of an image
     kAskForOffset,   // stores nothing of a chunk and goes on at offset `parameter` (signed 32 bits)
     kKeepOffset,     // stores nothing of a chunk and asks for the same one again
-    kOmitOffset,     // stores a chunk, but does not tell the next offset
+    kOmitOffset,     // stores a chunk, but does not answer with the next offset
     kVanishInErase,  // leaves its host instead of erasing a page
-    kSlowErase,      // is busy erasing for `parameter` milliseconds more, and says so
+    kSlowErase,      // is busy erasing for `parameter` milliseconds more, and reports it
     kErrorInErase,   // ends an erase with DFU status `parameter`; nothing is erased
     kErrorInWrite,   // ends a write with DFU status `parameter`; nothing is programmed
-    kStuckInWrite,   // says for ever that it is busy programming
+    kStuckInWrite,   // reports for ever that it is busy programming
 };
 
-inline constexpr std::array kStm32FaultKinds{
-    FaultKind::kNackCommand,     FaultKind::kNackWriteCommand, FaultKind::kNackWriteAddress,
-    FaultKind::kNackWriteData,   FaultKind::kNackErase,        FaultKind::kDropAnswer,
-    FaultKind::kGarbageAnswer,   FaultKind::kCutAnswer,        FaultKind::kExtraByte,
-    FaultKind::kLateAnswer,      FaultKind::kWrongCount,       FaultKind::kFlipReadData,
-    FaultKind::kSilentAtCommand, FaultKind::kSilentInWrite,    FaultKind::kVanishInWrite,
+// The bootloaders that can show a fault, as bits.
+inline constexpr unsigned kOnStm32 = 1;
+inline constexpr unsigned kOnMcuboot = 2;
+inline constexpr unsigned kOnDfu = 4;
+inline constexpr unsigned kOnSerial = kOnStm32 | kOnMcuboot;
+inline constexpr unsigned kOnAll = kOnSerial | kOnDfu;
+
+struct FaultRow {
+    FaultKind kind;
+    std::string_view name;  // on a command line and in a test's name
+    FaultMoment moment;
+    unsigned bootloaders;
 };
 
-inline constexpr std::array kMcubootFaultKinds{
-    FaultKind::kDropAnswer,        FaultKind::kGarbageAnswer,    FaultKind::kCutAnswer,
-    FaultKind::kExtraByte,         FaultKind::kLateAnswer,       FaultKind::kWrongCount,
-    FaultKind::kSilentAtCommand,   FaultKind::kSilentInWrite,    FaultKind::kVanishInWrite,
-    FaultKind::kForeignLineBefore, FaultKind::kForeignLineAfter, FaultKind::kWrongCheckValue,
-    FaultKind::kErrorCode,         FaultKind::kErrorInUpload,    FaultKind::kAskForOffset,
-    FaultKind::kKeepOffset,        FaultKind::kOmitOffset,
-};
+// Every fault, in the order of the enumeration. Names, moments and the lists below come from here.
+constexpr auto MakeFaults()
+{
+    using enum FaultKind;
+    using enum FaultMoment;
+    return std::array{
+        FaultRow{kNackCommand, "nack-command", kCommand, kOnStm32},
+        FaultRow{kNackWriteCommand, "nack-write-command", kWrite, kOnStm32},
+        FaultRow{kNackWriteAddress, "nack-write-address", kWriteAddress, kOnStm32},
+        FaultRow{kNackWriteData, "nack-write-data", kWriteData, kOnStm32},
+        FaultRow{kNackErase, "nack-erase", kErase, kOnStm32},
+        FaultRow{kDropAnswer, "drop-answer", kAnswer, kOnSerial},
+        FaultRow{kGarbageAnswer, "garbage-answer", kAnswer, kOnSerial},
+        FaultRow{kCutAnswer, "cut-answer", kAnswer, kOnSerial},
+        FaultRow{kExtraByte, "extra-byte", kAnswer, kOnSerial},
+        FaultRow{kLateAnswer, "late-answer", kAnswer, kOnSerial},
+        FaultRow{kWrongCount, "wrong-count", kCountedBlock, kOnSerial},
+        FaultRow{kFlipReadData, "flip-read-data", kReadData, kOnStm32},
+        FaultRow{kSilentAtCommand, "silent-at-command", kCommand, kOnAll},
+        FaultRow{kSilentInWrite, "silent-in-write", kWrite, kOnAll},
+        FaultRow{kVanishInWrite, "vanish-in-write", kWrite, kOnAll},
+        FaultRow{kForeignLineBefore, "foreign-line-before", kAnswer, kOnMcuboot},
+        FaultRow{kForeignLineAfter, "foreign-line-after", kAnswer, kOnMcuboot},
+        FaultRow{kWrongCheckValue, "wrong-check-value", kCountedBlock, kOnMcuboot},
+        FaultRow{kErrorCode, "error-code", kCommand, kOnMcuboot},
+        FaultRow{kErrorInUpload, "error-in-upload", kWrite, kOnMcuboot},
+        FaultRow{kAskForOffset, "ask-for-offset", kWrite, kOnMcuboot},
+        FaultRow{kKeepOffset, "keep-offset", kWrite, kOnMcuboot},
+        FaultRow{kOmitOffset, "omit-offset", kWriteData, kOnMcuboot},
+        FaultRow{kVanishInErase, "vanish-in-erase", kErase, kOnDfu},
+        FaultRow{kSlowErase, "slow-erase", kErase, kOnDfu},
+        FaultRow{kErrorInErase, "error-in-erase", kErase, kOnDfu},
+        FaultRow{kErrorInWrite, "error-in-write", kWrite, kOnDfu},
+        FaultRow{kStuckInWrite, "stuck-in-write", kWrite, kOnDfu},
+    };
+}
+inline constexpr auto kFaults = MakeFaults();
 
-inline constexpr std::array kDfuFaultKinds{
-    FaultKind::kSilentAtCommand, FaultKind::kSilentInWrite, FaultKind::kVanishInWrite,
-    FaultKind::kVanishInErase,   FaultKind::kSlowErase,     FaultKind::kErrorInErase,
-    FaultKind::kErrorInWrite,    FaultKind::kStuckInWrite,
-};
+// The faults that one bootloader can show.
+template <unsigned bootloader>
+constexpr auto ListFaults()
+{
+    constexpr auto is_shown = [](FaultRow const& row) {
+        return (row.bootloaders & bootloader) != 0;
+    };
+    std::array<FaultKind, std::ranges::count_if(kFaults, is_shown)> kinds{};
+    std::ranges::transform(kFaults | std::views::filter(is_shown), kinds.begin(), &FaultRow::kind);
+    return kinds;
+}
+inline constexpr auto kStm32FaultKinds = ListFaults<kOnStm32>();
+inline constexpr auto kMcubootFaultKinds = ListFaults<kOnMcuboot>();
+inline constexpr auto kDfuFaultKinds = ListFaults<kOnDfu>();
 
 // Strikes at occurrences `at` ... `at` + `count` - 1 of its kind's moment.
 struct Fault {
@@ -99,7 +147,7 @@ std::optional<FaultKind> FindFaultKind(std::string_view name);
 // The faults set for one unit. Not thread-safe.
 class FaultList {
 public:
-    // `kinds`: those that the unit can show; they must outlive the list.
+    // `kinds`: the faults that the unit can show; they must outlive the list.
     explicit FaultList(std::span<FaultKind const> kinds) : kinds_(kinds) {}
 
     // Throws std::invalid_argument for a kind that the unit cannot show.

@@ -1,4 +1,4 @@
-// What a simulated bootloader was asked, and what became of it: one entry a command, in order.
+// What a simulated bootloader was asked and how it ended: one entry for each command, in order.
 #pragma once
 
 #include <cstddef>
@@ -13,8 +13,8 @@ namespace simulator {
 
 enum class Outcome {
     kAck,     // carried out
-    kNack,    // refused; `reason` tells why
-    kSilent,  // the unit hung, or left its line, in the middle
+    kNack,    // refused, for the entry's `reason`
+    kSilent,  // the unit hung or left its host before the end
 };
 
 struct JournalEntry {
@@ -40,7 +40,7 @@ std::string PagesToText(std::vector<unsigned> const& pages);
 // Not thread-safe.
 class Journal {
 public:
-    // `sink` hears each further entry at once, on the thread that drives the unit.
+    // `sink` is called with each further entry at once, on the thread that drives the unit.
     void SetSink(std::function<void(JournalEntry const&)> sink) { sink_ = std::move(sink); }
 
     void Add(JournalEntry entry);

@@ -15,7 +15,7 @@ SimulatedUnit::SimulatedUnit(std::shared_ptr<UsbTestbed> testbed, SimulatedUnitO
         MakeSerial(std::move(testbed), options, std::make_unique<McubootRecovery>(*mcuboot));
     } else {
         auto& dfuse = std::get<DfuseBootloaderOptions>(options.bootloader);
-        options.usb_device.memories = DescribeMemories(dfuse.chip);
+        options.usb_device.memories = MakeMemoryNames(dfuse.chip);
         auto bootloader = std::make_unique<DfuseBootloader>(std::move(dfuse));
         connection_ = std::make_unique<UsbDfuPort>(std::move(testbed),
                                                    std::move(options.usb_device), *bootloader);

@@ -1,5 +1,5 @@
-// A whole simulated unit: a protocol behind a port, on a line that takes its time, served by a
-// thread of its own. Everything that the thread touches is reached through here, from any thread.
+// A whole simulated unit: a microcontroller in one of its bootloaders and its connection to a host.
+// All access to them from other threads goes through this class.
 #pragma once
 
 #include <sys/types.h>
@@ -22,24 +22,23 @@
 namespace simulator {
 
 struct SimulatedUnitOptions {
-    // What the unit is.
+    // What the unit is, with the options of its bootloader.
     std::variant<Stm32BootloaderOptions, McubootRecoveryOptions, DfuseBootloaderOptions> bootloader;
-    // What it is to its host: of these the one that the bootloader has use for.
+    // Its identity on its host. A serial bootloader uses the first, the DFU bootloader the second.
     UsbSerialPortOptions port;
     UsbDfuIdentity usb_device;
-    unsigned baud = 0;  // of a serial line's pace; 0 takes no time
+    unsigned baud = 0;  // pace of a serial line in bits a second; 0 takes no time
     unsigned bits_per_byte = kBitsPerByte8E1;
-    // Hears each journal entry at once, on the serving thread.
+    // Called with each journal entry at once, on the serving thread.
     std::function<void(JournalEntry const&)> journal_sink;
 };
 
-// A microcontroller in one of its bootloaders, connected as that bootloader is. Thread-safe. It
-// begins unplugged.
+// Thread-safe. The unit is not plugged in at first.
 class SimulatedUnit {
 public:
     SimulatedUnit(std::shared_ptr<UsbTestbed> testbed, SimulatedUnitOptions options);
 
-    // See IUnitConnection. The unit lives on the port's power: to plug it resets it.
+    // See IUnitConnection. The port powers the unit, so plugging it in resets it.
     void Plug(std::string const& name = {});
     void Unplug();
     void Fade();
@@ -50,9 +49,10 @@ public:
     // Throws std::invalid_argument for a fault that the unit's kind cannot show.
     void AddFault(Fault const& fault);
     void ClearFaults();
-    void SetSilent(bool silent);  // the unit takes no notice of what it receives
+    void SetSilent(bool silent);  // the unit ignores what it receives
 
-    // Both throw std::out_of_range where there is no memory. LoadMemory stores as a debugger would.
+    // Both throw std::out_of_range where there is no memory. LoadMemory() stores as a debugger
+    // would.
     std::vector<std::byte> ReadMemory(uint32_t address, size_t size);
     void LoadMemory(uint32_t address, std::vector<std::byte> const& data);
 

@@ -1,4 +1,4 @@
-// What can be told about a simulated unit at one moment, whatever its kind.
+// The state of a simulated unit at one moment, whatever its bootloader.
 #pragma once
 
 #include <cstddef>
@@ -10,12 +10,12 @@
 namespace simulator {
 
 enum class UnitState {
-    kWaitingForSync,  // just reset: nothing that it understood has come yet
+    kWaitingForSync,  // just reset: it has not received anything that it understands
     kSynchronised,
-    kRunning,  // the application was started: the bootloader is gone until the next reset
+    kRunning,  // the application runs: no bootloader until the next reset
 };
 
-// What a kind of unit does not have stays as it is here.
+// A value that the unit's bootloader does not have keeps its default.
 struct UnitStatus {
     UnitState state = UnitState::kWaitingForSync;
     bool plugged = false;

@@ -1,6 +1,6 @@
-// What every simulated bootloader on a microcontroller has, whatever its protocol and whatever
-// carries it: memory, faults, a journal, and the ways to fall silent. How bytes come and go is up
-// to serial_bootloader.h and dfuse_bootloader.h.
+// What every simulated bootloader on a microcontroller has, whatever its protocol: memory, faults,
+// a journal, and the ways to fall silent. serial_bootloader.h and dfuse_bootloader.h add how bytes
+// come and go.
 #pragma once
 
 #include <cstddef>
@@ -20,17 +20,17 @@ class ChipBootloader {
 public:
     virtual ~ChipBootloader() = default;
 
-    // Power-on or the reset pin: the bootloader starts anew; what it has stored stays.
+    // Power-on or the reset pin: the bootloader starts again; memory stays as it is.
     virtual void Reset();
 
-    // True once the unit has left its host, because of a fault or of its own accord. The owner
-    // takes it away there; Reset() ends it.
+    // True once the unit has left its host, because of a fault or as the protocol has it. The owner
+    // then takes its port away. False again after Reset().
     bool HasLeft() const { return has_left_; }
 
-    // While silent it takes no notice of what it receives. A reset does not end this.
+    // While silent the unit ignores what it receives. A reset does not end this.
     void SetSilent(bool silent) { silent_ = silent; }
 
-    // Everything but what only the port knows.
+    // Without what only the connection knows.
     virtual UnitStatus Status() const = 0;
 
     ChipMemory const& Memory() const { return memory_; }
@@ -41,21 +41,22 @@ public:
     Journal& GetJournal() { return journal_; }
 
 protected:
-    // `fault_kinds`: those that the bootloader can show; they must outlive it.
+    // `fault_kinds`: the faults that the bootloader can show; they must outlive it.
     explicit ChipBootloader(std::span<FaultKind const> fault_kinds) : faults_(fault_kinds) {}
 
-    // Flash and OTP area, erased but for `otp` at the start of the latter, and RAM.
+    // Adds flash, OTP area and RAM. Flash and OTP area are erased, except that `otp` is at the
+    // start of the OTP area.
     void AddMemoryOf(Chip const& chip, std::span<std::byte const> otp);
 
-    // True while what it receives is lost on it.
+    // True while the unit ignores what it receives.
     bool HearsNothing() const { return silent_ || hung_; }
     bool IsHung() const { return hung_; }
 
     // Enters the command in progress, `entry_`, into the journal.
     void Finish(Outcome outcome, std::string reason = {});
 
-    // Falls silent until the reset because of a fault of that kind; one that says so takes the unit
-    // from its host.
+    // Falls silent until the reset because of a fault of that kind. A fault that makes the unit
+    // vanish also takes it from its host.
     void Hang(FaultKind kind);
 
     void Leave() { has_left_ = true; }

@@ -57,7 +57,7 @@ void Append16(std::vector<std::byte>& bytes, std::initializer_list<unsigned> val
 
 }  // namespace
 
-std::vector<std::string> DescribeMemories(Chip const& chip)
+std::vector<std::string> MakeMemoryNames(Chip const& chip)
 {
     return {fmt::format("@Internal Flash  /0x{:08X}/{}*{:04}Kg", kFlashStart, chip.Pages(),
                         chip.page_size / 1024),

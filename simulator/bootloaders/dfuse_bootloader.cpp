@@ -14,16 +14,16 @@ constexpr std::byte kSetAddressCommand{0x21};
 constexpr std::byte kEraseCommand{0x41};
 constexpr std::byte kReadUnprotectCommand{0x92};
 
-// What block 0 holds for who uploads it: the commands, itself first.
+// What an upload of block 0 returns: the commands.
 constexpr std::array kCommandList{std::byte{0x00}, kSetAddressCommand, kEraseCommand,
                                   kReadUnprotectCommand};
 
 constexpr size_t kAddressSize = 4;
 constexpr unsigned kFirstDataBlock = 2;
 
-// The status tells times in 24 bits of milliseconds.
+// The status has 24 bits for a time in milliseconds.
 constexpr uint32_t kLongestPollTimeout = 0xFFFFFF;
-// What a unit that is stuck asks its client to wait, over and over.
+// The time that a stuck unit asks its client to wait, over and over.
 constexpr uint32_t kStuckPollTimeout = 100;
 
 uint32_t ReadAddress(std::span<std::byte const> little_endian)
@@ -216,11 +216,11 @@ DfuAnswer DfuseBootloader::GetStatus(TimePoint now)
             return NoAnswer();
         }
         state_ = DfuState::kDownloadBusy;
-        return Done(TellStatus(stuck_ ? kStuckPollTimeout : ToPollTimeout(busy_until_ - now)));
+        return Done(MakeStatus(stuck_ ? kStuckPollTimeout : ToPollTimeout(busy_until_ - now)));
     }
     if (state_ == DfuState::kDownloadBusy) {
         if (stuck_ || now < busy_until_) {
-            return Done(TellStatus(stuck_ ? kStuckPollTimeout : ToPollTimeout(busy_until_ - now)));
+            return Done(MakeStatus(stuck_ ? kStuckPollTimeout : ToPollTimeout(busy_until_ - now)));
         }
         status_ = result_;
         state_ = status_ == 0 ? DfuState::kDownloadIdle : DfuState::kError;
@@ -229,7 +229,7 @@ DfuAnswer DfuseBootloader::GetStatus(TimePoint now)
         running_ = true;
         Leave();
     }
-    return Done(TellStatus(0));
+    return Done(MakeStatus(0));
 }
 
 DfuAnswer DfuseBootloader::ClearStatus()
@@ -272,7 +272,7 @@ bool DfuseBootloader::CommandFaultStrikes()
     return IsHung();
 }
 
-// Carries the download out at once; what its client sees of it comes when the chip would be done.
+// Carries the download out at once; the client sees it as done when the chip would be done.
 void DfuseBootloader::Begin(TimePoint now)
 {
     result_ = 0;
@@ -377,7 +377,7 @@ void DfuseBootloader::Fail(uint8_t status, std::string reason)
 
 // The answer to a status request (DFU 1.1, 6.1.2): status, time until the next request in
 // milliseconds, state, and the index of a text that does not exist.
-std::vector<std::byte> DfuseBootloader::TellStatus(uint32_t poll_timeout_ms) const
+std::vector<std::byte> DfuseBootloader::MakeStatus(uint32_t poll_timeout_ms) const
 {
     return {static_cast<std::byte>(status_),
             static_cast<std::byte>(poll_timeout_ms & 0xFF),

@@ -1,9 +1,9 @@
 // The system bootloader of an STM32 on its USB port: the state machine of USB DFU 1.1 with ST's own
 // commands (DfuSe; application note AN3156). Control requests in, bytes or a stall out: no port, no
-// thread, no clock of its own. It knows nothing of the updater.
+// thread, no clock.
 //
-// What the protocol leaves to a client - to ask for the status until the unit has worked - is left
-// to it here as well: an operation begins with the first status request after its download.
+// By the protocol, the client asks for the status until the unit is done. Here too an operation
+// begins with the first status request after its download.
 #pragma once
 
 #include <chrono>
@@ -44,16 +44,16 @@ enum class DfuState : uint8_t {
 // other.
 enum class DfuStatus : uint8_t {
     kOk = 0x00,
-    kTarget = 0x01,  // ST: an address where there is nothing that could be done
+    kTarget = 0x01,  // ST: an address where the operation is not possible
     kVendor = 0x0B,  // ST: a command that the unit refuses
     kStalledPacket = 0x0F,
 };
 
-// The most bytes in one download or upload, as the bootloader's descriptor tells.
+// The most bytes in one download or upload; also in the bootloader's descriptor.
 inline constexpr size_t kDfuTransferSize = 2048;
 
 // A class-specific control request to the DFU interface. `data` is empty for requests that ask for
-// bytes; `length` tells how many then.
+// bytes; `length` is then how many.
 struct DfuControl {
     DfuRequest request;
     uint16_t value = 0;
@@ -86,18 +86,15 @@ public:
     void Reset() override;
     UnitStatus Status() const override;
 
-    // A client begins to talk: it claims the interface.
+    // A client claims the interface.
     void Claim();
 
     DfuAnswer Handle(DfuControl const& control, TimePoint now);
 
-    DfuState State() const { return state_; }
-    DfuseBootloaderOptions const& Options() const { return options_; }
-
 private:
     enum class Operation { kSetAddress, kErasePage, kEraseAll, kWrite };
 
-    // What a download asked for; it begins with the next status request.
+    // The operation of a download; it begins with the next status request.
     struct Pending {
         Operation operation = Operation::kSetAddress;
         uint32_t address = 0;
@@ -122,7 +119,7 @@ private:
     void SetAddress();
     bool OperationFaultStrikes(FaultMoment moment, std::chrono::microseconds& busy);
     void Fail(uint8_t status, std::string reason);
-    std::vector<std::byte> TellStatus(uint32_t poll_timeout_ms) const;
+    std::vector<std::byte> MakeStatus(uint32_t poll_timeout_ms) const;
     uint32_t BlockAddress(unsigned number) const;
 
     DfuseBootloaderOptions options_;

@@ -7,7 +7,7 @@
 namespace simulator {
 namespace {
 
-// What other software on a unit's line may print.
+// A line that other software on the unit may print.
 std::vector<std::byte> MakeForeignLine()
 {
     constexpr std::string_view kText = "[00:00:01.250] flash: 2 areas\r\n";
@@ -16,7 +16,7 @@ std::vector<std::byte> MakeForeignLine()
     return line;
 }
 
-// Does to an answer what the fault says.
+// Applies a fault to an answer.
 void Spoil(Answer& answer, Fault const& fault)
 {
     auto& bytes = answer.bytes;
@@ -40,6 +40,15 @@ void Spoil(Answer& answer, Fault const& fault)
 }
 
 }  // namespace
+
+std::vector<std::byte> JoinAnswers(std::span<Answer const> answers)
+{
+    std::vector<std::byte> bytes;
+    for (auto const& answer : answers) {
+        bytes.insert(bytes.end(), answer.bytes.begin(), answer.bytes.end());
+    }
+    return bytes;
+}
 
 std::vector<Answer> SerialBootloader::Receive(std::span<std::byte const> bytes)
 {

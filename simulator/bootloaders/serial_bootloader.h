@@ -1,5 +1,6 @@
 // A bootloader behind a serial line: bytes in, timed answers out, and the faults that spoil an
-// answer.
+// answer. It has no port, no thread and no clock, so a test's own line can drive it as well as
+// host/serial_connection.h.
 #pragma once
 
 #include <chrono>
@@ -8,24 +9,35 @@
 #include <vector>
 
 #include "simulator/bootloaders/chip_bootloader.h"
-#include "simulator/bootloaders/unit_protocol.h"
 
 namespace simulator {
 
+// Bytes that the unit sends.
+struct Answer {
+    std::vector<std::byte> bytes;
+    // How long the unit works before the first byte leaves it, counted from the moment when the
+    // request was complete and the answers before this one were out.
+    std::chrono::microseconds busy{0};
+    // How many bytes of the received piece had been taken when this answer was due.
+    size_t consumed = 0;
+};
+
+// The bytes of all `answers`, for callers to whom time does not matter.
+std::vector<std::byte> JoinAnswers(std::span<Answer const> answers);
+
 // Not thread-safe.
-class SerialBootloader : public ChipBootloader, public IUnitProtocol {
+class SerialBootloader : public ChipBootloader {
 public:
-    std::vector<Answer> Receive(std::span<std::byte const> bytes) final;
-    void Reset() override { ChipBootloader::Reset(); }
-    bool Vanished() const final { return HasLeft(); }
+    // Takes the next received bytes, in pieces of any size, and returns the answers in their order.
+    std::vector<Answer> Receive(std::span<std::byte const> bytes);
 
 protected:
     using ChipBootloader::ChipBootloader;
 
-    // The next byte, unless the unit hears nothing.
+    // Handles the next byte; not called while the unit hears nothing.
     virtual void Take(std::byte byte) = 0;
 
-    // Sends, unless a fault has it otherwise.
+    // Sends, with the faults that strike now.
     void Send(std::vector<std::byte> bytes, std::chrono::microseconds busy = {});
 
 private:

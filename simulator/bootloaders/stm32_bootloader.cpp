@@ -43,7 +43,7 @@ unsigned ToUnsigned(std::span<std::byte const> big_endian)
                            [](unsigned value, std::byte b) { return value << 8 | ToUnsigned(b); });
 }
 
-// True when the XOR over a block and its check byte comes out as nothing.
+// True when the XOR over a block and its check byte is 0.
 bool ChecksumHolds(std::span<std::byte const> bytes)
 {
     return std::accumulate(bytes.begin(), bytes.end(), std::byte{0},
@@ -148,7 +148,7 @@ void Stm32Bootloader::Take(std::byte byte)
     }
 }
 
-// How many bytes make the phase complete, as far as the bytes collected so far can tell.
+// How many bytes make the phase complete, as far as is known from the bytes collected so far.
 size_t Stm32Bootloader::BytesNeeded() const
 {
     constexpr size_t kAddressAndChecksum = 5;
@@ -238,7 +238,7 @@ bool Stm32Bootloader::CommandFaultStrikes()
     return true;
 }
 
-// True when the write ends here; a fault that strikes later in its data is only noted.
+// True when the write ends here; a fault that strikes later, in its data, is kept for then.
 bool Stm32Bootloader::WriteFaultStrikes()
 {
     write_cut_.reset();

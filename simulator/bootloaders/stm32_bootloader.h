@@ -1,8 +1,8 @@
 // The system bootloader of an STM32 on its UART, as ST's application note AN3155 describes it: the
-// state machine alone, without port, thread or clock. It knows nothing of the updater.
+// state machine alone, without port, thread or clock.
 //
-// Until 0x7F has come every other byte is ignored. Afterwards a 0x7F is a command code like any
-// other: the bootloader waits for its complement, and refuses.
+// Until the bootloader has received 0x7F it ignores every other byte. Afterwards 0x7F is a command
+// code like any other: the bootloader waits for its complement, and refuses.
 #pragma once
 
 #include <chrono>
@@ -26,24 +26,24 @@ struct AckPair {
 inline constexpr AckPair kStandardAckPair{std::byte{0x79}, std::byte{0x1F}};
 inline constexpr AckPair kAlternativeAckPair{std::byte{0x75}, std::byte{0x3F}};
 
-// What the bootloader lists and understands when it offers the erase command(s) named.
+// The commands that the bootloader lists and understands when it offers these erase commands.
 enum class EraseCommands { kLegacy, kExtended, kBoth, kNone };
 std::vector<uint8_t> ListCommands(EraseCommands erase_commands);
 
 struct Stm32BootloaderOptions {
     Chip chip = kChips.front();
     uint8_t protocol_version = 0x31;
-    // The codes that Get lists, in this order; a code that is not here is refused.
+    // The codes that Get lists, in this order; every other code is refused.
     std::vector<uint8_t> commands = ListCommands(EraseCommands::kExtended);
     AckPair ack_pair = kStandardAckPair;
     // Loaded at the start of the chip's OTP area; the rest of the area is 0xFF.
     std::vector<std::byte> otp;
-    // Where the application looks for its boot-mode marker. An address outside of flash, OTP and
-    // RAM becomes a word of its own (a backup register).
+    // Where the application looks for its boot-mode marker. An address outside flash, OTP area and
+    // RAM gets a word of memory (a backup register).
     std::optional<uint32_t> boot_mode_address;
-    // AN3155 asks for everything to be erased with FF 00: FF and the list's check byte. FF FF is
-    // what a client sends that computes the check byte over an empty list. Not every part takes it;
-    // false refuses it as a wrong checksum.
+    // AN3155 erases everything by FF 00: FF and its check byte. A client that computes the check
+    // byte over an empty list sends FF FF. Not every part accepts that; with false it is refused as
+    // a wrong checksum.
     bool accept_ff_ff_erase = true;
     ChipTimes times;
 };
@@ -60,12 +60,8 @@ public:
 
     State GetState() const { return state_; }
     std::optional<uint32_t> JumpAddress() const { return jump_address_; }  // of the last Go
-    std::vector<std::byte> Marker()
-        const;  // the 4 bytes at the boot-mode address; empty without one
-    unsigned Connects() const { return connects_; }  // synchronisations since the beginning
-    unsigned ErasedPages() const { return erased_pages_; }
-    unsigned Writes() const { return writes_; }  // Write Memory commands carried out
-
+    // The 4 bytes at the boot-mode address; empty without one.
+    std::vector<std::byte> Marker() const;
     Stm32BootloaderOptions const& Options() const { return options_; }
 
 private:

@@ -31,7 +31,7 @@ std::vector<std::byte> ChipMemory::Read(uint32_t address, size_t size) const
 {
     auto const* const region = Find(address, size);
     if (region == nullptr) {
-        throw std::out_of_range("no memory there");
+        throw std::out_of_range("there is no memory");
     }
     auto const bytes = std::span(region->bytes).subspan(address - region->start, size);
     return {bytes.begin(), bytes.end()};
@@ -60,7 +60,7 @@ void ChipMemory::EraseFlash(size_t offset, size_t size)
     auto const flash = std::ranges::find(regions_, MemoryKind::kFlash, &Region::kind);
     if (flash == regions_.end() || offset > flash->bytes.size() ||
         size > flash->bytes.size() - offset) {
-        throw std::out_of_range("no flash there");
+        throw std::out_of_range("there is no flash");
     }
     std::ranges::fill(std::span(flash->bytes).subspan(offset, size), kErased);
 }
@@ -79,7 +79,7 @@ std::span<std::byte> ChipMemory::At(uint32_t address, size_t size)
 {
     auto const* const region = Find(address, size);
     if (region == nullptr) {
-        throw std::out_of_range("no memory there");
+        throw std::out_of_range("there is no memory");
     }
     auto& bytes = regions_[static_cast<size_t>(region - regions_.data())].bytes;
     return std::span(bytes).subspan(address - region->start, size);

@@ -1,6 +1,5 @@
-// The memories of a simulated microcontroller as its bootloader can reach them: flash, whose bits
-// only ever go from 1 to 0 until their page is erased; the OTP area, whose bits never come back;
-// RAM.
+// The memories of a simulated microcontroller that its bootloader can reach: flash, whose bits only
+// ever go from 1 to 0 until their page is erased; the OTP area, whose bits never come back; RAM.
 #pragma once
 
 #include <cstddef>
@@ -25,12 +24,12 @@ public:
     // True when all of `size` bytes from `address` lie in one region.
     bool Contains(uint32_t address, size_t size) const;
 
-    // Both need Contains(): they throw std::out_of_range otherwise. Write stores as the kind of
-    // memory does.
+    // Both throw std::out_of_range unless Contains() is true. Write follows the rules of the kind
+    // of memory.
     std::vector<std::byte> Read(uint32_t address, size_t size) const;
     void Write(uint32_t address, std::span<std::byte const> data);
 
-    // Puts bytes there as a production line or debugger would, past all rules of programming.
+    // Stores bytes as a production line or debugger would, whatever the rules of programming.
     // Throws std::out_of_range.
     void Load(uint32_t address, std::span<std::byte const> data);
 
@@ -39,7 +38,7 @@ public:
     void EraseFlash(size_t offset, size_t size);
 
     // How many flash or OTP bytes were programmed although they were not erased. A real part
-    // refuses that; here the bits are combined, and this count tells that it was asked for.
+    // refuses that; here the bits are combined and the bytes counted.
     uint64_t ProgrammedOverUnerased() const { return programmed_over_unerased_; }
 
 private:

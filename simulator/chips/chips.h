@@ -1,4 +1,4 @@
-// The microcontrollers that a simulated unit can be built around.
+// The microcontrollers that a simulated unit can have. To add one, add a row to kChips.
 #pragma once
 
 #include <array>
@@ -24,7 +24,7 @@ struct Chip {
     constexpr unsigned Pages() const { return static_cast<unsigned>(flash_size / page_size); }
 };
 
-// How long a chip is busy. All zero: it answers at once.
+// How long a chip is busy with each operation; all zero: it answers at once.
 struct ChipTimes {
     std::chrono::microseconds page_erase{0};
     std::chrono::microseconds mass_erase{0};   // of each bank

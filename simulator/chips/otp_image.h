@@ -1,6 +1,6 @@
 // Builds the one-time-programmable area of a simulated unit as the vendor's production line leaves
-// it: a table of tagged records of 16 bytes (a 32-bit tag, least significant byte first, and 12
-// bytes of payload); records that were never programmed are all ones.
+// it: a table of records of 16 bytes (a 32-bit tag, least significant byte first, and 12 bytes of
+// payload). In a record that was never programmed all bits are 1.
 #pragma once
 
 #include <cstddef>
@@ -19,8 +19,8 @@ public:
     // `size` bytes, all 0xFF.
     explicit OtpImage(size_t size);
 
-    // Fills record `slot` (from 0); what `payload` leaves of its 12 bytes becomes 0. Throws
-    // std::out_of_range for a slot that does not fit into the area or a payload that is too long.
+    // Fills record `slot` (from 0); the rest of a shorter `payload` becomes 0. Throws
+    // std::out_of_range for a slot outside the area or a payload that is too long.
     void SetRecord(size_t slot, uint32_t tag, std::span<std::byte const> payload);
 
     // A model-ID record: the model ID is the first byte of its payload.

@@ -1,4 +1,4 @@
-// How a simulated unit hangs on its host: what carries its protocol, and who may touch it when. One
+// A simulated unit's connection to its host, and the lock that keeps host and test apart. One
 // implementation for each kind: serial_connection.h, usb_dfu_port.h.
 #pragma once
 
@@ -13,15 +13,16 @@ class IUnitConnection {
 public:
     virtual ~IUnitConnection() = default;
 
-    // Runs `task` while nobody else uses bootloader and connection, and returns when it is done. An
-    // exception of the task is thrown here. Thread-safe; not to be called from within a task. All
-    // that follows is for tasks only.
+    // Runs `task` while nothing else uses bootloader and connection, and returns when it is done.
+    // Throws what the task throws. Thread-safe; a task must not call it. All other members may only
+    // be called by a task.
     virtual void Execute(std::function<void()> const& task) = 0;
 
-    // The unit appears on its host; `name` replaces the name that its port had, where it has one.
+    // The unit appears on its host; `name` replaces the name of its port, if it has one.
     virtual void Plug(std::string const& name) = 0;
 
-    // It leaves: who has it open finds it gone. Fade() lets him find it silent instead.
+    // The unit leaves its host. For a client that has it open it is gone; after Fade() it is silent
+    // instead.
     virtual void Unplug() = 0;
     virtual void Fade() = 0;
 
@@ -29,8 +30,8 @@ public:
     // std::system_error.
     virtual void SetMode(mode_t mode) = 0;
 
-    // While blocked the unit is listed, but to open it fails. Throws std::runtime_error when it is
-    // not plugged.
+    // While blocked the unit is listed, but opening it fails. Throws std::runtime_error when it is
+    // not plugged in.
     virtual void SetBlocked(bool blocked) = 0;
 
     // Forgets answers that are still on their way.
@@ -38,7 +39,7 @@ public:
 
     virtual bool IsPlugged() const = 0;
     virtual std::string DevicePath() const = 0;  // as clients name it
-    virtual std::string PtyPath() const = 0;  // of the line for clients without umockdev; or none
+    virtual std::string PtyPath() const = 0;     // the line for clients without umockdev; or empty
 };
 
 }  // namespace simulator

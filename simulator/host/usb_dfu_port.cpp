@@ -28,8 +28,7 @@ constexpr unsigned kStringDescriptor = 3;
 
 constexpr unsigned kFullSpeedMegabits = 12;
 
-// To open this file for writing is refused even to root: it stands in for a node without
-// permission.
+// Not even root may open this file for writing: it takes the place of a node without permission.
 constexpr auto kUnopenable = "/proc/sys/kernel/ostype";
 
 struct Setup {
@@ -60,8 +59,8 @@ std::span<std::byte const> BytesOf(UMockdevIoctlData* data)
     return std::as_bytes(std::span(data->data, static_cast<size_t>(data->data_len)));
 }
 
-// The client's memory of `size` bytes that the pointer at `offset` in `data` leads to; null when
-// there is no such memory.
+// The client's memory of `size` bytes at the address that is at `offset` in `data`; null when there
+// is none.
 UMockdevIoctlData* Resolve(UMockdevIoctlData* data, size_t offset, size_t size)
 {
     GError* error = nullptr;
@@ -77,7 +76,7 @@ usbdevfs_urb ReadUrb(UMockdevIoctlData* block)
     return urb;
 }
 
-std::string Describe(UsbDfuIdentity const& identity, unsigned address, std::string const& node)
+std::string MakeSysfsText(UsbDfuIdentity const& identity, unsigned address, std::string const& node)
 {
     auto const descriptors = ToHex(MakeDescriptors(identity));
     return fmt::format(
@@ -125,7 +124,7 @@ void UsbDfuPort::Plug(std::string const&)
     Unplug();
     usb_address_ = testbed_->TakeUsbAddress();
     testbed_->AttachIoctl(DevicePath(), handler_);
-    testbed_->AddDevices(Describe(identity_, usb_address_, DevicePath().substr(5)));
+    testbed_->AddDevices(MakeSysfsText(identity_, usb_address_, DevicePath().substr(5)));
     sysfs_path_ = fmt::format("/sys/devices/usb1/1-{}", usb_address_);
 }
 
@@ -158,7 +157,7 @@ void UsbDfuPort::SetMode(mode_t mode)
 void UsbDfuPort::SetBlocked(bool blocked)
 {
     if (!IsPlugged()) {
-        throw std::runtime_error("not plugged");
+        throw std::runtime_error("not plugged in");
     }
     std::filesystem::path const node = NodePath();
     auto const hidden = node.string() + ".hidden";
@@ -191,8 +190,8 @@ void UsbDfuPort::OnConnected(void* /*handler*/, UMockdevIoctlClient* client, voi
 {
     auto* const port = static_cast<UsbDfuPort*>(self);
     std::lock_guard const lock(port->mutex_);
-    // Accepted later than opened: the device may have gone in between. And umockdev does not tell
-    // of every client that vanishes, so another one may have been here before.
+    // A client is accepted after it has opened the node: the device may have left in between. And
+    // umockdev does not report every client that vanishes, so there may be an old session.
     bool const is_here =
         port->IsPlugged() && umockdev_ioctl_client_get_devnode(client) == port->DevicePath();
     port->sessions_.insert_or_assign(client, Session{{}, !is_here});
@@ -210,14 +209,14 @@ UsbDfuPort::IoctlResult UsbDfuPort::HandleIoctl(UMockdevIoctlClient* client)
     auto& session = sessions_[client];
     auto* const argument = umockdev_ioctl_client_get_arg(client);
     auto const request = umockdev_ioctl_client_get_request(client);
-    // What was submitted before the device went away can still be had.
+    // What was submitted before the device left is still returned.
     bool const is_reap = request == USBDEVFS_REAPURB || request == USBDEVFS_REAPURBNDELAY;
     if (session.is_gone && !is_reap) {
         return {-1, ENODEV};
     }
     switch (request) {
         case USBDEVFS_GET_CAPABILITIES:
-            return TellCapabilities(argument);
+            return AnswerCapabilities(argument);
         case USBDEVFS_CLAIMINTERFACE:
             bootloader_.Claim();
             return {0, 0};
@@ -239,7 +238,7 @@ UsbDfuPort::IoctlResult UsbDfuPort::HandleIoctl(UMockdevIoctlClient* client)
     }
 }
 
-UsbDfuPort::IoctlResult UsbDfuPort::TellCapabilities(UMockdevIoctlData* argument)
+UsbDfuPort::IoctlResult UsbDfuPort::AnswerCapabilities(UMockdevIoctlData* argument)
 {
     uint32_t capabilities = USBDEVFS_CAP_REAP_AFTER_DISCONNECT;
     ClientData const target(Resolve(argument, 0, sizeof(capabilities)));

@@ -1,10 +1,9 @@
-// A USB device in its DFU bootloader that is not there: entries in a simulated sysfs and a node
-// under /dev/bus/usb whose ioctls (the kernel's usbfs) are answered from here, so that libusb and
-// what is built on it find a device and talk to it. Clients need umockdev's preload library and
-// UMOCKDEV_DIR.
+// A simulated USB device in its DFU bootloader: an entry in a simulated sysfs and a node under
+// /dev/bus/usb whose ioctls (the kernel's usbfs) this class answers, so that programs built on
+// libusb find a device and talk to it. Clients need umockdev's preload library and UMOCKDEV_DIR.
 //
-// What is not like a kernel's: the node is an ordinary file, so a client's poll() on it returns at
-// once. Requests are answered when they are submitted, so nobody polls while the unit answers.
+// Unlike a kernel's, the node is an ordinary file, so a client's poll() on it returns at once.
+// Requests are answered when they are submitted, so a client polls only while the unit is silent.
 #pragma once
 
 #include <cstddef>
@@ -30,7 +29,7 @@ typedef struct _UMockdevIoctlData UMockdevIoctlData;
 
 namespace simulator {
 
-// Requests are handled on umockdev's own thread, tasks on the caller's; a mutex keeps them apart.
+// Requests are handled on umockdev's thread, tasks on the caller's; a mutex keeps them apart.
 class UsbDfuPort final : public IUnitConnection {
 public:
     // `bootloader` must outlive the port.
@@ -42,7 +41,7 @@ public:
 
     void Execute(std::function<void()> const& task) override;
 
-    // The host numbers it anew each time; a name means nothing to it.
+    // The host gives it a new number each time; the name is ignored.
     void Plug(std::string const& name) override;
     void Unplug() override;
     void Fade() override;
@@ -59,12 +58,12 @@ private:
     };
     using ClientData = std::unique_ptr<UMockdevIoctlData, Unref>;
 
-    // A request block that a client has submitted and not yet been given back.
+    // A request block that a client has submitted and that was not returned yet.
     struct Urb {
         ClientData block;
         ClientData buffer;
-        // Once the unit has answered: the bytes that it sent, how many were carried either way, and
-        // the kernel's status.
+        // Once the unit has answered: the bytes that it sent, how many were transferred in either
+        // direction, and the kernel's status.
         bool is_done = false;
         std::vector<std::byte> received{};
         int actual_length = 0;
@@ -80,7 +79,7 @@ private:
     // One open node.
     struct Session {
         std::deque<Urb> urbs;
-        bool is_gone = false;  // the device that was opened is not there any more
+        bool is_gone = false;  // the device that was opened has left
     };
 
     static int OnIoctl(void* handler, UMockdevIoctlClient* client, void* self);
@@ -88,7 +87,7 @@ private:
     static void OnVanished(void* handler, UMockdevIoctlClient* client, void* self);
 
     IoctlResult HandleIoctl(UMockdevIoctlClient* client);
-    static IoctlResult TellCapabilities(UMockdevIoctlData* argument);
+    static IoctlResult AnswerCapabilities(UMockdevIoctlData* argument);
     IoctlResult Submit(Session& session, UMockdevIoctlData* argument);
     static IoctlResult Reap(Session& session, UMockdevIoctlData* argument);
     static IoctlResult Discard(Session& session, UMockdevIoctlData* argument);

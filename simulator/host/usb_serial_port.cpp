@@ -25,8 +25,8 @@ namespace {
 
 // The sysfs entries of one port, root first: the USB device, its interface, the serial converter
 // and the terminal. The udev properties of the last are what clients read.
-std::string Describe(UsbSerialPortOptions const& options, std::string const& usb_path,
-                     unsigned usb_address)
+std::string MakeSysfsText(UsbSerialPortOptions const& options, std::string const& usb_path,
+                          unsigned usb_address)
 {
     constexpr unsigned kUsbSerialMajor = 188;
     auto const id_properties = fmt::format(
@@ -97,7 +97,7 @@ void UsbSerialPort::Plug(std::string const& name)
     sysfs_paths_ = {"/sys" + terminal, "/sys" + converter, "/sys" + interface, "/sys" + usb};
     // The node first: a client may open the port as soon as it is listed.
     SetBlocked(false);
-    testbed_->AddDevices(Describe(options_, usb, address));
+    testbed_->AddDevices(MakeSysfsText(options_, usb, address));
 }
 
 void UsbSerialPort::Unplug()
@@ -130,7 +130,7 @@ void UsbSerialPort::SetMode(mode_t mode)
 void UsbSerialPort::SetBlocked(bool blocked)
 {
     if (!IsPlugged()) {
-        throw std::runtime_error("not plugged");
+        throw std::runtime_error("not plugged in");
     }
     std::filesystem::path const node = NodePath();
     std::filesystem::create_directories(node.parent_path());

@@ -1,6 +1,6 @@
-// A USB serial port that is not there: an entry in a simulated sysfs (libumockdev), as udev clients
-// such as QSerialPortInfo list it, and a pseudo-terminal behind its device node. Clients need
-// umockdev's preload library and UMOCKDEV_DIR; the process that owns the port does not.
+// A simulated USB serial port: an entry in a simulated sysfs (libumockdev), as udev clients such as
+// QSerialPortInfo list it, and a pseudo-terminal behind its device node. Clients need umockdev's
+// preload library and UMOCKDEV_DIR; the process that owns the port does not.
 //
 // See line_pacer.h for the time that bytes take on the line.
 #pragma once
@@ -20,7 +20,7 @@ namespace simulator {
 
 struct UsbSerialPortOptions {
     // What follows /dev/. A QSerialPort locks its port by this name for the whole machine, whatever
-    // the testbed: tests that run beside each other need MakeUniquePortName().
+    // the testbed: tests that run at the same time need MakeUniquePortName().
     std::string name = "ttyUSB0";
     uint16_t vendor_id = 0x10C4;
     uint16_t product_id = 0xEA60;
@@ -29,11 +29,11 @@ struct UsbSerialPortOptions {
     std::string description = "CP2102N_USB_to_UART_Bridge_Controller";
 };
 
-// "ttyUSB" and the process id: not used by another process.
+// "ttyUSB" and the process id: no other process uses it.
 std::string MakeUniquePortName();
 
-// How long bytes are on their way through the pseudo-terminal itself, from a write at one end to a
-// woken reader at the other. A wire has no such delay.
+// How long bytes take through the pseudo-terminal itself, from a write at one end to a woken reader
+// at the other. A wire has no such delay.
 struct LineTransit {
     std::chrono::nanoseconds to_unit{0};
     std::chrono::nanoseconds to_client{0};
@@ -48,7 +48,7 @@ public:
     UsbSerialPort& operator=(UsbSerialPort const&) = delete;
 
     // Makes the port appear, with a fresh line; `name` replaces the name it had, as when a system
-    // numbers a returning device anew. What is plugged already is unplugged first. Throws
+    // gives a returning device another number. A port that is plugged in is unplugged first. Throws
     // std::runtime_error.
     void Plug(std::string const& name = {});
 
@@ -68,17 +68,17 @@ public:
     // The unit's end of the line, non-blocking; -1 while there is none.
     int LineFd() const { return line_ ? line_->UnitFd() : -1; }
 
-    // Measures the line, which nobody else may have open yet, within a few milliseconds: the lower
-    // quartile of some trips each way, so that it rather takes off too little from a paced line
-    // than too much. Zero without a line.
+    // Measures the line, which no client may have open yet, within a few milliseconds: the lower
+    // quartile of some trips each way, since taking too much off a paced line would be worse than
+    // too little. Zero without a line.
     LineTransit MeasureTransit() const;
 
     // Sets the access rights of the device node. Of no effect on a client that is root. Throws
     // std::system_error.
     void SetMode(mode_t mode);
 
-    // While blocked the port is listed, but to open it fails: there is nothing behind its device
-    // node. Throws std::runtime_error when the port is not plugged.
+    // While blocked the port is listed, but opening it fails: there is nothing behind its device
+    // node. Throws std::runtime_error when the port is not plugged in.
     void SetBlocked(bool blocked);
 
 private:

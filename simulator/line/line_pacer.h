@@ -1,9 +1,8 @@
-// How long bytes are on a serial line: tells when received bytes have really arrived and when sent
-// ones will have, at a given speed. It only calculates; whoever serves a line does the waiting
-// (WaitUntil() below, or its own loop).
+// How long bytes take on a serial line: calculates when received bytes have really arrived and when
+// sent bytes will have, at a given speed. The waiting is the caller's (WaitUntil() below).
 //
 // Bytes that follow each other are one burst, counted from the arrival of its first byte, so that
-// neither rounding nor the caller's own delays add up.
+// neither rounding nor the caller's delays add up.
 #pragma once
 
 #include <chrono>
@@ -20,23 +19,23 @@ public:
     using Clock = std::chrono::steady_clock;
     using TimePoint = Clock::time_point;
 
-    // `baud` in bits a second; 0 is a line that takes no time.
+    // `baud` in bits a second; a line with 0 takes no time.
     explicit LinePacer(unsigned baud, unsigned bits_per_byte = kBitsPerByte8E1);
 
     bool IsPaced() const { return baud_ != 0; }
 
-    // `bytes` were handed over at `now`. Their first bit cannot have been on the line before that,
-    // nor before the bytes received earlier were over.
+    // `bytes` were handed over at `now`. Their first bit was not on the line before that, nor
+    // before the end of the bytes received earlier.
     void Receive(TimePoint now, size_t bytes);
 
-    // When the first `bytes` of the latest piece have come over the line.
+    // When the first `bytes` of the latest piece have arrived.
     TimePoint ReceivedAt(size_t bytes) const;
 
-    // Sends `bytes`, not before `earliest` and not before what was sent earlier is over. Returns
-    // when the last of them is over.
+    // Sends `bytes`, not before `earliest` nor before the end of what was sent earlier. Returns
+    // when the last of them has arrived.
     TimePoint Send(TimePoint earliest, size_t bytes);
 
-    // When all that was sent is over; the clock's epoch before the first.
+    // When all that was sent has arrived; the clock's epoch before the first byte.
     TimePoint SentAt() const { return EndOf(sent_); }
 
     Clock::duration WireTime(size_t bytes) const;
@@ -58,15 +57,15 @@ private:
     size_t latest_piece_ = 0;
 };
 
-// Waits until `moment`, to within a few microseconds: asleep at first, spinning for the last
-// stretch. The thread should have called UseFineTimers() once.
+// Waits until `moment`, to within a few microseconds: it sleeps, and spins for the last stretch.
+// The thread should have called UseFineTimers() once.
 void WaitUntil(LinePacer::TimePoint moment);
 
-// How long before its moment a wait should end its sleep and begin to spin: longer than the kernel
-// needs to wake a thread, short enough not to cost another one its processor.
+// How long before its moment a wait ends its sleep and begins to spin: longer than the kernel needs
+// to wake a thread, and short enough not to keep another thread from its processor.
 inline constexpr std::chrono::microseconds kSpinTime{60};
 
-// Lets the calling thread's sleeps end on time; the kernel otherwise adds up to 50 microseconds.
+// Makes the calling thread's sleeps end on time; by default the kernel adds up to 50 microseconds.
 void UseFineTimers();
 
 }  // namespace simulator

@@ -1,5 +1,4 @@
-// The command language of the program simulated_unit: one line in, its answer out. README.md lists
-// the commands.
+// The commands of the program simulated_unit: one line in, its answer out. README.md lists them.
 #pragma once
 
 #include <cstddef>
@@ -16,7 +15,7 @@
 
 namespace simulator {
 
-// "0x1F", "31": an unsigned number of 32 bits, whole; none otherwise.
+// The number in "0x1F" or "31"; none if the whole text is not an unsigned number of 32 bits.
 std::optional<uint32_t> ParseNumber(std::string_view text);
 
 // A status as one line: "state=bootloader plugged=yes port=/dev/ttyUSB0 ...".
@@ -27,7 +26,7 @@ class ControlSession {
 public:
     using MakeUnit = std::function<std::unique_ptr<SimulatedUnit>(unsigned number)>;
 
-    // `make_unit` makes a unit, unplugged, when its number is used for the first time.
+    // `make_unit` makes a unit, not plugged in, when its number is used for the first time.
     explicit ControlSession(MakeUnit make_unit);
 
     // The answer to one command: "ok", "ok VALUES", "error TEXT" or what was asked for; lines are

@@ -1,37 +1,36 @@
 #include "tests/end_to_end/program.h"
 
 #include <signal.h>
+#include <sys/prctl.h>
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QGuiApplication>
 #include <QPixmap>
 #include <QScreen>
-#include <QSettings>
 #include <QThread>
 #include <stdexcept>
 
-#include "config/startup_config.h"
+using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr auto kPollInterval = std::chrono::milliseconds(30);
-constexpr int kButtonX = 89;
-constexpr int kButtonY = 420;
+constexpr unsigned long kPollMilliseconds = 30;
 
 QString RunXdotool(QStringList const& arguments)
 {
     QProcess xdotool;
-    xdotool.start(QStringLiteral("xdotool"), arguments);
+    xdotool.start(u"xdotool"_s, arguments);
     if (!xdotool.waitForStarted() || !xdotool.waitForFinished()) {
         throw std::runtime_error("xdotool does not run");
     }
     return QString::fromUtf8(xdotool.readAllStandardOutput()).trimmed();
 }
 
-bool WaitUntil(std::function<bool()> const& condition, std::chrono::milliseconds limit)
+}  // namespace
+
+bool WaitUntil(std::function<bool()> const& condition, Program::Limit limit)
 {
     QElapsedTimer timer;
     timer.start();
@@ -39,18 +38,18 @@ bool WaitUntil(std::function<bool()> const& condition, std::chrono::milliseconds
         if (timer.hasExpired(limit.count())) {
             return false;
         }
-        QThread::msleep(static_cast<unsigned long>(kPollInterval.count()));
+        QThread::msleep(kPollMilliseconds);
         QCoreApplication::processEvents();
     }
     return true;
 }
 
-// The child of that name, or 0. /proc/PID/stat begins "PID (NAME) STATE PARENT".
-pid_t FindChild(qint64 parent, QByteArray const& name)
+// /proc/PID/stat begins "PID (NAME) STATE PARENT".
+pid_t FindChildProcess(qint64 parent, QByteArray const& name)
 {
-    auto const middle = " (" + name + ") ";
-    for (auto const& entry : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs)) {
-        QFile stat(QStringLiteral("/proc/%1/stat").arg(entry));
+    auto const middle = " (" + name.left(15) + ") ";
+    for (auto const& entry : QDir(u"/proc"_s).entryList(QDir::Dirs)) {
+        QFile stat(u"/proc/%1/stat"_s.arg(entry));
         if (!stat.open(QIODevice::ReadOnly)) {
             continue;
         }
@@ -63,19 +62,21 @@ pid_t FindChild(qint64 parent, QByteArray const& name)
     return 0;
 }
 
-}  // namespace
-
-Program::Program(TestBundle const& bundle, QProcessEnvironment const& environment)
-    : reader_(bundle.Resources(), bundle.ConfigPath()),
-      title_(ReadWindowTexts(QSettings(bundle.ConfigPath(), QSettings::IniFormat)).window_title)
+Program::Program(TestBundle const& bundle, QProcessEnvironment const& environment,
+                 QString const& directory)
+    : directory_(directory.isEmpty() ? temporary_.path() : directory),
+      reader_(bundle.Resources(), bundle.ConfigPath())
 {
     auto with_state = environment;
-    with_state.insert(QStringLiteral("XDG_STATE_HOME"), state_.path());
+    with_state.insert(u"XDG_STATE_HOME"_s, directory_.absolutePath());
     process_.setProcessEnvironment(with_state);
-    process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    process_.setProcessChannelMode(QProcess::MergedChannels);
+    process_.setStandardOutputFile(directory_.filePath(u"updater.txt"_s));
+    // It does not outlive this process, however that ends.
+    process_.setChildProcessModifier([] { prctl(PR_SET_PDEATHSIG, SIGKILL); });
     process_.start(bundle.Executable(), {});
     if (!process_.waitForStarted()) {
-        throw std::runtime_error("the program does not start");
+        throw std::runtime_error("the updater does not start");
     }
 }
 
@@ -89,29 +90,37 @@ Program::~Program()
 
 QByteArray Program::ReadLog() const
 {
-    QFile log(state_.filePath(QStringLiteral("kelvane-firmware-updater/updater.log")));
+    QFile log(directory_.filePath(u"kelvane-firmware-updater/updater.log"_s));
     return log.open(QIODevice::ReadOnly) ? log.readAll() : QByteArray();
 }
 
-bool Program::WaitFor(std::function<bool(Screen const&)> const& condition,
-                      std::chrono::milliseconds limit)
+bool Program::WaitFor(Condition const& condition, Limit limit)
+{
+    bool seen = false;
+    WaitUntil(
+        [&] {
+            auto const screen = Look();
+            seen = screen && condition(*screen);
+            bool const is_closed = !screen && !window_.isEmpty() && !HasWindow();
+            return seen || is_closed || !IsRunning();
+        },
+        limit);
+    return seen;
+}
+
+bool Program::WaitForWindow(QString const& title, Limit limit)
 {
     return WaitUntil(
         [&] {
-            auto const screen = Look();
-            return screen && condition(*screen);
+            auto const window = FindWindow();
+            return !window.isEmpty() && RunXdotool({u"getwindowname"_s, window}) == title;
         },
         limit);
 }
 
-bool Program::WaitForWindow(QString const& title, std::chrono::milliseconds limit)
+bool Program::WaitForWindowToGo(Limit limit)
 {
-    return WaitUntil([&] { return !FindWindow(title).isEmpty(); }, limit);
-}
-
-bool Program::WaitForWindowToGo(std::chrono::milliseconds limit)
-{
-    return WaitUntil([&] { return FindWindow(title_).isEmpty(); }, limit);
+    return WaitUntil([&] { return !HasWindow(); }, limit);
 }
 
 std::optional<Screen> Program::Look()
@@ -124,35 +133,24 @@ std::optional<Screen> Program::Look()
     return screen;
 }
 
-void Program::PressUpdate()
-{
-    Click(1);
-}
-
-void Program::DoublePressUpdate()
-{
-    Click(2);
-}
-
 void Program::CloseWindow()
 {
-    RunXdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), FindWindow(title_),
-                QStringLiteral("key"), QStringLiteral("alt+F4")});
+    RunXdotool({u"windowactivate"_s, u"--sync"_s, FindWindow(), u"key"_s, u"alt+F4"_s});
 }
 
-bool Program::KillTool(QByteArray const& name, std::chrono::milliseconds limit)
+bool Program::KillTool(QByteArray const& name, Limit limit)
 {
     pid_t tool = 0;
     return WaitUntil(
                [&] {
-                   tool = FindChild(process_.processId(), name);
+                   tool = FindChildProcess(process_.processId(), name);
                    return tool != 0;
                },
                limit) &&
            kill(tool, SIGKILL) == 0;
 }
 
-std::optional<int> Program::WaitForExit(std::chrono::milliseconds limit)
+std::optional<int> Program::WaitForExit(Limit limit)
 {
     if (IsRunning() && !process_.waitForFinished(static_cast<int>(limit.count()))) {
         return std::nullopt;
@@ -161,18 +159,25 @@ std::optional<int> Program::WaitForExit(std::chrono::milliseconds limit)
                                                          : std::nullopt;
 }
 
-QString Program::FindWindow(QString const& title)
+QString Program::DescribeEnd() const
 {
-    auto const found =
-        RunXdotool({QStringLiteral("search"), QStringLiteral("--onlyvisible"),
-                    QStringLiteral("--name"), QLatin1Char('^') + title + QLatin1Char('$')});
-    return found.section(QLatin1Char('\n'), 0, 0);
+    return process_.exitStatus() == QProcess::CrashExit
+               ? u"crashed"_s
+               : u"exit status %1"_s.arg(process_.exitCode());
+}
+
+// By the process and not by the title, which may be any text.
+QString Program::FindWindow() const
+{
+    auto const found = RunXdotool(
+        {u"search"_s, u"--onlyvisible"_s, u"--pid"_s, QString::number(process_.processId())});
+    return found.section(u'\n', 0, 0);
 }
 
 QImage Program::Grab()
 {
     if (window_.isEmpty()) {
-        window_ = FindWindow(title_);
+        window_ = FindWindow();
     }
     if (window_.isEmpty()) {
         return {};
@@ -183,8 +188,8 @@ QImage Program::Grab()
 
 void Program::Click(int times)
 {
-    RunXdotool({QStringLiteral("mousemove"), QStringLiteral("--window"), window_,
-                QString::number(kButtonX), QString::number(kButtonY), QStringLiteral("click"),
-                QStringLiteral("--repeat"), QString::number(times), QStringLiteral("--delay"),
-                QStringLiteral("30"), QStringLiteral("1")});
+    auto const place = reader_.ButtonRect().center();
+    RunXdotool({u"mousemove"_s, u"--window"_s, window_, QString::number(place.x()),
+                QString::number(place.y()), u"click"_s, u"--repeat"_s, QString::number(times),
+                u"--delay"_s, u"30"_s, u"1"_s});
 }

@@ -30,6 +30,12 @@ inline bool IsErasing(Screen const& screen)
     return IsUpdating(screen) && screen.format == QLatin1String("Erasing");
 }
 
+inline bool ShowsPercentage(Screen const& screen)
+{
+    return IsUpdating(screen) && screen.format == QLatin1String("%p%") && screen.progress > 0 &&
+           screen.progress < 100;
+}
+
 inline bool IsDone(Screen const& screen)
 {
     return screen == Screen{QStringLiteral("DONE"), ButtonStyle::Ready, 100, QStringLiteral("%p%")};

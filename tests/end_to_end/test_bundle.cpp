@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <stdexcept>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 QByteArray ReadFile(QString const& path)
@@ -24,34 +26,37 @@ void WriteFile(QString const& path, QByteArray const& content)
     }
 }
 
-}  // namespace
-
-TestBundle::TestBundle(QString const& staged_bundle)
+// Links stay links.
+void Copy(QString const& from, QString const& to)
 {
     namespace fs = std::filesystem;
-    fs::copy(staged_bundle.toStdString(),
-             directory_.filePath(QStringLiteral("bundle")).toStdString(),
-             fs::copy_options::recursive);
+    fs::copy(from.toStdString(), to.toStdString(),
+             fs::copy_options::recursive | fs::copy_options::copy_symlinks);
 }
 
-QString TestBundle::Executable() const
+}  // namespace
+
+TestBundle::TestBundle(QString const& staged_bundle) : root_(temporary_.filePath(u"bundle"_s))
 {
-    return directory_.filePath(QStringLiteral("bundle/Contents/MacOS/firmware_updater"));
+    Copy(staged_bundle, root_.path());
 }
 
-QString TestBundle::DfuUtil() const
+TestBundle::TestBundle(QString const& staged_bundle, QString const& own_bundle,
+                       QString const& directory)
+    : root_(directory)
 {
-    return directory_.filePath(QStringLiteral("bundle/Contents/MacOS/dfu-util"));
-}
-
-QDir TestBundle::Resources() const
-{
-    return QDir(directory_.filePath(QStringLiteral("bundle/Contents/Resources")));
-}
-
-QString TestBundle::ConfigPath() const
-{
-    return Resources().filePath(QStringLiteral("config.ini"));
+    auto const resources = own_bundle + u"/Contents/Resources"_s;
+    if (!QFile::exists(resources + u"/config.ini"_s)) {
+        throw std::runtime_error("there is no file " + resources.toStdString() + "/config.ini");
+    }
+    if (root_.exists() &&
+        QDir(resources).canonicalPath().startsWith(root_.canonicalPath() + u'/')) {
+        throw std::runtime_error("it is the copy that this would replace; name the original");
+    }
+    root_.removeRecursively();
+    root_.mkpath(u"Contents"_s);
+    Copy(staged_bundle + u"/Contents/MacOS"_s, root_.filePath(u"Contents/MacOS"_s));
+    Copy(resources, Resources().path());
 }
 
 void TestBundle::SetKey(QString const& key, QString const& value)

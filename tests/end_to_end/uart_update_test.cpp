@@ -1,21 +1,23 @@
-// Whole updates over the UART transport that end well, seen from outside: the staged program, its
-// window on a screen, a simulated unit on a serial port.
+// Updates over UART that end well, seen from outside: the staged program, its window on a screen, a
+// simulated unit on a serial port.
 
 #include <fmt/format.h>
 
 #include <QRegularExpression>
+#include <QSettings>
 #include <array>
 #include <string>
 #include <tuple>
 
-#include "tests/end_to_end/uart_transport.h"
+#include "modules/stm32_updater/limits.h"
+#include "tests/end_to_end/transport.h"
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
 
 namespace {
 
-qsizetype IndexOfFirst(QStringList const& journal, QString const& command)
-{
-    return journal.indexOf(QRegularExpression(command + QStringLiteral(".*")));
-}
+QString const kRealPace = u"--baud %1"_s.arg(stm32_updater::kBaudRate);
 
 using Chip = std::tuple<char const*, char const*>;
 
@@ -24,20 +26,22 @@ class EveryChip : public UartTransport, public testing::WithParamInterface<Chip>
 TEST_P(EveryChip, IsFoundVerifiedWrittenAndStarted)
 {
     auto const [product_id, erase_commands] = GetParam();
-    Start({QStringLiteral("--product-id"), QString::fromLatin1(product_id),
-           QStringLiteral("--erase-commands"), QString::fromLatin1(erase_commands)});
+    Start(QString::asprintf("--product-id %s --erase-commands %s", product_id, erase_commands));
     UpdateToTheEnd();
 
     auto const journal = unit_->Journal();
-    EXPECT_EQ(journal.filter(QStringLiteral("erase")).size(), 1);
-    EXPECT_LT(IndexOfFirst(journal, QStringLiteral("erase")),
-              IndexOfFirst(journal, QStringLiteral("write")));
+    auto const first = [&](QString const& command) {
+        return journal.indexOf(QRegularExpression(command + u".*"_s));
+    };
+    EXPECT_EQ(CountInJournal(u"erase"_s), 1);
+    EXPECT_LT(first(u".*erase"_s), first(u"write"_s));
     // The last three commands: the trailer, the boot-mode marker, the start of the firmware.
+    auto const config = ReadUartConfig(QSettings(bundle_.ConfigPath(), QSettings::IniFormat));
     auto const padded_size = static_cast<uint32_t>((bundle_.ReadFirmware().size() + 3) / 4 * 4);
-    auto const last = journal.mid(journal.size() - 3).join(QLatin1Char('\n')).toStdString();
+    auto const last = journal.mid(journal.size() - 3).join(u'\n').toStdString();
     EXPECT_EQ(last, fmt::format("write 0x{:08x} 8 ack\nwrite 0x{:08x} 4 ack\ngo 0x{:08x} ack",
-                                Config().programming_address + padded_size - 8,
-                                Config().boot_mode_address, Config().start_address));
+                                config.programming_address + padded_size - 8,
+                                config.boot_mode_address, config.start_address));
 }
 
 INSTANTIATE_TEST_SUITE_P(UartUpdate, EveryChip,
@@ -52,46 +56,25 @@ using UartUpdate = UartTransport;
 
 TEST_F(UartUpdate, ShowsWaitingThenReadyThenThePercentageThenDone)
 {
-    Start({QStringLiteral("--units"), QStringLiteral("0"), QStringLiteral("--baud"),
-           QStringLiteral("460800")});
+    Start(u"--units 0 "_s + kRealPace);
     ExpectScreen(IsWaiting);
-    unit_->Command(QStringLiteral("plug"));
+    unit_->Command(u"plug"_s);
     StartUpdate();
-    ExpectScreen([](Screen const& screen) {
-        return IsUpdating(screen) && screen.format == QLatin1String("%p%") && screen.progress > 0 &&
-               screen.progress < 100;
-    });
-    ExpectScreen(IsDone, std::chrono::seconds(60));
-    ExpectUnitHoldsImage();
-}
-
-TEST_F(UartUpdate, GoesBackToWaitingWhenTheUpdatedUnitIsPulledOut)
-{
-    Start();
-    UpdateToTheEnd();
-    unit_->Command(QStringLiteral("unplug"));
-    ExpectScreen(IsWaiting);
+    ExpectScreen(ShowsPercentage);
+    ExpectUpdateEnds();
 }
 
 TEST_F(UartUpdate, WritesAUnitThatSpeaksTheOtherAcknowledgePair)
 {
-    Start({QStringLiteral("--ack"), QStringLiteral("75")});
+    Start(u"--ack 75"_s);
     UpdateToTheEnd();
 }
 
-TEST_F(UartUpdate, PadsAnImageThatIsNoMultipleOfFourWithZeros)
+TEST_F(UartUpdate, PadsAnImageThatIsNotAMultipleOfFourWithZeros)
 {
     bundle_.WriteFirmware(QByteArray(1000, '\x5A') + QByteArray("abc"));
     Start();
     UpdateToTheEnd();
-}
-
-TEST_F(UartUpdate, WritesAnyModelWhenTheFirmwareIsForService)
-{
-    bundle_.SetKey(QStringLiteral("fw_target_type"), QStringLiteral("service"));
-    Start({QStringLiteral("--model-id"), QStringLiteral("222")});
-    UpdateToTheEnd();
-    EXPECT_EQ(CountInJournal(QStringLiteral("read")), 0);
 }
 
 TEST_F(UartUpdate, StartsOnceHoweverOftenTheButtonIsPressed)
@@ -99,27 +82,24 @@ TEST_F(UartUpdate, StartsOnceHoweverOftenTheButtonIsPressed)
     Start();
     ExpectScreen(IsReady);
     program_->DoublePressUpdate();
-    ExpectScreen(IsDone, std::chrono::seconds(60));
-    EXPECT_EQ(CountInJournal(QStringLiteral("erase")), 1);
+    ExpectUpdateEnds();
+    EXPECT_EQ(CountInJournal(u"erase"_s), 1);
 }
 
 TEST_F(UartUpdate, ToleratesTenRefusalsOfOneBlock)
 {
     Start();
-    ExpectScreen(IsReady);
-    unit_->Command(QStringLiteral("fault nack-write-data 3 10"));
-    program_->PressUpdate();
-    ExpectScreen(IsDone, std::chrono::seconds(60));
-    ExpectUnitHoldsImage();
+    PressUpdateWith(u"fault nack-write-data 3 %1"_s.arg(stm32_updater::kMaxRefusals));
+    ExpectUpdateEnds();
 }
 
 TEST_F(UartUpdate, KeepsTheProgramAliveUntilTheUploadHasReturnedWhenItsWindowIsClosed)
 {
-    Start({QStringLiteral("--baud"), QStringLiteral("460800")});
+    Start(kRealPace);
     StartUpdate();
     ExpectScreen(IsUpdating);
     program_->CloseWindow();
-    EXPECT_EQ(program_->WaitForExit(std::chrono::seconds(60)), 0);
+    EXPECT_EQ(program_->WaitForExit(60s), 0);
     ExpectUnitHoldsImage();
 }
 
@@ -141,17 +121,13 @@ TEST_F(UartUpdate, LeavesALogOfVersionConfigurationPortsAndStates)
     };
     for (auto const* text : kTexts) {
         place = log.indexOf(text, place);
-        ASSERT_GE(place, 0) << text << " is not there or not in its place:\n" << log.toStdString();
+        ASSERT_GE(place, 0) << text << " is missing or in the wrong place:\n" << log.toStdString();
     }
 }
 
 TEST_F(UartUpdate, LogsWhatItPrintsOfAFailure)
 {
-    Start();
-    ExpectScreen(IsReady);
-    unit_->Command(QStringLiteral("fault nack-erase 1 100"));
-    program_->PressUpdate();
-    ExpectScreen(IsFailed);
+    ExpectUpdateFailsWith(u"fault nack-erase 1 100"_s);
     EXPECT_TRUE(program_->ReadLog().contains(" output: ")) << program_->ReadLog().toStdString();
 }
 

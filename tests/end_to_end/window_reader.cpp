@@ -1,7 +1,7 @@
 #include "tests/end_to_end/window_reader.h"
 
-#include <QProgressBar>
-#include <QPushButton>
+#include <QApplication>
+#include <QPalette>
 #include <QSettings>
 #include <algorithm>
 #include <cstdlib>
@@ -9,10 +9,7 @@
 
 namespace {
 
-constexpr QRect kButtonRect(40, 400, 99, 40);
-constexpr QRect kBarRect(148, 400, 477, 40);
-
-// Drives nothing: the window that is drawn here only stands model.
+// Drives nothing: the window of this process only shows how each state looks.
 class NoUpdater : public FirmwareUpdaterBase {
 public:
     NoUpdater() : FirmwareUpdaterBase(nullptr) {}
@@ -75,6 +72,18 @@ std::ostream& operator<<(std::ostream& stream, Screen const& screen)
                   << screen.progress << " \"" << screen.format.toStdString() << '"';
 }
 
+void DrawAsTheProgramDoes()
+{
+    QApplication::setStyle(QStringLiteral("fusion"));
+    auto palette = QApplication::palette();
+    for (int role = 0; role < QPalette::NColorRoles; ++role) {
+        auto const colour_role = static_cast<QPalette::ColorRole>(role);
+        palette.setBrush(QPalette::Inactive, colour_role,
+                         palette.brush(QPalette::Active, colour_role));
+    }
+    QApplication::setPalette(palette);
+}
+
 WindowReader::WindowReader(QDir const& resources, QString const& config_path)
 {
     QSettings const settings(config_path, QSettings::IniFormat);
@@ -85,6 +94,8 @@ WindowReader::WindowReader(QDir const& resources, QString const& config_path)
     };
     window_ = std::make_unique<MainWindow>(resources, settings, QString(), TargetUart,
                                            std::make_unique<NoUpdater>(), environment);
+    button_ = window_->findChild<QPushButton*>(QStringLiteral("updateButton"));
+    bar_ = window_->findChild<QProgressBar*>(QStringLiteral("progressBar"));
 }
 
 WindowReader::~WindowReader() = default;
@@ -99,25 +110,28 @@ std::optional<Screen> WindowReader::Read(QImage const& picture)
     return screen;
 }
 
-QImage WindowReader::Draw(Screen const& screen, QRect const& part)
+QRect WindowReader::PlaceOf(QWidget const* widget) const
 {
-    auto* const button = window_->findChild<QPushButton*>(QStringLiteral("updateButton"));
-    button->setText(screen.button);
-    button->setStyleSheet(GetButtonStyleSheet(screen.style));
-    auto* const bar = window_->findChild<QProgressBar*>(QStringLiteral("progressBar"));
-    bar->setValue(screen.progress);
-    bar->setFormat(screen.format);
-    return Normalise(window_->grab(part).toImage());
+    return {widget->mapTo(window_.get(), QPoint()), widget->size()};
+}
+
+QImage WindowReader::Draw(Screen const& screen, QWidget const* widget)
+{
+    button_->setText(screen.button);
+    button_->setStyleSheet(GetButtonStyleSheet(screen.style));
+    bar_->setValue(screen.progress);
+    bar_->setFormat(screen.format);
+    return Normalise(window_->grab(PlaceOf(widget)).toImage());
 }
 
 bool WindowReader::ReadButton(QImage const& picture, Screen& screen)
 {
-    auto const shown = Normalise(picture.copy(kButtonRect));
+    auto const shown = Normalise(picture.copy(PlaceOf(button_)));
     for (auto const* text : {"UPDATE", "UPDATING", "DONE"}) {
         for (auto const style : {ButtonStyle::Disabled, ButtonStyle::Ready}) {
             screen.button = QString::fromLatin1(text);
             screen.style = style;
-            if (IsAlike(Draw(screen, kButtonRect), shown)) {
+            if (IsAlike(Draw(screen, button_), shown)) {
                 return true;
             }
         }
@@ -127,13 +141,13 @@ bool WindowReader::ReadButton(QImage const& picture, Screen& screen)
 
 bool WindowReader::ReadBar(QImage const& picture, Screen& screen)
 {
-    auto const shown = Normalise(picture.copy(kBarRect));
+    auto const shown = Normalise(picture.copy(PlaceOf(bar_)));
     for (auto const& format :
          {QStringLiteral(""), QStringLiteral("%p%"), QStringLiteral("Erasing"), ErrorFormat()}) {
         for (int progress = 0; progress <= 100; ++progress) {
             screen.progress = progress;
             screen.format = format;
-            if (IsAlike(Draw(screen, kBarRect), shown)) {
+            if (IsAlike(Draw(screen, bar_), shown)) {
                 return true;
             }
         }

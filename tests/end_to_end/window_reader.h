@@ -1,9 +1,11 @@
-// Reads the program's window off the screen: compares what the X server shows, pixel by pixel, with
-// what the window shows in each of its states, drawn in this process from the same bundle.
+// Reads the program's window from the screen: compares what the X server shows, pixel by pixel,
+// with the window in each of its states, drawn in this process from the same bundle.
 #pragma once
 
 #include <QDir>
 #include <QImage>
+#include <QProgressBar>
+#include <QPushButton>
 #include <QRect>
 #include <QString>
 #include <memory>
@@ -25,18 +27,28 @@ struct Screen {
 
 std::ostream& operator<<(std::ostream& stream, Screen const& screen);
 
+// Makes this process draw windows as the program does, as if each were the active one: the window
+// that is drawn here is never shown. To be called before the first WindowReader is made.
+void DrawAsTheProgramDoes();
+
 class WindowReader {
 public:
     WindowReader(QDir const& resources, QString const& config_path);
     ~WindowReader();
 
+    // Where the button is in the window, in pixels.
+    QRect ButtonRect() const { return PlaceOf(button_); }
+
     // Empty when the picture shows none of the window's states.
     std::optional<Screen> Read(QImage const& picture);
 
 private:
-    QImage Draw(Screen const& screen, QRect const& part);
+    QRect PlaceOf(QWidget const* widget) const;
+    QImage Draw(Screen const& screen, QWidget const* widget);
     bool ReadButton(QImage const& picture, Screen& screen);
     bool ReadBar(QImage const& picture, Screen& screen);
 
     std::unique_ptr<MainWindow> window_;
+    QPushButton* button_;
+    QProgressBar* bar_;
 };

@@ -1,15 +1,15 @@
-// Builds requests to a simulated bootloader for the tests that are about something else than bytes;
-// the tests of the bootloader itself spell the bytes out.
+// Bytes for the tests of simulated bootloaders: spelled out, or built for the tests that are about
+// something else.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
-#include <span>
+#include <sstream>
 #include <string>
 #include <vector>
 
-#include "simulator/bootloaders/unit_protocol.h"
+#include "simulator/bootloaders/serial_bootloader.h"
 
 namespace simulator::test {
 
@@ -19,6 +19,17 @@ inline Bytes B(std::initializer_list<unsigned> values)
 {
     Bytes bytes;
     for (auto const value : values) {
+        bytes.push_back(static_cast<std::byte>(value));
+    }
+    return bytes;
+}
+
+// The bytes of "31 CE".
+inline Bytes Hex(std::string const& text)
+{
+    Bytes bytes;
+    std::istringstream stream(text);
+    for (unsigned value = 0; stream >> std::hex >> value;) {
         bytes.push_back(static_cast<std::byte>(value));
     }
     return bytes;
@@ -49,20 +60,32 @@ inline Bytes DataBytes(Bytes const& data)
     return WithChecksum(std::move(bytes));
 }
 
-inline Bytes Ask(IUnitProtocol& unit, Bytes const& bytes)
+inline Bytes Ask(SerialBootloader& unit, Bytes const& bytes)
 {
     return JoinAnswers(unit.Receive(bytes));
 }
 
-// All three steps of a Write Memory, whatever the unit answers; the answers, joined.
-inline Bytes Write(IUnitProtocol& unit, uint32_t address, Bytes const& data)
+inline Bytes Ask(SerialBootloader& unit, std::string const& hex)
 {
-    auto answers = Ask(unit, B({0x31, 0xCE}));
+    return Ask(unit, Hex(hex));
+}
+
+// All three steps of a Write Memory, whatever the unit answers; the answers, joined.
+inline Bytes Write(SerialBootloader& unit, uint32_t address, Bytes const& data)
+{
+    auto answers = Ask(unit, "31 CE");
     for (auto const& step : {AddressBytes(address), DataBytes(data)}) {
         auto const answer = Ask(unit, step);
         answers.insert(answers.end(), answer.begin(), answer.end());
     }
     return answers;
+}
+
+// The latest line of the journal; empty without one.
+inline std::string LastLine(ChipBootloader const& unit)
+{
+    auto const& entries = unit.GetJournal().Entries();
+    return entries.empty() ? std::string() : ToText(entries.back());
 }
 
 }  // namespace simulator::test

@@ -12,7 +12,7 @@ using test::B;
 
 TEST(DfuDescriptors, NameTheMemoriesInTheNotationOfDfuSe)
 {
-    EXPECT_EQ(DescribeMemories(kChips.front()),
+    EXPECT_EQ(MakeMemoryNames(kChips.front()),
               (std::vector<std::string>{"@Internal Flash  /0x08000000/256*0002Kg",
                                         "@Option Bytes  /0x1FFF7800/01*048 e/0x1FFFF800/01*048 e",
                                         "@OTP Memory /0x1FFF7000/01*1024 e"}));

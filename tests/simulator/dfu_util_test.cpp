@@ -1,6 +1,6 @@
-// An independent client, Debian's dfu-util with libusb beneath, against the simulated unit: whoever
-// wrote them has read the same standards, and nothing of this project. A missing tool is a failure:
-// without it nothing here would tell whether the unit is one.
+// An independent client, Debian's dfu-util with libusb below it, against the simulated unit: its
+// authors have read the same standards, and nothing of this project. A missing tool is a failure:
+// without it nothing here would prove the simulator.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -14,6 +14,8 @@
 #include "tests/simulator/dfu_unit_test_support.h"
 #include "tests/simulator/image_file.h"
 
+using namespace Qt::StringLiterals;
+
 namespace simulator {
 namespace {
 
@@ -24,11 +26,12 @@ using testing::Not;
 
 constexpr size_t kPageSize = 2048;
 constexpr int kToolError = 74;  // EX_IOERR of sysexits.h
+QString const kDownload = u"-d 0483:df11 -a 0 -s 0X08000000:leave -D image.bin"_s;
 
 class DfuUtil : public testing::Test {
 protected:
-    // Starts the tool and waits for its end; its exit code. What it said is in `output_`.
-    int Run(QStringList const& arguments)
+    // Starts the tool and waits for its end; its exit code. What it printed is in `output_`.
+    int Run(QString const& arguments)
     {
         Start(arguments);
         EXPECT_TRUE(process_.waitForFinished()) << "dfu-util does not end";
@@ -36,30 +39,21 @@ protected:
         return process_.exitCode();
     }
 
-    void Start(QStringList const& arguments)
+    void Start(QString const& arguments)
     {
         auto environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("UMOCKDEV_DIR"),
-                           QString::fromStdString(plugged_.testbed->Root()));
-        environment.insert(QStringLiteral("LD_PRELOAD"),
-                           QStringLiteral("libumockdev-preload.so.0"));
+        environment.insert(u"UMOCKDEV_DIR"_s, QString::fromStdString(plugged_.testbed->Root()));
+        environment.insert(u"LD_PRELOAD"_s, u"libumockdev-preload.so.0"_s);
         process_.setProcessEnvironment(environment);
         process_.setProcessChannelMode(QProcess::MergedChannels);
-        process_.start(QStringLiteral("dfu-util"), arguments);
+        process_.setWorkingDirectory(directory_.path());
+        process_.start(u"dfu-util"_s, arguments.split(u' '));
         ASSERT_TRUE(process_.waitForStarted()) << "is dfu-util installed?";
     }
 
     QString FilePath(char const* name) const
     {
         return directory_.filePath(QString::fromLatin1(name));
-    }
-
-    QStringList DownloadArguments() const
-    {
-        return {QStringLiteral("-d"), QStringLiteral("0483:df11"),
-                QStringLiteral("-a"), QStringLiteral("0"),
-                QStringLiteral("-s"), QStringLiteral("0X08000000:leave"),
-                QStringLiteral("-D"), FilePath("image.bin")};
     }
 
     // An image whose last block is shorter than the others.
@@ -76,7 +70,7 @@ protected:
     void ExpectImageCanBeWritten()
     {
         auto const image = WriteImage();
-        EXPECT_EQ(Run(DownloadArguments()), 0) << output_;
+        EXPECT_EQ(Run(kDownload), 0) << output_;
         EXPECT_EQ(plugged_.unit.ReadMemory(kFlashStart, image.size()), image);
     }
 
@@ -88,7 +82,7 @@ protected:
 
 TEST_F(DfuUtil, ListsTheUnitWithItsIdsAndMemories)
 {
-    EXPECT_EQ(Run({QStringLiteral("-l")}), 0);
+    EXPECT_EQ(Run(u"-l"_s), 0);
 
     EXPECT_THAT(output_, HasSubstr("Found DFU: [0483:df11] ver=2200, devnum=1"));
     EXPECT_THAT(output_, HasSubstr("alt=0, name=\"@Internal Flash  /0x08000000/256*0002Kg\""));
@@ -102,7 +96,7 @@ TEST_F(DfuUtil, ErasesWritesAndStartsAnImage)
     auto const image = WriteImage();
     plugged_.unit.LoadMemory(kFlashStart, Bytes(11 * kPageSize, std::byte{0x00}));
 
-    EXPECT_EQ(Run(DownloadArguments()), 0) << output_;
+    EXPECT_EQ(Run(kDownload), 0) << output_;
 
     EXPECT_EQ(plugged_.unit.ReadMemory(kFlashStart, image.size()), image);
     EXPECT_EQ(plugged_.unit.ReadMemory(kFlashStart + 10 * kPageSize, 1), Bytes{std::byte{0}});
@@ -115,42 +109,29 @@ TEST_F(DfuUtil, ErasesWritesAndStartsAnImage)
     EXPECT_EQ(LastLine(), "leave 0x08000000 ack");
 }
 
-TEST_F(DfuUtil, ReadsTheOtpArea)
+TEST_F(DfuUtil, ReadsTheOtpAreaAndTheFlash)
 {
-    EXPECT_EQ(Run({QStringLiteral("-a"), QStringLiteral("2"), QStringLiteral("-s"),
-                   QStringLiteral("0x1fff7000:1024"), QStringLiteral("-U"), FilePath("otp.bin")}),
-              0)
-        << output_;
+    plugged_.unit.LoadMemory(kFlashStart, Bytes(5 * kPageSize + 17, std::byte{0x5A}));
 
-    auto const otp = ReadFile("otp.bin");
-    EXPECT_EQ(otp.size(), 1024);
-    EXPECT_EQ(otp.left(5), QByteArray("\x11\x47\x23\x01\x07"));
+    EXPECT_EQ(Run(u"-a 2 -s 0x1fff7000:1024 -U otp.bin"_s), 0) << output_;
+    EXPECT_EQ(Run(u"-a 0 -s 0x08000000:10257 -U read.bin"_s), 0) << output_;
+
+    EXPECT_EQ(ReadFile("otp.bin").size(), 1024);
+    EXPECT_EQ(ReadFile("otp.bin").left(5), QByteArray("\x11\x47\x23\x01\x07"));
+    EXPECT_EQ(ReadFile("read.bin"), QByteArray(10257, '\x5A')) << "several blocks";
     EXPECT_TRUE(plugged_.unit.Status().plugged);
-}
-
-TEST_F(DfuUtil, ReadsTheFlashInSeveralBlocks)
-{
-    Bytes const image(5 * kPageSize + 17, std::byte{0x5A});
-    plugged_.unit.LoadMemory(kFlashStart, image);
-
-    EXPECT_EQ(Run({QStringLiteral("-a"), QStringLiteral("0"), QStringLiteral("-s"),
-                   QStringLiteral("0x08000000:10257"), QStringLiteral("-U"), FilePath("read.bin")}),
-              0)
-        << output_;
-
-    EXPECT_EQ(ReadFile("read.bin"), QByteArray(10257, '\x5A'));
 }
 
 TEST_F(DfuUtil, FindsTheUnitUnderANewNumberWhenItIsPluggedInAgain)
 {
     WriteImage();
-    EXPECT_EQ(Run(DownloadArguments()), 0);
-    EXPECT_EQ(Run({QStringLiteral("-l")}), 0);
+    EXPECT_EQ(Run(kDownload), 0);
+    EXPECT_EQ(Run(u"-l"_s), 0);
     EXPECT_THAT(output_, Not(HasSubstr("Found DFU")));
 
     plugged_.unit.Plug();
 
-    EXPECT_EQ(Run({QStringLiteral("-l")}), 0);
+    EXPECT_EQ(Run(u"-l"_s), 0);
     EXPECT_THAT(output_, HasSubstr("devnum=2"));
     ExpectImageCanBeWritten();
 }
@@ -159,7 +140,7 @@ TEST_F(DfuUtil, LeavesAUnitThatTheNextRunUpdatesWhenItIsKilledInTheMiddle)
 {
     WriteImage();
     plugged_.unit.AddFault({FaultKind::kSlowErase, 3, 1, 20000});
-    Start(DownloadArguments());
+    Start(kDownload);
     while (plugged_.unit.Status().fault_strikes == 0 && !process_.waitForFinished(5)) {
     }
     process_.kill();
@@ -172,7 +153,7 @@ TEST_F(DfuUtil, LeavesAUnitThatTheNextRunUpdatesWhenItIsKilledInTheMiddle)
 TEST_F(DfuUtil, CannotOpenABlockedUnitAndCanOnceItIsNot)
 {
     plugged_.unit.SetBlocked(true);
-    EXPECT_EQ(Run({QStringLiteral("-l")}), 0);
+    EXPECT_EQ(Run(u"-l"_s), 0);
     EXPECT_THAT(output_, HasSubstr("Cannot open DFU device 0483:df11"));
     EXPECT_THAT(output_, Not(HasSubstr("Found DFU")));
 
@@ -186,7 +167,7 @@ TEST_F(DfuUtil, GivesUpOnAUnitThatDoesNotAnswer)
     plugged_.unit.SetSilent(true);
     WriteImage();
 
-    EXPECT_EQ(Run(DownloadArguments()), kToolError);
+    EXPECT_EQ(Run(kDownload), kToolError);
 
     EXPECT_THAT(output_, HasSubstr("error get_status"));
 }
@@ -204,7 +185,7 @@ TEST_P(DfuUtilFault, EndsTheToolWithAnErrorAndIsOverWhenTheUnitIsPluggedInAgain)
     WriteImage();
     plugged_.unit.AddFault(GetParam().fault);
 
-    EXPECT_EQ(Run(DownloadArguments()), kToolError);
+    EXPECT_EQ(Run(kDownload), kToolError);
 
     EXPECT_THAT(output_, HasSubstr(GetParam().complaint));
     EXPECT_EQ(plugged_.unit.Status().fault_strikes, 1U);

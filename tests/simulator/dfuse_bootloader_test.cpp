@@ -1,34 +1,39 @@
 // The simulated DFU bootloader, request by request.
 #include "simulator/bootloaders/dfuse_bootloader.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
+#include <sstream>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
 #include "simulator/chips/otp_image.h"
-#include "tests/simulator/dfuse_client.h"
+#include "tests/simulator/bootloader_client.h"
 
 namespace simulator {
 namespace {
 
 using test::B;
 using test::Bytes;
+using test::Hex;
+using test::LastLine;
 using testing::Each;
 using namespace std::chrono_literals;
 
-DfuAnswer const kDone{DfuAnswer::Kind::kDone};
-DfuAnswer const kStall{DfuAnswer::Kind::kStall};
-DfuAnswer const kNone{DfuAnswer::Kind::kNone};
-
-// Answers to GETSTATUS: status, three bytes of poll timeout, state, text.
-auto const kIdle = B({0x00, 0, 0, 0, 2, 0});
-auto const kBusy = B({0x00, 0, 0, 0, 4, 0});
-auto const kDownloadIdle = B({0x00, 0, 0, 0, 5, 0});
-auto const kTargetError = B({0x01, 0, 0, 0, 10, 0});
-auto const kStalledPacketError = B({0x0F, 0, 0, 0, 10, 0});
-
-auto const kSetAddressToFlash = B({0x21, 0x00, 0x00, 0x00, 0x08});
-auto const kSetAddressToOtp = B({0x21, 0x00, 0x70, 0xFF, 0x1F});
-auto const kEraseFirstPage = B({0x41, 0x00, 0x00, 0x00, 0x08});
+std::string ToText(DfuAnswer const& answer)
+{
+    static constexpr std::array kKinds{"done", "stall", "none"};
+    std::string text = answer.data.empty() ? kKinds[static_cast<size_t>(answer.kind)] : "";
+    for (auto const byte : answer.data) {
+        text += fmt::format("{}{:02x}", text.empty() ? "" : " ", std::to_integer<unsigned>(byte));
+    }
+    return text;
+}
 
 class Dfuse : public testing::Test {
 protected:
@@ -41,245 +46,266 @@ protected:
         return options;
     }
 
+    // A request and its answer as text. Requests: "download BLOCK BYTES", "upload BLOCK LENGTH",
+    // and by their names "status", "state", "clear", "abort" and "detach". Answers: bytes if there
+    // are any, otherwise "done", "stall", or "none" for a unit that hangs. "carry-out BLOCK BYTES"
+    // is a download and the two status requests that carry it out; the second one's answer.
+    std::string Ask(std::string const& request)
+    {
+        if (request.starts_with("carry-out ")) {
+            EXPECT_EQ(Ask("download" + request.substr(9)), "done") << request;
+            EXPECT_THAT(Ask("status"), testing::EndsWith(" 04 00")) << request;
+            return Ask("status");
+        }
+        std::istringstream stream(request);
+        std::string name;
+        uint16_t block = 0;
+        stream >> name >> block;
+        std::string rest;
+        std::getline(stream, rest);
+        return ToText(bootloader_.Handle(MakeControl(name, block, rest), now_));
+    }
+
     DfuseBootloader bootloader_{Options()};
-    test::DfuseClient client_{bootloader_};
+    DfuseBootloader::TimePoint now_{};
+
+private:
+    DfuControl MakeControl(std::string const& name, uint16_t block, std::string const& rest)
+    {
+        data_ = Hex(rest);
+        if (name == "download") {
+            return {DfuRequest::kDownload, block, static_cast<uint16_t>(data_.size()), data_};
+        }
+        if (name == "upload") {
+            return {DfuRequest::kUpload, block, static_cast<uint16_t>(std::stoi(rest))};
+        }
+        return name == "status"  ? DfuControl{DfuRequest::kGetStatus, 0, 6}
+               : name == "state" ? DfuControl{DfuRequest::kGetState, 0, 1}
+               : name == "clear" ? DfuControl{DfuRequest::kClearStatus}
+               : name == "abort" ? DfuControl{DfuRequest::kAbort}
+                                 : DfuControl{DfuRequest::kDetach};
+    }
+
+    Bytes data_;
 };
 
-// ---- States ----
+// Answers to "status": status, three bytes of poll timeout, state, text.
+constexpr auto kIdle = "00 00 00 00 02 00";
+constexpr auto kBusy = "00 00 00 00 04 00";
+constexpr auto kDownloadIdle = "00 00 00 00 05 00";
+constexpr auto kTargetError = "01 00 00 00 0a 00";
+constexpr auto kStalledPacketError = "0f 00 00 00 0a 00";
 
-TEST_F(Dfuse, BeginsIdleAndTellsItsStateWithoutChangingIt)
+constexpr auto kSetAddressToFlash = "download 0 21 00 00 00 08";
+constexpr auto kCarryOutSetAddress = "carry-out 0 21 00 00 00 08";
+constexpr auto kEraseFirstPage = "download 0 41 00 00 00 08";
+
+// ---- Conversations ----
+
+struct Step {
+    char const* request;
+    char const* answer;
+    char const* line = nullptr;  // the journal's last one then; null: not looked at
+};
+
+struct Conversation {
+    char const* name;
+    std::vector<Step> steps;
+};
+
+class DfuseConversations : public Dfuse, public testing::WithParamInterface<Conversation> {};
+
+TEST_P(DfuseConversations, GoAsTheStandardAndTheApplicationNoteSay)
 {
-    EXPECT_EQ(client_.GetStatus(), kIdle);
-    EXPECT_EQ(client_.Ask(DfuRequest::kGetState, 1).data, B({2}));
-    EXPECT_EQ(bootloader_.Status().state, UnitState::kWaitingForSync);
-}
-
-TEST_F(Dfuse, CarriesADownloadOutBetweenTwoStatusRequests)
-{
-    EXPECT_EQ(client_.Download(0, kSetAddressToFlash), kDone);
-    EXPECT_EQ(client_.Ask(DfuRequest::kGetState, 1).data, B({3}));
-    EXPECT_EQ(client_.GetStatus(), kBusy);
-    EXPECT_EQ(client_.GetStatus(), kDownloadIdle);
-    EXPECT_EQ(client_.LastLine(), "set-address 0x08000000 ack");
-}
-
-TEST_F(Dfuse, TakesNoOtherDownloadBeforeTheFirstIsCarriedOut)
-{
-    client_.Download(0, kSetAddressToFlash);
-
-    EXPECT_EQ(client_.Download(0, kEraseFirstPage), kStall);
-
-    EXPECT_EQ(client_.GetStatus(), kStalledPacketError);
-    EXPECT_EQ(client_.LastLine(), "download nack state");
+    for (auto const& [request, answer, line] : GetParam().steps) {
+        EXPECT_EQ(Ask(request), answer) << "to " << request;
+        if (line != nullptr) {
+            EXPECT_EQ(LastLine(bootloader_), line) << "after " << request;
+        }
+    }
     EXPECT_EQ(bootloader_.Status().erased_pages, 0U);
 }
 
-TEST_F(Dfuse, RefusesTheRequestsThatDoNotBelongToItsState)
+INSTANTIATE_TEST_SUITE_P(
+    , DfuseConversations,
+    testing::Values(
+        Conversation{"BeginsIdle", {{"status", kIdle}, {"state", "02"}, {"status", kIdle}}},
+        Conversation{"DownloadIsCarriedOutBetweenTwoStatusRequests",
+                     {{kSetAddressToFlash, "done"},
+                      {"state", "03"},
+                      {"status", kBusy},
+                      {"status", kDownloadIdle, "set-address 0x08000000 ack"}}},
+        Conversation{"NoOtherDownloadBeforeTheFirstIsCarriedOut",
+                     {{kSetAddressToFlash, "done"},
+                      {kEraseFirstPage, "stall"},
+                      {"status", kStalledPacketError, "download nack state"}}},
+        Conversation{"RequestsThatDoNotBelongToTheState",
+                     {{kCarryOutSetAddress, kDownloadIdle},
+                      {"upload 2 16", "stall"},
+                      {"abort", "stall"},  // after an error
+                      {"clear", "done"},
+                      {"status", kIdle},
+                      {"clear", "stall"},  // without an error
+                      {"clear", "done"},
+                      {"detach", "stall"}}},  // there is no application to detach from
+        Conversation{"AbortMakesIdle",
+                     {{kCarryOutSetAddress, kDownloadIdle},
+                      {"abort", "done"},
+                      {"status", kIdle},
+                      {"upload 2 2", "ff ff"},
+                      {"state", "09"},
+                      {"abort", "done"},
+                      {"status", kIdle}}},
+        Conversation{"AddressWithoutMemory",
+                     {{"carry-out 0 21 00 00 00 60", kTargetError},
+                      {"clear", "done"},
+                      {"carry-out 0 41 00 00 08 08", kTargetError},
+                      {"clear", "done"},
+                      {"carry-out 0 41 00 70 ff 1f", kTargetError},
+                      {"clear", "done"},
+                      {"carry-out 0 41 ff ff ff ff", kTargetError}}},
+        Conversation{"BlockPastTheEndOfTheFlash",
+                     {{"carry-out 0 21 fe ff 07 08", kDownloadIdle},
+                      {"carry-out 2 01 02 03", kTargetError, "write 0x0807fffe 3 nack address"},
+                      {"clear", "done"},
+                      {"upload 2 2", "ff ff"}}},
+        Conversation{"ReadProtectionIsKept",
+                     {{"download 0 92", "stall"},
+                      {"status", "0b 00 00 00 0a 00", "read-unprotect nack refused"}}},
+        Conversation{"UploadOfTheOtpArea",
+                     {{"carry-out 0 21 00 70 ff 1f", kDownloadIdle},
+                      {"abort", "done"},
+                      {"upload 2 5", "11 47 23 01 07", "read 0x1fff7000 5 ack"},
+                      {"state", "09"},
+                      {"abort", "done"},
+                      {"upload 2 1025", "stall", "read 0x1fff7000 1025 nack address"},
+                      {"status", kTargetError}}},
+        Conversation{"UploadOfTheListOfCommands",
+                     {{"upload 0 64", "00 21 41 92"},
+                      {"status", kIdle},  // a short block ends an upload
+                      {"upload 0 2", "00 21"}}},
+        Conversation{"UploadOfWhatIsNotThere",
+                     {{"upload 1 16", "stall"},
+                      {"clear", "done"},
+                      {"upload 2 2049", "stall"},
+                      {"status", kStalledPacketError}}}),
+    [](testing::TestParamInfo<Conversation> const& row) { return std::string(row.param.name); });
+
+TEST_F(Dfuse, RefusesWhatIsNotACommandOrNotABlock)
 {
-    client_.CarryOut(0, kSetAddressToFlash);
-    EXPECT_EQ(client_.Upload(2, 16), kStall) << "in the middle of a download";
-    EXPECT_EQ(client_.Ask(DfuRequest::kAbort), kStall) << "after an error";
-    EXPECT_EQ(client_.Ask(DfuRequest::kClearStatus), kDone);
-    EXPECT_EQ(client_.GetStatus(), kIdle);
-    EXPECT_EQ(client_.Ask(DfuRequest::kClearStatus), kStall) << "without an error";
-    client_.Ask(DfuRequest::kClearStatus);
-    EXPECT_EQ(client_.Ask(DfuRequest::kDetach), kStall) << "there is no application to detach from";
+    for (auto const& [request, line] :
+         {std::pair{"download 0 21", "download nack unknown"},
+          std::pair{"download 0 21 00 00 00", "download nack unknown"},
+          std::pair{"download 0 21 00 00 00 08 00", "download nack unknown"},
+          std::pair{"download 0 41 00", "download nack unknown"},
+          std::pair{"download 0 33", "download nack unknown"},
+          std::pair{"download 0 00", "download nack unknown"},
+          std::pair{"download 1 01", "download nack block"}}) {
+        EXPECT_EQ(Ask(request), "stall") << request;
+        EXPECT_EQ(Ask("status"), kStalledPacketError) << request;
+        EXPECT_EQ(LastLine(bootloader_), line) << request;
+        Ask("clear");
+    }
+    Bytes const too_long(2049);
+    DfuControl const control{DfuRequest::kDownload, 2, 2049, too_long};
+    EXPECT_EQ(ToText(bootloader_.Handle(control, now_)), "stall");
+    EXPECT_EQ(LastLine(bootloader_), "download nack size");
 }
 
-TEST_F(Dfuse, BecomesIdleByAnAbort)
-{
-    client_.CarryOut(0, kSetAddressToFlash);
-    EXPECT_EQ(client_.Ask(DfuRequest::kAbort), kDone);
-    EXPECT_EQ(client_.GetStatus(), kIdle);
-    EXPECT_EQ(client_.Upload(2, 16).kind, DfuAnswer::Kind::kDone);
-    EXPECT_EQ(client_.Ask(DfuRequest::kGetState, 1).data, B({9}));
-    EXPECT_EQ(client_.Ask(DfuRequest::kAbort), kDone);
-    EXPECT_EQ(client_.GetStatus(), kIdle);
-}
-
-// ---- Erasing and writing ----
+// ---- Erasing, writing, leaving ----
 
 TEST_F(Dfuse, ErasesThePageThatHoldsTheAddress)
 {
     bootloader_.Memory().Load(0x08000000, Bytes(3 * 2048, std::byte{0x00}));
 
-    EXPECT_EQ(client_.CarryOut(0, B({0x41, 0xFF, 0x0F, 0x00, 0x08})), kDownloadIdle);
+    EXPECT_EQ(Ask("carry-out 0 41 ff 0f 00 08"), kDownloadIdle);
 
-    EXPECT_EQ(bootloader_.Memory().Read(0x080007FF, 1), B({0x00}));
+    EXPECT_EQ(bootloader_.Memory().Read(0x080007FF, 1), Hex("00"));
     EXPECT_THAT(bootloader_.Memory().Read(0x08000800, 2048), Each(std::byte{0xFF}));
-    EXPECT_EQ(bootloader_.Memory().Read(0x08001000, 1), B({0x00}));
+    EXPECT_EQ(bootloader_.Memory().Read(0x08001000, 1), Hex("00"));
     EXPECT_EQ(bootloader_.Status().erased_pages, 1U);
-    EXPECT_EQ(client_.LastLine(), "erase 0x08000fff ack");
+    EXPECT_EQ(LastLine(bootloader_), "erase 0x08000fff ack");
 }
 
 TEST_F(Dfuse, ErasesEverythingWhenNoAddressIsNamed)
 {
     bootloader_.Memory().Load(0x0807FF00, Bytes(256, std::byte{0x00}));
 
-    EXPECT_EQ(client_.CarryOut(0, B({0x41})), kDownloadIdle);
+    EXPECT_EQ(Ask("carry-out 0 41"), kDownloadIdle);
 
     EXPECT_THAT(bootloader_.Memory().Read(0x0807FF00, 256), Each(std::byte{0xFF}));
     EXPECT_EQ(bootloader_.Status().erased_pages, 256U);
-    EXPECT_EQ(client_.LastLine(), "erase all ack");
+    EXPECT_EQ(LastLine(bootloader_), "erase all ack");
 }
 
-TEST_F(Dfuse, WritesBlockTwoAtTheAddressPointerAndTheNextOnesBehindIt)
+TEST_F(Dfuse, WritesBlockTwoAtTheAddressPointerAndTheNextOnesAfterIt)
 {
-    client_.CarryOut(0, B({0x21, 0x00, 0x10, 0x00, 0x08}));
+    Ask("carry-out 0 21 00 10 00 08");
 
-    EXPECT_EQ(client_.CarryOut(2, B({1, 2, 3, 4})), kDownloadIdle);
-    EXPECT_EQ(client_.CarryOut(4, B({5, 6, 7, 8})), kDownloadIdle);
+    EXPECT_EQ(Ask("carry-out 2 01 02 03 04"), kDownloadIdle);
+    EXPECT_EQ(Ask("carry-out 4 05 06 07 08"), kDownloadIdle);
 
     EXPECT_EQ(bootloader_.Memory().Read(0x08001000, 4), B({1, 2, 3, 4}));
     EXPECT_EQ(bootloader_.Memory().Read(0x08002000, 4), B({5, 6, 7, 8}));
-    EXPECT_EQ(client_.LastLine(), "write 0x08002000 4 ack");
+    EXPECT_EQ(LastLine(bootloader_), "write 0x08002000 4 ack");
     EXPECT_EQ(bootloader_.Status().writes, 2U);
     EXPECT_EQ(bootloader_.Status().programmed_over_unerased, 0U);
-}
 
-TEST_F(Dfuse, CountsWhatIsProgrammedWithoutAnErase)
-{
-    client_.CarryOut(2, B({0xF0}));
-    client_.CarryOut(2, B({0x0F}));
-
-    EXPECT_EQ(bootloader_.Memory().Read(0x08000000, 1), B({0x00}));
+    Ask("carry-out 4 0a");
+    EXPECT_EQ(bootloader_.Memory().Read(0x08002000, 1), Hex("00"));
     EXPECT_EQ(bootloader_.Status().programmed_over_unerased, 1U);
 }
 
-TEST_F(Dfuse, TellsHowLongItIsBusyAndIsBusyForThatTime)
+TEST_F(Dfuse, ReportsHowLongItIsBusyAndIsBusyForThatTime)
+{
+    bootloader_.Faults().Add({FaultKind::kSlowErase, 1, 1, 70000});
+    Ask(kEraseFirstPage);
+
+    EXPECT_EQ(Ask("status"), "00 70 11 01 04 00");
+    now_ += 69999ms;
+    EXPECT_EQ(Ask("status"), "00 01 00 00 04 00");
+    now_ += 1ms;
+    EXPECT_EQ(Ask("status"), kDownloadIdle);
+    EXPECT_EQ(bootloader_.Status().erased_pages, 1U);
+}
+
+TEST_F(Dfuse, RoundsTheTimesOfItsChipUpToMilliseconds)
 {
     auto options = Options();
-    options.times.page_erase = 24500us;
+    options.times = kRealTimes;
     DfuseBootloader bootloader(options);
-    test::DfuseClient client(bootloader);
+    auto const erase = Hex("41 00 00 00 08");
 
-    client.Download(0, kEraseFirstPage);
+    bootloader.Handle({DfuRequest::kDownload, 0, 5, erase}, now_);
 
-    EXPECT_EQ(client.GetStatus(), B({0x00, 25, 0, 0, 4, 0}));
-    client.Pass(10ms);
-    EXPECT_EQ(client.GetStatus(), B({0x00, 15, 0, 0, 4, 0}));
-    client.Pass(15ms);
-    EXPECT_EQ(client.GetStatus(), kDownloadIdle);
+    EXPECT_EQ(ToText(bootloader.Handle({DfuRequest::kGetStatus, 0, 6}, now_)), "00 19 00 00 04 00");
 }
 
-// ---- Refusals ----
-
-TEST_F(Dfuse, EndsACommandForAnAddressWithoutMemoryWithATargetError)
+TEST_F(Dfuse, LeavesItsHostForTheApplicationAfterAnEmptyDownloadAndIsBackAfterAReset)
 {
-    for (auto const& command :
-         {B({0x21, 0x00, 0x00, 0x00, 0x60}), B({0x41, 0x00, 0x00, 0x08, 0x08}),
-          B({0x41, 0x00, 0x70, 0xFF, 0x1F}), B({0x41, 0xFF, 0xFF, 0xFF, 0xFF})}) {
-        EXPECT_EQ(client_.Download(0, command), kDone);
-        EXPECT_EQ(client_.GetStatus(), kBusy);
-        EXPECT_EQ(client_.GetStatus(), kTargetError);
-        EXPECT_EQ(client_.Ask(DfuRequest::kClearStatus), kDone);
-    }
-    EXPECT_EQ(bootloader_.Status().erased_pages, 0U);
-}
-
-TEST_F(Dfuse, WritesNothingOfABlockThatPassesTheEndOfTheFlash)
-{
-    client_.CarryOut(0, B({0x21, 0xFE, 0xFF, 0x07, 0x08}));
-
-    EXPECT_EQ(client_.CarryOut(2, B({1, 2, 3})), kTargetError);
-
-    EXPECT_EQ(bootloader_.Memory().Read(0x0807FFFE, 2), B({0xFF, 0xFF}));
-    EXPECT_EQ(client_.LastLine(), "write 0x0807fffe 3 nack address");
-}
-
-TEST_F(Dfuse, RefusesWhatIsNoCommandOrNoBlock)
-{
-    for (auto const& command : {B({0x21}), B({0x21, 0, 0, 0}), B({0x21, 0, 0, 0, 8, 0}),
-                                B({0x41, 0}), B({0x33}), B({0})}) {
-        EXPECT_EQ(client_.Download(0, command), kStall);
-        EXPECT_EQ(client_.GetStatus(), kStalledPacketError);
-        EXPECT_EQ(client_.LastLine(), "download nack unknown");
-        client_.Ask(DfuRequest::kClearStatus);
-    }
-    EXPECT_EQ(client_.Download(1, B({1})), kStall);
-    EXPECT_EQ(client_.LastLine(), "download nack block");
-    client_.Ask(DfuRequest::kClearStatus);
-    EXPECT_EQ(client_.Download(2, Bytes(2049)), kStall);
-    EXPECT_EQ(client_.LastLine(), "download nack size");
-}
-
-TEST_F(Dfuse, RefusesToGiveUpItsReadProtection)
-{
-    EXPECT_EQ(client_.Download(0, B({0x92})), kStall);
-
-    EXPECT_EQ(client_.GetStatus(), B({0x0B, 0, 0, 0, 10, 0}));
-    EXPECT_EQ(client_.LastLine(), "read-unprotect nack refused");
-}
-
-// ---- Reading ----
-
-TEST_F(Dfuse, UploadsTheOtpAreaFromTheAddressPointer)
-{
-    client_.CarryOut(0, kSetAddressToOtp);
-    client_.Ask(DfuRequest::kAbort);
-
-    auto const answer = client_.Upload(2, 1024);
-
-    ASSERT_EQ(answer.data.size(), 1024U);
-    EXPECT_EQ(Bytes(answer.data.begin(), answer.data.begin() + 5), B({0x11, 0x47, 0x23, 0x01, 7}));
-    EXPECT_EQ(client_.LastLine(), "read 0x1fff7000 1024 ack");
-    EXPECT_EQ(client_.Ask(DfuRequest::kGetState, 1).data, B({9}));
-}
-
-TEST_F(Dfuse, UploadsTheListOfItsCommandsFromBlockZero)
-{
-    EXPECT_EQ(client_.Upload(0, 64).data, B({0x00, 0x21, 0x41, 0x92}));
-    EXPECT_EQ(client_.GetStatus(), kIdle) << "a short block ends an upload";
-    EXPECT_EQ(client_.Upload(0, 2).data, B({0x00, 0x21}));
-}
-
-TEST_F(Dfuse, RefusesToUploadWhatIsNotThere)
-{
-    client_.CarryOut(0, kSetAddressToOtp);
-    client_.Ask(DfuRequest::kAbort);
-    EXPECT_EQ(client_.Upload(2, 1025), kStall);
-    EXPECT_EQ(client_.GetStatus(), kTargetError);
-    EXPECT_EQ(client_.LastLine(), "read 0x1fff7000 1025 nack address");
-    client_.Ask(DfuRequest::kClearStatus);
-    EXPECT_EQ(client_.Upload(1, 16), kStall);
-    client_.Ask(DfuRequest::kClearStatus);
-    EXPECT_EQ(client_.Upload(2, 2049), kStall);
-    EXPECT_EQ(client_.GetStatus(), kStalledPacketError);
-}
-
-// ---- Leaving ----
-
-TEST_F(Dfuse, LeavesItsHostForTheApplicationAfterAnEmptyDownload)
-{
-    client_.CarryOut(0, kSetAddressToFlash);
-    EXPECT_EQ(client_.Download(0, {}), kDone);
-    EXPECT_EQ(client_.Ask(DfuRequest::kGetState, 1).data, B({6}));
+    Ask("carry-out 2 01 02 03 04");
+    EXPECT_EQ(Ask("download 0"), "done");
+    EXPECT_EQ(Ask("state"), "06");
     EXPECT_FALSE(bootloader_.HasLeft());
 
-    EXPECT_EQ(client_.GetStatus(), B({0x00, 0, 0, 0, 7, 0}));
+    EXPECT_EQ(Ask("status"), "00 00 00 00 07 00");
 
     EXPECT_TRUE(bootloader_.HasLeft());
     EXPECT_EQ(bootloader_.Status().state, UnitState::kRunning);
     EXPECT_EQ(bootloader_.Status().jump_address, 0x08000000U);
-    EXPECT_EQ(client_.Ask(DfuRequest::kGetStatus, 6), kNone);
-}
-
-TEST_F(Dfuse, IsBackInItsBootloaderAfterAResetWithWhatItHasStored)
-{
-    client_.CarryOut(2, B({1, 2, 3, 4}));
-    client_.Download(0, {});
-    client_.GetStatus();
+    EXPECT_EQ(Ask("status"), "none");
 
     bootloader_.Reset();
 
     EXPECT_FALSE(bootloader_.HasLeft());
-    EXPECT_EQ(client_.GetStatus(), kIdle);
+    EXPECT_EQ(Ask("status"), kIdle);
     EXPECT_EQ(bootloader_.Memory().Read(0x08000000, 4), B({1, 2, 3, 4}));
     EXPECT_EQ(bootloader_.Status().jump_address, std::nullopt);
 }
 
 TEST_F(Dfuse, CountsTheClientsThatClaimIt)
 {
+    EXPECT_EQ(bootloader_.Status().state, UnitState::kWaitingForSync);
     bootloader_.Claim();
     bootloader_.Claim();
 
@@ -291,82 +317,70 @@ TEST_F(Dfuse, CountsTheClientsThatClaimIt)
 
 TEST_F(Dfuse, EndsAnOperationWithTheStatusThatAFaultAsksFor)
 {
-    for (uint32_t const status : {3U, 7U}) {
-        bootloader_.Faults().Add({FaultKind::kErrorInWrite, 1, 1, status});
-        EXPECT_EQ(client_.CarryOut(2, B({1, 2, 3, 4})), B({status, 0, 0, 0, 10, 0}));
-        EXPECT_EQ(client_.LastLine(), "write 0x08000000 4 nack fault");
-        EXPECT_EQ(bootloader_.Memory().Read(0x08000000, 1), B({0xFF}));
-        client_.Ask(DfuRequest::kClearStatus);
+    for (auto const& [fault, request, status] :
+         {std::tuple{Fault{FaultKind::kErrorInWrite, 1, 1, 3}, "carry-out 2 01", "03"},
+          std::tuple{Fault{FaultKind::kErrorInWrite, 1, 1, 7}, "carry-out 2 01", "07"},
+          std::tuple{Fault{FaultKind::kErrorInErase, 1, 1, 4}, "carry-out 0 41 00 00 00 08",
+                     "04"}}) {
+        bootloader_.Memory().Load(0x08000000, Hex("55"));
+        bootloader_.Faults().Add(fault);
+
+        EXPECT_EQ(Ask(request), std::string(status) + " 00 00 00 0a 00");
+
+        EXPECT_THAT(LastLine(bootloader_), testing::EndsWith("nack fault"));
+        EXPECT_EQ(bootloader_.Memory().Read(0x08000000, 1), Hex("55"));
+        Ask("clear");
+        EXPECT_EQ(Ask(request), kDownloadIdle) << "the next time";
     }
-    bootloader_.Memory().Load(0x08000000, B({0}));
-    bootloader_.Faults().Add({FaultKind::kErrorInErase, 1, 1, 4});
-    EXPECT_EQ(client_.CarryOut(0, kEraseFirstPage), B({0x04, 0, 0, 0, 10, 0}));
-    EXPECT_EQ(bootloader_.Memory().Read(0x08000000, 1), B({0x00}));
-    client_.Ask(DfuRequest::kClearStatus);
-    EXPECT_EQ(client_.CarryOut(0, kEraseFirstPage), kDownloadIdle);
 }
 
-TEST_F(Dfuse, VanishesBeforeAnythingIsErasedOrProgrammed)
+TEST_F(Dfuse, HangsOrVanishesBeforeAnythingIsErasedOrProgrammedUntilTheReset)
 {
-    for (auto const kind : {FaultKind::kVanishInErase, FaultKind::kVanishInWrite}) {
-        bootloader_.Memory().Load(0x08000000, B({0x55}));
+    for (auto const kind :
+         {FaultKind::kVanishInErase, FaultKind::kVanishInWrite, FaultKind::kSilentInWrite}) {
+        bootloader_.Memory().Load(0x08000000, Hex("55"));
         bootloader_.Faults().Add({kind});
-        auto const is_erase = kind == FaultKind::kVanishInErase;
-        EXPECT_EQ(client_.Download(is_erase ? 0 : 2, is_erase ? kEraseFirstPage : B({0})), kDone);
+        EXPECT_EQ(Ask(kind == FaultKind::kVanishInErase ? kEraseFirstPage : "download 2 00"),
+                  "done");
 
-        EXPECT_EQ(client_.Ask(DfuRequest::kGetStatus, 6), kNone);
+        EXPECT_EQ(Ask("status"), "none");
 
-        EXPECT_TRUE(bootloader_.HasLeft());
-        EXPECT_EQ(bootloader_.Memory().Read(0x08000000, 1), B({0x55}));
+        EXPECT_EQ(bootloader_.HasLeft(), kind != FaultKind::kSilentInWrite);
+        EXPECT_EQ(bootloader_.Memory().Read(0x08000000, 1), Hex("55"));
         bootloader_.Reset();
         EXPECT_FALSE(bootloader_.HasLeft());
-        EXPECT_EQ(client_.GetStatus(), kIdle);
+        EXPECT_EQ(Ask("status"), kIdle);
     }
 }
 
-TEST_F(Dfuse, HangsAtACommandOrInAWriteUntilTheReset)
+TEST_F(Dfuse, HangsAtACommandUntilTheReset)
 {
     bootloader_.Faults().Add({FaultKind::kSilentAtCommand, 2});
-    EXPECT_EQ(client_.CarryOut(0, kSetAddressToFlash), kDownloadIdle);
-    EXPECT_EQ(client_.Download(0, kEraseFirstPage), kNone);
-    EXPECT_EQ(client_.Ask(DfuRequest::kGetState, 1), kNone);
+    EXPECT_EQ(Ask(kCarryOutSetAddress), kDownloadIdle);
+    EXPECT_EQ(Ask(kEraseFirstPage), "none");
+    EXPECT_EQ(Ask("state"), "none");
     EXPECT_FALSE(bootloader_.HasLeft());
     bootloader_.Reset();
-
-    bootloader_.Faults().Add({FaultKind::kSilentInWrite});
-    EXPECT_EQ(client_.Download(2, B({1})), kDone);
-    EXPECT_EQ(client_.Ask(DfuRequest::kGetStatus, 6), kNone);
-    bootloader_.Reset();
-    EXPECT_EQ(client_.CarryOut(2, B({1})), kDownloadIdle);
+    EXPECT_EQ(Ask("carry-out 0 41 00 00 00 08"), kDownloadIdle);
 }
 
 TEST_F(Dfuse, IsBusyForEverWhenItIsStuckInAWrite)
 {
     bootloader_.Faults().Add({FaultKind::kStuckInWrite});
-    client_.Download(2, B({1}));
+    Ask("download 2 01");
     for (int i = 0; i < 5; ++i) {
-        EXPECT_EQ(client_.GetStatus(), B({0x00, 100, 0, 0, 4, 0}));
-        client_.Pass(1h);
+        EXPECT_EQ(Ask("status"), "00 64 00 00 04 00");
+        now_ += 1h;
     }
-    EXPECT_EQ(client_.Ask(DfuRequest::kAbort), kStall);
+    EXPECT_EQ(Ask("abort"), "stall");
 }
 
-TEST_F(Dfuse, ErasesSlowlyAndSaysHowSlowly)
-{
-    bootloader_.Faults().Add({FaultKind::kSlowErase, 1, 1, 70000});
-    client_.Download(0, kEraseFirstPage);
-    EXPECT_EQ(client_.GetStatus(), B({0x00, 0x70, 0x11, 0x01, 4, 0}));
-    client_.Pass(70s);
-    EXPECT_EQ(client_.GetStatus(), kDownloadIdle);
-    EXPECT_EQ(bootloader_.Status().erased_pages, 1U);
-}
-
-TEST_F(Dfuse, TakesNoNoticeWhileItIsSilent)
+TEST_F(Dfuse, IgnoresEverythingWhileItIsSilent)
 {
     bootloader_.SetSilent(true);
-    EXPECT_EQ(client_.Ask(DfuRequest::kGetStatus, 6), kNone);
+    EXPECT_EQ(Ask("status"), "none");
     bootloader_.SetSilent(false);
-    EXPECT_EQ(client_.GetStatus(), kIdle);
+    EXPECT_EQ(Ask("status"), kIdle);
 }
 
 }  // namespace

@@ -1,11 +1,15 @@
-// Each kind of fault, where it strikes, and what the unit does afterwards; the journal's words.
+// Each kind of fault, where it strikes, and what the unit does afterwards; the journal's text.
 #include "simulator/faults.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "simulator/bootloaders/stm32_bootloader.h"
@@ -17,45 +21,33 @@ namespace {
 using test::Ask;
 using test::B;
 using test::Bytes;
+using test::Hex;
+using test::LastLine;
 using test::Write;
+
+auto const kErased = Hex("FF FF FF FF");
 
 Stm32Bootloader MakeUnit(std::vector<Fault> const& faults)
 {
     Stm32Bootloader unit({});
-    Ask(unit, B({0x7F}));
+    Ask(unit, "7F");
     for (auto const& fault : faults) {
         unit.Faults().Add(fault);
     }
     return unit;
 }
 
-Bytes AskId(Stm32Bootloader& unit)
+TEST(Faults, EveryKindHasANameOfItsOwnThatFindsItAndThatTheReadmeLists)
 {
-    return Ask(unit, B({0x02, 0xFD}));
-}
-
-std::vector<std::string> Lines(Stm32Bootloader const& unit)
-{
-    std::vector<std::string> lines;
-    for (auto const& entry : unit.GetJournal().Entries()) {
-        lines.push_back(ToText(entry));
-    }
-    return lines;
-}
-
-auto const kGoodId = B({0x79, 0x01, 0x04, 0x69, 0x79});
-
-TEST(Faults, EveryKindHasANameOfItsOwnThatFindsIt)
-{
+    std::ifstream file(FW_SIMULATOR_README);
+    std::string const readme{std::istreambuf_iterator<char>(file), {}};
     std::set<std::string_view> names;
-    std::set<FaultKind> kinds(kStm32FaultKinds.begin(), kStm32FaultKinds.end());
-    kinds.insert(kMcubootFaultKinds.begin(), kMcubootFaultKinds.end());
-    kinds.insert(kDfuFaultKinds.begin(), kDfuFaultKinds.end());
-    for (auto const kind : kinds) {
-        EXPECT_EQ(FindFaultKind(GetName(kind)), kind);
-        names.insert(GetName(kind));
+    for (auto const& row : kFaults) {
+        EXPECT_EQ(FindFaultKind(GetName(row.kind)), row.kind);
+        EXPECT_THAT(readme, testing::HasSubstr(std::string(row.name)));
+        names.insert(row.name);
     }
-    EXPECT_EQ(names.size(), kinds.size());
+    EXPECT_EQ(names.size(), kFaults.size());
     EXPECT_EQ(FindFaultKind("nack"), std::nullopt);
 }
 
@@ -85,11 +77,9 @@ TEST(Faults, AreRefusedByAUnitThatCannotShowThem)
 TEST(Faults, EveryKindChangesAnUpdateAndAllIsWellOnceItIsClearedAndTheUnitReset)
 {
     auto const update = [](Stm32Bootloader& unit) {
-        auto answers = AskId(unit);
-        for (auto const& step :
-             {Ask(unit, B({0x44, 0xBB})), Ask(unit, B({0xFF, 0xFF, 0x00})),
-              Write(unit, 0x08000000, B({1, 2, 3, 4})), Ask(unit, B({0x11, 0xEE})),
-              Ask(unit, B({0x08, 0x00, 0x00, 0x00, 0x08})), Ask(unit, B({0x03, 0xFC}))}) {
+        auto answers = Ask(unit, "02 FD 44 BB FF FF 00");
+        for (auto const& step : {Write(unit, 0x08000000, B({1, 2, 3, 4})), Ask(unit, "11 EE"),
+                                 Ask(unit, "08 00 00 00 08"), Ask(unit, "03 FC")}) {
             answers.insert(answers.end(), step.begin(), step.end());
         }
         return answers;
@@ -109,100 +99,86 @@ TEST(Faults, EveryKindChangesAnUpdateAndAllIsWellOnceItIsClearedAndTheUnitReset)
 
         unit.Faults().Clear();
         unit.Reset();
-        EXPECT_EQ(Ask(unit, B({0x7F})), B({0x79})) << GetName(kind);
+        EXPECT_EQ(Ask(unit, "7F"), Hex("79")) << GetName(kind);
         EXPECT_EQ(update(unit), good) << GetName(kind);
     }
 }
 
-TEST(Faults, RefuseACommandAndTakeItTheNextTime)
+TEST(Faults, ChangeOneAnswerOnlyAndNothingInTheMemory)
 {
-    auto unit = MakeUnit({{FaultKind::kNackCommand, 2}});
-
-    EXPECT_EQ(AskId(unit), kGoodId);
-    EXPECT_EQ(AskId(unit), B({0x1F}));
-    EXPECT_EQ(AskId(unit), kGoodId);
-    EXPECT_EQ(Lines(unit).at(2), "get-id nack fault");
+    struct Row {
+        Fault fault;
+        char const* request;
+        char const* answer;  // while the fault strikes
+        char const* line;    // of the journal then
+        char const* later;   // the answer to the same request afterwards
+    };
+    constexpr auto kId = "02 FD";
+    constexpr auto kGoodId = "79 01 04 69 79";
+    constexpr auto kRead = "11 EE 08 00 00 00 08 01 FE";
+    constexpr auto kErase = "44 BB FF FF 00";
+    for (auto const& [fault, request, answer, line, later] :
+         {Row{{FaultKind::kNackCommand}, kId, "1F", "get-id nack fault", kGoodId},
+          Row{{FaultKind::kDropAnswer, 3}, kId, "79 01 04 69", "get-id ack", kGoodId},
+          Row{{FaultKind::kGarbageAnswer, 1, 1, 0xA5},
+              kId,
+              "A5 01 04 69 79",
+              "get-id ack",
+              kGoodId},
+          Row{{FaultKind::kCutAnswer, 2, 1, 1}, kId, "79 01 79", "get-id ack", kGoodId},
+          Row{{FaultKind::kExtraByte, 3, 1, 0x55}, kId, "79 01 04 69 79 55", "get-id ack", kGoodId},
+          Row{{FaultKind::kWrongCount, 1, 1, 0x40}, kId, "79 40 04 69 79", "get-id ack", kGoodId},
+          Row{{FaultKind::kSilentAtCommand}, kId, "", "get-id silent fault", ""},
+          Row{{FaultKind::kNackErase}, kErase, "79 1F", "extended-erase all nack fault", "79 79"},
+          Row{{FaultKind::kFlipReadData, 1, 1, 1},
+              kRead,
+              "79 79 79 54 55",
+              "read 0x08000000 2 ack",
+              "79 79 79 55 55"}}) {
+        auto unit = MakeUnit({fault});
+        unit.Memory().Load(0x08000000, Hex("55 55"));
+        EXPECT_EQ(Ask(unit, request), Hex(answer)) << line;
+        EXPECT_EQ(LastLine(unit), line);
+        EXPECT_EQ(unit.Memory().Read(0x08000000, 2), Hex("55 55")) << line;
+        EXPECT_EQ(Ask(unit, request), Hex(later)) << line;
+        EXPECT_FALSE(unit.HasLeft()) << line;
+        unit.Reset();
+        EXPECT_EQ(Ask(unit, "7F"), Hex("79")) << line;
+    }
 }
 
 TEST(Faults, RefuseAWriteAtEachOfItsSteps)
 {
-    for (auto const& [kind, answers] :
-         {std::pair{FaultKind::kNackWriteCommand, B({0x1F})},
-          std::pair{FaultKind::kNackWriteAddress, B({0x79, 0x1F})},
-          std::pair{FaultKind::kNackWriteData, B({0x79, 0x79, 0x1F})}}) {
+    for (auto const& [kind, answers] : {std::pair{FaultKind::kNackWriteCommand, "1F"},
+                                        std::pair{FaultKind::kNackWriteAddress, "79 1F"},
+                                        std::pair{FaultKind::kNackWriteData, "79 79 1F"}}) {
         auto unit = MakeUnit({{kind, 2, 1}});
-        EXPECT_EQ(Write(unit, 0x08000000, B({1, 2, 3, 4})), B({0x79, 0x79, 0x79}));
+        EXPECT_EQ(Write(unit, 0x08000000, B({1, 2, 3, 4})), Hex("79 79 79"));
 
         Bytes refused;
         for (auto const& step :
-             {B({0x31, 0xCE}), test::AddressBytes(0x08000004), test::DataBytes(B({1, 2, 3, 4}))}) {
+             {Hex("31 CE"), test::AddressBytes(0x08000004), test::DataBytes(B({1, 2, 3, 4}))}) {
             if (refused.empty() || refused.back() == std::byte{0x79}) {
                 auto const answer = Ask(unit, step);
                 refused.insert(refused.end(), answer.begin(), answer.end());
             }
         }
 
-        EXPECT_EQ(refused, answers) << GetName(kind);
-        EXPECT_EQ(unit.Memory().Read(0x08000004, 4), B({0xFF, 0xFF, 0xFF, 0xFF}));
-        EXPECT_EQ(Write(unit, 0x08000004, B({5, 6, 7, 8})), B({0x79, 0x79, 0x79}));
+        EXPECT_EQ(refused, Hex(answers)) << GetName(kind);
+        EXPECT_EQ(unit.Memory().Read(0x08000004, 4), kErased);
+        EXPECT_EQ(Write(unit, 0x08000004, B({5, 6, 7, 8})), Hex("79 79 79"));
     }
-}
-
-TEST(Faults, RefusedEraseErasesNothing)
-{
-    auto unit = MakeUnit({{FaultKind::kNackErase}});
-
-    EXPECT_EQ(Ask(unit, B({0x44, 0xBB, 0xFF, 0xFF, 0x00})), B({0x79, 0x1F}));
-    EXPECT_EQ(unit.ErasedPages(), 0U);
-    EXPECT_EQ(Lines(unit).back(), "extended-erase all nack fault");
-}
-
-TEST(Faults, SpoilTheAnswerThatTheyAreFor)
-{
-    auto dropped = MakeUnit({{FaultKind::kDropAnswer, 3}});
-    EXPECT_EQ(AskId(dropped), B({0x79, 0x01, 0x04, 0x69}));
-    auto garbage = MakeUnit({{FaultKind::kGarbageAnswer, 1, 1, 0xA5}});
-    EXPECT_EQ(AskId(garbage), B({0xA5, 0x01, 0x04, 0x69, 0x79}));
-    auto cut = MakeUnit({{FaultKind::kCutAnswer, 2, 1, 1}});
-    EXPECT_EQ(AskId(cut), B({0x79, 0x01, 0x79}));
-    auto extra = MakeUnit({{FaultKind::kExtraByte, 3, 1, 0x55}});
-    EXPECT_EQ(AskId(extra), B({0x79, 0x01, 0x04, 0x69, 0x79, 0x55}));
-    auto wrong_count = MakeUnit({{FaultKind::kWrongCount, 1, 1, 0x40}});
-    EXPECT_EQ(AskId(wrong_count), B({0x79, 0x40, 0x04, 0x69, 0x79}));
 }
 
 TEST(Faults, MakeAnAnswerLate)
 {
     auto unit = MakeUnit({{FaultKind::kLateAnswer, 1, 1, 1500}});
 
-    auto const answers = unit.Receive(B({0x11, 0xEE}));
+    auto const answers = unit.Receive(Hex("11 EE"));
 
     ASSERT_EQ(answers.size(), 1U);
-    EXPECT_EQ(answers[0].bytes, B({0x79}));
+    EXPECT_EQ(answers[0].bytes, Hex("79"));
     EXPECT_EQ(answers[0].busy, std::chrono::milliseconds(1500));
-}
-
-TEST(Faults, FlipABitOfTheDataReadAndNotOfTheMemory)
-{
-    auto unit = MakeUnit({{FaultKind::kFlipReadData, 1, 1, 0x01}});
-
-    EXPECT_EQ(Ask(unit, B({0x11, 0xEE, 0x08, 0x00, 0x00, 0x00, 0x08, 0x01, 0xFE})),
-              B({0x79, 0x79, 0x79, 0xFE, 0xFF}));
-    EXPECT_EQ(unit.Memory().Read(0x08000000, 1), B({0xFF}));
-}
-
-TEST(Faults, HangAtACommandUntilTheReset)
-{
-    auto unit = MakeUnit({{FaultKind::kSilentAtCommand, 2}});
-
-    EXPECT_EQ(AskId(unit), kGoodId);
-    EXPECT_EQ(AskId(unit), B({}));
-    EXPECT_EQ(AskId(unit), B({}));
-    EXPECT_FALSE(unit.Vanished());
-    EXPECT_EQ(Lines(unit).back(), "get-id silent fault");
-
-    unit.Reset();
-    EXPECT_EQ(Ask(unit, B({0x7F})), B({0x79}));
 }
 
 TEST(Faults, HangOrVanishInsideAWriteBeforeAnythingIsProgrammed)
@@ -210,41 +186,31 @@ TEST(Faults, HangOrVanishInsideAWriteBeforeAnythingIsProgrammed)
     for (auto const kind : {FaultKind::kSilentInWrite, FaultKind::kVanishInWrite}) {
         for (auto const cut : {0U, 1U, 3U, 4U, 100U}) {
             auto unit = MakeUnit({{kind, 2, 1, cut}});
-            EXPECT_EQ(Write(unit, 0x08000000, B({1, 2, 3, 4})), B({0x79, 0x79, 0x79}));
+            EXPECT_EQ(Write(unit, 0x08000000, B({1, 2, 3, 4})), Hex("79 79 79"));
 
-            EXPECT_EQ(Write(unit, 0x08000004, B({5, 6, 7, 8})), cut == 0 ? B({}) : B({0x79, 0x79}));
+            EXPECT_EQ(Write(unit, 0x08000004, B({5, 6, 7, 8})), Hex(cut == 0 ? "" : "79 79"));
 
-            EXPECT_EQ(unit.Vanished(), kind == FaultKind::kVanishInWrite);
-            EXPECT_EQ(unit.Memory().Read(0x08000004, 4), B({0xFF, 0xFF, 0xFF, 0xFF}));
-            EXPECT_EQ(Lines(unit).back(),
+            EXPECT_EQ(unit.HasLeft(), kind == FaultKind::kVanishInWrite);
+            EXPECT_EQ(unit.Memory().Read(0x08000004, 4), kErased);
+            EXPECT_EQ(LastLine(unit),
                       cut == 0 ? "write silent fault" : "write 0x08000004 silent fault");
         }
     }
 }
 
-TEST(Journal, TellsEveryCommandInOrder)
-{
-    auto unit = MakeUnit({});
-    Write(unit, 0x08000000, B({1, 2, 3, 4}));
-    Ask(unit, B({0x44, 0xBB, 0x00, 0x01, 0x00, 0x00, 0x00, 0x01, 0x00}));
-    Ask(unit, B({0x21, 0xDE, 0x08, 0x00, 0x00, 0x00, 0x08}));
-
-    EXPECT_EQ(Lines(unit),
-              (std::vector<std::string>{"sync ack", "write 0x08000000 4 ack",
-                                        "extended-erase 0-1 ack", "go 0x08000000 ack"}));
-    JournalEntry const write{"write", 0x08000000, 4, "", Outcome::kAck, ""};
-    EXPECT_EQ(unit.GetJournal().Entries()[1], write);
-}
-
-TEST(Journal, PassesEachEntryToItsSinkAtOnce)
+TEST(Journal, HasEveryCommandInOrderAndPassesItToItsSinkAtOnce)
 {
     auto unit = MakeUnit({});
     std::vector<std::string> heard;
     unit.GetJournal().SetSink([&](JournalEntry const& entry) { heard.push_back(ToText(entry)); });
+    Write(unit, 0x08000000, B({1, 2, 3, 4}));
+    Ask(unit, "44 BB 00 01 00 00 00 01 00");
+    Ask(unit, "21 DE 08 00 00 00 08");
 
-    AskId(unit);
-
-    EXPECT_EQ(heard, std::vector<std::string>{"get-id ack"});
+    EXPECT_EQ(heard, (std::vector<std::string>{"write 0x08000000 4 ack", "extended-erase 0-1 ack",
+                                               "go 0x08000000 ack"}));
+    JournalEntry const write{"write", 0x08000000, 4, "", Outcome::kAck, ""};
+    EXPECT_EQ(unit.GetJournal().Entries()[1], write) << "after the sync";
 }
 
 TEST(Journal, WritesPagesAsRanges)

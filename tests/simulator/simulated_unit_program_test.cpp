@@ -6,119 +6,77 @@
 #include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
-#include <map>
-#include <string>
+#include <array>
 
 #include "tests/simulator/port_test_support.h"
 #include "tests/simulator/recovery_client.h"
+#include "tests/support/unit_process.h"
+
+using namespace Qt::StringLiterals;
 
 namespace simulator {
 namespace {
 
-using test::B;
+using test::Hex;
 using test::RawClient;
 
-class Program {
-public:
-    // Starts it and reads its greeting up to "ready".
-    explicit Program(QStringList const& arguments)
-    {
-        process_.start(
-            QStringLiteral(SIMULATED_UNIT_PROGRAM),
-            arguments + QStringList{QStringLiteral("--first-port"),
-                                    QString::number(QCoreApplication::applicationPid())});
-        for (auto line = ReadLine(); !line.empty() && line != "ready"; line = ReadLine()) {
-            auto const equals = line.find('=');
-            greeting_[line.substr(0, equals)] = line.substr(equals + 1);
-        }
-    }
-
-    std::string ReadLine()
-    {
-        while (!process_.canReadLine() && process_.waitForReadyRead(test::kTimeoutMs)) {
-        }
-        return process_.readLine().trimmed().toStdString();
-    }
-
-    std::string Command(std::string const& command)
-    {
-        process_.write((command + "\n").c_str());
-        return ReadLine();
-    }
-
-    std::map<std::string, std::string> const& Greeting() const { return greeting_; }
-    QProcess& Process() { return process_; }
-
-    bool Ends()
-    {
-        return process_.waitForFinished(test::kTimeoutMs) &&
-               process_.exitStatus() == QProcess::NormalExit && process_.exitCode() == 0;
-    }
-
-private:
-    QProcess process_;
-    std::map<std::string, std::string> greeting_;
-};
-
-TEST(SimulatedUnitProgram, TellsWhatAClientNeedsAndServesIt)
+UnitProcess Start(QString const& options)
 {
-    Program program({});
+    return UnitProcess(options.split(u' ', Qt::SkipEmptyParts));
+}
 
-    EXPECT_TRUE(QFile::exists(QString::fromStdString(program.Greeting().at("UMOCKDEV_DIR"))));
-    EXPECT_EQ(program.Greeting().at("preload"), "libumockdev-preload.so.0");
-    EXPECT_EQ(program.Greeting().at("port"),
-              "/dev/ttyUSB" + std::to_string(QCoreApplication::applicationPid()));
-    RawClient client(program.Greeting().at("pty"));
-    EXPECT_EQ(client.Ask(B({0x7F}), 1), B({0x79}));
-    EXPECT_EQ(program.Command("journal"), "sync ack");
-    EXPECT_EQ(program.ReadLine(), "end");
-    EXPECT_EQ(program.Command("quit"), "ok");
-    EXPECT_TRUE(program.Ends());
+QByteArray ReadFile(QString const& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+RawClient Open(UnitProcess const& unit)
+{
+    return RawClient(unit.Property(u"pty"_s).toStdString());
+}
+
+TEST(SimulatedUnitProgram, PrintsWhatAClientNeedsAndServesIt)
+{
+    auto unit = Start({});
+
+    EXPECT_TRUE(QFile::exists(unit.Property(u"UMOCKDEV_DIR"_s)));
+    EXPECT_EQ(unit.Property(u"preload"_s), u"libumockdev-preload.so.0"_s);
+    EXPECT_TRUE(unit.Property(u"port"_s).startsWith(u"/dev/ttyUSB"_s));
+    EXPECT_EQ(Open(unit).Ask(Hex("7F"), 1), Hex("79"));
+    EXPECT_EQ(unit.Journal(), QStringList{u"sync ack"_s});
+    EXPECT_EQ(unit.Ask(u"quit"_s), u"ok"_s);
 }
 
 TEST(SimulatedUnitProgram, IsTheUnitThatItsOptionsDescribe)
 {
     QTemporaryDir const directory;
-    auto const flash_path = directory.filePath(QStringLiteral("flash.bin"));
-    auto const journal_path = directory.filePath(QStringLiteral("journal.txt"));
-    QFile flash(flash_path);
-    ASSERT_TRUE(flash.open(QIODevice::WriteOnly));
-    flash.write("flash");
-    flash.close();
-    Program program({QStringLiteral("--product-id"), QStringLiteral("0x482"),
-                     QStringLiteral("--ack"), QStringLiteral("75"), QStringLiteral("--model-id"),
-                     QStringLiteral("42"), QStringLiteral("--erase-commands"),
-                     QStringLiteral("none"), QStringLiteral("--otp-address"),
-                     QStringLiteral("0x1FFF7000"), QStringLiteral("--otp-size"),
-                     QStringLiteral("512"), QStringLiteral("--boot-mode-address"),
-                     QStringLiteral("0x20000000"), QStringLiteral("--flash-in"), flash_path,
-                     QStringLiteral("--journal"), journal_path});
-    ASSERT_TRUE(program.Greeting().contains("pty"));
-    RawClient client(program.Greeting().at("pty"));
+    auto const flash = directory.filePath(u"flash.bin"_s);
+    auto const journal = directory.filePath(u"journal.txt"_s);
+    QFile file(flash);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write("flash") == 5);
+    file.close();
+    auto unit = Start(
+        u"--product-id 0x482 --ack 75 --model-id 42 --erase-commands none "
+        "--otp-address 0x1FFF7000 --otp-size 512 --boot-mode-address 0x20000000 "
+        "--flash-in %1 --journal %2"_s.arg(flash, journal));
+    auto client = Open(unit);
 
-    EXPECT_EQ(client.Ask(B({0x7F}), 1), B({0x75}));
-    EXPECT_EQ(client.Ask(B({0x02, 0xFD}), 5), B({0x75, 0x01, 0x04, 0x82, 0x75}));
-    EXPECT_EQ(client.Ask(B({0x44, 0xBB}), 1), B({0x3F}));
-    EXPECT_EQ(client.Ask(B({0x11, 0xEE, 0x1F, 0xFF, 0x70, 0x00, 0x90, 0x04, 0xFB}), 8),
-              B({0x75, 0x75, 0x75, 0x11, 0x47, 0x23, 0x01, 42}));
-    auto const dump = directory.filePath(QStringLiteral("dump.bin"));
-    EXPECT_EQ(program.Command("dump 0x08000000 6 " + dump.toStdString()), "ok");
-    QFile dumped(dump);
-    ASSERT_TRUE(dumped.open(QIODevice::ReadOnly));
-    EXPECT_EQ(dumped.readAll(), QByteArray("flash\xFF"));
-    QFile journal(journal_path);
-    ASSERT_TRUE(journal.open(QIODevice::ReadOnly));
-    EXPECT_EQ(journal.readAll(), QByteArray("sync ack\nget-id ack\nextended-erase nack unknown\n"
+    EXPECT_EQ(client.Ask(Hex("7F"), 1), Hex("75"));
+    EXPECT_EQ(client.Ask(Hex("02 FD"), 5), Hex("75 01 04 82 75"));
+    EXPECT_EQ(client.Ask(Hex("44 BB"), 1), Hex("3F"));
+    EXPECT_EQ(client.Ask(Hex("11 EE 1F FF 70 00 90 04 FB"), 8), Hex("75 75 75 11 47 23 01 2A"));
+    EXPECT_EQ(unit.ReadMemory(0x08000000, 6), QByteArray("flash\xFF"));
+    EXPECT_EQ(ReadFile(journal), QByteArray("sync ack\nget-id ack\nextended-erase nack unknown\n"
                                             "read 0x1fff7000 5 ack\n"));
 }
 
 TEST(SimulatedUnitProgram, MakesAUnitInSerialRecoveryMode)
 {
-    Program program(
-        {QStringLiteral("--protocol"), QStringLiteral("mcuboot"), QStringLiteral("--model-id"),
-         QStringLiteral("empty"), QStringLiteral("--line-buffer"), QStringLiteral("64"),
-         QStringLiteral("--answer-line"), QStringLiteral("16"), QStringLiteral("--definite-maps")});
-    RawClient client(program.Greeting().at("pty"));
+    auto unit = Start(
+        u"--protocol mcuboot --model-id empty --line-buffer 64 --answer-line 16 "
+        "--definite-maps"_s);
+    auto client = Open(unit);
 
     // Erase: {} is answered with {"rc": 0}, in 24 characters over two lines.
     client.Send(
@@ -128,84 +86,82 @@ TEST(SimulatedUnitProgram, MakesAUnitInSerialRecoveryMode)
     EXPECT_EQ(test::BodyOf(answer).mid(10).chopped(2).toHex(), "a162726300");
     EXPECT_EQ(answer.mid(19, 2), "\x04\x14");
 
-    EXPECT_EQ(program.Command("fault nack-erase"),
-              "error no fault of this kind of unit: nack-erase");
-    EXPECT_EQ(program.Command("fault error-code 1 1 7"), "ok");
-    EXPECT_NE(program.Command("status").find("connects=0 erased=256 "), std::string::npos);
-    EXPECT_EQ(program.Command("journal"), "erase-slot seq=255 ack");
-    EXPECT_EQ(program.ReadLine(), "end");
+    EXPECT_EQ(unit.Ask(u"fault nack-erase"_s),
+              u"error this kind of unit cannot show the fault nack-erase"_s);
+    EXPECT_EQ(unit.Ask(u"fault error-code 1 1 7"_s), u"ok"_s);
+    EXPECT_EQ(unit.Status(u"connects"_s), u"0"_s);
+    EXPECT_EQ(unit.Status(u"erased"_s), u"256"_s);
+    EXPECT_EQ(unit.Journal(), QStringList{u"erase-slot seq=255 ack"_s});
 }
 
 TEST(SimulatedUnitProgram, MakesAUnitInItsUsbBootloaderThatIsNumberedAnewWhenItIsPluggedInAgain)
 {
-    Program program({QStringLiteral("--protocol"), QStringLiteral("dfu"),
-                     QStringLiteral("--model-id"), QStringLiteral("33"), QStringLiteral("--units"),
-                     QStringLiteral("2"), QStringLiteral("--foreign-unit"), QStringLiteral("2")});
-    EXPECT_EQ(program.Greeting().at("port"), "/dev/bus/usb/001/001");
-    EXPECT_EQ(program.Greeting().at("port2"), "/dev/bus/usb/001/002");
-    EXPECT_FALSE(program.Greeting().contains("pty"));
+    auto unit = Start(u"--protocol dfu --model-id 33 --units 2 --foreign-unit 2"_s);
+    EXPECT_EQ(unit.Property(u"port"_s), u"/dev/bus/usb/001/001"_s);
+    EXPECT_EQ(unit.Property(u"port2"_s), u"/dev/bus/usb/001/002"_s);
+    EXPECT_FALSE(unit.HasProperty(u"pty"_s));
     auto const read_product_id = [&](int number) {
-        QFile file(QStringLiteral("%1/sys/devices/usb1/1-%2/idProduct")
-                       .arg(QString::fromStdString(program.Greeting().at("UMOCKDEV_DIR")))
-                       .arg(number));
-        return file.open(QIODevice::ReadOnly) ? file.readAll().trimmed() : QByteArray();
+        return ReadFile(
+                   u"%1/sys/devices/usb1/1-%2/idProduct"_s.arg(unit.Property(u"UMOCKDEV_DIR"_s))
+                       .arg(number))
+            .trimmed();
     };
     EXPECT_EQ(read_product_id(1), "df11");
     EXPECT_EQ(read_product_id(2), "0002");
 
-    EXPECT_EQ(program.Command("unplug"), "ok");
+    EXPECT_EQ(unit.Ask(u"unplug"_s), u"ok"_s);
     EXPECT_EQ(read_product_id(1), "");
-    EXPECT_EQ(program.Command("plug"), "ok port=/dev/bus/usb/001/003 pty=");
+    EXPECT_EQ(unit.Ask(u"plug"_s), u"ok port=/dev/bus/usb/001/003 pty="_s);
     EXPECT_EQ(read_product_id(3), "df11");
-    EXPECT_EQ(program.Command("fault nack-erase"),
-              "error no fault of this kind of unit: nack-erase");
-    EXPECT_EQ(program.Command("fault error-in-write 1 1 3"), "ok");
-    EXPECT_TRUE(
-        program.Command("status").starts_with("state=bootloader synchronised=no "
-                                              "plugged=yes port=/dev/bus/usb/001/003 "));
+    EXPECT_EQ(unit.Ask(u"fault error-in-write 1 1 3"_s), u"ok"_s);
+    EXPECT_EQ(unit.Status(u"port"_s), u"/dev/bus/usb/001/003"_s);
 }
 
 TEST(SimulatedUnitProgram, StartsWithNoUnitOrWithTwo)
 {
-    Program none({QStringLiteral("--units"), QStringLiteral("0")});
-    EXPECT_FALSE(none.Greeting().contains("port"));
-    EXPECT_TRUE(none.Command("plug").starts_with("ok port=/dev/ttyUSB"));
-    EXPECT_EQ(none.Command("unplug"), "ok");
+    auto none = Start(u"--units 0"_s);
+    EXPECT_FALSE(none.HasProperty(u"port"_s));
+    EXPECT_TRUE(none.Ask(u"plug"_s).startsWith(u"ok port=/dev/ttyUSB"_s));
 
-    Program two({QStringLiteral("--units"), QStringLiteral("2")});
-    EXPECT_NE(two.Greeting().at("port2"), two.Greeting().at("port"));
-    EXPECT_NE(two.Greeting().at("pty2"), two.Greeting().at("pty"));
+    auto two = Start(u"--units 2"_s);
+    EXPECT_NE(two.Property(u"port2"_s), two.Property(u"port"_s));
+    EXPECT_NE(two.Property(u"pty2"_s), two.Property(u"pty"_s));
 }
 
 TEST(SimulatedUnitProgram, EndsAndTidiesUpWithItsInputOrASignal)
 {
     for (auto const by_signal : {false, true}) {
-        Program program({});
-        auto const root = QString::fromStdString(program.Greeting().at("UMOCKDEV_DIR"));
+        QProcess process;
+        process.start(QStringLiteral(SIMULATED_UNIT_PROGRAM), {u"--units"_s, u"0"_s});
+        ASSERT_TRUE(process.waitForReadyRead(test::kTimeoutMs));
+        auto const root = QString::fromUtf8(process.readLine().trimmed()).section(u'=', 1);
+        EXPECT_TRUE(QFile::exists(root));
         if (by_signal) {
-            program.Process().terminate();
+            process.terminate();
         } else {
-            program.Process().closeWriteChannel();
+            process.closeWriteChannel();
         }
 
-        EXPECT_TRUE(program.Ends());
+        ASSERT_TRUE(process.waitForFinished(test::kTimeoutMs));
+        EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
+        EXPECT_EQ(process.exitCode(), 0);
         EXPECT_FALSE(QFile::exists(root));
     }
 }
 
 TEST(SimulatedUnitProgram, RefusesAnOptionThatItCannotUse)
 {
-    for (auto const& [option, value] :
-         {std::pair{"--product-id", "0x483"}, std::pair{"--ack", "7a"}, std::pair{"--vid", "10000"},
-          std::pair{"--model-id", "256"}, std::pair{"--flash-in", "/nonexistent"},
-          std::pair{"--protocol", "usb"}, std::pair{"--nonsense", "1"}}) {
+    constexpr std::array kOptions{"--product-id 0x483", "--ack 7a",         "--vid 10000",
+                                  "--model-id 256",     "--flash-in /none", "--protocol usb",
+                                  "--baud x",           "--nonsense 1"};
+    for (auto const* options : kOptions) {
         QProcess process;
         process.start(QStringLiteral(SIMULATED_UNIT_PROGRAM),
-                      {QString::fromLatin1(option), QString::fromLatin1(value)});
+                      QString::fromLatin1(options).split(u' '));
 
-        ASSERT_TRUE(process.waitForFinished(test::kTimeoutMs)) << option;
-        EXPECT_EQ(process.exitCode(), 1) << option;
-        EXPECT_FALSE(process.readAllStandardError().isEmpty()) << option;
+        ASSERT_TRUE(process.waitForFinished(test::kTimeoutMs)) << options;
+        EXPECT_EQ(process.exitCode(), 1) << options;
+        EXPECT_FALSE(process.readAllStandardError().isEmpty()) << options;
     }
 }
 

@@ -1,11 +1,14 @@
 // The unit behind its pseudo-terminal: what a client on the line sees, and control from outside.
+// What a client of the port sees of plugging and unplugging: usb_serial_port_test.cpp.
 #include "simulator/simulated_unit.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <functional>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 #include "simulator/program/control_session.h"
 #include "tests/simulator/port_test_support.h"
@@ -15,6 +18,7 @@ namespace {
 
 using test::B;
 using test::Bytes;
+using test::Hex;
 using test::PluggedUnit;
 using test::RawClient;
 
@@ -27,60 +31,24 @@ TEST(SimulatedUnit, AnswersOnItsLine)
     EXPECT_EQ(client.Ask(B({0x02, 0xFD}), 5), B({0x79, 0x01, 0x04, 0x69, 0x79}));
 
     auto const status = plugged.unit.Status();
-    EXPECT_EQ(status.state, Stm32Bootloader::State::kSynchronised);
+    EXPECT_EQ(status.state, UnitState::kSynchronised);
     EXPECT_EQ(status.connects, 1U);
     ASSERT_EQ(plugged.unit.Journal().size(), 2U);
     EXPECT_EQ(ToText(plugged.unit.Journal()[1]), "get-id ack");
 }
 
-TEST(SimulatedUnit, ServesOneClientAfterAnother)
-{
-    PluggedUnit plugged;
-    {
-        RawClient client(plugged.Pty());
-        EXPECT_EQ(client.Ask(B({0x7F}), 1), B({0x79}));
-    }
-    plugged.unit.Reset();
-
-    RawClient client(plugged.Pty());
-    EXPECT_EQ(client.Ask(B({0x7F}), 1), B({0x79}));
-}
-
-TEST(SimulatedUnit, HangsUpWhenItIsUnplugged)
-{
-    PluggedUnit plugged;
-    RawClient client(plugged.Pty());
-
-    plugged.unit.Unplug();
-
-    EXPECT_TRUE(client.HangsUp());
-    EXPECT_FALSE(plugged.unit.Status().plugged);
-    EXPECT_EQ(plugged.Pty(), "");
-}
-
-TEST(SimulatedUnit, IsSilentOnALineThatStaysOpenWhenItFades)
-{
-    PluggedUnit plugged;
-    RawClient client(plugged.Pty());
-    ASSERT_EQ(client.Ask(B({0x7F}), 1), B({0x79}));
-
-    plugged.unit.Fade();
-
-    EXPECT_TRUE(client.Send(B({0x02, 0xFD})));
-    EXPECT_EQ(client.Receive(1, 100), B({}));
-    EXPECT_FALSE(plugged.unit.Status().plugged);
-}
-
-TEST(SimulatedUnit, WaitsForSynchronisationAgainWhenItIsPluggedAgain)
+TEST(SimulatedUnit, WaitsForSynchronisationAgainWhenItIsResetOrPluggedInAgain)
 {
     PluggedUnit plugged;
     ASSERT_EQ(RawClient(plugged.Pty()).Ask(B({0x7F}), 1), B({0x79}));
+    plugged.unit.Reset();
+    EXPECT_EQ(RawClient(plugged.Pty()).Ask(B({0x7F}), 1), B({0x79}));
     plugged.unit.Fade();
 
     plugged.unit.Plug();
 
     EXPECT_EQ(RawClient(plugged.Pty()).Ask(B({0x7F}), 1), B({0x79}));
-    EXPECT_EQ(plugged.unit.Status().connects, 2U);
+    EXPECT_EQ(plugged.unit.Status().connects, 3U);
 }
 
 TEST(SimulatedUnit, LeavesItsLineWhenAFaultSaysSo)
@@ -128,67 +96,79 @@ TEST(SimulatedUnit, MayBeControlledFromSeveralThreadsWhileItIsServed)
     EXPECT_EQ(plugged.unit.Status().connects, 50U);
 }
 
+// ---- Time: the only tests that look at a clock ----
+
+struct PacedUnit : PluggedUnit {
+    explicit PacedUnit(unsigned baud) : PluggedUnit(Options(baud)) { client.Ask(Hex("7F"), 1); }
+
+    static SimulatedUnitOptions Options(unsigned baud)
+    {
+        auto options = test::UniqueOptions();
+        Stm32BootloaderOptions bootloader;
+        bootloader.times = kRealTimes;
+        options.bootloader = bootloader;
+        options.baud = baud;
+        return options;
+    }
+
+    // How long `task` takes, in milliseconds.
+    static double Measure(std::function<void()> const& task)
+    {
+        auto const start = std::chrono::steady_clock::now();
+        task();
+        return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
+            .count();
+    }
+
+    RawClient client{Pty()};
+};
+
 TEST(SimulatedUnit, TakesAsLongAsTheChipAndTheLineNeed)
 {
-    auto options = test::UniqueOptions();
-    Stm32BootloaderOptions bootloader;
-    bootloader.times = kRealTimes;
-    options.bootloader = bootloader;
-    options.baud = 9600;
-    PluggedUnit plugged(std::move(options));
-    RawClient client(plugged.Pty());
-    client.Ask(B({0x7F}), 1);
-    client.Ask(B({0x44, 0xBB}), 1);
+    PacedUnit paced(9600);
+    paced.client.Ask(Hex("44 BB"), 1);
 
-    auto const start = std::chrono::steady_clock::now();
-    EXPECT_EQ(client.Ask(B({0x00, 0x01, 0x00, 0x00, 0x00, 0x01, 0x00}), 1), B({0x79}));
-    auto const taken = std::chrono::steady_clock::now() - start;
+    auto const taken = PacedUnit::Measure(
+        [&] { EXPECT_EQ(paced.client.Ask(Hex("00 01 00 00 00 01 00"), 1), Hex("79")); });
 
     // 7 bytes in and 1 out of 11 bits each at 9600 baud, two pages of 24.5 ms: 58.2 ms.
-    EXPECT_GT(taken, std::chrono::milliseconds(57));
-    EXPECT_LT(taken, std::chrono::milliseconds(200));
+    EXPECT_GT(taken, 57);
+    EXPECT_LT(taken, 200);
 }
 
 TEST(SimulatedUnit, KeepsThePaceOfItsLineOverManyWrites)
 {
-    auto options = test::UniqueOptions();
-    options.baud = 115200;
-    PluggedUnit plugged(std::move(options));
-    RawClient client(plugged.Pty());
-    client.Ask(B({0x7F}), 1);
-    constexpr int kWrites = 40;
+    PacedUnit paced(115200);
+    constexpr int kWrites = 12;
     auto const data = test::DataBytes(Bytes(256, std::byte{0x5A}));
 
-    auto const start = std::chrono::steady_clock::now();
-    for (unsigned i = 0; i < kWrites; ++i) {
-        ASSERT_EQ(client.Ask(B({0x31, 0xCE}), 1), B({0x79}));
-        ASSERT_EQ(client.Ask(test::AddressBytes(0x08000000 + 256 * i), 1), B({0x79}));
-        ASSERT_EQ(client.Ask(data, 1), B({0x79}));
-    }
-    auto const taken = std::chrono::steady_clock::now() - start;
+    auto const taken = PacedUnit::Measure([&] {
+        for (unsigned i = 0; i < kWrites; ++i) {
+            ASSERT_EQ(paced.client.Ask(Hex("31 CE"), 1), Hex("79"));
+            ASSERT_EQ(paced.client.Ask(test::AddressBytes(0x08000000 + 256 * i), 1), Hex("79"));
+            ASSERT_EQ(paced.client.Ask(data, 1), Hex("79"));
+        }
+    });
 
-    auto const wire = LinePacer(115200).WireTime(kWrites * (2 + 1 + 5 + 1 + 258 + 1));
-    auto const ratio = std::chrono::duration<double>(taken) / std::chrono::duration<double>(wire);
-    EXPECT_GT(ratio, 0.99);
-    EXPECT_LT(ratio, 1.5);
+    // Each write: 268 bytes of 11 bits on the line, 32 double words of 82 us in the chip.
+    constexpr double kExpected = kWrites * (268 * 11 / 115.2 + 32 * 0.082);
+    EXPECT_GT(taken / kExpected, 0.99);
+    EXPECT_LT(taken / kExpected, 1.5);
 }
 
 TEST(SimulatedUnit, IsNoFasterThanItsLineForAClientThatHesitates)
 {
-    auto options = test::UniqueOptions();
-    options.baud = 9600;
-    PluggedUnit plugged(std::move(options));
-    RawClient client(plugged.Pty());
-    client.Ask(B({0x7F}), 1);
-    EXPECT_EQ(client.Receive(1, 50), B({}));  // the hesitation
+    PacedUnit paced(9600);
+    EXPECT_EQ(paced.client.Receive(1, 50), B({}));  // the hesitation
 
-    auto const start = std::chrono::steady_clock::now();
-    EXPECT_EQ(client.Ask(B({0x02, 0xFD}), 5), B({0x79, 0x01, 0x04, 0x69, 0x79}));
-    auto const taken = std::chrono::steady_clock::now() - start;
+    auto const taken = PacedUnit::Measure(
+        [&] { EXPECT_EQ(paced.client.Ask(Hex("02 FD"), 5), Hex("79 01 04 69 79")); });
 
     // 7 bytes of 11 bits: 8.02 ms, less what the answer before may have been late.
-    EXPECT_GT(taken, std::chrono::milliseconds(6));
+    EXPECT_GT(taken, 6);
 }
+
+// ---- Control from outside ----
 
 class ControlSessionTest : public testing::Test {
 protected:
@@ -201,15 +181,17 @@ protected:
 
 TEST_F(ControlSessionTest, AnswersWhatItDoesNotUnderstandWithAnError)
 {
-    EXPECT_EQ(session_.Handle(""), "");
-    EXPECT_EQ(session_.Handle("unplugged"), "error unknown command: unplugged");
-    EXPECT_EQ(session_.Handle("dump 1"), "error wrong number of arguments: dump");
-    EXPECT_EQ(session_.Handle("plug x"), "error not a number: x");
-    EXPECT_EQ(session_.Handle("plug 0"), "error units are numbered from 1 to 16");
-    EXPECT_EQ(session_.Handle("fault earthquake"), "error unknown fault: earthquake");
-    EXPECT_EQ(session_.Handle("silent maybe"), "error neither on nor off: maybe");
-    EXPECT_EQ(session_.Handle("block on"), "error not plugged");
-    EXPECT_EQ(session_.Handle("chmod 9"), "error not an octal mode: 9");
+    for (auto const& [command, answer] :
+         {std::pair{"", ""}, std::pair{"unplugged", "error unknown command: unplugged"},
+          std::pair{"dump 1", "error wrong number of arguments: dump"},
+          std::pair{"plug x", "error not a number: x"},
+          std::pair{"plug 0", "error units are numbered from 1 to 16"},
+          std::pair{"fault earthquake", "error unknown fault: earthquake"},
+          std::pair{"silent maybe", "error neither on nor off: maybe"},
+          std::pair{"block on", "error not plugged in"},
+          std::pair{"chmod 9", "error not an octal mode: 9"}}) {
+        EXPECT_EQ(session_.Handle(command), answer);
+    }
 }
 
 TEST_F(ControlSessionTest, ControlsTheUnitThatIsNamedOrSelected)
@@ -243,7 +225,7 @@ TEST(ControlText, StatusIsOneLineOfKeysAndValues)
               "marker=none connects=0 erased=0 writes=0 over-unerased=0 fault-strikes=0 "
               "image-size=none stored=0");
 
-    status = {Stm32Bootloader::State::kRunning,
+    status = {UnitState::kRunning,
               true,
               "/dev/ttyUSB1",
               "/dev/pts/3",

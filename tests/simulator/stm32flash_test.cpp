@@ -1,24 +1,19 @@
-// An independent client, Debian's stm32flash, against the simulated unit: whoever wrote it has read
-// the same application note, and nothing of this project. A missing tool is a failure: without it
-// nothing here would tell whether unit and updater merely share one misunderstanding.
+// An independent client, Debian's stm32flash, against the simulated unit: its authors have read the
+// same application note, and nothing of this project. A missing tool is a failure: without it
+// nothing here would prove that unit and updater do not share one misunderstanding.
 #include <gtest/gtest.h>
 
 #include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
-#include <ostream>
 #include <string>
 
 #include "tests/simulator/image_file.h"
 #include "tests/simulator/port_test_support.h"
 
-namespace simulator {
+using namespace Qt::StringLiterals;
 
-// Names the parameter in a test's name.
-static void PrintTo(EraseCommands erase_commands, std::ostream* stream)
-{
-    *stream << (erase_commands == EraseCommands::kLegacy ? "Erase" : "Extended Erase");
-}
+namespace simulator {
 
 namespace {
 
@@ -40,14 +35,14 @@ protected:
 
     // Runs the tool on the unit's pseudo-terminal. Without parity: a pseudo-terminal keeps none,
     // and the tool checks what it has set.
-    void Run(QStringList const& arguments)
+    void Run(QString const& arguments)
     {
         QProcess process;
         process.setProcessChannelMode(QProcess::MergedChannels);
-        process.start(QStringLiteral("stm32flash"),
-                      QStringList{QStringLiteral("-m"), QStringLiteral("8n1"), QStringLiteral("-b"),
-                                  QStringLiteral("460800")} +
-                          arguments + QStringList{QString::fromStdString(plugged_.Pty())});
+        process.setWorkingDirectory(directory_.path());
+        process.start(u"stm32flash"_s, u"-m 8n1 -b 460800 %1 %2"_s
+                                           .arg(arguments, QString::fromStdString(plugged_.Pty()))
+                                           .split(u' '));
         ASSERT_TRUE(process.waitForStarted()) << "is stm32flash installed?";
         ASSERT_TRUE(process.waitForFinished()) << "stm32flash does not end";
         ASSERT_EQ(process.exitCode(), 0) << process.readAll().toStdString();
@@ -72,12 +67,11 @@ TEST_P(Stm32Flash, WritesVerifiesAndStartsAnImage)
     auto const image = WriteImage();
     plugged_.unit.LoadMemory(kFlashStart, Bytes(6 * kPageSize, std::byte{0x00}));
 
-    Run({QStringLiteral("-w"), FilePath("image.bin"), QStringLiteral("-v"), QStringLiteral("-g"),
-         QStringLiteral("0x08000000")});
+    Run(u"-w image.bin -v -g 0x08000000"_s);
 
     EXPECT_EQ(plugged_.unit.ReadMemory(kFlashStart, image.size()), image);
     auto const status = plugged_.unit.Status();
-    EXPECT_EQ(status.state, Stm32Bootloader::State::kRunning);
+    EXPECT_EQ(status.state, UnitState::kRunning);
     EXPECT_EQ(status.jump_address, kFlashStart);
     EXPECT_EQ(status.programmed_over_unerased, 0U);
     EXPECT_EQ(LastLine(), "go 0x08000000 ack");
@@ -88,8 +82,7 @@ TEST_P(Stm32Flash, ReadsTheFlash)
     auto const image = WriteImage();
     plugged_.unit.LoadMemory(kFlashStart, image);
 
-    Run({QStringLiteral("-r"), FilePath("read.bin"), QStringLiteral("-S"),
-         QStringLiteral("0x08000000:%1").arg(image.size())});
+    Run(u"-r read.bin -S 0x08000000:%1"_s.arg(image.size()));
 
     QFile read(FilePath("read.bin"));
     QFile written(FilePath("image.bin"));
@@ -102,7 +95,7 @@ TEST_P(Stm32Flash, ErasesTheFlash)
 {
     plugged_.unit.LoadMemory(0x0807F000, Bytes(4096, std::byte{0x00}));
 
-    Run({QStringLiteral("-o")});
+    Run(u"-o"_s);
 
     EXPECT_EQ(plugged_.unit.ReadMemory(0x0807F000, 4096), Bytes(4096, std::byte{0xFF}));
 }

@@ -1,5 +1,5 @@
-// The DFU device's node as a host's USB library uses it, ioctl by ioctl. Needs umockdev's preload
-// library in this process.
+// The DFU device's node as a host's USB library uses it, ioctl by ioctl. This process needs
+// umockdev's preload library.
 #include "simulator/host/usb_dfu_port.h"
 
 #include <fcntl.h>
@@ -71,7 +71,9 @@ public:
     {
         return ErrorOf(ioctl(fd_, USBDEVFS_DISCARDURB, request.urb.get()));
     }
-    int Reap(usbdevfs_urb*& urb) { return ErrorOf(ioctl(fd_, USBDEVFS_REAPURBNDELAY, &urb)); }
+    // The error; or 0, and the request block that is given back in Reaped().
+    int Reap() { return ErrorOf(ioctl(fd_, USBDEVFS_REAPURBNDELAY, &reaped_)); }
+    usbdevfs_urb const* Reaped() const { return reaped_; }
     template <typename Argument>
     int Call(unsigned long request, Argument* argument)
     {
@@ -80,6 +82,7 @@ public:
 
 private:
     int fd_;
+    usbdevfs_urb* reaped_ = nullptr;
 };
 
 class UsbDfuPortTest : public testing::Test {
@@ -97,18 +100,17 @@ protected:
     Node node_{NodePath()};
 };
 
-TEST_F(UsbDfuPortTest, AnswersARequestInTheMemoryOfWhoSubmittedIt)
+TEST_F(UsbDfuPortTest, AnswersARequestInItsSubmittersMemory)
 {
     auto request = MakeGetState();
 
     EXPECT_EQ(node_.Submit(request), 0);
-    usbdevfs_urb* reaped = nullptr;
-    EXPECT_EQ(node_.Reap(reaped), 0);
+    EXPECT_EQ(node_.Reap(), 0);
 
-    EXPECT_EQ(reaped, request.urb.get());
+    EXPECT_EQ(node_.Reaped(), request.urb.get());
     EXPECT_EQ(request.urb->status, 0);
     EXPECT_EQ(request.Data(), B({2}));
-    EXPECT_EQ(node_.Reap(reaped), EAGAIN) << "nothing is given back twice";
+    EXPECT_EQ(node_.Reap(), EAGAIN) << "nothing is returned twice";
 }
 
 TEST_F(UsbDfuPortTest, CutsAnAnswerToTheRoomThatTheHostHas)
@@ -117,8 +119,7 @@ TEST_F(UsbDfuPortTest, CutsAnAnswerToTheRoomThatTheHostHas)
     Request request(B({0x80, 6, 2, 3, 0x09, 0x04, 4, 0, 0, 0, 0, 0, 0xEE}));
 
     node_.Submit(request);
-    usbdevfs_urb* reaped = nullptr;
-    node_.Reap(reaped);
+    node_.Reap();
 
     EXPECT_EQ(request.Data(), B({36, 3, 'S', 0}));
     EXPECT_EQ(request.buffer.back(), std::byte{0xEE});
@@ -132,30 +133,28 @@ TEST_F(UsbDfuPortTest, StallsWhatTheUnitDoesNotKnow)
           B({0xC0, 1, 0, 0, 0, 0, 0, 0})}) {
         Request request(setup);
         node_.Submit(request);
-        usbdevfs_urb* reaped = nullptr;
-        EXPECT_EQ(node_.Reap(reaped), 0);
+        EXPECT_EQ(node_.Reap(), 0);
         EXPECT_EQ(request.urb->status, -EPIPE);
         EXPECT_EQ(request.urb->actual_length, 0);
     }
 }
 
-TEST_F(UsbDfuPortTest, GivesARequestWithoutAnswerBackWhenItIsDiscarded)
+TEST_F(UsbDfuPortTest, ReturnsAnUnansweredRequestWhenItIsDiscarded)
 {
     plugged_.unit.SetSilent(true);
     auto request = MakeGetState();
-    usbdevfs_urb* reaped = nullptr;
     EXPECT_EQ(node_.Submit(request), 0);
-    EXPECT_EQ(node_.Reap(reaped), EAGAIN);
+    EXPECT_EQ(node_.Reap(), EAGAIN);
 
     EXPECT_EQ(node_.Discard(request), 0);
 
-    EXPECT_EQ(node_.Reap(reaped), 0);
-    EXPECT_EQ(reaped, request.urb.get());
+    EXPECT_EQ(node_.Reap(), 0);
+    EXPECT_EQ(node_.Reaped(), request.urb.get());
     EXPECT_EQ(request.urb->status, -ENOENT);
     EXPECT_EQ(node_.Discard(request), EINVAL);
 }
 
-TEST_F(UsbDfuPortTest, GivesAnOpenRequestBackWhenTheUnitIsPulledOutAndIsGoneThen)
+TEST_F(UsbDfuPortTest, ReturnsAnUnansweredRequestWhenTheUnitIsPulledOutAndIsGoneThen)
 {
     plugged_.unit.SetSilent(true);
     auto request = MakeGetState();
@@ -164,15 +163,14 @@ TEST_F(UsbDfuPortTest, GivesAnOpenRequestBackWhenTheUnitIsPulledOutAndIsGoneThen
 
     plugged_.unit.Unplug();
 
-    usbdevfs_urb* reaped = nullptr;
-    EXPECT_EQ(node_.Reap(reaped), 0);
+    EXPECT_EQ(node_.Reap(), 0);
     EXPECT_EQ(request.urb->status, -ESHUTDOWN);
-    EXPECT_EQ(node_.Reap(reaped), ENODEV);
+    EXPECT_EQ(node_.Reap(), ENODEV);
     EXPECT_EQ(node_.Submit(request), ENODEV);
     EXPECT_FALSE(Node(path).IsOpen());
 }
 
-TEST_F(UsbDfuPortTest, StaysGoneForWhoHadItOpenWhenItIsPluggedInAgain)
+TEST_F(UsbDfuPortTest, StaysGoneForAnEarlierClientWhenItIsPluggedInAgain)
 {
     auto const path = NodePath();
     plugged_.unit.Plug();
@@ -189,8 +187,7 @@ TEST_F(UsbDfuPortTest, StaysOpenAndSilentWhenItFades)
 
     auto request = MakeGetState();
     EXPECT_EQ(node_.Submit(request), 0);
-    usbdevfs_urb* reaped = nullptr;
-    EXPECT_EQ(node_.Reap(reaped), EAGAIN);
+    EXPECT_EQ(node_.Reap(), EAGAIN);
     EXPECT_FALSE(plugged_.unit.Status().plugged);
 }
 
@@ -207,10 +204,9 @@ TEST_F(UsbDfuPortTest, CountsClaimsAndForgetsADownloadByAReset)
 
     auto request = MakeGetState();
     node_.Submit(request);
-    usbdevfs_urb* reaped = nullptr;
-    EXPECT_EQ(node_.Reap(reaped), 0);
-    EXPECT_EQ(reaped, download.urb.get());
-    EXPECT_EQ(node_.Reap(reaped), 0);
+    EXPECT_EQ(node_.Reap(), 0);
+    EXPECT_EQ(node_.Reaped(), download.urb.get());
+    EXPECT_EQ(node_.Reap(), 0);
     EXPECT_EQ(request.Data(), B({2}));
 }
 

@@ -66,7 +66,7 @@ TEST(UsbSerialPort, IsListedWithItsUsbIdentity)
     EXPECT_EQ(info->description().toStdString(), "Service Cable");
 }
 
-TEST(UsbSerialPort, OpensAt460800BaudWithEvenParityAndTalks)
+TEST(UsbSerialPort, OpensAtAnySpeedWithEvenParityAndAnswers)
 {
     PluggedUnit plugged;
     QSerialPort port;
@@ -76,17 +76,6 @@ TEST(UsbSerialPort, OpensAt460800BaudWithEvenParityAndTalks)
     EXPECT_EQ(Ask(port, QByteArray("\x7F"), 1), QByteArray("\x79"));
     EXPECT_EQ(Ask(port, QByteArray("\x02\xFD"), 5), QByteArray("\x79\x01\x04\x69\x79"));
     EXPECT_EQ(port.baudRate(), 460800);
-}
-
-TEST(UsbSerialPort, CannotBeOpenedTwice)
-{
-    PluggedUnit plugged;
-    QSerialPort first;
-    QSerialPort second;
-    ASSERT_TRUE(Open(first, plugged.unit.Status().device_path));
-
-    EXPECT_FALSE(Open(second, plugged.unit.Status().device_path));
-    EXPECT_EQ(second.error(), QSerialPort::PermissionError);
 }
 
 TEST(UsbSerialPort, IsNoLongerListedOnceUnpluggedAndItsClientGetsAnError)
@@ -123,33 +112,21 @@ TEST(UsbSerialPort, IsNoLongerListedOnceFadedButItsClientSeesOnlySilence)
     EXPECT_EQ(port.error(), QSerialPort::TimeoutError);
 }
 
-TEST(UsbSerialPort, ComesBackUnderAnotherName)
-{
-    PluggedUnit plugged;
-    auto const old_path = plugged.unit.Status().device_path;
-    plugged.unit.Unplug();
-
-    plugged.unit.Plug(MakeUniquePortName() + "9");
-
-    EXPECT_FALSE(Find(old_path).has_value());
-    QSerialPort port;
-    ASSERT_TRUE(Open(port, old_path + "9"));
-    EXPECT_EQ(Ask(port, QByteArray("\x7F"), 1), QByteArray("\x79"));
-    EXPECT_EQ(Find(old_path + "9")->vendorIdentifier(), 0x10C4);
-}
-
-TEST(UsbSerialPort, ComesBackUnderItsOldNameManyTimes)
+TEST(UsbSerialPort, ComesBackUnderItsOldNameOrAnother)
 {
     PluggedUnit plugged;
     auto const path = plugged.unit.Status().device_path;
-    for (int i = 0; i < 5; ++i) {
+    for (auto const* suffix : {"", "", "9"}) {
         plugged.unit.Unplug();
         EXPECT_FALSE(Find(path).has_value());
-        plugged.unit.Plug();
+        plugged.unit.Plug(MakeUniquePortName() + suffix);
+
         QSerialPort port;
-        ASSERT_TRUE(Open(port, path));
+        ASSERT_TRUE(Open(port, path + suffix));
         EXPECT_EQ(Ask(port, QByteArray("\x7F"), 1), QByteArray("\x79"));
+        EXPECT_EQ(Find(path + suffix)->vendorIdentifier(), 0x10C4);
     }
+    EXPECT_FALSE(Find(path).has_value()) << "the old name";
 }
 
 TEST(UsbSerialPort, TwoUnitsHaveAPortEach)

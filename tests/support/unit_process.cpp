@@ -16,15 +16,23 @@ QString GetFirstPort()
     return QString::number(1000 + 2 * QCoreApplication::applicationPid());
 }
 
+// The value of KEY=VALUE among `pairs`; null when it is not there.
 QString FindValue(QStringList const& pairs, QString const& key)
 {
-    auto const name = key + QLatin1Char('=');
     for (auto const& pair : pairs) {
-        if (pair.startsWith(name)) {
-            return pair.mid(name.size());
+        if (pair.startsWith(key + u'=')) {
+            return pair.mid(key.size() + 1);
         }
     }
-    throw std::runtime_error("the unit tells no " + key.toStdString());
+    return {};
+}
+
+// Throws for a null value.
+QString NeedValue(QString const& value, QString const& key)
+{
+    return value.isNull()
+               ? throw std::runtime_error("the simulated unit has no " + key.toStdString())
+               : value;
 }
 
 }  // namespace
@@ -59,10 +67,15 @@ QProcessEnvironment UnitProcess::Environment() const
     return environment;
 }
 
+QString UnitProcess::Ask(QString const& command)
+{
+    process_.write(command.toUtf8() + '\n');
+    return ReadLine();
+}
+
 void UnitProcess::Command(QString const& command)
 {
-    Send(command);
-    auto const answer = ReadLine();
+    auto const answer = Ask(command);
     if (!answer.startsWith(QLatin1String("ok"))) {
         throw std::runtime_error((command + QStringLiteral(": ") + answer).toStdString());
     }
@@ -70,8 +83,7 @@ void UnitProcess::Command(QString const& command)
 
 QString UnitProcess::Status(QString const& key)
 {
-    Send(QStringLiteral("status"));
-    return FindValue(ReadLine().split(QLatin1Char(' ')), key);
+    return NeedValue(FindValue(Ask(QStringLiteral("status")).split(u' '), key), key);
 }
 
 QByteArray UnitProcess::ReadMemory(uint32_t address, qsizetype size)
@@ -88,9 +100,8 @@ QByteArray UnitProcess::ReadMemory(uint32_t address, qsizetype size)
 
 QStringList UnitProcess::Journal()
 {
-    Send(QStringLiteral("journal"));
     QStringList lines;
-    for (auto line = ReadLine(); line != QLatin1String("end"); line = ReadLine()) {
+    for (auto line = Ask(QStringLiteral("journal")); line != u"end"; line = ReadLine()) {
         lines.append(line);
     }
     return lines;
@@ -98,12 +109,12 @@ QStringList UnitProcess::Journal()
 
 QString UnitProcess::Property(QString const& key) const
 {
-    return FindValue(properties_, key);
+    return NeedValue(FindValue(properties_, key), key);
 }
 
-void UnitProcess::Send(QString const& command)
+bool UnitProcess::HasProperty(QString const& key) const
 {
-    process_.write(command.toUtf8() + '\n');
+    return !FindValue(properties_, key).isNull();
 }
 
 QString UnitProcess::ReadLine()

@@ -1,5 +1,5 @@
-// The program simulated_unit as a child process: started with options, then told what happens to
-// the unit (plugged in, pulled out, failing) while a client talks to it.
+// The program simulated_unit as a child process: started with options, then told by commands what
+// happens to the unit (plugged in, pulled out, failing) while a client talks to it.
 #pragma once
 
 #include <QByteArray>
@@ -11,14 +11,19 @@
 
 class UnitProcess {
 public:
-    // Returns once the unit is ready. Throws std::runtime_error when it does not get there.
+    // Returns once the unit is ready. Its ports have names that no other process uses. Throws
+    // std::runtime_error when it does not get there.
     explicit UnitProcess(QStringList const& options = {});
-    ~UnitProcess();
+    ~UnitProcess();  // ends it
 
-    // The environment in which a program sees this unit as a USB serial port.
+    // The environment in which a program sees this unit's port.
     QProcessEnvironment Environment() const;
 
-    // A command that is answered with "ok". Throws std::runtime_error for any other answer.
+    // The first line of the answer to a command. Throws std::runtime_error when none comes in time;
+    // so do all that follow.
+    QString Ask(QString const& command);
+
+    // A command that is answered with "ok". Throws for any other answer.
     void Command(QString const& command);
 
     // One value of the answer to "status".
@@ -26,14 +31,15 @@ public:
 
     QByteArray ReadMemory(uint32_t address, qsizetype size);
 
-    // One line a command that the unit received.
+    // One line for each command that the unit received.
     QStringList Journal();
 
-    // Value of a line KEY=VALUE printed at the start: UMOCKDEV_DIR, preload, port, pty.
+    // Value of a line KEY=VALUE printed at the start: UMOCKDEV_DIR, preload, port, pty. Throws when
+    // there is none.
     QString Property(QString const& key) const;
+    bool HasProperty(QString const& key) const;
 
 private:
-    void Send(QString const& command);
     QString ReadLine();
 
     QProcess process_;

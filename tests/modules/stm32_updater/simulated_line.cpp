@@ -17,7 +17,7 @@ void SimulatedLine::SetReset(bool asserted)
 void SimulatedLine::Transmit(std::span<std::byte const> data)
 {
     Deliver(std::exchange(late_, {}));
-    if (unit_.Vanished()) {
+    if (unit_.HasLeft()) {
         return;
     }
     for (auto const& answer : unit_.Receive(data)) {

@@ -1,0 +1,196 @@
+// ./run and the program behind it, as a person starts them on a machine without a display.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QImage>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <string>
+
+#include "tests/end_to_end/program.h"
+#include "tests/end_to_end/test_bundle.h"
+
+using namespace Qt::StringLiterals;
+using testing::HasSubstr;
+
+namespace {
+
+constexpr int kLimitMs = 120000;
+
+class DemoTest : public testing::Test {
+protected:
+    explicit DemoTest(char const* staged_bundle = FW_STAGED_BUNDLE)
+        : bundle_(QString::fromUtf8(staged_bundle))
+    {}
+
+    void Start(QStringList const& arguments)
+    {
+        process_.setProcessChannelMode(QProcess::MergedChannels);
+        process_.start(QStringLiteral(FW_DEMO),
+                       QStringList{u"--by-itself"_s, u"--baud"_s, u"0"_s, u"--bundle"_s,
+                                   bundle_.Root(), u"--directory"_s, Directory()} +
+                           arguments);
+    }
+
+    // Its exit status at its end.
+    int Finish()
+    {
+        EXPECT_TRUE(process_.waitForFinished(kLimitMs)) << "it does not end";
+        output_ += process_.readAll().toStdString();
+        return process_.exitCode();
+    }
+
+    // What was printed so far has `text` in it, within the limit.
+    bool WaitForOutput(std::string const& text)
+    {
+        while (output_.find(text) == std::string::npos && process_.waitForReadyRead(kLimitMs)) {
+            output_ += process_.readAll().toStdString();
+        }
+        return output_.find(text) != std::string::npos;
+    }
+
+    pid_t Child(QByteArray const& name) const
+    {
+        return FindChildProcess(process_.processId(), name);
+    }
+
+    QString Directory() const { return temporary_.filePath(u"run"_s); }
+
+    QTemporaryDir temporary_;
+    TestBundle bundle_;
+    QProcess process_;
+    std::string output_;
+};
+
+struct Title {
+    char const* name;
+    QString value;  // as in config.ini
+};
+
+class EveryTitle : public DemoTest, public testing::WithParamInterface<Title> {};
+
+TEST_P(EveryTitle, OfABundleOfOnesOwnIsUnderstood)
+{
+    bundle_.SetKey(u"window_title"_s, GetParam().value);
+    bundle_.SetKey(u"device_id_list"_s, u"9, 7 ; the models"_s);
+
+    Start({});
+
+    EXPECT_EQ(Finish(), 0) << output_;
+    EXPECT_THAT(output_, HasSubstr("The unit was updated and holds what it must."));
+    for (auto const& picture : {u"1-waiting"_s, u"2-ready"_s, u"3-updating"_s, u"4-done"_s}) {
+        EXPECT_EQ(QImage(Directory() + u'/' + picture + u".png"_s).size(), QSize(665, 517))
+            << picture.toStdString();
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , EveryTitle,
+    testing::Values(Title{"QuotedWithComment", u"\"Kelvane; \\\"Lumen\\\" (v2) [a-z]*\" ; new"_s},
+                    Title{"VeryLong", QString(3000, u'x')}),
+    [](testing::TestParamInfo<Title> const& title) { return std::string(title.param.name); });
+
+TEST_F(DemoTest, RefusesABundleForAnotherTransportAtOnceAndNamesTheRightOne)
+{
+    QElapsedTimer timer;
+    timer.start();
+    Start({u"--transport"_s, u"mcuboot"_s});
+
+    EXPECT_EQ(Finish(), 2);
+
+    EXPECT_THAT(output_, HasSubstr("not for mcuboot; use --transport uart"));
+    EXPECT_LT(timer.elapsed(), 10000);
+}
+
+TEST_F(DemoTest, EndsAtOnceWithTheLogWhenTheUpdaterIsKilled)
+{
+    Start({});
+    ASSERT_TRUE(WaitForOutput("waiting:")) << output_;
+    QElapsedTimer timer;
+    timer.start();
+    ASSERT_EQ(kill(Child("firmware_updater"), SIGKILL), 0);
+
+    EXPECT_EQ(Finish(), 1);
+
+    EXPECT_THAT(output_, HasSubstr("the updater ended by itself, crashed, before its window was "));
+    EXPECT_THAT(output_, HasSubstr("kelvane_lumen.bin, 204808 bytes")) << "the end of the log";
+    EXPECT_LT(timer.elapsed(), 10000);
+}
+
+TEST_F(DemoTest, EndsAtOnceWhenTheUpdatersWindowIsGone)
+{
+    Start({});
+    ASSERT_TRUE(WaitForOutput("waiting:")) << output_;
+    QProcess xdotool;
+    xdotool.start(u"xdotool"_s, {u"search"_s, u"--onlyvisible"_s, u"--pid"_s,
+                                 QString::number(Child("firmware_updater"))});
+    ASSERT_TRUE(xdotool.waitForFinished());
+    auto const window = QString::fromUtf8(xdotool.readAll().trimmed());
+    ASSERT_EQ(QProcess::execute(u"xdotool"_s, {u"windowclose"_s, window}), 0);
+
+    EXPECT_EQ(Finish(), 1);
+
+    EXPECT_THAT(output_, HasSubstr("FAILED: the updater's window was closed"));
+}
+
+class McubootDemoTest : public DemoTest {
+protected:
+    McubootDemoTest() : DemoTest(FW_STAGED_MCUBOOT_BUNDLE) {}
+};
+
+TEST_F(McubootDemoTest, EndsAtOnceWithAPictureWhenTheWindowShowsAFailure)
+{
+    Start({u"--transport"_s, u"mcuboot"_s});
+    ASSERT_TRUE(WaitForOutput("ready:")) << output_;
+    ASSERT_EQ(kill(Child("simulated_unit"), SIGTERM), 0);
+
+    EXPECT_EQ(Finish(), 1);
+
+    EXPECT_THAT(output_, HasSubstr("the window shows a failure instead of \"updating\""));
+    EXPECT_TRUE(QFile::exists(Directory() + u"/3-not-reached.png"_s));
+}
+
+TEST_F(DemoTest, ReportsABundleThatCannotBeUsed)
+{
+    ASSERT_TRUE(QFile::remove(bundle_.FirmwarePath()));
+
+    Start({});
+
+    EXPECT_EQ(Finish(), 1);
+    EXPECT_THAT(output_, HasSubstr("FAILED: the bundle cannot be used"));
+}
+
+TEST_F(DemoTest, ReportsAFolderWithoutAConfiguration)
+{
+    ASSERT_TRUE(QFile::remove(bundle_.ConfigPath()));
+
+    Start({});
+
+    EXPECT_EQ(Finish(), 1);
+    EXPECT_THAT(output_, HasSubstr("FAILED: there is no file "));
+}
+
+TEST(Run, RefusesAWrongOptionAndPrintsItsHelpBeforeAnythingIsBuilt)
+{
+    for (auto const& arguments :
+         {QStringList{u"--transport"_s, u"serial"_s}, QStringList{u"--baud"_s, u"fast"_s},
+          QStringList{u"--nonsense"_s}, QStringList{u"--bundle"_s},
+          QStringList{u"--keep-open"_s, u"--headless"_s}}) {
+        QProcess run;
+        run.start(QStringLiteral(FW_RUN), arguments);
+        ASSERT_TRUE(run.waitForFinished()) << arguments.join(u' ').toStdString();
+        EXPECT_EQ(run.exitCode(), 2) << arguments.join(u' ').toStdString();
+        EXPECT_THAT(run.readAllStandardError().toStdString(), HasSubstr("see ./run --help"));
+    }
+    QProcess run;
+    run.start(QStringLiteral(FW_RUN), {u"--help"_s});
+    ASSERT_TRUE(run.waitForFinished());
+    EXPECT_EQ(run.exitCode(), 0);
+    EXPECT_THAT(run.readAllStandardOutput().toStdString(), HasSubstr("--keep-open"));
+}
+
+}  // namespace
