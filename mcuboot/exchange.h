@@ -38,17 +38,17 @@ struct Answer {
 };
 
 // Writes one line and returns the raw bytes that come in answer: up to a newline after which
-// nothing follows for 3 ms, or what had come when the time was up. The time-out is counted in waits
-// of 3 ms each, however short they were, so an answer in many pieces uses it up early. Below 1 ms,
-// no answer is awaited. Input from before the request is discarded.
+// nothing follows for one pass (kPass in limits.h), or what had come when the time was up. The
+// time-out is counted in passes, however short they were, so an answer in many pieces uses it up
+// early. Below 1 ms, no answer is awaited. Input from before the request is discarded.
 QByteArray SendAndReceive(ILine& line, QByteArray const& packet, std::chrono::milliseconds timeout);
 
 // Keeps the line and the sequence counter. The counter outlives the line and wraps from 255 to 0;
 // answers are not matched against it.
 class Exchange {
 public:
-    // Starts on a line that was just opened: discards its input and waits 100 ms for the unit. The
-    // line must stay until Detach().
+    // Starts on a line that was just opened: discards its input, gives the unit a moment and
+    // discards what came in it. The line must stay until Detach().
     void Attach(ILine& line);
     void Detach() { line_ = nullptr; }
     bool IsAttached() const { return line_ != nullptr; }

@@ -14,7 +14,6 @@ namespace {
 using namespace std::chrono_literals;
 using test::AnswerWith;
 using test::FromHex;
-using test::Line;
 using test::OtpAnswer;
 using test::RcAnswer;
 using test::ScriptedLine;
@@ -63,16 +62,6 @@ TEST_F(Query, SendsItsRequestAndWaitsItsTime)
         EXPECT_EQ(answer.error_code, 3) << request;
         EXPECT_EQ(answer.payload, FromHex("a162726303")) << request;
     }
-}
-
-TEST_F(Query, IsTheseBytesOnTheWire)
-{
-    QueryImageState(exchange_);
-    QueryOtp(exchange_, kKey);
-    QueryOtp(exchange_, kKey);
-    ASSERT_EQ(line_.Lines().size(), 3U);
-    EXPECT_EQ(line_.Lines()[0], Line("AAwAAAACAAEAAL//xLc="));
-    EXPECT_EQ(line_.Lines()[2], Line("ABUAAAALAEACAL9ja2V5GjympK//IVw="));
 }
 
 TEST_F(Query, ResetWritesItsRequestAndReturnsAtOnce)

@@ -7,6 +7,7 @@
 #include <functional>
 #include <sstream>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "tests/mcuboot/scripted_line.h"
@@ -118,43 +119,34 @@ private:
     std::vector<uint8_t> payload_;  // exactly as large as it is, so that a sanitizer sees its end
 };
 
-// Each of these returns the first item of the payload as text, or the name of the recorded error.
-template <auto Operation, typename Value, typename ToText>
-std::string Decode(QByteArray const& payload, ToText const& to_text)
+template <typename Value>
+std::string ToText(Value const& value)
+{
+    if constexpr (std::is_same_v<Value, bool>) {
+        return value ? "true" : "false";
+    } else if constexpr (std::is_same_v<Value, std::string_view>) {
+        return "'" + std::string(value) + "'";
+    } else if constexpr (std::is_same_v<Value, std::span<uint8_t const>>) {
+        return std::to_string(value.size()) + " bytes";
+    } else {
+        return std::to_string(value);
+    }
+}
+
+// The first item of the payload as text, or the name of the recorded error.
+template <auto Operation, typename Value>
+std::string Item(QByteArray const& payload)
 {
     Decoder decoder(payload);
     Value value{};
-    return Operation(decoder.state, value) ? to_text(value)
+    return Operation(decoder.state, value) ? ToText(value)
                                            : std::string(zcbor_error_str(decoder.state.error));
 }
-
-std::string Int32(QByteArray const& payload)
-{
-    return Decode<zcbor_int32_decode, int32_t>(payload, [](auto v) { return std::to_string(v); });
-}
-
-std::string Int64(QByteArray const& payload)
-{
-    return Decode<zcbor_int64_decode, int64_t>(payload, [](auto v) { return std::to_string(v); });
-}
-
-std::string TextItem(QByteArray const& payload)
-{
-    return Decode<zcbor_tstr_decode, std::string_view>(
-        payload, [](auto v) { return "'" + std::string(v) + "'"; });
-}
-
-std::string BytesItem(QByteArray const& payload)
-{
-    return Decode<zcbor_bstr_decode, std::span<uint8_t const>>(
-        payload, [](auto v) { return std::to_string(v.size()) + " bytes"; });
-}
-
-std::string Bool(QByteArray const& payload)
-{
-    return Decode<zcbor_bool_decode, bool>(
-        payload, [](auto v) { return std::string(v ? "true" : "false"); });
-}
+constexpr auto Int32 = Item<zcbor_int32_decode, int32_t>;
+constexpr auto Int64 = Item<zcbor_int64_decode, int64_t>;
+constexpr auto TextItem = Item<zcbor_tstr_decode, std::string_view>;
+constexpr auto BytesItem = Item<zcbor_bstr_decode, std::span<uint8_t const>>;
+constexpr auto Bool = Item<zcbor_bool_decode, bool>;
 
 // How many bytes one item takes.
 std::string Skip(QByteArray const& payload)

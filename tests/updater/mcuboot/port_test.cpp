@@ -19,9 +19,9 @@ namespace {
 
 using namespace std::chrono_literals;
 
-class Port : public testing::Test {
+class RecoveryPort : public testing::Test {
 protected:
-    Port()
+    RecoveryPort()
     {
         static auto const testbed = std::make_shared<simulator::UsbTestbed>();
         simulator::McubootRecoveryOptions recovery;
@@ -60,7 +60,7 @@ protected:
 
 // ---- The line ----
 
-TEST_F(Port, CarriesBytesBothWaysAndLetsTimePass)
+TEST_F(RecoveryPort, CarriesBytesBothWaysAndLetsTimePass)
 {
     QObject owner;
     auto const line = OpenSerialLine(name_, 921600, &owner);
@@ -92,7 +92,7 @@ TEST_F(Port, CarriesBytesBothWaysAndLetsTimePass)
 
 // ---- The backend ----
 
-TEST_F(Port, IsOpenedWithTheGivenRateAndEightBitsWithoutParity)
+TEST_F(RecoveryPort, IsOpenedWithTheGivenRateAndEightBitsWithoutParity)
 {
     ASSERT_TRUE(updater_.connect(name_));
     // A pseudo-terminal knows neither parity nor another number of bits, so this asks the object.
@@ -108,7 +108,7 @@ TEST_F(Port, IsOpenedWithTheGivenRateAndEightBitsWithoutParity)
     EXPECT_FALSE(IsFree());
 }
 
-TEST_F(Port, CarriesAWholeUpdate)
+TEST_F(RecoveryPort, CarriesAWholeUpdate)
 {
     QByteArray image;
     for (int i = 0; i < 5000; ++i) {
@@ -124,14 +124,14 @@ TEST_F(Port, CarriesAWholeUpdate)
     EXPECT_TRUE(restarts_.tryAcquire(1, 10000));
 }
 
-TEST_F(Port, ThatCannotBeOpenedLeavesNothingBehind)
+TEST_F(RecoveryPort, ThatCannotBeOpenedLeavesNothingBehind)
 {
     EXPECT_FALSE(updater_.connect(QStringLiteral("/dev/no-such-port")));
     EXPECT_EQ(updater_.findChild<QSerialPort*>(), nullptr);
     EXPECT_TRUE(updater_.sendAndReceive("x", 30000).isEmpty());
 }
 
-TEST_F(Port, IsClosedWhenTheProbeFails)
+TEST_F(RecoveryPort, IsClosedWhenTheProbeFails)
 {
     unit_->AddFault({simulator::FaultKind::kErrorCode, 1, 1, 5});
     EXPECT_FALSE(updater_.connect(name_));
@@ -139,7 +139,7 @@ TEST_F(Port, IsClosedWhenTheProbeFails)
     EXPECT_TRUE(updater_.connect(name_));
 }
 
-TEST_F(Port, IsFreeAfterEveryDisconnectAndASecondConnectDropsTheFirst)
+TEST_F(RecoveryPort, IsFreeAfterEveryDisconnectAndASecondConnectDropsTheFirst)
 {
     ASSERT_TRUE(updater_.connect(name_));
     EXPECT_TRUE(updater_.connect(name_));
@@ -157,7 +157,7 @@ TEST_F(Port, IsFreeAfterEveryDisconnectAndASecondConnectDropsTheFirst)
     EXPECT_EQ(updater_.findChild<QSerialPort*>(), nullptr) << "the port objects are deleted";
 }
 
-TEST_F(Port, ThatIsPulledOutEndsAnExchangeSoon)
+TEST_F(RecoveryPort, ThatIsPulledOutEndsAnExchangeSoon)
 {
     ASSERT_TRUE(updater_.connect(name_));
     unit_->AddFault({simulator::FaultKind::kVanishInWrite, 1, 1, 0});

@@ -14,7 +14,7 @@ using mcuboot::test::OtpAnswer;
 using mcuboot::test::RcAnswer;
 using testing::ElementsAre;
 
-class Slots : public UpdaterOnLine {
+class RecoverySlots : public UpdaterOnLine {
 protected:
     void MakeUpdater(QString const& fw_target_type = {})
     {
@@ -43,7 +43,7 @@ protected:
     std::vector<std::string> signals_;
 };
 
-TEST_F(Slots, ConnectEndsInOneStatus)
+TEST_F(RecoverySlots, ConnectEndsInOneStatus)
 {
     using Row = std::tuple<char const*, QString, bool, std::vector<QByteArray>, char const*, bool>;
     for (auto const& [name, type, verify, answers, status, open] : {
@@ -70,17 +70,7 @@ TEST_F(Slots, ConnectEndsInOneStatus)
     }
 }
 
-TEST_F(Slots, ConnectBeginsByLettingTheLineSettle)
-{
-    MakeUpdater();
-    line_.Answers(RcAnswer(0));
-    updater_->onConnectToDevice(kPort, {}, false);
-    EXPECT_THAT(line_.Steps(),
-                ElementsAre("clear", "pause 100", "read 0", "pause 10", "read 0", "clear",
-                            "write 23", "pause 3", "read 3", "pause 3", "read 0"));
-}
-
-TEST_F(Slots, ConnectStartsFromScratchWhateverCameBefore)
+TEST_F(RecoverySlots, ConnectStartsFromScratchWhateverCameBefore)
 {
     MakeUpdater();
     line_.Answers(RcAnswer(0)).Answers(OtpAnswer("B"));
@@ -95,7 +85,7 @@ TEST_F(Slots, ConnectStartsFromScratchWhateverCameBefore)
                 ElementsAre("0 1 0 0", "0 64 0 1", "0 1 0 2", "0 64 0 3", "0 1 0 4", "0 64 0 5"));
 }
 
-TEST_F(Slots, DisconnectClosesThePortAndSaysSoEachTime)
+TEST_F(RecoverySlots, DisconnectClosesThePortAndSaysSoEachTime)
 {
     MakeUpdater();
     updater_->disconnect();
@@ -109,14 +99,14 @@ TEST_F(Slots, DisconnectClosesThePortAndSaysSoEachTime)
     EXPECT_EQ(line_.Lines().size(), 1U);
 }
 
-TEST_F(Slots, TheEndOfTheUpdaterClosesThePort)
+TEST_F(RecoverySlots, TheEndOfTheUpdaterClosesThePort)
 {
     Connect();
     updater_.reset();
     EXPECT_EQ(open_lines_, 0);
 }
 
-TEST_F(Slots, UpdateEndsWithTheResetSent)
+TEST_F(RecoverySlots, UpdateEndsWithTheResetSent)
 {
     MakeUpdater();
     WriteImage(QByteArray(2000, 'x'));
@@ -130,7 +120,7 @@ TEST_F(Slots, UpdateEndsWithTheResetSent)
     EXPECT_EQ(line_.Steps().back(), "write 23") << "no answer to the reset is awaited";
 }
 
-TEST_F(Slots, UpdateWithAnEmptyImageOnlyResets)
+TEST_F(RecoverySlots, UpdateWithAnEmptyImageOnlyResets)
 {
     MakeUpdater();
     WriteImage({});
@@ -141,7 +131,7 @@ TEST_F(Slots, UpdateWithAnEmptyImageOnlyResets)
     EXPECT_THAT(line_.Journal(), ElementsAre("0 1 0 0", "2 0 5 0"));
 }
 
-TEST_F(Slots, UpdateThatFailsDoesNotResetAndLeavesThePortOpen)
+TEST_F(RecoverySlots, UpdateThatFailsDoesNotResetAndLeavesThePortOpen)
 {
     MakeUpdater();
     WriteImage("image");
@@ -155,7 +145,7 @@ TEST_F(Slots, UpdateThatFailsDoesNotResetAndLeavesThePortOpen)
         << "without a port the update took number 0";
 }
 
-TEST_F(Slots, TheClassHasAMetaObjectOfItsOwn)
+TEST_F(RecoverySlots, TheClassHasAMetaObjectOfItsOwn)
 {
     MakeUpdater();
     EXPECT_STREQ(updater_->metaObject()->className(), "McubootSerialUpdater");

@@ -20,7 +20,7 @@ using Lines = std::vector<std::string>;
 constexpr uint32_t kModelIdKey = 0x01234711;
 constexpr uint32_t kSerialNumberKey = 0x3CA6A4AF;
 
-using Texts = UpdaterOnLine;
+using RecoveryBackend = UpdaterOnLine;
 
 // A dump of {"rc": rc}; `mark` begins each line.
 Lines Dump(std::string const& label, int rc, std::string const& mark = "")
@@ -51,7 +51,7 @@ Lines Expand(Lines const& lines, bool verbose)
     return expanded;
 }
 
-TEST_F(Texts, AreTheseForEveryEndOfARequest)
+TEST_F(RecoveryBackend, LogsHowARequestEnded)
 {
     using Updater = McubootSerialUpdater&;
     auto const state = [](Updater updater) { return updater.readImageState(); };
@@ -107,7 +107,7 @@ TEST_F(Texts, AreTheseForEveryEndOfARequest)
     }
 }
 
-TEST_F(Texts, AreTheseForEveryEndOfAnUpload)
+TEST_F(RecoveryBackend, LogsHowAnUploadEnded)
 {
     WriteImage(QByteArray(4000, 'x'));
     // The answer to the second chunk and all that follow; the log.
@@ -132,7 +132,7 @@ TEST_F(Texts, AreTheseForEveryEndOfAnUpload)
     }
 }
 
-TEST_F(Texts, NameAnImageThatCannotBeReadVerboseOrNotAndNothingIsSent)
+TEST_F(RecoveryBackend, LogsAnImageThatCannotBeReadAndSendsNothing)
 {
     // Longer than offsets reach, but sparse: it takes no room on the disk.
     QFile too_long(directory_.filePath(QStringLiteral("too long")));
@@ -151,7 +151,7 @@ TEST_F(Texts, NameAnImageThatCannotBeReadVerboseOrNotAndNothingIsSent)
     }
 }
 
-TEST_F(Texts, WithoutAPortOnlyAnUploadSaysThatNothingCame)
+TEST_F(RecoveryBackend, WithoutAPortLogsNothingButTheFailureOfAnUpload)
 {
     MakeUpdater(true);
     WriteImage("image");
@@ -166,7 +166,7 @@ TEST_F(Texts, WithoutAPortOnlyAnUploadSaysThatNothingCame)
 
 // ---- Values ----
 
-TEST_F(Texts, OtpValuesAreBytesAFirstByteOrTextUpToAZero)
+TEST_F(RecoveryBackend, ReturnsAnOtpValueAsBytesAsItsFirstByteOrAsTextUpToAZero)
 {
     Connect();
     line_.AlwaysAnswers(OtpAnswer(FromHex("f1e400313233")));
@@ -185,7 +185,7 @@ TEST_F(Texts, OtpValuesAreBytesAFirstByteOrTextUpToAZero)
                 Contains("W: McubootSerialUpdater::readOtpData: key 0x3ca6a4af not found in OTP"));
 }
 
-TEST_F(Texts, ModelCheckAsksForTheSerialNumberOnlyForItsLogAndCanDoWithoutIt)
+TEST_F(RecoveryBackend, AsksForTheSerialNumberOnlyForItsLogAndCanDoWithoutIt)
 {
     Connect(true);
     line_.Answers(OtpAnswer("A")).Answers(RcAnswer(5));
@@ -198,7 +198,7 @@ TEST_F(Texts, ModelCheckAsksForTheSerialNumberOnlyForItsLogAndCanDoWithoutIt)
     EXPECT_EQ(line_.Lines().size(), 5U);
 }
 
-TEST_F(Texts, CommandReturnsTheWholePayload)
+TEST_F(RecoveryBackend, ReturnsTheWholePayloadOfACommand)
 {
     Connect();
     line_.Answers(mcuboot::test::AnswerWith(FromHex("a1617205")));
@@ -206,7 +206,7 @@ TEST_F(Texts, CommandReturnsTheWholePayload)
     EXPECT_EQ(line_.Request(1).payload, FromHex("a0"));
 }
 
-TEST_F(Texts, RawLinesPassWithTheTimeoutInMilliseconds)
+TEST_F(RecoveryBackend, TakesTheTimeoutOfARawLineInMilliseconds)
 {
     Connect();
     line_.StaysSilent();
@@ -215,7 +215,7 @@ TEST_F(Texts, RawLinesPassWithTheTimeoutInMilliseconds)
     EXPECT_EQ(line_.Now() - before, std::chrono::milliseconds(13 + 300));
 }
 
-TEST(Members, ReturnWhatTheFunctionsOfMcubootReturn)
+TEST(RecoveryBackendMembers, ReturnWhatTheFunctionsOfMcubootReturn)
 {
     using Updater = McubootSerialUpdater;
     std::array<uint8_t, 32> buffer{};
