@@ -92,27 +92,25 @@ TEST_F(ConnectTest, AsksForTheRateThatItWasBuiltWith)
     EXPECT_THAT(EventsWith("setup"), ElementsAre("setup 7 1"));
 }
 
-TEST_F(ConnectTest, DropsWhatTheUnitSentBeforeItsReset)
+TEST_F(ConnectTest, DropsWhatTheUnitSendsBeforeItsResetButNothingAfterIt)
 {
     ExpectSync();
     ExpectGet();
     ExpectGetId();
-    auto const talk = [this](bool) { uart.Receive({0x55, 0x1F, 0xAA}); };
-    Stm32UartUpdater noisy([](bool) {}, talk, uart, bus, update_mutex, 1, false);
-
-    EXPECT_TRUE(noisy.ConnectDevice());
+    auto const quiet = [](bool) {};
+    auto const rate = hal::uart::IUartDriver::Rate::kBootloader;
+    auto const talk = [this] { uart.Receive({0x55, 0x1F, 0xAA}); };
+    Stm32UartUpdater before(
+        quiet, [&](bool) { talk(); }, uart, bus, update_mutex, 1, false, [] {}, [] {}, rate,
+        time.GetWaits());
+    EXPECT_TRUE(before.ConnectDevice());
     EXPECT_SCRIPT_DONE();
-}
 
-TEST_F(ConnectTest, TakesAByteThatComesAfterTheResetForTheAnswerToTheSync)
-{
     uart.Expect({0x7F});
-    Stm32UartUpdater noisy([](bool) {}, [](bool) {}, uart, bus, update_mutex, 1, false, [] {},
-                           [this] { uart.Receive({0x55}); });
-
+    Stm32UartUpdater after(
+        quiet, quiet, uart, bus, update_mutex, 1, false, [] {}, talk, rate, time.GetWaits());
     bool connected = true;
-    auto const printed = Printed([&] { connected = noisy.ConnectDevice(); });
-
+    auto const printed = Printed([&] { connected = after.ConnectDevice(); });
     EXPECT_FALSE(connected);
     EXPECT_THAT(printed, IsFailure("Invalid ACK byte setup 0x55, command Init con"));
 }
