@@ -79,40 +79,25 @@ TEST_F(LoggerTest, ReportsATextThatIsTooLongEvenIfItIsSuchAReport)
     EXPECT_THAT(log_.heard, ElementsAre(report, report));
 }
 
-TEST_F(LoggerTest, TheFirstLoggerStaysActiveWhenAnotherIsMade)
+TEST_F(LoggerTest, TheFirstLoggerIsActiveUntilAnyLoggerIsDestroyed)
 {
     Dispatcher other_bus({}, 1);
     RecordingListener other_log;
     auto const other_cookie = other_bus.AddListener(0, MessageList{{0, 7}}, other_log);
     MessageHelper other_helper(other_bus);
-    Logger const first(helper_);
-    Logger second(other_helper);
-
-    second.DoLog(log_level_t::kError, "x");
-
-    EXPECT_THAT(log_.heard, SizeIs(1));
-    EXPECT_THAT(other_log.heard, IsEmpty());
-}
-
-TEST_F(LoggerTest, DestroyingASecondLoggerLeavesNoneActive)
-{
-    Logger const first(helper_);
-    {
-        Logger const second(helper_);
-    }
-
-    detail::DoLog(log_level_t::kError, "lost");
-
-    EXPECT_THAT(log_.heard, IsEmpty());
-}
-
-TEST_F(LoggerTest, ANewLoggerBecomesActiveAfterTheActiveOneIsGone)
-{
     std::optional<Logger> first(helper_);
-    first.reset();
-    Logger const second(helper_);
+    std::optional<Logger> second(other_helper);
+    auto const log = [] { detail::DoLog(log_level_t::kError, "x"); };
 
-    detail::DoLog(log_level_t::kError, "x");
-
+    log();
     EXPECT_THAT(log_.heard, SizeIs(1));
+
+    second.reset();
+    log();
+    EXPECT_THAT(log_.heard, SizeIs(1)) << "the first one is no longer active";
+
+    Logger const third(other_helper);
+    log();
+    EXPECT_THAT(log_.heard, SizeIs(1));
+    EXPECT_THAT(other_log.heard, SizeIs(1)) << "a new one is";
 }

@@ -119,25 +119,16 @@ TEST(OtpWrite, ProgramsTheFirstFreeRecordWithTagAndPayload)
                 ElementsAre(0x0D, 0x0C, 0x0B, 0x0A, 'K', 'V', '7'));
 }
 
-TEST(OtpWrite, AcceptsAPayloadThatFillsItsRecord)
-{
-    Programmed programmed;
-    auto const area = UnprogrammedArea();
-    Handler handler(area, programmed.Function());
-
-    EXPECT_EQ(handler.Write(kTag, Payload("abcdefghijkl")), 0U);
-
-    EXPECT_THAT(programmed.records, ElementsAre(ElementsAreArray(kFullRecord)));
-}
-
-TEST(OtpWrite, ReturnsTheStatusOfTheWriteFunction)
+TEST(OtpWrite, AcceptsAPayloadThatFillsItsRecordAndReturnsTheStatusOfTheWriteFunction)
 {
     Programmed programmed;
     programmed.status = 77;
     auto const area = UnprogrammedArea();
     Handler handler(area, programmed.Function());
 
-    EXPECT_EQ(handler.Write(kTag, Payload("KV7")), 77U);
+    EXPECT_EQ(handler.Write(kTag, Payload("abcdefghijkl")), 77U);
+
+    EXPECT_THAT(programmed.records, ElementsAre(ElementsAreArray(kFullRecord)));
 }
 
 TEST(OtpWrite, DoesNotProgramAKnownTagAgain)

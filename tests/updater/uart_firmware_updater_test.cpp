@@ -12,6 +12,7 @@
 
 using namespace Qt::StringLiterals;
 using testing::ElementsAre;
+using testing::IsEmpty;
 
 namespace {
 
@@ -216,17 +217,6 @@ TEST_F(UartConnect, IsEndedByDisconnectWhichReportsEachTime)
                                      u"Disconnected"_s}));
 }
 
-TEST_F(UartConnect, EndsWithTheBackend)
-{
-    auto backend = MakeBackend();
-    backend->onConnectToDevice(port_, {kModel}, true);
-    ASSERT_EQ(OpenPorts(), 1);
-
-    backend.reset();
-
-    EXPECT_EQ(OpenPorts(), 0);
-}
-
 TEST_F(UartConnect, WorksThroughTheBaseClass)
 {
     auto backend = MakeBackend();
@@ -312,36 +302,19 @@ TEST_F(UartUpdate, OfAnImageBelowEightBytesOrOfADirectorySendsNothing)
     ExpectNothingSent(folder_.path());
 }
 
-TEST_F(UartUpdate, OfAMissingFileReportsNoProgress)
+TEST_F(UartUpdate, PassesEachPercentageToItsCallerIfThatGaveAFunction)
 {
     auto backend = MakeBackend();
-    bool progressed = false;
-
-    EXPECT_FALSE(
-        backend->upload(folder_.filePath(u"missing.bin"_s), [&](int) { progressed = true; }));
-
-    EXPECT_FALSE(progressed);
-    EXPECT_TRUE(signals_.isEmpty());
-}
-
-TEST_F(UartUpdate, DoesNotNeedAProgressFunction)
-{
-    auto backend = MakeBackend();
-    ASSERT_TRUE(backend->connect(port_));
-
-    EXPECT_TRUE(backend->upload(MakeFile(Pattern(8200)), {}));
-
-    EXPECT_EQ(Flash(16), Pattern(16));
-}
-
-TEST_F(UartUpdate, PassesEachPercentageToItsCaller)
-{
-    auto backend = MakeBackend();
-    ASSERT_TRUE(backend->connect(port_));
     std::vector<int> percentages;
+    auto const note = [&](int percent) { percentages.push_back(percent); };
+    EXPECT_FALSE(backend->upload(folder_.filePath(u"missing.bin"_s), note));
+    EXPECT_THAT(percentages, IsEmpty());
+    ASSERT_TRUE(backend->connect(port_));
 
-    EXPECT_TRUE(backend->upload(MakeFile(Pattern(8200)),
-                                [&](int percent) { percentages.push_back(percent); }));
+    EXPECT_TRUE(backend->upload(MakeFile(Pattern(8200)), note));
+    unit_->Reset();
+    ASSERT_TRUE(backend->connect(port_));
+    EXPECT_TRUE(backend->upload(MakeFile(Pattern(8200)), {}));
 
     EXPECT_THAT(percentages, ElementsAre(0, 100));
     EXPECT_TRUE(signals_.isEmpty());

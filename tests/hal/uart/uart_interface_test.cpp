@@ -188,12 +188,14 @@ TEST_F(UartInterfaceTest, ASecondReportOfOneWriteLetsTheNextTransmitReturnEarly)
     EXPECT_EQ(semaphore.available(), 1);
 }
 
-TEST_F(UartInterfaceTest, CanBeFoundUnderBothItsNames)
+TEST_F(UartInterfaceTest, HasBothItsNamesAndTheParentItWasGiven)
 {
     EXPECT_EQ(uart.qt_metacast("UartInterface"), &uart);
     EXPECT_EQ(uart.qt_metacast("hal::uart::IUartDriver"), static_cast<IUartDriver*>(&uart));
     EXPECT_EQ(uart.qt_metacast("Uart"), nullptr);
     EXPECT_EQ(qobject_cast<IUartDriver*>(&uart), static_cast<IUartDriver*>(&uart));
+    QObject parent;
+    EXPECT_EQ((new UartInterface(&semaphore, &parent))->parent(), &parent);
 }
 
 TEST_F(UartInterfaceTest, HasTwoSignalsInThisOrder)
@@ -206,13 +208,6 @@ TEST_F(UartInterfaceTest, HasTwoSignalsInThisOrder)
     auto const second = meta.method(meta.methodOffset() + 1);
     EXPECT_EQ(second.methodSignature(), "SetRxCallback(hal::uart::RxByte_ISR)");
     EXPECT_EQ(second.methodType(), QMetaMethod::Signal);
-}
-
-TEST_F(UartInterfaceTest, IsOwnedByItsParent)
-{
-    QObject parent;
-    auto* const child = new UartInterface(&semaphore, &parent);
-    EXPECT_EQ(child->parent(), &parent);
 }
 
 }  // namespace

@@ -97,18 +97,12 @@ TEST_F(OpenFailureTest, EndsTheProcessWhenThePortIsAlreadyTaken)
         ::testing::ExitedWithCode(1), "Failed to open port .*pts");
 }
 
-TEST_F(OpenFailureTest, EndsTheProcessBesideABusyThreadEveryTime)
+TEST_F(OpenFailureTest, EndsTheProcessEveryTimeBesideABusyThreadAndFromAWorkerThread)
 {
-    for (int i = 0; i < 20; ++i) {
-        EXPECT_EXIT(OpenMissingPortBesideABusyThread(), ::testing::ExitedWithCode(1),
-                    kExpectedText);
-    }
-}
-
-TEST_F(OpenFailureTest, EndsTheProcessFromAWorkerThreadEveryTime)
-{
-    for (int i = 0; i < 20; ++i) {
-        EXPECT_EXIT(OpenMissingPortOnAWorkerThread(), ::testing::ExitedWithCode(1), kExpectedText);
+    for (auto* const open : {OpenMissingPortBesideABusyThread, OpenMissingPortOnAWorkerThread}) {
+        for (int i = 0; i < 20; ++i) {
+            EXPECT_EXIT(open(), ::testing::ExitedWithCode(1), kExpectedText);
+        }
     }
 }
 
