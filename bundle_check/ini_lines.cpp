@@ -235,26 +235,30 @@ QString DecodeIniKey(QByteArray const& key)
 
 bool MayBeForeignForm(QByteArray const& value)
 {
+    // An "@" that an element may begin with. It does not follow a word, with or without a space,
+    // nor another "@", with which an ordinary text begins, unless a backslash takes that away.
+    auto const at = uR"((?<![\w.]{2})(?<![^\\,"\s]\s)(?<![^\\]@)(?<!^@)@)"_s;
     // QSettings drops quotation marks, and the spaces after a closing one.
     static QRegularExpression const dropped(uR"("\s*)"_s);
-    // Not in the middle of a text, after a word and a space, and not after another "@", with which
-    // an ordinary text begins, unless a backslash takes that away.
     static QRegularExpression const form(
-        uR"((?<![^\\,\s]\s)(?<![^\\]@)(?<!^@)@)"
-        uR"((?:ByteArray|DateTime|Invalid|Point|Rect|Size|String|Variant)\()"_s);
+        at + uR"((?:ByteArray|DateTime|Invalid|Point|Rect|Size|String|Variant)\()"_s);
     // In a name, an escape that does not stand for a known character may vanish, or spell a letter.
-    static QRegularExpression const hidden_name(uR"(@(?:[A-Za-z]|"\s*+)*+\\(?![abfnrtv"?'\\]))"_s);
+    static QRegularExpression const hidden_name(at +
+                                                uR"((?:[A-Za-z]|"\s*+)*+\\(?![abfnrtv"?'\\]))"_s);
     // "@" is 40 in hexadecimal and 100 in octal; digits before those may be lost beyond 16 bits.
     static QRegularExpression const hidden_at(
         uR"((?<!\\)(?:\\\\)*+\\(?:x[0-9A-Fa-f]*40(?![0-9A-Fa-f])|[0-7]*100(?![0-7])))"_s);
-    auto const text = QString::fromLatin1(value);
+    // Every form has a parenthesis, which is 28 in hexadecimal and 50 in octal.
+    static QRegularExpression const parenthesis(uR"(\(|\\x[0-9A-Fa-f]*28|\\[0-7]*50)"_s);
     // A search that was given up has found no match, and proves nothing.
     auto const may_match = [](QRegularExpression const& pattern, QString const& in) {
         auto const match = pattern.match(in);
         return match.hasMatch() || !match.isValid();
     };
-    return may_match(form, QString(text).remove(dropped)) || may_match(hidden_name, text) ||
-           may_match(hidden_at, text);
+    auto const text = QString::fromLatin1(value);
+    return may_match(parenthesis, text) &&
+           (may_match(form, QString(text).remove(dropped)) || may_match(hidden_name, text) ||
+            may_match(hidden_at, text));
 }
 
 }  // namespace bundle_check

@@ -145,8 +145,8 @@ TEST(ForeignForm, IsNotWhatOrdinaryTextsWithAnAtSignHave)
 {
     for (auto const* value :
          {"@Lumen", "@@home", "@@Variant(x)", "\"Mail us, @kelvane\"", "@Lumen(x)", "@variant(x)",
-          "a@b \\x41", "x @Variant(x)", "info@kelvane.example\\nwww", "@Lumen\\nPlug in",
-          "C:\\\\100", "\\x401"}) {
+          "a@b \\x41", "x @Variant(x)", "info@Size(1)", "info@m\\xfcller (office)", "\\x40home",
+          "@@\\x41(1)", "info@kelvane.example\\nwww", "@Lumen\\nPlug in", "C:\\\\100", "\\x401"}) {
         EXPECT_FALSE(MayBeForeignForm(value)) << value;
     }
 }
@@ -161,11 +161,9 @@ TEST(ForeignForm, IsRecognisedInEveryValueThatQSettingsTakesForSomethingElse)
         for (auto const* at : {"@", "\\x40", "\\100", "\\x10040", "\\200100", "@@", "x"}) {
             for (auto const* name : {"Size", "S\"\"ize", "S\"\" ize", "\\x53ize", "\\123ize",
                                      "Si\\\nze", "Si\\qze", "size"}) {
-                for (auto const* end : {"(1 2)",
-                                        "\\x28"
-                                        "1 2)",
-                                        "(1 2)\"\"", "(1 2)  ", "(1 2\\x29", "(1 2)\\x", "\\q(1 2)",
-                                        "(1 2), b", "(1 2"}) {
+                for (auto const* end :
+                     {"(1 2)", "\\x28\\x31 2)", "(1 2)\"\"", "(1 2)  ", "(1 2\\x29", "(1 2)\\x",
+                      "\\50\\61 2)", "\\q(1 2)", "(1 2), b", "(1 2"}) {
                     auto const value = QByteArray(before) + at + name + end;
                     text += "a" + QByteArray::number(text.size()) + '=' + value + '\n';
                 }
