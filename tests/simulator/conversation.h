@@ -29,9 +29,9 @@ inline void ExpectConversation(ChipBootloader const& unit, std::string const& co
         ASSERT_NE(arrow, std::string::npos) << "not a step: " << step;
         EXPECT_EQ(ask(trim(step.substr(0, arrow))),
                   trim(step.substr(arrow + 1, equals - arrow - 1)))
-            << "in" << step;
+            << "in: " << step;
         if (equals != std::string::npos) {
-            EXPECT_EQ(LastLine(unit), trim(step.substr(equals + 1))) << "in" << step;
+            EXPECT_EQ(LastLine(unit), trim(step.substr(equals + 1))) << "in: " << step;
         }
     }
 }
