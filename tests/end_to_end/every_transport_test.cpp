@@ -28,7 +28,7 @@ TEST_P(EveryTransport, RefusesAnotherModelWithoutTouchingTheUnit)
 {
     Start(u"--model-id 222"_s);
     ExpectScreen(IsRefused);
-    ExpectScreenStays(IsRefused, 3s);
+    ExpectScreenStays(IsRefused, 2s);
     ExpectUnitIsUntouched();
 }
 
@@ -45,15 +45,6 @@ TEST_P(EveryTransport, UpdatesAnyModelWhenTheFirmwareIsForService)
     Start(u"--model-id 222"_s);
     UpdateToTheEnd();
     EXPECT_EQ(CountInJournal(u"read"_s), 0);
-}
-
-TEST_P(EveryTransport, WaitsForAUnitThatIsPluggedInLater)
-{
-    Start(u"--units 0"_s);
-    ExpectScreen(IsWaiting);
-    ExpectScreenStays(IsWaiting, 3s);
-    unit_->Command(u"plug"_s);
-    UpdateToTheEnd();
 }
 
 TEST_P(EveryTransport, LeavesTracesThatAUnitBeforeItsUpdateDoesNotHave)

@@ -41,9 +41,11 @@ TEST_F(McubootTransport, UploadsTheImageInChunksOfTheRightShapeAndRestartsTheUni
             uploads + QStringList{u"reset seq=%1 ack"_s.arg(uploads.size())});
 }
 
-TEST_F(McubootTransport, ShowsNoPercentageWhileTheBarMoves)
+TEST_F(McubootTransport, ShowsWaitingThenReadyThenAMovingBarWithoutAPercentage)
 {
-    Start();
+    Start(u"--units 0"_s);
+    ExpectScreen(IsWaiting);
+    unit_->Command(u"plug"_s);
     StartUpdate();
     QSet<QString> formats;
     QSet<int> values;

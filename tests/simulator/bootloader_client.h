@@ -2,6 +2,8 @@
 // something else.
 #pragma once
 
+#include <fmt/format.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
@@ -33,6 +35,16 @@ inline Bytes Hex(std::string const& text)
         bytes.push_back(static_cast<std::byte>(value));
     }
     return bytes;
+}
+
+// "31 CE" for those bytes.
+inline std::string ToHex(Bytes const& bytes)
+{
+    std::string text;
+    for (auto const byte : bytes) {
+        text += fmt::format("{}{:02X}", text.empty() ? "" : " ", std::to_integer<unsigned>(byte));
+    }
+    return text;
 }
 
 // `bytes` and their XOR.

@@ -1,7 +1,6 @@
 // The simulated DFU bootloader, request by request.
 #include "simulator/bootloaders/dfuse_bootloader.h"
 
-#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -14,6 +13,7 @@
 
 #include "simulator/chips/otp_image.h"
 #include "tests/simulator/bootloader_client.h"
+#include "tests/simulator/conversation.h"
 
 namespace simulator {
 namespace {
@@ -28,11 +28,8 @@ using namespace std::chrono_literals;
 std::string ToText(DfuAnswer const& answer)
 {
     static constexpr std::array kKinds{"done", "stall", "none"};
-    std::string text = answer.data.empty() ? kKinds[static_cast<size_t>(answer.kind)] : "";
-    for (auto const byte : answer.data) {
-        text += fmt::format("{}{:02x}", text.empty() ? "" : " ", std::to_integer<unsigned>(byte));
-    }
-    return text;
+    return answer.data.empty() ? kKinds[static_cast<size_t>(answer.kind)]
+                               : test::ToHex(answer.data);
 }
 
 class Dfuse : public testing::Test {
@@ -91,123 +88,83 @@ private:
 
 // Answers to "status": status, three bytes of poll timeout, state, text.
 constexpr auto kIdle = "00 00 00 00 02 00";
-constexpr auto kBusy = "00 00 00 00 04 00";
 constexpr auto kDownloadIdle = "00 00 00 00 05 00";
-constexpr auto kTargetError = "01 00 00 00 0a 00";
-constexpr auto kStalledPacketError = "0f 00 00 00 0a 00";
 
-constexpr auto kSetAddressToFlash = "download 0 21 00 00 00 08";
 constexpr auto kCarryOutSetAddress = "carry-out 0 21 00 00 00 08";
 constexpr auto kEraseFirstPage = "download 0 41 00 00 00 08";
 
 // ---- Conversations ----
 
-struct Step {
-    char const* request;
-    char const* answer;
-    char const* line = nullptr;  // the journal's last one then; null: not looked at
-};
-
 struct Conversation {
     char const* name;
-    std::vector<Step> steps;
+    char const* steps;
 };
 
 class DfuseConversations : public Dfuse, public testing::WithParamInterface<Conversation> {};
 
 TEST_P(DfuseConversations, GoAsTheStandardAndTheApplicationNoteSay)
 {
-    for (auto const& [request, answer, line] : GetParam().steps) {
-        EXPECT_EQ(Ask(request), answer) << "to " << request;
-        if (line != nullptr) {
-            EXPECT_EQ(LastLine(bootloader_), line) << "after " << request;
-        }
-    }
+    test::ExpectConversation(bootloader_, GetParam().steps,
+                             [this](std::string const& request) { return Ask(request); });
     EXPECT_EQ(bootloader_.Status().erased_pages, 0U);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     , DfuseConversations,
     testing::Values(
-        Conversation{"BeginsIdle", {{"status", kIdle}, {"state", "02"}, {"status", kIdle}}},
+        Conversation{"BeginsIdle",
+                     "status > 00 00 00 00 02 00; state > 02; status > 00 00 00 00 02 00"},
         Conversation{"DownloadIsCarriedOutBetweenTwoStatusRequests",
-                     {{kSetAddressToFlash, "done"},
-                      {"state", "03"},
-                      {"status", kBusy},
-                      {"status", kDownloadIdle, "set-address 0x08000000 ack"}}},
+                     "download 0 21 00 00 00 08 > done; state > 03; status > 00 00 00 00 04 00; "
+                     "status > 00 00 00 00 05 00 = set-address 0x08000000 ack"},
         Conversation{"NoOtherDownloadBeforeTheFirstIsCarriedOut",
-                     {{kSetAddressToFlash, "done"},
-                      {kEraseFirstPage, "stall"},
-                      {"status", kStalledPacketError, "download nack state"}}},
+                     "download 0 21 00 00 00 08 > done; download 0 41 00 00 00 08 > stall; "
+                     "status > 0F 00 00 00 0A 00 = download nack state"},
         Conversation{"RequestsThatDoNotBelongToTheState",
-                     {{kCarryOutSetAddress, kDownloadIdle},
-                      {"upload 2 16", "stall"},
-                      {"abort", "stall"},  // after an error
-                      {"clear", "done"},
-                      {"status", kIdle},
-                      {"clear", "stall"},  // without an error
-                      {"clear", "done"},
-                      {"detach", "stall"}}},  // there is no application to detach from
+                     "carry-out 0 21 00 00 00 08 > 00 00 00 00 05 00; upload 2 16 > stall; "
+                     "abort > stall; clear > done; status > 00 00 00 00 02 00; clear > stall; "
+                     "clear > done; detach > stall"},
         Conversation{"AbortMakesIdle",
-                     {{kCarryOutSetAddress, kDownloadIdle},
-                      {"abort", "done"},
-                      {"status", kIdle},
-                      {"upload 2 2", "ff ff"},
-                      {"state", "09"},
-                      {"abort", "done"},
-                      {"status", kIdle}}},
+                     "carry-out 0 21 00 00 00 08 > 00 00 00 00 05 00; abort > done; "
+                     "status > 00 00 00 00 02 00; upload 2 2 > FF FF; state > 09; abort > done; "
+                     "status > 00 00 00 00 02 00"},
         Conversation{"AddressWithoutMemory",
-                     {{"carry-out 0 21 00 00 00 60", kTargetError},
-                      {"clear", "done"},
-                      {"carry-out 0 41 00 00 08 08", kTargetError},
-                      {"clear", "done"},
-                      {"carry-out 0 41 00 70 ff 1f", kTargetError},
-                      {"clear", "done"},
-                      {"carry-out 0 41 ff ff ff ff", kTargetError}}},
+                     "carry-out 0 21 00 00 00 60 > 01 00 00 00 0A 00; clear > done; "
+                     "carry-out 0 41 00 00 08 08 > 01 00 00 00 0A 00; clear > done; "
+                     "carry-out 0 41 00 70 FF 1F > 01 00 00 00 0A 00; clear > done; "
+                     "carry-out 0 41 FF FF FF FF > 01 00 00 00 0A 00"},
         Conversation{"BlockPastTheEndOfTheFlash",
-                     {{"carry-out 0 21 fe ff 07 08", kDownloadIdle},
-                      {"carry-out 2 01 02 03", kTargetError, "write 0x0807fffe 3 nack address"},
-                      {"clear", "done"},
-                      {"upload 2 2", "ff ff"}}},
+                     "carry-out 0 21 FE FF 07 08 > 00 00 00 00 05 00; "
+                     "carry-out 2 01 02 03 > 01 00 00 00 0A 00 = write 0x0807fffe 3 nack address; "
+                     "clear > done; upload 2 2 > FF FF"},
+        Conversation{"NotACommandOrNotABlock",
+                     "download 0 21 > stall = download nack unknown; "
+                     "status > 0F 00 00 00 0A 00; clear > done; "
+                     "download 0 21 00 00 00 > stall = download nack unknown; clear > done; "
+                     "download 0 21 00 00 00 08 00 > stall = download nack unknown; clear > done; "
+                     "download 0 41 00 > stall = download nack unknown; clear > done; "
+                     "download 0 33 > stall = download nack unknown; clear > done; "
+                     "download 0 00 > stall = download nack unknown; clear > done; "
+                     "download 1 01 > stall = download nack block"},
         Conversation{"ReadProtectionIsKept",
-                     {{"download 0 92", "stall"},
-                      {"status", "0b 00 00 00 0a 00", "read-unprotect nack refused"}}},
+                     "download 0 92 > stall; "
+                     "status > 0B 00 00 00 0A 00 = read-unprotect nack refused"},
         Conversation{"UploadOfTheOtpArea",
-                     {{"carry-out 0 21 00 70 ff 1f", kDownloadIdle},
-                      {"abort", "done"},
-                      {"upload 2 5", "11 47 23 01 07", "read 0x1fff7000 5 ack"},
-                      {"state", "09"},
-                      {"abort", "done"},
-                      {"upload 2 1025", "stall", "read 0x1fff7000 1025 nack address"},
-                      {"status", kTargetError}}},
+                     "carry-out 0 21 00 70 FF 1F > 00 00 00 00 05 00; abort > done; "
+                     "upload 2 5 > 11 47 23 01 07 = read 0x1fff7000 5 ack; state > 09; "
+                     "abort > done; upload 2 1025 > stall = read 0x1fff7000 1025 nack address; "
+                     "status > 01 00 00 00 0A 00"},
         Conversation{"UploadOfTheListOfCommands",
-                     {{"upload 0 64", "00 21 41 92"},
-                      {"status", kIdle},  // a short block ends an upload
-                      {"upload 0 2", "00 21"}}},
+                     "upload 0 64 > 00 21 41 92; status > 00 00 00 00 02 00; upload 0 2 > 00 21"},
         Conversation{"UploadOfWhatIsNotThere",
-                     {{"upload 1 16", "stall"},
-                      {"clear", "done"},
-                      {"upload 2 2049", "stall"},
-                      {"status", kStalledPacketError}}}),
+                     "upload 1 16 > stall; clear > done; upload 2 2049 > stall; "
+                     "status > 0F 00 00 00 0A 00"}),
     [](testing::TestParamInfo<Conversation> const& row) { return std::string(row.param.name); });
 
-TEST_F(Dfuse, RefusesWhatIsNotACommandOrNotABlock)
+TEST_F(Dfuse, RefusesABlockThatIsTooLong)
 {
-    for (auto const& [request, line] :
-         {std::pair{"download 0 21", "download nack unknown"},
-          std::pair{"download 0 21 00 00 00", "download nack unknown"},
-          std::pair{"download 0 21 00 00 00 08 00", "download nack unknown"},
-          std::pair{"download 0 41 00", "download nack unknown"},
-          std::pair{"download 0 33", "download nack unknown"},
-          std::pair{"download 0 00", "download nack unknown"},
-          std::pair{"download 1 01", "download nack block"}}) {
-        EXPECT_EQ(Ask(request), "stall") << request;
-        EXPECT_EQ(Ask("status"), kStalledPacketError) << request;
-        EXPECT_EQ(LastLine(bootloader_), line) << request;
-        Ask("clear");
-    }
-    Bytes const too_long(2049);
-    DfuControl const control{DfuRequest::kDownload, 2, 2049, too_long};
+    Bytes const block(2049);
+    DfuControl const control{DfuRequest::kDownload, 2, 2049, block};
     EXPECT_EQ(ToText(bootloader_.Handle(control, now_)), "stall");
     EXPECT_EQ(LastLine(bootloader_), "download nack size");
 }
@@ -218,7 +175,7 @@ TEST_F(Dfuse, ErasesThePageThatHoldsTheAddress)
 {
     bootloader_.Memory().Load(0x08000000, Bytes(3 * 2048, std::byte{0x00}));
 
-    EXPECT_EQ(Ask("carry-out 0 41 ff 0f 00 08"), kDownloadIdle);
+    EXPECT_EQ(Ask("carry-out 0 41 FF 0F 00 08"), kDownloadIdle);
 
     EXPECT_EQ(bootloader_.Memory().Read(0x080007FF, 1), Hex("00"));
     EXPECT_THAT(bootloader_.Memory().Read(0x08000800, 2048), Each(std::byte{0xFF}));
@@ -251,7 +208,7 @@ TEST_F(Dfuse, WritesBlockTwoAtTheAddressPointerAndTheNextOnesAfterIt)
     EXPECT_EQ(bootloader_.Status().writes, 2U);
     EXPECT_EQ(bootloader_.Status().programmed_over_unerased, 0U);
 
-    Ask("carry-out 4 0a");
+    Ask("carry-out 4 0A");
     EXPECT_EQ(bootloader_.Memory().Read(0x08002000, 1), Hex("00"));
     EXPECT_EQ(bootloader_.Status().programmed_over_unerased, 1U);
 }
@@ -325,7 +282,7 @@ TEST_F(Dfuse, EndsAnOperationWithTheStatusThatAFaultAsksFor)
         bootloader_.Memory().Load(0x08000000, Hex("55"));
         bootloader_.Faults().Add(fault);
 
-        EXPECT_EQ(Ask(request), std::string(status) + " 00 00 00 0a 00");
+        EXPECT_EQ(Ask(request), std::string(status) + " 00 00 00 0A 00");
 
         EXPECT_THAT(LastLine(bootloader_), testing::EndsWith("nack fault"));
         EXPECT_EQ(bootloader_.Memory().Read(0x08000000, 1), Hex("55"));
