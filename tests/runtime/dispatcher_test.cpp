@@ -400,7 +400,7 @@ TEST_F(FastListenerTest, IsRefusedASecondTimeWhateverItsReceiver)
 // Into the lowest free slot, which also decides the order of the calls.
 TEST_F(FastListenerTest, TheNinthIsRefusedUntilASlotIsFreed)
 {
-    class NamedListener : public IFastListener {
+    class NamedListener final : public IFastListener {
     public:
         NamedListener(char name, std::string& order) : name_(name), order_(order) {}
         void OnFastMessage(Receiver, std::span<std::byte const, 2>) override { order_ += name_; }
