@@ -133,8 +133,9 @@ TEST(FirmwareFile, ShouldConsistOfWholeWordsWhoseLastOneIsFree)
     QByteArray const image(1020, '\xFF');
     ExpectImageFindings<QByteArray>({
         {Unit::Stm32G4, image + "\xFF\xFF\xFF",
-         "warning: The image has 1023 bytes, which is not a multiple of 4: the program adds 1 zero "
-         "bytes and then replaces the last four, of which 3 belong to the image."},
+         "warning: The image has 1023 bytes, which is not a multiple of 4: the program pads it "
+         "with "
+         "zero bytes and then replaces the last four; bytes of the image that are lost: 3."},
         {Unit::Usb, image + "\xFF\xFF\xFF", "note: The image has 1023 bytes"},
         {Unit::Mcuboot, image + "\xFF\xFF\xFF", ""},
         {Unit::Stm32G4, image + "\x01\x02\x03\x04",
