@@ -96,14 +96,13 @@ void CheckAlignment(Config const& config, Place const& place, qint64 size, Findi
     if (size % kWord == 0) {
         return;
     }
-    auto const rest = kWord - size % kWord;
     auto const size_text = u"The image has %1 bytes, which is not a multiple of %2"_s.arg(
         QString::number(size), QString::number(kWord));
     if (config.Type() == TargetUart) {
         findings.Warn(place,
-                      u"%1: the program adds %2 zero bytes and then replaces the last four, of "
-                      "which %3 belong to the image."_s.arg(size_text, QString::number(rest),
-                                                            QString::number(kWord - rest)));
+                      u"%1: the program pads it with zero bytes and then replaces the last four; "
+                      "bytes of the image that are lost: %2."_s.arg(size_text,
+                                                                    QString::number(size % kWord)));
     } else if (config.Type() == TargetUsb) {
         findings.Note(place, size_text + u'.');
     }

@@ -12,15 +12,51 @@ namespace {
 
 constexpr auto kImage = "Resources/firmware.bin";
 
-void WriteImage(BundleFolder& bundle, QByteArray const& content)
-{
-    bundle.Write(QString::fromLatin1(kImage), content);
-}
+enum class Unit { Stm32G4, Stm32U5, Usb, Mcuboot };
 
-// Gives it that many bytes, which take no room on the disk.
-void ResizeImage(BundleFolder& bundle, qint64 size)
+class ImageBundle : public BundleFolder {
+public:
+    ImageBundle(Unit unit, QByteArray const& content)
+    {
+        if (unit == Unit::Stm32U5) {
+            Set("otp_address", "0x0BFA0000");
+        } else if (unit == Unit::Usb) {
+            UseUsb();
+        } else if (unit == Unit::Mcuboot) {
+            UseMcuboot();
+        }
+        Write(QString::fromLatin1(kImage), content);
+    }
+
+    // Bytes that take no room on the disk.
+    ImageBundle(Unit unit, qint64 size) : ImageBundle(unit, QByteArray())
+    {
+        EXPECT_TRUE(QFile::resize(Path(QString::fromLatin1(kImage)), size));
+    }
+};
+
+// An image, by its content or its size, and the beginning of what is found: severity and text.
+template <typename Image>
+struct ImageCase {
+    Unit unit;
+    Image image;
+    char const* finding;  // empty: nothing
+    bool is_only = true;
+};
+
+template <typename Image>
+void ExpectImageFindings(std::initializer_list<ImageCase<Image>> cases)
 {
-    ASSERT_TRUE(QFile::resize(bundle.Path(QString::fromLatin1(kImage)), size));
+    for (auto const& [unit, image, finding, is_only] : cases) {
+        ImageBundle const bundle(unit, image);
+        auto const colon = QByteArray(finding).indexOf(':') + 1;
+        auto const text = "config.ini:1: " + QByteArray(finding).left(colon) +
+                          " firmware_filename:" + QByteArray(finding).mid(colon);
+        EXPECT_TRUE(*finding == '\0' ? FindsNothing(bundle)
+                    : is_only        ? FindsOnly(bundle, text)
+                                     : Finds(bundle, text))
+            << "unit " << static_cast<int>(unit) << ": " << finding;
+    }
 }
 
 }  // namespace
@@ -31,20 +67,6 @@ TEST(FirmwareFile, MustExistAndBeAFile)
 firmware_filename=gone.bin => error: The firmware file 'gone.bin' does not exist.
 firmware_filename=CP210xVCPDriver.app => error: The firmware file 'CP210xVCPDriver.app' is a folder.
 )");
-}
-
-TEST(FirmwareFile, MustNotBeEmptyOrShort)
-{
-    BundleFolder bundle;
-    WriteImage(bundle, "");
-    EXPECT_TRUE(
-        FindsOnly(bundle, "config.ini:1: error: firmware_filename: The firmware file is empty."));
-    WriteImage(bundle, QByteArray(7, '\xFF'));
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:1: error: firmware_filename: The firmware file has 7 bytes; "
-                          "an image has at least 8."));
-    WriteImage(bundle, QByteArray(8, '\xFF'));
-    EXPECT_TRUE(FindsNothing(bundle));
 }
 
 TEST(FirmwareFile, OutsideTheBundleIsNotShipped)
@@ -83,122 +105,58 @@ TEST(FirmwareFile, BehindALinkInsideTheBundleIsShipped)
     EXPECT_TRUE(FindsNothing(bundle));
 }
 
-TEST(FirmwareFile, WhoseLengthIsNotAMultipleOfFourLosesItsEndOverUart)
-{
-    BundleFolder bundle;
-    WriteImage(bundle, QByteArray(1023, '\xFF'));
-    EXPECT_TRUE(
-        FindsOnly(bundle,
-                  "config.ini:1: warning: firmware_filename: The image has 1023 bytes, which is "
-                  "not a multiple of 4: the program adds 1 zero bytes and then replaces "
-                  "the last four, of which 3 belong to the image."));
-}
-
-TEST(FirmwareFile, WhoseLengthIsNotAMultipleOfFourIsNotedOverUsbAndFineForMcuboot)
-{
-    BundleFolder usb;
-    usb.UseUsb();
-    WriteImage(usb, QByteArray(1023, '\xFF'));
-    EXPECT_TRUE(FindsOnly(usb, "config.ini:1: note: firmware_filename: The image has 1023 bytes"));
-
-    BundleFolder mcuboot;
-    mcuboot.UseMcuboot();
-    WriteImage(mcuboot, QByteArray(1023, '\xFF'));
-    EXPECT_TRUE(FindsNothing(mcuboot));
-}
-
-TEST(FirmwareFile, MustBeARawImage)
+TEST(FirmwareFile, MustBeARawImageThatIsLongEnough)
 {
     QByteArray const rest(100, '\xFF');
-    std::pair<QByteArray, char const*> const wrappings[] = {
-        {"\x7F"
-         "ELF",
-         "an ELF file"},
-        {"PK\x03\x04", "a ZIP archive"},
-        {"DfuSe", "a DfuSe file"},
-        {":020000040800F2\n", "an Intel HEX file"},
-        {"S0030000FC\r\n", "an S-record file"}};
-    for (auto const& [head, name] : wrappings) {
-        BundleFolder bundle;
-        auto const content = head + rest;
-        WriteImage(bundle, content.left(100));
-        auto const text = "config.ini:1: error: firmware_filename: The firmware file is " +
-                          QByteArray(name) + ", and the program writes";
-        EXPECT_TRUE(FindsOnly(bundle, text));
-    }
+    auto const suffixed = rest + "UFD\x10" + QByteArray(4, '\xFF');
+    ExpectImageFindings<QByteArray>({
+        {Unit::Stm32G4, "", "error: The firmware file is empty."},
+        {Unit::Stm32G4, rest.left(7),
+         "error: The firmware file has 7 bytes; an image has at least 8."},
+        {Unit::Stm32G4, rest.left(8), ""},
+        {Unit::Stm32G4, QByteArray("\x7F") + "ELF" + rest.left(96),
+         "error: The firmware file is an ELF file, and the program writes every byte of it as it "
+         "is; use the raw binary image."},
+        {Unit::Stm32G4, "PK\x03\x04" + rest, "error: The firmware file is a ZIP archive,"},
+        {Unit::Stm32G4, "DfuSe" + rest.left(95), "error: The firmware file is a DfuSe file,"},
+        {Unit::Stm32G4, ":020000040800F2\n" + rest.left(84),
+         "error: The firmware file is an Intel HEX file,"},
+        {Unit::Stm32G4, "S0030000FC\r\n" + rest.left(88),
+         "error: The firmware file is an S-record file,"},
+        {Unit::Stm32G4, suffixed, "warning: The firmware file ends with a DFU suffix"},
+        {Unit::Usb, suffixed, ""},
+    });
 }
 
-TEST(FirmwareFile, WithADfuSuffixIsForUsbOnly)
+TEST(FirmwareFile, ShouldConsistOfWholeWordsWhoseLastOneIsFree)
 {
-    QByteArray const suffixed = QByteArray(1016, '\xFF') + "UFD\x10" + QByteArray(4, '\xFF');
-    BundleFolder bundle;
-    WriteImage(bundle, suffixed);
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:1: warning: firmware_filename: The firmware file ends "
-                          "with a DFU suffix"));
-    bundle.UseUsb();
-    EXPECT_TRUE(FindsNothing(bundle));
+    QByteArray const image(1020, '\xFF');
+    ExpectImageFindings<QByteArray>({
+        {Unit::Stm32G4, image + "\xFF\xFF\xFF",
+         "warning: The image has 1023 bytes, which is not a multiple of 4: the program pads it "
+         "with "
+         "zero bytes and then replaces the last four; bytes of the image that are lost: 3."},
+        {Unit::Usb, image + "\xFF\xFF\xFF", "note: The image has 1023 bytes"},
+        {Unit::Mcuboot, image + "\xFF\xFF\xFF", ""},
+        {Unit::Stm32G4, image + "\x01\x02\x03\x04",
+         "note: The last four bytes of the image, 01 02 03 04, are not written; 01 00 00 00 "
+         "replaces them."},
+        {Unit::Stm32G4, image + QByteArray(4, '\0'), ""},
+    });
 }
-
-TEST(LastFourBytes, AreNotedWhenTheyHoldSomething)
-{
-    BundleFolder bundle;
-    WriteImage(bundle, QByteArray(1020, '\xFF') + "\x01\x02\x03\x04");
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:1: note: firmware_filename: The last four bytes of "
-                          "the image, 01 02 03 04, are not written; 01 00 00 00 replaces them."));
-    WriteImage(bundle, QByteArray(1024, '\0'));
-    EXPECT_TRUE(FindsNothing(bundle));
-}
-
-namespace {
-
-enum class Unit { Stm32G4, Stm32U5, Usb, Mcuboot };
-
-// What is found about an image of so many bytes: the beginning of the only finding (empty: there is
-// none), or of one of several.
-struct SizeCase {
-    Unit unit;
-    qint64 size;
-    char const* only;
-    char const* one_of_several = nullptr;
-};
-
-void ExpectFindings(std::initializer_list<SizeCase> cases)
-{
-    for (auto const& [unit, size, only, one] : cases) {
-        BundleFolder bundle;
-        if (unit == Unit::Stm32U5) {
-            bundle.Set("otp_address", "0x0BFA0000");
-        } else if (unit == Unit::Usb) {
-            bundle.UseUsb();
-        } else if (unit == Unit::Mcuboot) {
-            bundle.UseMcuboot();
-        }
-        ResizeImage(bundle, size);
-        QByteArray const place = "config.ini:1: ";
-        auto const text = QByteArray(one != nullptr ? one : only)
-                              .replace(QByteArray(": The"), ": firmware_filename: The")
-                              .replace(": On", ": firmware_filename: On");
-        EXPECT_TRUE(one != nullptr   ? Finds(bundle, place + text)
-                    : text.isEmpty() ? FindsNothing(bundle)
-                                     : FindsOnly(bundle, place + text))
-            << "unit " << static_cast<int>(unit) << ", " << size << " bytes: " << text.data();
-    }
-}
-
-}  // namespace
 
 TEST(ImageInFlash, MustFit)
 {
-    ExpectFindings({
-        {Unit::Stm32G4, 512 * 1024 + 4, nullptr,
+    ExpectImageFindings<qint64>({
+        {Unit::Stm32G4, 512 * 1024 + 4,
          "error: The image has 524292 bytes, more than fit into the flash of the chips 0x469, "
          "0x479 "
-         "from 0x08000000 on."},
+         "from 0x08000000 on.",
+         false},
         {Unit::Stm32U5, 1024 * 1024, "note: On the chip 0x482 the image covers 128 pages"},
-        {Unit::Stm32U5, 2048 * 1024 + 4, nullptr,
-         "error: The image has 2097156 bytes, more than fit into the flash of the chip 0x482 from"},
+        {Unit::Stm32U5, 2048 * 1024 + 4,
+         "error: The image has 2097156 bytes, more than fit into the flash of the chip 0x482 from",
+         false},
         {Unit::Usb, 512 * 1024, ""},
         {Unit::Mcuboot, 2048 * 1024, ""},
         {Unit::Mcuboot, 2048 * 1024 + 1,
@@ -210,10 +168,9 @@ TEST(ImageInFlash, MustFit)
 
 TEST(ImageInFlash, MustFitAfterItsAddress)
 {
-    BundleFolder bundle;
+    ImageBundle bundle(Unit::Stm32G4, qint64{512 * 1024 - 4096 + 4});
     bundle.Set("programming_address", "0x08001000");
     bundle.Set("start_address", "0x08001000");
-    ResizeImage(bundle, 512 * 1024 - 4096 + 4);
     EXPECT_TRUE(Finds(bundle,
                       "config.ini:1: error: firmware_filename: The image has 520196 bytes, more "
                       "than fit into the flash of the chips 0x469, 0x479 from 0x08001000 on."));
@@ -221,7 +178,7 @@ TEST(ImageInFlash, MustFitAfterItsAddress)
 
 TEST(ImageInFlash, MustBeErasedInTheTimeThatTheProgramWaits)
 {
-    ExpectFindings({
+    ExpectImageFindings<qint64>({
         {Unit::Stm32G4, 40 * 2048, ""},
         {Unit::Stm32G4, 40 * 2048 + 4,
          "note: On the chips 0x469, 0x479 the image covers 41 pages, which take about 1.0 s to "
@@ -240,11 +197,11 @@ TEST(ImageInFlash, MustBeErasedInTheTimeThatTheProgramWaits)
 
 TEST(ImageInFlash, HasPageNumbersThatFitIntoOneByte)
 {
-    BundleFolder bundle;
-    ResizeImage(bundle, 256 * 2048);
-    EXPECT_FALSE(Finds(bundle, "config.ini:1: warning: "));
-    ExpectFindings({{Unit::Stm32G4, 256 * 2048 + 4, nullptr,
-                     "warning: On the chips 0x469, 0x479 the image covers 257 pages, whose numbers "
-                     "do not fit into one byte: with a bootloader that lists the short Erase "
-                     "command"}});
+    EXPECT_FALSE(Finds(ImageBundle(Unit::Stm32G4, qint64{256 * 2048}), "config.ini:1: warning: "));
+    ExpectImageFindings<qint64>(
+        {{Unit::Stm32G4, 256 * 2048 + 4,
+          "warning: On the chips 0x469, 0x479 the image covers 257 pages, whose numbers "
+          "do not fit into one byte: with a bootloader that lists the short Erase "
+          "command",
+          false}});
 }
