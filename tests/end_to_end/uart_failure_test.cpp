@@ -64,7 +64,7 @@ TEST_F(UartFailure, EndsWithTheEleventhRefusalOfOneBlock)
     ExpectUpdateFailsWith(u"fault nack-write-data 3 %1"_s.arg(stm32_updater::kMaxRefusals + 1));
 }
 
-TEST_F(UartFailure, ShowsAnUpdateAsFailedWhoseAnswerIsGarbage)
+TEST_F(UartFailure, ShowsAGarbledAnswerAsAFailedUpdate)
 {
     ExpectUpdateFailsWith(u"fault garbage-answer 30 1 66"_s);
 }

@@ -82,7 +82,7 @@ TEST_F(Usb, ErasesEachPageOnceAndWritesEachBlockOnce)
     EXPECT_EQ(unit_->Journal().last(), u"leave 0x08000000 ack"_s);
 }
 
-TEST_F(Usb, LeavesErasingBesideDoneWhenTheToolIsDoneBeforeTheFirstLook)
+TEST_F(Usb, ShowsErasingBesideDoneWhenTheToolEndsBeforeTheFirstLook)
 {
     bundle_.WriteFirmware(QByteArray(3000, '\x5A'));
     Start();
@@ -116,7 +116,7 @@ TEST_F(Usb, KeepsTheProgramAliveUntilTheToolHasWrittenEverythingWhenItsWindowIsC
 
 // ---- Units that are not updated ----
 
-TEST_F(Usb, RefusesAUnitThatDoesNotAnswerWhateverAnEarlierRunHasLeft)
+TEST_F(Usb, RefusesAUnitThatDoesNotAnswerWhateverAnEarlierRunLeftBehind)
 {
     QFile otp_copy(OtpCopyPath());
     ASSERT_TRUE(otp_copy.open(QIODevice::WriteOnly) && otp_copy.write(MakeOtpCopy()) == 1024);

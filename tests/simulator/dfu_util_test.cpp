@@ -162,16 +162,6 @@ TEST_F(DfuUtil, CannotOpenABlockedUnitAndCanOnceItIsNot)
     ExpectImageCanBeWritten();
 }
 
-TEST_F(DfuUtil, GivesUpOnAUnitThatDoesNotAnswer)
-{
-    plugged_.unit.SetSilent(true);
-    WriteImage();
-
-    EXPECT_EQ(Run(kDownload), kToolError);
-
-    EXPECT_THAT(output_, HasSubstr("error get_status"));
-}
-
 struct ToolFault {
     char const* name;
     Fault fault;

@@ -71,9 +71,9 @@ struct Title {
     QString value;  // as in config.ini
 };
 
-class EveryTitle : public DemoTest, public testing::WithParamInterface<Title> {};
+class WindowTitle : public DemoTest, public testing::WithParamInterface<Title> {};
 
-TEST_P(EveryTitle, OfABundleOfOnesOwnIsUnderstood)
+TEST_P(WindowTitle, OfYourOwnBundleMayBeAnyText)
 {
     bundle_.SetKey(u"window_title"_s, GetParam().value);
     bundle_.SetKey(u"device_id_list"_s, u"9, 7 ; the models"_s);
@@ -89,7 +89,7 @@ TEST_P(EveryTitle, OfABundleOfOnesOwnIsUnderstood)
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    , EveryTitle,
+    , WindowTitle,
     testing::Values(Title{"QuotedWithComment", u"\"Kelvane; \\\"Lumen\\\" (v2) [a-z]*\" ; new"_s},
                     Title{"VeryLong", QString(3000, u'x')}),
     [](testing::TestParamInfo<Title> const& title) { return std::string(title.param.name); });
