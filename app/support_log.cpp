@@ -6,6 +6,7 @@
 #include <atomic>
 #include <utility>
 
+#include "app/product_type.h"
 #include "runtime/console.h"
 
 namespace {
@@ -70,7 +71,7 @@ QByteArray MakeEntry(QStringView text)
 QString GetLogDirectory(QString const& product_type, QString const& home,
                         QString const& xdg_state_home)
 {
-    if (product_type.compare(QLatin1String("macos"), Qt::CaseInsensitive) == 0) {
+    if (IsMacos(product_type)) {
         return home + QStringLiteral("/Library/Logs/Kelvane Firmware Updater");
     }
     auto const state = QDir::isAbsolutePath(xdg_state_home)

@@ -14,7 +14,7 @@
 struct WindowEnvironment {
     std::function<QList<SerialPortEntry>()> list_serial_ports;
     QString product_type;  // as QSysInfo::productType() names it
-    DetectionIntervals intervals;
+    DetectionIntervals intervals{};
     DriverEnvironment driver{};
     std::shared_ptr<SleepInhibitor> sleep_inhibitor{};  // may be none
 

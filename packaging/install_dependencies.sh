@@ -15,7 +15,7 @@ packages=(
     # the window's fonts are derived from this family at build time
     fonts-inter python3 python3-fonttools
     # the simulated unit and a screen for it
-    umockdev xvfb openbox xdotool imagemagick x11-utils dbus-daemon
+    umockdev xvfb openbox xdotool imagemagick x11-utils
     # other vendors' programs that tests compare with
     stm32flash dfu-util
 )
