@@ -319,7 +319,7 @@ TEST_F(DriverBoxes, LeaveTheSearchForAUnitAsItIs)
     MakeWindow();
 
     ASSERT_TRUE(WaitForCalls(u"connect"_s, 1));
-    EXPECT_EQ(record_->Calls().first(), u"connect \"cu.usbserial-1\" [12 44] verify"_s);
+    EXPECT_EQ(record_->Events().first(), u"connect \"cu.usbserial-1\" [12 44] verify"_s);
 }
 
 TEST_F(DriverQuit, ComesOneSecondAfterTheRefusal)
@@ -386,7 +386,7 @@ TEST_F(DriverQuit, EndsWithItsWindow)
     MakeWindow();
 
     window_.reset();
-    EXPECT_EQ(record_->Calls(), QStringList({u"destroyed"_s}));
+    EXPECT_EQ(record_->Events(), QStringList({u"destroyed"_s}));
 
     driver_.InstallOldDriver();
     user_.Answers({Answer::Yes});

@@ -183,7 +183,7 @@ TEST_F(MainWindowLayout, EmptiesTheLabelsOfAbsentTexts)
 
 TEST_F(MainWindowLayout, ReadsTheSettingsDuringItsConstructionOnly)
 {
-    auto backend = std::make_unique<RecordingBackend>(record_);
+    auto backend = std::make_unique<FakeBackend>(record_);
     {
         IniFile ini("product_text=Lumen\nproduct_list=Lumen:10c4:ea60\n");
         window_ = std::make_unique<MainWindow>(ini.Directory(), ini.Settings(), dfu_util_,

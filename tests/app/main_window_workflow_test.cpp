@@ -247,7 +247,7 @@ TEST_F(MainWindowWorkflow, ADoubleClickStartsOneUpdate)
 
     Q_EMIT window_->DisconnectFromDevice();
     ASSERT_TRUE(WaitForCalls(u"disconnect"_s, 1));
-    EXPECT_EQ(record_->Calls(), QStringList({u"update"_s, u"disconnect"_s}));
+    EXPECT_EQ(record_->Events(), QStringList({u"update"_s, u"disconnect"_s}));
 }
 
 TEST_F(MainWindowWorkflow, AClickDoesNothingWhileNoUnitIsReady)
@@ -261,7 +261,7 @@ TEST_F(MainWindowWorkflow, AClickDoesNothingWhileNoUnitIsReady)
 
     Q_EMIT window_->DisconnectFromDevice();
     ASSERT_TRUE(WaitForCalls(u"disconnect"_s, 1));
-    EXPECT_EQ(record_->Calls(), QStringList({u"disconnect"_s}));
+    EXPECT_EQ(record_->Events(), QStringList({u"disconnect"_s}));
 }
 
 TEST_F(MainWindowWorkflow, TheButtonIsOffBeforeTheUpdateIsAskedFor)
@@ -302,7 +302,7 @@ TEST_F(MainWindowWorkflow, AsksItsBackendOnTheWorkersThreadOnly)
     Q_EMIT window_->DisconnectFromDevice();
 
     ASSERT_TRUE(WaitForCalls(u"disconnect"_s, 1));
-    EXPECT_EQ(record_->Calls(),
+    EXPECT_EQ(record_->Events(),
               QStringList({u"connect \"ttyX\" [1 2] blindly"_s, u"update"_s, u"disconnect"_s}));
     EXPECT_NE(backend_->thread(), gui_thread);
     EXPECT_EQ(backend_->parent(), nullptr);
@@ -337,8 +337,8 @@ TEST_F(MainWindowWorkflow, RequestsDuringAnUpdateWaitForItsEnd)
     record_->update_may_end.release();
 
     ASSERT_TRUE(WaitForCalls(u"connect"_s, 1));
-    EXPECT_EQ(record_->Calls(), QStringList({u"update"_s, u"end of update"_s, u"disconnect"_s,
-                                             u"connect \"ttyX\" [] verify"_s}));
+    EXPECT_EQ(record_->Events(), QStringList({u"update"_s, u"end of update"_s, u"disconnect"_s,
+                                              u"connect \"ttyX\" [] verify"_s}));
 }
 
 TEST_F(MainWindowWorkflow, EndsOnlyAfterARunningUpdate)
@@ -359,7 +359,7 @@ TEST_F(MainWindowWorkflow, EndsOnlyAfterARunningUpdate)
     window_gone.release();
     unit.join();
     EXPECT_FALSE(gone_too_early);
-    EXPECT_EQ(record_->Calls(), QStringList({u"update"_s, u"end of update"_s, u"destroyed"_s}));
+    EXPECT_EQ(record_->Events(), QStringList({u"update"_s, u"end of update"_s, u"destroyed"_s}));
 }
 
 TEST_F(MainWindowWorkflow, TakesItsBackendAlongAtItsEnd)
@@ -368,5 +368,5 @@ TEST_F(MainWindowWorkflow, TakesItsBackendAlongAtItsEnd)
 
     window_.reset();
 
-    EXPECT_EQ(record_->Calls(), QStringList({u"destroyed"_s}));
+    EXPECT_EQ(record_->Events(), QStringList({u"destroyed"_s}));
 }

@@ -4,7 +4,7 @@
 
 MainWindow& WindowTest::MakeWindow(targetInterfaceType type)
 {
-    auto backend = std::make_unique<RecordingBackend>(record_);
+    auto backend = std::make_unique<FakeBackend>(record_);
     backend_ = backend.get();
     window_ = std::make_unique<MainWindow>(ini_.Directory(), ini_.Settings(), dfu_util_, type,
                                            std::move(backend), environment_);

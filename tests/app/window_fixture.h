@@ -1,4 +1,4 @@
-// A real main window over a recording backend, with a resource directory and a list of serial ports
+// A real main window over a fake backend, with a resource directory and a list of serial ports
 // of the test's own.
 #pragma once
 
@@ -16,10 +16,12 @@
 #include "app/main_window.h"
 #include "tests/app/driver_stand_ins.h"
 #include "tests/app/ini_file.h"
-#include "tests/app/recording_backend.h"
+#include "tests/support/fake_backend.h"
 
 class WindowTest : public testing::Test {
 protected:
+    WindowTest() { record_->answers = false; }
+
     static constexpr int kPatience = 15'000;  // milliseconds
     static constexpr std::chrono::milliseconds kNever{3'600'000};
 
@@ -66,6 +68,6 @@ protected:
                                    .intervals = {.first = kNever},
                                    .driver = driver_.Environment()};
     std::shared_ptr<BackendRecord> record_ = std::make_shared<BackendRecord>();
-    RecordingBackend* backend_ = nullptr;  // owned by the window
+    FakeBackend* backend_ = nullptr;  // owned by the window
     std::unique_ptr<MainWindow> window_;
 };

@@ -12,7 +12,7 @@
 #include <memory>
 #include <type_traits>
 
-#include "tests/updater/fake_updater.h"
+#include "tests/support/fake_backend.h"
 #include "updater/uart_firmware_updater.h"
 
 using namespace Qt::StringLiterals;
@@ -69,10 +69,11 @@ struct WorkingUpdater {
 
     bool WaitForEvents(qsizetype count) const
     {
-        return QTest::qWaitFor([&] { return updater->Events().size() >= count; }, kPatience);
+        return QTest::qWaitFor([&] { return updater->Record().Events().size() >= count; },
+                               kPatience);
     }
 
-    std::unique_ptr<FakeUpdater> updater = std::make_unique<FakeUpdater>();
+    std::unique_ptr<FakeBackend> updater = std::make_unique<FakeBackend>();
     QThread thread;
 };
 
@@ -132,7 +133,7 @@ TEST(UpdaterBase, TellsTheTypesOfItsParameters)
 
 TEST(UpdaterBase, ReachesTheOverrideThroughSlotsConnectedToTheBase)
 {
-    FakeUpdater fake;
+    FakeBackend fake;
     FirmwareUpdaterBase& base = fake;
     QObject trigger;
     QObject::connect(&trigger, &QObject::objectNameChanged, &base,
@@ -140,79 +141,80 @@ TEST(UpdaterBase, ReachesTheOverrideThroughSlotsConnectedToTheBase)
 
     trigger.setObjectName(u"x"_s);
 
-    EXPECT_EQ(fake.Events(), QStringList({u"disconnect"_s, u"status 1"_s}));
+    EXPECT_EQ(fake.Record().Events(), QStringList({u"disconnect"_s, u"status 1"_s}));
 }
 
 TEST(UpdaterBase, ReachesTheOverrideThroughSlotsCalledByName)
 {
-    FakeUpdater fake;
+    FakeBackend fake;
 
     EXPECT_TRUE(QMetaObject::invokeMethod(&fake, "onDisconnectDevice"));
 
-    EXPECT_EQ(fake.Events(), QStringList({u"disconnect"_s, u"status 1"_s}));
+    EXPECT_EQ(fake.Record().Events(), QStringList({u"disconnect"_s, u"status 1"_s}));
 }
 
 TEST(ConnectRequest, ThatVerifiesReportsConnected)
 {
-    FakeUpdater fake;
+    FakeBackend fake;
 
     fake.onConnectToDevice(u"ttyX"_s, {12, 255}, true);
 
-    EXPECT_EQ(fake.Events(), QStringList({u"connect ttyX"_s, u"verify 12 255"_s, u"status 0"_s}));
+    EXPECT_EQ(fake.Record().Events(),
+              QStringList({u"connect ttyX"_s, u"verify 12 255"_s, u"status 0"_s}));
 }
 
 TEST(ConnectRequest, WithoutVerificationNeverAsksForTheModel)
 {
-    FakeUpdater fake;
-    fake.verifies = false;
+    FakeBackend fake;
+    fake.Record().verifies = false;
 
     fake.onConnectToDevice(u"ttyX"_s, {12}, false);
 
-    EXPECT_EQ(fake.Events(), QStringList({u"connect ttyX"_s, u"status 0"_s}));
+    EXPECT_EQ(fake.Record().Events(), QStringList({u"connect ttyX"_s, u"status 0"_s}));
 }
 
 TEST(ConnectRequest, ThatFindsNoUnitReportsDisconnectedAtOnce)
 {
-    FakeUpdater fake;
-    fake.connects = false;
+    FakeBackend fake;
+    fake.Record().connects = false;
 
     fake.onConnectToDevice(u"ttyX"_s, {12}, true);
 
-    EXPECT_EQ(fake.Events(), QStringList({u"connect ttyX"_s, u"status 1"_s}));
+    EXPECT_EQ(fake.Record().Events(), QStringList({u"connect ttyX"_s, u"status 1"_s}));
 }
 
 TEST(ConnectRequest, OfAWrongModelClosesTheTransportBeforeItReports)
 {
-    FakeUpdater fake;
-    fake.verifies = false;
+    FakeBackend fake;
+    fake.Record().verifies = false;
 
     fake.onConnectToDevice(u"ttyX"_s, {12}, true);
 
-    EXPECT_EQ(fake.Events(),
+    EXPECT_EQ(fake.Record().Events(),
               QStringList({u"connect ttyX"_s, u"verify 12"_s, u"disconnect"_s, u"status 2"_s}));
 }
 
 TEST(ConnectRequest, AfterAWrongModelStartsFromScratch)
 {
-    FakeUpdater fake;
-    fake.verifies = false;
+    FakeBackend fake;
+    fake.Record().verifies = false;
     fake.onConnectToDevice(u"ttyX"_s, {12}, true);
-    fake.verifies = true;
+    fake.Record().verifies = true;
 
     fake.onConnectToDevice(u"ttyY"_s, {13}, true);
 
-    EXPECT_EQ(fake.Events().mid(4),
+    EXPECT_EQ(fake.Record().Events().mid(4),
               QStringList({u"connect ttyY"_s, u"verify 13"_s, u"status 0"_s}));
 }
 
 TEST(UpdateRequest, ThatSucceedsResetsTheUnitBeforeItReports)
 {
-    FakeUpdater fake(u"/images/fw.bin"_s);
-    fake.percentages = {0, 50, 100};
+    FakeBackend fake(std::make_shared<BackendRecord>(), u"/images/fw.bin"_s);
+    fake.Record().percentages = {0, 50, 100};
 
     fake.onStartUpdate();
 
-    EXPECT_EQ(fake.Events(),
+    EXPECT_EQ(fake.Record().Events(),
               QStringList({u"UpdateStarted"_s, u"upload /images/fw.bin"_s, u"ProgressUpdate 0"_s,
                            u"ProgressUpdate 50"_s, u"ProgressUpdate 100"_s, u"reset"_s,
                            u"UpdateFinished true"_s}));
@@ -220,23 +222,23 @@ TEST(UpdateRequest, ThatSucceedsResetsTheUnitBeforeItReports)
 
 TEST(UpdateRequest, ThatFailsDoesNotResetTheUnit)
 {
-    FakeUpdater fake(u"/images/fw.bin"_s);
-    fake.uploads = false;
+    FakeBackend fake(std::make_shared<BackendRecord>(), u"/images/fw.bin"_s);
+    fake.Record().uploads = false;
 
     fake.onStartUpdate();
 
-    EXPECT_EQ(fake.Events(), QStringList({u"UpdateStarted"_s, u"upload /images/fw.bin"_s,
-                                          u"UpdateFinished false"_s}));
+    EXPECT_EQ(fake.Record().Events(), QStringList({u"UpdateStarted"_s, u"upload /images/fw.bin"_s,
+                                                   u"UpdateFinished false"_s}));
 }
 
 TEST(UpdateRequest, CanBeRepeatedAndFinishesOncePerStart)
 {
-    FakeUpdater fake;
+    FakeBackend fake;
     QSignalSpy const started(&fake, &FirmwareUpdaterBase::UpdateStarted);
     QSignalSpy const finished(&fake, &FirmwareUpdaterBase::UpdateFinished);
 
     for (int i = 1; i <= 3; ++i) {
-        fake.uploads = i != 2;
+        fake.Record().uploads = i != 2;
         fake.onStartUpdate();
         EXPECT_EQ(started.count(), i);
         EXPECT_EQ(finished.count(), i);
@@ -246,29 +248,28 @@ TEST(UpdateRequest, CanBeRepeatedAndFinishesOncePerStart)
 
 TEST(UpdaterThread, RunsRequestsOfAnUpdateAfterItInTheirOrder)
 {
-    QSemaphore upload_may_end;
     WorkingUpdater working;
-    FakeUpdater& fake = *working.updater;
-    fake.upload_may_end = &upload_may_end;
+    FakeBackend& fake = *working.updater;
+    fake.Record().holds_updates = true;
     working.Request([&] { fake.onStartUpdate(); });
     ASSERT_TRUE(working.WaitForEvents(2)) << "the upload never began";
 
     working.Request([&] { fake.onDisconnectDevice(); });
     working.Request([&] { fake.onConnectToDevice(u"ttyX"_s, {}, false); });
-    upload_may_end.release();
+    fake.Record().update_may_end.release();
     ASSERT_TRUE(working.WaitForEvents(8));
 
-    EXPECT_EQ(fake.Events(),
+    EXPECT_EQ(fake.Record().Events(),
               QStringList({u"UpdateStarted"_s, u"upload "_s, u"reset"_s, u"UpdateFinished true"_s,
                            u"disconnect"_s, u"status 1"_s, u"connect ttyX"_s, u"status 0"_s}));
-    EXPECT_THAT(fake.Threads(), testing::Each(&working.thread));
+    EXPECT_THAT(fake.Record().Threads(), testing::Each(&working.thread));
 }
 
 TEST(UpdaterThread, DeliversStatusAndListAcrossThreads)
 {
     WorkingUpdater working;
-    FakeUpdater& fake = *working.updater;
-    fake.verifies = false;
+    FakeBackend& fake = *working.updater;
+    fake.Record().verifies = false;
     QList<ConnectionStatus> received;
     QObject receiver;
     QObject::connect(&fake, &FirmwareUpdaterBase::UpdateConnectionStatus, &receiver,
@@ -283,5 +284,5 @@ TEST(UpdaterThread, DeliversStatusAndListAcrossThreads)
     ASSERT_TRUE(QTest::qWaitFor([&] { return !received.isEmpty(); }, kPatience));
 
     EXPECT_EQ(received, QList({ConnectionStatus::VerificationFailed}));
-    EXPECT_EQ(fake.Events().at(1), u"verify 12 200"_s);
+    EXPECT_EQ(fake.Record().Events().at(1), u"verify 12 200"_s);
 }
