@@ -1,4 +1,5 @@
-// Fonts, texts, colours and background of the window, from the resource directory and config.ini.
+// Sets the window's fonts, texts, colours and background, from the resource directory and
+// config.ini.
 
 #include <QFontDatabase>
 #include <QPalette>
@@ -70,7 +71,7 @@ void MainWindow::SetupInstructionsLabel(QSettings const& settings)
 
 void MainWindow::SetupTypeLabel(QString const& fw_target_type)
 {
-    // Customers have no use for the word; everyone else must see what they are about to write.
+    // The word means nothing to customers; everyone else must see what they are about to write.
     if (fw_target_type.compare(QLatin1String("customer"), Qt::CaseInsensitive) == 0) {
         return;
     }

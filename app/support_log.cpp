@@ -11,7 +11,7 @@
 
 namespace {
 
-// What the tap's two listeners need; both are plain functions.
+// The tap's two listeners are plain functions, so what they need is global.
 std::atomic<SupportLog*> tapped_log{nullptr};
 std::atomic<QtMessageHandler> next_handler{nullptr};
 
@@ -39,7 +39,7 @@ QLatin1String GetName(QtMsgType type)
     return QLatin1String("message");
 }
 
-// First into the log: the next handler ends the program when the message is fatal.
+// The log comes first: the next handler ends the program if the message is fatal.
 void HandleMessage(QtMsgType type, QMessageLogContext const& context, QString const& text)
 {
     WriteToTappedLog(GetName(type) + QStringLiteral(": ") + text);
@@ -90,7 +90,7 @@ QString SupportLog::GetFile(int age) const
 
 void SupportLog::Write(QStringView text)
 {
-    // Writing a file may itself make Qt say something, which a tap brings back here.
+    // Writing a file may itself make Qt print a message, which the tap would bring back here.
     thread_local bool writing = false;
     if (std::exchange(writing, true)) {
         return;
@@ -113,7 +113,7 @@ void SupportLog::Append(QByteArray const& entry)
     }
     auto const size = file_.size();
     if (file_.write(entry) != entry.size()) {
-        // What a full disk took of it would run into the next entry's line.
+        // The part that fitted on a full disk would run into the next entry's line.
         file_.resize(size);
     }
 }
@@ -124,12 +124,12 @@ bool SupportLog::Open()
         return true;
     }
     QFileInfo const found(CurrentFile());
-    // Opening a pipe would wait for its reader.
+    // Opening a named pipe would block until it has a reader.
     if (!QDir().mkpath(directory_) || (found.exists() && !found.isFile())) {
         return false;
     }
     file_.setFileName(CurrentFile());
-    // What it holds is the customer's own affair until they send it.
+    // Only the customer may read it, until they send it.
     return file_.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered,
                       QFileDevice::ReadOwner | QFileDevice::WriteOwner);
 }
