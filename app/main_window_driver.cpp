@@ -1,10 +1,8 @@
 // Installs, replaces and checks the serial driver (macOS), before the window looks for a unit. The
-// user is asked first. The program quits if the user refuses or the driver is not enabled in the
-// end.
+// user is asked first. The program quits on a refusal, or if the driver is not enabled in the end.
 //
 // A step fails only if its process cannot be started or does not end in time. Exit codes are
-// ignored, so a cancelled password box counts as a removal: what decides is whether the driver is
-// enabled.
+// ignored, so a cancelled password box counts as a removal: only the enabled check decides.
 
 #include <QCoreApplication>
 #include <QCryptographicHash>
@@ -20,8 +18,7 @@
 
 namespace {
 
-// The only text that reaches a shell, with administrator rights, so no path is ever inserted into
-// it.
+// The only text that reaches a shell, with administrator rights, and so it is constant.
 constexpr auto kRemovalScript =
     "do shell script \"rm -rf /Applications/CP210xVCPDriver.app\" with administrator privileges";
 

@@ -1,5 +1,4 @@
-// Sets the window's fonts, texts, colours and background, from the resource directory and
-// config.ini.
+// Sets fonts, texts, colours and background of the window, from its resources and config.ini.
 
 #include <QFontDatabase>
 #include <QPalette>

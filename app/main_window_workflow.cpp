@@ -1,5 +1,4 @@
-// What the window shows during an update: each slot copies one row of window_state.h to the
-// widgets.
+// What the window shows during an update: a slot copies a row of window_state.h to the widgets.
 
 #include <QDebug>
 
