@@ -46,10 +46,10 @@ protected:
         ASSERT_TRUE(QTest::qWaitForWindowExposed(window_.get()));
     }
 
-    void StartUpdate()
+    void ClickUpdate()
     {
         ShowWindowOnUsb();
-        ASSERT_TRUE(QTest::qWaitFor([this] { return Button().isEnabled(); }, kPatience));
+        ASSERT_TRUE(WaitUntilReady());
         Button().click();
     }
 
@@ -65,7 +65,7 @@ protected:
         QSemaphore window_gone;
         bool gone_too_early = true;
         std::thread unit([&] {
-            gone_too_early = window_gone.tryAcquire(1, 300);
+            gone_too_early = window_gone.tryAcquire(1, 50);
             tool_.LetGo();
         });
         window_->close();
@@ -87,7 +87,7 @@ TEST_F(MainWindowOnUsb, ShowsErasingThenPercentThenDone)
     ToolDownloads(
         "wait_for_test; printf 'Download [==] 42%%'; wait_for_test\n"
         "printf '\\rDownload [===] 90%%'; wait_for_test");
-    StartUpdate();
+    ClickUpdate();
 
     ASSERT_TRUE(QTest::qWaitFor([&] { return Bar().text() == u"Erasing"_s; }, kPatience));
     EXPECT_EQ(Button().text(), u"UPDATING"_s);
@@ -103,7 +103,7 @@ TEST_F(MainWindowOnUsb, ShowsErasingThenPercentThenDone)
 TEST_F(MainWindowOnUsb, TellsTheToolWhatIsConfigured)
 {
     ToolDownloads("");
-    StartUpdate();
+    ClickUpdate();
 
     ASSERT_TRUE(QTest::qWaitFor([&] { return Button().text() == u"DONE"_s; }, kPatience));
 
@@ -120,7 +120,7 @@ TEST_F(MainWindowOnUsb, TakesAnyUnitForServiceFirmwareWithoutReadingIt)
 
     ShowWindowOnUsb("fw_target_type=service\n");
 
-    ASSERT_TRUE(QTest::qWaitFor([this] { return Button().isEnabled(); }, kPatience));
+    ASSERT_TRUE(WaitUntilReady());
     EXPECT_EQ(tool_.Arguments(), QStringList({u"-l"_s, u"-a0"_s}));
 }
 
@@ -133,7 +133,7 @@ TEST_F(MainWindowOnUsb, FindsTheUnitBehindMoreThanAPipeHolds)
 
     ShowWindowOnUsb("fw_target_type=service\n");
 
-    EXPECT_TRUE(QTest::qWaitFor([this] { return Button().isEnabled(); }, kPatience));
+    EXPECT_TRUE(WaitUntilReady());
 }
 
 TEST_F(MainWindowOnUsb, NeverDownloadsToAWrongModel)
@@ -152,7 +152,7 @@ TEST_F(MainWindowOnUsb, NeverDownloadsToAWrongModel)
 TEST_F(MainWindowOnUsb, ShowsAFailureWhenTheToolIsKilledAndThen100)
 {
     ToolDownloads("printf 'Download [==] 42%%'; wait_for_test; kill -s KILL $$");
-    StartUpdate();
+    ClickUpdate();
     ASSERT_TRUE(QTest::qWaitFor([&] { return Bar().text() == u"42%"_s; }, kPatience));
 
     tool_.LetGo();
@@ -166,7 +166,7 @@ TEST_F(MainWindowOnUsb, StaysErasingWhenTheToolIsGoneAtTheDownload)
 {
     ToolDownloads("");
     ShowWindowOnUsb();
-    ASSERT_TRUE(QTest::qWaitFor([this] { return Button().isEnabled(); }, kPatience));
+    ASSERT_TRUE(WaitUntilReady());
     ASSERT_TRUE(QFile::remove(tool_.Path()));
     Button().click();
 
@@ -197,7 +197,7 @@ TEST_F(MainWindowOnUsb, ClosedWhileTheModelIsReadEndsAfterTheReadAndDownloadsNot
 TEST_F(MainWindowOnUsb, EndsOnlyAfterTheToolHasWritten)
 {
     ToolDownloads("echo >\"$here/running\"; wait_for_test; echo >\"$here/written\"");
-    StartUpdate();
+    ClickUpdate();
     ASSERT_TRUE(WaitForFile(u"running"_s));
 
     CloseWhileTheToolWaits([this] { EXPECT_TRUE(tool_.Has(u"written"_s)); });
@@ -208,7 +208,7 @@ TEST_F(MainWindowOnUsb, TakesAFloodOfOutputUntilThen)
     ToolDownloads(
         "echo >\"$here/running\"; wait_for_test\n"
         "head -c 20000000 /dev/zero; echo >\"$here/written\"");
-    StartUpdate();
+    ClickUpdate();
     ASSERT_TRUE(WaitForFile(u"running"_s));
     tool_.LetGo();
 
