@@ -1,10 +1,10 @@
-// Where the serial driver is, and what the system's list of extensions says of it. The listings are
-// written by hand, in the form of the tool's own.
+// Where the serial driver is, and how the system's list of extensions is read. The listings are
+// written by hand, in the format of the tool's own.
 #include "app/serial_driver.h"
-#include "config/bundle_paths.h"
 
 #include <gtest/gtest.h>
 
+#include "config/bundle_paths.h"
 #include "tests/app/driver_stand_ins.h"
 
 using namespace Qt::StringLiterals;
@@ -26,7 +26,7 @@ class ExtensionListing : public testing::TestWithParam<Listing> {};
 
 }  // namespace
 
-TEST(SerialDriverPaths, AreThoseOfTheApplicationsFolderAndTheBundle)
+TEST(SerialDriverPaths, AreInTheApplicationsFolderAndTheBundle)
 {
     auto const paths = GetDriverPaths(DriverEnvironment().applications_dir,
                                       QDir(u"/Volumes/X/U.app/Contents/MacOS/../Resources"_s));
@@ -41,7 +41,7 @@ TEST(SerialDriverPaths, AreThoseOfTheApplicationsFolderAndTheBundle)
               "CP210xVCPDriver"_s);
 }
 
-TEST(SerialDriverEnvironment, IsTheSystemsOwnWithTheProductsTimes)
+TEST(SerialDriverEnvironment, HasTheSystemsToolsAndTheTimeoutsByDefault)
 {
     DriverEnvironment const environment;
 
@@ -57,7 +57,7 @@ TEST(SerialDriverEnvironment, IsTheSystemsOwnWithTheProductsTimes)
     EXPECT_EQ(environment.quit_delay, 1s);
 }
 
-TEST_P(ExtensionListing, TellsWhetherTheDriverIsEnabled)
+TEST_P(ExtensionListing, ShowsWhetherTheDriverIsEnabled)
 {
     auto const listing = ReadExtensionListing(QString::fromLatin1(GetParam().name));
     ASSERT_FALSE(listing.isEmpty());
@@ -85,7 +85,7 @@ TEST(IsDriverEnabled, NeedsIdentifierAndStateInOneLine)
     EXPECT_FALSE(IsDriverEnabled("com.silabs.cp210 [activated enabled]"));
 }
 
-TEST(IsDriverEnabled, SurvivesWhatIsNoText)
+TEST(IsDriverEnabled, AcceptsBytesThatAreNotText)
 {
     EXPECT_FALSE(IsDriverEnabled({}));
     EXPECT_FALSE(IsDriverEnabled(QByteArray(100'000, '\xFF')));

@@ -1,4 +1,4 @@
-// The window's table: every event under every transport.
+// The window's table: every event on every transport.
 #include "app/window_state.h"
 
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@ namespace {
 // U+2014 is the em dash.
 auto const kError = u"Error connecting to device \u2014 Disconnect device and repeat step 1-3"_s;
 
-// What a row leaves as it is.
+// The row does not change this.
 constexpr auto same = std::nullopt;
 
 struct Row {
@@ -25,7 +25,7 @@ struct Row {
 
 void PrintTo(Row const& row, std::ostream* out)
 {
-    *out << row.name << " under transport " << row.type;
+    *out << row.name << " on transport " << row.type;
 }
 
 // The rows that are the same for every transport.
@@ -66,7 +66,7 @@ class WindowTable : public testing::TestWithParam<Row> {};
 
 }  // namespace
 
-TEST_P(WindowTable, ChangesExactlyWhatItsRowSays)
+TEST_P(WindowTable, ChangesExactlyTheCellsOfItsRow)
 {
     Row const& row = GetParam();
 
@@ -85,15 +85,11 @@ INSTANTIATE_TEST_SUITE_P(EveryEvent, WindowTable, testing::ValuesIn(AllRows()),
                              return std::string(row.param.name) + std::to_string(row.param.type);
                          });
 
-TEST(WindowEvents, StandForTheConnectionStatuses)
+TEST(WindowEvents, BelongToTheConnectionStatuses)
 {
     EXPECT_EQ(GetConnectionEvent(ConnectionStatus::Connected), WindowEvent::UnitConnected);
     EXPECT_EQ(GetConnectionEvent(ConnectionStatus::Disconnected), WindowEvent::UnitDisconnected);
     EXPECT_EQ(GetConnectionEvent(ConnectionStatus::VerificationFailed), WindowEvent::UnitRefused);
-}
-
-TEST(WindowEvents, AreNoneForAStatusOutsideTheEnumeration)
-{
     EXPECT_EQ(GetConnectionEvent(static_cast<ConnectionStatus>(3)), std::nullopt);
     EXPECT_EQ(GetConnectionEvent(static_cast<ConnectionStatus>(-1)), std::nullopt);
 }
