@@ -103,16 +103,44 @@ class DriverDecision : public DriverTest, public testing::WithParamInterface<Row
 
 class DriverBoxes : public DriverTest {};
 
-// A box that is closed without consent.
-struct BoxToClose {
+struct BoxRow {
     Prepare prepare;
-    Answer button;
-    QStringList journal;
-    bool looks_for_units = false;
+    QString title;
+    QString text;
+    Answer button;        // without consent
+    QStringList journal;  // after that
 };
 
-class DriverRefusal : public DriverTest,
-                      public testing::WithParamInterface<std::tuple<BoxToClose, Answer>> {};
+void PrintTo(BoxRow const& row, std::ostream* out)
+{
+    *out << row.text.toStdString();
+}
+
+std::vector<BoxRow> AllBoxes()
+{
+    return {
+        {NoDriver,
+         u"No driver detected"_s,
+         u"No driver is installed. Do you want to proceed with the installation of the driver? "
+         "(you will be prompted for your password)"_s,
+         Answer::No,
+         {kAskNew}},
+        {OldDriver,
+         u"Old driver detected"_s,
+         u"An old version of the driver is installed. Do you want to proceed with the "
+         "installation of the new driver? (you will be prompted for your password)"_s,
+         Answer::No,
+         {kAskOld, kList}},
+        {DriverThatIsNotEnabled,
+         u"Driver Status"_s,
+         u"Driver not enabled. To enable open System Settings -> Security & Privacy and click "
+         "allow for CP210xVCPDriver"_s,
+         Answer::Ok,
+         {kList, kStatus}},
+    };
+}
+
+class DriverBox : public DriverTest, public testing::WithParamInterface<BoxRow> {};
 
 class DriverQuit : public DriverTest {};
 
@@ -150,74 +178,40 @@ TEST_F(DriverBoxes, AreFollowedByPendingEventsBeforeTheEnabledCheck)
     EXPECT_EQ(driver_.Journal(), QStringList({u"pending event"_s, kList}));
 }
 
-TEST_F(DriverBoxes, HaveTheirTextsAndButtons)
+TEST_P(DriverBox, HasItsTextAndButtons)
 {
-    struct {
-        Prepare prepare;
-        Answer answer;
-        SeenBox box;
-    } const rows[] = {
-        {NoDriver,
-         Answer::No,
-         {u"No driver detected"_s,
-          u"No driver is installed. Do you want to proceed with the installation of the driver? "
-          "(you will be prompted for your password)"_s,
-          QMessageBox::Question,
-          {u"No"_s, u"Yes"_s},
-          false,
-          true}},
-        {OldDriver,
-         Answer::No,
-         {u"Old driver detected"_s,
-          u"An old version of the driver is installed. Do you want to proceed with the "
-          "installation of the new driver? (you will be prompted for your password)"_s,
-          QMessageBox::Question,
-          {u"No"_s, u"Yes"_s},
-          false,
-          true}},
-        {DriverThatIsNotEnabled,
-         Answer::Ok,
-         {u"Driver Status"_s,
-          u"Driver not enabled. To enable open System Settings -> Security & Privacy and click "
-          "allow for CP210xVCPDriver"_s,
-          QMessageBox::Information,
-          {u"OK"_s},
-          true,
-          true}},
-    };
-    for (auto const& [prepare, answer, box] : rows) {
-        DriverStandIns driver(ini_.Directory());
-        environment_.driver = driver.Environment();
-        prepare(driver);
-        user_.Answers({answer});
-
-        MakeWindow();
-
-        ASSERT_FALSE(user_.Seen().isEmpty()) << box.title.toStdString();
-        EXPECT_EQ(user_.Seen().last(), box) << box.title.toStdString();
-    }
-}
-
-TEST_P(DriverRefusal, EndsTheProgramHoweverTheBoxIsClosed)
-{
-    auto const& [box, answer] = GetParam();
-    box.prepare(driver_);
-    user_.Answers({answer == Answer::No ? box.button : answer});
+    auto const& row = GetParam();
+    row.prepare(driver_);
+    user_.Answers({row.button});
 
     MakeWindow();
 
-    EXPECT_TRUE(QuitsByItself());
-    EXPECT_EQ(driver_.Journal(), box.journal);
-    EXPECT_EQ(box.looks_for_units ? WaitForLooks(1) : looks_ > 0, box.looks_for_units);
+    bool const asks = row.button == Answer::No;
+    ASSERT_EQ(user_.Seen().size(), 1);
+    EXPECT_EQ(user_.Seen().first(),
+              (SeenBox{.title = row.title,
+                       .text = row.text,
+                       .icon = asks ? QMessageBox::Question : QMessageBox::Information,
+                       .buttons = asks ? QStringList{u"No"_s, u"Yes"_s} : QStringList{u"OK"_s},
+                       .has_default_button = !asks,
+                       .is_modal = true}));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    EveryBox, DriverRefusal,
-    testing::Combine(
-        testing::Values(BoxToClose{NoDriver, Answer::No, {kAskNew}},
-                        BoxToClose{OldDriver, Answer::No, {kAskOld, kList}, true},
-                        BoxToClose{DriverThatIsNotEnabled, Answer::Ok, {kList, kStatus}}),
-        testing::Values(Answer::No, Answer::Escape, Answer::CloseBox, Answer::QuitProgram)));
+TEST_P(DriverBox, EndsTheProgramHoweverItIsClosedWithoutConsent)
+{
+    auto const& row = GetParam();
+    row.prepare(driver_);
+    for (auto const answer : {row.button, Answer::Escape, Answer::CloseBox, Answer::QuitProgram}) {
+        user_.Answers({answer});
+        MakeWindow();
+
+        EXPECT_TRUE(QuitsByItself());
+        EXPECT_TRUE(user_.HasAnsweredAll());
+    }
+    EXPECT_EQ(driver_.Journal(), row.journal + row.journal + row.journal + row.journal);
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryBox, DriverBox, testing::ValuesIn(AllBoxes()));
 
 TEST_F(DriverBoxes, AppearOnMacosOnly)
 {

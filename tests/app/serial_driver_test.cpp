@@ -10,22 +10,6 @@
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
-namespace {
-
-struct Listing {
-    char const* name;
-    bool is_enabled;
-};
-
-void PrintTo(Listing const& listing, std::ostream* out)
-{
-    *out << listing.name;
-}
-
-class ExtensionListing : public testing::TestWithParam<Listing> {};
-
-}  // namespace
-
 TEST(SerialDriverPaths, AreInTheApplicationsFolderAndTheBundle)
 {
     auto const paths = GetDriverPaths(DriverEnvironment().applications_dir,
@@ -57,22 +41,24 @@ TEST(SerialDriverEnvironment, HasTheSystemsToolsAndTheTimeoutsByDefault)
     EXPECT_EQ(environment.quit_delay, 1s);
 }
 
-TEST_P(ExtensionListing, ShowsWhetherTheDriverIsEnabled)
+TEST(IsDriverEnabled, FindsTheStateInTheToolsListing)
 {
-    auto const listing = ReadExtensionListing(QString::fromLatin1(GetParam().name));
-    ASSERT_FALSE(listing.isEmpty());
-
-    EXPECT_EQ(IsDriverEnabled(listing), GetParam().is_enabled);
+    std::pair<QString, bool> const rows[] = {
+        {u"enabled"_s, true},
+        {u"waiting_for_user"_s, false},
+        {u"disabled"_s, false},
+        {u"terminated_until_reboot"_s, false},
+        {u"two_versions_one_enabled"_s, true},
+        {u"two_versions_none_enabled"_s, false},
+        {u"only_anothers_enabled"_s, false},
+        {u"none"_s, false},
+    };
+    for (auto const& [name, is_enabled] : rows) {
+        auto const listing = ReadExtensionListing(name);
+        EXPECT_FALSE(listing.isEmpty()) << name.toStdString();
+        EXPECT_EQ(IsDriverEnabled(listing), is_enabled) << name.toStdString();
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    EveryState, ExtensionListing,
-    testing::Values(Listing{"enabled", true}, Listing{"waiting_for_user", false},
-                    Listing{"disabled", false}, Listing{"terminated_until_reboot", false},
-                    Listing{"two_versions_one_enabled", true},
-                    Listing{"two_versions_none_enabled", false},
-                    Listing{"only_anothers_enabled", false}, Listing{"none", false}),
-    [](auto const& row) { return std::string(row.param.name); });
 
 TEST(IsDriverEnabled, NeedsIdentifierAndStateInOneLine)
 {
