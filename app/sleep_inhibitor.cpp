@@ -21,9 +21,7 @@ public:
             return;
         }
         process_ = std::make_unique<QProcess>();
-        // A command that prints without end must not exhaust memory.
-        process_->setStandardOutputFile(QProcess::nullDevice());
-        process_->setStandardErrorFile(QProcess::nullDevice());
+        // Not for reading: what a command prints without end must not fill the memory.
         process_->start(command_.program, command_.arguments, QIODevice::WriteOnly);
     }
 
@@ -32,7 +30,6 @@ public:
         if (!process_) {
             return;
         }
-        process_->closeWriteChannel();
         process_->kill();
         process_->waitForFinished(static_cast<int>(patience_.count()));
         if (process_->state() != QProcess::NotRunning) {
