@@ -95,6 +95,11 @@ struct BadTool {
     char const* commands;  // none: the tool is missing
 };
 
+void PrintTo(BadTool const& tool, std::ostream* out)
+{
+    *out << tool.name;
+}
+
 class ToolThatDoesNotWork : public SleepInhibitorTest,
                             public testing::WithParamInterface<BadTool> {};
 
