@@ -217,7 +217,7 @@ TEST_F(SleepInhibitorTest, LeavesNoZombieOfAToolThatEndsAtOnce)
     EXPECT_TRUE(WaitUntilNothingIsLeft());
 }
 
-TEST_F(SleepInhibitorTest, ReadsNothingOfWhatTheToolPrints)
+TEST_F(SleepInhibitorTest, DiscardsWhatTheToolPrints)
 {
     tool_.Does(
         "outputs=$(readlink /proc/$$/fd/1 /proc/$$/fd/2)\n"

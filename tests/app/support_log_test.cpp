@@ -50,24 +50,16 @@ protected:
     SupportLog log_{Directory()};
 };
 
-// What this process prints while it lives.
-class Output {
-public:
-    Output()
-    {
-        testing::internal::CaptureStdout();
-        testing::internal::CaptureStderr();
-    }
-    Output(Output const&) = delete;
-    Output& operator=(Output const&) = delete;
-
-    // Must be called once.
-    std::string Take()
-    {
-        auto const output = testing::internal::GetCapturedStdout();
-        return output + testing::internal::GetCapturedStderr();
-    }
-};
+// What this process prints while `run` runs.
+template <typename Function>
+std::string GetOutput(Function const& run)
+{
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    run();
+    auto const output = testing::internal::GetCapturedStdout();
+    return output + testing::internal::GetCapturedStderr();
+}
 
 // A disk on which no file of this process can grow beyond a size, in bytes.
 class FullDisk {
@@ -179,9 +171,7 @@ TEST_F(SupportLogTest, IsSilentWhereItCannotBeWritten)
     // Permissions do not stop root; a file in the folder's place does.
     QFile in_the_way(root_.filePath(u"state"_s));
     ASSERT_TRUE(in_the_way.open(QIODevice::WriteOnly));
-    Output output;
-    log_.Write(u"lost");
-    EXPECT_EQ(output.Take(), "");
+    EXPECT_EQ(GetOutput([this] { log_.Write(u"lost"); }), "");
     EXPECT_EQ(in_the_way.size(), 0);
 
     ASSERT_TRUE(in_the_way.remove());
@@ -200,16 +190,15 @@ TEST_F(SupportLogTest, DoesNotWaitForTheReaderOfAPipeInItsPlace)
 TEST_F(SupportLogTest, IsSilentOnAFullDiskAndContinuesWhenThereIsRoomAgain)
 {
     log_.Write(u"before");
-    Output output;
-    {
-        // Room for the beginning of an entry, and for none.
-        constexpr qint64 kRoom = 10;
-        FullDisk const disk(QFileInfo(log_.CurrentFile()).size() + kRoom);
-        log_.Write(u"lost");
-        log_.Write(u"lost");
-    }
+    EXPECT_EQ(GetOutput([this] {
+                  // Room for the beginning of an entry, and for none.
+                  constexpr qint64 kRoom = 10;
+                  FullDisk const disk(QFileInfo(log_.CurrentFile()).size() + kRoom);
+                  log_.Write(u"lost");
+                  log_.Write(u"lost");
+              }),
+              "");
     log_.Write(u"after");
-    EXPECT_EQ(output.Take(), "");
     EXPECT_THAT(Lines(), ElementsAre(MatchesRegex(std::string(kTime) + "before"),
                                      MatchesRegex(std::string(kTime) + "after")));
 }
@@ -223,12 +212,13 @@ TEST_F(SupportLogTest, StopsAtItsSizeWhenOlderFilesCannotBeMoved)
     for (int age = 1; age < SupportLog::kFiles; ++age) {
         ASSERT_TRUE(QDir().mkpath(in_the_way(age)));
     }
-    Output output;
     log_.Write(u"first");
-    for (int entry = 0; entry < 40; ++entry) {
-        log_.Write(QString(60'000, QLatin1Char('x')));
-    }
-    EXPECT_EQ(output.Take(), "");
+    EXPECT_EQ(GetOutput([this] {
+                  for (int entry = 0; entry < 40; ++entry) {
+                      log_.Write(QString(60'000, QLatin1Char('x')));
+                  }
+              }),
+              "");
     for (int age = 1; age < SupportLog::kFiles; ++age) {
         EXPECT_TRUE(QFileInfo(in_the_way(age)).isDir()) << age;
     }

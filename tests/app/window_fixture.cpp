@@ -1,5 +1,8 @@
 #include "tests/app/window_fixture.h"
 
+#include <sys/wait.h>
+
+#include <cerrno>
 #include <utility>
 
 MainWindow& WindowTest::MakeWindow(targetInterfaceType type)
@@ -69,6 +72,11 @@ bool WindowTest::WaitForLooks(int count)
 bool WindowTest::WaitUntilReady()
 {
     return QTest::qWaitFor([this] { return Button().isEnabled(); }, kPatience);
+}
+
+bool WindowTest::HasChildProcess()
+{
+    return waitpid(-1, nullptr, WNOHANG) != -1 || errno != ECHILD;
 }
 
 WindowTest::Shown WindowTest::GetShown()

@@ -40,6 +40,9 @@ protected:
     bool WaitForLooks(int count);  // at the list of ports
     bool WaitUntilReady();         // a unit is connected
 
+    // Whether a tool that the window has started still runs, or is a zombie.
+    static bool HasChildProcess();
+
     // Throws if there is none of that name.
     template <typename Widget>
     Widget& Find(char const* name)
