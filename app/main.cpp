@@ -1,5 +1,5 @@
-// Program entry: starts the log, reads config.ini, builds the one backend it asks for, shows the
-// window.
+// Program entry: starts the log, reads config.ini, builds the backend that it selects, and shows
+// the window.
 
 #include <QApplication>
 #include <QDir>

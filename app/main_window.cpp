@@ -18,7 +18,7 @@ MainWindow::MainWindow(QDir resourceDir, QSettings const& settings, QString dfuU
       dfu_util_path_(std::move(dfuUtilPath)),
       environment_(std::move(environment))
 {
-    // Elsewhere the icon comes with the bundle or the desktop entry.
+    // On other systems the icon comes with the bundle or the desktop entry.
     if (environment_.IsSystem(QLatin1String("windows"))) {
         setWindowIcon(QIcon(resource_dir_.filePath(QStringLiteral("AppIcon.ico"))));
     }
@@ -30,9 +30,10 @@ MainWindow::MainWindow(QDir resourceDir, QSettings const& settings, QString dfuU
     SetupInstructionsLabel(settings);
     SetupUpdateButton();
     SetupProgressBar();
+    Apply(WindowEvent::UnitDisconnected);
 
     products_ = ReadProducts(settings);
-    // Elsewhere the system brings the driver along.
+    // Other systems include the driver.
     if (environment_.IsSystem(QLatin1String("macos")) && !PrepareDriver()) {
         return;
     }

@@ -1,10 +1,11 @@
-// The program's one window: one button, one progress bar whose text is the status line. Owns the
-// backend and the worker thread on which it lives; the two talk in queued signals only.
+// The program's only window: one button, and one progress bar whose text is the status line. It
+// owns the backend and the worker thread on which the backend lives; the two exchange queued
+// signals only.
 //
-// Its concerns stand in files of their own: main_window.cpp builds it, main_window_workflow.cpp
-// turns events into what it shows, main_window_detection.cpp looks for a unit,
-// main_window_driver.cpp sees to the serial driver on macOS, main_window_style.cpp gives the window
-// its fonts, texts and background.
+// The class has one source file for each task: main_window.cpp builds the window,
+// main_window_workflow.cpp shows the course of an update, main_window_detection.cpp looks for a
+// unit, main_window_driver.cpp manages the serial driver on macOS, and main_window_style.cpp sets
+// fonts, texts and background.
 #pragma once
 
 #include <QByteArray>
@@ -33,18 +34,18 @@ class MainWindow : public QMainWindow {
     Q_OBJECT
 
 public:
-    // `settings` is read during the construction only. On macOS the construction may ask the user
-    // about the serial driver and run its tools, for minutes. With a driver that is missing or not
-    // enabled in the end the window looks for no unit. Then, and after a refusal or a failed
-    // removal, the program ends soon after its event loop has begun.
+    // `settings` is read during construction only. On macOS the constructor may ask the user about
+    // the serial driver and run its tools, which can take minutes. If the driver is still missing
+    // or not enabled after that, the window does not look for units. In this case, and after a
+    // refusal or a failed removal, the program quits soon after its event loop has started.
     MainWindow(QDir resourceDir, QSettings const& settings, QString dfuUtilPath,
                targetInterfaceType type, std::unique_ptr<FirmwareUpdaterBase> updater,
                WindowEnvironment environment = WindowEnvironment::System());
-    // Waits, without limit, for an update that still runs.
+    // Waits, without a time-out, for an update that is still running.
     ~MainWindow() override;
 
-    // The content of NAME.bin in the resource directory for every known product; empty where that
-    // file cannot be opened. The update itself writes the file that config.ini names.
+    // The content of NAME.bin in the resource directory for every known product, empty where that
+    // file cannot be opened. An update does not use it: it writes the file that config.ini names.
     QMap<QString, QByteArray> readBinaries() const;
 
 Q_SIGNALS:
@@ -76,19 +77,20 @@ private:
     void SetupUpdateButton();
     void SetupProgressBar();
 
-    void Show(WindowEvent event);
+    void Show(WindowEvent event);   // and logs it
+    void Apply(WindowEvent event);  // copies its row of window_state.h to the widgets
     QStringList GetUsbDfuDevices();
     Detection LookForUnit();
     void LogWhenChanged(QStringList const& attached);
     void CheckAgain(std::chrono::milliseconds delay, Qt::TimerType type);
 
-    // Whether the construction may go on.
+    // Returns false if the window must not look for units.
     bool PrepareDriver();
     void ReplaceDriver();
     int CheckDriverVersion() const;  // a DriverVersion
-    // Whether the driver was asked to go and its removal ended in time.
+    // Returns whether the driver's own uninstallation and its removal both ended in time.
     bool UninstallDriver() const;
-    // Always true: failures are logged, and the driver's state afterwards decides.
+    // Always returns true: failures are only logged, and the driver's state afterwards decides.
     bool InstallDriver() const;
     bool CheckDriverEnabled() const;
     bool AskForConsent(QString const& title, QString const& question);
@@ -103,7 +105,7 @@ private:
     QMap<QString, uint32_t> products_;
     QList<uint8_t> device_ids_;
     QString current_port_;
-    QStringList attached_;  // as logged last
+    QStringList attached_;  // what was logged last
     bool unit_ready_ = false;
     Fonts fonts_;
     WindowEnvironment environment_;

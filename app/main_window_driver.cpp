@@ -1,9 +1,8 @@
-// The window's care for the serial driver, on macOS and before anything else can happen: what the
-// bundle has is installed or takes the place of an old one, with the user's consent, and the system
-// must have enabled it. Where that does not come about, the program ends.
+// Installs, replaces and checks the serial driver (macOS), before the window looks for a unit. The
+// user is asked first. The program quits on a refusal, or if the driver is not enabled in the end.
 //
-// Only waits are judged, never exit codes: a password box that was cancelled counts as a removal.
-// Whether the extension is enabled in the end decides anyway.
+// A step fails only if its process cannot be started or does not end in time. Exit codes are
+// ignored, so a cancelled password box counts as a removal: only the enabled check decides.
 
 #include <QCoreApplication>
 #include <QCryptographicHash>
@@ -19,15 +18,15 @@
 
 namespace {
 
-// The one text that a shell gets to see, with administrator rights: nothing is ever put into it.
+// The only text that reaches a shell, with administrator rights, and so it is constant.
 constexpr auto kRemovalScript =
     "do shell script \"rm -rf /Applications/CP210xVCPDriver.app\" with administrator privileges";
 
-// SHA-256; empty when the file cannot be read to its end.
+// The SHA-256 of the file; empty if it cannot be read to its end.
 QByteArray GetDigest(QFile& file)
 {
     QCryptographicHash hash(QCryptographicHash::Sha256);
-    // addData takes a file that claims to have no size for read, whatever error there was.
+    // addData() reports success for a zero-sized file even after a read error.
     bool const is_read = hash.addData(&file) && file.error() == QFileDevice::NoError;
     return is_read ? hash.result() : QByteArray();
 }
@@ -97,7 +96,7 @@ void MainWindow::ReplaceDriver()
     if (!UninstallDriver()) {
         QuitSoon();
     }
-    // Also after a failed removal: it may have got far enough to leave no driver at all.
+    // The driver is installed even after a failed removal, which may have left none at all.
     InstallDriver();
 }
 
@@ -162,8 +161,8 @@ void MainWindow::QuitSoon()
 {
     QTimer::singleShot(environment_.driver.quit_delay, this, [this] {
         QCoreApplication::quit();
-        // Nobody hears it before the program's event loop runs, and a dialog or the wait for an
-        // installation may last that long. Once it was heard, this timer never comes due.
+        // quit() has no effect before the program's event loop runs, which a dialog or a slow
+        // installation delays. It is retried until it takes effect.
         QuitSoon();
     });
 }

@@ -1,4 +1,4 @@
-// Fonts, texts, colours and background of the window, from the resource directory and config.ini.
+// Sets fonts, texts, colours and background of the window, from its resources and config.ini.
 
 #include <QFontDatabase>
 #include <QPalette>

@@ -1,4 +1,4 @@
-// The update as the window shows it: each slot copies one row of window_state.h to the widgets.
+// What the window shows during an update: a slot copies a row of window_state.h to the widgets.
 
 #include <QDebug>
 
@@ -8,21 +8,15 @@
 void MainWindow::SetupUpdateButton()
 {
     ui_->updateButton->setFont(fonts_.bold_16);
-    ui_->updateButton->setEnabled(false);
-    ui_->updateButton->setText(QStringLiteral("UPDATE"));
     ui_->updateButton->setAccessibleDescription(
         QStringLiteral("Writes the new firmware to the unit"));
-    ui_->updateButton->setStyleSheet(GetButtonStyleSheet(ButtonStyle::Disabled));
     connect(ui_->updateButton, &QPushButton::clicked, this, &MainWindow::onUpdateButtonClicked);
 }
 
 void MainWindow::SetupProgressBar()
 {
     ui_->progressBar->setFont(fonts_.regular_12);
-    ui_->progressBar->setValue(0);
-    ui_->progressBar->setFormat(QStringLiteral(""));
     ui_->progressBar->setAccessibleName(QStringLiteral("Update progress"));
-    ui_->progressBar->setAccessibleDescription(GetStatusText(WindowEvent::UnitDisconnected));
 
     auto* const updater = updater_.get();
     connect(this, &MainWindow::ProgressStart, ui_->progressBar, &QProgressBar::reset);
@@ -36,7 +30,7 @@ void MainWindow::SetupProgressBar()
 
 void MainWindow::onUpdateButtonClicked()
 {
-    // Disabled first, so that a second click cannot ask for a second update.
+    // The button is disabled first, so that a second click cannot request a second update.
     Show(WindowEvent::UpdateRequested);
     Q_EMIT UpdateDevice();
 }
@@ -76,8 +70,13 @@ void MainWindow::onEraseFinished()
 
 void MainWindow::Show(WindowEvent event)
 {
-    auto const change = GetWindowChange(event, type_);
     qInfo().noquote() << "window:" << GetEventName(event);
+    Apply(event);
+}
+
+void MainWindow::Apply(WindowEvent event)
+{
+    auto const change = GetWindowChange(event, type_);
     if (change.unit_ready) {
         unit_ready_ = *change.unit_ready;
     }

@@ -1,40 +1,40 @@
-// The macOS driver of the units' USB-to-serial adapter, as far as it can be told without running
-// anything: where it is, what manages it and for how long, and what the system says of it. Running
-// the tools and asking the user are the window's (main_window_driver.cpp).
+// What is known about the macOS driver of the units' USB-to-serial adapter without running
+// anything: the tools that manage it, their time-outs, and how to read the system's list of
+// drivers. main_window_driver.cpp runs the tools and asks the user.
 #pragma once
 
 #include <QByteArray>
 #include <QString>
 #include <chrono>
 
-// What the comparison of the installed driver with the bundle's gives.
+// The result of comparing the installed driver with the bundle's.
 enum DriverVersion : int {
     DriverCurrent = 0,  // byte for byte the bundle's
     DriverMissing = 1,  // not installed, or one of the two cannot be opened
-    DriverOld = 2,      // another than the bundle's
+    DriverOld = 2,      // differs from the bundle's
 };
 
-// How long the window waits for each child process; it does nothing else meanwhile. A process that
-// outlives its time is killed.
+// How long the window waits for each child process. It is blocked meanwhile. A process that takes
+// longer is killed.
 struct DriverTimeouts {
     std::chrono::milliseconds uninstall{60'000};
-    std::chrono::milliseconds removal{60'000};  // the user types a password in it
+    std::chrono::milliseconds removal{60'000};  // includes typing a password
     std::chrono::milliseconds copy{30'000};
     std::chrono::milliseconds install_start{30'000};
     std::chrono::milliseconds install{60'000};
     std::chrono::milliseconds extension_listing{30'000};
 };
 
-// What driver management needs of the system; the defaults are the real ones.
+// The system as driver management sees it; the defaults are the real one's.
 struct DriverEnvironment {
     QString applications_dir = QStringLiteral("/Applications");
     QString osascript = QStringLiteral("osascript");
     QString cp = QStringLiteral("cp");
     QString systemextensionsctl = QStringLiteral("systemextensionsctl");
     DriverTimeouts timeouts{};
-    std::chrono::milliseconds quit_delay{1000};  // from a refusal to the end of the program
+    std::chrono::milliseconds quit_delay{1000};  // from a refusal until the program quits
 };
 
-// Whether `listing`, the output of "systemextensionsctl list", names the driver's extension in the
-// one state in which it works. Each extension is one line of it.
+// Returns whether `listing`, the output of "systemextensionsctl list", has the driver's extension
+// in the only state in which it works. Each extension has one line.
 bool IsDriverEnabled(QByteArray const& listing);

@@ -1,32 +1,35 @@
 // Keeps the computer awake while an update runs: a unit whose computer falls asleep is left
-// half-written. Only ever an attempt: where the system offers no such thing, nothing happens.
+// half-written. It is only an attempt: an update never depends on it.
 #pragma once
 
 #include <QString>
+#include <QStringList>
+#include <chrono>
 #include <memory>
 
-// GUI thread only. No operation waits for an answer or for a service: whether the request is heard
-// shows later, if at all.
+// GUI thread only.
 class SleepInhibitor {
 public:
     virtual ~SleepInhibitor() = default;  // releases
 
-    virtual void Hold() = 0;  // no effect while held
-    virtual void Release() = 0;
+    virtual void Hold() = 0;     // no effect while held
+    virtual void Release() = 0;  // no effect while not held
 };
 
-// For macOS: a child process holds the system awake, and ends by itself should this one be gone.
-// Releasing kills it and waits, for a second at most, until it is gone. caffeinate: the tool's
-// path.
-std::unique_ptr<SleepInhibitor> MakeCaffeinateInhibitor(QString const& caffeinate);
+// A command that keeps the computer awake for as long as it runs.
+struct StayAwakeCommand {
+    QString program;  // a path, or a name that is looked up in PATH
+    QStringList arguments;
 
-// For the desktops of Linux: asks the desktop portal, and where there is none the older service of
-// power managers, over a connection of its own to the session's bus at `bus_address`. The services
-// end what was asked for as soon as that connection ends.
-std::unique_ptr<SleepInhibitor> MakeDesktopInhibitor(QString const& bus_address);
+    bool operator==(StayAwakeCommand const&) const = default;
+};
 
-// The one for this system, as QSysInfo::productType() names it; none where there is nobody to ask.
-// bus_address: the variable DBUS_SESSION_BUS_ADDRESS.
+// The command for this system, as QSysInfo::productType() names it. It ends by itself when the
+// process with this id does, or when its standard input, a pipe from that process, is closed.
+StayAwakeCommand GetStayAwakeCommand(QString const& product_type, qint64 process_id);
+
+// Runs the command while held, without a word to the user if it cannot be started or fails. To
+// release it kills the command and waits for its end, but no longer than `patience`; a command that
+// is not gone by then is left to the event loop.
 std::unique_ptr<SleepInhibitor> MakeSleepInhibitor(
-    QString const& product_type, QString const& bus_address,
-    QString const& caffeinate = QStringLiteral("/usr/bin/caffeinate"));
+    StayAwakeCommand command, std::chrono::milliseconds patience = std::chrono::milliseconds(100));

@@ -6,11 +6,12 @@
 #include <atomic>
 #include <utility>
 
+#include "app/product_type.h"
 #include "runtime/console.h"
 
 namespace {
 
-// What the tap's two listeners need; both are plain functions.
+// The tap's two listeners are plain functions, so what they need is global.
 std::atomic<SupportLog*> tapped_log{nullptr};
 std::atomic<QtMessageHandler> next_handler{nullptr};
 
@@ -38,7 +39,7 @@ QLatin1String GetName(QtMsgType type)
     return QLatin1String("message");
 }
 
-// First into the log: the next handler ends the program when the message is fatal.
+// The log comes first: the next handler ends the program if the message is fatal.
 void HandleMessage(QtMsgType type, QMessageLogContext const& context, QString const& text)
 {
     WriteToTappedLog(GetName(type) + QStringLiteral(": ") + text);
@@ -70,7 +71,7 @@ QByteArray MakeEntry(QStringView text)
 QString GetLogDirectory(QString const& product_type, QString const& home,
                         QString const& xdg_state_home)
 {
-    if (product_type.compare(QLatin1String("macos"), Qt::CaseInsensitive) == 0) {
+    if (IsMacos(product_type)) {
         return home + QStringLiteral("/Library/Logs/Kelvane Firmware Updater");
     }
     auto const state = QDir::isAbsolutePath(xdg_state_home)
@@ -89,7 +90,7 @@ QString SupportLog::GetFile(int age) const
 
 void SupportLog::Write(QStringView text)
 {
-    // Writing a file may itself make Qt say something, which a tap brings back here.
+    // Writing a file may itself make Qt print a message, which the tap would bring back here.
     thread_local bool writing = false;
     if (std::exchange(writing, true)) {
         return;
@@ -112,7 +113,7 @@ void SupportLog::Append(QByteArray const& entry)
     }
     auto const size = file_.size();
     if (file_.write(entry) != entry.size()) {
-        // What a full disk took of it would run into the next entry's line.
+        // The part that fitted on a full disk would run into the next entry's line.
         file_.resize(size);
     }
 }
@@ -123,12 +124,12 @@ bool SupportLog::Open()
         return true;
     }
     QFileInfo const found(CurrentFile());
-    // Opening a pipe would wait for its reader.
+    // Opening a named pipe would block until it has a reader.
     if (!QDir().mkpath(directory_) || (found.exists() && !found.isFile())) {
         return false;
     }
     file_.setFileName(CurrentFile());
-    // What it holds is the customer's own affair until they send it.
+    // Only the customer may read it, until they send it.
     return file_.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered,
                       QFileDevice::ReadOwner | QFileDevice::WriteOwner);
 }

@@ -1,6 +1,5 @@
-// The text that a customer sends to support: what the program said and did, in files that stay
-// small by themselves. Nothing here ever fails visibly or throws: a log that cannot be written is
-// not kept.
+// The log that a customer sends to support: what the program printed and did, in files of limited
+// size. Nothing here throws or reports an error: what cannot be written is lost.
 #pragma once
 
 #include <QByteArray>
@@ -10,25 +9,25 @@
 #include <QStringView>
 #include <mutex>
 
-// The folder where the system keeps such files: ~/Library/Logs/... on macOS, elsewhere
-// $XDG_STATE_HOME/..., which is ~/.local/state/... unless it names an absolute path.
-// product_type: as QSysInfo::productType() names it. xdg_state_home: that variable's value.
+// The folder where the system keeps such files: ~/Library/Logs/... on macOS, $XDG_STATE_HOME/... on
+// other systems, or ~/.local/state/... if that variable is not an absolute path.
+// product_type: as QSysInfo::productType() names it. xdg_state_home: the variable's value.
 QString GetLogDirectory(QString const& product_type, QString const& home,
                         QString const& xdg_state_home);
 
-// "updater.log" in a folder of its own; older texts in updater.1.log (the newest) to updater.9.log.
-// Any thread may write.
+// "updater.log" in its own folder; older entries are in updater.1.log (the newest) to
+// updater.9.log. Any thread may write.
 class SupportLog {
 public:
     static constexpr int kFiles = 10;
     static constexpr qint64 kFileSize = 1'000'000;   // bytes, at most
-    static constexpr qsizetype kEntrySize = 65'536;  // bytes; what is longer is cut
+    static constexpr qsizetype kEntrySize = 65'536;  // bytes; longer entries are cut
 
-    // Creates the folder with the first entry.
+    // The folder is created by the first entry.
     explicit SupportLog(QString directory);
 
-    // Adds the text under the present time. Its further lines are indented; it is on its way to the
-    // disk when this returns. What Qt says because of the writing itself is not kept.
+    // Adds the text with the current time; further lines are indented. The system has the entry
+    // when this returns. Messages that Qt prints because of the writing itself are not logged.
     void Write(QStringView text);
 
     QString CurrentFile() const { return GetFile(0); }
@@ -44,8 +43,8 @@ private:
     QFile file_;
 };
 
-// From its construction to its destruction, what goes through Qt's logging and what the shared code
-// prints is written to the log as well; both still go where they went. One at a time.
+// From its construction to its destruction, copies to the log what goes through Qt's logging and
+// what the shared code prints. There must be only one at a time.
 class SupportLogTap {
 public:
     // `log` must outlive it.

@@ -1,7 +1,10 @@
 #include "app/window_environment.h"
 
+#include <QCoreApplication>
 #include <QSerialPortInfo>
 #include <QSysInfo>
+
+#include "app/product_type.h"
 
 namespace {
 
@@ -26,14 +29,13 @@ QList<SerialPortEntry> ListSystemPorts()
 WindowEnvironment WindowEnvironment::System()
 {
     auto const product_type = QSysInfo::productType();
-    return {ListSystemPorts,
-            product_type,
-            {},
-            {},
-            MakeSleepInhibitor(product_type, qEnvironmentVariable("DBUS_SESSION_BUS_ADDRESS"))};
+    return {.list_serial_ports = ListSystemPorts,
+            .product_type = product_type,
+            .sleep_inhibitor = MakeSleepInhibitor(
+                GetStayAwakeCommand(product_type, QCoreApplication::applicationPid()))};
 }
 
 bool WindowEnvironment::IsSystem(QLatin1String name) const
 {
-    return product_type.compare(name, Qt::CaseInsensitive) == 0;
+    return IsProductType(product_type, name);
 }

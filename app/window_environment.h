@@ -1,5 +1,5 @@
-// What the window learns from the system it runs on, replaceable so that every system's way can be
-// tried on any other.
+// What the window needs from the system that it runs on. Every member can be replaced, so that each
+// system's behaviour can be tested on any other.
 #pragma once
 
 #include <QList>
@@ -14,11 +14,12 @@
 struct WindowEnvironment {
     std::function<QList<SerialPortEntry>()> list_serial_ports;
     QString product_type;  // as QSysInfo::productType() names it
-    DetectionIntervals intervals;
+    DetectionIntervals intervals{};
     DriverEnvironment driver{};
-    std::shared_ptr<SleepInhibitor> sleep_inhibitor{};  // may be none
+    std::shared_ptr<SleepInhibitor> sleep_inhibitor{};  // may be null
 
-    bool IsSystem(QLatin1String name) const;  // whatever the case
+    // Compares without regard to case.
+    bool IsSystem(QLatin1String name) const;
 
     // The system that the program really runs on.
     static WindowEnvironment System();

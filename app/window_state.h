@@ -1,5 +1,5 @@
-// What the window shows after each event of an update, as a table: event and transport in, changes
-// of button and progress bar out. Pure; the window only copies the changes to its widgets.
+// What the window shows after each event of an update, as a table: it maps event and transport to
+// changes of button and progress bar. Pure; the window only copies the changes to its widgets.
 #pragma once
 
 #include <QString>
@@ -15,14 +15,14 @@ enum class WindowEvent {
     UpdateFailed,
     UnitConnected,
     UnitDisconnected,
-    UnitRefused,  // the unit is no model that this firmware is meant for
+    UnitRefused,  // this firmware is for a different model
     EraseStarted,
     EraseFinished,
 };
 
 enum class ButtonStyle { Disabled, Ready };
 
-// An empty member leaves its widget as it is.
+// An empty member leaves the widget unchanged.
 struct WindowChange {
     std::optional<QString> button_text;
     std::optional<ButtonStyle> button_style;
@@ -36,12 +36,12 @@ struct WindowChange {
 
 WindowChange GetWindowChange(WindowEvent event, targetInterfaceType type);
 
-// The event that a connection status stands for; none for a value outside the enumeration.
+// The event that belongs to a connection status; none for a value outside the enumeration.
 std::optional<WindowEvent> GetConnectionEvent(ConnectionStatus status);
 
 QString GetButtonStyleSheet(ButtonStyle style);
 
-// The state that the event leads to, in words for those who hear the window instead of seeing it.
+// The state after the event, in words for screen readers.
 QString GetStatusText(WindowEvent event);
 
 // For the log.

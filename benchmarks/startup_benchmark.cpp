@@ -1,5 +1,5 @@
-// Time from start to first painted window and memory in use then, beside a minimal Qt Widgets
-// program in the same run. Needs an X server of its own with nothing on it: see README.md.
+// Measures the time from start to the first painted window, and the memory in use then, beside a
+// minimal Qt Widgets program in the same run. Needs its own empty X server: see README.md.
 
 #include <fmt/format.h>
 
@@ -55,7 +55,7 @@ Start MeasureStart(QString const& program)
     process.start(program, {});
     while (GrabScreen() == empty) {
         if (std::chrono::steady_clock::now() - start > kLimit) {
-            throw std::runtime_error("no window came");
+            throw std::runtime_error("no window appeared");
         }
     }
     std::chrono::duration<double> const painted = std::chrono::steady_clock::now() - start;

@@ -16,7 +16,7 @@ packages=(
     # the build derives the window's fonts from this family
     fonts-inter python3 python3-fonttools
     # the simulated unit and a screen for it
-    umockdev xvfb openbox xdotool imagemagick x11-utils dbus-daemon
+    umockdev xvfb openbox xdotool imagemagick x11-utils
     # other vendors' programs, which tests use for comparison
     stm32flash dfu-util
 )

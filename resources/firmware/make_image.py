@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Makes a firmware image for demonstrations: it looks like one, but nothing in it ever runs.
+"""Makes a firmware image for demonstrations: it looks like one, but is never executed.
 
     make_image.py OUTPUT.bin BYTES
 
-It begins as every Cortex-M image does, with the initial stack pointer and the reset and exception
-vectors; the rest is a fixed pseudo-random sequence, so that no two blocks are alike and a block
-written to the wrong place shows up. The same arguments always give the same bytes.
+It begins like every Cortex-M image with the initial stack pointer and the reset and exception
+vectors. The rest is a fixed pseudo-random sequence: no two blocks are alike, so a block written to
+the wrong place is noticed. The same arguments always give the same bytes.
 """
 
 import argparse

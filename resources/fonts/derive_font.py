@@ -3,9 +3,9 @@
 
     derive_font.py SOURCE.otf STYLE OUTPUT.otf
 
-The glyphs stay the source's. Two things change: the names, because the window asks for the family
-by name, and the size of the em, because the window's labels are lower than the lines of an ordinary
-20 pt font: "Version" has 16 pixels, its font 27 at 96 dpi.
+The glyphs are those of the source. Two things change: the names, because the window asks for the
+family by name, and the size of the em, because the window's labels are lower than the lines of an
+ordinary 20 pt font: the label "Version" is 16 pixels high, the font's line 27 at 96 dpi.
 """
 
 import argparse

@@ -3,8 +3,8 @@
 
     draw_pictures.py BACKGROUND.png ICON.ico
 
-Run by hand when the drawing changes; its results are kept beside it. Shapes are distances: for
-every point the signed distance to an outline gives an edge one pixel soft, or a glow that fades.
+Run it by hand when the drawing changes; its results are kept beside it. A shape is a function that
+gives each point's signed distance to an outline. The distance gives a soft edge or a fading glow.
 """
 
 import argparse
@@ -13,7 +13,7 @@ import struct
 import zlib
 
 WIDTH, HEIGHT = 665, 517  # the window's size
-SCALE = 2  # pixels of the picture per pixel of the window, for screens with fine pixels
+SCALE = 2  # pixels of the picture per pixel of the window, for high-resolution screens
 
 NIGHT = (11, 16, 25)
 DUSK = (24, 38, 54)
@@ -23,7 +23,7 @@ SHELL_LIGHT = (58, 76, 95)
 CABLE = (36, 49, 64)
 SHADOW = (4, 7, 12)
 
-# Where the unit stands in the window: right of the texts, above the bar.
+# Where the unit is in the window: right of the texts, above the bar.
 UNIT_X, UNIT_Y = 448, 215
 UNIT_HALF = 84
 CABLE_BEND_Y, CABLE_BEND_RADIUS = 330, 30

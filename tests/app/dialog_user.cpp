@@ -16,7 +16,7 @@ SeenBox Read(QMessageBox const& box)
 {
     QStringList texts;
     for (auto const* button : box.buttons()) {
-        // "&" marks the letter that the keyboard takes for the button.
+        // "&" marks the button's keyboard shortcut.
         texts.append(button->text().remove(QLatin1Char('&')));
     }
     texts.sort();
@@ -55,7 +55,7 @@ void DialogUser::Look()
     }
     reading_.invalidate();
     if (answers_.isEmpty()) {
-        ADD_FAILURE() << "nobody expected " << box->windowTitle().toStdString();
+        ADD_FAILURE() << "unexpected box: " << box->windowTitle().toStdString();
         box->reject();
         return;
     }
@@ -81,7 +81,7 @@ void DialogUser::Give(Answer answer, QMessageBox& box)
             box.close();
             break;
         case Answer::QuitProgram: {
-            // As the system hands it on, which it also does before the program's event loop runs.
+            // As the system sends it, which it also does before the program's event loop runs.
             QEvent quit(QEvent::Quit);
             QCoreApplication::sendEvent(qApp, &quit);
             break;

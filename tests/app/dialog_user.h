@@ -1,5 +1,5 @@
-// The person before the screen: waits for each message box to be on it, reads it, and answers it
-// with mouse and keyboard.
+// The user: waits for each message box to be on the screen, reads it, and answers it with mouse and
+// keyboard.
 #pragma once
 
 #include <QElapsedTimer>
@@ -18,7 +18,7 @@ struct SeenBox {
     QString title;
     QString text;
     QMessageBox::Icon icon;
-    QStringList buttons;  // by name: their places are the system's
+    QStringList buttons;  // sorted: their order is the system's
     bool has_default_button;
     bool is_modal;
 
@@ -27,10 +27,10 @@ struct SeenBox {
 
 class DialogUser {
 public:
-    // `note` is told of each box when it is on the screen.
+    // `note` is called with each box when it is on the screen.
     explicit DialogUser(std::function<void(SeenBox const&)> note);
 
-    // The answers to the boxes to come, in order. A box more fails the test and is closed.
+    // The answers to the next boxes, in order. A further box fails the test and is closed.
     void Answers(QList<Answer> const& answers) { answers_ = answers; }
     // How long each box is read before it is answered.
     void ReadsFor(std::chrono::milliseconds time) { reading_time_ = time; }

@@ -1,341 +1,296 @@
-// Drivers that cannot be compared, and tools that fail, refuse, cannot be started or never end.
+// Drivers that cannot be compared, and tools that fail, cannot be started or never end.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 
 #include <QElapsedTimer>
 #include <algorithm>
-#include <cerrno>
 
 #include "tests/app/driver_fixture.h"
 #include "tests/support/collected_log.h"
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
-using testing::AllOf;
-using testing::Contains;
-using testing::ElementsAre;
-using testing::EndsWith;
 using testing::IsEmpty;
-using testing::StartsWith;
 
 namespace {
 
-class DriverComparison : public DriverTest {
-protected:
-    // The title of the first box, which is then answered with No; empty without a box.
-    QString GetFirstBox()
-    {
-        user_.Answers({Answer::No});
-        MakeWindow();
-        return user_.Seen().isEmpty() ? QString() : user_.Seen().first().title;
-    }
+auto const kAskNew = u"No driver detected"_s;
+auto const kAskOld = u"Old driver detected"_s;
 
-    // A file that can be opened, and whose first byte cannot be read: nothing is mapped there.
-    static void MakeUnreadable(QString const& path)
-    {
-        QFile::remove(path);
-        ASSERT_TRUE(QFile::link(u"/proc/self/mem"_s, path));
-    }
+// ---- Comparing the installed driver with the bundle's ----
 
-    static void Overwrite(QString const& path, QByteArray const& content)
-    {
-        QFile file(path);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        ASSERT_EQ(file.write(content), content.size());
-    }
+void Overwrite(QString const& path, QByteArray const& content)
+{
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    ASSERT_EQ(file.write(content), content.size());
+}
 
-    QString const kNone = u"No driver detected"_s;
-    QString const kOld = u"Old driver detected"_s;
-    QString const& installed_ = driver_.Paths().installed_executable;
-    QString const& bundled_ = driver_.Paths().bundled_executable;
+// The file can be opened, but its first byte cannot be read: nothing is mapped there.
+void MakeUnreadable(QString const& path)
+{
+    QFile::remove(path);
+    ASSERT_TRUE(QFile::link(u"/proc/self/mem"_s, path));
+}
+
+void ReplaceByFolder(QString const& path)
+{
+    QFile::remove(path);
+    ASSERT_TRUE(QDir().mkpath(path));
+}
+
+struct Comparison {
+    char const* name;
+    void (*prepare)(DriverStandIns&, DriverPaths const&);
+    QString box;  // the first one's title; empty: the drivers count as the same
 };
 
-class DriverFailure : public DriverTest {
+void PrintTo(Comparison const& row, std::ostream* out)
+{
+    *out << row.name;
+}
+
+Comparison const kComparisons[] = {
+    {"SameExecutables", [](auto&, auto const&) {}, {}},
+    {"AnotherFileDiffers",
+     [](auto&, auto const& paths) {
+         Overwrite(paths.installed_app + u"/Contents/Info.plist"_s, "another version");
+     },
+     {}},
+    {"OneByteDiffers",
+     [](auto&, auto const& paths) {
+         Overwrite(paths.bundled_executable, QByteArray(1'000'000, 'x'));
+         Overwrite(paths.installed_executable, QByteArray(999'999, 'x') + 'y');
+     },
+     kAskOld},
+    {"InstalledIsEmpty",
+     [](auto&, auto const& paths) { Overwrite(paths.installed_executable, {}); }, kAskOld},
+    {"InstalledCannotBeOpened",
+     [](auto&, auto const& paths) { ReplaceByFolder(paths.installed_executable); }, kAskNew},
+    {"InstalledAppHasNoExecutable",
+     [](auto&, auto const& paths) { QFile::remove(paths.installed_executable); }, kAskNew},
+    {"InstalledAppIsALinkToNowhere",
+     [](auto& driver, auto const& paths) {
+         driver.InstallNoDriver();
+         QFile::link(u"/nowhere"_s, paths.installed_app);
+     },
+     kAskNew},
+    {"BundleHasNoDriver", [](auto&, auto const& paths) { QFile::remove(paths.bundled_executable); },
+     kAskNew},
+    {"BundledCannotBeOpened",
+     [](auto&, auto const& paths) { ReplaceByFolder(paths.bundled_executable); }, kAskNew},
+    {"InstalledCannotBeRead",
+     [](auto&, auto const& paths) { MakeUnreadable(paths.installed_executable); }, kAskOld},
+    {"InstalledCannotBeReadAndBundledIsEmpty",
+     [](auto&, auto const& paths) {
+         MakeUnreadable(paths.installed_executable);
+         Overwrite(paths.bundled_executable, {});
+     },
+     kAskOld},
+    {"NeitherCanBeRead",
+     [](auto&, auto const& paths) {
+         MakeUnreadable(paths.installed_executable);
+         MakeUnreadable(paths.bundled_executable);
+     },
+     {}},
+};
+
+class DriverComparison : public DriverTest, public testing::WithParamInterface<Comparison> {};
+
+// ---- Tools ----
+
+enum class Installed { Current, Nothing, Old };
+
+struct ToolRow {
+    char const* name;
+    Installed installed;
+    char const* tool;            // "uninstall" and "install" are the driver itself
+    char const* commands;        // what it does; none: it cannot be started
+    bool goes_on;                // the program does not quit
+    char const* log = "";        // FAILURE: REASON, one per line
+    char const* runs = "";       // a line of the journal begins so
+    char const* runs_not = "-";  // no line begins so
+    std::chrono::milliseconds DriverTimeouts::* timeout = nullptr;  // the one that is reached
+    std::chrono::milliseconds limit = 50ms;
+};
+
+void PrintTo(ToolRow const& row, std::ostream* out)
+{
+    *out << row.name;
+}
+
+#define ENABLED "'com.silabs.cp210x [activated enabled]'"
+constexpr auto kHang = "exec sleep 600";
+constexpr auto kInstallsOld = "driver 1.0 [install]";
+constexpr auto kInstallsNew = "driver 2.0 [install]";
+constexpr auto kScript = "osascript";
+constexpr auto kList = "systemextensionsctl";
+#define TIMED_OUT ": Process operation timed out\n"
+#define NO_FILE ": No such file or directory\n"
+#define NO_PERMISSION ": Permission denied\n"
+constexpr auto kUninstallIsMissing =
+    "Uninstall failed" NO_PERMISSION "Install failed to start" NO_PERMISSION
+    "Install failed" NO_PERMISSION;
+constexpr auto kRemovalIsMissing = "Removing old driver failed" NO_FILE;
+constexpr auto kCopyIsMissing =
+    "Copy failed" NO_FILE "Install failed to start" NO_FILE "Install failed" NO_FILE;
+constexpr auto kUninstallHangs = "Uninstall failed" TIMED_OUT;
+constexpr auto kRemovalHangs = "Removing old driver failed" TIMED_OUT;
+constexpr auto kCopyHangs =
+    "Copy failed" TIMED_OUT "Install failed to start" NO_FILE "Install failed" NO_FILE;
+constexpr auto kInstallHangs = "Install failed" TIMED_OUT;
+
+std::vector<ToolRow> AllToolRows()
+{
+    using enum Installed;
+    using Times = DriverTimeouts;
+    auto const list = &Times::extension_listing;
+    return {
+        // exit codes and outputs
+        {"UninstallFails", Old, "uninstall", "exit 1", true, "", kScript},
+        {"PasswordBoxIsCancelled", Old, kScript, "echo error >&2; exit 1", true, "", kInstallsOld},
+        {"CopyFails", Nothing, "cp", "cp \"$@\"; exit 1", true, "", kInstallsNew},
+        {"InstallCrashes", Nothing, "install", "kill -KILL $$", true, "", kInstallsNew},
+        {"ListFails", Current, kList, "echo " ENABLED "; exit 1", true},
+        {"ListIsAnErrorOutput", Current, kList, "echo " ENABLED " >&2", false},
+        {"ListIsLong", Current, kList, "yes | head -c 1000000; echo " ENABLED, true},
+        // tools that cannot be started
+        {"NoUninstall", Old, "uninstall", nullptr, false, kUninstallIsMissing, kList, kScript},
+        {"NoRemoval", Old, kScript, nullptr, false, kRemovalIsMissing, kInstallsOld},
+        {"NoCopy", Nothing, "cp", nullptr, true, kCopyIsMissing, kList},
+        {"NoList", Current, kList, nullptr, false},
+        // tools that never end
+        {"UninstallHangs", Old, "uninstall", kHang, false, kUninstallHangs, kInstallsOld, kScript,
+         &Times::uninstall},
+        {"RemovalHangs", Old, kScript, kHang, false, kRemovalHangs, kInstallsOld, "-",
+         &Times::removal},
+        {"CopyHangs", Nothing, "cp", kHang, true, kCopyHangs, kList, "-", &Times::copy},
+        {"InstallHangs", Nothing, "install", kHang, true, kInstallHangs, kList, "-",
+         &Times::install},
+        {"ListHangs", Current, kList, kHang, false, "", "", "-", list},
+        {"ListHangsAtItsEnd", Current, kList, "echo " ENABLED "; exec sleep 600", true, "", "", "-",
+         list, 500ms},
+    };
+}
+
+class DriverTools : public DriverTest, public testing::WithParamInterface<ToolRow> {
 protected:
-    // The lines about the driver; Qt's own are warnings.
-    std::vector<std::string> Log() const
+    // The lines about the driver; Qt's own are warnings. The reason is what follows Qt's last
+    // colon.
+    std::string DriverLog() const
     {
-        std::vector<std::string> lines;
+        std::string text;
         for (auto const& line : log_.Lines()) {
-            if (line.starts_with("D: ")) {
-                lines.push_back(line.substr(3));
+            auto const with_error = line.find(" with error: ");
+            if (line.starts_with("D: ") && with_error != std::string::npos) {
+                text += line.substr(3, with_error - 3) + line.substr(line.rfind(": ")) + '\n';
+            } else if (!line.starts_with("W: QProcess: ")) {
+                text += line + '\n';
             }
         }
-        return lines;
+        return text;
     }
 
-    // Whether the journal has a line that begins so.
-    bool HasRun(QString const& beginning) const
+    bool HasRun(char const* beginning) const
     {
         auto const journal = driver_.Journal();
-        return std::ranges::any_of(journal,
-                                   [&](QString const& line) { return line.startsWith(beginning); });
+        return std::ranges::any_of(journal, [&](QString const& line) {
+            return line.startsWith(QLatin1String(beginning));
+        });
+    }
+
+    void Install(Installed installed)
+    {
+        if (installed == Installed::Nothing) {
+            driver_.InstallNoDriver();
+        } else if (installed == Installed::Old) {
+            driver_.InstallOldDriver();
+        }
+    }
+
+    void SetTool(QString const& tool, char const* commands)
+    {
+        auto const& executable = driver_.Paths().installed_executable;
+        if (tool == u"uninstall"_s && commands == nullptr) {
+            QFile::setPermissions(executable, QFile::ReadOwner);
+        } else if (tool == u"uninstall"_s) {
+            driver_.OldDriverUninstallsWith(commands);
+        } else if (tool == u"install"_s) {
+            driver_.NewDriverInstallsWith(commands);
+        } else if (commands == nullptr) {
+            driver_.RemoveTool(tool);
+        } else {
+            driver_.ToolDoes(tool, commands);
+        }
     }
 
     CollectedLog log_;
 };
 
-// One tool never ends.
-class DriverToolThatHangs : public DriverFailure {
-protected:
-    static constexpr std::chrono::milliseconds kTimeout{1000};
-
-    QByteArray Hang() const
-    {
-        return "echo $$ >'" + driver_.FilePath(u"id"_s).toLocal8Bit() + "'\nexec sleep 600\n";
-    }
-
-    void MakeWindowInTime()
-    {
-        QElapsedTimer timer;
-        timer.start();
-        MakeWindow();
-        EXPECT_GE(timer.elapsed(), 900);
-        EXPECT_LT(timer.elapsed(), kPatience);
-        EXPECT_TRUE(user_.HasAnsweredAll());
-    }
-
-    bool IsGone() const
-    {
-        QFile file(driver_.FilePath(u"id"_s));
-        EXPECT_TRUE(file.open(QIODevice::ReadOnly));
-        auto const id = file.readAll().trimmed().toInt();
-        return id > 0 && ::kill(id, 0) != 0 && errno == ESRCH;
-    }
-
-    DriverTimeouts& timeouts_ = environment_.driver.timeouts;
-};
-
-auto CannotStart(char const* failure)
-{
-    return AllOf(StartsWith(std::string(failure) + " with error: "),
-                 EndsWith("No such file or directory"));
-}
-
-std::string TimesOut(char const* failure)
-{
-    return std::string(failure) + " with error: Process operation timed out";
-}
-
 }  // namespace
 
-TEST_F(DriverComparison, TakesIdenticalExecutablesForTheSameDriver)
+TEST_P(DriverComparison, LeadsToTheBoxOfItsRow)
 {
-    EXPECT_EQ(GetFirstBox(), QString());
-}
-
-TEST_F(DriverComparison, LooksAtTheExecutablesOnly)
-{
-    Overwrite(driver_.Paths().installed_app + u"/Contents/Info.plist"_s, "another version");
-
-    EXPECT_EQ(GetFirstBox(), QString());
-}
-
-TEST_F(DriverComparison, SeesOneByteThatDiffers)
-{
-    QByteArray image(1'000'000, 'x');
-    Overwrite(bundled_, image);
-    image.back() = 'y';
-    Overwrite(installed_, image);
-
-    EXPECT_EQ(GetFirstBox(), kOld);
-}
-
-TEST_F(DriverComparison, SeesAnExecutableThatWasCutShort)
-{
-    Overwrite(installed_, {});
-
-    EXPECT_EQ(GetFirstBox(), kOld);
-}
-
-TEST_F(DriverComparison, TakesAnInstalledExecutableThatCannotBeOpenedForNone)
-{
-    QFile::remove(installed_);
-    QDir().mkpath(installed_);
-
-    EXPECT_EQ(GetFirstBox(), kNone);
-}
-
-TEST_F(DriverComparison, TakesAnAppWithoutItsExecutableForNone)
-{
-    QFile::remove(installed_);
-
-    EXPECT_EQ(GetFirstBox(), kNone);
-}
-
-TEST_F(DriverComparison, TakesALinkToNowhereForNone)
-{
-    driver_.InstallNoDriver();
-    QFile::link(u"/nowhere"_s, driver_.Paths().installed_app);
-
-    EXPECT_EQ(GetFirstBox(), kNone);
-}
-
-TEST_F(DriverComparison, TakesABundleWithoutADriverForNone)
-{
-    QFile::remove(bundled_);
-
-    EXPECT_EQ(GetFirstBox(), kNone);
-}
-
-TEST_F(DriverComparison, TakesABundledExecutableThatCannotBeOpenedForNone)
-{
-    QFile::remove(bundled_);
-    QDir().mkpath(bundled_);
-
-    EXPECT_EQ(GetFirstBox(), kNone);
-}
-
-TEST_F(DriverComparison, TakesOneThatCannotBeReadForAnother)
-{
-    MakeUnreadable(installed_);
-
-    EXPECT_EQ(GetFirstBox(), kOld);
-}
-
-TEST_F(DriverComparison, DoesNotTakeOneThatCannotBeReadForAnEmptyOne)
-{
-    MakeUnreadable(installed_);
-    Overwrite(bundled_, {});
-
-    EXPECT_EQ(GetFirstBox(), kOld);
-}
-
-TEST_F(DriverComparison, TakesTwoThatCannotBeReadForTheSame)
-{
-    MakeUnreadable(installed_);
-    MakeUnreadable(bundled_);
-
-    EXPECT_EQ(GetFirstBox(), QString());
-}
-
-TEST_F(DriverFailure, SaysNothingWhenAllGoesWell)
-{
-    driver_.InstallOldDriver();
-    user_.Answers({Answer::Yes});
+    auto const& row = GetParam();
+    row.prepare(driver_, driver_.Paths());
+    user_.Answers({Answer::No});
 
     MakeWindow();
 
-    EXPECT_THAT(log_.Lines(), IsEmpty());
+    EXPECT_EQ(user_.Seen().isEmpty() ? QString() : user_.Seen().first().title, row.box);
 }
 
-TEST_F(DriverFailure, LeavesTheNewDriverInstalled)
+INSTANTIATE_TEST_SUITE_P(EveryRow, DriverComparison, testing::ValuesIn(kComparisons),
+                         [](auto const& row) { return std::string(row.param.name); });
+
+TEST_P(DriverTools, RunTheStepsAndWriteTheLogOfTheirRow)
+{
+    auto const& row = GetParam();
+    Install(row.installed);
+    SetTool(QString::fromLatin1(row.tool), row.commands);
+    bool const asks = row.installed != Installed::Current;
+    // A program that quits without a question has shown that the driver is not enabled.
+    user_.Answers(asks ? QList{Answer::Yes} : row.goes_on ? QList<Answer>() : QList{Answer::Ok});
+    if (row.timeout != nullptr) {
+        environment_.driver.timeouts.*row.timeout = row.limit;
+    }
+    QElapsedTimer timer;
+    timer.start();
+
+    MakeWindow();
+
+    EXPECT_LT(timer.elapsed(), kPatience);
+    if (row.timeout != nullptr) {
+        EXPECT_GE(timer.elapsed(), row.limit.count() * 9 / 10);
+    } else {
+        EXPECT_THAT(log_.Warnings(), IsEmpty());
+    }
+    EXPECT_FALSE(HasChildProcess());
+    EXPECT_TRUE(user_.HasAnsweredAll());
+    EXPECT_EQ(DriverLog(), row.log);
+    EXPECT_TRUE(HasRun(row.runs));
+    EXPECT_FALSE(HasRun(row.runs_not));
+    EXPECT_EQ(row.goes_on ? GoesOn() : !QuitsByItself(), row.goes_on);
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryRow, DriverTools, testing::ValuesIn(AllToolRows()),
+                         [](auto const& row) { return std::string(row.param.name); });
+
+using DriverReplacement = DriverTest;
+
+TEST_F(DriverReplacement, LeavesTheNewDriverInstalled)
 {
     driver_.InstallOldDriver();
     user_.Answers({Answer::Yes});
     MakeWindow();
-    ASSERT_TRUE(HasRun(u"driver 2.0 [install]"_s));
+    ASSERT_EQ(user_.Seen().size(), 1);
 
     MakeWindow();
 
-    EXPECT_EQ(driver_.Journal().last(), u"systemextensionsctl [list]"_s);
     EXPECT_EQ(user_.Seen().size(), 1);
 }
 
-TEST_F(DriverFailure, TakesACancelledPasswordBoxForARemoval)
-{
-    driver_.InstallOldDriver();
-    driver_.ToolDoes(u"osascript"_s, "echo 'execution error: User canceled. (-128)' >&2\nexit 1");
-    user_.Answers({Answer::Yes});
-
-    MakeWindow();
-
-    EXPECT_THAT(log_.Lines(), IsEmpty());
-    EXPECT_TRUE(HasRun(u"driver 1.0 [install]"_s));
-    EXPECT_TRUE(GoesOn());
-}
-
-TEST_F(DriverFailure, JudgesNoExitCode)
-{
-    driver_.OldDriverUninstallsWith("exit 1");
-    driver_.NewDriverInstallsWith("kill -KILL $$");
-    driver_.ToolDoes(u"cp"_s, "cp \"$@\"\nexit 1");
-    driver_.ToolDoes(u"systemextensionsctl"_s,
-                     "echo 'com.silabs.cp210x [activated enabled]'\nexit 1");
-    user_.Answers({Answer::Yes});
-
-    MakeWindow();
-
-    EXPECT_THAT(log_.Lines(), IsEmpty());
-    EXPECT_TRUE(HasRun(u"osascript"_s));
-    EXPECT_TRUE(HasRun(u"driver 2.0 [install]"_s));
-    EXPECT_TRUE(GoesOn());
-}
-
-TEST_F(DriverFailure, TakesNothingFromTheListingsErrorOutput)
-{
-    driver_.ToolDoes(u"systemextensionsctl"_s, "echo 'com.silabs.cp210x [activated enabled]' >&2");
-    user_.Answers({Answer::Ok});
-
-    MakeWindow();
-
-    EXPECT_TRUE(user_.HasAnsweredAll());
-}
-
-TEST_F(DriverFailure, ReadsAListingLongerThanAPipeHolds)
-{
-    driver_.ToolDoes(u"systemextensionsctl"_s,
-                     "yes 'another line' | head -c 1000000\necho 'com.silabs.cp210x [activated "
-                     "enabled]'");
-
-    MakeWindow();
-
-    EXPECT_THAT(user_.Seen(), IsEmpty());
-}
-
-TEST_F(DriverFailure, LogsAnUninstallationThatCannotStart)
-{
-    driver_.InstallOldDriver();
-    QFile::setPermissions(driver_.Paths().installed_executable, QFile::ReadOwner);
-    user_.Answers({Answer::Yes});
-
-    MakeWindow();
-
-    EXPECT_THAT(Log(), Contains(AllOf(StartsWith("Uninstall failed with error: "),
-                                      EndsWith("Permission denied"))));
-    EXPECT_FALSE(HasRun(u"osascript"_s));
-}
-
-TEST_F(DriverFailure, LogsARemovalThatCannotStart)
-{
-    driver_.InstallOldDriver();
-    driver_.RemoveTool(u"osascript"_s);
-    user_.Answers({Answer::Yes});
-
-    MakeWindow();
-
-    EXPECT_THAT(Log(), ElementsAre(CannotStart("Removing old driver failed")));
-}
-
-TEST_F(DriverFailure, LogsEachStepOfAnInstallationThatCannotStart)
-{
-    driver_.InstallNoDriver();
-    driver_.RemoveTool(u"cp"_s);
-    user_.Answers({Answer::Yes});
-
-    MakeWindow();
-
-    EXPECT_THAT(Log(),
-                ElementsAre(CannotStart("Copy failed"), CannotStart("Install failed to start"),
-                            CannotStart("Install failed")));
-    EXPECT_TRUE(HasRun(u"systemextensionsctl"_s));
-    EXPECT_TRUE(GoesOn());
-}
-
-TEST_F(DriverFailure, TakesAListingThatCannotStartForADriverThatIsNotEnabled)
-{
-    driver_.RemoveTool(u"systemextensionsctl"_s);
-    user_.Answers({Answer::Ok});
-
-    MakeWindow();
-
-    EXPECT_TRUE(user_.HasAnsweredAll());
-    EXPECT_THAT(Log(), IsEmpty());
-    EXPECT_TRUE(QuitsByItself());
-}
-
-TEST_F(DriverFailure, GivesTheAdministratorsShellNothingButItsOneCommand)
+TEST_F(DriverReplacement, GivesTheAdministratorsShellNothingButItsOneCommand)
 {
     driver_.InstallOldDriver();
     auto const applications = driver_.FilePath(u"A \" $(touch x); `touch y` & \\"_s);
@@ -352,88 +307,4 @@ TEST_F(DriverFailure, GivesTheAdministratorsShellNothingButItsOneCommand)
                            u"cp [-R] [RESOURCES/CP210xVCPDriver.app] ["_s + applications +
                                u"/CP210xVCPDriver.app]"_s}));
     EXPECT_TRUE(QFile::exists(applications + u"/CP210xVCPDriver.app"_s));
-}
-
-TEST_F(DriverToolThatHangs, UninstallingKeepsTheOldDriverAndEndsTheProgram)
-{
-    timeouts_.uninstall = kTimeout;
-    driver_.OldDriverUninstallsWith(Hang());
-    user_.Answers({Answer::Yes});
-
-    MakeWindowInTime();
-
-    EXPECT_TRUE(IsGone());
-    EXPECT_THAT(Log(), ElementsAre(TimesOut("Uninstall failed")));
-    EXPECT_FALSE(HasRun(u"osascript"_s));
-    EXPECT_TRUE(HasRun(u"driver 1.0 [install]"_s));
-    EXPECT_TRUE(QuitsByItself());
-}
-
-TEST_F(DriverToolThatHangs, RemovingStillInstallsAndEndsTheProgram)
-{
-    timeouts_.removal = kTimeout;
-    driver_.InstallOldDriver();
-    driver_.ToolDoes(u"osascript"_s, Hang());
-    user_.Answers({Answer::Yes});
-
-    MakeWindowInTime();
-
-    EXPECT_TRUE(IsGone());
-    EXPECT_THAT(Log(), ElementsAre(TimesOut("Removing old driver failed")));
-    EXPECT_TRUE(HasRun(u"driver 1.0 [install]"_s));
-    EXPECT_TRUE(QuitsByItself());
-}
-
-TEST_F(DriverToolThatHangs, CopyingStillInstalls)
-{
-    timeouts_.copy = kTimeout;
-    driver_.InstallNoDriver();
-    driver_.ToolDoes(u"cp"_s, "cp \"$@\"\n" + Hang());
-    user_.Answers({Answer::Yes});
-
-    MakeWindowInTime();
-
-    EXPECT_TRUE(IsGone());
-    EXPECT_THAT(Log(), ElementsAre(TimesOut("Copy failed")));
-    EXPECT_TRUE(HasRun(u"driver 2.0 [install]"_s));
-    EXPECT_TRUE(GoesOn());
-}
-
-TEST_F(DriverToolThatHangs, InstallingLeavesTheDecisionToTheEnabledCheck)
-{
-    timeouts_.install = kTimeout;
-    driver_.InstallNoDriver();
-    driver_.NewDriverInstallsWith(Hang());
-    user_.Answers({Answer::Yes});
-
-    MakeWindowInTime();
-
-    EXPECT_TRUE(IsGone());
-    EXPECT_THAT(Log(), ElementsAre(TimesOut("Install failed")));
-    EXPECT_TRUE(GoesOn());
-}
-
-TEST_F(DriverToolThatHangs, ListingCountsAsADriverThatIsNotEnabled)
-{
-    timeouts_.extension_listing = kTimeout;
-    driver_.ToolDoes(u"systemextensionsctl"_s, Hang());
-    user_.Answers({Answer::Ok});
-
-    MakeWindowInTime();
-
-    EXPECT_TRUE(IsGone());
-    EXPECT_THAT(Log(), IsEmpty());
-    EXPECT_TRUE(QuitsByItself());
-}
-
-TEST_F(DriverToolThatHangs, ListingIsTakenAtItsWordUntilThen)
-{
-    timeouts_.extension_listing = kTimeout;
-    driver_.ToolDoes(u"systemextensionsctl"_s,
-                     "echo 'com.silabs.cp210x [activated enabled]'\n" + Hang());
-
-    MakeWindowInTime();
-
-    EXPECT_THAT(user_.Seen(), IsEmpty());
-    EXPECT_TRUE(GoesOn());
 }

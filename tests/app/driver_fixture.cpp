@@ -11,7 +11,7 @@ DriverTest::DriverTest()
 {
     environment_.product_type = u"macos"_s;
     environment_.intervals = {.first = 1ms, .after_connect = 40ms, .idle = 20ms};
-    environment_.driver.quit_delay = 100ms;
+    environment_.driver.quit_delay = 20ms;
 }
 
 bool DriverTest::QuitsByItself(std::chrono::milliseconds patience)

@@ -1,4 +1,4 @@
-// A main window that takes its computer for a Mac, and the person before it.
+// A main window whose computer is a Mac, and its user.
 #pragma once
 
 #include "tests/app/dialog_user.h"
@@ -8,11 +8,11 @@ class DriverTest : public WindowTest {
 protected:
     DriverTest();
 
-    // Shows the window and runs the event loop, as the program does. Gives false if the program has
-    // not quit by itself in `patience`.
+    // Shows the window and runs the event loop, as the program does. Returns false if the program
+    // does not quit by itself within `patience`.
     bool QuitsByItself(std::chrono::milliseconds patience = std::chrono::milliseconds(kPatience));
-    // Long enough to be sure that no quit is armed.
-    bool GoesOn() { return !QuitsByItself(4 * environment_.driver.quit_delay); }
+    // Waits longer than the delay of any quit that was requested before.
+    bool GoesOn() { return !QuitsByItself(3 * environment_.driver.quit_delay); }
 
     DialogUser user_;
 };

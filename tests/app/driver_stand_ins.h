@@ -1,6 +1,6 @@
-// A computer with or without the serial driver, in directories of its own: the driver of the bundle
-// and the installed one, and the tools that manage them, are shell scripts that write down how they
-// were called and then do as told. None of them ever runs what it is given.
+// A computer with or without the serial driver, in its own directories: the bundle's driver, the
+// installed one and the tools that manage them are shell scripts, which note how they are called
+// and then run the test's commands. None of them ever executes its arguments.
 #pragma once
 
 #include <QByteArray>
@@ -14,7 +14,7 @@
 
 class DriverStandIns {
 public:
-    // Begins with the bundle's driver installed and enabled; the bundle's is put into `resources`.
+    // At first the bundle's driver is installed and enabled. The bundle's is put into `resources`.
     explicit DriverStandIns(QDir const& resources);
 
     DriverEnvironment Environment() const;
@@ -23,23 +23,23 @@ public:
     void InstallNoDriver();
     void InstallOldDriver();
 
-    // What an old driver does when it is called with "uninstall" (shell commands).
+    // The shell commands that an old driver runs when it is called with "uninstall".
     void OldDriverUninstallsWith(QByteArray const& commands);
-    // What the bundle's driver does when it is called with "install".
+    // Those that the bundle's driver runs when it is called with "install".
     void NewDriverInstallsWith(QByteArray const& commands);
-    // Without these, "cp" copies, "osascript" takes the installed driver away, and
-    // "systemextensionsctl" prints the listing.
+    // By default "cp" copies, "osascript" moves the installed driver away, and
+    // "systemextensionsctl" prints a listing.
     void ToolDoes(QString const& tool, QByteArray const& commands);
     void RemoveTool(QString const& tool);
     // The name of one of the listings in data/system_extensions.
     void SystemLists(QString const& listing);
 
-    // What was run, and what was noted, in order: NAME [ARGUMENT] [ARGUMENT]... The paths begin
-    // with RESOURCES and APPLICATIONS.
+    // What was run and noted, in order: NAME [ARGUMENT] [ARGUMENT]... Paths begin with RESOURCES or
+    // APPLICATIONS.
     QStringList Journal() const;
     void Note(QString const& line);
 
-    // A place for files of the stand-ins' own.
+    // A place for further files.
     QString FilePath(QString const& name) const { return root_.filePath(name); }
 
 private:

@@ -1,32 +1,16 @@
-// Where the serial driver is, and what the system's list of extensions says of it. The listings are
-// written by hand, in the form of the tool's own.
+// Where the serial driver is, and how the system's list of extensions is read. The listings are
+// written by hand, in the format of the tool's own.
 #include "app/serial_driver.h"
-#include "config/bundle_paths.h"
 
 #include <gtest/gtest.h>
 
+#include "config/bundle_paths.h"
 #include "tests/app/driver_stand_ins.h"
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
-namespace {
-
-struct Listing {
-    char const* name;
-    bool is_enabled;
-};
-
-void PrintTo(Listing const& listing, std::ostream* out)
-{
-    *out << listing.name;
-}
-
-class ExtensionListing : public testing::TestWithParam<Listing> {};
-
-}  // namespace
-
-TEST(SerialDriverPaths, AreThoseOfTheApplicationsFolderAndTheBundle)
+TEST(SerialDriverPaths, AreInTheApplicationsFolderAndTheBundle)
 {
     auto const paths = GetDriverPaths(DriverEnvironment().applications_dir,
                                       QDir(u"/Volumes/X/U.app/Contents/MacOS/../Resources"_s));
@@ -41,7 +25,7 @@ TEST(SerialDriverPaths, AreThoseOfTheApplicationsFolderAndTheBundle)
               "CP210xVCPDriver"_s);
 }
 
-TEST(SerialDriverEnvironment, IsTheSystemsOwnWithTheProductsTimes)
+TEST(SerialDriverEnvironment, HasTheSystemsToolsAndTheTimeoutsByDefault)
 {
     DriverEnvironment const environment;
 
@@ -57,22 +41,24 @@ TEST(SerialDriverEnvironment, IsTheSystemsOwnWithTheProductsTimes)
     EXPECT_EQ(environment.quit_delay, 1s);
 }
 
-TEST_P(ExtensionListing, TellsWhetherTheDriverIsEnabled)
+TEST(IsDriverEnabled, FindsTheStateInTheToolsListing)
 {
-    auto const listing = ReadExtensionListing(QString::fromLatin1(GetParam().name));
-    ASSERT_FALSE(listing.isEmpty());
-
-    EXPECT_EQ(IsDriverEnabled(listing), GetParam().is_enabled);
+    std::pair<QString, bool> const rows[] = {
+        {u"enabled"_s, true},
+        {u"waiting_for_user"_s, false},
+        {u"disabled"_s, false},
+        {u"terminated_until_reboot"_s, false},
+        {u"two_versions_one_enabled"_s, true},
+        {u"two_versions_none_enabled"_s, false},
+        {u"only_anothers_enabled"_s, false},
+        {u"none"_s, false},
+    };
+    for (auto const& [name, is_enabled] : rows) {
+        auto const listing = ReadExtensionListing(name);
+        EXPECT_FALSE(listing.isEmpty()) << name.toStdString();
+        EXPECT_EQ(IsDriverEnabled(listing), is_enabled) << name.toStdString();
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    EveryState, ExtensionListing,
-    testing::Values(Listing{"enabled", true}, Listing{"waiting_for_user", false},
-                    Listing{"disabled", false}, Listing{"terminated_until_reboot", false},
-                    Listing{"two_versions_one_enabled", true},
-                    Listing{"two_versions_none_enabled", false},
-                    Listing{"only_anothers_enabled", false}, Listing{"none", false}),
-    [](auto const& row) { return std::string(row.param.name); });
 
 TEST(IsDriverEnabled, NeedsIdentifierAndStateInOneLine)
 {
@@ -85,7 +71,7 @@ TEST(IsDriverEnabled, NeedsIdentifierAndStateInOneLine)
     EXPECT_FALSE(IsDriverEnabled("com.silabs.cp210 [activated enabled]"));
 }
 
-TEST(IsDriverEnabled, SurvivesWhatIsNoText)
+TEST(IsDriverEnabled, AcceptsBytesThatAreNotText)
 {
     EXPECT_FALSE(IsDriverEnabled({}));
     EXPECT_FALSE(IsDriverEnabled(QByteArray(100'000, '\xFF')));

@@ -1,423 +1,245 @@
-// Keeping the computer awake: a stand-in for macOS's tool, and the desktops' services on a real
-// bus.
+// Keeping the computer awake: the command that each system gets, and what becomes of its process. A
+// stand-in takes the tool's place.
 #include "app/sleep_inhibitor.h"
 
 #include <gmock/gmock.h>
-#include <poll.h>
 #include <signal.h>
-#include <sys/socket.h>
-#include <sys/un.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
-#include <QDBusConnection>
-#include <QDBusConnectionInterface>
-#include <QDBusMessage>
-#include <QDBusServiceWatcher>
-#include <QDBusVirtualObject>
+#include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QProcess>
-#include <QStringList>
-#include <QTemporaryDir>
 #include <QTest>
-#include <array>
-#include <cstdlib>
-#include <cstring>
+#include <algorithm>
+
+#include "tests/support/collected_log.h"
+#include "tests/support/stand_in_tool.h"
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
 
 namespace {
 
 constexpr int kPatience = 15'000;  // milliseconds
-// What nobody who looks at a window takes for a freeze, on a busy machine; a bus that says nothing
-// is given up after 25 s.
-constexpr qint64 kPrompt = 5'000;  // milliseconds
+constexpr qint64 kPrompt =
+    5'000;  // milliseconds; a busy machine stays below, a QProcess's 30 s do not
 
-auto const kPortal = QStringLiteral("org.freedesktop.portal.Desktop");
-auto const kPowerManagement = QStringLiteral("org.freedesktop.PowerManagement");
+StayAwakeCommand const kMacosCommand{u"/usr/bin/caffeinate"_s, {u"-i"_s, u"-w"_s, u"42"_s}};
+StayAwakeCommand const kLinuxCommand{
+    u"systemd-inhibit"_s,
+    {u"--what=idle:sleep"_s, u"--who=Kelvane firmware updater"_s,
+     u"--why=A unit's firmware is being updated"_s, u"--mode=block"_s, u"cat"_s}};
 
-// ---- macOS ----
+// Does as caffeinate does with "-i -w ID", and as systemd-inhibit does with options and a command.
+constexpr auto kTool = R"(
+if [ "$1" = -i ]; then
+    echo >"$here/holds"
+    exec tail -s 0.02 --pid="$last_argument" -f /dev/null
+fi
+while [ "${1#--}" != "$1" ]; do shift; done
+exec 3<&0  # a command in the background gets no input unless it is told
+"$@" <&3 &
+echo $! >>"$here/process_ids"
+echo >"$here/holds"
+wait
+)";
 
-class Caffeinate : public testing::Test {
+// Whether the process is there, even if only as a zombie of this one. Those of others do not count:
+// it is up to the system when they go.
+bool IsThere(qint64 id)
+{
+    QFile stat(u"/proc/%1/stat"_s.arg(id));
+    if (!stat.open(QIODevice::ReadOnly)) {
+        return false;
+    }
+    auto const line = stat.readAll();
+    auto const state_and_parent = line.mid(line.lastIndexOf(')') + 2).split(' ');
+    return state_and_parent.at(0) != "Z" || state_and_parent.at(1).toInt() == getpid();
+}
+
+class SleepInhibitorTest : public testing::Test {
 protected:
-    void SetUp() override { MakeTool(); }
-
-    void MakeTool() const
+    // The system's command for this process, with the stand-in in its tool's place.
+    StayAwakeCommand Command(char const* product_type) const
     {
-        QFile script(tool_);
-        ASSERT_TRUE(script.open(QIODevice::WriteOnly));
-        script.write("#!/bin/sh\necho $$ \"$@\" >>" + called_.toLocal8Bit() + ".new\nmv " +
-                     called_.toLocal8Bit() + ".new " + called_.toLocal8Bit() +
-                     "\nexec sleep 600\n");
-        script.setPermissions(QFile::ReadOwner | QFile::ExeOwner);
+        auto command = GetStayAwakeCommand(QString::fromLatin1(product_type), getpid());
+        command.program = tool_.Path();
+        return command;
     }
 
-    // The words of its call, its own process first; empty when it was not called.
-    QStringList WaitForCall() const
-    {
-        QFile file(called_);
-        EXPECT_TRUE(QTest::qWaitFor([&] { return file.exists(); }, kPatience));
-        EXPECT_TRUE(file.open(QIODevice::ReadOnly));
-        return QString::fromLatin1(file.readAll()).trimmed().split(QLatin1Char(' '));
-    }
-
-    static bool Runs(QString const& process) { return kill(process.toInt(), 0) == 0; }
-
-    QTemporaryDir directory_;
-    QString tool_ = directory_.filePath(QStringLiteral("caffeinate"));
-    QString called_ = directory_.filePath(QStringLiteral("called"));
-};
-
-TEST_F(Caffeinate, RunsUntilItIsReleasedOrThisProcessIsGone)
-{
-    auto const inhibitor = MakeCaffeinateInhibitor(tool_);
-    inhibitor->Hold();
-    auto const call = WaitForCall();
-    EXPECT_EQ(call.mid(1), QStringList({QStringLiteral("-i"), QStringLiteral("-w"),
-                                        QString::number(QCoreApplication::applicationPid())}));
-    EXPECT_TRUE(Runs(call.first()));
-    inhibitor->Release();
-    EXPECT_FALSE(Runs(call.first()));
-}
-
-TEST_F(Caffeinate, IsStartedOnceHoweverOftenItIsAskedFor)
-{
-    auto const inhibitor = MakeCaffeinateInhibitor(tool_);
-    inhibitor->Hold();
-    auto const process = WaitForCall().first();
-    ASSERT_TRUE(QFile::remove(called_));
-    inhibitor->Hold();
-    inhibitor->Release();
-    EXPECT_FALSE(QFile::exists(called_));
-    EXPECT_FALSE(Runs(process));
-}
-
-TEST_F(Caffeinate, CanBeHeldAgain)
-{
-    auto const inhibitor = MakeCaffeinateInhibitor(tool_);
-    inhibitor->Hold();
-    auto const first = WaitForCall().first();
-    inhibitor->Release();
-    ASSERT_TRUE(QFile::remove(called_));
-    inhibitor->Hold();
-    EXPECT_NE(WaitForCall().first(), first);
-}
-
-TEST_F(Caffeinate, EndsWithItsInhibitor)
-{
-    auto inhibitor = MakeCaffeinateInhibitor(tool_);
-    inhibitor->Hold();
-    auto const process = WaitForCall().first();
-    inhibitor.reset();
-    EXPECT_FALSE(Runs(process));
-}
-
-TEST_F(Caffeinate, DisturbsNobodyWhileItIsNotThere)
-{
-    ASSERT_TRUE(QFile::remove(tool_));
-    auto const inhibitor = MakeCaffeinateInhibitor(tool_);
-    QElapsedTimer timer;
-    timer.start();
-    inhibitor->Release();
-    inhibitor->Hold();
-    inhibitor->Hold();
-    inhibitor->Release();
-    EXPECT_LT(timer.elapsed(), kPrompt);
-
-    MakeTool();
-    inhibitor->Hold();
-    EXPECT_TRUE(Runs(WaitForCall().first()));
-}
-
-TEST_F(Caffeinate, IsTheOneOfMacos)
-{
-    auto const inhibitor = MakeSleepInhibitor(QStringLiteral("macOS"), {}, tool_);
-    ASSERT_NE(inhibitor, nullptr);
-    inhibitor->Hold();
-    EXPECT_TRUE(Runs(WaitForCall().first()));
-}
-
-// ---- Desktops ----
-
-// A service of a desktop's; notes what it is asked and by whom.
-class Service : public QDBusVirtualObject {
-public:
-    explicit Service(bool refuses) : refuses_(refuses) {}
-
-    QString introspect(QString const&) const override { return {}; }
-
-    bool handleMessage(QDBusMessage const& message, QDBusConnection const& bus) override
-    {
-        calls_.append(message);
-        auto const answer =
-            refuses_ ? message.createErrorReply(QDBusError::UnknownMethod, QStringLiteral("no"))
-                     : message.createReply(QVariant(42U));
-        return bus.send(answer);
-    }
-
-    bool refuses_;
-    QList<QDBusMessage> calls_;
-};
-
-class Desktop : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        daemon_.start(QStringLiteral("dbus-daemon"),
-                      {QStringLiteral("--session"), QStringLiteral("--print-address"),
-                       QStringLiteral("--nofork"),
-                       QStringLiteral("--address=unix:dir=") + directory_.path()});
-        ASSERT_TRUE(daemon_.waitForReadyRead(kPatience));
-        address_ = QString::fromLatin1(daemon_.readLine()).trimmed();
-    }
-
-    void TearDown() override
-    {
-        QDBusConnection::disconnectFromBus(QStringLiteral("services"));
-        daemon_.kill();
-        daemon_.waitForFinished(kPatience);
-    }
-
-    QDBusConnection Bus()
-    {
-        return QDBusConnection::connectToBus(address_, QStringLiteral("services"));
-    }
-
-    void Offer(QString const& name, Service& service)
-    {
-        auto bus = Bus();
-        ASSERT_TRUE(
-            bus.registerVirtualObject(QStringLiteral("/"), &service, QDBusConnection::SubPath));
-        ASSERT_TRUE(bus.registerService(name));
-    }
-
-    bool WaitForCall(Service const& service)
-    {
-        return QTest::qWaitFor([&] { return !service.calls_.isEmpty(); }, kPatience);
-    }
-
-    bool WaitUntilGone(QString const& caller)
+    bool WaitUntilHeld(qsizetype runs = 1) const
     {
         return QTest::qWaitFor(
-            [&] { return !Bus().interface()->isServiceRegistered(caller).value(); }, kPatience);
+            [&] { return tool_.Has(u"holds"_s) && tool_.ProcessIds().size() >= runs; }, kPatience);
     }
 
-    QTemporaryDir directory_;
-    QProcess daemon_;
-    QString address_;
+    bool WaitUntilNothingIsLeft() const
+    {
+        return QTest::qWaitFor([&] { return std::ranges::none_of(tool_.ProcessIds(), IsThere); },
+                               kPatience);
+    }
+
+    CollectedLog log_;
+    StandInTool tool_;
 };
 
-TEST_F(Desktop, IsAskedThroughItsPortalToStayAwake)
-{
-    Service portal(false);
-    Offer(kPortal, portal);
-    auto const inhibitor = MakeDesktopInhibitor(address_);
-    inhibitor->Hold();
-    ASSERT_TRUE(WaitForCall(portal));
-    auto const& call = portal.calls_.first();
-    EXPECT_EQ(call.path(), QStringLiteral("/org/freedesktop/portal/desktop"));
-    EXPECT_EQ(call.interface(), QStringLiteral("org.freedesktop.portal.Inhibit"));
-    EXPECT_EQ(call.member(), QStringLiteral("Inhibit"));
-    EXPECT_EQ(call.signature(), QStringLiteral("sua{sv}"));
-    EXPECT_EQ(call.arguments().at(1).toUInt(), 4U);
-    EXPECT_TRUE(Bus().interface()->isServiceRegistered(call.service()).value());
-}
-
-TEST_F(Desktop, ForgetsTheRequestWhenItIsReleased)
-{
-    Service portal(false);
-    Offer(kPortal, portal);
-    auto const inhibitor = MakeDesktopInhibitor(address_);
-    inhibitor->Hold();
-    ASSERT_TRUE(WaitForCall(portal));
-    inhibitor->Release();
-    EXPECT_TRUE(WaitUntilGone(portal.calls_.first().service()));
-}
-
-TEST_F(Desktop, ForgetsTheRequestOfAnInhibitorThatIsGone)
-{
-    Service portal(false);
-    Offer(kPortal, portal);
-    auto inhibitor = MakeDesktopInhibitor(address_);
-    inhibitor->Hold();
-    ASSERT_TRUE(WaitForCall(portal));
-    inhibitor.reset();
-    EXPECT_TRUE(WaitUntilGone(portal.calls_.first().service()));
-}
-
-TEST_F(Desktop, IsAskedThroughItsPowerManagerWhereThereIsNoPortal)
-{
-    Service power(false);
-    Offer(kPowerManagement, power);
-    auto const inhibitor = MakeDesktopInhibitor(address_);
-    inhibitor->Hold();
-    ASSERT_TRUE(WaitForCall(power));
-    auto const& call = power.calls_.first();
-    EXPECT_EQ(call.path(), QStringLiteral("/org/freedesktop/PowerManagement/Inhibit"));
-    EXPECT_EQ(call.interface(), QStringLiteral("org.freedesktop.PowerManagement.Inhibit"));
-    EXPECT_EQ(call.member(), QStringLiteral("Inhibit"));
-    EXPECT_EQ(call.signature(), QStringLiteral("ss"));
-}
-
-TEST_F(Desktop, IsAskedThroughItsPowerManagerWhenThePortalRefuses)
-{
-    Service both(true);
-    Offer(kPortal, both);
-    ASSERT_TRUE(Bus().registerService(kPowerManagement));
-    auto const inhibitor = MakeDesktopInhibitor(address_);
-    inhibitor->Hold();
-    ASSERT_TRUE(QTest::qWaitFor([&] { return both.calls_.size() == 2; }, kPatience));
-    EXPECT_EQ(both.calls_.at(1).interface(),
-              QStringLiteral("org.freedesktop.PowerManagement.Inhibit"));
-}
-
-TEST_F(Desktop, IsAskedOnceUntilItIsReleased)
-{
-    Service portal(false);
-    Offer(kPortal, portal);
-    auto const inhibitor = MakeDesktopInhibitor(address_);
-    inhibitor->Hold();
-    inhibitor->Hold();
-    ASSERT_TRUE(WaitForCall(portal));
-    inhibitor->Release();
-    inhibitor->Hold();
-    ASSERT_TRUE(QTest::qWaitFor([&] { return portal.calls_.size() >= 2; }, kPatience));
-    EXPECT_NE(portal.calls_.at(0).service(), portal.calls_.at(1).service());
-    EXPECT_EQ(portal.calls_.size(), 2);
-}
-
-TEST_F(Desktop, IsAskedAgainForTheNextUpdateWhenEverybodyRefused)
-{
-    Service both(true);
-    Offer(kPortal, both);
-    ASSERT_TRUE(Bus().registerService(kPowerManagement));
-    auto const inhibitor = MakeDesktopInhibitor(address_);
-    for (qsizetype calls : {2, 4}) {
-        inhibitor->Hold();
-        ASSERT_TRUE(QTest::qWaitFor([&] { return both.calls_.size() == calls; }, kPatience));
-        inhibitor->Release();
-    }
-}
-
-TEST_F(Desktop, WithoutAnyServiceDisturbsNobody)
-{
-    auto const inhibitor = MakeDesktopInhibitor(address_);
-    QElapsedTimer timer;
-    timer.start();
-    inhibitor->Hold();
-    inhibitor->Release();
-    inhibitor->Hold();
-    EXPECT_LT(timer.elapsed(), kPrompt);
-    inhibitor->Release();
-
-    Service portal(false);
-    Offer(kPortal, portal);
-    inhibitor->Hold();
-    EXPECT_TRUE(WaitForCall(portal));
-}
-
-TEST_F(Desktop, IsTheOneOfEverySystemWithASessionBus)
-{
-    Service portal(false);
-    Offer(kPortal, portal);
-    auto const inhibitor = MakeSleepInhibitor(QStringLiteral("debian"), address_);
-    ASSERT_NE(inhibitor, nullptr);
-    inhibitor->Hold();
-    EXPECT_TRUE(WaitForCall(portal));
-}
-
-TEST(DesktopWithoutBus, HasNobodyToAsk)
-{
-    EXPECT_EQ(MakeSleepInhibitor(QStringLiteral("debian"), {}), nullptr);
-}
-
-TEST(DesktopWithoutBus, DisturbsNobody)
-{
-    auto const inhibitor = MakeDesktopInhibitor(QStringLiteral("unix:path=/nowhere/bus"));
-    QElapsedTimer timer;
-    timer.start();
-    for (int update = 0; update < 2; ++update) {
-        inhibitor->Hold();
-        QTest::qWait(0);  // the answers, if there were any
-        inhibitor->Release();
-    }
-    EXPECT_LT(timer.elapsed(), kPrompt);
-}
-
-// A bus that takes every connection and never says a word.
-class SilentBus : public testing::Test {
+class StayingAwake : public SleepInhibitorTest, public testing::WithParamInterface<char const*> {
 protected:
-    void SetUp() override
-    {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        auto const path = directory_.filePath(QStringLiteral("bus")).toLocal8Bit();
-        ASSERT_LT(static_cast<std::size_t>(path.size()), sizeof address.sun_path);
-        std::memcpy(address.sun_path, path.constData(), static_cast<std::size_t>(path.size()));
-        ASSERT_EQ(bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        ASSERT_EQ(listen(socket_, 10), 0);
-    }
-    void TearDown() override
-    {
-        close(connection_);
-        close(socket_);
-    }
-
-    // The beginning of what is said to it.
-    std::string Hear()
-    {
-        EXPECT_TRUE(IsReadable(socket_));
-        connection_ = accept(socket_, nullptr, nullptr);
-        // It comes in pieces.
-        std::array<char, 5> words{};
-        std::size_t length = 0;
-        while (length < words.size() && IsReadable(connection_)) {
-            auto const size = read(connection_, words.data() + length, words.size() - length);
-            if (size <= 0) {
-                break;
-            }
-            length += static_cast<std::size_t>(size);
-        }
-        return {words.data(), length};
-    }
-
-    static bool IsReadable(int descriptor)
-    {
-        pollfd polled{.fd = descriptor, .events = POLLIN, .revents = 0};
-        return poll(&polled, 1, kPatience) == 1;
-    }
-
-    QTemporaryDir directory_;
-    QString address_ = QStringLiteral("unix:path=") + directory_.filePath(QStringLiteral("bus"));
-    int socket_ = socket(AF_UNIX, SOCK_STREAM, 0);
-    int connection_ = -1;
+    StayingAwake() { tool_.Does(kTool); }
 };
 
-TEST_F(SilentBus, KeepsNobodyWaiting)
-{
-    auto inhibitor = MakeDesktopInhibitor(address_);
-    QElapsedTimer timer;
-    timer.start();
-    inhibitor->Hold();
-    EXPECT_LT(timer.elapsed(), kPrompt);
-    EXPECT_EQ(Hear(), std::string("\0AUTH", 5));
+struct BadTool {
+    char const* name;
+    char const* commands;  // none: the tool is missing
+};
 
-    timer.start();
-    inhibitor->Release();
-    inhibitor->Hold();
-    inhibitor.reset();
-    EXPECT_LT(timer.elapsed(), kPrompt);
+void PrintTo(BadTool const& tool, std::ostream* out)
+{
+    *out << tool.name;
 }
 
-TEST_F(SilentBus, DoesNotKeepTheProgramFromEnding)
-{
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(
-        {
-            auto const inhibitor = MakeDesktopInhibitor(address_);
-            alarm(static_cast<unsigned>(kPrompt / 1000));
-            inhibitor->Hold();
-            std::exit(0);
-        },
-        testing::ExitedWithCode(0), "");
-}
+class ToolThatDoesNotWork : public SleepInhibitorTest,
+                            public testing::WithParamInterface<BadTool> {};
 
 }  // namespace
+
+TEST(StayAwakeCommand, IsThatOfTheSystem)
+{
+    std::pair<QString, StayAwakeCommand> const rows[] = {
+        {u"macos"_s, kMacosCommand},  {u"macOS"_s, kMacosCommand},   {u"debian"_s, kLinuxCommand},
+        {u"fedora"_s, kLinuxCommand}, {u"windows"_s, kLinuxCommand},
+    };
+    for (auto const& [product_type, command] : rows) {
+        EXPECT_EQ(GetStayAwakeCommand(product_type, 42), command) << product_type.toStdString();
+    }
+}
+
+TEST_P(StayingAwake, LastsUntilItIsReleased)
+{
+    auto const inhibitor = MakeSleepInhibitor(Command(GetParam()));
+    inhibitor->Hold();
+    ASSERT_TRUE(WaitUntilHeld());
+    EXPECT_TRUE(std::ranges::all_of(tool_.ProcessIds(), IsThere));
+
+    inhibitor->Release();
+
+    EXPECT_TRUE(WaitUntilNothingIsLeft());
+}
+
+TEST_P(StayingAwake, EndsWithTheInhibitor)
+{
+    auto inhibitor = MakeSleepInhibitor(Command(GetParam()));
+    inhibitor->Hold();
+    ASSERT_TRUE(WaitUntilHeld());
+
+    inhibitor.reset();
+
+    EXPECT_TRUE(WaitUntilNothingIsLeft());
+}
+
+TEST_P(StayingAwake, EndsWhenTheProgramIsKilled)
+{
+    auto const holds = tool_.FilePath(u"holds"_s);
+    ASSERT_EQ(mkfifo(holds.toLocal8Bit().constData(), S_IRUSR | S_IWUSR), 0);
+    auto const program = fork();
+    if (program == 0) {
+        alarm(kPatience / 1000);
+        auto const inhibitor = MakeSleepInhibitor(Command(GetParam()));
+        inhibitor->Hold();
+        QFile(holds).open(QIODevice::ReadOnly);  // returns when the tool has opened it, too
+        raise(SIGKILL);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(program, &status, 0), program);
+    ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+
+    ASSERT_FALSE(tool_.ProcessIds().isEmpty());
+    EXPECT_TRUE(WaitUntilNothingIsLeft());
+}
+
+TEST_P(StayingAwake, StartsOneProcessHoweverOftenItIsHeld)
+{
+    auto const inhibitor = MakeSleepInhibitor(Command(GetParam()));
+    inhibitor->Hold();
+    ASSERT_TRUE(WaitUntilHeld());
+    auto const processes = tool_.ProcessIds();
+
+    inhibitor->Hold();
+
+    EXPECT_TRUE(IsThere(processes.first()));
+    inhibitor->Release();
+    EXPECT_EQ(tool_.ProcessIds(), processes);
+    inhibitor->Hold();
+    EXPECT_TRUE(WaitUntilHeld(2 * processes.size()));
+}
+
+INSTANTIATE_TEST_SUITE_P(EverySystem, StayingAwake, testing::Values("macos", "debian"),
+                         [](auto const& row) { return std::string(row.param); });
+
+TEST_P(ToolThatDoesNotWork, DisturbsNobodyAndLeavesNothingBehind)
+{
+    if (GetParam().commands != nullptr) {
+        tool_.Does(GetParam().commands);
+    }
+    QElapsedTimer timer;
+    timer.start();
+    {
+        auto const inhibitor = MakeSleepInhibitor(Command("debian"));
+        for (int update = 0; update < 2; ++update) {
+            inhibitor->Hold();
+            QTest::qWait(0);
+            inhibitor->Release();
+            EXPECT_TRUE(WaitUntilNothingIsLeft());
+        }
+        inhibitor->Hold();
+    }
+    EXPECT_LT(timer.elapsed(), kPrompt);
+    EXPECT_TRUE(WaitUntilNothingIsLeft());
+    EXPECT_THAT(log_.Lines(), testing::IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryWay, ToolThatDoesNotWork,
+                         testing::Values(BadTool{"Missing", nullptr}, BadTool{"Fails", "exit 1\n"},
+                                         BadTool{"IgnoresSignals",
+                                                 "trap '' TERM HUP INT PIPE\nwait_for_test\n"},
+                                         BadTool{"PrintsWithoutEnd", "exec yes\n"}),
+                         [](auto const& row) { return std::string(row.param.name); });
+
+TEST_F(SleepInhibitorTest, LeavesNoZombieOfAToolThatEndsAtOnce)
+{
+    tool_.Does("echo >\"$here/holds\"\n");
+    auto const inhibitor = MakeSleepInhibitor(Command("debian"));
+    inhibitor->Hold();
+    ASSERT_TRUE(WaitUntilHeld());
+
+    EXPECT_TRUE(WaitUntilNothingIsLeft());
+}
+
+TEST_F(SleepInhibitorTest, DiscardsWhatTheToolPrints)
+{
+    tool_.Does(
+        "outputs=$(readlink /proc/$$/fd/1 /proc/$$/fd/2)\n"
+        "echo \"$outputs\" >\"$here/outputs\"; echo >\"$here/holds\"\n");
+    auto const inhibitor = MakeSleepInhibitor(Command("debian"));
+    inhibitor->Hold();
+    ASSERT_TRUE(WaitUntilHeld());
+
+    EXPECT_EQ(tool_.Read(u"outputs"_s), "/dev/null\n/dev/null\n");
+}
+
+TEST_F(SleepInhibitorTest, LeavesAToolThatTakesItsTimeToTheEventLoop)
+{
+    tool_.Does(kTool);
+    for (int update = 0; update < 3; ++update) {
+        auto inhibitor = MakeSleepInhibitor(Command("debian"), 0ms);
+        inhibitor->Hold();
+        ASSERT_TRUE(WaitUntilHeld(2 * (update + 1)));
+
+        inhibitor.reset();
+
+        EXPECT_TRUE(WaitUntilNothingIsLeft());
+    }
+    EXPECT_THAT(log_.Lines(), testing::IsEmpty());
+}

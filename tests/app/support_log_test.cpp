@@ -1,5 +1,5 @@
-// The log for support: what it holds, how it stays small, and that nothing about it ever gets in
-// the way.
+// The log for support: what it contains, how its size stays limited, and that it never disturbs the
+// program.
 #include "app/support_log.h"
 
 #include <fcntl.h>
@@ -18,9 +18,10 @@
 
 #include "runtime/console.h"
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
-using testing::AllOf;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -28,9 +29,9 @@ using testing::MatchesRegex;
 
 class SupportLogTest : public testing::Test {
 protected:
-    QString Directory() const { return root_.filePath(QStringLiteral("state/updater")); }
+    QString Directory() const { return root_.filePath(u"state/updater"_s); }
 
-    std::vector<std::string> Lines(QString const& file = QStringLiteral("updater.log")) const
+    std::vector<std::string> Lines(QString const& file = u"updater.log"_s) const
     {
         QFile opened(Directory() + QLatin1Char('/') + file);
         EXPECT_TRUE(opened.open(QIODevice::ReadOnly)) << file.toStdString();
@@ -49,35 +50,18 @@ protected:
     SupportLog log_{Directory()};
 };
 
-// What goes to the program's own output while this lives.
-class Output {
-public:
-    Output()
-    {
-        testing::internal::CaptureStdout();
-        testing::internal::CaptureStderr();
-    }
-    ~Output()
-    {
-        if (!taken_) {
-            Take();
-        }
-    }
-    Output(Output const&) = delete;
-    Output& operator=(Output const&) = delete;
+// What this process prints while `run` runs.
+template <typename Function>
+std::string GetOutput(Function const& run)
+{
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    run();
+    auto const output = testing::internal::GetCapturedStdout();
+    return output + testing::internal::GetCapturedStderr();
+}
 
-    std::string Take()
-    {
-        taken_ = true;
-        auto const output = testing::internal::GetCapturedStdout();
-        return output + testing::internal::GetCapturedStderr();
-    }
-
-private:
-    bool taken_ = false;
-};
-
-// A disk on which no file of this process can grow beyond this size.
+// A disk on which no file of this process can grow beyond a size, in bytes.
 class FullDisk {
 public:
     explicit FullDisk(qint64 size) : signal_(signal(SIGXFSZ, SIG_IGN))
@@ -103,22 +87,17 @@ constexpr auto kTime =
     "[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}"
     "(Z|[+-][0-9]{2}:[0-9]{2}) ";
 
-TEST(LogDirectory, OfMacosIsInTheUsersLibrary)
+TEST(LogDirectory, IsWhereTheSystemKeepsSuchFiles)
 {
-    EXPECT_EQ(GetLogDirectory(QStringLiteral("macos"), QStringLiteral("/Users/ann"),
-                              QStringLiteral("/state")),
-              QStringLiteral("/Users/ann/Library/Logs/Kelvane Firmware Updater"));
-}
-
-TEST(LogDirectory, ElsewhereIsTheUsersStateDirectory)
-{
-    auto const get = [](char const* xdg_state_home) {
-        return GetLogDirectory(QStringLiteral("debian"), QStringLiteral("/home/ann"),
-                               QString::fromLatin1(xdg_state_home));
-    };
-    EXPECT_EQ(get(""), QStringLiteral("/home/ann/.local/state/kelvane-firmware-updater"));
-    EXPECT_EQ(get("/state"), QStringLiteral("/state/kelvane-firmware-updater"));
-    EXPECT_EQ(get("state"), QStringLiteral("/home/ann/.local/state/kelvane-firmware-updater"));
+    auto const home = u"/home/ann"_s;
+    EXPECT_EQ(GetLogDirectory(u"macOS"_s, home, u"/state"_s),
+              u"/home/ann/Library/Logs/Kelvane Firmware Updater"_s);
+    EXPECT_EQ(GetLogDirectory(u"debian"_s, home, u"/state"_s),
+              u"/state/kelvane-firmware-updater"_s);
+    for (auto const& not_absolute : {u""_s, u"state"_s}) {
+        EXPECT_EQ(GetLogDirectory(u"debian"_s, home, not_absolute),
+                  u"/home/ann/.local/state/kelvane-firmware-updater"_s);
+    }
 }
 
 TEST_F(SupportLogTest, StampsEveryEntryWithItsTime)
@@ -135,7 +114,7 @@ TEST_F(SupportLogTest, IndentsFurtherLinesOfAnEntry)
     EXPECT_THAT(Lines(), ElementsAre(EndsWith(" one"), "    two"));
 }
 
-TEST_F(SupportLogTest, IsForItsOwnerOnly)
+TEST_F(SupportLogTest, CanBeReadByItsOwnerOnly)
 {
     log_.Write(u"text");
     struct stat status = {};
@@ -143,7 +122,7 @@ TEST_F(SupportLogTest, IsForItsOwnerOnly)
     EXPECT_EQ(status.st_mode & 0777, mode_t{0600});
 }
 
-TEST_F(SupportLogTest, GoesOnInTheFileOfAnEarlierRun)
+TEST_F(SupportLogTest, ContinuesTheFileOfAnEarlierRun)
 {
     log_.Write(u"earlier");
     SupportLog(Directory()).Write(u"later");
@@ -153,7 +132,7 @@ TEST_F(SupportLogTest, GoesOnInTheFileOfAnEarlierRun)
 TEST_F(SupportLogTest, KeepsTenFilesOfAMillionBytes)
 {
     auto const text = QString(50'000, QLatin1Char('x'));
-    // Nineteen of them fill a file.
+    // Nineteen entries fill a file.
     for (int entry = 0; entry < 19 * 12; ++entry) {
         log_.Write(QString::number(entry) + text);
     }
@@ -162,8 +141,8 @@ TEST_F(SupportLogTest, KeepsTenFilesOfAMillionBytes)
         EXPECT_LE(QFileInfo(Directory(), file).size(), SupportLog::kFileSize);
     }
     EXPECT_THAT(Lines().back(), HasSubstr(" 227xxx"));
-    EXPECT_THAT(Lines(QStringLiteral("updater.1.log")).back(), HasSubstr(" 208xxx"));
-    EXPECT_THAT(Lines(QStringLiteral("updater.9.log")).front(), HasSubstr(" 38xxx"));
+    EXPECT_THAT(Lines(u"updater.1.log"_s).back(), HasSubstr(" 208xxx"));
+    EXPECT_THAT(Lines(u"updater.9.log"_s).front(), HasSubstr(" 38xxx"));
 }
 
 TEST_F(SupportLogTest, CutsAnEntryThatIsTooLong)
@@ -172,7 +151,7 @@ TEST_F(SupportLogTest, CutsAnEntryThatIsTooLong)
     EXPECT_EQ(QFileInfo(log_.CurrentFile()).size(), SupportLog::kEntrySize);
 }
 
-TEST_F(SupportLogTest, TakesEntriesFromSeveralThreadsWhole)
+TEST_F(SupportLogTest, KeepsEntriesOfSeveralThreadsWhole)
 {
     auto const write = [this](QString const& text) {
         for (int i = 0; i < 200; ++i) {
@@ -189,12 +168,10 @@ TEST_F(SupportLogTest, TakesEntriesFromSeveralThreadsWhole)
 
 TEST_F(SupportLogTest, IsSilentWhereItCannotBeWritten)
 {
-    // Permissions do not hold root up; a file in the folder's place does.
-    QFile in_the_way(root_.filePath(QStringLiteral("state")));
+    // Permissions do not stop root; a file in the folder's place does.
+    QFile in_the_way(root_.filePath(u"state"_s));
     ASSERT_TRUE(in_the_way.open(QIODevice::WriteOnly));
-    Output output;
-    log_.Write(u"lost");
-    EXPECT_EQ(output.Take(), "");
+    EXPECT_EQ(GetOutput([this] { log_.Write(u"lost"); }), "");
     EXPECT_EQ(in_the_way.size(), 0);
 
     ASSERT_TRUE(in_the_way.remove());
@@ -202,58 +179,57 @@ TEST_F(SupportLogTest, IsSilentWhereItCannotBeWritten)
     EXPECT_THAT(Lines(), ElementsAre(EndsWith(" kept")));
 }
 
-TEST_F(SupportLogTest, DoesNotWaitForAReaderOfAPipeInItsPlace)
+TEST_F(SupportLogTest, DoesNotWaitForTheReaderOfAPipeInItsPlace)
 {
     ASSERT_TRUE(QDir().mkpath(Directory()));
     ASSERT_EQ(mkfifo(log_.CurrentFile().toLocal8Bit().constData(), 0600), 0);
     log_.Write(u"lost");
-    EXPECT_EQ(Files(), QStringList());  // a pipe is no plain file
+    EXPECT_EQ(Files(), QStringList());  // a pipe is not a regular file
 }
 
-TEST_F(SupportLogTest, IsSilentOnAFullDiskAndGoesOnWhenThereIsRoomAgain)
+TEST_F(SupportLogTest, IsSilentOnAFullDiskAndContinuesWhenThereIsRoomAgain)
 {
     log_.Write(u"before");
-    Output output;
-    {
-        // Room for the beginning of an entry, and for none.
-        constexpr qint64 kRoom = 10;
-        FullDisk const disk(QFileInfo(log_.CurrentFile()).size() + kRoom);
-        log_.Write(u"lost");
-        log_.Write(u"lost");
-    }
+    EXPECT_EQ(GetOutput([this] {
+                  // Room for the beginning of an entry, and for none.
+                  constexpr qint64 kRoom = 10;
+                  FullDisk const disk(QFileInfo(log_.CurrentFile()).size() + kRoom);
+                  log_.Write(u"lost");
+                  log_.Write(u"lost");
+              }),
+              "");
     log_.Write(u"after");
-    EXPECT_EQ(output.Take(), "");
     EXPECT_THAT(Lines(), ElementsAre(MatchesRegex(std::string(kTime) + "before"),
                                      MatchesRegex(std::string(kTime) + "after")));
 }
 
 TEST_F(SupportLogTest, StopsAtItsSizeWhenOlderFilesCannotBeMoved)
 {
-    // A file is moved neither over a folder nor over another file, and a folder that holds
-    // something cannot be removed.
+    // A file cannot be renamed to an existing name, and a folder with content cannot be removed.
     auto const in_the_way = [this](int age) {
-        return Directory() + QStringLiteral("/updater.%1.log/full").arg(age);
+        return Directory() + u"/updater.%1.log/full"_s.arg(age);
     };
     for (int age = 1; age < SupportLog::kFiles; ++age) {
         ASSERT_TRUE(QDir().mkpath(in_the_way(age)));
     }
-    Output output;
     log_.Write(u"first");
-    for (int entry = 0; entry < 40; ++entry) {
-        log_.Write(QString(60'000, QLatin1Char('x')));
-    }
-    EXPECT_EQ(output.Take(), "");
+    EXPECT_EQ(GetOutput([this] {
+                  for (int entry = 0; entry < 40; ++entry) {
+                      log_.Write(QString(60'000, QLatin1Char('x')));
+                  }
+              }),
+              "");
     for (int age = 1; age < SupportLog::kFiles; ++age) {
         EXPECT_TRUE(QFileInfo(in_the_way(age)).isDir()) << age;
     }
-    EXPECT_EQ(Files(), QStringList({QStringLiteral("updater.log")}));
+    EXPECT_EQ(Files(), QStringList({u"updater.log"_s}));
     EXPECT_THAT(Lines().front(), EndsWith(" first"));
     EXPECT_EQ(Lines().size(), 17U);  // sixteen of the long ones fill the file
 }
 
-// ---- What is tapped ----
+// ---- The tap ----
 
-TEST_F(SupportLogTest, KeepsWhatGoesThroughQtsLogging)
+TEST_F(SupportLogTest, RecordsQtsLogging)
 {
     {
         SupportLogTap const tap(log_);
@@ -267,7 +243,7 @@ TEST_F(SupportLogTest, KeepsWhatGoesThroughQtsLogging)
                                      EndsWith(" warning: three"), EndsWith(" critical: four")));
 }
 
-TEST_F(SupportLogTest, LeavesQtsLoggingWhereItWent)
+TEST_F(SupportLogTest, PassesQtsLoggingOn)
 {
     static QStringList heard;
     heard.clear();
@@ -279,10 +255,10 @@ TEST_F(SupportLogTest, LeavesQtsLoggingWhereItWent)
     }
     qWarning("after");
     qInstallMessageHandler(before);
-    EXPECT_EQ(heard, QStringList({QStringLiteral("during"), QStringLiteral("after")}));
+    EXPECT_EQ(heard, QStringList({u"during"_s, u"after"_s}));
 }
 
-TEST_F(SupportLogTest, KeepsWhatTheSharedCodePrints)
+TEST_F(SupportLogTest, RecordsWhatTheSharedCodePrints)
 {
     testing::internal::CaptureStdout();
     {
@@ -294,9 +270,9 @@ TEST_F(SupportLogTest, KeepsWhatTheSharedCodePrints)
     EXPECT_THAT(Lines(), ElementsAre(EndsWith(" output: NACK received, command Erase")));
 }
 
-TEST_F(SupportLogTest, TakesNothingThatQtSaysBecauseOfTheWritingItself)
+TEST_F(SupportLogTest, IgnoresMessagesThatTheWritingItselfCauses)
 {
-    // Qt warns of such a name with each attempt to use it.
+    // Qt warns about such a name at each attempt to use it.
     SupportLog log(Directory() + QChar(u'\0'));
     EXPECT_EXIT(
         {
@@ -309,15 +285,15 @@ TEST_F(SupportLogTest, TakesNothingThatQtSaysBecauseOfTheWritingItself)
         testing::ExitedWithCode(0), "Broken filename.*\n.*tapped");
 }
 
-TEST_F(SupportLogTest, KeepsTheLastWordsOfAProgramThatEndsOnThem)
+TEST_F(SupportLogTest, RecordsTheMessageThatEndsTheProgram)
 {
     EXPECT_DEATH(
         {
             SupportLogTap const tap(log_);
-            qFatal("beyond help");
+            qFatal("fatal error");
         },
-        "beyond help");
-    EXPECT_THAT(Lines(), ElementsAre(EndsWith(" fatal: beyond help")));
+        "fatal error");
+    EXPECT_THAT(Lines(), ElementsAre(EndsWith(" fatal: fatal error")));
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// What the window learns from the system that it really runs on.
+// The window's environment on the system that it really runs on.
 #include "app/window_environment.h"
 
 #include <gtest/gtest.h>
@@ -34,7 +34,7 @@ protected:
 
 }  // namespace
 
-TEST_F(SystemPorts, AreListedWithTheirUsbIdentifiers)
+TEST_F(SystemPorts, AreListedWithTheirUsbIdsWhileTheyAreThere)
 {
     simulator::UsbSerialPort port(Testbed(), options_);
     EXPECT_EQ(Find(), std::nullopt);
@@ -45,20 +45,13 @@ TEST_F(SystemPorts, AreListedWithTheirUsbIdentifiers)
     ASSERT_TRUE(entry.has_value());
     EXPECT_EQ(entry->vendor_id, 0x0483);
     EXPECT_EQ(entry->product_id, 0xDF11);
-}
-
-TEST_F(SystemPorts, AreListedAnewAtEachLook)
-{
-    simulator::UsbSerialPort port(Testbed(), options_);
-    port.Plug();
-    ASSERT_TRUE(Find().has_value());
 
     port.Unplug();
 
     EXPECT_EQ(Find(), std::nullopt);
 }
 
-TEST(SystemEnvironment, NamesTheSystemAndTheProductsTimes)
+TEST(SystemEnvironment, HasTheSystemsNameAndTheDefaultIntervals)
 {
     auto const environment = WindowEnvironment::System();
 

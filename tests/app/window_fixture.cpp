@@ -1,39 +1,62 @@
 #include "tests/app/window_fixture.h"
 
+#include <sys/wait.h>
+
+#include <cerrno>
 #include <utility>
 
 MainWindow& WindowTest::MakeWindow(targetInterfaceType type)
 {
-    auto backend = std::make_unique<RecordingBackend>(record_);
+    auto backend = std::make_unique<FakeBackend>(record_);
     backend_ = backend.get();
     window_ = std::make_unique<MainWindow>(ini_.Directory(), ini_.Settings(), dfu_util_, type,
                                            std::move(backend), environment_);
     return *window_;
 }
 
-void WindowTest::FromBackend(std::function<void(FirmwareUpdaterBase&)> signal)
+void WindowTest::FromBackend(std::function<void(FirmwareUpdaterBase&)> const& emit_signals)
 {
+    // An event that the worker posts to the window's thread after a signal arrives there after it.
+    bool handled = false;
     QMetaObject::invokeMethod(
-        backend_, [backend = backend_, signal = std::move(signal)] { signal(*backend); },
+        backend_,
+        [&] {
+            emit_signals(*backend_);
+            QMetaObject::invokeMethod(
+                window_.get(), [&handled] { handled = true; }, Qt::QueuedConnection);
+        },
         Qt::QueuedConnection);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return handled; }, kPatience));
 }
 
 void WindowTest::ReportStatus(ConnectionStatus status)
 {
-    FromBackendAndWait(
-        [status](FirmwareUpdaterBase& backend) { Q_EMIT backend.UpdateConnectionStatus(status); });
+    FromBackend([status](auto& backend) { Q_EMIT backend.UpdateConnectionStatus(status); });
 }
 
-void WindowTest::FromBackendAndWait(std::function<void(FirmwareUpdaterBase&)> const& signal)
+void WindowTest::StartUpdate()
 {
-    // What the worker posts to the window's thread after the signal arrives there after it, too.
-    bool handled = false;
-    FromBackend([this, &signal, &handled](FirmwareUpdaterBase& backend) {
-        signal(backend);
-        QMetaObject::invokeMethod(
-            window_.get(), [&handled] { handled = true; }, Qt::QueuedConnection);
-    });
-    ASSERT_TRUE(QTest::qWaitFor([&] { return handled; }, kPatience));
+    FromBackend([](auto& backend) { Q_EMIT backend.UpdateStarted(); });
+}
+
+void WindowTest::StartErase()
+{
+    FromBackend([](auto& backend) { Q_EMIT backend.EraseStarted(); });
+}
+
+void WindowTest::FinishErase()
+{
+    FromBackend([](auto& backend) { Q_EMIT backend.EraseFinished(); });
+}
+
+void WindowTest::ReportProgress(int percent)
+{
+    FromBackend([percent](auto& backend) { Q_EMIT backend.ProgressUpdate(percent); });
+}
+
+void WindowTest::FinishUpdate(bool status)
+{
+    FromBackend([status](auto& backend) { Q_EMIT backend.UpdateFinished(status); });
 }
 
 bool WindowTest::WaitForCalls(QString const& beginning, qsizetype count)
@@ -46,31 +69,14 @@ bool WindowTest::WaitForLooks(int count)
     return QTest::qWaitFor([&] { return looks_ >= count; }, kPatience);
 }
 
-QLabel& WindowTest::Label(char const* name)
+bool WindowTest::WaitUntilReady()
 {
-    auto* const label = window_->findChild<QLabel*>(QString::fromLatin1(name));
-    if (label == nullptr) {
-        throw std::runtime_error(std::string("no label named ") + name);
-    }
-    return *label;
+    return QTest::qWaitFor([this] { return Button().isEnabled(); }, kPatience);
 }
 
-QPushButton& WindowTest::Button()
+bool WindowTest::HasChildProcess()
 {
-    auto* const button = window_->findChild<QPushButton*>(QStringLiteral("updateButton"));
-    if (button == nullptr) {
-        throw std::runtime_error("no updateButton");
-    }
-    return *button;
-}
-
-QProgressBar& WindowTest::Bar()
-{
-    auto* const bar = window_->findChild<QProgressBar*>(QStringLiteral("progressBar"));
-    if (bar == nullptr) {
-        throw std::runtime_error("no progressBar");
-    }
-    return *bar;
+    return waitpid(-1, nullptr, WNOHANG) != -1 || errno != ECHILD;
 }
 
 WindowTest::Shown WindowTest::GetShown()

@@ -1,5 +1,4 @@
-// A real main window over a recording backend, with a resource directory and a list of serial ports
-// of the test's own.
+// A real main window over a fake backend, with its own resource directory and list of serial ports.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,53 +9,78 @@
 #include <QTest>
 #include <functional>
 #include <memory>
+#include <ostream>
 #include <stdexcept>
-#include <string>
 
 #include "app/main_window.h"
 #include "tests/app/driver_stand_ins.h"
-#include "tests/app/recording_backend.h"
 #include "tests/config/ini_file.h"
+#include "tests/support/fake_backend.h"
 
 class WindowTest : public testing::Test {
 protected:
     static constexpr int kPatience = 15'000;  // milliseconds
     static constexpr std::chrono::milliseconds kNever{3'600'000};
 
-    // Replaces the window before it. What it reads is put into ini_ first.
+    WindowTest() { record_->answers = false; }
+
+    // Replaces the window before it. Its configuration is put into ini_ first.
     MainWindow& MakeWindow(targetInterfaceType type = TargetUart);
 
-    // Runs `signal` on the backend's thread; what follows from it arrives queued.
-    void FromBackend(std::function<void(FirmwareUpdaterBase&)> signal);
+    // Calls `emit_signals` on the backend's thread and returns when the window has handled them.
+    void FromBackend(std::function<void(FirmwareUpdaterBase&)> const& emit_signals);
     void ReportStatus(ConnectionStatus status);
-    // Like FromBackend, and returns when the window has handled it.
-    void FromBackendAndWait(std::function<void(FirmwareUpdaterBase&)> const& signal);
+    void StartUpdate();
+    void StartErase();
+    void FinishErase();
+    void ReportProgress(int percent);
+    void FinishUpdate(bool status);
 
     bool WaitForCalls(QString const& beginning, qsizetype count);
     bool WaitForLooks(int count);  // at the list of ports
+    bool WaitUntilReady();         // a unit is connected
 
-    QLabel& Label(char const* name);
-    QPushButton& Button();
-    QProgressBar& Bar();
+    // Whether a tool that the window has started still runs, or is a zombie.
+    static bool HasChildProcess();
 
-    // button text, enabled, style, bar value, bar text
+    // Throws if there is none of that name.
+    template <typename Widget>
+    Widget& Find(char const* name)
+    {
+        auto* const widget = window_->findChild<Widget*>(QString::fromLatin1(name));
+        if (widget == nullptr) {
+            throw std::runtime_error(std::string("no widget named ") + name);
+        }
+        return *widget;
+    }
+    QLabel& Label(char const* name) { return Find<QLabel>(name); }
+    QPushButton& Button() { return Find<QPushButton>("updateButton"); }
+    QProgressBar& Bar() { return Find<QProgressBar>("progressBar"); }
+
     struct Shown {
         QString button_text;
         bool button_enabled;
         QString button_style;
-        int value;
-        QString format;
+        int bar_value;
+        QString bar_format;
 
         bool operator==(Shown const&) const = default;
+        friend void PrintTo(Shown const& shown, std::ostream* out)
+        {
+            *out << '"' << shown.button_text.toStdString() << "\" "
+                 << (shown.button_enabled ? "enabled, " : "disabled, ")
+                 << shown.button_style.toStdString() << ", bar at " << shown.bar_value << " \""
+                 << shown.bar_format.toStdString() << '"';
+        }
     };
     Shown GetShown();
 
     IniFile ini_{""};
-    // Nobody's real driver is touched, whichever system a test has the window run on.
+    // No test ever touches a real driver, whichever system its window runs on.
     DriverStandIns driver_{ini_.Directory()};
     QString dfu_util_ = QStringLiteral("/nowhere/dfu-util");
-    QList<SerialPortEntry> ports_;  // what the window finds
-    int looks_ = 0;                 // how often it looked
+    QList<SerialPortEntry> ports_;  // that the window finds
+    int looks_ = 0;                 // how often it has looked
     WindowEnvironment environment_{.list_serial_ports =
                                        [this] {
                                            ++looks_;
@@ -66,6 +90,6 @@ protected:
                                    .intervals = {.first = kNever},
                                    .driver = driver_.Environment()};
     std::shared_ptr<BackendRecord> record_ = std::make_shared<BackendRecord>();
-    RecordingBackend* backend_ = nullptr;  // owned by the window
+    FakeBackend* backend_ = nullptr;  // owned by the window
     std::unique_ptr<MainWindow> window_;
 };

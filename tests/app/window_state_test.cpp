@@ -1,9 +1,9 @@
-// The window's table: every event under every transport.
+// The window's table: every event on every transport.
 #include "app/window_state.h"
 
 #include <gtest/gtest.h>
 
-#include <ostream>
+#include <vector>
 
 using namespace Qt::StringLiterals;
 
@@ -12,7 +12,7 @@ namespace {
 // U+2014 is the em dash.
 auto const kError = u"Error connecting to device \u2014 Disconnect device and repeat step 1-3"_s;
 
-// What a row leaves as it is.
+// The row does not change this.
 constexpr auto same = std::nullopt;
 
 struct Row {
@@ -22,11 +22,6 @@ struct Row {
     // button text, style and enabled, bar value and text, unit ready
     WindowChange change;
 };
-
-void PrintTo(Row const& row, std::ostream* out)
-{
-    *out << row.name << " under transport " << row.type;
-}
 
 // The rows that are the same for every transport.
 std::vector<Row> CommonRows(targetInterfaceType type)
@@ -62,38 +57,28 @@ std::vector<Row> AllRows()
     return rows;
 }
 
-class WindowTable : public testing::TestWithParam<Row> {};
-
 }  // namespace
 
-TEST_P(WindowTable, ChangesExactlyWhatItsRowSays)
+TEST(WindowTable, ChangesExactlyTheCellsOfEachRow)
 {
-    Row const& row = GetParam();
+    for (auto const& row : AllRows()) {
+        SCOPED_TRACE(testing::Message() << row.name << " on transport " << row.type);
+        auto const change = GetWindowChange(row.event, row.type);
 
-    auto const change = GetWindowChange(row.event, row.type);
-
-    EXPECT_EQ(change.button_text, row.change.button_text);
-    EXPECT_EQ(change.button_style, row.change.button_style);
-    EXPECT_EQ(change.button_enabled, row.change.button_enabled);
-    EXPECT_EQ(change.progress_value, row.change.progress_value);
-    EXPECT_EQ(change.progress_format, row.change.progress_format);
-    EXPECT_EQ(change.unit_ready, row.change.unit_ready);
+        EXPECT_EQ(change.button_text, row.change.button_text);
+        EXPECT_EQ(change.button_style, row.change.button_style);
+        EXPECT_EQ(change.button_enabled, row.change.button_enabled);
+        EXPECT_EQ(change.progress_value, row.change.progress_value);
+        EXPECT_EQ(change.progress_format, row.change.progress_format);
+        EXPECT_EQ(change.unit_ready, row.change.unit_ready);
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(EveryEvent, WindowTable, testing::ValuesIn(AllRows()),
-                         [](auto const& row) {
-                             return std::string(row.param.name) + std::to_string(row.param.type);
-                         });
-
-TEST(WindowEvents, StandForTheConnectionStatuses)
+TEST(WindowEvents, BelongToTheConnectionStatuses)
 {
     EXPECT_EQ(GetConnectionEvent(ConnectionStatus::Connected), WindowEvent::UnitConnected);
     EXPECT_EQ(GetConnectionEvent(ConnectionStatus::Disconnected), WindowEvent::UnitDisconnected);
     EXPECT_EQ(GetConnectionEvent(ConnectionStatus::VerificationFailed), WindowEvent::UnitRefused);
-}
-
-TEST(WindowEvents, AreNoneForAStatusOutsideTheEnumeration)
-{
     EXPECT_EQ(GetConnectionEvent(static_cast<ConnectionStatus>(3)), std::nullopt);
     EXPECT_EQ(GetConnectionEvent(static_cast<ConnectionStatus>(-1)), std::nullopt);
 }

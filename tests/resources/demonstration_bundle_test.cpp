@@ -1,4 +1,4 @@
-// What the demonstration bundle must hold for the window and an update to work with it.
+// What the demonstration bundle must contain for the window and an update to work with it.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -8,9 +8,11 @@
 #include <QFontInfo>
 #include <QIcon>
 #include <QImage>
+#include <QMainWindow>
 #include <QtEndian>
 
 #include "tests/resources/demonstration_resources.h"
+#include "ui_main_window.h"
 
 namespace {
 
@@ -61,7 +63,9 @@ TEST(DemonstrationPictures, TheOnlyPngHasTheShapeOfTheWindow)
     ASSERT_EQ(pictures.size(), 1);
 
     QImage const background(DemonstrationResources().filePath(pictures.first()));
-    EXPECT_EQ(background.size(), QSize(2 * 665, 2 * 517));
+    QMainWindow window;
+    Ui::MainWindow().setupUi(&window);
+    EXPECT_EQ(background.size(), 2 * window.size());
 }
 
 TEST(DemonstrationPictures, TheIconHoldsEverySizeThatWindowsShows)

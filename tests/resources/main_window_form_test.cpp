@@ -1,4 +1,5 @@
-// The window's form before any configuration: what is where, and with which text.
+// The window's form before any configuration: its widgets' places, texts and alignments. This is
+// the only test that states places; others ask the window.
 #include <gtest/gtest.h>
 
 #include <QMainWindow>
@@ -71,6 +72,8 @@ TEST(MainWindowForm, IsFixedInSizeWithoutMenuAndStatusBar)
     Form const form;
 
     EXPECT_EQ(form.window.objectName().toStdString(), "MainWindow");
+    EXPECT_EQ(form.ui.centralwidget->objectName().toStdString(), "centralwidget");
+    EXPECT_EQ(form.window.centralWidget(), form.ui.centralwidget);
     EXPECT_EQ(form.window.windowTitle().toStdString(), "Kelvane firmware updater");
     EXPECT_EQ(form.window.size(), QSize(665, 517));
     EXPECT_EQ(form.window.minimumSize(), QSize(665, 517));
@@ -79,7 +82,7 @@ TEST(MainWindowForm, IsFixedInSizeWithoutMenuAndStatusBar)
     EXPECT_EQ(form.window.findChild<QStatusBar*>(), nullptr);
 }
 
-TEST(MainWindowForm, TheFrameLiesExactlyOverTheBar)
+TEST(MainWindowForm, DrawsTheFrameExactlyOverTheBar)
 {
     Form const form;
 
@@ -89,17 +92,28 @@ TEST(MainWindowForm, TheFrameLiesExactlyOverTheBar)
     EXPECT_EQ(form.ui.progressBarFrame->geometry(), form.ui.progressBar->geometry());
     EXPECT_EQ(form.ui.progressBarFrame->styleSheet().toStdString(),
               "border: 1px solid white; border-radius: 3px;");
+    auto const& children = form.ui.centralwidget->children();
+    EXPECT_TRUE(children.contains(form.ui.progressBar));
+    EXPECT_GT(children.indexOf(form.ui.progressBarFrame), children.indexOf(form.ui.progressBar));
 }
 
-TEST(MainWindowForm, TheButtonStandsLeftOfTheBar)
+TEST(MainWindowForm, HasTheButtonLeftOfTheBar)
 {
     Form const form;
 
     EXPECT_EQ(form.ui.updateButton->geometry(), QRect(40, 400, 99, 40));
+    EXPECT_EQ(form.ui.updateButton->parentWidget(), form.ui.centralwidget);
     EXPECT_EQ(form.ui.updateButton->text().toStdString(), "UPDATE");
 }
 
-TEST(MainWindowForm, LabelsThatNoCodeColoursAreWhiteAlsoInAnInactiveWindow)
+TEST(MainWindowForm, KeepsRoomForTheInstructions)
+{
+    Form const form;
+
+    EXPECT_EQ(form.ui.instructionsLabel->minimumHeight(), 200);
+}
+
+TEST(MainWindowForm, HasWhiteLabelsInActiveAndInactiveWindows)
 {
     Form const form;
 

@@ -1,5 +1,4 @@
-// No text of the demonstration is cut off: the form's places are fixed, so the fonts must suit
-// them.
+// No text of the demonstration is cut off: the form's places are fixed, so the fonts must fit.
 #include <gtest/gtest.h>
 
 #include <QFontDatabase>
@@ -47,7 +46,7 @@ int CountDrawnPixels(QLabel& label)
     return drawn;
 }
 
-// A label draws no more than its rectangle: whatever a larger one draws in addition was cut off.
+// A label draws no more than its rectangle: what a larger one draws in addition was cut off.
 testing::AssertionResult ShowsTheWholeText(QLabel& label, QFont const& font, QString const& text)
 {
     label.setFont(font);
@@ -84,7 +83,7 @@ TEST_F(TextsFit, AreMeasuredAtTheUsualResolution)
     EXPECT_EQ(window_.logicalDpiY(), 96);
 }
 
-TEST_F(TextsFit, TheCheckItselfSeesATextThatIsTooWideOrTooHigh)
+TEST_F(TextsFit, FailsForATextThatIsTooWideOrTooHigh)
 {
     EXPECT_FALSE(ShowsTheWholeText(*ui_.versionLabel, Font("Bold", 20),
                                    QStringLiteral("Version of the firmware")));
@@ -111,8 +110,9 @@ TEST_F(TextsFit, ProductTypeAndVersionNumber)
 TEST_F(TextsFit, InstructionsOfTheFormAndOfTheDemonstration)
 {
     QFont const font = Font("Regular", 12);
+    auto const place = ui_.instructionsLabel->size();
     EXPECT_TRUE(ShowsTheWholeText(*ui_.instructionsLabel, font, ui_.instructionsLabel->text()));
-    ui_.instructionsLabel->resize(201, 231);
+    ui_.instructionsLabel->resize(place);
     EXPECT_TRUE(ShowsTheWholeText(*ui_.instructionsLabel, font,
                                   DemonstrationText(QStringLiteral("instructions_text"))));
 }

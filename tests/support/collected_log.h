@@ -1,4 +1,4 @@
-// Collects what is written through Qt's logging while it lives. One at a time.
+// Collects what goes through Qt's logging while it lives. There must be only one at a time.
 #pragma once
 
 #include <QtGlobal>

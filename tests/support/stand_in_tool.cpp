@@ -29,10 +29,10 @@ StandInTool::StandInTool() : earlier_temporary_directory_(qgetenv("TMPDIR"))
     qputenv("TMPDIR", FilePath(u"tmp"_s).toLocal8Bit());
     auto const gate = FilePath(u"gate"_s).toLocal8Bit();
     ::mkfifo(gate.constData(), S_IRUSR | S_IWUSR);
-    // Open at both ends, so that neither side ever waits for the other to open it.
+    // It is open at both ends, so that neither side ever waits for the other to open it.
     gate_ = ::open(gate.constData(), O_RDWR | O_CLOEXEC);
     if (gate_ < 0) {
-        throw std::runtime_error("no gate for the stand-in");
+        throw std::runtime_error("the stand-in's gate cannot be opened");
     }
 }
 
@@ -55,7 +55,7 @@ void StandInTool::Does(QByteArray const& commands)
     QFile::remove(Path());
     if (!tool.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner) ||
         !tool.rename(Path())) {
-        throw std::runtime_error("the stand-in cannot be put in its place");
+        throw std::runtime_error("the stand-in tool cannot be written");
     }
 }
 

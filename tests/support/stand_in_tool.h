@@ -1,5 +1,5 @@
-// A stand-in for dfu-util: a shell script that notes its arguments and then does as told. With a
-// temporary directory of its own, which this process uses while the stand-in lives.
+// A stand-in for dfu-util or another tool: a shell script that notes its arguments and then runs
+// the test's commands. While it lives, this process uses the stand-in's temporary directory.
 #pragma once
 
 #include <QByteArray>
@@ -11,16 +11,16 @@ class StandInTool {
 public:
     // The tool is missing until Does().
     StandInTool();
-    // Lets a tool that still waits go on.
+    // Releases a tool that still waits.
     ~StandInTool();
     StandInTool(StandInTool const&) = delete;
     StandInTool& operator=(StandInTool const&) = delete;
 
-    // From the next run on: shell commands, with these additions to the shell's own:
+    // Sets the shell commands for the next runs, with these additions to the shell's own:
     //   $here            the folder of FilePath()
-    //   wait_for_test    returns at the next LetGo(), or one of before that nothing waited for
-    //   $last_argument   the path, in all that the tool is used for but listing
-    //   read_unit_as F   the file at that path becomes a copy of F
+    //   wait_for_test    returns at the next LetGo(), or at an earlier one that was not waited for
+    //   $last_argument   the path, for every use of dfu-util but the list
+    //   read_unit_as F   copies F to that path
     void Does(QByteArray const& commands);
 
     QString Path() const { return FilePath(QStringLiteral("dfu-util")); }
@@ -28,15 +28,15 @@ public:
     // The arguments of all runs so far, in order.
     QStringList Arguments() const;
 
-    // Of each run so far.
+    // One for each run so far.
     QList<qint64> ProcessIds() const;
 
     void LetGo();
 
-    // In a folder of the stand-in's own.
+    // Files in the stand-in's folder.
     QString FilePath(QString const& name) const { return folder_.filePath(name); }
     void Write(QString const& name, QByteArray const& content) const;
-    QByteArray Read(QString const& name) const;  // empty when there is none
+    QByteArray Read(QString const& name) const;  // empty if there is none
     bool Has(QString const& name) const;
 
     // In the temporary directory.

@@ -11,7 +11,7 @@
 #include <memory>
 #include <type_traits>
 
-#include "tests/updater/fake_updater.h"
+#include "tests/support/fake_backend.h"
 #include "updater/uart_firmware_updater.h"
 
 using namespace Qt::StringLiterals;
@@ -71,7 +71,7 @@ struct WorkingUpdater {
         return QTest::qWaitFor([&] { return updater->Events().size() >= count; }, kPatience);
     }
 
-    std::unique_ptr<FakeUpdater> updater = std::make_unique<FakeUpdater>();
+    std::unique_ptr<FakeBackend> updater = std::make_unique<FakeBackend>();
     QThread thread;
 };
 
@@ -131,7 +131,7 @@ TEST(UpdaterBase, HasItsParametersTypesInItsMetaObject)
 
 TEST(UpdaterBase, ReachesTheOverrideThroughItsSlots)
 {
-    FakeUpdater fake;
+    FakeBackend fake;
     FirmwareUpdaterBase& base = fake;
     QObject trigger;
     QObject::connect(&trigger, &QObject::objectNameChanged, &base,
@@ -140,8 +140,8 @@ TEST(UpdaterBase, ReachesTheOverrideThroughItsSlots)
     trigger.setObjectName(u"x"_s);
     EXPECT_TRUE(QMetaObject::invokeMethod(&fake, "onDisconnectDevice"));
 
-    EXPECT_EQ(fake.Events(), QStringList({u"disconnect"_s, u"Disconnected"_s, u"disconnect"_s,
-                                          u"Disconnected"_s}));
+    EXPECT_EQ(fake.Record().Events(), QStringList({u"disconnect"_s, u"Disconnected"_s,
+                                                   u"disconnect"_s, u"Disconnected"_s}));
 }
 
 TEST(ConnectRequest, OpensVerifiesAndReportsInThisOrder)
@@ -160,42 +160,42 @@ TEST(ConnectRequest, OpensVerifiesAndReportsInThisOrder)
         {true, true, false, {connect, verify, u"disconnect"_s, u"VerificationFailed"_s}},
     };
     for (auto const& [connects, asked_to_verify, verifies, events] : rows) {
-        FakeUpdater fake;
-        fake.connects = connects;
-        fake.verifies = verifies;
+        FakeBackend fake;
+        fake.Record().connects = connects;
+        fake.Record().verifies = verifies;
 
         fake.onConnectToDevice(u"ttyX"_s, {12, 255}, asked_to_verify);
 
-        EXPECT_EQ(fake.Events(), events);
+        EXPECT_EQ(fake.Record().Events(), events);
     }
 }
 
 TEST(ConnectRequest, AfterAWrongModelStartsFromScratch)
 {
-    FakeUpdater fake;
-    fake.verifies = false;
+    FakeBackend fake;
+    fake.Record().verifies = false;
     fake.onConnectToDevice(u"ttyX"_s, {12}, true);
-    fake.verifies = true;
+    fake.Record().verifies = true;
 
     fake.onConnectToDevice(u"ttyY"_s, {13}, true);
 
-    EXPECT_EQ(fake.Events().mid(4),
+    EXPECT_EQ(fake.Record().Events().mid(4),
               QStringList({u"connect ttyY"_s, u"verify 13"_s, u"Connected"_s}));
 }
 
 TEST(UpdateRequest, ResetsTheUnitOnlyAfterASuccessAndFinishesOncePerStart)
 {
-    FakeUpdater fake(u"/images/fw.bin"_s);
-    fake.percentages = {0, 50, 100};
+    FakeBackend fake(std::make_shared<BackendRecord>(), u"/images/fw.bin"_s);
+    fake.Record().percentages = {0, 50, 100};
     fake.onStartUpdate();
-    fake.percentages = {};
-    fake.uploads = false;
+    fake.Record().percentages = {};
+    fake.Record().uploads = false;
     fake.onStartUpdate();
-    fake.uploads = true;
+    fake.Record().uploads = true;
     fake.onStartUpdate();
 
     QString const upload = u"upload /images/fw.bin"_s;
-    EXPECT_EQ(fake.Events(),
+    EXPECT_EQ(fake.Record().Events(),
               QStringList({u"started"_s, upload, u"0"_s, u"50"_s, u"100"_s, u"reset"_s,
                            u"finished true"_s, u"started"_s, upload, u"finished false"_s,
                            u"started"_s, upload, u"reset"_s, u"finished true"_s}));
@@ -203,29 +203,28 @@ TEST(UpdateRequest, ResetsTheUnitOnlyAfterASuccessAndFinishesOncePerStart)
 
 TEST(UpdaterThread, RunsRequestsOfAnUpdateAfterItInTheirOrder)
 {
-    QSemaphore upload_may_end;
     WorkingUpdater working;
-    FakeUpdater& fake = *working.updater;
-    fake.upload_may_end = &upload_may_end;
+    FakeBackend& fake = *working.updater;
+    fake.Record().holds_updates = true;
     working.Request([&] { fake.onStartUpdate(); });
     ASSERT_TRUE(working.WaitForEvents(2)) << "the upload never began";
 
     working.Request([&] { fake.onDisconnectDevice(); });
     working.Request([&] { fake.onConnectToDevice(u"ttyX"_s, {}, false); });
-    upload_may_end.release();
+    fake.Record().update_may_end.release();
     ASSERT_TRUE(working.WaitForEvents(8));
 
-    EXPECT_EQ(fake.Events(),
+    EXPECT_EQ(fake.Record().Events(),
               QStringList({u"started"_s, u"upload "_s, u"reset"_s, u"finished true"_s,
                            u"disconnect"_s, u"Disconnected"_s, u"connect ttyX"_s, u"Connected"_s}));
-    EXPECT_THAT(fake.Threads(), testing::Each(&working.thread));
+    EXPECT_THAT(fake.Record().Threads(), testing::Each(&working.thread));
 }
 
 TEST(UpdaterThread, DeliversStatusAndListAcrossThreads)
 {
     WorkingUpdater working;
-    FakeUpdater& fake = *working.updater;
-    fake.verifies = false;
+    FakeBackend& fake = *working.updater;
+    fake.Record().verifies = false;
     QList<ConnectionStatus> received;
     QObject receiver;
     QObject::connect(&fake, &FirmwareUpdaterBase::UpdateConnectionStatus, &receiver,
@@ -240,5 +239,5 @@ TEST(UpdaterThread, DeliversStatusAndListAcrossThreads)
     ASSERT_TRUE(QTest::qWaitFor([&] { return !received.isEmpty(); }, kPatience));
 
     EXPECT_EQ(received, QList({ConnectionStatus::VerificationFailed}));
-    EXPECT_EQ(fake.Events().at(1), u"verify 12 200"_s);
+    EXPECT_EQ(fake.Record().Events().at(1), u"verify 12 200"_s);
 }

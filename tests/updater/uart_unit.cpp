@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "simulator/chips/otp_image.h"
-#include "tests/updater/backend_signals.h"
+#include "tests/support/backend_signals.h"
 
 using namespace Qt::StringLiterals;
 

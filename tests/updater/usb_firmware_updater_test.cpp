@@ -11,7 +11,7 @@
 #include <memory>
 
 #include "tests/support/stand_in_tool.h"
-#include "tests/updater/backend_signals.h"
+#include "tests/support/backend_signals.h"
 
 using namespace Qt::StringLiterals;
 using stm32_updater::Stm32DfuUtilUpdater;
