@@ -1,5 +1,5 @@
 // Every figure of MCUboot serial recovery that something outside one function depends on: sizes,
-// counts and times. The conversation, the backend, bundle_check, the simulator's options, tests and
+// counts and times. The conversation, the backend, bundle_check, tests and
 // benchmarks all include this file; none keeps a copy.
 #pragma once
 

@@ -8,7 +8,7 @@ namespace {
 
 using Major = zcbor_major;
 
-// The low five bits, where they are not the value itself.
+// What the low five bits mean when they are not the value itself.
 constexpr uint8_t kOneByteFollows = 24;
 constexpr uint8_t kEightBytesFollow = 27;
 constexpr uint8_t kIndefinite = 31;
@@ -17,7 +17,7 @@ constexpr uint8_t kMapStart = 0xBF;  // of indefinite length
 constexpr uint8_t kBreak = 0xFF;
 constexpr uint64_t kFalse = 20;
 constexpr uint64_t kTrue = 21;
-// Simple values below this one have a form without a second byte, which is then the only one.
+// Simple values below this one must be written without a second byte.
 constexpr uint64_t kFirstTwoByteSimple = 32;
 
 constexpr std::array<std::string_view, 22> kErrorNames{
@@ -105,7 +105,7 @@ size_t GetValueSize(uint64_t value)
     return size;
 }
 
-// The first byte and the value of an item; the caller has made sure of the room.
+// The first byte and the value of an item; the caller has checked that there is room.
 void WriteHead(zcbor_encode_state& state, Major major, uint64_t value)
 {
     auto const size = GetValueSize(value);
@@ -146,7 +146,7 @@ struct Head {
     bool Indefinite() const { return additional == kIndefinite; }
 };
 
-// Reads the head at the current position without moving on. A break has a head of its own: simple,
+// Reads the head at the current position without moving on. A break reads as a head: simple,
 // indefinite.
 std::optional<Head> PeekHead(zcbor_decode_state& state)
 {
@@ -316,7 +316,7 @@ bool SkipContainer(zcbor_decode_state& state, Head const& head, size_t depth)
     return true;
 }
 
-// What follows a head that has been passed.
+// Skips what follows a head that was read.
 bool SkipContent(zcbor_decode_state& state, Head const& head, size_t depth)
 {
     switch (head.major) {
@@ -512,7 +512,7 @@ bool zcbor_bool_decode(zcbor_decode_state& state, bool& value)
     if (!head) {
         return false;
     }
-    // The value alone could also be that of a float.
+    // The value alone could also be a float's.
     if (head->size != 1 || (head->value != kFalse && head->value != kTrue)) {
         return Fail(state, ZCBOR_ERR_WRONG_VALUE);
     }

@@ -16,7 +16,7 @@ namespace mcuboot {
 enum zcbor_error : int {
     ZCBOR_SUCCESS = 0,
     ZCBOR_ERR_NO_BACKUP_MEM = 1,     // no state slot is left for another level
-    ZCBOR_ERR_NO_BACKUP_ACTIVE = 2,  // no level is open that could be left
+    ZCBOR_ERR_NO_BACKUP_ACTIVE = 2,  // there is no level to leave
     ZCBOR_ERR_LOW_ELEM_COUNT = 3,    // the level takes no further element
     ZCBOR_ERR_HIGH_ELEM_COUNT = 4,   // a level was left with elements still in it
     ZCBOR_ERR_INT_SIZE = 5,          // the value does not fit the integer asked for
@@ -35,7 +35,7 @@ enum zcbor_error : int {
     ZCBOR_ERR_ELEMS_NOT_PROCESSED = 18,
     ZCBOR_ERR_NOT_AT_END = 19,  // an indefinite-length level was left before its break
     ZCBOR_ERR_MAP_FLAGS_NOT_AVAILABLE = 20,
-    ZCBOR_ERR_INVALID_VALUE_ENCODING = 21,  // a simple value in a form that is not its own
+    ZCBOR_ERR_INVALID_VALUE_ENCODING = 21,  // a simple value not in its only form
 };
 
 // The major type of an item: the top three bits of its first byte (RFC 8949, 3.1).
@@ -50,20 +50,20 @@ enum class zcbor_major : uint8_t {
     kSimple = 7,
 };
 
-// The name of a code, for the developer; "ZCBOR_ERR_UNKNOWN" for every other value.
+// The name of a code, for developers; "ZCBOR_ERR_UNKNOWN" for every other value.
 std::string_view zcbor_error_str(int code);
 
 // One level of nesting; the caller keeps an array of them, the state slots. The first one is the
-// top level, so that n slots hold n - 1 maps or arrays inside each other.
+// top level, so n slots hold n - 1 maps or arrays inside each other.
 struct zcbor_level {
-    size_t elem_count = 0;    // elements still expected; of no meaning when indefinite
+    size_t elem_count = 0;    // elements still expected; unused when indefinite
     bool indefinite = false;  // reading: the level ends with a break byte
     bool map = false;
     bool odd = false;  // an odd number of elements has passed: in a map, a key without its value
 };
 
-// Where an encoder (Byte = uint8_t) or a decoder (Byte = uint8_t const) stands. Lives on the
-// caller's stack; the slots and the buffer must outlive it.
+// The position of an encoder (Byte = uint8_t) or a decoder (Byte = uint8_t const) and its levels.
+// Lives on the caller's stack; the slots and the buffer must outlive it.
 template <typename Byte>
 struct zcbor_state {
     Byte* payload = nullptr;      // the next byte to write or to read
@@ -118,8 +118,8 @@ bool zcbor_int32_decode(zcbor_decode_state& state, int32_t& value);
 bool zcbor_int64_decode(zcbor_decode_state& state, int64_t& value);
 bool zcbor_bool_decode(zcbor_decode_state& state, bool& value);
 
-// Passes over one complete item of any type, with all that is inside it. An item that is not
-// well-formed, or nested deeper than kMaxSkipDepth, is refused.
+// Skips one complete item of any type and everything inside it. Refuses an item that is malformed
+// or nested deeper than kMaxSkipDepth.
 bool zcbor_any_skip(zcbor_decode_state& state);
 inline constexpr size_t kMaxSkipDepth = 64;
 

@@ -31,7 +31,8 @@ public:
     using LineOpener = std::function<std::unique_ptr<mcuboot::ILine>(
         QString const& port_name, unsigned baud, QObject* owner)>;
 
-    // baud: bits per second. verbose: write the log lines that only developers want.
+    // baud: bits per second. verbose: write the log lines that only developers want. open_line: how
+    // connect() opens its port; the tests pass in a line without one.
     McubootSerialUpdater(QString const& firmware_path, unsigned baud, bool verbose,
                          QString fw_target_type, QObject* parent,
                          LineOpener open_line = OpenSerialLine);

@@ -44,8 +44,8 @@ unsigned GetRequestCheck(QByteArray const& packet)
     return GetCrc(packet, 0xFFFF) ^ 0xFFFF;
 }
 
-// The rule by which a unit stamps what it sends: the payload is counted from another value than the
-// header's end. Both rules agree on a packet without payload.
+// The rule by which a unit stamps what it sends: the register changes between header and
+// payload. Both rules agree on a packet without payload.
 unsigned GetAnswerCheck(QByteArray const& packet)
 {
     auto const header = GetCrc(packet.first(kHeaderSize), 0xFFFF);
