@@ -1,5 +1,5 @@
 # How every target of this project is built: language, warnings, sanitizers, include root. A folder's
-# own CMakeLists.txt says only what is particular to it.
+# own CMakeLists.txt contains only what is specific to it.
 
 add_library(fw_options INTERFACE)
 target_compile_features(fw_options INTERFACE cxx_std_20)
@@ -14,34 +14,77 @@ if(FW_SANITIZERS)
     -fsanitize=${FW_SANITIZERS} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   target_link_options(fw_options INTERFACE -fsanitize=${FW_SANITIZERS})
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    # g++ looks for these after the sanitizers' own code is in, and then finds what is not there. The
-    # builds without sanitizers still look for them.
+    # g++ looks for these after it has added the sanitizers' code, and then reports false ones. The builds
+    # without sanitizers still look for them.
     target_compile_options(fw_options INTERFACE
       -Wno-maybe-uninitialized -Wno-stringop-overflow -Wno-stringop-overread -Wno-array-bounds)
   endif()
 endif()
-if(FW_COVERAGE)
-  target_compile_options(fw_options INTERFACE --coverage)
-  target_link_options(fw_options INTERFACE --coverage)
+# The sources of a target are compiled as one, since most of the time goes into the headers that they
+# share. Names in anonymous namespaces must then differ within a target. The preset libcxx still
+# compiles each file of what ships by itself, and so finds a missing include.
+option(FW_UNITY "Compile the sources of each target together" OFF)
+if(FW_UNITY AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # g++ would take the anonymous namespace of an included source for one in a header.
+  target_compile_options(fw_options INTERFACE -Wno-subobject-linkage)
 endif()
 
-# fw_add_library(NAME SOURCES ... [PUBLIC targets...] [PRIVATE targets...])
-# PUBLIC is what the headers need, PRIVATE what only the sources need.
+if(FW_FUZZ OR FW_COVERAGE)
+  if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    message(FATAL_ERROR "FW_FUZZ and FW_COVERAGE need clang")
+  endif()
+  target_link_options(fw_options INTERFACE
+    $<$<BOOL:${FW_FUZZ}>:-fsanitize=fuzzer-no-link>
+    $<$<BOOL:${FW_COVERAGE}>:-fprofile-instr-generate>)
+endif()
+if(FW_COMPILE_ONLY)
+  set(CMAKE_CXX_LINK_EXECUTABLE "\"${CMAKE_COMMAND}\" -E true")
+endif()
+
+# Names in the anonymous namespaces of these still clash.
+set(fw_clashing_targets mcuboot bundle_checker simulator main_window_test)
+
+# Everything that ships to customers and vendors.
+add_custom_target(shipped)
+
+# fw_set_up(TARGET SEPARATE): what libraries and programs have in common.
+function(fw_set_up name separate)
+  set_target_properties(${name} PROPERTIES AUTOMOC ON AUTOUIC ON)
+  if(FW_UNITY AND NOT separate AND NOT name IN_LIST fw_clashing_targets)
+    set_target_properties(${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 0)
+  endif()
+  file(RELATIVE_PATH folder "${PROJECT_SOURCE_DIR}" "${CMAKE_CURRENT_SOURCE_DIR}")
+  if(folder MATCHES "^(tests|simulator|benchmarks|fuzz)")
+    return()
+  endif()
+  add_dependencies(shipped ${name})
+  # The fuzzer is guided by the coverage of what it links.
+  if(FW_FUZZ)
+    target_compile_options(${name} PRIVATE -fsanitize=fuzzer-no-link)
+  endif()
+  if(FW_COVERAGE)
+    target_compile_options(${name} PRIVATE -fprofile-instr-generate -fcoverage-mapping)
+  endif()
+endfunction()
+
+# fw_add_library(NAME SOURCES ... [PUBLIC targets...] [PRIVATE targets...] [SEPARATE])
+# PUBLIC is what the headers need, PRIVATE what only the sources need. SEPARATE compiles each source by
+# itself in every build.
 function(fw_add_library name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;PUBLIC;PRIVATE")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "SEPARATE" "" "SOURCES;PUBLIC;PRIVATE")
   add_library(${name} STATIC ${arg_SOURCES})
   target_link_libraries(${name} PUBLIC fw_options ${arg_PUBLIC} PRIVATE ${arg_PRIVATE})
-  set_target_properties(${name} PROPERTIES AUTOMOC ON AUTOUIC ON)
+  fw_set_up(${name} ${arg_SEPARATE})
   if(FW_SANITIZERS)
-    # Sanitized code is slow; the tests themselves run once and are quicker to compile without.
+    # Sanitized code is slow. The tests themselves run once and take less time without optimisation.
     target_compile_options(${name} PRIVATE -O1)
   endif()
 endfunction()
 
-# fw_add_executable(NAME SOURCES ... [LINK targets...])
+# fw_add_executable(NAME SOURCES ... [LINK targets...] [SEPARATE])
 function(fw_add_executable name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINK")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "SEPARATE" "" "SOURCES;LINK")
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE fw_options ${arg_LINK})
-  set_target_properties(${name} PROPERTIES AUTOMOC ON)
+  fw_set_up(${name} ${arg_SEPARATE})
 endfunction()

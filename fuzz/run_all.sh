@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Runs every fuzz target of a build, side by side, each from a copy of its corpus:
+# Runs all fuzz targets of a build side by side, each on a copy of its corpus:
 #   fuzz/run_all.sh BUILD_DIR SECONDS
 # Fails when a target is missing or finds a crash, a leak or an input that takes longer than 10 s;
-# the input is kept and its place printed.
+# the input is kept and its path printed.
 set -u
 if [ $# -ne 2 ]; then
     echo "usage: $0 BUILD_DIR SECONDS" >&2
@@ -11,6 +11,8 @@ fi
 build=$(cd "$1" && pwd) || exit 2
 seconds=$2
 source=$(cd "$(dirname "$0")" && pwd)
+# The build may also measure coverage, which is not wanted here.
+export LLVM_PROFILE_FILE=/dev/null
 work=$(mktemp -d "${TMPDIR:-/tmp}/fuzz.XXXXXX")
 
 names=()

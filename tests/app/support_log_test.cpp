@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "runtime/console.h"
+#include "tests/support/warnings.h"
 
 using namespace Qt::StringLiterals;
 
@@ -231,6 +232,8 @@ TEST_F(SupportLogTest, StopsAtItsSizeWhenOlderFilesCannotBeMoved)
 
 TEST_F(SupportLogTest, RecordsQtsLogging)
 {
+    ExpectWarning(std::string("three"));
+    ExpectWarning(std::string("four"));
     {
         SupportLogTap const tap(log_);
         qDebug() << "one" << 1;

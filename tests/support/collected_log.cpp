@@ -9,12 +9,12 @@ CollectedLog* CollectedLog::current_ = nullptr;
 CollectedLog::CollectedLog()
 {
     current_ = this;
-    qInstallMessageHandler(&CollectedLog::Collect);
+    previous_ = qInstallMessageHandler(&CollectedLog::Collect);
 }
 
 CollectedLog::~CollectedLog()
 {
-    qInstallMessageHandler(nullptr);
+    qInstallMessageHandler(previous_);
     current_ = nullptr;
 }
 

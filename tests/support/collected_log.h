@@ -20,5 +20,6 @@ private:
     static void Collect(QtMsgType type, QMessageLogContext const& context, QString const& text);
 
     static CollectedLog* current_;
+    QtMessageHandler previous_ = nullptr;
     std::vector<std::string> lines_;
 };

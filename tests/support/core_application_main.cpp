@@ -4,9 +4,12 @@
 
 #include <QCoreApplication>
 
+#include "tests/support/warnings.h"
+
 int main(int argc, char** argv)
 {
     testing::InitGoogleMock(&argc, argv);
     QCoreApplication const application(argc, argv);
+    WatchForWarnings();
     return RUN_ALL_TESTS();
 }

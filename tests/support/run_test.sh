@@ -6,7 +6,10 @@
 # --testbed   umockdev's preload library, so that the program sees the simulated sysfs and /dev
 # --runtime   a sanitizer's runtime library, which must be loaded before any other
 set -u
-display= wm= testbed= runtime=
+display=""
+wm=""
+testbed=""
+runtime=""
 while [ $# -gt 0 ]; do
     case "$1" in
         --display) display=1 ;;
@@ -40,7 +43,8 @@ if [ -n "$display" ]; then
         sleep 0.05
     done
     [ -s "$display_file" ] || { echo "Xvfb did not start" >&2; exit 1; }
-    export DISPLAY=":$(cat "$display_file")"
+    DISPLAY=":$(cat "$display_file")"
+    export DISPLAY
     export QT_QPA_PLATFORM=xcb
     # No session bus: nothing here needs one, and its client library keeps memory until the end.
     export DBUS_SESSION_BUS_ADDRESS=disabled:

@@ -4,10 +4,13 @@
 
 #include <QApplication>
 
+#include "tests/support/warnings.h"
+
 int main(int argc, char** argv)
 {
     testing::InitGoogleMock(&argc, argv);
     QApplication const application(argc, argv);
     QApplication::setStyle(QStringLiteral("fusion"));
+    WatchForWarnings();
     return RUN_ALL_TESTS();
 }

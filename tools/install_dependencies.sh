@@ -1,11 +1,10 @@
 #!/usr/bin/env bash
-# Installs, with apt-get, the missing packages for building, running and checking this project on
-# Debian 12 or 13.
-#   install_dependencies.sh [--format] [--clang] [--package]
-# --format   also the packages for the format check
-# --clang    also the second compiler and clang-tidy
-# --package  also the packages that make and check the Debian package
-# It asks no questions. It needs root or sudo only if a package is missing.
+# Installs with apt-get what is missing to build, run and check this project on Debian 12 or 13.
+#   install_dependencies.sh [--style] [--clang] [--package]
+# --style    also what the checks of format and shell scripts need
+# --clang    also the second compiler with its standard library, clang-tidy and coverage tools
+# --package  also what makes and checks the Debian package
+# Never asks a question. Does nothing, and needs neither root nor sudo, when nothing is missing.
 set -euo pipefail
 
 packages=(
@@ -13,7 +12,7 @@ packages=(
     cmake ninja-build g++ pkg-config
     qt6-base-dev libgl-dev qt6-serialport-dev libfmt-dev
     libgtest-dev libgmock-dev libbenchmark-dev libumockdev-dev libx11-dev
-    # the build derives the window's fonts from this family
+    # the build derives the window's fonts from this family; python3 also runs the tests
     fonts-inter python3 python3-fonttools
     # the simulated unit and a screen for it
     umockdev xvfb openbox xdotool imagemagick x11-utils
@@ -23,9 +22,9 @@ packages=(
 
 for option in "$@"; do
     case "$option" in
-        --format) packages+=(git clang-format-19) ;;
+        --style) packages+=(git clang-format-19 shellcheck) ;;
         --package) packages+=(dpkg-dev file lintian appstream desktop-file-utils fakeroot) ;;
-        --clang) packages+=(clang-19 clang-tidy-19 libclang-rt-19-dev) ;;
+        --clang) packages+=(clang-19 clang-tidy-19 libclang-rt-19-dev libc++-19-dev llvm-19) ;;
         *) echo "install_dependencies.sh: unknown option $option" >&2; exit 2 ;;
     esac
 done
@@ -41,7 +40,7 @@ done
 [ ${#missing[@]} -gt 0 ] || exit 0
 
 command -v apt-get >/dev/null || {
-    echo "install_dependencies.sh: install these Debian packages: ${missing[*]}" >&2
+    echo "These Debian packages are needed: ${missing[*]}" >&2
     exit 1
 }
 
@@ -51,17 +50,25 @@ if [ "$(id -u)" -ne 0 ]; then
         echo "install_dependencies.sh: run this as root: apt-get install ${missing[*]}" >&2
         exit 1
     }
+    # Fails rather than asks for a password without a terminal.
     as_root=(sudo)
+    [ -t 0 ] || as_root+=(--non-interactive)
 fi
 
+# Configuration files that somebody changed stay as they are. debconf, dpkg and needrestart would ask.
+apt_get() {
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive DEBIAN_PRIORITY=critical NEEDRESTART_MODE=l \
+        NEEDRESTART_SUSPEND=1 APT_LISTCHANGES_FRONTEND=none UCF_FORCE_CONFFOLD=1 apt-get --yes \
+        -o Dpkg::Options::=--force-confdef -o Dpkg::Options::=--force-confold "$@" </dev/null
+}
+
 update() {
-    "${as_root[@]}" apt-get update
+    apt_get update
 }
 
 # Recommended packages would add most of a desktop.
 install() {
-    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-        apt-get install --yes --no-install-recommends "${missing[@]}"
+    apt_get install --no-install-recommends "${missing[@]}"
 }
 
 echo "Installing: ${missing[*]}"
