@@ -34,7 +34,7 @@ void FirmwareUpdaterBase::ConnectAndVerify(QString const& port_name,
     Q_EMIT UpdateConnectionStatus(ConnectionStatus::Connected);
 }
 
-void FirmwareUpdaterBase::DisconnectAndTell()
+void FirmwareUpdaterBase::DisconnectAndReport()
 {
     disconnect();
     Q_EMIT UpdateConnectionStatus(ConnectionStatus::Disconnected);

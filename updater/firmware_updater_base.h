@@ -55,7 +55,7 @@ protected:
     // Exactly one UpdateFinished follows each UpdateStarted.
     void RunUpdate();
     void ConnectAndVerify(QString const& port_name, QList<uint8_t> const& device_ids, bool verify);
-    void DisconnectAndTell();
+    void DisconnectAndReport();
 
     QString firmware_path_;
 };

@@ -121,7 +121,7 @@ public Q_SLOTS:
     {
         ConnectAndVerify(port_name, device_ids, verify);
     }
-    void onDisconnectDevice() override { DisconnectAndTell(); }
+    void onDisconnectDevice() override { DisconnectAndReport(); }
 
 private:
     bool IsListed(uint8_t model_id, QList<uint8_t> const& device_ids) const;

@@ -144,5 +144,5 @@ void UartFirmwareUpdater::onConnectToDevice(QString const& port, QList<uint8_t> 
 
 void UartFirmwareUpdater::onDisconnectDevice()
 {
-    DisconnectAndTell();
+    DisconnectAndReport();
 }

@@ -14,10 +14,10 @@ namespace {
 
 using test::FromHex;
 
-using Encode = std::function<int(std::span<uint8_t>)>;
+using MapEncoder = std::function<int(std::span<uint8_t>)>;
 
 // What `encode` writes into a buffer of exactly `size` bytes; nothing when it fails.
-std::optional<QByteArray> EncodeInto(size_t size, Encode const& encode)
+std::optional<QByteArray> EncodeInto(size_t size, MapEncoder const& encode)
 {
     std::vector<uint8_t> buffer(size);
     auto const written = encode(buffer);
@@ -32,7 +32,7 @@ TEST(EncodeMap, WritesTheseBytesAndFailsInEverySmallerBuffer)
 {
     static constexpr std::array<uint8_t, 2> kChunk{0xAA, 0xBB};
     struct Row {
-        Encode encode;
+        MapEncoder encode;
         char const* map;
     };
     for (auto const& [encode, map] : {

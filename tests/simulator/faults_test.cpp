@@ -25,7 +25,7 @@ using test::Hex;
 using test::LastLine;
 using test::Write;
 
-auto const kErased = Hex("FF FF FF FF");
+auto const kErasedFlash = Hex("FF FF FF FF");
 
 Stm32Bootloader MakeUnit(std::vector<Fault> const& faults)
 {
@@ -165,7 +165,7 @@ TEST(Faults, RefuseAWriteAtEachOfItsSteps)
         }
 
         EXPECT_EQ(refused, Hex(answers)) << GetName(kind);
-        EXPECT_EQ(unit.Memory().Read(0x08000004, 4), kErased);
+        EXPECT_EQ(unit.Memory().Read(0x08000004, 4), kErasedFlash);
         EXPECT_EQ(Write(unit, 0x08000004, B({5, 6, 7, 8})), Hex("79 79 79"));
     }
 }
@@ -191,7 +191,7 @@ TEST(Faults, HangOrVanishInsideAWriteBeforeAnythingIsProgrammed)
             EXPECT_EQ(Write(unit, 0x08000004, B({5, 6, 7, 8})), Hex(cut == 0 ? "" : "79 79"));
 
             EXPECT_EQ(unit.HasLeft(), kind == FaultKind::kVanishInWrite);
-            EXPECT_EQ(unit.Memory().Read(0x08000004, 4), kErased);
+            EXPECT_EQ(unit.Memory().Read(0x08000004, 4), kErasedFlash);
             EXPECT_EQ(LastLine(unit),
                       cut == 0 ? "write silent fault" : "write 0x08000004 silent fault");
         }

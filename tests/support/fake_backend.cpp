@@ -117,7 +117,7 @@ void FakeBackend::onConnectToDevice(QString const& port_name, QList<uint8_t> dev
 void FakeBackend::onDisconnectDevice()
 {
     if (record_->answers) {
-        DisconnectAndTell();
+        DisconnectAndReport();
         return;
     }
     record_->Add(u"disconnect"_s);

@@ -68,7 +68,8 @@ struct WorkingUpdater {
 
     bool WaitForEvents(qsizetype count) const
     {
-        return QTest::qWaitFor([&] { return updater->Events().size() >= count; }, kPatience);
+        return QTest::qWaitFor([&] { return updater->Record().Events().size() >= count; },
+                               kPatience);
     }
 
     std::unique_ptr<FakeBackend> updater = std::make_unique<FakeBackend>();
