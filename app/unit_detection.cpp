@@ -11,8 +11,7 @@ bool IsKnownProduct(QMap<QString, uint32_t> const& products, uint32_t packed_ids
 
 bool HasUsablePortName(SerialPortEntry const& port, QString const& product_type)
 {
-    bool const is_macos = product_type.compare(QLatin1String("macos"), Qt::CaseInsensitive) == 0;
-    return !is_macos || port.name.startsWith(QLatin1String("cu."));
+    return !IsMacos(product_type) || port.name.startsWith(QLatin1String("cu."));
 }
 
 }  // namespace

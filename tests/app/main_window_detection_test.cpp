@@ -104,7 +104,7 @@ TEST_F(MainWindowDetection, DisconnectsOnceWhenTheReadyUnitIsGone)
     record_->answers = true;
     ports_.clear();
 
-    EXPECT_EQ(Look(), QStringList({u"disconnect"_s, u"status 1"_s}));
+    EXPECT_EQ(Look(), QStringList({u"disconnect"_s, u"Disconnected"_s}));
     EXPECT_EQ(Look(), QStringList());
     EXPECT_FALSE(Button().isEnabled());
 }

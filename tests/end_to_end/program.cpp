@@ -69,6 +69,8 @@ Program::Program(TestBundle const& bundle, QProcessEnvironment const& environmen
 {
     auto with_state = environment;
     with_state.insert(u"XDG_STATE_HOME"_s, directory_.absolutePath());
+    // The program chooses its style itself, whatever the user's desktop asks for.
+    with_state.insert(u"QT_STYLE_OVERRIDE"_s, u"windows"_s);
     process_.setProcessEnvironment(with_state);
     process_.setProcessChannelMode(QProcess::MergedChannels);
     process_.setStandardOutputFile(directory_.filePath(u"updater.txt"_s));
