@@ -34,9 +34,11 @@ def list_tests(program, pattern="*"):
     listing = subprocess.run(
         [program, "--gtest_list_tests", f"--gtest_filter={pattern}"],
         env=os.environ | {"QT_QPA_PLATFORM": "offscreen"},
-        stdout=subprocess.PIPE, text=True, errors="replace", timeout=60, check=True).stdout
+        capture_output=True, text=True, errors="replace", timeout=60, check=False)
+    if listing.returncode != 0:
+        sys.exit(f"{program} does not list its tests: status {listing.returncode}\n{listing.stderr}")
     names, suite = [], None
-    for line in listing.splitlines():
+    for line in listing.stdout.splitlines():
         name = line.split("#")[0].rstrip()
         if re.fullmatch(r"\S+\.", name):
             suite = name
