@@ -34,9 +34,11 @@ def list_tests(program, pattern="*"):
     listing = subprocess.run(
         [program, "--gtest_list_tests", f"--gtest_filter={pattern}"],
         env=os.environ | {"QT_QPA_PLATFORM": "offscreen"},
-        stdout=subprocess.PIPE, text=True, errors="replace", timeout=60, check=True).stdout
+        capture_output=True, text=True, errors="replace", timeout=60, check=False)
+    if listing.returncode != 0:
+        sys.exit(f"{program} does not list its tests: status {listing.returncode}\n{listing.stderr}")
     names, suite = [], None
-    for line in listing.splitlines():
+    for line in listing.stdout.splitlines():
         name = line.split("#")[0].rstrip()
         if re.fullmatch(r"\S+\.", name):
             suite = name
@@ -60,7 +62,11 @@ class Run:
             [*command, "--gtest_filter=" + ":".join(names), "--gtest_color=no"],
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
             start_new_session=True)
-        self._read_all()
+        try:
+            self._read_all()
+        except BaseException:  # an interrupted check leaves nothing running
+            self._kill()
+            raise
         self.status = self._process.wait()
         if self._current:
             self._finish("FAILED", f"{self._describe_end()} in this test\n")
@@ -156,6 +162,7 @@ def main():
     parser.add_argument("program")
     parser.add_argument("launcher", nargs="*", help="the command that starts the program")
     arguments = parser.parse_args()
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
 
     index, count = map(int, arguments.shard.split("/"))
     names = list_tests(arguments.program)[index - 1::count]
