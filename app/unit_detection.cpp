@@ -1,5 +1,6 @@
 #include "app/unit_detection.h"
 
+#include "app/product_type.h"
 #include "config/startup_config.h"
 
 namespace {
