@@ -10,8 +10,8 @@
 #include <QThread>
 #include <memory>
 
-#include "tests/support/stand_in_tool.h"
 #include "tests/support/backend_signals.h"
+#include "tests/support/stand_in_tool.h"
 
 using namespace Qt::StringLiterals;
 using stm32_updater::Stm32DfuUtilUpdater;
