@@ -12,19 +12,19 @@
 namespace simulator {
 namespace {
 
-constexpr uint8_t kRead = 0;
-constexpr uint8_t kWrite = 2;
+constexpr uint8_t kReadRequest = 0;
+constexpr uint8_t kWriteRequest = 2;
 
 // A request's operation, group and command in one number, to tell them apart at one place.
 constexpr uint32_t KindOf(uint8_t operation, uint16_t group, uint8_t command)
 {
     return uint32_t{operation} << 24 | uint32_t{group} << 8 | command;
 }
-constexpr uint32_t kImageState = KindOf(kRead, 1, 0);
-constexpr uint32_t kUpload = KindOf(kWrite, 1, 1);
-constexpr uint32_t kErase = KindOf(kWrite, 1, 5);
-constexpr uint32_t kReset = KindOf(kWrite, 0, 5);
-constexpr uint32_t kReadOtp = KindOf(kRead, 64, 0);
+constexpr uint32_t kImageState = KindOf(kReadRequest, 1, 0);
+constexpr uint32_t kUpload = KindOf(kWriteRequest, 1, 1);
+constexpr uint32_t kErase = KindOf(kWriteRequest, 1, 5);
+constexpr uint32_t kReset = KindOf(kWriteRequest, 0, 5);
+constexpr uint32_t kReadOtp = KindOf(kReadRequest, 64, 0);
 
 uint32_t KindOf(SmpMessage const& request)
 {
