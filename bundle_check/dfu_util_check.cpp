@@ -9,6 +9,7 @@
 
 #include "bundle_check/checks.h"
 #include "bundle_check/files.h"
+#include "modules/stm32_updater/child_process.h"
 
 using namespace Qt::StringLiterals;
 
@@ -43,8 +44,7 @@ Run RunFor(QString const& program, QString const& argument, std::chrono::millise
                     process.waitForFinished(static_cast<int>(deadline.remainingTime())));
     run.output = (run.output + process.readAll()).left(kMostOutput);
     run.crashed = run.finished && process.exitStatus() == QProcess::CrashExit;
-    process.kill();
-    process.waitForFinished();
+    stm32_updater::KillIfRunning(process);
     return run;
 }
 
