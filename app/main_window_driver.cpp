@@ -19,7 +19,7 @@
 
 namespace {
 
-// The only text that reaches a shell, with administrator rights, and so it is constant.
+// The only text that reaches a shell. It runs with administrator rights, so it is constant.
 constexpr auto kRemovalScript =
     "do shell script \"rm -rf /Applications/CP210xVCPDriver.app\" with administrator privileges";
 

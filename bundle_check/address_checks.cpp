@@ -180,8 +180,8 @@ QString DescribeErase(std::vector<Chip> const& chips, uint64_t size)
         Name(chips), QString::number(pages), QString::number(seconds, 'f', 1));
 }
 
-// Which of the two erase commands the unit's bootloader lists is not known here. The program uses
-// the short one, and gives it no longer than any other command, whenever it is listed.
+// It is not known here which of the two erase commands the unit's bootloader lists. If it lists the
+// short one, the program uses that and gives it no longer than any other command.
 void CheckEraseTime(Place const& place, std::vector<Chip> const& chips, uint64_t size,
                     Findings& findings)
 {
@@ -219,7 +219,7 @@ void CheckPageNumbers(Place const& place, std::vector<Chip> const& chips, uint64
     }
 }
 
-// The jump and the marker, against what is in flash by then.
+// Compares the jump and the marker with what is in flash by then.
 void CheckAgainstImage(Config const& config, uint64_t size, Findings& findings)
 {
     auto const begin = uint64_t{config.Number(config_keys::kProgrammingAddress)};

@@ -38,7 +38,7 @@ Run RunFor(QString const& program, QString const& argument, std::chrono::millise
            process.waitForReadyRead(static_cast<int>(deadline.remainingTime()))) {
         run.output += process.readAll();
     }
-    // A tool that has written so much is not waited for: everything else it wrote would be kept.
+    // No wait for a tool that has written this much: all further output would be kept.
     run.finished = process.state() == QProcess::NotRunning ||
                    (run.output.size() < kMostOutput &&
                     process.waitForFinished(static_cast<int>(deadline.remainingTime())));
@@ -48,7 +48,7 @@ Run RunFor(QString const& program, QString const& argument, std::chrono::millise
     return run;
 }
 
-// A program for the other system cannot be run here, which is not the bundle's fault.
+// A program for the other system cannot be run here; that is not an error of the bundle.
 bool IsForeignProgram(QString const& path)
 {
     auto const head = ReadHead(path, 4).value_or(QByteArray());

@@ -1,5 +1,5 @@
-// Files that may be anything: what is wrong with one, found without opening what could block, its
-// first bytes, and links that lead out of the bundle.
+// Looks at files of any kind, without opening one that could block: what is wrong with a file, its
+// first bytes, and whether a link leads out of the bundle.
 #pragma once
 
 #include <QByteArray>

@@ -1,5 +1,5 @@
-// What bundle_check found in a bundle, and its two forms: text for a person, JSON for a build
-// machine. Pure.
+// The findings of bundle_check and their two forms: text for a person, JSON for a build machine.
+// Pure: it reads and prints nothing.
 #pragma once
 
 #include <QByteArray>

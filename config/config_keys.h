@@ -54,7 +54,7 @@ struct Key {
     Form form;
     Transports transports;  // where the program reads it
     Need need;
-    // Serves only the check of the unit's model, which a service firmware skips.
+    // Needed only for the check of the unit's model, which service firmware skips.
     bool for_model_check = false;
 
     constexpr bool IsReadOver(targetInterfaceType type) const

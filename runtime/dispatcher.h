@@ -1,5 +1,5 @@
-// The in-process message bus: who is registered for which message, and the delivery to them. The
-// messages are described in message.h, the bus as an endpoint uses it in i_dispatcher.h.
+// The in-process message bus: it registers listeners and delivers messages to them. message.h
+// describes the messages, i_dispatcher.h the bus as an endpoint uses it.
 #pragma once
 
 #include <array>

@@ -1,5 +1,5 @@
-// What the shared code needs from an operating system, on the desktop: a semaphore, the scheduler
-// lock and the question whether an interrupt runs. Threads are created elsewhere.
+// The operating-system services of the shared code, for the desktop: a semaphore, the scheduler
+// lock and a test for interrupt context. Threads are created elsewhere.
 #pragma once
 
 #include <QDeadlineTimer>

@@ -1,5 +1,5 @@
 // A whole simulated unit: a microcontroller in one of its bootloaders and its connection to a host.
-// All access to them from other threads goes through this class.
+// All access to the two from other threads goes through this class.
 #pragma once
 
 #include <sys/types.h>

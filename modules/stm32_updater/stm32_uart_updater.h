@@ -24,8 +24,8 @@
 
 namespace stm32_updater {
 
-// How the engine lets time pass. The defaults wait in real time; tests pass their own functions, to
-// reach a time-out without waiting for it and to see how long the wait would have been.
+// How the engine waits. The defaults wait in real time; tests pass in functions that end a wait at
+// once and record how long it would have been.
 struct Waits {
     using Signal = task::counting_semaphore<1>;
 

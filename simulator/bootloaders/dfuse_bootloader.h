@@ -2,8 +2,8 @@
 // commands (DfuSe; application note AN3156). Control requests in, bytes or a stall out: no port, no
 // thread, no clock.
 //
-// By the protocol, the client asks for the status until the unit is done. Here too an operation
-// begins with the first status request after its download.
+// By the protocol, the client asks for the status until the unit is done. As on a real unit, an
+// operation begins with the first status request after its download.
 #pragma once
 
 #include <chrono>

@@ -22,7 +22,7 @@ struct Answer {
     size_t consumed = 0;
 };
 
-// The bytes of all `answers`, for callers to whom time does not matter.
+// The bytes of all `answers`, for callers that ignore their times.
 std::vector<std::byte> JoinAnswers(std::span<Answer const> answers);
 
 // Not thread-safe.

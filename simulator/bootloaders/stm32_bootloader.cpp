@@ -148,7 +148,7 @@ void Stm32Bootloader::Take(std::byte byte)
     }
 }
 
-// How many bytes make the phase complete, as far as is known from the bytes collected so far.
+// The number of bytes that complete the phase, as far as the bytes collected so far show it.
 size_t Stm32Bootloader::BytesNeeded() const
 {
     constexpr size_t kAddressAndChecksum = 5;

@@ -18,7 +18,7 @@
 
 namespace simulator {
 
-// The bytes with which the bootloader agrees and refuses.
+// The bytes with which the bootloader acknowledges and refuses.
 struct AckPair {
     std::byte ack;
     std::byte nack;
@@ -65,7 +65,7 @@ public:
     Stm32BootloaderOptions const& Options() const { return options_; }
 
 private:
-    // What the bytes being collected are.
+    // The meaning of the bytes being collected.
     enum class Phase {
         kCommand,
         kReadAddress,

@@ -40,8 +40,8 @@ public:
     // The next `size` bytes from the client; fewer if `timeout` passes first.
     std::string Receive(size_t size, std::chrono::milliseconds timeout = std::chrono::seconds(10));
 
-    // Whether no client has the line open, waiting up to `timeout` for that. Only after one had it
-    // open, and not with HoldOpen.
+    // Waits up to `timeout` until no client has the line open; false if one still has. Only for a
+    // line that a client has had open, and not with HoldOpen().
     bool WaitForClose(std::chrono::milliseconds timeout = std::chrono::seconds(10)) const;
 
 private:

@@ -21,8 +21,8 @@ public:
     // The unit appears on its host; `name` replaces the name of its port, if it has one.
     virtual void Plug(std::string const& name) = 0;
 
-    // The unit leaves its host. For a client that has it open it is gone; after Fade() it is silent
-    // instead.
+    // The unit leaves its host. A client that has it open finds it gone after Unplug(), and silent
+    // after Fade().
     virtual void Unplug() = 0;
     virtual void Fade() = 0;
 

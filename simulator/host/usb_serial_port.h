@@ -68,9 +68,9 @@ public:
     // The unit's end of the line, non-blocking; -1 while there is none.
     int LineFd() const { return line_ ? line_->UnitFd() : -1; }
 
-    // Measures the line, which no client may have open yet, within a few milliseconds: the lower
-    // quartile of some trips each way, since taking too much off a paced line would be worse than
-    // too little. Zero without a line.
+    // Measures the line, which no client may have open yet, within a few milliseconds. Returns the
+    // lower quartile of some trips each way: on a paced line, subtracting too much would be worse
+    // than too little. Zero without a line.
     LineTransit MeasureTransit() const;
 
     // Sets the access rights of the device node. Of no effect on a client that is root. Throws

@@ -1,5 +1,5 @@
-// How long bytes take on a serial line: calculates when received bytes have really arrived and when
-// sent bytes will have, at a given speed. The waiting is the caller's (WaitUntil() below).
+// The time that bytes take on a serial line: calculates when received bytes have really arrived and
+// when sent bytes will have, at a given speed. The caller does the waiting (WaitUntil() below).
 //
 // Bytes that follow each other are one burst, counted from the arrival of its first byte, so that
 // neither rounding nor the caller's delays add up.
