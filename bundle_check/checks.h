@@ -44,7 +44,7 @@ public:
     bool Has(Key const& key) const { return settings_.contains(key.name); }
     // As QSettings returns it: a text, or a list when there are unquoted commas.
     QVariant Value(Key const& key) const { return settings_.value(key.name); }
-    // What the program reads from a key of Form::Address or Form::Decimal.
+    // The value of a key of Form::Address or Form::Decimal as the program reads it.
     uint32_t Number(Key const& key) const { return ReadNumber(settings_, key); }
     // Whether the program uses the key and it holds a number of 32 bits. Otherwise Number() is only
     // what the program makes of a mistake, which is reported elsewhere.

@@ -1,4 +1,4 @@
-// The firmware image: the file, and what it holds.
+// Checks the firmware image: the file and its contents.
 #include <QFile>
 #include <QFileInfo>
 #include <algorithm>

@@ -143,7 +143,7 @@ PercentCode ReadPercentCode(QByteArray const& key, qsizetype position)
                                  : PercentCode{};
 }
 
-// Whether the quotation marks of an element enclose only a part of it.
+// True when the quotation marks of an element enclose only a part of it.
 bool HasMixedQuotes(QByteArray const& value)
 {
     bool in_quotes = false;

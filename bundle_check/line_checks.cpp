@@ -119,7 +119,7 @@ void CheckEscapes(IniEntry const& entry, Findings& findings)
     }
 }
 
-// Whether nothing can be missing after the value: it is a number, a name, or all in quotation
+// True when nothing can be missing after the value: it is a number, a name, or all in quotation
 // marks, so that a semicolon can only begin a comment.
 bool IsComplete(IniEntry const& entry, Form form)
 {

@@ -12,10 +12,10 @@
 
 #include "config/config_keys.h"
 
-// Bits per second, where mcuboot_baud is missing.
+// Bits per second when mcuboot_baud is missing.
 inline constexpr uint32_t kDefaultMcubootBaud = 921600;
 
-// Where window_title is missing or empty.
+// The title when window_title is missing or empty.
 inline constexpr char kDefaultWindowTitle[] = "Kelvane firmware updater";
 
 // The fw_target_type of firmware for customers, in any letter case. The window does not show it.
@@ -28,8 +28,8 @@ struct UsbConfig {
     QString fw_target_type;
 };
 
-// The UART bootloader does not start the new firmware by itself, so it also needs start_address and
-// boot_mode_address.
+// The UART bootloader does not start the new firmware by itself, so it also needs the addresses for
+// the start and for the boot-mode marker.
 struct UartConfig {
     uint32_t start_address;
     uint32_t programming_address;

@@ -8,7 +8,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Judges what came in answer, in the same order for all requests.
+// Judges the bytes of an answer, in the same order for all requests.
 Answer Judge(QByteArray const& raw)
 {
     Answer answer;

@@ -23,7 +23,7 @@ uint16_t crc16Ccitt(uint8_t const* data, size_t length, uint16_t init);
 QByteArray buildPacket(uint8_t operation, uint16_t group, uint8_t id, QByteArray const& payload,
                        uint8_t sequence);
 
-// Why the bytes of an answer cannot be used.
+// The reasons why the bytes of an answer cannot be used.
 enum class FrameError {
     kNone,
     kNoLine,      // no line begins with a marker

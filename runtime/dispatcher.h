@@ -23,7 +23,7 @@ public:
     // All messages of all subsystems that are set up, in ascending order.
     virtual std::vector<std::pair<SubsystemId, MessageId>> GetAllMessageIds() const = 0;
 
-    // Whether a listener was registered for `receiver` and none was unregistered since.
+    // True when a listener was registered for `receiver` and none was unregistered since.
     virtual bool TaskIsAttached(Receiver receiver) const = 0;
 
     virtual ~IMasterDispatcher() = default;

@@ -53,7 +53,7 @@ private:
     std::unique_ptr<QSemaphore> semaphore_;
 };
 
-// Keeps other tasks from running on a device. On the desktop it excludes nobody; code that needs
+// Keeps other tasks from running on a device. On the desktop it excludes no thread; code that needs
 // exclusion there uses a std::mutex. Of the device's lock only the stores to its two words remain.
 class scheduler_lock {
 public:

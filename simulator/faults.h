@@ -1,8 +1,8 @@
 // The one list of faults: for a scripted line, for a simulated unit and for a command line. A fault
 // waits for its moment, strikes, and counts that it did.
 //
-// To add a fault: an enumerator and a row of kFaults, what the bootloader then does, and the row's
-// tests.
+// To add a fault, add an enumerator, a row of kFaults, the behaviour of the bootloader, and tests
+// of the row.
 #pragma once
 
 #include <algorithm>

@@ -70,8 +70,8 @@ public:
     QByteArray sendSmpCommand(uint8_t operation, uint16_t group, uint8_t id,
                               QByteArray const& payload);
 
-    // The exchange of mcuboot/exchange.h on this port; timeout in milliseconds. Empty without a
-    // port.
+    // The exchange of mcuboot/exchange.h on this port; `timeout` is in milliseconds. Returns no
+    // bytes without a port.
     QByteArray sendAndReceive(QByteArray const& packet, int timeout)
     {
         return exchange_.SendAndReceive(packet, std::chrono::milliseconds(timeout));

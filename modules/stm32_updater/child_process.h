@@ -1,4 +1,4 @@
-// How a tool that exceeds its time limit is ended.
+// Ends a tool that exceeds its time limit.
 #pragma once
 
 #include <QProcess>

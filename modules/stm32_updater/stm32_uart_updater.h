@@ -115,7 +115,7 @@ private:
     std::function<void(bool)> set_line_a_;
     std::function<void(bool)> set_line_b_;
     hal::uart::IUartDriver& uart_;
-    // For the device firmware's build of this engine; the commands do not use it.
+    // Only the device firmware's build of this engine needs it; the commands do not use it.
     [[maybe_unused]] IDispatcher& dispatcher_;
     Waits::Signal rx_signal_{0};  // one token for each received byte
     ProgressCallback progress_;

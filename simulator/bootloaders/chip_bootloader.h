@@ -1,6 +1,6 @@
 // The parts that all simulated bootloaders share, whatever their protocol: memory, faults, journal
-// and the ways to fall silent. serial_bootloader.h and dfuse_bootloader.h add the transfer of
-// bytes.
+// and the ways to fall silent. Two classes derive from it and add how bytes come and go; they are
+// in serial_bootloader.h and dfuse_bootloader.h.
 #pragma once
 
 #include <cstddef>

@@ -38,8 +38,8 @@ struct Stm32BootloaderOptions {
     AckPair ack_pair = kStandardAckPair;
     // Loaded at the start of the chip's OTP area; the rest of the area is 0xFF.
     std::vector<std::byte> otp;
-    // Where the application looks for its boot-mode marker. An address outside flash, OTP area and
-    // RAM gets a word of memory (a backup register).
+    // The address where the application looks for its boot-mode marker. An address outside flash,
+    // OTP area and RAM gets a word of memory (a backup register).
     std::optional<uint32_t> boot_mode_address;
     // AN3155 erases everything by FF 00: FF and its check byte. A client that computes the check
     // byte over an empty list sends FF FF. Not every part accepts that; with false it is refused as

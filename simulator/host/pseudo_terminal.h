@@ -12,15 +12,15 @@ namespace simulator {
 // Not thread-safe, but one thread may send while another receives.
 class PseudoTerminal {
 public:
-    // Raw from the start: no byte is changed or echoed before a client sets its own modes. Throws
-    // std::system_error.
+    // The line is raw from the start: no byte is changed or echoed before a client sets its own
+    // modes. Throws std::system_error.
     PseudoTerminal();
     ~PseudoTerminal();
     PseudoTerminal(PseudoTerminal const&) = delete;
     PseudoTerminal& operator=(PseudoTerminal const&) = delete;
 
-    // Holds the client's end open as well, so that the line outlives a client and stays raw. Throws
-    // std::system_error.
+    // Holds the client's end open as well, so that the line outlives its clients and stays raw.
+    // Throws std::system_error.
     void HoldOpen();
 
     // The path to open, such as /dev/pts/3.

@@ -18,8 +18,8 @@
 
 namespace simulator {
 
-// Bootloader, port and pacer belong to the serving thread from the constructor's return to the
-// destructor's.
+// Bootloader, port and pacer belong to the serving thread from the end of the constructor to the
+// end of the destructor.
 class SerialConnection final : public IUnitConnection {
 public:
     // `bootloader` must outlive the connection.

@@ -26,8 +26,8 @@ public:
     virtual void Unplug() = 0;
     virtual void Fade() = 0;
 
-    // Access rights of the device node; of no effect on a client that is root. Throws
-    // std::system_error.
+    // Sets the access rights of the device node, which have no effect on a client that is root.
+    // Throws std::system_error.
     virtual void SetMode(mode_t mode) = 0;
 
     // While blocked the unit is listed, but opening it fails. Throws std::runtime_error when it is

@@ -61,8 +61,8 @@ private:
 // The thread should have called UseFineTimers() once.
 void WaitUntil(LinePacer::TimePoint moment);
 
-// How long before its moment a wait ends its sleep and begins to spin: longer than the kernel needs
-// to wake a thread, and short enough not to keep another thread from its processor.
+// The time before its moment at which a wait stops sleeping and begins to spin: longer than the
+// kernel needs to wake a thread, and short enough not to keep another thread from its processor.
 inline constexpr std::chrono::microseconds kSpinTime{60};
 
 // Makes the calling thread's sleeps end on time; by default the kernel adds up to 50 microseconds.
