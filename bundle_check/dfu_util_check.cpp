@@ -1,7 +1,5 @@
 // The dfu-util beside the program.
 #include <QDeadlineTimer>
-#include <QFile>
-#include <QFileInfo>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QSysInfo>
@@ -52,9 +50,7 @@ Run RunFor(QString const& program, QString const& argument, std::chrono::millise
 bool IsForeignProgram(QString const& path)
 {
     auto const head = ReadHead(path, 4).value_or(QByteArray());
-    bool const is_elf = head ==
-                        "\x7F"
-                        "ELF";
+    bool const is_elf = head == kElfHead;
     bool const is_macos =
         head == "\xCF\xFA\xED\xFE" || head == "\xCA\xFE\xBA\xBE" || head == "\xCE\xFA\xED\xFE";
     return QSysInfo::productType() == QLatin1String("macos") ? is_elf : is_macos;
@@ -124,10 +120,7 @@ void ReportMissingFast(Run const& version, Findings& findings)
 
 void CheckDfuUtil(QString const& path, Findings& findings, std::chrono::milliseconds limit)
 {
-    auto fault = DescribeFileFault(path);
-    if (fault.isEmpty() && !QFileInfo(path).isExecutable()) {
-        fault = u"is not executable"_s;
-    }
+    auto const fault = DescribeProgramFault(path);
     if (!fault.isEmpty()) {
         findings.Fail(
             {}, u"The tool dfu-util beside the program %1, so no unit is ever found."_s.arg(fault));

@@ -15,6 +15,12 @@ namespace bundle_check {
 // text if it is one. A pipe or a device is never opened.
 QString DescribeFileFault(QString const& path);
 
+// The same for a program, which must also be executable.
+QString DescribeProgramFault(QString const& path);
+
+// The first bytes of every ELF file, such as a Linux program.
+inline constexpr char kElfHead[] = {0x7F, 'E', 'L', 'F', 0};
+
 // The first bytes of a regular file, at most `limit`; nothing when it cannot be read.
 std::optional<QByteArray> ReadHead(QString const& path, qint64 limit);
 

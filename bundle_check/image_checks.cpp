@@ -42,8 +42,7 @@ void CheckLocation(Place const& place, QDir const& resources, QString const& pat
 // The format of an image that is not raw; the program would write every byte of it as it is.
 QString DescribeFormat(Ends const& ends)
 {
-    if (ends.head.startsWith("\x7F"
-                             "ELF")) {
+    if (ends.head.startsWith(kElfHead)) {
         return u"an ELF file"_s;
     }
     if (ends.head.startsWith("PK\x03\x04")) {
