@@ -1,5 +1,5 @@
-// The window's search for a unit: a single-shot timer that arms itself again, decided upon in
-// unit_detection.h.
+// The window's search for a unit. A single-shot timer is armed again after each look, and
+// unit_detection.h decides what to do.
 
 #include <QDebug>
 #include <QTimer>

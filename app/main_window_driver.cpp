@@ -15,10 +15,11 @@
 
 #include "app/main_window.h"
 #include "config/bundle_paths.h"
+#include "modules/stm32_updater/child_process.h"
 
 namespace {
 
-// The only text that reaches a shell, with administrator rights, and so it is constant.
+// The only text that reaches a shell. It runs with administrator rights, so it is constant.
 constexpr auto kRemovalScript =
     "do shell script \"rm -rf /Applications/CP210xVCPDriver.app\" with administrator privileges";
 
@@ -41,6 +42,7 @@ bool WaitForEnd(QProcess& process, std::chrono::milliseconds timeout, char const
     bool const ended = process.waitForFinished(static_cast<int>(timeout.count()));
     if (!ended) {
         LogFailure(failure, process);
+        stm32_updater::KillIfRunning(process);
     }
     return ended;
 }
@@ -148,6 +150,7 @@ bool MainWindow::CheckDriverEnabled() const
     QProcess list;
     list.start(driver.systemextensionsctl, {QStringLiteral("list")}, QIODevice::ReadWrite);
     list.waitForFinished(static_cast<int>(driver.timeouts.extension_listing.count()));
+    stm32_updater::KillIfRunning(list);
     return IsDriverEnabled(list.readAllStandardOutput());
 }
 

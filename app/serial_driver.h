@@ -1,6 +1,6 @@
-// What is known about the macOS driver of the units' USB-to-serial adapter without running
-// anything: the tools that manage it, their time-outs, and how to read the system's list of
-// drivers. main_window_driver.cpp runs the tools and asks the user.
+// The macOS driver of the units' USB-to-serial adapter: the tools that manage it, their time-outs,
+// and how to read the system's list of drivers. Nothing here runs a process; main_window_driver.cpp
+// runs the tools and asks the user.
 #pragma once
 
 #include <QByteArray>

@@ -21,7 +21,7 @@ public:
             return;
         }
         process_ = std::make_unique<QProcess>();
-        // Not for reading: what a command prints without end must not fill the memory.
+        // Opened for writing only: a command that prints without end must not exhaust memory.
         process_->start(command_.program, command_.arguments, QIODevice::WriteOnly);
     }
 
@@ -60,7 +60,7 @@ private:
 StayAwakeCommand GetStayAwakeCommand(QString const& product_type, qint64 process_id)
 {
     if (IsMacos(product_type)) {
-        // -i: no sleep for idleness; -w: until that process has ended.
+        // -i: the idle system does not sleep; -w: until that process has ended.
         return {
             QStringLiteral("/usr/bin/caffeinate"),
             {QStringLiteral("-i"), QStringLiteral("-w"), QString::number(process_id)},

@@ -28,8 +28,8 @@ struct StayAwakeCommand {
 // process with this id does, or when its standard input, a pipe from that process, is closed.
 StayAwakeCommand GetStayAwakeCommand(QString const& product_type, qint64 process_id);
 
-// Runs the command while held, without a word to the user if it cannot be started or fails. To
-// release it kills the command and waits for its end, but no longer than `patience`; a command that
-// is not gone by then is left to the event loop.
+// Runs the command while held; one that cannot be started or fails is ignored. Release() kills the
+// command and waits for its end, but no longer than `patience`; a command that still runs then is
+// left to the event loop.
 std::unique_ptr<SleepInhibitor> MakeSleepInhibitor(
     StayAwakeCommand command, std::chrono::milliseconds patience = std::chrono::milliseconds(100));

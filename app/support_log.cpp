@@ -113,7 +113,7 @@ void SupportLog::Append(QByteArray const& entry)
     }
     auto const size = file_.size();
     if (file_.write(entry) != entry.size()) {
-        // The part that fitted on a full disk would run into the next entry's line.
+        // What fitted on a full disk would otherwise run into the next entry's line.
         file_.resize(size);
     }
 }

@@ -43,8 +43,8 @@ private:
     QFile file_;
 };
 
-// From its construction to its destruction, copies to the log what goes through Qt's logging and
-// what the shared code prints. There must be only one at a time.
+// From its construction to its destruction, copies all messages of Qt's logging and of the shared
+// code's console to the log. There must be only one at a time.
 class SupportLogTap {
 public:
     // `log` must outlive it.

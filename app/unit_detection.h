@@ -1,5 +1,5 @@
-// Which attached devices count as units, and what to do about them. Pure; main_window_detection.cpp
-// looks for devices and acts.
+// Decides which attached devices count as units and what to do about them. Pure;
+// main_window_detection.cpp looks for devices and acts.
 #pragma once
 
 #include <QList>
@@ -12,7 +12,7 @@
 
 #include "modules/stm32_updater/limits.h"
 
-// What the system reports about one serial port.
+// One serial port as the system reports it.
 struct SerialPortEntry {
     QString name;
     std::optional<uint16_t> vendor_id;  // none for a port that is not on USB

@@ -1,5 +1,5 @@
-// What the window needs from the system that it runs on. Every member can be replaced, so that each
-// system's behaviour can be tested on any other.
+// The parts of the operating system that the window uses. Every member can be replaced, so that
+// each system's behaviour can be tested on any other.
 #pragma once
 
 #include <QList>

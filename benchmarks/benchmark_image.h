@@ -1,5 +1,5 @@
-// The image that the benchmarks of whole updates write, and what ends a benchmark whose figure
-// would be worth nothing.
+// The image that the benchmarks of whole updates write, and a function that ends a benchmark whose
+// figure would be meaningless.
 #pragma once
 
 #include <QByteArray>

@@ -1,5 +1,5 @@
-// What one chunk of an image costs the processor over MCUboot serial recovery: its request map, its
-// frame, and reading the unit's answer. The line takes some 20 ms for the same.
+// Measures the CPU time of one chunk of an image over MCUboot serial recovery: its request map, its
+// frame, and reading the unit's answer. The line needs some 20 ms for the same chunk.
 #include <benchmark/benchmark.h>
 
 #include <array>

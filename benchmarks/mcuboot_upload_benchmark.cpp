@@ -1,5 +1,5 @@
-// How close an upload over MCUboot serial recovery comes to what its line and its mandated waits
-// allow: 256 KiB to the simulated unit, whose line keeps the pace of 921600 baud 8N1.
+// Measures how close an upload over MCUboot serial recovery comes to what its line and its required
+// pauses allow: 256 KiB to the simulated unit, whose line keeps the pace of 921600 baud 8N1.
 //
 // Each chunk is one request and one answer, and costs three sleeps that the unit and its USB bridge
 // need: 10 ms before the request, 3 ms after it, and 3 ms after the answer to see that nothing
@@ -96,7 +96,7 @@ int main(int argc, char** argv)
     QTemporaryDir const directory;
     auto const image = benchmarks::WriteImage(directory, kImageSize);
 
-    // The quickest of several tries: what disturbs only ever adds.
+    // The quickest of several tries counts: a disturbance can only add time.
     double taken = std::numeric_limits<double>::max();
     for (int i = 0; i < kRepeats; ++i) {
         taken = std::min(taken, UploadOnce(image));

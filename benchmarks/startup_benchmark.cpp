@@ -1,5 +1,5 @@
-// Measures the time from start to the first painted window, and the memory in use then, beside a
-// minimal Qt Widgets program in the same run. Needs its own empty X server: see README.md.
+// Measures the time from start to the first painted window, and the memory in use then, compared
+// with a minimal Qt Widgets program in the same run. Needs its own empty X server: see README.md.
 
 #include <fmt/format.h>
 

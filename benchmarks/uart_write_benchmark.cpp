@@ -1,7 +1,6 @@
-// How close the UART transport comes to the speed of the line itself, compared with Debian's
-// stm32flash on the same simulated unit in the same run. The figures are differences between two
-// sizes of image, which leaves out what each program does before and after (opening, identifying,
-// erasing).
+// Measures how close the UART transport comes to the speed of the line itself, compared with
+// Debian's stm32flash on the same simulated unit in the same run. The figures are differences
+// between two sizes of image, so that opening, identifying and erasing are left out.
 
 #include <fmt/format.h>
 #include <sys/resource.h>
@@ -86,7 +85,7 @@ Cost WriteOnce(Writer const& writer, QString const& baud, QString const& image)
     return writer(unit.Property(QStringLiteral("pty")), image);
 }
 
-// The cheapest of several tries, each quantity by itself: a disturbance only ever adds.
+// The cheapest of several tries, each quantity by itself: a disturbance can only add time.
 Cost FindCost(Writer const& writer, QString const& baud, QString const& image)
 {
     Cost best{std::numeric_limits<double>::max(), std::numeric_limits<double>::max()};

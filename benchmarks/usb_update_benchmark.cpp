@@ -1,9 +1,9 @@
-// What the program adds to a USB update: everything from UpdateDevice to the last ProgressUpdate
-// through the USB backend on its worker thread, compared with the same dfu-util alone on the same
-// simulated unit, in turn within one run.
+// Measures what the program adds to a USB update: everything from UpdateDevice to the last
+// ProgressUpdate through the USB backend on its worker thread, compared with the same dfu-util
+// alone on the same simulated unit, in turn within one run.
 //
 // The program looks at the tool's output once a second and fills the bar at the look after the
-// tool's end, so up to one second behind is by design.
+// tool's end, so by design the bar may be up to one second late.
 
 #include <fmt/format.h>
 
@@ -138,7 +138,7 @@ int main(int argc, char** argv)
     QTemporaryDir const directory;
     auto const image = benchmarks::WriteImage(directory, kImageSize);
 
-    // The quickest of several turns: a disturbance only ever adds.
+    // The quickest of several turns counts: a disturbance can only add time.
     auto tool = Seconds::max();
     Taken program{Seconds::max(), Seconds::max()};
     for (int i = 0; i < kRepeats; ++i) {

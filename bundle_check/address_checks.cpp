@@ -13,8 +13,6 @@ namespace bundle_check {
 
 namespace {
 
-constexpr uint32_t kWord = stm32_updater::kWordSize;
-
 QString Hex(uint64_t number, int digits = 8)
 {
     return u"0x"_s + QString::number(number, 16).rightJustified(digits, u'0');
@@ -37,14 +35,14 @@ std::vector<Chip> Filter(std::vector<Chip> chips, Predicate predicate)
 }
 
 // The chips that the configuration can be for, by where it says that the OTP area lies.
-std::vector<Chip> GetChips(Config const& config)
+std::vector<Chip> GetPossibleChips(Config const& config)
 {
     return GetChipsByOtp(config.Number(config_keys::kOtpAddress));
 }
 
 void CheckInFlash(Config const& config, Key const& key, Findings& findings)
 {
-    auto const chips = GetChips(config);
+    auto const chips = GetPossibleChips(config);
     auto const address = config.Number(key);
     auto const in_flash = [&](Chip const& chip) { return chip.HasFlashAt(address); };
     if (config.HoldsNumber(key) && std::ranges::none_of(chips, in_flash)) {
@@ -64,9 +62,9 @@ void CheckProgrammingAddress(Config const& config, Findings& findings)
             u"%1 is not a multiple of %2, and flash is programmed %2 bytes at a time, so "
             "the unit refuses the firmware."_s.arg(Hex(address), QString::number(kFlashUnit)));
     }
-    auto const start = GetChips(config).front().flash.flash_start;
+    auto const start = GetPossibleChips(config).front().flash.flash_start;
     if (config.Type() == TargetUart && address > start &&
-        GetChips(config).back().HasFlashAt(address)) {
+        GetPossibleChips(config).back().HasFlashAt(address)) {
         findings.Warn(
             config.PlaceOf(key),
             u"The program erases as many pages as the image has, starting at %1, but "
@@ -80,7 +78,7 @@ void CheckStartAddress(Config const& config, Findings& findings)
     auto const& key = config_keys::kStartAddress;
     auto const address = config.Number(key);
     CheckInFlash(config, key, findings);
-    if (config.HoldsNumber(key) && address % kWord != 0) {
+    if (config.HoldsNumber(key) && address % stm32_updater::kWordSize != 0) {
         findings.Warn(config.PlaceOf(key),
                       u"%1 is not a multiple of 4; firmware begins with two words, the stack "
                       "pointer and the address to start at."_s.arg(Hex(address)));
@@ -95,9 +93,9 @@ void CheckBootModeAddress(Config const& config, Findings& findings)
     }
     auto const address = config.Number(key);
     auto const place = config.PlaceOf(key);
-    auto const chips = GetChips(config);
+    auto const chips = GetPossibleChips(config);
     auto const in_ram = [&](Chip const& chip) {
-        return chip.HasRamAt(uint64_t{address} + kWord - 1);
+        return chip.HasRamAt(uint64_t{address} + stm32_updater::kWordSize - 1);
     };
     auto const in_flash = [&](Chip const& chip) { return chip.HasFlashAt(address); };
     if (std::ranges::any_of(chips, in_flash)) {
@@ -114,7 +112,7 @@ void CheckBootModeAddress(Config const& config, Findings& findings)
             "marker, the new firmware does not start, and the window still shows DONE. "
             "Choose a higher address."_s.arg(Hex(address), Hex(kRamStart + kBootloaderRamSize)));
     }
-    if (address % kWord != 0) {
+    if (address % stm32_updater::kWordSize != 0) {
         findings.Fail(place,
                       u"%1 is not a multiple of 4, and the bootloader writes whole words "
                       "only."_s.arg(Hex(address)));
@@ -126,7 +124,7 @@ void CheckOtp(Config const& config, Findings& findings)
     auto const& key = config_keys::kOtpAddress;
     auto const address = config.Number(key);
     auto const size = config.Number(config_keys::kOtpSize);
-    auto const chips = GetChips(config);
+    auto const chips = GetPossibleChips(config);
     if (config.IsService() || !config.HoldsNumber(key)) {
         return;
     }
@@ -182,8 +180,8 @@ QString DescribeErase(std::vector<Chip> const& chips, uint64_t size)
         Name(chips), QString::number(pages), QString::number(seconds, 'f', 1));
 }
 
-// Which of the two erase commands the unit's bootloader lists is not known here. The program uses
-// the short one, and gives it no longer than any other command, whenever it is listed.
+// It is not known here which of the two erase commands the unit's bootloader lists. If it lists the
+// short one, the program uses that and gives it no longer than any other command.
 void CheckEraseTime(Place const& place, std::vector<Chip> const& chips, uint64_t size,
                     Findings& findings)
 {
@@ -221,7 +219,7 @@ void CheckPageNumbers(Place const& place, std::vector<Chip> const& chips, uint64
     }
 }
 
-// The jump and the marker, against what is in flash by then.
+// Compares the jump and the marker with what is in flash by then.
 void CheckAgainstImage(Config const& config, uint64_t size, Findings& findings)
 {
     auto const begin = uint64_t{config.Number(config_keys::kProgrammingAddress)};
@@ -260,7 +258,7 @@ void CheckImageInFlash(Config const& config, uint64_t size, Findings& findings)
     auto const& key = config_keys::kProgrammingAddress;
     auto const place = config.PlaceOf(config_keys::kFirmwareFilename);
     auto const begin = uint64_t{config.Number(key)};
-    auto const chips = GetChips(config);
+    auto const chips = GetPossibleChips(config);
     // An address outside flash has been reported; the image is then measured by itself.
     bool const lies_in_flash = chips.back().HasFlashAt(begin);
     auto const fitting = Filter(chips, [=](Chip const& chip) {

@@ -56,7 +56,7 @@ std::optional<QByteArray> ReadConfigText(QString const& path, Findings& findings
     return text;
 }
 
-// What can be said of the text by itself, and whether QSettings may read it.
+// Checks the text by itself. False when QSettings must not read it.
 bool CheckConfigText(QByteArray const& text, IniLines const& lines, Findings& findings)
 {
     if (text.contains('\0')) {

@@ -8,9 +8,8 @@
 namespace bundle_check {
 
 // `path`: the folder that holds Contents, an application bundle, or its Contents or Resources
-// folder. Whatever is there, a report is returned; no file is read without a limit, and nothing is
-// waited for longer than a few seconds. Needs a QGuiApplication, for the fonts; the platform
-// "offscreen" will do.
+// folder. Always returns a report; reads no file without a limit and waits for nothing longer than
+// a few seconds. Needs a QGuiApplication, for the fonts; the platform "offscreen" is enough.
 Report CheckBundle(QString const& path);
 
 }  // namespace bundle_check

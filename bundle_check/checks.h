@@ -44,10 +44,10 @@ public:
     bool Has(Key const& key) const { return settings_.contains(key.name); }
     // As QSettings returns it: a text, or a list when there are unquoted commas.
     QVariant Value(Key const& key) const { return settings_.value(key.name); }
-    // What the program reads from a key of Form::Address or Form::Decimal.
+    // The value of a key of Form::Address or Form::Decimal as the program reads it.
     uint32_t Number(Key const& key) const { return ReadNumber(settings_, key); }
-    // Whether the program uses the key and it holds a number of 32 bits, so that Number() is not
-    // just the program's answer to a mistake that has been reported.
+    // Whether the program uses the key and it holds a number of 32 bits. Otherwise Number() is only
+    // what the program makes of a mistake, which is reported elsewhere.
     bool HoldsNumber(Key const& key) const
     {
         bool is_number = false;
@@ -76,13 +76,13 @@ private:
 // that does not mean what it looks like.
 void CheckLines(IniLines const& lines, Findings& findings);
 
-// Values that QSettings could take for something else than text ("@Variant(...)" and the like):
-// nobody writes them by hand, and one made with ill will can exhaust the memory of whoever reads
+// Values that QSettings could take for something other than text ("@Variant(...)" and the like):
+// nobody writes them by hand, and a malicious one can exhaust the memory of the program that reads
 // it. True if there is one; QSettings must not be given the file then.
 bool FindForeignForms(IniLines const& lines, Findings& findings);
 
-// What the program makes of each value, and whether that can be meant. Not the firmware file, and
-// not where an address is in a chip.
+// Compares what the program makes of each value with what can be intended. The firmware file and
+// the place of an address in a chip are left to the checks below.
 void CheckValues(Config const& config, Findings& findings);
 void CheckProducts(Config const& config, Findings& findings);
 void CheckDeviceIds(Config const& config, Findings& findings);
@@ -99,7 +99,7 @@ void CheckImageInFlash(Config const& config, uint64_t size, Findings& findings);
 // or nothing when there is none to be written.
 std::optional<qint64> CheckImage(Config const& config, QDir const& resources, Findings& findings);
 
-// What else belongs in a bundle. CheckFonts needs a QGuiApplication, on any platform.
+// The other files of a bundle. CheckFonts needs a QGuiApplication, on any platform.
 void CheckPictures(QDir const& resources, Findings& findings);
 void CheckFonts(QDir const& resources, Findings& findings);
 // Only macOS needs the serial driver: its absence is an error in a macOS application (one with an

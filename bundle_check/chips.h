@@ -1,6 +1,6 @@
-// Which chips a configuration can be for, what their memories allow, and how long their flash
-// takes. Flash layout comes from the table that the engine itself works with; OTP and RAM from ST's
-// reference manuals RM0440 (STM32G4) and RM0456 (STM32U5), what the bootloader needs from ST's
+// The chips that a configuration can be for, with their memories and the times of their flash.
+// Flash layout comes from the table that the engine itself works with; OTP and RAM from ST's
+// reference manuals RM0440 (STM32G4) and RM0456 (STM32U5), the bootloader's share from ST's
 // application note AN2606, and times from ST's data sheet DS12288 (STM32G4).
 #pragma once
 
@@ -23,15 +23,15 @@ struct ChipMemories {
 };
 
 inline constexpr uint32_t kRamStart = 0x20000000;
-// What the bootloader reserves for its own data and refuses to write; bytes, from kRamStart.
+// The bytes of RAM, from kRamStart, that the bootloader reserves for itself and refuses to write.
 inline constexpr uint32_t kBootloaderRamSize = 16 * 1024;
 
-// To erase one page, for every chip: the maximum of the data sheet, which gives 22 ms as typical.
+// The time to erase one page of any chip: the data sheet's maximum. Its typical value is 22 ms.
 inline constexpr double kPageEraseSeconds = 0.0245;
-// Flash is programmed by so many bytes at a time, and takes so long for them.
+// The number of bytes that flash programs at a time, and the time that this takes.
 inline constexpr uint32_t kFlashUnit = 8;
 inline constexpr double kFlashUnitSeconds = 82e-6;
-// One transfer of the USB bootloader: its size, and what it takes beside programming.
+// One transfer of the USB bootloader: its size, and its time in addition to programming.
 inline constexpr uint64_t kDfuTransferSize = 2048;
 inline constexpr double kDfuTransferSeconds = 0.005;
 
@@ -78,8 +78,8 @@ inline std::vector<Chip> GetChips()
     return chips;
 }
 
-// The chips whose OTP area holds the address: it tells the families apart. All of them if none
-// does.
+// The chips whose OTP area holds the address, which differs between the families; all chips if no
+// area holds it.
 inline std::vector<Chip> GetChipsByOtp(uint32_t otp_address)
 {
     auto chips = GetChips();

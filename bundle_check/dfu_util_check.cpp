@@ -1,7 +1,5 @@
 // The dfu-util beside the program.
 #include <QDeadlineTimer>
-#include <QFile>
-#include <QFileInfo>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QSysInfo>
@@ -9,6 +7,7 @@
 
 #include "bundle_check/checks.h"
 #include "bundle_check/files.h"
+#include "modules/stm32_updater/child_process.h"
 
 using namespace Qt::StringLiterals;
 
@@ -37,24 +36,21 @@ Run RunFor(QString const& program, QString const& argument, std::chrono::millise
            process.waitForReadyRead(static_cast<int>(deadline.remainingTime()))) {
         run.output += process.readAll();
     }
-    // A tool that has written so much is not waited for: everything else it wrote would be kept.
+    // No wait for a tool that has written this much: all further output would be kept.
     run.finished = process.state() == QProcess::NotRunning ||
                    (run.output.size() < kMostOutput &&
                     process.waitForFinished(static_cast<int>(deadline.remainingTime())));
     run.output = (run.output + process.readAll()).left(kMostOutput);
     run.crashed = run.finished && process.exitStatus() == QProcess::CrashExit;
-    process.kill();
-    process.waitForFinished();
+    stm32_updater::KillIfRunning(process);
     return run;
 }
 
-// A program for the other system cannot be run here, which is not the bundle's fault.
+// A program for the other system cannot be run here; that is not an error of the bundle.
 bool IsForeignProgram(QString const& path)
 {
     auto const head = ReadHead(path, 4).value_or(QByteArray());
-    bool const is_elf = head ==
-                        "\x7F"
-                        "ELF";
+    bool const is_elf = head == kElfHead;
     bool const is_macos =
         head == "\xCF\xFA\xED\xFE" || head == "\xCA\xFE\xBA\xBE" || head == "\xCE\xFA\xED\xFE";
     return QSysInfo::productType() == QLatin1String("macos") ? is_elf : is_macos;
@@ -124,10 +120,7 @@ void ReportMissingFast(Run const& version, Findings& findings)
 
 void CheckDfuUtil(QString const& path, Findings& findings, std::chrono::milliseconds limit)
 {
-    auto fault = DescribeFileFault(path);
-    if (fault.isEmpty() && !QFileInfo(path).isExecutable()) {
-        fault = u"is not executable"_s;
-    }
+    auto const fault = DescribeProgramFault(path);
     if (!fault.isEmpty()) {
         findings.Fail(
             {}, u"The tool dfu-util beside the program %1, so no unit is ever found."_s.arg(fault));

@@ -23,6 +23,12 @@ QString DescribeFileFault(QString const& path)
     return info.isReadable() ? QString() : u"cannot be read: permission denied"_s;
 }
 
+QString DescribeProgramFault(QString const& path)
+{
+    auto const fault = DescribeFileFault(path);
+    return fault.isEmpty() && !QFileInfo(path).isExecutable() ? u"is not executable"_s : fault;
+}
+
 std::optional<QByteArray> ReadHead(QString const& path, qint64 limit)
 {
     QFile file(path);

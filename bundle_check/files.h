@@ -1,5 +1,5 @@
-// Files that may be anything: what is wrong with one, found without opening what could block, its
-// first bytes, and links that lead out of the bundle.
+// Looks at files of any kind, without opening one that could block: what is wrong with a file, its
+// first bytes, and whether a link leads out of the bundle.
 #pragma once
 
 #include <QByteArray>
@@ -14,6 +14,12 @@ namespace bundle_check {
 // Why `path` is not a file that can be read, as the end of a sentence ("does not exist"); an empty
 // text if it is one. A pipe or a device is never opened.
 QString DescribeFileFault(QString const& path);
+
+// The same for a program, which must also be executable.
+QString DescribeProgramFault(QString const& path);
+
+// The first bytes of every ELF file, such as a Linux program.
+inline constexpr char kElfHead[] = {0x7F, 'E', 'L', 'F', 0};
 
 // The first bytes of a regular file, at most `limit`; nothing when it cannot be read.
 std::optional<QByteArray> ReadHead(QString const& path, qint64 limit);

@@ -1,4 +1,4 @@
-// The firmware image: the file, and what it holds.
+// Checks the firmware image: the file and its contents.
 #include <QFile>
 #include <QFileInfo>
 #include <algorithm>
@@ -39,11 +39,10 @@ void CheckLocation(Place const& place, QDir const& resources, QString const& pat
     }
 }
 
-// The format of an image that is not a raw one: the program writes every byte as it is.
+// The format of an image that is not raw; the program would write every byte of it as it is.
 QString DescribeFormat(Ends const& ends)
 {
-    if (ends.head.startsWith("\x7F"
-                             "ELF")) {
+    if (ends.head.startsWith(kElfHead)) {
         return u"an ELF file"_s;
     }
     if (ends.head.startsWith("PK\x03\x04")) {
@@ -108,7 +107,7 @@ void CheckAlignment(Config const& config, Place const& place, qint64 size, Findi
     }
 }
 
-// What no supported chip can hold is not for a unit with MCUboot either, as far as is known.
+// As far as is known, no unit with MCUboot holds a larger image than the supported chips do.
 void CheckMcubootSize(Place const& place, qint64 size, Findings& findings)
 {
     auto const chips = GetChips();

@@ -63,7 +63,7 @@ public:
         return line.end > line.begin;
     }
 
-    // The line of a byte that is not before the last one asked for: the file is counted once.
+    // The line of a byte; no earlier byte than in the last call, since the file is counted once.
     int LineOf(qsizetype position)
     {
         line_ += CountLineEnds(bytes_, counted_, position);
@@ -90,7 +90,7 @@ private:
         position_ = std::min(position_ + 1, bytes_.size());
     }
 
-    // Moves to the last byte of what a backslash deprives of its own meaning.
+    // Moves to the last byte that the backslash escapes.
     void SkipEscaped()
     {
         ++position_;
@@ -125,7 +125,7 @@ private:
     int line_ = 1;
 };
 
-// The character that a "%" at `position` stands for, and how many bytes of the key it takes.
+// The character that the code at a "%" encodes, and how many bytes of the key the code takes.
 struct PercentCode {
     QChar character = u'%';
     qsizetype length = 1;
@@ -143,7 +143,7 @@ PercentCode ReadPercentCode(QByteArray const& key, qsizetype position)
                                  : PercentCode{};
 }
 
-// Whether the quotation marks of an element enclose only a part of it.
+// True when the quotation marks of an element enclose only a part of it.
 bool HasMixedQuotes(QByteArray const& value)
 {
     bool in_quotes = false;
@@ -177,7 +177,7 @@ std::optional<QString> GetSection(QByteArray const& line)
     if (name.compare("general", Qt::CaseInsensitive) == 0) {
         return std::nullopt;
     }
-    // QSettings writes a section that really has this name so.
+    // QSettings writes a section that really has this name like that.
     bool const is_escaped_general = name.compare("%general", Qt::CaseInsensitive) == 0;
     return is_escaped_general ? QString::fromUtf8(name.mid(1)) : DecodeIniKey(name);
 }
@@ -235,14 +235,14 @@ QString DecodeIniKey(QByteArray const& key)
 
 bool MayBeForeignForm(QByteArray const& value)
 {
-    // An "@" that an element may begin with. It does not follow a word, with or without a space,
-    // nor another "@", with which an ordinary text begins, unless a backslash takes that away.
+    // An "@" that an element may begin with. It does not follow a word, with or without a space.
+    // Nor does it follow another "@", which begins ordinary text, unless a backslash precedes that.
     auto const at = uR"((?<![\w.]{2})(?<![^\\,"\s]\s)(?<![^\\]@)(?<!^@)@)"_s;
     // QSettings drops quotation marks, and the spaces after a closing one.
     static QRegularExpression const dropped(uR"("\s*)"_s);
     static QRegularExpression const form(
         at + uR"((?:ByteArray|DateTime|Invalid|Point|Rect|Size|String|Variant)\()"_s);
-    // In a name, an escape that does not stand for a known character may vanish, or spell a letter.
+    // In a name, an escape that is not a known character may vanish, or spell a letter.
     static QRegularExpression const hidden_name(at +
                                                 uR"((?:[A-Za-z]|"\s*+)*+\\(?![abfnrtv"?'\\]))"_s);
     // "@" is 40 in hexadecimal and 100 in octal; digits before those may be lost beyond 16 bits.
@@ -250,7 +250,7 @@ bool MayBeForeignForm(QByteArray const& value)
         uR"((?<!\\)(?:\\\\)*+\\(?:x[0-9A-Fa-f]*40(?![0-9A-Fa-f])|[0-7]*100(?![0-7])))"_s);
     // Every form has a parenthesis, which is 28 in hexadecimal and 50 in octal.
     static QRegularExpression const parenthesis(uR"(\(|\\x[0-9A-Fa-f]*28|\\[0-7]*50)"_s);
-    // A search that was given up has found no match, and proves nothing.
+    // A search that was given up has no match, but proves nothing.
     auto const may_match = [](QRegularExpression const& pattern, QString const& in) {
         auto const match = pattern.match(in);
         return match.hasMatch() || !match.isValid();

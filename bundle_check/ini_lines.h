@@ -1,5 +1,5 @@
-// Which line of config.ini holds which key. Only places and spellings come from here; what a value
-// means is for QSettings and the program's own reading code to say. Pure.
+// Finds the line of config.ini that holds each key. It yields places and spellings only: QSettings
+// and the program's own code decide what a value means. Pure.
 #pragma once
 
 #include <QByteArray>
@@ -42,10 +42,10 @@ IniLines ScanIni(QByteArray const& bytes);
 // A key or the name of a section: %XX and %UXXXX are characters, a backslash separates the levels.
 QString DecodeIniKey(QByteArray const& key);
 
-// Whether QSettings could take the value, or an element of it, for something else than text,
+// Whether QSettings could take the value, or an element of it, for something other than text,
 // because it is in one of the notations that QSettings itself writes ("@Variant(...)" and the
-// like). Judges the value as written, and rather says yes: also where escapes might spell such a
-// notation.
+// like). Judges the value as written. In doubt it returns true, for example where escapes might
+// spell such a notation.
 bool MayBeForeignForm(QByteArray const& value);
 
 }  // namespace bundle_check

@@ -17,7 +17,7 @@ Place PlaceOf(IniEntry const& entry)
     return {entry.key, entry.line};
 }
 
-// How many letters must be inserted, removed or changed to turn one word into the other.
+// The number of letters to insert, remove or change to turn one word into the other.
 int CountEdits(QString const& from, QLatin1StringView to)
 {
     std::vector<int> costs(static_cast<size_t>(to.size()) + 1);
@@ -119,7 +119,7 @@ void CheckEscapes(IniEntry const& entry, Findings& findings)
     }
 }
 
-// Whether nothing can be missing after the value: it is a number, a name, or all in quotation
+// True when nothing can be missing after the value: it is a number, a name, or all in quotation
 // marks, so that a semicolon can only begin a comment.
 bool IsComplete(IniEntry const& entry, Form form)
 {

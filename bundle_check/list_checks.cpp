@@ -60,7 +60,7 @@ bool CheckProduct(Place const& place, QString const& entry, Findings& findings)
     return true;
 }
 
-// What the program's map makes of names and ids that appear twice.
+// Names and ids that appear twice: the program's map keeps one entry for each name.
 void CheckRepeatedProducts(Config const& config, Place const& place, QStringList const& names,
                            Findings& findings)
 {

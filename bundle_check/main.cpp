@@ -17,8 +17,8 @@ constexpr char kDescription[] =
     "Reports what is wrong with a bundle before a customer sees it.\n"
     "Exits with 0 if the bundle is clean, 1 with warnings, 2 with errors.";
 
-// Qt's remarks on this computer and on damaged files have no place in the output; what is wrong
-// with the bundle is in the report.
+// Keeps Qt's messages about this computer and about damaged files out of the output: the report has
+// all that is wrong with the bundle.
 void PrintFatalOnly(QtMsgType type, QMessageLogContext const& /*context*/, QString const& text)
 {
     if (type == QtFatalMsg) {

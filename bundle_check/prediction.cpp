@@ -13,7 +13,7 @@ namespace {
 
 using Seconds = std::chrono::duration<double>;
 
-// How many parts it takes, the last one being smaller.
+// The number of parts; the last one may be smaller.
 double Divide(uint64_t amount, uint64_t part)
 {
     uint64_t const parts = (amount + part - 1) / part;

@@ -1,5 +1,5 @@
-// How long an update takes, by the arithmetic of its transport. All figures are estimates: a unit,
-// a hub or a busy computer may take longer. Pure.
+// Estimates how long an update takes, by the arithmetic of its transport. A unit, a hub or a busy
+// computer may take longer. Pure.
 #pragma once
 
 #include <QList>
@@ -17,7 +17,7 @@ namespace bundle_check {
 // acknowledgements. A byte takes 11 bits (8E1).
 double PredictUart(uint64_t bytes, uint64_t page_size);
 
-// What each transfer takes beside programming, and the time until the end is noticed.
+// The time of each transfer in addition to programming, and the time until the end is noticed.
 double PredictUsb(uint64_t bytes, uint64_t page_size);
 
 // Three pauses and an answer of about 60 bytes for each chunk; the bytes, and 35 more of frame and

@@ -66,7 +66,7 @@ QString Summarise(Report const& report)
     return parts.isEmpty() ? u"clean"_s : parts.join(u", "_s);
 }
 
-// To whole seconds; an update never takes none.
+// Whole seconds, at least one.
 int RoundSeconds(double seconds)
 {
     return std::max(1, static_cast<int>(std::lround(seconds)));

@@ -1,5 +1,5 @@
-// What bundle_check found in a bundle, and its two forms: text for a person, JSON for a build
-// machine. Pure.
+// The findings of bundle_check and their two forms: text for a person, JSON for a build machine.
+// Pure: it reads and prints nothing.
 #pragma once
 
 #include <QByteArray>
@@ -63,13 +63,12 @@ struct Report {
 // 0 clean (notes do not count), 1 warnings, 2 errors.
 int GetExitStatus(Report const& report);
 
-// One finding a line, "config.ini:LINE: WEIGHT: KEY: TEXT", then one prediction a product, then a
-// summary.
+// One finding per line, "config.ini:LINE: SEVERITY: KEY: TEXT", then one prediction per product and
+// a summary.
 QString FormatText(Report const& report);
 
 // An object with the members status, interface, findings (each with severity, key, line and text),
-// omitted and predictions (each with product and seconds). Key and line are null where there is
-// none.
+// omitted and predictions (each with product and seconds). A missing key or line is null.
 QByteArray FormatJson(Report const& report);
 
 }  // namespace bundle_check

@@ -34,9 +34,7 @@ QString QuoteAll(QStringList const& names)
 bool HasElfHead(QString const& path)
 {
     auto const head = ReadHead(path, 4);
-    return head && *head ==
-                       "\x7F"
-                       "ELF";
+    return head && *head == kElfHead;
 }
 
 // The window asks Qt for a family and a style, so Qt is asked here what a file adds to a family.
@@ -127,10 +125,7 @@ void CheckDriver(QDir const& resources, QString const& application_dir, Findings
 {
     auto const path = GetDriverPaths({}, resources).bundled_executable;
     CheckLink({}, resources, path, findings);
-    auto fault = DescribeFileFault(path);
-    if (fault.isEmpty() && !QFileInfo(path).isExecutable()) {
-        fault = u"is not executable"_s;
-    }
+    auto const fault = DescribeProgramFault(path);
     if (fault.isEmpty()) {
         return;
     }

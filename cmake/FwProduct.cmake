@@ -1,4 +1,4 @@
-# What the product is called, and which version it is: for the program, its packages and their documents.
+# The product's name and version, for the program, its packages and their documents.
 
 set(FW_VERSION 1.0.0)
 set(FW_PROGRAM_TITLE "Kelvane Firmware Updater")

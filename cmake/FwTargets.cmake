@@ -1,5 +1,5 @@
-# How every target of this project is built: language, warnings, sanitizers, include root. A folder's
-# own CMakeLists.txt contains only what is specific to it.
+# Settings for all targets of this project: language, warnings, sanitizers, include root. A folder's own
+# CMakeLists.txt contains only what is specific to it.
 
 add_library(fw_options INTERFACE)
 target_compile_features(fw_options INTERFACE cxx_std_20)
@@ -14,8 +14,8 @@ if(FW_SANITIZERS)
     -fsanitize=${FW_SANITIZERS} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   target_link_options(fw_options INTERFACE -fsanitize=${FW_SANITIZERS})
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    # g++ looks for these after it has added the sanitizers' code, and then reports false ones. The builds
-    # without sanitizers still look for them.
+    # g++ looks for these after it has added the sanitizers' code, and then reports false ones. Builds
+    # without sanitizers still report them.
     target_compile_options(fw_options INTERFACE
       -Wno-maybe-uninitialized -Wno-stringop-overflow -Wno-stringop-overread -Wno-array-bounds)
   endif()
@@ -42,12 +42,12 @@ if(FW_COMPILE_ONLY)
 endif()
 
 # Names in the anonymous namespaces of these still clash.
-set(fw_clashing_targets mcuboot bundle_checker simulator main_window_test)
+set(fw_clashing_targets main_window_test)
 
 # Everything that ships to customers and vendors.
 add_custom_target(shipped)
 
-# fw_set_up(TARGET SEPARATE): what libraries and programs have in common.
+# fw_set_up(TARGET SEPARATE): the settings that libraries and programs share.
 function(fw_set_up name separate)
   set_target_properties(${name} PROPERTIES AUTOMOC ON AUTOUIC ON)
   if(FW_UNITY AND NOT separate AND NOT name IN_LIST fw_clashing_targets)
@@ -58,7 +58,7 @@ function(fw_set_up name separate)
     return()
   endif()
   add_dependencies(shipped ${name})
-  # The fuzzer is guided by the coverage of what it links.
+  # The coverage of the libraries that it links guides the fuzzer.
   if(FW_FUZZ)
     target_compile_options(${name} PRIVATE -fsanitize=fuzzer-no-link)
   endif()
@@ -68,8 +68,8 @@ function(fw_set_up name separate)
 endfunction()
 
 # fw_add_library(NAME SOURCES ... [PUBLIC targets...] [PRIVATE targets...] [SEPARATE])
-# PUBLIC is what the headers need, PRIVATE what only the sources need. SEPARATE compiles each source by
-# itself in every build.
+# PUBLIC: targets that the headers need; PRIVATE: targets that only the sources need. SEPARATE compiles
+# each source by itself in every build.
 function(fw_add_library name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "SEPARATE" "" "SOURCES;PUBLIC;PRIVATE")
   add_library(${name} STATIC ${arg_SOURCES})

@@ -1,4 +1,4 @@
-// Where the bundle keeps its files: all paths follow from the directory that holds the executable.
+// The paths of the bundle's files. All follow from the directory that holds the executable.
 #pragma once
 
 #include <QDir>
@@ -16,7 +16,7 @@ struct BundlePaths {
     QString dfu_util;
 };
 
-// The two directories as they are written, not tidied; neither need exist.
+// The two directories, with any ".." left in the path; neither need exist.
 BundlePaths GetBundlePaths(QString const& application_dir);
 QString GetConfigPath(QDir const& resources);
 // The resource directory itself when no file is named. An absolute name is used unchanged.

@@ -18,8 +18,8 @@ enum targetInterfaceType : uint32_t {
     TargetMcubootSerial = 3,
 };
 
-// The value of the key "interface" that chooses the transport. UART is also what any other value
-// chooses.
+// The value of the key "interface" that chooses the transport. UART is also the
+// choice for any other value.
 constexpr QLatin1StringView GetInterfaceName(targetInterfaceType type)
 {
     switch (type) {
@@ -37,7 +37,7 @@ namespace config_keys {
 
 enum class Form { Text, FileName, Interface, TargetType, Address, Decimal, Products, DeviceIds };
 
-// What a missing key means: the updater cannot do its work, the window lacks a text, or nothing,
+// The effect of a missing key: the updater cannot do its work, the window lacks a text, or none,
 // because there is a default.
 enum class Need { Required, Expected, Optional };
 
@@ -54,7 +54,7 @@ struct Key {
     Form form;
     Transports transports;  // where the program reads it
     Need need;
-    // Serves only the check of the unit's model, which a service firmware skips.
+    // Needed only for the check of the unit's model, which service firmware skips.
     bool for_model_check = false;
 
     constexpr bool IsReadOver(targetInterfaceType type) const

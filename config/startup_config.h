@@ -1,6 +1,6 @@
-// What config.ini says, as values: every key that the program reads is read here, but for the
-// firmware's file name (bundle_paths.h). Pure functions over QSettings. Nothing is validated: a
-// missing or malformed value becomes 0 or empty.
+// Reads the values of config.ini: every key that the program uses except the firmware's file name
+// (bundle_paths.h). Pure functions over QSettings. Nothing is validated: a missing or malformed
+// value becomes 0 or empty.
 #pragma once
 
 #include <QList>
@@ -12,13 +12,13 @@
 
 #include "config/config_keys.h"
 
-// Bits per second, where mcuboot_baud is missing.
+// Bits per second when mcuboot_baud is missing.
 inline constexpr uint32_t kDefaultMcubootBaud = 921600;
 
-// Where window_title is missing or empty.
+// The title when window_title is missing or empty.
 inline constexpr char kDefaultWindowTitle[] = "Kelvane firmware updater";
 
-// The fw_target_type of firmware for customers, of which the window shows nothing. In any case.
+// The fw_target_type of firmware for customers, in any letter case. The window does not show it.
 inline constexpr char kCustomerTarget[] = "customer";
 
 struct UsbConfig {
@@ -28,8 +28,8 @@ struct UsbConfig {
     QString fw_target_type;
 };
 
-// The UART bootloader does not start the new firmware by itself, so it also needs start_address and
-// boot_mode_address.
+// The UART bootloader does not start the new firmware by itself, so it also needs the addresses for
+// the start and for the boot-mode marker.
 struct UartConfig {
     uint32_t start_address;
     uint32_t programming_address;

@@ -1,5 +1,5 @@
-// Any bytes as a CBOR payload, and any order of the decoder's operations on them. The first byte
-// counts the operations, one byte each; the payload follows.
+// Feeds any bytes to the CBOR decoder as a payload, with its operations in any order. The first
+// byte counts the operations, which take one byte each; the payload follows.
 #include <algorithm>
 #include <array>
 #include <cstddef>

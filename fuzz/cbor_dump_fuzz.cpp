@@ -1,4 +1,4 @@
-// Any bytes as a payload to be shown.
+// Dumps any bytes as a CBOR payload.
 #include <cstddef>
 #include <cstdint>
 

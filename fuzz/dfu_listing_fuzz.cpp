@@ -1,4 +1,4 @@
-// Any bytes as dfu-util's list, and the search for units in it.
+// Searches any bytes for units as if they were dfu-util's list.
 #include <QRegularExpression>
 #include <cstddef>
 #include <cstdint>

@@ -1,5 +1,5 @@
-// Any bytes as what dfu-util has printed between two looks: the search ends, and a percentage that
-// it finds is in the last line.
+// Searches any bytes as if dfu-util had printed them between two looks: the search ends, and a
+// percentage that it finds is in the last line.
 #include <QByteArray>
 #include <cstddef>
 #include <cstdint>

@@ -1,6 +1,6 @@
-// Any bytes as what a unit in serial recovery mode does during a whole session: the probe at the
-// connect, an OTP read, an upload, a reset. For each line that the program writes, the fuzzer's
-// bytes decide what comes in answer and when; when they have run out, the unit is silent. Time is
+// Runs a whole session (the probe at the connect, an OTP read, an upload, a reset) with a unit in
+// serial recovery mode that does anything. For each line that the program writes, the fuzzer's
+// bytes decide what is answered and when; once they have run out, the unit is silent. Time is
 // virtual: a wait adds to a clock and returns.
 //
 // An answer is: one byte of flags (its low two bits count the pieces that follow, bit 2 stamps the
@@ -29,7 +29,7 @@ class HostileLine final : public mcuboot::ILine {
 public:
     explicit HostileLine(std::span<uint8_t const> input) : input_(input) {}
 
-    // What the next step may take: waits for an answer, in passes of 3 ms, for each request.
+    // The longest waits that the next step may take: for each request, in passes of 3 ms.
     void Allow(milliseconds timeout)
     {
         allowed_ = (timeout + mcuboot::kPass - 1ms) / mcuboot::kPass;
@@ -160,7 +160,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
     HostileLine line(std::span(data, size));
     mcuboot::Exchange exchange;
     exchange.Attach(line);
-    // Each step is tried whatever became of the one before it.
+    // Each step runs even if the one before it failed.
     line.Allow(mcuboot::kQueryTimeout);
     RequireSound(mcuboot::QueryImageState(exchange));
     auto const value = mcuboot::QueryOtp(exchange, mcuboot::kModelIdKey);

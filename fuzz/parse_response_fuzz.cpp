@@ -1,4 +1,4 @@
-// Any bytes as the answer of a unit.
+// Parses any bytes as the answer of a unit.
 #include <cstddef>
 #include <cstdint>
 
@@ -8,7 +8,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
 {
-    // Without a copy, so that a read beyond the end is seen.
+    // Without a copy, so that a read beyond the end is detected.
     auto const raw =
         QByteArray::fromRawData(reinterpret_cast<char const*>(data), static_cast<qsizetype>(size));
     auto const payload = mcuboot::parseResponse(raw);

@@ -17,7 +17,7 @@ size_t ReplayFolder(std::filesystem::path const& folder)
     for (auto const& entry : std::filesystem::directory_iterator(folder)) {
         std::ifstream file(entry.path(), std::ios::binary);
         std::vector<char> const bytes(std::istreambuf_iterator<char>(file), {});
-        // Named before the run: a crash has no other chance to tell where it was.
+        // Printed before the run: a crash leaves no other trace of its input.
         std::fprintf(stderr, "%s\n", entry.path().c_str());
         LLVMFuzzerTestOneInput(reinterpret_cast<uint8_t const*>(bytes.data()), bytes.size());
         ++count;

@@ -1,4 +1,4 @@
-// What must hold in a fuzz target, whatever the build type: the process ends where it does not.
+// An assertion for fuzz targets that every build type checks: the process aborts when it fails.
 #pragma once
 
 #include <cstdio>

@@ -11,7 +11,7 @@ fi
 build=$(cd "$1" && pwd) || exit 2
 seconds=$2
 source=$(cd "$(dirname "$0")" && pwd)
-# The build may also measure coverage, which is not wanted here.
+# A build that also measures coverage must not record it here.
 export LLVM_PROFILE_FILE=/dev/null
 work=$(mktemp -d "${TMPDIR:-/tmp}/fuzz.XXXXXX")
 

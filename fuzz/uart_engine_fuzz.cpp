@@ -1,9 +1,9 @@
-// Any bytes as the answers of a unit in the STM32 bootloader during a whole session: connect, read
-// the OTP area, update, restart. The first byte chooses between mass erase and pages. Then, for
+// Runs a whole session (connect, read the OTP area, update, restart) with a unit in the STM32
+// bootloader that answers any bytes. The first byte chooses between mass erase and pages. Then, for
 // each transmission of the engine, one byte counts the bytes of the answer, which follow. When the
 // input has run out, the unit is silent.
 //
-// Time is virtual, so that a silent unit costs none.
+// Time is virtual: waiting for a silent unit takes none.
 #include <algorithm>
 #include <array>
 #include <cstddef>

@@ -8,7 +8,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// What came in answer, judged in the one order that all requests share.
+// Judges the bytes of an answer, in the same order for all requests.
 Answer Judge(QByteArray const& raw)
 {
     Answer answer;

@@ -1,5 +1,5 @@
-// One request and its answer over a line: the pauses around them, when an answer is complete, when
-// the time is up, and what is wrong with an answer. queries.h and upload.h have the requests.
+// One request and its answer over a line: makes the pauses, decides when an answer is complete or
+// late, and judges it. queries.h and upload.h have the requests.
 #pragma once
 
 #include <QByteArray>
@@ -18,7 +18,7 @@ struct Request {
     QByteArray payload;  // CBOR
 };
 
-// How a request, or an upload, ended.
+// The ways in which a request or an upload can end.
 enum class Outcome {
     kSuccess,
     kNotEncoded,      // the request's map did not fit its buffer; nothing was sent
@@ -56,7 +56,7 @@ public:
     // The next request gets sequence number 0.
     void ResetSequence() { sequence_ = 0; }
 
-    // As the function above; empty without a line.
+    // Calls the function above; returns no bytes without a line.
     QByteArray SendAndReceive(QByteArray const& packet, std::chrono::milliseconds timeout);
 
     // Sends the request and judges its answer. Takes a sequence number with or without a line.

@@ -1,6 +1,6 @@
-// Every figure of MCUboot serial recovery that something outside one function depends on: sizes,
-// counts and times. The conversation, the backend, bundle_check, tests and
-// benchmarks all include this file; none keeps a copy.
+// The figures of MCUboot serial recovery that more than one function depends on: sizes, counts and
+// times. The conversation, the backend, bundle_check, tests and benchmarks include this file; none
+// of them keeps a copy.
 #pragma once
 
 #include <chrono>
@@ -18,9 +18,9 @@ inline constexpr size_t kEmptyMapBuffer = 8;
 inline constexpr size_t kOtpRequestBuffer = 16;
 inline constexpr size_t kUploadBuffer = 2048;
 
-// How many answers in a row may ask for the same offset again, and how many may go back without one
-// in between that goes beyond all before, until the unit is taken to be stuck. A unit that lost a
-// line asks again once or twice.
+// The unit counts as stuck after this many answers that ask for the same offset again, with no step
+// forward in between, or this many that go back, with no new furthest offset in between. A unit
+// that lost a line asks again once or twice.
 inline constexpr int kMaxStalls = 16;
 
 // How long an answer may take, counted in waits of kPass and not measured.
@@ -30,8 +30,8 @@ inline constexpr std::chrono::milliseconds kChunkTimeout{3000};
 inline constexpr std::chrono::milliseconds kEraseTimeout{30000};
 inline constexpr std::chrono::milliseconds kCommandTimeout{5000};
 
-// Times that really pass. The unit needs a moment between two lines, and a USB bridge one to hand
-// on what it has.
+// Real pauses. The unit needs a moment between two lines, and a USB bridge one to pass on what it
+// has received.
 inline constexpr std::chrono::milliseconds kAfterOpen{100};
 inline constexpr std::chrono::milliseconds kBeforeRequest{10};
 inline constexpr std::chrono::milliseconds kPass{3};

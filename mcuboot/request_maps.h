@@ -1,5 +1,5 @@
-// What this program's requests are: their group, their command and their CBOR map. And single
-// values out of the maps of answers. Pure.
+// The requests of this program: their groups, commands and CBOR maps. Also reads single values from
+// the maps of answers. Pure.
 #pragma once
 
 #include <QByteArray>

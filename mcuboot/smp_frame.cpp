@@ -95,8 +95,8 @@ FrameError CheckBody(QByteArray const& body)
     if (ReadBigEndian16(body, length) != GetAnswerCheck(body, length - kCheckSize)) {
         return FrameError::kCheckValue;
     }
-    // The header has a length of its own. It is compared only with what is there, so it may reach
-    // over the check value.
+    // The header has its own length field. It is compared only with the bytes that are there, so it
+    // may extend over the check value.
     auto const payload_size = qsizetype{ReadBigEndian16(body, kPayloadLengthOffset)};
     if (payload_size + kPayloadOffset > body.size()) {
         return FrameError::kLength;

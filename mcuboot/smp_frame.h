@@ -23,13 +23,13 @@ uint16_t crc16Ccitt(uint8_t const* data, size_t length, uint16_t init);
 QByteArray buildPacket(uint8_t operation, uint16_t group, uint8_t id, QByteArray const& payload,
                        uint8_t sequence);
 
-// Why the bytes of an answer cannot be used.
+// The reasons why the bytes of an answer cannot be used.
 enum class FrameError {
     kNone,
     kNoLine,      // no line begins with a marker
     kBase64,      // the text of the lines is not standard base64
     kLength,      // the body is too short, or one of its lengths does not match what is there
-    kCheckValue,  // damaged on the way, or stamped by another rule
+    kCheckValue,  // damaged in transit, or calculated by another rule
     kNoPayload,   // a good frame with nothing in it
 };
 
@@ -41,7 +41,7 @@ struct Frame {
 // Reads an answer from the bytes as they came: one start line and any continuation lines, with any
 // other lines between them. Operation, group, sequence and command are not looked at.
 //
-// Units stamp their answers with another check value than the one they expect in requests.
+// The check value of an answer is calculated by another rule than that of a request.
 Frame ReadFrame(QByteArray const& raw);
 
 // The payload alone; empty for every error.

@@ -18,12 +18,12 @@ int GetPercent(int32_t offset, int32_t total)
     return static_cast<int>(std::min<int64_t>(percent, std::numeric_limits<int>::max()));
 }
 
-// Whether an upload gets anywhere, judged by the offsets that the unit asks for.
+// Judges by the offsets that the unit asks for whether an upload makes progress.
 class StallGuard {
 public:
-    // `previous`: the offset that was sent, `offset`: the one that the unit asks for now. False
-    // once the unit is taken to be stuck. Every upload comes to that or to its end: between two
-    // furthest offsets there are only so many ways back, and from each only so many steps forward.
+    // `previous`: the offset that was sent; `offset`: the one that the unit asks for now. False
+    // once the unit counts as stuck. Every upload ends, in this way or by success: between two
+    // furthest offsets it may go back only so often, and can then take only so many steps forward.
     bool Accept(int32_t previous, int32_t offset)
     {
         if (offset == previous) {

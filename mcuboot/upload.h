@@ -1,5 +1,5 @@
-// The upload of an image in chunks: what is sent next, how far it is, and when the unit is taken to
-// be stuck.
+// The upload of an image in chunks: decides what to send next, reports the progress, and recognises
+// a unit that is stuck.
 #pragma once
 
 #include <QByteArray>
@@ -18,14 +18,15 @@ struct UploadResult {
     int32_t error_code = 0;  // the unit's "rc"
 };
 
-// Succeeds once the unit has acknowledged all of the image, which an empty one is at once. The unit
-// decides what is sent next: it may go back or leap ahead, and asking beyond the end ends the
-// upload. Ends at the first answer that is missing, unusable or an error; no chunk is repeated for
-// that. Also fails for a unit that keeps asking for what it has been sent, so every upload ends.
-// After a failure the slot is erased or partly written.
+// Succeeds once the unit has acknowledged the whole image; an empty image succeeds at once. The
+// unit decides what is sent next: it may go back or leap ahead, and an offset beyond the end ends
+// the upload. The first answer that is missing, unusable or an error ends it as well; no chunk is
+// repeated then. A unit that keeps asking for what it has been sent also makes it fail, so every
+// upload ends. After a failure the slot is erased or partly written.
 //
 // image.size() <= 2147483647. The first request has sequence number 0. `progress` may be empty; it
-// gets a percentage after each acknowledged chunk, beyond 100 when the unit asks beyond the end.
+// is called with a percentage after each acknowledged chunk, above 100 when the unit asks for an
+// offset beyond the end.
 UploadResult Upload(Exchange& exchange, QByteArray const& image,
                     std::function<void(int)> const& progress);
 

@@ -8,7 +8,7 @@ namespace {
 
 using Major = zcbor_major;
 
-// What the low five bits mean when they are not the value itself.
+// The values of the low five bits that are not themselves the item's value.
 constexpr uint8_t kOneByteFollows = 24;
 constexpr uint8_t kEightBytesFollow = 27;
 constexpr uint8_t kIndefinite = 31;
@@ -92,7 +92,7 @@ bool HasRoom(zcbor_encode_state& state, size_t size)
     return size <= state.left() || Fail(state, ZCBOR_ERR_NO_PAYLOAD);
 }
 
-// How many bytes of value follow the first byte in the shortest form: 0, 1, 2, 4 or 8.
+// The number of bytes of value after the first byte, in the shortest form: 0, 1, 2, 4 or 8.
 size_t GetValueSize(uint64_t value)
 {
     if (value < kOneByteFollows) {
@@ -146,8 +146,8 @@ struct Head {
     bool Indefinite() const { return additional == kIndefinite; }
 };
 
-// Reads the head at the current position without moving on. A break reads as a head: simple,
-// indefinite.
+// Reads the head at the current position without moving on. A break reads as a simple head of
+// indefinite length.
 std::optional<Head> PeekHead(zcbor_decode_state& state)
 {
     if (state.left() == 0) {
@@ -316,7 +316,7 @@ bool SkipContainer(zcbor_decode_state& state, Head const& head, size_t depth)
     return true;
 }
 
-// Skips what follows a head that was read.
+// Skips the content of an item whose head has been read.
 bool SkipContent(zcbor_decode_state& state, Head const& head, size_t depth)
 {
     switch (head.major) {

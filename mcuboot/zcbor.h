@@ -104,7 +104,7 @@ std::optional<zcbor_major> zcbor_peek_major(zcbor_decode_state const& state);
 // Enter a map (its elements are keys and values in turn) or an array of either length form.
 bool zcbor_map_start_decode(zcbor_decode_state& state);
 bool zcbor_list_start_decode(zcbor_decode_state& state);
-// Whether the entered map or array has no element left. A payload that is cut short is not at its
+// True when the entered map or array has no element left. A payload that is cut short is not at its
 // end; the next operation on it fails.
 bool zcbor_array_at_end(zcbor_decode_state const& state);
 // Leave it; only possible at its end.

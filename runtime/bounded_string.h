@@ -10,8 +10,8 @@ namespace etl {
 
 using string_view = std::string_view;
 
-// A text in storage that somebody else owns and that outlives it. The text always ends with a NUL.
-// What does not fit is cut off and sets `truncated`.
+// A text in storage that belongs to another object and outlives this one. The text always ends with
+// a NUL. What does not fit is cut off and sets `truncated`.
 class string_base {
 public:
     using value_type = char;
@@ -36,7 +36,7 @@ public:
 
     bool truncated() const noexcept { return truncated_; }
 
-    // Whether the text is a secret that must not stay behind in memory.
+    // True for a secret that must not stay behind in memory.
     bool secure() const noexcept { return secure_; }
     void set_secure() noexcept { secure_ = true; }
 

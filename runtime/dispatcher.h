@@ -1,5 +1,5 @@
-// The in-process message bus: who is registered for which message, and the delivery to them. The
-// messages are described in message.h, the bus as an endpoint uses it in i_dispatcher.h.
+// The in-process message bus: it registers listeners and delivers messages to them. message.h
+// describes the messages, i_dispatcher.h the bus as an endpoint uses it.
 #pragma once
 
 #include <array>
@@ -23,7 +23,7 @@ public:
     // All messages of all subsystems that are set up, in ascending order.
     virtual std::vector<std::pair<SubsystemId, MessageId>> GetAllMessageIds() const = 0;
 
-    // Whether a listener was registered for `receiver` and none was unregistered since.
+    // True when a listener was registered for `receiver` and none was unregistered since.
     virtual bool TaskIsAttached(Receiver receiver) const = 0;
 
     virtual ~IMasterDispatcher() = default;

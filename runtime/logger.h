@@ -21,7 +21,7 @@ public:
     Logger(Logger const&) = delete;
     Logger& operator=(Logger const&) = delete;
 
-    // As detail::DoLog. Static, because there is one log for all loggers.
+    // Does the same as detail::DoLog. Static, because there is one log for all loggers.
     static void DoLog(common::log_level_t level, std::string_view text);
 
 private:

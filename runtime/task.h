@@ -1,5 +1,5 @@
-// What the shared code needs from an operating system, on the desktop: a semaphore, the scheduler
-// lock and the question whether an interrupt runs. Threads are created elsewhere.
+// The operating-system services of the shared code, for the desktop: a semaphore, the scheduler
+// lock and a test for interrupt context. Threads are created elsewhere.
 #pragma once
 
 #include <QDeadlineTimer>
@@ -53,7 +53,7 @@ private:
     std::unique_ptr<QSemaphore> semaphore_;
 };
 
-// Keeps other tasks from running on a device. On the desktop it excludes nobody; code that needs
+// Keeps other tasks from running on a device. On the desktop it excludes no thread; code that needs
 // exclusion there uses a std::mutex. Of the device's lock only the stores to its two words remain.
 class scheduler_lock {
 public:

@@ -1,8 +1,8 @@
 // The one list of faults: for a scripted line, for a simulated unit and for a command line. A fault
 // waits for its moment, strikes, and counts that it did.
 //
-// To add a fault: an enumerator and a row of kFaults, what the bootloader then does, and the row's
-// tests.
+// To add a fault, add an enumerator, a row of kFaults, the behaviour of the bootloader, and tests
+// of the row.
 #pragma once
 
 #include <algorithm>
@@ -17,9 +17,9 @@
 
 namespace simulator {
 
-// What a fault waits for. Each fault counts its moments from 1, from when it was added.
+// The event that a fault waits for. Each fault counts its moments from 1, from when it was added.
 enum class FaultMoment {
-    kCommand,       // any command or request that came whole and right
+    kCommand,       // any command or request that came complete and correct
     kWriteAddress,  // a Write Memory's address
     kWrite,         // a Write Memory that was asked for; a request with a chunk of an image; a DFU
                     // block that is about to be programmed
@@ -60,7 +60,7 @@ enum class FaultKind {
     kSlowErase,      // is busy erasing for `parameter` milliseconds more, and reports it
     kErrorInErase,   // ends an erase with DFU status `parameter`; nothing is erased
     kErrorInWrite,   // ends a write with DFU status `parameter`; nothing is programmed
-    kStuckInWrite,   // reports for ever that it is busy programming
+    kStuckInWrite,   // reports for ever that it is still programming
 };
 
 // The bootloaders that can show a fault, as bits.

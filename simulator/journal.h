@@ -1,4 +1,4 @@
-// What a simulated bootloader was asked and how it ended: one entry for each command, in order.
+// Records what a simulated bootloader was asked and how it ended: one entry for each command.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,5 @@
 // A whole simulated unit: a microcontroller in one of its bootloaders and its connection to a host.
-// All access to them from other threads goes through this class.
+// All access to the two from other threads goes through this class.
 #pragma once
 
 #include <sys/types.h>
@@ -22,7 +22,7 @@
 namespace simulator {
 
 struct SimulatedUnitOptions {
-    // What the unit is, with the options of its bootloader.
+    // The kind of unit, with the options of its bootloader.
     std::variant<Stm32BootloaderOptions, McubootRecoveryOptions, DfuseBootloaderOptions> bootloader;
     // Its identity on its host. A serial bootloader uses the first, the DFU bootloader the second.
     UsbSerialPortOptions port;
@@ -51,8 +51,8 @@ public:
     void ClearFaults();
     void SetSilent(bool silent);  // the unit ignores what it receives
 
-    // Both throw std::out_of_range where there is no memory. LoadMemory() stores as a debugger
-    // would.
+    // Both throw std::out_of_range where there is no memory. LoadMemory() stores the bytes as a
+    // debugger would.
     std::vector<std::byte> ReadMemory(uint32_t address, size_t size);
     void LoadMemory(uint32_t address, std::vector<std::byte> const& data);
 

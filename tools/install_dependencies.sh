@@ -55,7 +55,7 @@ if [ "$(id -u)" -ne 0 ]; then
     [ -t 0 ] || as_root+=(--non-interactive)
 fi
 
-# Configuration files that somebody changed stay as they are. debconf, dpkg and needrestart would ask.
+# Keeps changed configuration files and suppresses the questions of debconf, dpkg and needrestart.
 apt_get() {
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive DEBIAN_PRIORITY=critical NEEDRESTART_MODE=l \
         NEEDRESTART_SUSPEND=1 APT_LISTCHANGES_FRONTEND=none UCF_FORCE_CONFFOLD=1 apt-get --yes \

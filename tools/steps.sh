@@ -1,5 +1,5 @@
-# Sourced by the scripts at the repository's root: stages that show one line each, and whose output
-# is kept in a log, to be read when they fail. The sourcing script sets log_directory.
+# Sourced by the scripts at the repository's root, for stages that print one line each and keep their
+# output in a log. The sourcing script sets log_directory.
 # shellcheck shell=bash disable=SC2154
 
 # step NAME COMMAND [ARGUMENT...]: runs the command and prints NAME and the time it took. On failure

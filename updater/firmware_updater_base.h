@@ -31,7 +31,7 @@ public:
     // Makes the unit leave its bootloader and start the new firmware.
     virtual void reset() = 0;
 
-    // Whether the unit's model identifier, which this reads, is in the list.
+    // Reads the unit's model identifier. True when it is in the list.
     virtual bool verifyDeviceId(QList<uint8_t> const& device_ids) = 0;
 
 Q_SIGNALS:

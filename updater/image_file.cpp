@@ -16,7 +16,7 @@ std::optional<QByteArray> ReadImage(QIODevice& device, qint64 max_size)
             return std::nullopt;
         }
         if (count == 0) {
-            // A device that fails on the way may just leave the rest out.
+            // A device that fails half-way may simply leave out the rest.
             return image.size() < size ? std::nullopt : std::optional(image);
         }
         image.append(piece.data(), count);

@@ -13,8 +13,8 @@ namespace {
 
 using mcuboot::Outcome;
 
-// The one place that puts the end of a single request into words. `no_answer`: what the operation
-// says when nothing came.
+// Logs the failure of a single request; no other place has these texts. `no_answer`: the text for
+// an operation that received nothing.
 void WarnOfFailure(char const* operation, mcuboot::Answer const& answer, QString const& no_answer)
 {
     auto const prefix = QStringLiteral("McubootSerialUpdater::%1: ").arg(QLatin1String(operation));
@@ -213,7 +213,7 @@ QByteArray McubootSerialUpdater::sendSmpCommand(uint8_t operation, uint16_t grou
 
 bool McubootSerialUpdater::upload(QString const& path, std::function<void(int)> progress)
 {
-    // No offset of the protocol reaches beyond.
+    // The protocol has no larger offset.
     auto const image = ReadImageFile(path, std::numeric_limits<int32_t>::max());
     if (!image) {
         qWarning().noquote() << "McubootSerialUpdater: cannot open" << path;

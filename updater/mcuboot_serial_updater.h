@@ -57,21 +57,21 @@ public:
 
     // A value of the unit's one-time-programmable area; nothing when it is missing or empty.
     std::optional<QByteArray> readOtpData(uint32_t key);
-    // Its first byte.
+    // The first byte of such a value.
     std::optional<uint8_t> readOtpKey(uint32_t key);
-    // As Latin-1 text, up to its first zero byte.
+    // Such a value as Latin-1 text, up to its first zero byte.
     std::optional<QString> readOtpKeyStr(uint32_t key);
 
     // Erases the unit's image slot. Not part of an update: the unit erases as it receives.
     bool eraseImage();
 
-    // Any other request; an empty map is sent in place of an empty payload. The answer's payload,
-    // empty on failure.
+    // Sends any other request, with an empty map in place of an empty payload. Returns the answer's
+    // payload, empty on failure.
     QByteArray sendSmpCommand(uint8_t operation, uint16_t group, uint8_t id,
                               QByteArray const& payload);
 
-    // The exchange of mcuboot/exchange.h on this port; timeout in milliseconds. Empty without a
-    // port.
+    // The exchange of mcuboot/exchange.h on this port; `timeout` is in milliseconds. Returns no
+    // bytes without a port.
     QByteArray sendAndReceive(QByteArray const& packet, int timeout)
     {
         return exchange_.SendAndReceive(packet, std::chrono::milliseconds(timeout));
@@ -111,7 +111,7 @@ public:
     {
         return mcuboot::cborDecodeMapBstr(payload, key);
     }
-    // To the debug log.
+    // Prints to the debug log.
     static void dumpCbor(QByteArray const& payload, QString const& label);
 
 public Q_SLOTS:
@@ -130,6 +130,6 @@ private:
     bool verbose_;
     QString fw_target_type_;
     LineOpener open_line_;
-    std::unique_ptr<mcuboot::ILine> line_;  // the port; null while disconnected; its end closes it
+    std::unique_ptr<mcuboot::ILine> line_;  // the port; null while disconnected; deletion closes it
     mcuboot::Exchange exchange_;            // attached to line_; has the sequence counter
 };

@@ -1,4 +1,4 @@
-// Whether a unit is a model that the firmware is meant for, judged by its OTP area. Pure.
+// Judges by a unit's OTP area whether the firmware is meant for its model. Pure.
 #pragma once
 
 #include <QList>
@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <vector>
 
-// The OTP area: this many records of this many bytes, one after the other.
+// The OTP area has this many records of this many bytes, one after the other.
 inline constexpr size_t kOtpRecords = 32;
 inline constexpr size_t kOtpRecordSize = 16;
 

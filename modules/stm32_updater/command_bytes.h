@@ -22,8 +22,8 @@ enum class Command : uint8_t {
     kExtendedErase = 0x44,
 };
 
-// The bit that stands for `command` in the mask of the commands that a bootloader supports; 0 for
-// Read Memory, Go and every code that is not in the enumeration.
+// The bit of `command` in the mask of the commands that a bootloader supports; 0 for Read Memory,
+// Go and every code that is not in the enumeration.
 uint16_t GetCommandBit(Command command);
 
 // The byte from which the bootloader learns the line speed (AN3155, "bootloader code sequence").

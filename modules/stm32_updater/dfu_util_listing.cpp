@@ -4,14 +4,14 @@
 #include <QProcess>
 #include <QRegularExpression>
 
+#include "modules/stm32_updater/child_process.h"
 #include "modules/stm32_updater/dfu_util_arguments.h"
 
 namespace stm32_updater {
 
 QStringList ListDfuDevices(QString const& dfu_util_path, std::chrono::milliseconds timeout)
 {
-    // Declared before the process, whose destructor kills a tool that still runs and may deliver
-    // output until then.
+    // Declared before the process, whose destructor may still deliver output.
     QByteArray listing;
     QProcess dfu_util;
     QObject::connect(&dfu_util, &QProcess::readyReadStandardOutput, &dfu_util,
@@ -22,6 +22,7 @@ QStringList ListDfuDevices(QString const& dfu_util_path, std::chrono::millisecon
     dfu_util.start(dfu_util_path, GetListArguments(), QIODevice::ReadWrite);
     dfu_util.closeReadChannel(QProcess::StandardError);
     dfu_util.waitForFinished(static_cast<int>(timeout.count()));
+    KillIfRunning(dfu_util);
     return ParseDfuListing(listing);
 }
 

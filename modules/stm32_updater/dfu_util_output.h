@@ -1,5 +1,5 @@
-// The progress that dfu-util prints during a download. Pure; the tool is run in
-// stm32_dfu_util_updater.h.
+// Reads the progress that dfu-util prints during a download. Pure; stm32_dfu_util_updater.h runs
+// the tool.
 #pragma once
 
 #include <QByteArray>

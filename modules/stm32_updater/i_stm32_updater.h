@@ -1,5 +1,6 @@
-// What an updater engine for STM32 microcontrollers can do besides writing an image. Implemented
-// over the UART bootloader (stm32_uart_updater.h) and over USB DFU (stm32_dfu_util_updater.h).
+// The interface of an updater engine for STM32 microcontrollers, beyond writing an image. There is
+// one implementation over the UART bootloader (stm32_uart_updater.h) and one over USB DFU
+// (stm32_dfu_util_updater.h).
 #pragma once
 
 #include <cstddef>

@@ -38,11 +38,11 @@ inline constexpr size_t kWordSize = 4;
 // the count.
 inline constexpr unsigned kMaxRefusals = 10;
 
-// For each next byte of an answer. AN3155 gives no limit; a second is ample for every chip and for
-// a slow USB adapter.
+// The time for each next byte of an answer. AN3155 gives no limit; a second is ample for every chip
+// and for a slow USB adapter.
 inline constexpr Milliseconds kAnswerTimeout{1000};
 
-// For the last answer to an Extended Erase, which comes only when the pages are erased.
+// The time for the last answer to an Extended Erase, which comes only when the pages are erased.
 inline constexpr Milliseconds kExtendedEraseTimeout{5000};
 
 // How long the reset line is held, and how long the bootloader then has to start.
@@ -52,7 +52,7 @@ inline constexpr Milliseconds kBootPause{200};
 // Progress is reported at each multiple of this many bytes.
 inline constexpr size_t kProgressStep = 0x2000;
 
-// Where an image goes when no address is given: the start of flash on every supported chip.
+// The address of an image when none is given: the start of flash on every supported chip.
 inline constexpr uint32_t kFlashStart = 0x08000000;
 
 // ---- USB DFU ----
@@ -64,16 +64,16 @@ inline constexpr char const* kDfuDevice = "0483:df11";
 inline constexpr char const* kFlashSetting = "0";
 inline constexpr char const* kOtpSetting = "2";
 
-// For one run of dfu-util that lists devices, and for one that reads the OTP area. A download has
-// no limit.
+// The time limits for one run of dfu-util that lists devices, and for one that reads the OTP area.
+// A download has no limit.
 inline constexpr std::chrono::milliseconds kDfuListTimeout{30000};
 inline constexpr std::chrono::milliseconds kDfuOtpTimeout{30000};
 
 // How often the output of a download is looked at.
 inline constexpr std::chrono::milliseconds kDfuPollInterval{1000};
 
-// How many bytes of dfu-util's list are read: more than thousands of devices need, and a bound on a
-// misbehaving tool.
+// The most bytes of dfu-util's list that are read: more than thousands of devices need. A tool that
+// misbehaves cannot exhaust memory.
 inline constexpr size_t kLongestDfuListing = size_t{1} << 20;
 
 // How many bytes of a download's output are kept between two looks: hundreds of progress bars.

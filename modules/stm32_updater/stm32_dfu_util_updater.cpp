@@ -10,6 +10,7 @@
 #include <iterator>
 #include <utility>
 
+#include "modules/stm32_updater/child_process.h"
 #include "modules/stm32_updater/dfu_util_arguments.h"
 #include "modules/stm32_updater/dfu_util_output.h"
 
@@ -142,6 +143,7 @@ std::vector<std::byte> Stm32DfuUtilUpdater::GetOtp(unsigned address, unsigned lo
     DiscardOutput(dfu_util, QProcess::StandardError);
     // The outcome does not matter: what counts is the file.
     dfu_util.waitForFinished(static_cast<int>(times_.otp_limit.count()));
+    KillIfRunning(dfu_util);
     return TakeFile(path);
 }
 

@@ -1,6 +1,6 @@
 // Updates and reads an STM32 microcontroller in its USB DFU bootloader by running dfu-util: starts
-// the tool, follows its output and reports its end. The arguments are made in dfu_util_arguments.h,
-// the output is parsed in dfu_util_output.h.
+// the tool, follows its output and reports its end. dfu_util_arguments.h makes the arguments, and
+// dfu_util_output.h parses the output.
 #pragma once
 
 #include <QByteArray>

@@ -24,8 +24,8 @@
 
 namespace stm32_updater {
 
-// How the engine lets time pass. The defaults wait in real time; tests pass their own functions, to
-// reach a time-out without waiting for it and to see how long the wait would have been.
+// How the engine waits. The defaults wait in real time; tests pass in functions that end a wait at
+// once and record how long it would have been.
 struct Waits {
     using Signal = task::counting_semaphore<1>;
 
@@ -115,7 +115,7 @@ private:
     std::function<void(bool)> set_line_a_;
     std::function<void(bool)> set_line_b_;
     hal::uart::IUartDriver& uart_;
-    // For the device firmware's build of this engine; the commands do not use it.
+    // Only the device firmware's build of this engine needs it; the commands do not use it.
     [[maybe_unused]] IDispatcher& dispatcher_;
     Waits::Signal rx_signal_{0};  // one token for each received byte
     ProgressCallback progress_;

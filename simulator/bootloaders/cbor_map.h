@@ -1,5 +1,5 @@
-// The maps (CBOR, RFC 8949) that a unit in serial recovery mode reads and writes, by Qt's codec:
-// text keys, and of the values only what its requests have.
+// The maps (CBOR, RFC 8949) that a unit in serial recovery mode reads and writes, with Qt's codec.
+// Keys are text; values have only the types that occur in requests.
 #pragma once
 
 #include <QByteArray>

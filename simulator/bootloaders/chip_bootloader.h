@@ -1,6 +1,6 @@
-// What every simulated bootloader on a microcontroller has, whatever its protocol: memory, faults,
-// a journal, and the ways to fall silent. serial_bootloader.h and dfuse_bootloader.h add how bytes
-// come and go.
+// The parts that all simulated bootloaders share, whatever their protocol: memory, faults, journal
+// and the ways to fall silent. Two classes derive from it and add how bytes come and go; they are
+// in serial_bootloader.h and dfuse_bootloader.h.
 #pragma once
 
 #include <cstddef>
@@ -23,14 +23,14 @@ public:
     // Power-on or the reset pin: the bootloader starts again; memory stays as it is.
     virtual void Reset();
 
-    // True once the unit has left its host, because of a fault or as the protocol has it. The owner
-    // then takes its port away. False again after Reset().
+    // True once the unit has left its host, because of a fault or as its protocol requires. The
+    // owner then takes its port away. False again after Reset().
     bool HasLeft() const { return has_left_; }
 
     // While silent the unit ignores what it receives. A reset does not end this.
     void SetSilent(bool silent) { silent_ = silent; }
 
-    // Without what only the connection knows.
+    // All members except those that only the connection knows.
     virtual UnitStatus Status() const = 0;
 
     ChipMemory const& Memory() const { return memory_; }

@@ -14,7 +14,7 @@ constexpr std::byte kSetAddressCommand{0x21};
 constexpr std::byte kEraseCommand{0x41};
 constexpr std::byte kReadUnprotectCommand{0x92};
 
-// What an upload of block 0 returns: the commands.
+// An upload of block 0 returns this list of commands.
 constexpr std::array kCommandList{std::byte{0x00}, kSetAddressCommand, kEraseCommand,
                                   kReadUnprotectCommand};
 
@@ -272,7 +272,7 @@ bool DfuseBootloader::CommandFaultStrikes()
     return IsHung();
 }
 
-// Carries the download out at once; the client sees it as done when the chip would be done.
+// Carries out the download at once; for the client it is done when the chip would be done.
 void DfuseBootloader::Begin(TimePoint now)
 {
     result_ = 0;

@@ -2,8 +2,8 @@
 // commands (DfuSe; application note AN3156). Control requests in, bytes or a stall out: no port, no
 // thread, no clock.
 //
-// By the protocol, the client asks for the status until the unit is done. Here too an operation
-// begins with the first status request after its download.
+// By the protocol, the client asks for the status until the unit is done. As on a real unit, an
+// operation begins with the first status request after its download.
 #pragma once
 
 #include <chrono>
@@ -40,8 +40,8 @@ enum class DfuState : uint8_t {
     kError = 10,
 };
 
-// bStatus (DFU 1.1, table 6.1.2): those that the bootloader sets by itself. Faults may set any
-// other.
+// bStatus (DFU 1.1, table 6.1.2): those that the bootloader sets by itself. A fault may set any
+// other value.
 enum class DfuStatus : uint8_t {
     kOk = 0x00,
     kTarget = 0x01,  // ST: an address where the operation is not possible

@@ -12,19 +12,19 @@
 namespace simulator {
 namespace {
 
-constexpr uint8_t kRead = 0;
-constexpr uint8_t kWrite = 2;
+constexpr uint8_t kReadRequest = 0;
+constexpr uint8_t kWriteRequest = 2;
 
-// A request's operation, group and command in one number, to tell them apart at one place.
+// A request's operation, group and command in one number, for the switches below.
 constexpr uint32_t KindOf(uint8_t operation, uint16_t group, uint8_t command)
 {
     return uint32_t{operation} << 24 | uint32_t{group} << 8 | command;
 }
-constexpr uint32_t kImageState = KindOf(kRead, 1, 0);
-constexpr uint32_t kUpload = KindOf(kWrite, 1, 1);
-constexpr uint32_t kErase = KindOf(kWrite, 1, 5);
-constexpr uint32_t kReset = KindOf(kWrite, 0, 5);
-constexpr uint32_t kReadOtp = KindOf(kRead, 64, 0);
+constexpr uint32_t kImageState = KindOf(kReadRequest, 1, 0);
+constexpr uint32_t kUpload = KindOf(kWriteRequest, 1, 1);
+constexpr uint32_t kErase = KindOf(kWriteRequest, 1, 5);
+constexpr uint32_t kReset = KindOf(kWriteRequest, 0, 5);
+constexpr uint32_t kReadOtp = KindOf(kReadRequest, 64, 0);
 
 uint32_t KindOf(SmpMessage const& request)
 {
@@ -71,7 +71,7 @@ QCborMap MakeResult(uint32_t error_code)
     return {{QStringLiteral("rc"), qint64{error_code}}};
 }
 
-// As the client's signed number of 32 bits.
+// The offset is sent as the signed number of 32 bits that the client reads.
 QCborMap MakeUploadResult(uint32_t next_offset)
 {
     auto map = MakeResult(0);
@@ -286,8 +286,8 @@ bool McubootRecovery::UploadFaultStrikes(SmpMessage const& request)
     return true;
 }
 
-// Whether a chunk is part of an image that fits into the slot. Nothing begins where the image ends:
-// the flash may end there as well.
+// Whether a chunk is part of an image that fits into the slot. No chunk begins at the image's end,
+// which may be the end of flash.
 bool McubootRecovery::IsStorable(Chunk const& chunk) const
 {
     auto const size = static_cast<uint64_t>(chunk.data.size());
@@ -298,7 +298,7 @@ bool McubootRecovery::IsStorable(Chunk const& chunk) const
            size <= *chunk.image_size;
 }
 
-// A chunk other than the one that is due is not stored: the answer's offset says which one is.
+// Stores only the chunk that is due; the offset in the answer says which one that is.
 std::chrono::microseconds McubootRecovery::Store(Chunk const& chunk)
 {
     std::chrono::microseconds busy{0};
@@ -315,7 +315,7 @@ std::chrono::microseconds McubootRecovery::Store(Chunk const& chunk)
     return busy;
 }
 
-// Makes room for the image; all of it, so that the rest of the upload need not wait.
+// Erases the pages of the whole image, so that the rest of the upload need not wait.
 std::chrono::microseconds McubootRecovery::StartUpload(uint32_t size)
 {
     auto const page_size = options_.chip.page_size;

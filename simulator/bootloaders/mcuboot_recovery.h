@@ -1,6 +1,5 @@
-// A unit in MCUboot's serial recovery mode, with the vendor's own OTP command beside it: which
-// request gets which answer, and the image that comes of it. No port, no thread, no clock, and
-// nothing of the updater.
+// A unit in MCUboot's serial recovery mode, with the vendor's own OTP command in addition: answers
+// requests and stores the image. No port, no thread, no clock, and no code of the updater.
 //
 // A line that is not a good request gets no answer; the journal says why.
 #pragma once
@@ -57,7 +56,7 @@ private:
         uint32_t next_offset = 0;
     };
 
-    // What a request to store a chunk asks for.
+    // The contents of a request to store a chunk.
     struct Chunk {
         QByteArray data;
         uint64_t offset = 0;

@@ -1,6 +1,6 @@
 // A bootloader behind a serial line: bytes in, timed answers out, and the faults that spoil an
-// answer. It has no port, no thread and no clock, so a test's own line can drive it as well as
-// host/serial_connection.h.
+// answer. It has no port, no thread and no clock: either host/serial_connection.h or a test's own
+// line drives it.
 #pragma once
 
 #include <chrono>
@@ -22,7 +22,7 @@ struct Answer {
     size_t consumed = 0;
 };
 
-// The bytes of all `answers`, for callers to whom time does not matter.
+// The bytes of all `answers`, for callers that ignore their times.
 std::vector<std::byte> JoinAnswers(std::span<Answer const> answers);
 
 // Not thread-safe.

@@ -38,14 +38,14 @@ unsigned GetCrc(QByteArray const& bytes, unsigned crc)
     return crc;
 }
 
-// The rule by which a unit checks what it receives.
+// The rule for what a unit receives.
 unsigned GetRequestCheck(QByteArray const& packet)
 {
     return GetCrc(packet, 0xFFFF) ^ 0xFFFF;
 }
 
-// The rule by which a unit stamps what it sends: the register changes between header and
-// payload. Both rules agree on a packet without payload.
+// The rule for what a unit sends: the register changes between header and payload. For a packet
+// without payload the two rules agree.
 unsigned GetAnswerCheck(QByteArray const& packet)
 {
     auto const header = GetCrc(packet.first(kHeaderSize), 0xFFFF);
@@ -97,7 +97,7 @@ SmpRequest ReadSmpRequest(QByteArray const& line)
     }
     auto const text = line.sliced(kMarkerSize);
     auto const block = QByteArray::fromBase64(text);
-    // Decoding skips what is not base64; the comparison finds it.
+    // Decoding skips characters that are not base64; the comparison finds them.
     if (block.isEmpty() || block.toBase64() != text) {
         return {std::nullopt, "base64"};
     }

@@ -1,7 +1,7 @@
-// The bytes of the serial recovery protocol (SMP) as the unit sees them: reads a request's line,
+// The bytes of the serial recovery protocol (SMP) as the unit sees them: reads a request's line and
 // makes an answer's lines; for clients in tests, also the other way round. No state, no port, and
-// nothing of the updater. Requests and answers carry check values of different rules; see the two
-// functions that know them.
+// no code of the updater. The check values of requests and answers follow different rules, which
+// smp_line.cpp explains.
 #pragma once
 
 #include <QByteArray>
@@ -24,8 +24,8 @@ struct SmpRequest {
     std::string_view problem;  // why there is no message: "marker", "base64", "length", "checksum"
 };
 
-// Reads one line without its newline. A request is always one line: one that continues in others
-// is refused with the first.
+// Reads one line without its newline. A request is always one line: one that continues on further
+// lines is refused at its first.
 SmpRequest ReadSmpRequest(QByteArray const& line);
 
 // The block that is sent as base64: its length, the message, its check value. `claimed_size`: what

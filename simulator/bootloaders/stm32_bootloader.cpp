@@ -16,10 +16,10 @@ constexpr std::byte kSync{0x7F};
 constexpr uint8_t kGet = 0x00;
 constexpr uint8_t kGetVersion = 0x01;
 constexpr uint8_t kGetId = 0x02;
-constexpr uint8_t kRead = 0x11;
+constexpr uint8_t kReadMemory = 0x11;
 constexpr uint8_t kGo = 0x21;
-constexpr uint8_t kWrite = 0x31;
-constexpr uint8_t kErase = 0x43;
+constexpr uint8_t kWriteMemory = 0x31;
+constexpr uint8_t kEraseMemory = 0x43;
 constexpr uint8_t kExtendedErase = 0x44;
 
 // Extended Erase: from this count on, the count is a special code and no page list follows.
@@ -59,13 +59,13 @@ std::string GetCommandName(uint8_t code)
             return "get-version";
         case kGetId:
             return "get-id";
-        case kRead:
+        case kReadMemory:
             return "read";
         case kGo:
             return "go";
-        case kWrite:
+        case kWriteMemory:
             return "write";
-        case kErase:
+        case kEraseMemory:
             return "erase";
         case kExtendedErase:
             return "extended-erase";
@@ -78,9 +78,9 @@ std::string GetCommandName(uint8_t code)
 
 std::vector<uint8_t> ListCommands(EraseCommands erase_commands)
 {
-    std::vector<uint8_t> codes{kGet, kGetVersion, kGetId, kRead, kGo, kWrite};
+    std::vector<uint8_t> codes{kGet, kGetVersion, kGetId, kReadMemory, kGo, kWriteMemory};
     if (erase_commands == EraseCommands::kLegacy || erase_commands == EraseCommands::kBoth) {
-        codes.push_back(kErase);
+        codes.push_back(kEraseMemory);
     }
     if (erase_commands == EraseCommands::kExtended || erase_commands == EraseCommands::kBoth) {
         codes.push_back(kExtendedErase);
@@ -148,7 +148,7 @@ void Stm32Bootloader::Take(std::byte byte)
     }
 }
 
-// How many bytes make the phase complete, as far as is known from the bytes collected so far.
+// The number of bytes that complete the phase, as far as the bytes collected so far show it.
 size_t Stm32Bootloader::BytesNeeded() const
 {
     constexpr size_t kAddressAndChecksum = 5;
@@ -214,7 +214,7 @@ void Stm32Bootloader::HandleCommand(std::span<std::byte const> bytes)
         Refuse("complement");
         return;
     }
-    if (CommandFaultStrikes() || (code == kWrite && WriteFaultStrikes())) {
+    if (CommandFaultStrikes() || (code == kWriteMemory && WriteFaultStrikes())) {
         return;
     }
     if (std::ranges::find(options_.commands, code) == options_.commands.end()) {
@@ -268,16 +268,16 @@ void Stm32Bootloader::Start(uint8_t code)
         case kGetId:
             AnswerGetId();
             return;
-        case kRead:
+        case kReadMemory:
             StartWith(Phase::kReadAddress);
             return;
         case kGo:
             StartWith(Phase::kGoAddress);
             return;
-        case kWrite:
+        case kWriteMemory:
             StartWith(Phase::kWriteAddress);
             return;
-        case kErase:
+        case kEraseMemory:
             StartWith(Phase::kErasePages);
             return;
         case kExtendedErase:

@@ -18,7 +18,7 @@
 
 namespace simulator {
 
-// The bytes with which the bootloader agrees and refuses.
+// The bytes with which the bootloader acknowledges and refuses.
 struct AckPair {
     std::byte ack;
     std::byte nack;
@@ -38,8 +38,8 @@ struct Stm32BootloaderOptions {
     AckPair ack_pair = kStandardAckPair;
     // Loaded at the start of the chip's OTP area; the rest of the area is 0xFF.
     std::vector<std::byte> otp;
-    // Where the application looks for its boot-mode marker. An address outside flash, OTP area and
-    // RAM gets a word of memory (a backup register).
+    // The address where the application looks for its boot-mode marker. An address outside flash,
+    // OTP area and RAM gets a word of memory (a backup register).
     std::optional<uint32_t> boot_mode_address;
     // AN3155 erases everything by FF 00: FF and its check byte. A client that computes the check
     // byte over an empty list sends FF FF. Not every part accepts that; with false it is refused as
@@ -65,7 +65,7 @@ public:
     Stm32BootloaderOptions const& Options() const { return options_; }
 
 private:
-    // What the bytes being collected are.
+    // The meaning of the bytes being collected.
     enum class Phase {
         kCommand,
         kReadAddress,

@@ -33,8 +33,7 @@ public:
     // Throws std::out_of_range.
     void Load(uint32_t address, std::span<std::byte const> data);
 
-    // Sets `size` bytes of flash from `offset` (in the flash region) back to 0xFF. Throws
-    // std::out_of_range.
+    // Sets `size` bytes from `offset` of the flash region to 0xFF. Throws std::out_of_range.
     void EraseFlash(size_t offset, size_t size);
 
     // How many flash or OTP bytes were programmed although they were not erased. A real part

@@ -12,15 +12,15 @@ namespace simulator {
 // Not thread-safe, but one thread may send while another receives.
 class PseudoTerminal {
 public:
-    // Raw from the start: no byte is changed or echoed before a client sets its own modes. Throws
-    // std::system_error.
+    // The line is raw from the start: no byte is changed or echoed before a client sets its own
+    // modes. Throws std::system_error.
     PseudoTerminal();
     ~PseudoTerminal();
     PseudoTerminal(PseudoTerminal const&) = delete;
     PseudoTerminal& operator=(PseudoTerminal const&) = delete;
 
-    // Holds the client's end open as well, so that the line outlives a client and stays raw. Throws
-    // std::system_error.
+    // Holds the client's end open as well, so that the line outlives its clients and stays raw.
+    // Throws std::system_error.
     void HoldOpen();
 
     // The path to open, such as /dev/pts/3.
@@ -40,8 +40,8 @@ public:
     // The next `size` bytes from the client; fewer if `timeout` passes first.
     std::string Receive(size_t size, std::chrono::milliseconds timeout = std::chrono::seconds(10));
 
-    // Whether no client has the line open, waiting up to `timeout` for that. Only after one had it
-    // open, and not with HoldOpen.
+    // Waits up to `timeout` until no client has the line open; false if one still has. Only for a
+    // line that a client has had open, and not with HoldOpen().
     bool WaitForClose(std::chrono::milliseconds timeout = std::chrono::seconds(10)) const;
 
 private:

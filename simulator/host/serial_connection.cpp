@@ -145,9 +145,9 @@ void SerialConnection::ReadLine()
     }
 }
 
-// When bytes read at `now` would have come out of a real line's other end: without the way through
-// the pseudo-terminal, and sooner by as much as the answer that the client had waited for was late,
-// but not before that answer was over.
+// When bytes read at `now` would have left a real line. The time through the pseudo-terminal is
+// subtracted, and so is the lateness of the answer that the client had waited for, but the result
+// is not before the end of that answer.
 LinePacer::TimePoint SerialConnection::ArrivalAt(LinePacer::TimePoint now) const
 {
     return std::max(now - transit_.to_unit - lateness_, std::min(now, pacer_.SentAt()));

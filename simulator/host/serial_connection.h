@@ -18,8 +18,8 @@
 
 namespace simulator {
 
-// Bootloader, port and pacer belong to the serving thread from the constructor's return to the
-// destructor's.
+// Bootloader, port and pacer belong to the serving thread from the end of the constructor to the
+// end of the destructor.
 class SerialConnection final : public IUnitConnection {
 public:
     // `bootloader` must outlive the connection.
@@ -32,8 +32,8 @@ public:
     // Runs the task on the serving thread, between two bytes.
     void Execute(std::function<void()> const& task) override;
 
-    // On a paced line this also measures what the pseudo-terminal adds to each transfer, which is
-    // then taken off.
+    // On a paced line this also measures the time that the pseudo-terminal adds to each transfer,
+    // which is subtracted from then on.
     void Plug(std::string const& name) override;
     void Unplug() override;
     void Fade() override;

@@ -21,13 +21,13 @@ public:
     // The unit appears on its host; `name` replaces the name of its port, if it has one.
     virtual void Plug(std::string const& name) = 0;
 
-    // The unit leaves its host. For a client that has it open it is gone; after Fade() it is silent
-    // instead.
+    // The unit leaves its host. A client that has it open finds it gone after Unplug(), and silent
+    // after Fade().
     virtual void Unplug() = 0;
     virtual void Fade() = 0;
 
-    // Access rights of the device node; of no effect on a client that is root. Throws
-    // std::system_error.
+    // Sets the access rights of the device node, which have no effect on a client that is root.
+    // Throws std::system_error.
     virtual void SetMode(mode_t mode) = 0;
 
     // While blocked the unit is listed, but opening it fails. Throws std::runtime_error when it is

@@ -209,7 +209,7 @@ UsbDfuPort::IoctlResult UsbDfuPort::HandleIoctl(UMockdevIoctlClient* client)
     auto& session = sessions_[client];
     auto* const argument = umockdev_ioctl_client_get_arg(client);
     auto const request = umockdev_ioctl_client_get_request(client);
-    // What was submitted before the device left is still returned.
+    // Requests that were submitted before the device left are still returned.
     bool const is_reap = request == USBDEVFS_REAPURB || request == USBDEVFS_REAPURBNDELAY;
     if (session.is_gone && !is_reap) {
         return {-1, ENODEV};

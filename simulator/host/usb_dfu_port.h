@@ -21,7 +21,7 @@
 #include "simulator/host/unit_connection.h"
 #include "simulator/host/usb_testbed.h"
 
-// As umockdev.h declares them, which this header keeps out.
+// The same declarations as in umockdev.h, which this header need not include then.
 // NOLINTNEXTLINE(bugprone-reserved-identifier)
 typedef struct _UMockdevIoctlClient UMockdevIoctlClient;
 // NOLINTNEXTLINE(bugprone-reserved-identifier)
@@ -70,7 +70,7 @@ private:
         int status = 0;
     };
 
-    // What a client's ioctl() returns.
+    // The result of a client's ioctl().
     struct IoctlResult {
         long result;
         int error;

@@ -95,7 +95,7 @@ void UsbSerialPort::Plug(std::string const& name)
     auto const converter = fmt::format("{}/{}", interface, options_.name);
     auto const terminal = fmt::format("{}/tty/{}", converter, options_.name);
     sysfs_paths_ = {"/sys" + terminal, "/sys" + converter, "/sys" + interface, "/sys" + usb};
-    // The node first: a client may open the port as soon as it is listed.
+    // The node comes first: a client may open the port as soon as it is listed.
     SetBlocked(false);
     testbed_->AddDevices(MakeSysfsText(options_, usb, address));
 }

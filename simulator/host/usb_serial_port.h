@@ -19,8 +19,8 @@
 namespace simulator {
 
 struct UsbSerialPortOptions {
-    // What follows /dev/. A QSerialPort locks its port by this name for the whole machine, whatever
-    // the testbed: tests that run at the same time need MakeUniquePortName().
+    // The name after /dev/. A QSerialPort locks its port by this name for the whole machine,
+    // whatever the testbed: tests that run at the same time need MakeUniquePortName().
     std::string name = "ttyUSB0";
     uint16_t vendor_id = 0x10C4;
     uint16_t product_id = 0xEA60;
@@ -32,8 +32,8 @@ struct UsbSerialPortOptions {
 // "ttyUSB" and the process id: no other process uses it.
 std::string MakeUniquePortName();
 
-// How long bytes take through the pseudo-terminal itself, from a write at one end to a woken reader
-// at the other. A wire has no such delay.
+// The time that bytes take through the pseudo-terminal itself, from a write at one end to a woken
+// reader at the other. A wire has no such delay.
 struct LineTransit {
     std::chrono::nanoseconds to_unit{0};
     std::chrono::nanoseconds to_client{0};
@@ -49,7 +49,7 @@ public:
 
     // Makes the port appear, with a fresh line; `name` replaces the name it had, as when a system
     // gives a returning device another number. A port that is plugged in is unplugged first. Throws
-    // std::runtime_error.
+    // a std::runtime_error on failure.
     void Plug(std::string const& name = {});
 
     // Takes the port away; a client that has it open sees its line hang up.
@@ -68,13 +68,13 @@ public:
     // The unit's end of the line, non-blocking; -1 while there is none.
     int LineFd() const { return line_ ? line_->UnitFd() : -1; }
 
-    // Measures the line, which no client may have open yet, within a few milliseconds: the lower
-    // quartile of some trips each way, since taking too much off a paced line would be worse than
-    // too little. Zero without a line.
+    // Measures the line, which no client may have open yet, within a few milliseconds. Returns the
+    // lower quartile of some trips each way: on a paced line, subtracting too much would be worse
+    // than too little. Zero without a line.
     LineTransit MeasureTransit() const;
 
-    // Sets the access rights of the device node. Of no effect on a client that is root. Throws
-    // std::system_error.
+    // Sets the access rights of the device node, which have no effect on a client that is root.
+    // Throws std::system_error.
     void SetMode(mode_t mode);
 
     // While blocked the port is listed, but opening it fails: there is nothing behind its device

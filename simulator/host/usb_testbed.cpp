@@ -8,7 +8,7 @@
 namespace simulator {
 namespace {
 
-// Takes the error over.
+// Takes ownership of the error.
 void ThrowIfSet(GError* error)
 {
     if (error != nullptr) {

@@ -5,7 +5,7 @@
 #include <mutex>
 #include <string>
 
-// As umockdev.h declares it, which this header keeps out.
+// The same declarations as in umockdev.h, which this header need not include then.
 // NOLINTNEXTLINE(bugprone-reserved-identifier)
 typedef struct _UMockdevTestbed UMockdevTestbed;
 // NOLINTNEXTLINE(bugprone-reserved-identifier)

@@ -56,7 +56,7 @@ void WaitUntil(LinePacer::TimePoint moment)
     auto const seconds = std::chrono::duration_cast<std::chrono::seconds>(wake);
     timespec const time{static_cast<time_t>(seconds.count()),
                         static_cast<long>(nanoseconds(wake - seconds).count())};
-    // Any other failure is a moment before the clock's beginning, which is past.
+    // Any other failure means a moment before the clock's beginning, which has passed.
     while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &time, nullptr) == EINTR) {
     }
     while (LinePacer::Clock::now() < moment) {

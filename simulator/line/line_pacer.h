@@ -1,5 +1,5 @@
-// How long bytes take on a serial line: calculates when received bytes have really arrived and when
-// sent bytes will have, at a given speed. The waiting is the caller's (WaitUntil() below).
+// The time that bytes take on a serial line: calculates when received bytes have really arrived and
+// when sent bytes will have, at a given speed. The caller does the waiting (WaitUntil() below).
 //
 // Bytes that follow each other are one burst, counted from the arrival of its first byte, so that
 // neither rounding nor the caller's delays add up.
@@ -61,8 +61,8 @@ private:
 // The thread should have called UseFineTimers() once.
 void WaitUntil(LinePacer::TimePoint moment);
 
-// How long before its moment a wait ends its sleep and begins to spin: longer than the kernel needs
-// to wake a thread, and short enough not to keep another thread from its processor.
+// The time before its moment at which a wait stops sleeping and begins to spin: longer than the
+// kernel needs to wake a thread, and short enough not to keep another thread from its processor.
 inline constexpr std::chrono::microseconds kSpinTime{60};
 
 // Makes the calling thread's sleeps end on time; by default the kernel adds up to 50 microseconds.

@@ -29,8 +29,8 @@ public:
     // `make_unit` makes a unit, not plugged in, when its number is used for the first time.
     explicit ControlSession(MakeUnit make_unit);
 
-    // The answer to one command: "ok", "ok VALUES", "error TEXT" or what was asked for; lines are
-    // divided by \n, the last one has none. An empty line has an empty answer.
+    // Returns the answer to one command: "ok", "ok VALUES", "error TEXT" or what was asked for.
+    // Lines are separated by \n; the last one has none. An empty line has an empty answer.
     std::string Handle(std::string_view line);
 
     // True once "quit" has been handled.

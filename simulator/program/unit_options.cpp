@@ -60,7 +60,7 @@ private:
 
 enum class Protocol { kStm32, kMcuboot, kDfu };
 
-// What the options set, for every bootloader; the one that --protocol names is taken.
+// The values that the options set, for every bootloader; --protocol chooses which one is used.
 struct Settings {
     ProgramOptions program;
     Protocol protocol = Protocol::kStm32;

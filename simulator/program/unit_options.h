@@ -1,4 +1,4 @@
-// The options of the program simulated_unit: what the unit is, read from a command line.
+// The options of the program simulated_unit, which describe the unit, read from a command line.
 #pragma once
 
 #include <QStringList>

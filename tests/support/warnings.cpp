@@ -5,27 +5,11 @@
 #include <QString>
 #include <QtGlobal>
 #include <algorithm>
-#include <array>
 #include <mutex>
-#include <regex>
 #include <utility>
 #include <vector>
 
 namespace {
-
-// What Qt itself logs and what does no harm, as regular expressions for the whole text.
-constexpr std::array kHarmless{
-    // The program and the tests end a child process that hangs by destroying its object, which
-    // kills it.
-    R"(QProcess: Destroyed while process \(".*"\) is still running\.)",
-};
-
-bool IsHarmless(std::string const& text)
-{
-    return std::ranges::any_of(kHarmless, [&](auto const* harmless) {
-        return std::regex_match(text, std::regex(harmless));
-    });
-}
 
 QtMessageHandler g_default_handler = nullptr;
 // Any thread may log.
@@ -37,7 +21,7 @@ void TakeMessage(QtMsgType type, QMessageLogContext const& context, QString cons
 {
     g_default_handler(type, context, message);
     auto text = message.toStdString();
-    if (type == QtDebugMsg || type == QtInfoMsg || IsHarmless(text)) {
+    if (type == QtDebugMsg || type == QtInfoMsg) {
         return;
     }
     std::lock_guard const lock(g_mutex);

@@ -147,6 +147,9 @@ TEST_F(DfuUtilDownload, JoinsNoBarOutOfTwoLooks)
     ASSERT_TRUE(timers.WaitForMore(2));
 
     EXPECT_EQ(signals_.All(), QStringList({u"erase started"_s}));
+    // A tool that still ran would be killed with the engine.
+    tool_.LetGo();
+    EXPECT_TRUE(signals_.WaitFor(u"finished true"_s));
 }
 
 TEST_F(DfuUtilDownload, PassesTheErrorOutputOn)
