@@ -40,6 +40,15 @@ Bytes Join(Bytes first, Bytes const& second)
     return first;
 }
 
+Bytes AddressBytes(uint32_t address)
+{
+    Bytes bytes;
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        bytes.push_back(static_cast<std::byte>(address >> shift & 0xFF));
+    }
+    return WithXor(bytes);
+}
+
 Bytes WithXor(Bytes bytes)
 {
     std::byte sum{0};
