@@ -137,18 +137,6 @@ INSTANTIATE_TEST_SUITE_P(All, ChipTest,
                                             ::testing::Bool(), ::testing::Bool(),
                                             ::testing::Values(uint8_t{0x31}, uint8_t{0x33})));
 
-TEST(EngineOnSimulator, WritesOverFlashThatItCannotErase)
-{
-    auto options = UnitOptions();
-    options.commands = simulator::ListCommands(EraseCommands::kNone);
-    Bench bench(options);
-
-    EXPECT_TRUE(bench.Run(PatternImage(4096)).All());
-
-    EXPECT_THAT(bench.ErasedPages(), ElementsAre());
-    EXPECT_GT(bench.Unit().Memory().ProgrammedOverUnerased(), 0U);
-}
-
 TEST(EngineOnSimulator, FillsTheWholeFlashOfAChip)
 {
     Bench bench(UnitOptions(), true);
@@ -157,27 +145,6 @@ TEST(EngineOnSimulator, FillsTheWholeFlashOfAChip)
     EXPECT_TRUE(bench.Run(image).All());
 
     EXPECT_EQ(bench.Flash(image.size()), WithTrailer(image));
-}
-
-TEST(EngineOnSimulator, RefusesToEraseWithFfFfWhereTheUnitDoes)
-{
-    auto options = UnitOptions();
-    options.commands = simulator::ListCommands(EraseCommands::kLegacy);
-    options.accept_ff_ff_erase = false;
-    Bench bench(options, true);
-
-    auto const result = bench.Run(PatternImage(64));
-
-    EXPECT_TRUE(result.connected);
-    EXPECT_FALSE(result.updated);
-}
-
-TEST(EngineOnSimulator, ReadsNoBytesOfAnAreaThatIsNotMapped)
-{
-    Bench bench(UnitOptions());
-    ASSERT_TRUE(bench.Updater().ConnectDevice());
-    EXPECT_TRUE(bench.Updater().GetOtp(0x50000000, 64).empty());
-    EXPECT_FALSE(bench.Updater().GetOtp(0x1FFF7000, 64).empty());
 }
 
 // The parameter with which each kind has an effect.
