@@ -62,6 +62,7 @@ TEST_F(ExitTest, WithinASessionReleasesTheSessionsSubscriptionAndKeepsItsSetup)
     EXPECT_THAT(uart.Events(), ElementsAre("setup 4 9"));
 }
 
+// Errors of the jump carry the name of the command before it.
 TEST_F(ExitTest, LeavesTheLineAsItWasAfterAFailure)
 {
     for (bool const at_the_jump : {false, true}) {
@@ -77,6 +78,7 @@ TEST_F(ExitTest, LeavesTheLineAsItWasAfterAFailure)
 
         EXPECT_THAT(printed, IsFailure(at_the_jump ? "NACK received, command Write"
                                                    : "Invalid ACK byte setup 0x00, command Write"));
+        ASSERT_FALSE(log.Lines().empty());
         EXPECT_EQ(log.Lines().back(), (LogLine{3, printed.substr(1)}));
         EXPECT_SCRIPT_DONE();
         EXPECT_FALSE(uart.Subscribed());
