@@ -6,7 +6,6 @@
 #include <fstream>
 #include <iterator>
 #include <map>
-#include <optional>
 #include <set>
 #include <string_view>
 
@@ -49,37 +48,47 @@ std::string TopFolder(std::string const& path)
 }
 
 // Which folders each folder may include from, itself apart.
-std::optional<std::set<std::string>> FoldersBelow(std::string const& folder)
-{
-    static std::map<std::string, std::set<std::string>> const below{
-        {"bundle_check", {"config", "modules", "mcuboot"}},
-        {"config", {}},
-        {"app", {"config", "updater", "modules", "mcuboot", "hal", "runtime"}},
-        {"updater", {"modules", "mcuboot", "hal", "runtime"}},
-        {"modules", {"runtime"}},
-        {"mcuboot", {"runtime"}},
-        {"hal", {"runtime"}},
-        {"runtime", {}},
-        {"simulator", {}},
-    };
-    auto const found = below.find(folder);
-    return found == below.end() ? std::nullopt : std::optional(found->second);
-}
+std::map<std::string, std::set<std::string>> const kFoldersBelow{
+    {"bundle_check", {"config", "modules", "mcuboot"}},
+    {"config", {}},
+    {"app", {"config", "updater", "modules", "mcuboot", "hal", "runtime"}},
+    {"updater", {"modules", "mcuboot", "hal", "runtime"}},
+    {"modules", {"runtime"}},
+    {"mcuboot", {"runtime"}},
+    {"hal", {"runtime"}},
+    {"runtime", {}},
+    {"simulator", {}},
+};
+
+// From where nobody but their own files may include.
+std::set<std::string> const kOtherFolders{"tests", "benchmarks", "fuzz"};
 
 bool IsProjectInclude(std::string const& include)
 {
-    static std::set<std::string> const folders{"app",     "config",       "updater",    "modules",
-                                               "mcuboot", "hal",          "simulator",  "runtime",
-                                               "tests",   "bundle_check", "benchmarks", "fuzz"};
-    return include.find('/') != std::string::npos && folders.contains(TopFolder(include));
+    auto const folder = TopFolder(include);
+    return kFoldersBelow.contains(folder) || kOtherFolders.contains(folder);
 }
 
 bool MayInclude(std::string const& path, std::string const& include)
 {
-    auto const own = TopFolder(path);
-    auto const other = TopFolder(include);
-    auto const below = FoldersBelow(own);
-    return own == other || !below || below->contains(other) || IsException(path, include);
+    auto const below = kFoldersBelow.find(TopFolder(path));
+    return below == kFoldersBelow.end() || below->first == TopFolder(include) ||
+           below->second.contains(TopFolder(include)) || IsException(path, include);
+}
+
+// One line for each include that breaks a rule.
+template <typename Rule>
+std::vector<std::string> FindOffences(std::vector<SourceFile> const& files, Rule const& is_offence)
+{
+    std::vector<std::string> offences;
+    for (auto const& file : files) {
+        for (auto const& include : file.includes) {
+            if (is_offence(file.path, include)) {
+                offences.push_back(file.path + " includes " + include);
+            }
+        }
+    }
+    return offences;
 }
 
 bool IsQt(std::string const& include)
@@ -161,15 +170,9 @@ std::vector<std::string> FindIncludes(std::string const& text)
 
 std::vector<std::string> FindUpwardIncludes(std::vector<SourceFile> const& files)
 {
-    std::vector<std::string> offences;
-    for (auto const& file : files) {
-        for (auto const& include : file.includes) {
-            if (IsProjectInclude(include) && !MayInclude(file.path, include)) {
-                offences.push_back(file.path + " includes " + include);
-            }
-        }
-    }
-    return offences;
+    return FindOffences(files, [](std::string const& path, std::string const& include) {
+        return IsProjectInclude(include) && !MayInclude(path, include);
+    });
 }
 
 std::vector<std::string> FindCircles(std::vector<SourceFile> const& files)
@@ -191,21 +194,13 @@ std::vector<std::string> FindForbiddenQt(
     std::vector<SourceFile> const& files,
     std::function<bool(std::string const&)> const& is_core_header)
 {
-    std::vector<std::string> offences;
-    for (auto const& file : files) {
-        bool const owns_port =
-            std::ranges::find(kSerialPortOwners, file.path) != std::end(kSerialPortOwners);
-        for (auto const& include : file.includes) {
-            bool const allowed = IsSerialPort(include)
-                                     ? owns_port
-                                     : TopFolder(file.path) == "app" || is_core_header(include) ||
-                                           IsException(file.path, include);
-            if (IsQt(include) && !allowed) {
-                offences.push_back(file.path + " includes " + include);
-            }
-        }
-    }
-    return offences;
+    return FindOffences(files, [&](std::string const& path, std::string const& include) {
+        bool const allowed =
+            IsSerialPort(include)
+                ? std::ranges::find(kSerialPortOwners, path) != std::end(kSerialPortOwners)
+                : TopFolder(path) == "app" || is_core_header(include) || IsException(path, include);
+        return IsQt(include) && !allowed;
+    });
 }
 
 std::vector<std::string> FindStraySettings(std::vector<SourceFile> const& files)

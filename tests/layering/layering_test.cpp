@@ -57,9 +57,11 @@ TEST(Layering, LooksAtAllSources)
     EXPECT_FALSE(IsCoreHeader("QWidget"));
 }
 
-TEST(Layering, NoIncludePointsUpwards)
+TEST(Layering, TheProgramKeepsToTheRules)
 {
     EXPECT_THAT(FindUpwardIncludes(Sources()), IsEmpty());
+    EXPECT_THAT(FindForbiddenQt(Sources(), IsCoreHeader), IsEmpty());
+    EXPECT_THAT(FindStraySettings(Sources()), IsEmpty());
 }
 
 TEST(Layering, NoHeadersIncludeEachOtherInACircle)
@@ -71,27 +73,13 @@ TEST(Layering, NoHeadersIncludeEachOtherInACircle)
         IsEmpty());
 }
 
-TEST(Layering, QtOutsideTheProgramIsQtCore)
-{
-    EXPECT_THAT(FindForbiddenQt(Sources(), IsCoreHeader), IsEmpty());
-}
-
-TEST(Layering, TheSimulatorKnowsNothingOfTheProductButItsProgramTheLimits)
+TEST(Layering, TheSimulatorAndTheBundleCheckerKeepToTheRules)
 {
     EXPECT_THAT(FindUpwardIncludes(ReadSources(FW_SOURCE_DIR, {"simulator"})), IsEmpty());
-}
-
-TEST(Layering, TheBundleCheckerNeedsTheReadingCodeAndForFontsQtGui)
-{
-    auto const sources = ReadSources(FW_SOURCE_DIR, {"bundle_check"});
-    EXPECT_THAT(sources, testing::Not(IsEmpty()));
-    EXPECT_THAT(FindUpwardIncludes(sources), IsEmpty());
-    EXPECT_THAT(FindForbiddenQt(sources, IsCoreHeader), IsEmpty());
-}
-
-TEST(Layering, OnlyOneFileReadsTheConfiguration)
-{
-    EXPECT_THAT(FindStraySettings(Sources()), IsEmpty());
+    auto const checker = ReadSources(FW_SOURCE_DIR, {"bundle_check"});
+    EXPECT_THAT(checker, testing::Not(IsEmpty()));
+    EXPECT_THAT(FindUpwardIncludes(checker), IsEmpty());
+    EXPECT_THAT(FindForbiddenQt(checker, IsCoreHeader), IsEmpty());
 }
 
 TEST(Layering, OnlyTheTableSpellsTheConfigurationsKeys)

@@ -46,33 +46,23 @@ TEST(ErrorMessage, IsCutAt256CharactersTheNewlineIncluded)
     }
 }
 
-TEST(ErrorMessage, PutsTheCauseBehindAnArrowWithBothNewlines)
+TEST(ErrorMessage, PutsTheCauseBehindAnArrowAndIsCutWithIt)
 {
     ErrorMessage const cause("port closed", locations::kWithoutSlash);
     ErrorMessage const error(etl::string<256>("no answer"), cause, locations::kEngine);
-
     EXPECT_EQ(error.Text().view(), "engine.cpp:42 no answer\n  <- plain.cpp:7 port closed\n");
     EXPECT_FALSE(error.Text().truncated());
-}
 
-TEST(ErrorMessage, CutsACauseThatDoesNotFitAndSaysSo)
-{
-    ErrorMessage const cause(std::string(200, 'c').c_str(), locations::kWithoutSlash);
-    ErrorMessage const error(etl::string<256>(std::string(100, 'm')), cause,
-                             locations::kWithoutSlash);
+    auto const ms = std::string(100, 'm');
+    auto const cs = std::string(300, 'c');
+    ErrorMessage const long_cause(cs.substr(0, 200).c_str(), locations::kWithoutSlash);
+    ASSERT_FALSE(long_cause.Text().truncated());
+    ErrorMessage const cut(etl::string<256>(ms), long_cause, locations::kWithoutSlash);
+    EXPECT_EQ(cut.Text().view(), "plain.cpp:7 " + ms + "\n  <- plain.cpp:7 " + cs.substr(0, 126));
+    EXPECT_TRUE(cut.Text().truncated());
 
-    EXPECT_FALSE(cause.Text().truncated());
-    EXPECT_EQ(error.Text().view(), "plain.cpp:7 " + std::string(100, 'm') + "\n  <- plain.cpp:7 " +
-                                       std::string(126, 'c'));
-    EXPECT_TRUE(error.Text().truncated());
-}
-
-TEST(ErrorMessage, IsMarkedAsTruncatedWhenItsCauseIs)
-{
-    ErrorMessage const cause(std::string(300, 'c').c_str(), locations::kWithoutSlash);
-    ASSERT_TRUE(cause.Text().truncated());
-
-    EXPECT_TRUE(ErrorMessage(etl::string<256>(), cause, locations::kNone).Text().truncated());
+    ErrorMessage const cut_cause(cs.c_str(), locations::kWithoutSlash);
+    EXPECT_TRUE(ErrorMessage(etl::string<256>(), cut_cause, locations::kNone).Text().truncated());
 }
 
 TEST(ErrorMessage, NamesTheCallersLineWhenNoLocationIsGiven)

@@ -57,26 +57,18 @@ TEST_F(LoggerTest, SendsALineOfAnyLevelAsABroadcastOfTheLogsOwnEndpoint)
                             ElementsAre(0x00, 0x07, 0x00, 0xEE, 0xFF, 0x00)));
 }
 
-TEST_F(LoggerTest, SendsATextOf249Characters)
+TEST_F(LoggerTest, SendsATextOf249CharactersAndReportsALongerOneEvenIfItIsSuchAReport)
 {
     Logger const log(helper_);
     std::string const text(249, 't');
 
     detail::DoLog(log_level_t::kError, text);
-
-    EXPECT_THAT(log_.heard, ElementsAre(LogMessage(0x03, 0xF9, text)));
-}
-
-TEST_F(LoggerTest, ReportsATextThatIsTooLongEvenIfItIsSuchAReport)
-{
-    Logger const log(helper_);
-
-    detail::DoLog(static_cast<log_level_t>(1), std::string(250, 't'));
+    detail::DoLog(static_cast<log_level_t>(1), text + 't');
     helper_.ReportOverflow(1, 2, std::string(1000, 'n'));
 
     auto const report =
         LogMessage(0x03, 60, "Message size overflow, message subsystem/ID 0:7 (LogMessage)");
-    EXPECT_THAT(log_.heard, ElementsAre(report, report));
+    EXPECT_THAT(log_.heard, ElementsAre(LogMessage(0x03, 0xF9, text), report, report));
 }
 
 TEST_F(LoggerTest, TheFirstLoggerIsActiveUntilAnyLoggerIsDestroyed)

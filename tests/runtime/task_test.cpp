@@ -35,37 +35,23 @@ TEST(CountingSemaphore, StartsWithTheGivenCountAndCountsBeyondItsNominalMaximum)
     EXPECT_FALSE(semaphore.try_acquire());
 }
 
-TEST(CountingSemaphore, AZeroTimeoutReturnsAtOnce)
+TEST(CountingSemaphore, ATimedWaitEndsWithATokenOrAfterItsTime)
 {
     Semaphore semaphore(0);
-    auto const start = std::chrono::steady_clock::now();
-
-    EXPECT_FALSE(semaphore.try_acquire_for_ms(Milliseconds(0)));
-
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
-    semaphore.release(1);
-    EXPECT_TRUE(semaphore.try_acquire_for_ms(Milliseconds(0)));
-}
-
-TEST(CountingSemaphore, ATimedWaitEndsWithoutATokenAfterItsTime)
-{
-    Semaphore semaphore(0);
-    auto const start = std::chrono::steady_clock::now();
-
-    EXPECT_FALSE(semaphore.try_acquire_for_ms(Milliseconds(40)));
-
+    auto const time_of = [&](Milliseconds timeout) {
+        auto const start = std::chrono::steady_clock::now();
+        EXPECT_FALSE(semaphore.try_acquire_for_ms(timeout));
+        return std::chrono::steady_clock::now() - start;
+    };
+    EXPECT_LT(time_of(Milliseconds(0)), std::chrono::seconds(1));
     // Coarse timers may be early by a twentieth.
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(38));
-}
+    EXPECT_GE(time_of(Milliseconds(40)), std::chrono::milliseconds(38));
 
-TEST(CountingSemaphore, ALeftOverTokenEndsALongWaitAtOnce)
-{
-    Semaphore semaphore(0);
-    semaphore.release(2);
-    constexpr Milliseconds longest(0xFFFFFFFF);
-
-    EXPECT_TRUE(semaphore.try_acquire_for_ms(longest));
-    EXPECT_TRUE(semaphore.try_acquire_for_ms(longest));
+    // Tokens left over from earlier releases end even the longest wait at once.
+    semaphore.release(3);
+    for (auto const timeout : {0U, 0xFFFFFFFFU, 0xFFFFFFFFU}) {
+        EXPECT_TRUE(semaphore.try_acquire_for_ms(Milliseconds(timeout)));
+    }
     EXPECT_FALSE(semaphore.try_acquire());
 }
 

@@ -26,6 +26,16 @@ public:
 
 using Messages = std::vector<std::pair<SubsystemId, MessageId>>;
 
+// Runs `act` on as many threads with their numbers, and waits for them.
+template <typename Act>
+void RunOnThreads(size_t count, Act const& act)
+{
+    std::vector<std::jthread> threads;
+    for (size_t i = 0; i < count; ++i) {
+        threads.emplace_back([&act, i] { act(i); });
+    }
+}
+
 constexpr std::array kBroadcast{std::byte{0}, std::byte{3}, std::byte{0}, std::byte{9}};
 
 }  // namespace
@@ -65,17 +75,11 @@ TEST(DispatcherThreads, SeveralThreadsSendAtATime)
     AtomicListener listener;
     auto const cookie = bus.AddListener(5, Messages{{0, 3}}, listener);
 
-    std::vector<std::thread> senders;
-    for (int i = 0; i < 4; ++i) {
-        senders.emplace_back([&bus] {
-            for (int n = 0; n < 500; ++n) {
-                bus.SendMessage(kBroadcast);
-            }
-        });
-    }
-    for (auto& sender : senders) {
-        sender.join();
-    }
+    RunOnThreads(4, [&](size_t) {
+        for (int n = 0; n < 500; ++n) {
+            bus.SendMessage(kBroadcast);
+        }
+    });
 
     EXPECT_EQ(listener.count, 2000);
 }
@@ -85,17 +89,11 @@ TEST(EndpointIdAllocatorThreads, NoIdIsHandedOutTwice)
     DispatcherEndpointIdAllocator allocator;
     std::array<std::vector<Receiver>, 4> taken;
 
-    std::vector<std::thread> threads;
-    for (auto& own : taken) {
-        threads.emplace_back([&allocator, &own] {
-            while (auto const id = allocator.TryGetNextDispatcherEndpointId()) {
-                own.push_back(*id);
-            }
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
+    RunOnThreads(taken.size(), [&](size_t i) {
+        while (auto const id = allocator.TryGetNextDispatcherEndpointId()) {
+            taken[i].push_back(*id);
+        }
+    });
 
     std::multiset<Receiver> all;
     for (auto const& own : taken) {
@@ -129,13 +127,7 @@ TEST(CountingSemaphoreThreads, AReleaseOnAnotherThreadEndsEveryKindOfWait)
 TEST(BootClockThreads, TheFirstCallMayComeFromSeveralThreads)
 {
     std::array<uint32_t, 4> times{};
-    std::vector<std::thread> threads;
-    for (auto& time : times) {
-        threads.emplace_back([&time] { time = task::GetTimeSinceBoot(); });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
+    RunOnThreads(times.size(), [&](size_t i) { times[i] = task::GetTimeSinceBoot(); });
 
     EXPECT_LE(std::ranges::max(times), task::GetTimeSinceBoot());
 }

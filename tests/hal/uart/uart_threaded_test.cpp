@@ -16,7 +16,6 @@
 namespace hal::uart::test {
 namespace {
 
-using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 // Hands bytes from the port's thread to the test's thread.
@@ -84,7 +83,7 @@ protected:
     QThread thread;
 };
 
-TEST_F(UartThreadedTest, KeepsTheOrderOfManyTransmits)
+TEST_F(UartThreadedTest, KeepsTheOrderOfManyTransmitsAndClosesThePortWhenItsThreadEnds)
 {
     std::string expected;
     for (int i = 0; i < 200; ++i) {
@@ -94,6 +93,9 @@ TEST_F(UartThreadedTest, KeepsTheOrderOfManyTransmits)
         expected += piece;
     }
     EXPECT_EQ(line.Receive(expected.size()), expected);
+
+    Stop();
+    EXPECT_TRUE(line.WaitForClose());
 }
 
 TEST_F(UartThreadedTest, PassesReceivedBytesOnOnThePortsThreadUntilTheNextSubscription)
@@ -125,22 +127,6 @@ TEST_F(UartThreadedTest, CarriesQuestionsAndAnswersInTurn)
         ASSERT_EQ(inbox.Take(2), question);
     }
     EXPECT_EQ(unit.wait_for(seconds(10)), std::future_status::ready);
-}
-
-// An empty write is never reported, so its caller waits for the report of another one.
-TEST_F(UartThreadedTest, AnEmptyTransmitWaitsForAReportThatDoesNotCome)
-{
-    auto sent = std::async(std::launch::async, [this] { Transmit({}); });
-    EXPECT_EQ(sent.wait_for(milliseconds(100)), std::future_status::timeout);
-    semaphore.release(1);
-    EXPECT_EQ(sent.wait_for(seconds(10)), std::future_status::ready);
-}
-
-TEST_F(UartThreadedTest, ThePortIsClosedWhenItsThreadEnds)
-{
-    Transmit("x");
-    Stop();
-    EXPECT_TRUE(line.WaitForClose());
 }
 
 }  // namespace

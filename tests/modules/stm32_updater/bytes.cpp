@@ -1,5 +1,6 @@
 #include "tests/modules/stm32_updater/bytes.h"
 
+#include <QByteArray>
 #include <iterator>
 
 namespace stm32_updater::test {
@@ -16,16 +17,9 @@ Bytes ToBytes(std::initializer_list<int> values)
 
 std::string ToHex(Bytes const& bytes)
 {
-    static constexpr char kDigits[] = "0123456789abcdef";
-    std::string text;
-    for (auto const value : bytes) {
-        if (!text.empty()) {
-            text += ' ';
-        }
-        text += kDigits[std::to_integer<unsigned>(value) >> 4];
-        text += kDigits[std::to_integer<unsigned>(value) & 0x0F];
-    }
-    return text;
+    QByteArray const raw(reinterpret_cast<char const*>(bytes.data()),
+                         static_cast<qsizetype>(bytes.size()));
+    return raw.toHex(' ').toStdString();
 }
 
 Bytes Slice(Bytes const& bytes, size_t offset, size_t size)
@@ -38,6 +32,15 @@ Bytes Join(Bytes first, Bytes const& second)
 {
     first.insert(first.end(), second.begin(), second.end());
     return first;
+}
+
+Bytes AddressBytes(uint32_t address)
+{
+    Bytes bytes;
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        bytes.push_back(static_cast<std::byte>(address >> shift & 0xFF));
+    }
+    return WithXor(bytes);
 }
 
 Bytes WithXor(Bytes bytes)

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <initializer_list>
 #include <string>
 #include <vector>
@@ -21,6 +22,9 @@ std::string ToHex(Bytes const& bytes);
 Bytes Slice(Bytes const& bytes, size_t offset, size_t size);
 
 Bytes Join(Bytes first, Bytes const& second);
+
+// The four bytes of `address`, the highest first, then their XOR.
+Bytes AddressBytes(uint32_t address);
 
 // `bytes`, then their XOR.
 Bytes WithXor(Bytes bytes);

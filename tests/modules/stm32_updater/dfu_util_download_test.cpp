@@ -18,25 +18,6 @@ namespace {
 
 class DfuUtilDownload : public DfuUtilTest {
 protected:
-    // What an engine of its own reports of a tool that prints this and then waits.
-    QStringList ReportedOf(QByteArray const& output)
-    {
-        tool_.Write(u"output"_s, output);
-        QFile::remove(tool_.FilePath(u"printed"_s));
-        tool_.Does("cat \"$here/output\"; echo >\"$here/printed\"; wait_for_test\n");
-        Stm32DfuUtilUpdater updater(nullptr, u"0483:df11"_s, tool_.Path(), kShort);
-        SignalRecord const reported(updater);
-        TimerCounter timers;
-        EXPECT_TRUE(updater.Update("fw.bin", 0));
-        EXPECT_TRUE(WaitForFile(u"printed"_s));
-        // The second look from here on began after everything was printed.
-        EXPECT_TRUE(timers.WaitForMore(2));
-        auto signals = reported.All();
-        tool_.LetGo();
-        EXPECT_TRUE(reported.WaitFor(u"finished true"_s));
-        return signals;
-    }
-
     // Runs one download to its last report.
     QStringList Download()
     {
@@ -48,89 +29,26 @@ protected:
     }
 };
 
-TEST_F(DfuUtilDownload, PassesDeviceAddressAndFileToTheTool)
-{
-    tool_.Does("");
-    Stm32DfuUtilUpdater updater(nullptr, u"1209:0001"_s, tool_.Path(), kShort);
-    SignalRecord const reported(updater);
-
-    updater.Update("/Geräte/fw.bin", 0x0801ABCD);
-
-    ASSERT_TRUE(reported.WaitFor(u"100"_s));
-    EXPECT_EQ(tool_.Arguments(),
-              QStringList({u"-d"_s, u"1209:0001"_s, u"-a"_s, u"0"_s, u"-s"_s,
-                           u"0X0801ABCD:fast:leave"_s, u"-D"_s, u"/Geräte/fw.bin"_s}));
-}
-
-TEST_F(DfuUtilDownload, BeginsWithErasingAndDoesNotWaitForTheTool)
-{
-    tool_.Does("wait_for_test\n");
-
-    EXPECT_TRUE(updater_.Update("fw.bin", 0));
-
-    EXPECT_EQ(signals_.All(), QStringList({u"erase started"_s}));
-    tool_.LetGo();
-    EXPECT_TRUE(signals_.WaitFor(u"100"_s));
-}
-
 TEST_F(DfuUtilDownload, ReportsTheEndOfErasingOnceAndThenThePercentages)
 {
     tool_.Does(
-        "printf 'Download [=====     ]  42%%'; wait_for_test\n"
+        "wait_for_test; printf 'Download [=====     ]  42%%'; wait_for_test\n"
         "printf '\\rDownload [======    ]  60%%'; wait_for_test\n");
-    ASSERT_TRUE(updater_.Update("fw.bin", 0));
+    QStringList expected{u"erase started"_s};
 
-    ASSERT_TRUE(signals_.WaitForCount(3));
-    EXPECT_EQ(signals_.All(), QStringList({u"erase started"_s, u"erase finished"_s, u"42"_s}));
-    tool_.LetGo();
-    ASSERT_TRUE(signals_.WaitForCount(4));
-    tool_.LetGo();
-    ASSERT_TRUE(signals_.WaitForCount(6));
-    EXPECT_EQ(signals_.All(), QStringList({u"erase started"_s, u"erase finished"_s, u"42"_s,
-                                           u"60"_s, u"finished true"_s, u"100"_s}));
-}
+    EXPECT_TRUE(updater_.Update("/Geräte/fw.bin", 0x0801ABCD));
+    EXPECT_EQ(signals_.All(), expected) << "nobody waits for the tool";
+    for (auto const& next : {QStringList({u"erase finished"_s, u"42"_s}), QStringList({u"60"_s}),
+                             QStringList({u"finished true"_s, u"100"_s})}) {
+        tool_.LetGo();
+        expected += next;
+        ASSERT_TRUE(signals_.WaitForCount(expected.size()));
+        EXPECT_EQ(signals_.All(), expected);
+    }
 
-// A run of dfu-util 0.11 that pauses while it erases, in the middle of the download and at its end.
-TEST_F(DfuUtilDownload, ReportsARecordedRun)
-{
-    QFile file(QStringLiteral(FW_RECORDED_OUTPUT "/dfu_util_0.11_download.txt"));
-    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-    auto const output = file.readAll();
-    auto const erase_end = output.indexOf("Erase    done.");
-    auto const middle = output.lastIndexOf("\rDownload\t[", output.indexOf("  53% ", erase_end));
-    auto const bars_end = output.indexOf("\nDownload done.");
-    ASSERT_TRUE(0 < erase_end && erase_end < middle && middle < bars_end);
-    tool_.Write(u"erase"_s, output.first(erase_end));
-    tool_.Write(u"half"_s, output.mid(erase_end, middle - erase_end));
-    tool_.Write(u"whole"_s, output.mid(middle, bars_end - middle));
-    tool_.Write(u"end"_s, output.mid(bars_end));
-    tool_.Does(
-        "cat \"$here/erase\"; echo >\"$here/erased\"; wait_for_test; cat \"$here/half\"\n"
-        "wait_for_test; cat \"$here/whole\"; wait_for_test; cat \"$here/end\"\n");
-    TimerCounter timers;
-    ASSERT_TRUE(updater_.Update("fw.bin", 0));
-    ASSERT_TRUE(WaitForFile(u"erased"_s));
-    ASSERT_TRUE(timers.WaitForMore(2));
-
-    tool_.LetGo();
-    ASSERT_TRUE(signals_.WaitFor(u"50"_s));
-    tool_.LetGo();
-    ASSERT_TRUE(signals_.WaitFor(u"100"_s));
-    tool_.LetGo();
-    ASSERT_TRUE(signals_.WaitForCount(6));
-
-    EXPECT_EQ(signals_.All(), QStringList({u"erase started"_s, u"erase finished"_s, u"50"_s,
-                                           u"100"_s, u"finished true"_s, u"100"_s}));
-}
-
-TEST_F(DfuUtilDownload, ReportsTheLastLineOfEachLook)
-{
-    QStringList const erasing{u"erase started"_s};
-
-    EXPECT_EQ(ReportedOf(""), erasing);
-    EXPECT_EQ(ReportedOf("Download [===] 30%\n"), erasing);
-    EXPECT_EQ(ReportedOf("Download [=] 10%\nDownload [==] 20%\rDownload [===] 30%"),
-              erasing + QStringList({u"erase finished"_s, u"30"_s}));
+    EXPECT_EQ(tool_.Arguments(),
+              QStringList({u"-d"_s, u"1209:0001"_s, u"-a"_s, u"0"_s, u"-s"_s,
+                           u"0X0801ABCD:fast:leave"_s, u"-D"_s, u"/Geräte/fw.bin"_s}));
 }
 
 TEST_F(DfuUtilDownload, JoinsNoBarOutOfTwoLooks)
@@ -202,25 +120,30 @@ TEST_F(DfuUtilDownload, KeepsOnlyTheEndOfAFloodBetweenTwoLooks)
     }
 }
 
-TEST_F(DfuUtilDownload, ReportsNothingOfTheDownloadBefore)
+// Nobody has looked at the end of the first download's output when the second one starts.
+TEST_F(DfuUtilDownload, CanBeFollowedByAnotherThatReportsNothingOfIt)
 {
     Stm32DfuUtilUpdater updater(nullptr, u"0483:df11"_s, tool_.Path(), {.poll = 1h});
     SignalRecord const reported(updater);
-    tool_.Does("printf 'Download [==] 42%%'\n");
-    ASSERT_TRUE(updater.Update("fw.bin", 0));
-    ASSERT_TRUE(reported.WaitFor(u"finished true"_s));
-    tool_.Does("wait_for_test\n");
-    ASSERT_TRUE(updater.Update("fw.bin", 0));
-
-    updater.ReadOutput();
-    tool_.LetGo();
-
-    ASSERT_TRUE(reported.WaitForCount(4));
-    EXPECT_EQ(reported.All(), QStringList({u"erase started"_s, u"finished true"_s,
-                                           u"erase started"_s, u"finished true"_s}));
+    tool_.Does("printf 'Download [==] 42%%'; wait_for_test; printf 'Download [===] 60%%'\n");
+    QStringList expected;
+    for (auto const* file : {"first.bin", "second.bin"}) {
+        ASSERT_TRUE(updater.Update(file, 0));
+        expected += {u"erase started"_s, u"erase finished"_s, u"42"_s};
+        auto const look = [&] {
+            updater.ReadOutput();
+            return reported.All().size() >= expected.size();
+        };
+        ASSERT_TRUE(QTest::qWaitFor(look, kPatience));
+        tool_.LetGo();
+        expected += u"finished true"_s;
+        ASSERT_TRUE(reported.WaitForCount(expected.size()));
+        EXPECT_EQ(reported.All(), expected);
+    }
+    EXPECT_EQ(tool_.Arguments().last(), u"second.bin"_s);
 }
 
-TEST_F(DfuUtilDownload, FailsOnlyWithAToolThatCrashesOrIsKilled)
+TEST_F(DfuUtilDownload, FailsOnlyWithAToolThatCrashesOrIsKilledAndThenLooksNoMore)
 {
     struct {
         char const* commands;
@@ -234,15 +157,8 @@ TEST_F(DfuUtilDownload, FailsOnlyWithAToolThatCrashesOrIsKilled)
         tool_.Does(commands);
         EXPECT_EQ(Download(), QStringList({u"erase started"_s, end, u"100"_s})) << commands;
     }
-}
-
-TEST_F(DfuUtilDownload, EndsItsLooksAfterTheLastReport)
-{
-    tool_.Does("");
-    Download();
     TimerCounter timers;
-
-    EXPECT_FALSE(QTest::qWaitFor([&] { return timers.Count() > 0; }, 200));
+    EXPECT_FALSE(QTest::qWaitFor([&] { return timers.Count() > 0; }, 200)) << "it still looks";
 }
 
 TEST_F(DfuUtilDownload, NeitherEndsNorStopsLookingWithAToolThatCannotBeStarted)
@@ -261,24 +177,6 @@ TEST_F(DfuUtilDownload, NeitherEndsNorStopsLookingWithAToolThatCannotBeStarted)
         EXPECT_TRUE(timers.WaitForMore(10)) << missing;
         EXPECT_EQ(reported.All(), QStringList({u"erase started"_s})) << missing;
     }
-}
-
-TEST_F(DfuUtilDownload, CanBeFollowedByAnother)
-{
-    tool_.Does("printf 'Download [==] 42%%'; wait_for_test\n");
-    ASSERT_TRUE(updater_.Update("first.bin", 0));
-    ASSERT_TRUE(signals_.WaitFor(u"42"_s));
-    tool_.LetGo();
-    ASSERT_TRUE(signals_.WaitFor(u"100"_s));
-    auto const first = signals_.All();
-
-    ASSERT_TRUE(updater_.Update("second.bin", 0));
-    ASSERT_TRUE(signals_.WaitForCount(first.size() + 3));
-    tool_.LetGo();
-    ASSERT_TRUE(signals_.WaitForCount(2 * first.size()));
-
-    EXPECT_EQ(signals_.All().mid(first.size()), first);
-    EXPECT_EQ(tool_.Arguments().last(), u"second.bin"_s);
 }
 
 // In real time; what a busy machine adds is not bounded tightly.

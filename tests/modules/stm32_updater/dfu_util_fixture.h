@@ -4,10 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <QCoreApplication>
+#include <QEvent>
 #include <QObject>
 #include <QStringList>
 #include <QTest>
-#include <functional>
 #include <mutex>
 
 #include "modules/stm32_updater/stm32_dfu_util_updater.h"
@@ -20,14 +21,43 @@ inline constexpr int kPatience = 15'000;  // ms, for what comes at once on an id
 // The signals of one engine, in order, whatever thread they are emitted on.
 class SignalRecord {
 public:
-    explicit SignalRecord(Stm32DfuUtilUpdater& updater);
+    explicit SignalRecord(Stm32DfuUtilUpdater& updater)
+    {
+        auto const record = [&](auto signal, auto const& text) {
+            QObject::connect(
+                &updater, signal, &updater, [this, text](auto... value) { Add(text(value...)); },
+                Qt::DirectConnection);
+        };
+        record(&Stm32DfuUtilUpdater::EraseStarted, [] { return QStringLiteral("erase started"); });
+        record(&Stm32DfuUtilUpdater::EraseFinished,
+               [] { return QStringLiteral("erase finished"); });
+        record(&Stm32DfuUtilUpdater::ProgressUpdate,
+               [](int value) { return QString::number(value); });
+        record(&Stm32DfuUtilUpdater::UpdateFinished, [](bool status) {
+            return status ? QStringLiteral("finished true") : QStringLiteral("finished false");
+        });
+    }
 
-    QStringList All() const;
-    bool WaitFor(QString const& signal) const;
-    bool WaitForCount(qsizetype count) const;
+    QStringList All() const
+    {
+        std::lock_guard const lock(mutex_);
+        return signals_;
+    }
+    bool WaitFor(QString const& signal) const
+    {
+        return QTest::qWaitFor([&] { return All().contains(signal); }, kPatience);
+    }
+    bool WaitForCount(qsizetype count) const
+    {
+        return QTest::qWaitFor([&] { return All().size() >= count; }, kPatience);
+    }
 
 private:
-    void Add(QString const& signal);
+    void Add(QString const& signal)
+    {
+        std::lock_guard const lock(mutex_);
+        signals_.append(signal);
+    }
 
     mutable std::mutex mutex_;
     QStringList signals_;
@@ -36,11 +66,20 @@ private:
 // Counts the timers that expire on this thread.
 class TimerCounter : public QObject {
 public:
-    TimerCounter();
-    bool WaitForMore(int count);
-    int Count() const { return count_; }
+    TimerCounter() { QCoreApplication::instance()->installEventFilter(this); }
 
-    bool eventFilter(QObject* object, QEvent* event) override;
+    int Count() const { return count_; }
+    bool WaitForMore(int count)
+    {
+        auto const enough = count_ + count;
+        return QTest::qWaitFor([&] { return count_ >= enough; }, kPatience);
+    }
+
+    bool eventFilter(QObject* object, QEvent* event) override
+    {
+        count_ += event->type() == QEvent::Timer ? 1 : 0;
+        return QObject::eventFilter(object, event);
+    }
 
 private:
     int count_ = 0;
@@ -57,7 +96,7 @@ protected:
     }
 
     StandInTool tool_;
-    Stm32DfuUtilUpdater updater_{nullptr, QStringLiteral("0483:df11"), tool_.Path(), kShort};
+    Stm32DfuUtilUpdater updater_{nullptr, QStringLiteral("1209:0001"), tool_.Path(), kShort};
     SignalRecord signals_{updater_};
 };
 

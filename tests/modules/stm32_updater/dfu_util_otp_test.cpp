@@ -64,24 +64,15 @@ protected:
     bool FileIsLeft() const { return QFile::exists(tool_.OtpPath()); }
 };
 
-TEST_F(DfuUtilOtp, PassesDeviceMemoryPlaceAndFileToTheTool)
-{
-    tool_.Does("");
-
-    updater_.GetOtp(0x1FFF7800, 512);
-
-    EXPECT_EQ(tool_.Arguments(), QStringList({u"-d"_s, u"0483:df11"_s, u"-a"_s, u"2"_s, u"-s"_s,
-                                              u"0x1fff7800:512"_s, u"-U"_s, tool_.OtpPath()}));
-}
-
 TEST_F(DfuUtilOtp, ReturnsWhatTheToolWroteAndRemovesTheFile)
 {
-    UnitHas(QByteArray("\x11\x47\x23\x01\x00\xFF", 6));
+    UnitHas(QByteArray("\x11\x47\x00\xFF", 4));
 
-    EXPECT_THAT(updater_.GetOtp(kOtp, 6),
-                ElementsAre(std::byte{0x11}, std::byte{0x47}, std::byte{0x23}, std::byte{0x01},
-                            std::byte{0x00}, std::byte{0xFF}));
+    EXPECT_THAT(updater_.GetOtp(0x1FFF7800, 512),
+                ElementsAre(std::byte{0x11}, std::byte{0x47}, std::byte{0x00}, std::byte{0xFF}));
 
+    EXPECT_EQ(tool_.Arguments(), QStringList({u"-d"_s, u"1209:0001"_s, u"-a"_s, u"2"_s, u"-s"_s,
+                                              u"0x1fff7800:512"_s, u"-U"_s, tool_.OtpPath()}));
     EXPECT_FALSE(FileIsLeft());
 }
 
@@ -150,6 +141,7 @@ TEST_F(DfuUtilOtp, DoesNotRunTheToolWhenTheFileOfAnEarlierRunCannotBeRemoved)
 
 TEST_F(DfuUtilOtp, TakesWhatIsThereWhenTheTimeIsUpAndEndsTheTool)
 {
+    EXPECT_EQ(DfuUtilTimes().otp_limit, 30000ms);
     struct {
         char const* commands;
         size_t size;
@@ -172,11 +164,6 @@ TEST_F(DfuUtilOtp, TakesWhatIsThereWhenTheTimeIsUpAndEndsTheTool)
         EXPECT_FALSE(FileIsLeft()) << commands;
         EXPECT_NE(::kill(static_cast<pid_t>(tool_.ProcessIds().last()), 0), 0) << commands;
     }
-}
-
-TEST_F(DfuUtilOtp, HasHalfAMinuteUnlessSaidOtherwise)
-{
-    EXPECT_EQ(DfuUtilTimes().otp_limit, 30000ms);
 }
 
 TEST_F(DfuUtilOtp, LeavesARunningDownloadAlone)

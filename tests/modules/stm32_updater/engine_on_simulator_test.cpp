@@ -137,27 +137,6 @@ INSTANTIATE_TEST_SUITE_P(All, ChipTest,
                                             ::testing::Bool(), ::testing::Bool(),
                                             ::testing::Values(uint8_t{0x31}, uint8_t{0x33})));
 
-TEST(EngineOnSimulator, WritesOverFlashThatItCannotErase)
-{
-    auto options = UnitOptions();
-    options.commands = simulator::ListCommands(EraseCommands::kNone);
-    Bench bench(options);
-
-    EXPECT_TRUE(bench.Run(PatternImage(4096)).All());
-
-    EXPECT_THAT(bench.ErasedPages(), ElementsAre());
-    EXPECT_GT(bench.Unit().Memory().ProgrammedOverUnerased(), 0U);
-}
-
-TEST(EngineOnSimulator, LeavesThePagesBehindTheImageAlone)
-{
-    Bench bench(UnitOptions());
-
-    EXPECT_TRUE(bench.Run(PatternImage(2 * 2048)).All());
-
-    EXPECT_EQ(bench.Unit().Memory().Read(kFlash + 2 * 2048, 2048), Bytes(2048, std::byte{0xA5}));
-}
-
 TEST(EngineOnSimulator, FillsTheWholeFlashOfAChip)
 {
     Bench bench(UnitOptions(), true);
@@ -166,38 +145,6 @@ TEST(EngineOnSimulator, FillsTheWholeFlashOfAChip)
     EXPECT_TRUE(bench.Run(image).All());
 
     EXPECT_EQ(bench.Flash(image.size()), WithTrailer(image));
-}
-
-TEST(EngineOnSimulator, UpdatesTheSameUnitTwice)
-{
-    Bench bench(UnitOptions());
-    EXPECT_TRUE(bench.Run(PatternImage(6000)).All());
-    auto const second = Bytes(3000, std::byte{0x3C});
-
-    EXPECT_TRUE(bench.Run(second).All());
-
-    EXPECT_EQ(bench.Flash(second.size()), WithTrailer(second));
-}
-
-TEST(EngineOnSimulator, RefusesToEraseWithFfFfWhereTheUnitDoes)
-{
-    auto options = UnitOptions();
-    options.commands = simulator::ListCommands(EraseCommands::kLegacy);
-    options.accept_ff_ff_erase = false;
-    Bench bench(options, true);
-
-    auto const result = bench.Run(PatternImage(64));
-
-    EXPECT_TRUE(result.connected);
-    EXPECT_FALSE(result.updated);
-}
-
-TEST(EngineOnSimulator, ReadsNoBytesOfAnAreaThatIsNotMapped)
-{
-    Bench bench(UnitOptions());
-    ASSERT_TRUE(bench.Updater().ConnectDevice());
-    EXPECT_TRUE(bench.Updater().GetOtp(0x50000000, 64).empty());
-    EXPECT_FALSE(bench.Updater().GetOtp(0x1FFF7000, 64).empty());
 }
 
 // The parameter with which each kind has an effect.
@@ -224,57 +171,6 @@ uint32_t ParameterOf(FaultKind kind)
     }
 }
 
-// How many of the conversation's answers or requests a single fault may hit without harm.
-unsigned HarmlessStrikes(FaultKind kind)
-{
-    constexpr unsigned kWrites = 17 + 1 + 1;  // the image, its trailer, the marker
-    switch (kind) {
-        case FaultKind::kNackCommand:
-        case FaultKind::kNackWriteCommand:
-        case FaultKind::kNackWriteAddress:
-        case FaultKind::kNackWriteData:
-            return kWrites;  // a refused write is repeated
-        case FaultKind::kGarbageAnswer:
-            return 2;  // the bootloader's version, which is not compared, and the very last answer
-        case FaultKind::kExtraByte:
-            return 2;  // after both answers to the jump nothing is read
-        case FaultKind::kCutAnswer:
-            // Answers of one byte, which stay whole: sync, Get, Get ID, three Reads, Get Version,
-            // the erase, three of each write, Go.
-            return 1 + 2 + 2 + 3 * 3 + 2 + 2 + 3 * kWrites + 2;
-        case FaultKind::kDropAnswer:
-        case FaultKind::kLateAnswer:
-            return 1;  // the very last answer
-        default:
-            return 0;
-    }
-}
-
-struct FaultyRun {
-    unsigned strikes;
-    Result result;
-    bool flash_is_right;
-    Result second_try;
-    bool flash_is_right_after_second_try;
-};
-
-// Runs a session with a single fault, and another one after a reset.
-FaultyRun RunWithFault(FaultKind kind, unsigned at)
-{
-    Bench bench(UnitOptions());
-    auto const image = PatternImage(2 * 2048 + 64);
-    auto const expected = WithTrailer(image);
-    FaultyRun run{};
-    bench.Unit().Faults().Add({kind, at, 1, ParameterOf(kind)});
-    run.result = bench.Run(image);
-    run.strikes = bench.Unit().Faults().Strikes();
-    run.flash_is_right = bench.Flash(expected.size()) == expected;
-    bench.Unit().Faults().Clear();
-    run.second_try = bench.Run(image);
-    run.flash_is_right_after_second_try = bench.Flash(expected.size()) == expected;
-    return run;
-}
-
 std::string NameOf(::testing::TestParamInfo<FaultKind> const& info)
 {
     std::string name(simulator::GetName(info.param));
@@ -284,28 +180,34 @@ std::string NameOf(::testing::TestParamInfo<FaultKind> const& info)
 
 class FaultTest : public ::testing::TestWithParam<FaultKind> {};
 
-TEST_P(FaultTest, EndsTheOperationWhereItStrikesAndIsGoneAfterAReset)
+// The fault matrix proves with which text an operation fails. Here success means that the flash is
+// right, and nothing outlasts a reset.
+TEST_P(FaultTest, NeverPassesForASuccessAndIsGoneAfterAReset)
 {
     constexpr unsigned kMoreThanAllSteps = 120;
+    auto const image = PatternImage(2 * 2048 + 64);
     unsigned struck = 0;
-    unsigned harmless = 0;
+    unsigned failed = 0;
     for (unsigned at = 1; at <= kMoreThanAllSteps; ++at) {
         SCOPED_TRACE("strikes at " + std::to_string(at));
-        auto const run = RunWithFault(GetParam(), at);
-        struck += run.strikes;
-        harmless += run.strikes > 0 && run.result.All() ? 1 : 0;
-        if (run.strikes == 0) {
-            EXPECT_TRUE(run.result.All());
-        }
-        if (run.result.updated) {
-            EXPECT_TRUE(run.flash_is_right);
-        }
-        EXPECT_TRUE(run.second_try.All());
-        EXPECT_TRUE(run.flash_is_right_after_second_try);
+        Bench bench(UnitOptions());
+        auto const holds_image = [&] { return bench.Flash(image.size()) == WithTrailer(image); };
+        bench.Unit().Faults().Add({GetParam(), at, 1, ParameterOf(GetParam())});
+        auto const result = bench.Run(image);
+        auto const strikes = bench.Unit().Faults().Strikes();
+        struck += strikes;
+        failed += result.All() ? 0 : 1;
+        EXPECT_TRUE(strikes > 0 || result.All());
+        EXPECT_TRUE(!result.updated || holds_image());
+
+        bench.Unit().Faults().Clear();
+        EXPECT_TRUE(bench.Run(image).All());
+        EXPECT_TRUE(holds_image());
     }
     EXPECT_GT(struck, 0U);
     EXPECT_LT(struck, kMoreThanAllSteps);
-    EXPECT_EQ(harmless, HarmlessStrikes(GetParam()));
+    // Refused writes are repeated; no other kind goes unnoticed.
+    EXPECT_TRUE(failed > 0 || simulator::GetName(GetParam()).starts_with("nack-write"));
 }
 
 INSTANTIATE_TEST_SUITE_P(All, FaultTest, ::testing::ValuesIn(simulator::kStm32FaultKinds), NameOf);

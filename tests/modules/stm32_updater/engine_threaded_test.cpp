@@ -14,42 +14,28 @@ protected:
     ThreadedTest() { Rebuild({.real_waits = true}); }
 };
 
+// Connected on one thread, updated on another.
 TEST_F(ThreadedTest, RunsAWholeUpdate)
 {
     uart.AnswerFromAnotherThread();
     Connect();
-    auto const image = PatternImage(4 * 8192 + 8);
+    auto const image = PatternImage(2 * 2048 + 8);
     auto const otp = PatternImage(32);
     uart.Expect({0x11, 0xEE}).Answer({0x79});
     uart.Expect({0x1F, 0xFF, 0x70, 0x00, 0x90}).Answer({0x79});
     uart.Expect({0x1F, 0xE0}).Answer({0x79}).Answer(otp);
     EXPECT_EQ(updater->GetOtp(kOtp, 32), otp);
     ExpectGetVersion();
-    uart.Expect({0x44, 0xBB}).Answer({0x79});
-    auto pages = ToBytes({0x00, 0x10});
-    for (int page = 0; page < 17; ++page) {
-        pages = Join(std::move(pages), ToBytes({0, page}));
+    ExpectExtendedErase({0x00, 0x02, 0x00, 0x00, 0x00, 0x01, 0x00, 0x02, 0x01});
+    for (uint32_t offset = 0; offset < 2 * 2048; offset += 256) {
+        ExpectWrite(AddressBytes(0x08000000 + offset), Slice(image, offset, 256));
     }
-    uart.Expect(WithXor(pages)).Answer({0x79});
-    for (size_t offset = 0; offset < 4 * 8192; offset += 256) {
-        int const high = static_cast<int>(offset >> 8);
-        ExpectWrite(ToBytes({0x08, 0x00, high, 0x00, 0x08 ^ high}), Slice(image, offset, 256));
-    }
-    ExpectWrite(ToBytes({0x08, 0x00, 0x80, 0x00, 0x88}), TrailerOf(image));
+    ExpectWrite({0x08, 0x00, 0x10, 0x00, 0x18}, TrailerOf(image));
 
-    EXPECT_TRUE(Update(image));
+    std::jthread([&] { EXPECT_TRUE(Update(image)); }).join();
 
     EXPECT_SCRIPT_DONE();
     updater->DisconnectDevice();
-}
-
-TEST_F(ThreadedTest, OpensManySessionsOneAfterTheOther)
-{
-    uart.AnswerFromAnotherThread();
-    for (int i = 0; i < 5; ++i) {
-        Connect();
-        updater->DisconnectDevice();
-    }
 }
 
 TEST_F(ThreadedTest, SurvivesAUnitThatNeverStopsTalking)
@@ -70,17 +56,6 @@ TEST_F(ThreadedTest, SurvivesAUnitThatNeverStopsTalking)
     }
     updater->DisconnectDevice();
     stop = true;
-}
-
-TEST_F(ThreadedTest, AnotherThreadMayBeTheOneThatUpdates)
-{
-    Connect();
-    uart.Expect({0x01, 0xFE}).Answer({0x79, 0x31, 0x00, 0x00, 0x1F});
-    uart.AnswerFromAnotherThread();
-
-    std::jthread([&] {
-        ExpectUpdateFails(PatternImage(16), "NACK received, command Get Ver Rops");
-    }).join();
 }
 
 TEST(RxQueueThreaded, KeepsTheOrderBetweenTwoThreads)

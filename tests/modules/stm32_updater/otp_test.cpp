@@ -1,4 +1,6 @@
 // Reading the one-time-programmable area: its pieces, and what becomes of a piece that fails.
+#include <algorithm>
+
 #include "tests/modules/stm32_updater/updater_fixture.h"
 
 namespace stm32_updater::test {
@@ -14,7 +16,7 @@ protected:
     void SetUp() override { Connect(); }
 
     // One Read Memory: command, address, count; `answer` follows the last ACK.
-    Exchange& ExpectRead(std::initializer_list<int> address, std::initializer_list<int> count,
+    Exchange& ExpectRead(Bytes const& address, std::initializer_list<int> count,
                          Bytes const& answer)
     {
         uart.Expect({0x11, 0xEE}).Answer({0x79});
@@ -32,68 +34,34 @@ protected:
         EXPECT_SCRIPT_DONE();
     }
 
-    static constexpr std::initializer_list<int> kAddress = {0x1F, 0xFF, 0x70, 0x00, 0x90};
+    Bytes const otp_address = ToBytes({0x1F, 0xFF, 0x70, 0x00, 0x90});
 };
-
-TEST_F(OtpTest, ReadsASmallAreaAtOnce)
-{
-    auto const otp = ToBytes({0x11, 0x47, 0x23, 0x01, 0x79, 0x1F, 0x00, 0xFF});
-    ExpectRead({0x1F, 0xFF, 0x70, 0x00, 0x90}, {0x07, 0xF8}, otp);
-
-    EXPECT_EQ(updater->GetOtp(kOtp, 8), otp);
-    EXPECT_SCRIPT_DONE();
-}
 
 TEST_F(OtpTest, ReadsInPiecesOf32BytesTheLastOneShorter)
 {
-    auto const otp = PatternImage(40);
-    ExpectRead({0x1F, 0xFF, 0x70, 0x00, 0x90}, {0x1F, 0xE0}, Slice(otp, 0, 32));
-    ExpectRead({0x1F, 0xFF, 0x70, 0x20, 0xB0}, {0x07, 0xF8}, Slice(otp, 32, 8));
-
-    EXPECT_EQ(updater->GetOtp(kOtp, 40), otp);
-    EXPECT_SCRIPT_DONE();
-}
-
-TEST_F(OtpTest, ReadsA512ByteAreaInSixteenPieces)
-{
-    auto const otp = PatternImage(512);
-    for (unsigned i = 0; i < 16; ++i) {
-        int const high = 0x70 + static_cast<int>(i / 8);
-        int const low = static_cast<int>(i % 8) * 0x20;
-        ExpectRead({0x1F, 0xFF, high, low, 0x1F ^ 0xFF ^ high ^ low}, {0x1F, 0xE0},
-                   Slice(otp, i * size_t{32}, 32));
+    struct {
+        uint32_t address;
+        size_t size;
+    } const rows[] = {{kOtp, 0}, {0x0BFA0004, 1}, {kOtp, 32}, {kOtp, 40}, {kOtp, 512}};
+    for (auto const& [address, size] : rows) {
+        auto const otp = PatternImage(size);
+        for (size_t offset = 0; offset < size; offset += 32) {
+            auto const piece = Slice(otp, offset, std::min<size_t>(32, size - offset));
+            auto const count = static_cast<int>(piece.size()) - 1;
+            ExpectRead(AddressBytes(address + static_cast<uint32_t>(offset)), {count, 0xFF ^ count},
+                       piece);
+        }
+        EXPECT_EQ(updater->GetOtp(address, size), otp) << size;
+        EXPECT_SCRIPT_DONE();
     }
-
-    EXPECT_EQ(updater->GetOtp(kOtp, 512), otp);
-    EXPECT_SCRIPT_DONE();
 }
 
-TEST_F(OtpTest, ReadsASingleByteAtAnyAddress)
+TEST_F(OtpTest, ReturnsNoBytesOfTheFirstPieceWhenTheSecondFailsAndCanBeRepeated)
 {
-    ExpectRead({0x0B, 0xFA, 0x00, 0x04, 0xF5}, {0x00, 0xFF}, ToBytes({0xA5}));
-
-    EXPECT_EQ(updater->GetOtp(0x0BFA0004, 1), ToBytes({0xA5}));
-    EXPECT_SCRIPT_DONE();
-}
-
-TEST_F(OtpTest, SendsNothingForNoBytes)
-{
-    EXPECT_THAT(updater->GetOtp(kOtp, 0), IsEmpty());
-    EXPECT_SCRIPT_DONE();
-}
-
-TEST_F(OtpTest, ReturnsNoBytesOfTheFirstPieceWhenTheSecondFails)
-{
-    ExpectRead(kAddress, {0x1F, 0xE0}, PatternImage(32));
+    ExpectRead(otp_address, {0x1F, 0xE0}, PatternImage(32));
     uart.Expect({0x11, 0xEE}).Answer({0x1F});
     ExpectReadFails("NACK received, command Read", 64);
-}
-
-TEST_F(OtpTest, ReadsAgainAfterAFailure)
-{
-    uart.Expect({0x11, 0xEE}).Answer({0x1F});
-    ExpectReadFails("NACK received, command Read");
-    ExpectRead(kAddress, {0x00, 0xFF}, ToBytes({0xA5}));
+    ExpectRead(otp_address, {0x00, 0xFF}, ToBytes({0xA5}));
 
     EXPECT_EQ(updater->GetOtp(kOtp, 1), ToBytes({0xA5}));
 }
@@ -101,7 +69,7 @@ TEST_F(OtpTest, ReadsAgainAfterAFailure)
 // Two bytes come while the engine waits, the third does not: each wait has the whole second.
 TEST_F(OtpTest, GivesEveryByteATimeLimitOfItsOwn)
 {
-    ExpectRead(kAddress, {0x02, 0xFD}, {});
+    ExpectRead(otp_address, {0x02, 0xFD}, {});
     time.arrivals = {[this] { uart.Receive({0x01}); }, [this] { uart.Receive({0x02}); }};
 
     ExpectReadFails("receive timeout for 3 bytes, command Read", 3);
@@ -116,14 +84,14 @@ TEST_F(OtpTest, LosesTheByteThatFindsSixtyFourUnreadOnes)
 {
     Bytes flood(63, std::byte{0x79});
     flood.push_back(std::byte{0x55});  // lost: it would be an invalid answer
-    ExpectRead(kAddress, {0x1F, 0xE0}, flood);
+    ExpectRead(otp_address, {0x1F, 0xE0}, flood);
     EXPECT_EQ(updater->GetOtp(kOtp, 32), Bytes(32, std::byte{0x79}));
     uart.Expect({0x11, 0xEE});
-    uart.Expect(kAddress);
+    uart.Expect(otp_address);
     uart.Expect({0x1B, 0xE4});  // 3 ACKs and 28 bytes: all 31
     EXPECT_EQ(updater->GetOtp(kOtp, 28), Bytes(28, std::byte{0x79}));
 
-    ExpectRead(kAddress, {0x01, 0xFE}, ToBytes({0xA5, 0x5A}));
+    ExpectRead(otp_address, {0x01, 0xFE}, ToBytes({0xA5, 0x5A}));
     EXPECT_EQ(updater->GetOtp(kOtp, 2), ToBytes({0xA5, 0x5A}));
     EXPECT_SCRIPT_DONE();
 }
@@ -133,7 +101,7 @@ TEST_F(OtpTest, LosesTheByteThatFindsSixtyFourUnreadOnes)
 TEST_F(OtpTest, IgnoresWakeUpsThatAreLeftOver)
 {
     for (int i = 0; i < 8; ++i) {
-        ExpectRead(kAddress, {0x1F, 0xE0}, PatternImage(32));
+        ExpectRead(otp_address, {0x1F, 0xE0}, PatternImage(32));
         ASSERT_EQ(updater->GetOtp(kOtp, 32), PatternImage(32));
     }
     uart.Expect({0x11, 0xEE});

@@ -116,11 +116,12 @@ bool UpdaterTest::Update(Bytes const& image, unsigned address)
     return updater->Update(image, progress, address);
 }
 
-void UpdaterTest::ExpectUpdateFails(Bytes const& image, std::string const& message)
+void UpdaterTest::ExpectUpdateFails(Bytes const& image, std::string const& message,
+                                    unsigned address)
 {
     bool updated = true;
     auto const lines = log.Lines().size();
-    auto const printed = Printed([&] { updated = Update(image); });
+    auto const printed = Printed([&] { updated = Update(image, address); });
     EXPECT_FALSE(updated);
     EXPECT_THAT(printed, IsFailure(message));
     ASSERT_EQ(log.Lines().size(), lines + 1);

@@ -92,7 +92,8 @@ protected:
     bool Update(Bytes const& image, unsigned address = 0x08000000);
 
     // An update that has to fail with exactly this message, printed and logged once.
-    void ExpectUpdateFails(Bytes const& image, std::string const& message);
+    void ExpectUpdateFails(Bytes const& image, std::string const& message,
+                           unsigned address = 0x08000000);
 
     // The events that begin with `prefix`, in order.
     std::vector<std::string> EventsWith(std::string const& prefix) const;

@@ -9,14 +9,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-// 0x08000000 + `offset` as its five bytes.
-Bytes FlashAddress(size_t offset)
-{
-    Bytes address{std::byte{0x08}, static_cast<std::byte>(offset >> 16 & 0xFF),
-                  static_cast<std::byte>(offset >> 8 & 0xFF),
-                  static_cast<std::byte>(offset & 0xFF)};
-    return WithXor(address);
-}
+constexpr uint32_t kFlash = 0x08000000;
 
 class WriteTest : public UpdaterTest {
 protected:
@@ -38,50 +31,14 @@ protected:
     void ExpectUpdate(Bytes const& image)
     {
         ExpectStart();
-        auto const body = image.size() - 8;
-        for (size_t offset = 0; offset < body; offset += 256) {
-            ExpectWrite(FlashAddress(offset),
-                        Slice(image, offset, std::min<size_t>(256, body - offset)));
+        auto const body = static_cast<uint32_t>(image.size()) - 8;
+        for (uint32_t offset = 0; offset < body; offset += 256) {
+            ExpectWrite(AddressBytes(kFlash + offset),
+                        Slice(image, offset, std::min(256U, body - offset)));
         }
-        ExpectWrite(FlashAddress(body), TrailerOf(image));
+        ExpectWrite(AddressBytes(kFlash + body), TrailerOf(image));
     }
 };
-
-TEST_F(WriteTest, SendsEveryByteOfAShortUpdate)
-{
-    uart.Expect({0x01, 0xFE}).Answer({0x79, 0x31, 0x00, 0x00, 0x79});
-    uart.Expect({0x44, 0xBB}).Answer({0x79});
-    uart.Expect({0xFF, 0xFF, 0x00}).Answer({0x79});
-    uart.Expect({0x31, 0xCE}).Answer({0x79});
-    uart.Expect({0x08, 0x00, 0x00, 0x00, 0x08}).Answer({0x79});
-    uart.Expect({0x07, 0x10, 0x11, 0x12, 0x13, 0x14, 0x15, 0x16, 0x17, 0x07}).Answer({0x79});
-    uart.Expect({0x31, 0xCE}).Answer({0x79});
-    uart.Expect({0x08, 0x00, 0x00, 0x08, 0x00}).Answer({0x79});
-    uart.Expect({0x07, 0x18, 0x19, 0x1A, 0x1B, 0x05, 0x00, 0x00, 0x00, 0x02}).Answer({0x79});
-    auto const image = ToBytes({0x10, 0x11, 0x12, 0x13, 0x14, 0x15, 0x16, 0x17, 0x18, 0x19, 0x1A,
-                                0x1B, 0x1C, 0x1D, 0x1E, 0x1F});
-
-    bool updated = false;
-    auto const printed = Printed([&] { updated = Update(image); });
-
-    EXPECT_TRUE(updated);
-    EXPECT_THAT(printed, IsEmpty());
-    EXPECT_THAT(log.Lines(), IsEmpty());
-    EXPECT_SCRIPT_DONE();
-}
-
-TEST_F(WriteTest, ReplacesTheLastFourBytesByTheMcuIdAndZeros)
-{
-    Rebuild({.mcu_id = 0xC3, .mass_erase = true});
-    Connect();
-    auto const image = PatternImage(64);
-    ExpectStart();
-    ExpectWrite(FlashAddress(0), Slice(image, 0, 56));
-    ExpectWrite(FlashAddress(56), TrailerOf(image, 0xC3));
-
-    EXPECT_TRUE(Update(image));
-    EXPECT_SCRIPT_DONE();
-}
 
 // The trailer is never joined with the block before it.
 TEST_F(WriteTest, WritesBlocksOf256BytesAndThenTheTrailer)
@@ -106,15 +63,6 @@ TEST_F(WriteTest, WritesAtTheGivenAddress)
     EXPECT_SCRIPT_DONE();
 }
 
-TEST_F(WriteTest, WritesToTheStartOfFlashWithoutAnAddress)
-{
-    auto const image = PatternImage(16);
-    ExpectUpdate(image);
-
-    EXPECT_TRUE(updater->Update(image, [](auto, unsigned) {}));
-    EXPECT_SCRIPT_DONE();
-}
-
 TEST_F(WriteTest, SendsNothingForAnImageWithoutRoomForATrailer)
 {
     for (size_t const size : {0U, 4U, 7U}) {
@@ -123,16 +71,20 @@ TEST_F(WriteTest, SendsNothingForAnImageWithoutRoomForATrailer)
     EXPECT_THAT(uart.Events(), IsEmpty());
 }
 
-TEST_F(WriteTest, RunsTheClosingHooksInThisOrder)
+TEST_F(WriteTest, StampsTheMcuIdIntoTheTrailerAndThenRunsTheClosingHooks)
 {
+    Rebuild({.mcu_id = 0xC3, .mass_erase = true});
+    EXPECT_EQ(updater->GetMcuId(), 0xC3);
+    Connect();
     auto const image = PatternImage(8);
-    ExpectUpdate(image);
+    ExpectStart();
+    ExpectWrite(AddressBytes(kFlash), TrailerOf(image, 0xC3));
 
     ASSERT_TRUE(Update(image));
 
     EXPECT_THAT(uart.Events(), ElementsAre("progress 1 0", "send 01 fe", "send 44 bb",
                                            "send ff ff 00", "send 31 ce", "send 08 00 00 00 08",
-                                           "send 07 01 08 0f 16 05 00 00 00 12", "first hook",
+                                           "send 07 01 08 0f 16 c3 00 00 00 d4", "first hook",
                                            "line b off", "line a on", "second hook"));
 }
 
@@ -171,6 +123,7 @@ TEST_F(WriteTest, ReportsProgressAtEveryEightKibibytesRoundedDown)
     }
 }
 
+// Without an address an update is written to the start of flash.
 TEST_F(WriteTest, ReportsToTheCallbackOfTheUpdateInProgress)
 {
     std::vector<unsigned> first;
@@ -227,18 +180,13 @@ protected:
     Bytes const image = PatternImage(16);
 };
 
-TEST_F(UpdateWithoutSessionTest, FailsBeforeTheFirstConnect)
+TEST_F(UpdateWithoutSessionTest, FailsUntilAConnectGetsAnAnswer)
 {
     ExpectUpdateFails(image, kNoGetVersion);
-    EXPECT_THAT(EventsWith("send"), IsEmpty());
-}
-
-TEST_F(UpdateWithoutSessionTest, FailsAfterAConnectThatGotNoAnswer)
-{
     uart.Expect({0x7F});
     Printed([&] { EXPECT_FALSE(updater->ConnectDevice()); });
-
     ExpectUpdateFails(image, kNoGetVersion);
+
     EXPECT_THAT(EventsWith("send"), ElementsAre("send 7f"));
 }
 
@@ -256,11 +204,9 @@ TEST_F(UpdateWithoutSessionTest, FailsAfterAConnectThatRefusedTheProductId)
     EXPECT_THAT(EventsWith("line b off"), IsEmpty());
 }
 
-// The second list has every code but that of Get Version.
+// The list has every code but that of Get Version.
 TEST_F(UpdateWithoutSessionTest, FailsOnAUnitThatDoesNotListGetVersion)
 {
-    Connect({});
-    ExpectUpdateFails(image, kNoGetVersion);
     Connect({0x00, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x10, 0x11, 0x20,
              0x21, 0x31, 0x41, 0x43, 0x44, 0x50, 0x63, 0x73, 0x81, 0xFF});
     ExpectUpdateFails(image, kNoGetVersion);
