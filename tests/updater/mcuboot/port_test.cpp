@@ -13,6 +13,7 @@
 #include "mcuboot/limits.h"
 #include "simulator/simulated_unit.h"
 #include "tests/support/collected_log.h"
+#include "tests/support/pattern_image.h"
 #include "updater/mcuboot_serial_updater.h"
 
 namespace {
@@ -110,10 +111,7 @@ TEST_F(RecoveryPort, IsOpenedWithTheGivenRateAndEightBitsWithoutParity)
 
 TEST_F(RecoveryPort, CarriesAWholeUpdate)
 {
-    QByteArray image;
-    for (int i = 0; i < 5000; ++i) {
-        image.append(static_cast<char>((7 * i + 3) % 256));
-    }
+    auto const image = PatternImage<QByteArray>(5000);
     ASSERT_TRUE(updater_.connect(name_));
     EXPECT_TRUE(updater_.verifyDeviceId({12}));
     EXPECT_TRUE(Upload(image));
