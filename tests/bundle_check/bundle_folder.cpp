@@ -176,6 +176,23 @@ void ExpectFindings(QByteArray const& table, void (BundleFolder::*use)())
     }
 }
 
+void ExpectFindings(std::initializer_list<ChangedLines> rows, void (BundleFolder::*use)())
+{
+    for (auto const& [lines, finding, is_only] : rows) {
+        BundleFolder bundle;
+        if (use != nullptr) {
+            (bundle.*use)();
+        }
+        for (auto const& [key, value] : lines) {
+            value == nullptr ? bundle.Remove(key) : bundle.Set(key, value);
+        }
+        EXPECT_TRUE(*finding == '\0' ? FindsNothing(bundle)
+                    : is_only        ? FindsOnly(bundle, finding)
+                                     : Finds(bundle, finding))
+            << lines.front().first.data() << ": " << finding;
+    }
+}
+
 QByteArray ReadDemonstrationFont(QString const& style)
 {
     QFile font(QStringLiteral(FW_DEMONSTRATION_RESOURCES "/KelvaneSans-%1.otf").arg(style));
