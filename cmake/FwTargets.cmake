@@ -42,7 +42,7 @@ if(FW_COMPILE_ONLY)
 endif()
 
 # Names in the anonymous namespaces of these still clash.
-set(fw_clashing_targets mcuboot bundle_checker simulator main_window_test)
+set(fw_clashing_targets mcuboot bundle_checker simulator)
 
 # Everything that ships to customers and vendors.
 add_custom_target(shipped)

@@ -47,8 +47,6 @@ protected:
     }
 };
 
-auto const kError = u"Error connecting to device \u2014 Disconnect device and repeat step 1-3"_s;
-
 }  // namespace
 
 TEST_F(Accessibility, NamesButtonAndBarInEveryStateOfAnUpdate)
@@ -77,12 +75,12 @@ TEST_F(Accessibility, DescribesFailuresByTheBarsText)
 {
     MakeWindow();
     ReportStatus(ConnectionStatus::VerificationFailed);
-    Expect(u"UPDATE"_s, true, kError, u"0"_s);
+    Expect(u"UPDATE"_s, true, kErrorText, u"0"_s);
 
     ReportStatus(ConnectionStatus::Connected);
     StartUpdate();
     FinishUpdate(false);
-    Expect(u"UPDATING"_s, true, kError, u"0"_s);
+    Expect(u"UPDATING"_s, true, kErrorText, u"0"_s);
 }
 
 TEST_F(Accessibility, DescribesTheEraseOverUsb)

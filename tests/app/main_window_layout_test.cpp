@@ -62,26 +62,24 @@ TEST_F(MainWindowLayout, CannotBeResized)
     EXPECT_EQ(window_->centralWidget()->size(), fixed);
 }
 
-TEST_F(MainWindowLayout, ShowsTheConfiguredTexts)
+TEST_F(MainWindowLayout, ShowsTheConfiguredTextsAndEmptiesTheLabelsOfAbsentOnes)
 {
-    ini_.SetText(
-        "window_title=\"Lumen, updater\"\ninstructions_text=\"1. Plug in\\n2. Reset\"\n"
-        "product_text=Lumen\nfw_version=1.2.3\n");
-    MakeWindow();
+    struct {
+        char const* ini;
+        QStringList shown;  // title, instructions, product, version
+    } const rows[] = {
+        {"window_title=\"Lumen, updater\"\ninstructions_text=\"1. Plug in\\n2. Reset\"\n"
+         "product_text=Lumen\nfw_version=1.2.3\n",
+         {u"Lumen, updater"_s, u"1. Plug in\n2. Reset"_s, u"Lumen"_s, u"1.2.3"_s}},
+        {"", {u"Kelvane firmware updater"_s, u""_s, u""_s, u""_s}},
+    };
+    for (auto const& [ini, shown] : rows) {
+        ini_.SetText(ini);
+        MakeWindow();
 
-    EXPECT_EQ(window_->windowTitle(), u"Lumen, updater"_s);
-    EXPECT_EQ(Label("instructionsLabel").text(), u"1. Plug in\n2. Reset"_s);
-    EXPECT_EQ(Label("productLabel").text(), u"Lumen"_s);
-    EXPECT_EQ(Label("versionNumberLabel").text(), u"1.2.3"_s);
-}
-
-TEST_F(MainWindowLayout, EmptiesTheLabelsOfAbsentTexts)
-{
-    MakeWindow();
-
-    EXPECT_EQ(window_->windowTitle(), u"Kelvane firmware updater"_s);
-    for (auto const* label : {"instructionsLabel", "productLabel", "versionNumberLabel"}) {
-        EXPECT_EQ(Label(label).text(), QString()) << label;
+        EXPECT_EQ(QStringList({window_->windowTitle(), Label("instructionsLabel").text(),
+                               Label("productLabel").text(), Label("versionNumberLabel").text()}),
+                  shown);
     }
 }
 
@@ -202,6 +200,8 @@ TEST_F(MainWindowLayout, UsesTheProductsFonts)
 
 TEST_F(MainWindowLayout, ReadsTheImageOfEveryProductThatHasOne)
 {
+    MakeWindow();
+    EXPECT_TRUE(window_->readBinaries().isEmpty()) << "without products";
     ini_.SetText("product_list=Lumen:10c4:ea60, Flash:0483:df11, Halo:1:2\n");
     QByteArray const image("\x00\x01\x0D\x0A\xFF", 5);
     ini_.Write(u"Lumen.bin"_s, image);
@@ -211,11 +211,4 @@ TEST_F(MainWindowLayout, ReadsTheImageOfEveryProductThatHasOne)
 
     EXPECT_EQ(window_->readBinaries(),
               (QMap<QString, QByteArray>{{u"Flash"_s, {}}, {u"Halo"_s, {}}, {u"Lumen"_s, image}}));
-}
-
-TEST_F(MainWindowLayout, ReadsNoImageWithoutProducts)
-{
-    MakeWindow();
-
-    EXPECT_TRUE(window_->readBinaries().isEmpty());
 }

@@ -17,7 +17,6 @@
 #include <vector>
 
 #include "runtime/console.h"
-#include "tests/support/warnings.h"
 
 using namespace Qt::StringLiterals;
 
@@ -101,18 +100,12 @@ TEST(LogDirectory, IsWhereTheSystemKeepsSuchFiles)
     }
 }
 
-TEST_F(SupportLogTest, StampsEveryEntryWithItsTime)
+TEST_F(SupportLogTest, StampsEveryEntryIndentsItsFurtherLinesAndContinuesAnEarlierRun)
 {
     log_.Write(u"one");
-    log_.Write(u"two");
+    SupportLog(Directory()).Write(u"\ntwo\nthree\n");
     EXPECT_THAT(Lines(), ElementsAre(MatchesRegex(std::string(kTime) + "one"),
-                                     MatchesRegex(std::string(kTime) + "two")));
-}
-
-TEST_F(SupportLogTest, IndentsFurtherLinesOfAnEntry)
-{
-    log_.Write(u"\none\ntwo\n");
-    EXPECT_THAT(Lines(), ElementsAre(EndsWith(" one"), "    two"));
+                                     MatchesRegex(std::string(kTime) + "two"), "    three"));
 }
 
 TEST_F(SupportLogTest, CanBeReadByItsOwnerOnly)
@@ -121,13 +114,6 @@ TEST_F(SupportLogTest, CanBeReadByItsOwnerOnly)
     struct stat status = {};
     ASSERT_EQ(stat(log_.CurrentFile().toLocal8Bit().constData(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777, mode_t{0600});
-}
-
-TEST_F(SupportLogTest, ContinuesTheFileOfAnEarlierRun)
-{
-    log_.Write(u"earlier");
-    SupportLog(Directory()).Write(u"later");
-    EXPECT_THAT(Lines(), ElementsAre(EndsWith(" earlier"), EndsWith(" later")));
 }
 
 TEST_F(SupportLogTest, KeepsTenFilesOfAMillionBytes)
@@ -230,23 +216,7 @@ TEST_F(SupportLogTest, StopsAtItsSizeWhenOlderFilesCannotBeMoved)
 
 // ---- The tap ----
 
-TEST_F(SupportLogTest, RecordsQtsLogging)
-{
-    ExpectWarning(std::string("three"));
-    ExpectWarning(std::string("four"));
-    {
-        SupportLogTap const tap(log_);
-        qDebug() << "one" << 1;
-        qInfo() << "two";
-        qWarning() << "three";
-        qCritical() << "four";
-    }
-    qDebug() << "after";
-    EXPECT_THAT(Lines(), ElementsAre(EndsWith(" debug: one 1"), EndsWith(" info: two"),
-                                     EndsWith(" warning: three"), EndsWith(" critical: four")));
-}
-
-TEST_F(SupportLogTest, PassesQtsLoggingOn)
+TEST_F(SupportLogTest, RecordsQtsLoggingAndPassesItOn)
 {
     static QStringList heard;
     heard.clear();
@@ -254,11 +224,16 @@ TEST_F(SupportLogTest, PassesQtsLoggingOn)
         [](QtMsgType, QMessageLogContext const&, QString const& text) { heard.append(text); });
     {
         SupportLogTap const tap(log_);
-        qWarning("during");
+        qDebug() << "one" << 1;
+        qInfo() << "two";
+        qWarning() << "three";
+        qCritical() << "four";
     }
     qWarning("after");
     qInstallMessageHandler(before);
-    EXPECT_EQ(heard, QStringList({u"during"_s, u"after"_s}));
+    EXPECT_THAT(Lines(), ElementsAre(EndsWith(" debug: one 1"), EndsWith(" info: two"),
+                                     EndsWith(" warning: three"), EndsWith(" critical: four")));
+    EXPECT_EQ(heard, QStringList({u"one 1"_s, u"two"_s, u"three"_s, u"four"_s, u"after"_s}));
 }
 
 TEST_F(SupportLogTest, RecordsWhatTheSharedCodePrints)

@@ -21,6 +21,9 @@ class WindowTest : public testing::Test {
 protected:
     static constexpr int kPatience = 15'000;  // milliseconds
     static constexpr std::chrono::milliseconds kNever{3'600'000};
+    // U+2014 is the em dash.
+    static inline QString const kErrorText =
+        QStringLiteral("Error connecting to device \u2014 Disconnect device and repeat step 1-3");
 
     WindowTest() { record_->answers = false; }
 
