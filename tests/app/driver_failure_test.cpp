@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <QElapsedTimer>
-#include <algorithm>
 
 #include "tests/app/driver_fixture.h"
 #include "tests/support/collected_log.h"
@@ -108,10 +107,7 @@ protected:
 
     bool HasRun(char const* beginning) const
     {
-        auto const journal = driver_.Journal();
-        return std::ranges::any_of(journal, [&](QString const& line) {
-            return line.startsWith(QLatin1String(beginning));
-        });
+        return (u'\n' + driver_.Journal().join(u'\n')).contains(u'\n' + QLatin1String(beginning));
     }
 
     // Installs the row's driver, and lets the row's tool do what it does there.

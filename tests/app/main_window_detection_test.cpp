@@ -51,15 +51,6 @@ protected:
 
 }  // namespace
 
-TEST_F(MainWindowDetection, KeepsLookingWithoutAUnit)
-{
-    environment_.intervals = {.first = 1ms, .after_connect = kNever, .idle = 5ms};
-    MakeWindow();
-
-    EXPECT_TRUE(WaitForLooks(5));
-    EXPECT_EQ(record_->Events(), QStringList());
-}
-
 TEST_F(MainWindowDetection, ConnectsToTheOnlyUnitWithTheConfiguredModels)
 {
     ports_ = {{u"ttyS0"_s, std::nullopt, std::nullopt},
@@ -74,11 +65,13 @@ TEST_F(MainWindowDetection, ConnectsToTheOnlyUnitWithTheConfiguredModels)
     EXPECT_EQ(tool_.ProcessIds().size(), 0) << "dfu-util is for the USB transport";
 }
 
-TEST_F(MainWindowDetection, AsksAgainUntilTheUnitIsReady)
+TEST_F(MainWindowDetection, KeepsLookingWithoutAUnitAndAsksAgainUntilOneIsReady)
 {
-    environment_.intervals = {.first = 1ms, .after_connect = 5ms, .idle = kNever};
-    ports_ = {Lumen(u"ttyUSB0"_s)};
+    environment_.intervals = {.first = 1ms, .after_connect = 5ms, .idle = 5ms};
     MakeWindow();
+    EXPECT_TRUE(WaitForLooks(5));
+    EXPECT_EQ(record_->Events(), QStringList());
+    ports_ = {Lumen(u"ttyUSB0"_s)};
 
     ASSERT_TRUE(WaitForCalls(u"connect"_s, 2));
     for (auto const status :
@@ -128,15 +121,6 @@ TEST_F(MainWindowDetection, EndsForGoodWithTwoUnitsWhileNoneIsReady)
 
     EXPECT_FALSE(QTest::qWaitFor([&] { return looks_ > 1; }, 50));
     EXPECT_EQ(record_->Events(), QStringList());
-}
-
-TEST_F(MainWindowDetection, CountsAnAdapterOnceOnMacos)
-{
-    environment_.product_type = u"macos"_s;
-    ports_ = {Lumen(u"tty.usbserial-1"_s), Lumen(u"cu.usbserial-1"_s)};
-    MakeWindow();
-
-    EXPECT_EQ(Look(), QStringList({u"connect \"cu.usbserial-1\" [12 44] verify"_s}));
 }
 
 TEST_F(MainWindowUsbDetection, ConnectsOnceToTheOnlyDeviceAndStopsLooking)

@@ -113,20 +113,14 @@ TEST_F(MainWindowLayout, ShowsTheTargetTypeInYellowExceptToCustomers)
     }
 }
 
-TEST_F(MainWindowLayout, ShowsTheOtherTextsInWhite)
+TEST_F(MainWindowLayout, StretchesThePictureOverTheWholeWindowIfThereIsOne)
 {
-    CopyProductFonts();
-    ini_.SetText("product_text=Lumen\nfw_version=8.8\ninstructions_text=Instructions\n");
+    ASSERT_TRUE(ini_.Directory().mkdir(u"directory.png"_s));
     MakeWindow();
+    EXPECT_EQ(window_->styleSheet(), QString());
+    EXPECT_EQ(window_->grab().toImage().pixelColor(1, 1),
+              window_->palette().color(QPalette::Window));
 
-    for (auto const* label : {"titleLabel", "versionLabel", "versionNumberLabel", "productLabel",
-                              "instructionsLabel", "infoLabel"}) {
-        ExpectColour(label, Qt::white);
-    }
-}
-
-TEST_F(MainWindowLayout, StretchesThePictureOverTheWholeWindow)
-{
     QImage picture(8, 8, QImage::Format_RGB32);
     picture.fill(Qt::red);
     ASSERT_TRUE(picture.save(ini_.Path(u"picture.png"_s)));
@@ -141,16 +135,6 @@ TEST_F(MainWindowLayout, StretchesThePictureOverTheWholeWindow)
                               inside.bottomRight(), QPoint(inside.center().x(), 250)}) {
         EXPECT_EQ(image.pixelColor(point), QColor(Qt::red)) << point.x() << ", " << point.y();
     }
-}
-
-TEST_F(MainWindowLayout, KeepsItsBackgroundWithoutAPicture)
-{
-    ASSERT_TRUE(ini_.Directory().mkdir(u"directory.png"_s));
-    MakeWindow();
-
-    EXPECT_EQ(window_->styleSheet(), QString());
-    EXPECT_EQ(window_->grab().toImage().pixelColor(1, 1),
-              window_->palette().color(QPalette::Window));
 }
 
 TEST_F(MainWindowLayout, HasItsOwnIconOnWindowsOnly)
@@ -170,31 +154,42 @@ TEST_F(MainWindowLayout, HasItsOwnIconOnWindowsOnly)
     }
 }
 
-TEST_F(MainWindowLayout, UsesTheProductsFonts)
+TEST_F(MainWindowLayout, UsesTheProductsFontsAndWhiteForAllOtherTexts)
 {
+    constexpr bool kIsWhite = true;
     struct {
         char const* widget;
         char const* style;
         int size;
+        bool is_white = false;
     } const rows[] = {
-        {"titleLabel", "Bold", 20},   {"versionLabel", "Bold", 20},
-        {"productLabel", "Bold", 20}, {"versionNumberLabel", "Bold", 20},
-        {"typeLabel", "Bold", 20},    {"instructionsLabel", "Regular", 12},
-        {"infoLabel", "Regular", 10}, {"progressBar", "Regular", 12},
+        {"titleLabel", "Bold", 20, kIsWhite},
+        {"versionLabel", "Bold", 20, kIsWhite},
+        {"productLabel", "Bold", 20, kIsWhite},
+        {"versionNumberLabel", "Bold", 20, kIsWhite},
+        {"instructionsLabel", "Regular", 12, kIsWhite},
+        {"infoLabel", "Regular", 10, kIsWhite},
+        {"typeLabel", "Bold", 20},
+        {"progressBar", "Regular", 12},
         {"updateButton", "Bold", 16},
     };
     CopyProductFonts();
-    ini_.SetText("fw_target_type=service\n");
+    ini_.SetText(
+        "fw_target_type=service\nproduct_text=Lumen\nfw_version=8.8\n"
+        "instructions_text=Instructions\n");
     MakeWindow();
     ASSERT_TRUE(QFontDatabase::families().contains(u"Kelvane Sans"_s));
 
-    for (auto const& [widget, style, size] : rows) {
+    for (auto const& [widget, style, size, is_white] : rows) {
         SCOPED_TRACE(widget);
         auto const font = Find<QWidget>(widget).font();
         EXPECT_EQ(font.family(), u"Kelvane Sans"_s);
         EXPECT_EQ(font.styleName().toStdString(), style);
         EXPECT_EQ(font.pointSize(), size);
         EXPECT_EQ(font.hintingPreference(), QFont::PreferDefaultHinting);
+        if (is_white) {
+            ExpectColour(widget, Qt::white);
+        }
     }
 }
 

@@ -48,26 +48,18 @@ TEST(Prediction, IsGivenForEachProductByInterfaceAndBaudRateIfThereIsAnImage)
     EXPECT_TRUE(CheckBundle(bundle.Root()).predictions.isEmpty());
 }
 
-TEST(ExitStatus, FollowsTheWorstFinding)
+TEST(Report, HasPlaceAndWeightInTheOrderOfTheLinesAndTheStatusOfItsWorstFinding)
 {
     Report report;
     EXPECT_EQ(GetExitStatus(report), 0);
-    report.findings.Note({}, u"n"_s);
-    EXPECT_EQ(GetExitStatus(report), 0);
-    report.findings.Warn({}, u"w"_s);
-    EXPECT_EQ(GetExitStatus(report), 1);
-    report.findings.Fail({}, u"e"_s);
-    EXPECT_EQ(GetExitStatus(report), 2);
-}
-
-TEST(Text, GivesPlaceAndWeightInTheOrderOfTheLines)
-{
-    Report report;
     report.findings.Note({}, u"No place."_s);
+    EXPECT_EQ(GetExitStatus(report), 0);
     report.findings.Warn({u"otp_size"_s, 9}, u"Second."_s);
     report.findings.Warn({{}, 12}, u"Third."_s);
+    EXPECT_EQ(GetExitStatus(report), 1);
     report.findings.Fail({u"otp_size"_s, 0}, u"Missing."_s);
     report.findings.Fail({u"strange"_s, 3}, u"First."_s);
+    EXPECT_EQ(GetExitStatus(report), 2);
     EXPECT_EQ(FormatText(report),
               u"config.ini:3: error: First.\n"
               "config.ini:9: warning: otp_size: Second.\n"
@@ -77,7 +69,7 @@ TEST(Text, GivesPlaceAndWeightInTheOrderOfTheLines)
               "2 errors, 2 warnings\n"_s);
 }
 
-TEST(Text, CountsWhatItDoesNotShow)
+TEST(Report, CountsWhatItDoesNotShow)
 {
     Report report;
     for (int i = 0; i < 201; ++i) {

@@ -3,31 +3,20 @@
 
 #include "tests/bundle_check/bundle_folder.h"
 
-namespace {
-
-void ExpectMissing(char const* severity, std::initializer_list<char const*> keys)
+TEST(MissingKey, IsAnErrorWhereTheUpdateNeedsItAndAWarningWhereOnlyTheWindowLacksIt)
 {
-    for (QByteArray const key : keys) {
-        BundleFolder bundle;
-        bundle.Remove(key);
-        auto const text =
-            "config.ini: " + QByteArray(severity) + ": " + key + ": The key is missing, so ";
-        EXPECT_TRUE(FindsOnly(bundle, text));
+    std::pair<QByteArray, QList<QByteArray>> const rows[] = {
+        {"error",
+         {"firmware_filename", "start_address", "programming_address", "otp_address", "otp_size",
+          "boot_mode_address", "product_list", "device_id_list"}},
+        {"warning", {"instructions_text", "product_text", "fw_version", "fw_target_type"}},
+    };
+    for (auto const& [severity, keys] : rows) {
+        for (auto const& key : keys) {
+            auto const text = "config.ini: " + severity + ": " + key + ": The key is missing, so ";
+            ExpectFindings({{{{key, nullptr}}, text.constData()}});
+        }
     }
-}
-
-}  // namespace
-
-TEST(MissingKey, IsAnErrorWhereTheUpdateNeedsIt)
-{
-    ExpectMissing("error",
-                  {"firmware_filename", "start_address", "programming_address", "otp_address",
-                   "otp_size", "boot_mode_address", "product_list", "device_id_list"});
-}
-
-TEST(MissingKey, IsAWarningWhereOnlyTheWindowLacksIt)
-{
-    ExpectMissing("warning", {"instructions_text", "product_text", "fw_version", "fw_target_type"});
 }
 
 TEST(MissingKey, IsNotReportedWhereItHasADefaultOrIsNotNeeded)

@@ -17,17 +17,20 @@ using Products = QMap<QString, uint32_t>;
 using DeviceIds = QList<uint8_t>;
 
 // What `read` makes of a file with this line, or these lines.
-template <typename Value>
-Value Read(Value (*read)(QSettings const&), QByteArray const& text)
+template <typename Reader>
+auto Read(Reader read, QByteArray const& text)
 {
     IniFile const ini(text + "\n");
     return read(ini.Settings());
 }
 
+template <typename Reader>
+using ValueOf = std::invoke_result_t<Reader, QSettings const&>;
+
 // What `read` makes of each value of the key.
-template <typename Value>
-void ExpectValues(QByteArray const& key, Value (*read)(QSettings const&),
-                  std::initializer_list<std::pair<char const*, std::type_identity_t<Value>>> rows)
+template <typename Reader>
+void ExpectValues(QByteArray const& key, Reader read,
+                  std::initializer_list<std::pair<char const*, ValueOf<Reader>>> rows)
 {
     for (auto const& [value, expected] : rows) {
         EXPECT_EQ(Read(read, key + '=' + value), expected) << key.data() << '=' << value;
@@ -35,9 +38,8 @@ void ExpectValues(QByteArray const& key, Value (*read)(QSettings const&),
 }
 
 // Every value means this.
-template <typename Value>
-void ExpectAll(QByteArray const& key, Value (*read)(QSettings const&),
-               std::type_identity_t<Value> const& expected,
+template <typename Reader>
+void ExpectAll(QByteArray const& key, Reader read, ValueOf<Reader> const& expected,
                std::initializer_list<char const*> values)
 {
     for (auto const* value : values) {
@@ -45,30 +47,21 @@ void ExpectAll(QByteArray const& key, Value (*read)(QSettings const&),
     }
 }
 
-uint32_t ReadProgrammingAddress(QSettings const& settings)
-{
+constexpr auto ReadProgrammingAddress = [](QSettings const& settings) {
     return ReadUartConfig(settings).programming_address;
-}
-
-uint32_t ReadOtpSize(QSettings const& settings)
-{
+};
+constexpr auto ReadOtpSize = [](QSettings const& settings) {
     return ReadUartConfig(settings).otp_size;
-}
-
-unsigned ReadBaud(QSettings const& settings)
-{
+};
+constexpr auto ReadBaud = [](QSettings const& settings) {
     return ReadMcubootConfig(settings).baud;
-}
-
-QString ReadWindowTitle(QSettings const& settings)
-{
+};
+constexpr auto ReadWindowTitle = [](QSettings const& settings) {
     return ReadWindowTexts(settings).window_title;
-}
-
-QString ReadInstructions(QSettings const& settings)
-{
+};
+constexpr auto ReadInstructions = [](QSettings const& settings) {
     return ReadWindowTexts(settings).instructions;
-}
+};
 
 // Every member, in its order.
 auto Uart(QByteArray const& text)

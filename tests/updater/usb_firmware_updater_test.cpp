@@ -54,7 +54,7 @@ QByteArray const kModelRecord("\x11\x47\x23\x01\x79", 5);
 
 }  // namespace
 
-TEST_F(UsbBackend, HasItsNameItsBaseAndTheParentItWasGiven)
+TEST_F(UsbBackend, HasItsNameItsBaseItsParentAndTheEngineThatMovesWithIt)
 {
     QObject parent;
     auto const* backend = new UsbFirmwareUpdater({}, {}, 0, 0, 0, {}, &parent);
@@ -62,19 +62,13 @@ TEST_F(UsbBackend, HasItsNameItsBaseAndTheParentItWasGiven)
     EXPECT_STREQ(backend->metaObject()->className(), "UsbFirmwareUpdater");
     EXPECT_EQ(backend->metaObject()->superClass(), &FirmwareUpdaterBase::staticMetaObject);
     EXPECT_EQ(backend->parent(), &parent);
-}
 
-TEST_F(UsbBackend, TakesItsEngineAndTheProcessAlongToAnotherThread)
-{
-    MakeBackend();
     QThread thread;
-    auto* const engine = backend_->findChild<Stm32DfuUtilUpdater*>();
+    parent.moveToThread(&thread);
+    auto const* engine = backend->findChild<Stm32DfuUtilUpdater*>();
     ASSERT_NE(engine, nullptr);
-    auto* const process = engine->findChild<QProcess*>();
+    auto const* process = engine->findChild<QProcess*>();
     ASSERT_NE(process, nullptr);
-
-    backend_->moveToThread(&thread);
-
     EXPECT_EQ(engine->thread(), &thread);
     EXPECT_EQ(process->thread(), &thread);
 }

@@ -77,9 +77,13 @@ TEST_F(RecoverySlots, ConnectStartsFromScratchWhateverCameBefore)
                 ElementsAre("0 1 0 0", "0 64 0 1", "0 1 0 2", "0 64 0 3", "0 1 0 4", "0 64 0 5"));
 }
 
-TEST_F(RecoverySlots, DisconnectClosesThePortAndSaysSoEachTime)
+TEST_F(RecoverySlots, DisconnectClosesThePortAndReportsItEachTimeAndSoDoesTheUpdatersEnd)
 {
+    Connect();
+    updater_.reset();
+    EXPECT_EQ(open_lines_, 0);
     MakeUpdater();
+    EXPECT_STREQ(updater_->metaObject()->className(), "McubootSerialUpdater");
     updater_->disconnect();
     line_.Answers(RcAnswer(0));
     updater_->onConnectToDevice(kPort, {}, false);
@@ -88,14 +92,7 @@ TEST_F(RecoverySlots, DisconnectClosesThePortAndSaysSoEachTime)
     updater_->onDisconnectDevice();
     updater_->reset();
     EXPECT_EQ(signals_, QStringList({u"Connected"_s, u"Disconnected"_s, u"Disconnected"_s}));
-    EXPECT_EQ(line_.Lines().size(), 1U);
-}
-
-TEST_F(RecoverySlots, TheEndOfTheUpdaterClosesThePort)
-{
-    Connect();
-    updater_.reset();
-    EXPECT_EQ(open_lines_, 0);
+    EXPECT_EQ(line_.Lines().size(), 2U);
 }
 
 TEST_F(RecoverySlots, UpdateEndsWithTheResetSent)
@@ -136,12 +133,6 @@ TEST_F(RecoverySlots, UpdateThatFailsDoesNotResetAndLeavesThePortOpen)
     EXPECT_TRUE(updater_->readImageState());
     EXPECT_THAT(line_.Journal(), ElementsAre("0 1 0 1", "2 1 1 0", "0 1 0 1"))
         << "without a port the update took number 0";
-}
-
-TEST_F(RecoverySlots, TheClassHasAMetaObjectOfItsOwn)
-{
-    MakeUpdater();
-    EXPECT_STREQ(updater_->metaObject()->className(), "McubootSerialUpdater");
 }
 
 }  // namespace
