@@ -41,16 +41,13 @@ if(FW_COMPILE_ONLY)
   set(CMAKE_CXX_LINK_EXECUTABLE "\"${CMAKE_COMMAND}\" -E true")
 endif()
 
-# Names in the anonymous namespaces of these still clash.
-set(fw_clashing_targets main_window_test)
-
 # Everything that ships to customers and vendors.
 add_custom_target(shipped)
 
 # fw_set_up(TARGET SEPARATE): the settings that libraries and programs share.
 function(fw_set_up name separate)
   set_target_properties(${name} PROPERTIES AUTOMOC ON AUTOUIC ON)
-  if(FW_UNITY AND NOT separate AND NOT name IN_LIST fw_clashing_targets)
+  if(FW_UNITY AND NOT separate)
     set_target_properties(${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 0)
   endif()
   file(RELATIVE_PATH folder "${PROJECT_SOURCE_DIR}" "${CMAKE_CURRENT_SOURCE_DIR}")

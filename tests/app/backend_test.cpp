@@ -63,31 +63,22 @@ TEST(MakeBackend, GivesTheUartBackendUnlessAnotherIsNamed)
     ExpectBackend<McubootSerialUpdater>("interface=mcuboot_serial\n", TargetMcubootSerial);
 }
 
-TEST(MakeBackend, GivesTheMcubootBackendItsBaudRate)
+TEST(MakeBackend, GivesTheMcubootBackendItsBaudRateAndNoLogForDevelopers)
 {
     for (auto const& [text, baud] :
          {std::pair{"interface=mcuboot_serial\nmcuboot_baud=115200\n", 115200},
           std::pair{"interface=mcuboot_serial\n", 921600}}) {
         RecoveryUnit unit;
+        unit.SpoilsOneAnswer();
         auto const backend = BackendFor(text);
+        CollectedLog const log;
 
+        EXPECT_FALSE(backend.updater->connect(unit.PortName()));
         ASSERT_TRUE(backend.updater->connect(unit.PortName())) << text;
 
         auto const* port = backend.updater->findChild<QSerialPort*>();
         ASSERT_NE(port, nullptr) << text;
         EXPECT_EQ(port->baudRate(), baud) << text;
+        EXPECT_THAT(log.Lines(), testing::IsEmpty());
     }
-}
-
-TEST(MakeBackend, GivesAMcubootBackendThatLogsNothingForDevelopers)
-{
-    RecoveryUnit unit;
-    unit.SpoilsOneAnswer();
-    auto const backend = BackendFor("interface=mcuboot_serial\n");
-    CollectedLog const log;
-
-    EXPECT_FALSE(backend.updater->connect(unit.PortName()));
-    EXPECT_TRUE(backend.updater->connect(unit.PortName()));
-
-    EXPECT_THAT(log.Lines(), testing::IsEmpty());
 }

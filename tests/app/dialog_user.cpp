@@ -66,13 +66,11 @@ void DialogUser::Give(Answer answer, QMessageBox& box)
 {
     switch (answer) {
         case Answer::Yes:
-            Click(box, QMessageBox::Yes);
-            break;
         case Answer::No:
-            Click(box, QMessageBox::No);
-            break;
         case Answer::Ok:
-            Click(box, QMessageBox::Ok);
+            Click(box, answer == Answer::Yes  ? QMessageBox::Yes
+                       : answer == Answer::No ? QMessageBox::No
+                                              : QMessageBox::Ok);
             break;
         case Answer::Escape:
             QTest::keyClick(&box, Qt::Key_Escape);

@@ -1,8 +1,8 @@
 #include "tests/app/driver_stand_ins.h"
 
 #include <QFile>
-#include <QFileInfo>
-#include <stdexcept>
+
+#include "tests/support/files.h"
 
 using namespace Qt::StringLiterals;
 
@@ -11,23 +11,6 @@ namespace {
 QString ListingPath(QString const& listing)
 {
     return QStringLiteral(FW_EXTENSION_LISTINGS "/") + listing + u".txt"_s;
-}
-
-QByteArray ReadFile(QString const& path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        throw std::runtime_error("cannot read " + path.toStdString());
-    }
-    return file.readAll();
-}
-
-void WriteFile(QString const& path, QByteArray const& content, QIODevice::OpenMode mode)
-{
-    QFile file(path);
-    if (!file.open(mode) || file.write(content) != content.size()) {
-        throw std::runtime_error("cannot write " + path.toStdString());
-    }
 }
 
 }  // namespace
@@ -41,7 +24,7 @@ DriverStandIns::DriverStandIns(QDir const& resources)
     : resources_(resources.path()), paths_(GetDriverPaths(FilePath(u"Applications"_s), resources))
 {
     QDir(root_.path()).mkdir(u"Applications"_s);
-    WriteFile(FilePath(u"journal"_s), {}, QIODevice::WriteOnly);
+    WriteFile(FilePath(u"journal"_s), {});
     WriteDriver(paths_.bundled_app, "2.0", {});
     WriteDriver(paths_.installed_app, "2.0", {});
     ToolDoes(u"cp"_s, "exec cp \"$@\"\n");
@@ -118,10 +101,8 @@ void DriverStandIns::WriteDriver(QString const& app, QByteArray const& version,
 void DriverStandIns::WriteScript(QString const& path, QByteArray const& name,
                                  QByteArray const& commands)
 {
-    WriteFile(path,
-              "#!/bin/sh\n{ printf '" + name + "'; printf ' [%s]' \"$@\"; echo; } >>" +
-                  Quoted(FilePath(u"journal"_s)) + '\n' + commands + '\n',
-              QIODevice::WriteOnly);
+    WriteFile(path, "#!/bin/sh\n{ printf '" + name + "'; printf ' [%s]' \"$@\"; echo; } >>" +
+                        Quoted(FilePath(u"journal"_s)) + '\n' + commands + '\n');
     QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 }
 

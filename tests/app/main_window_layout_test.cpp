@@ -62,26 +62,24 @@ TEST_F(MainWindowLayout, CannotBeResized)
     EXPECT_EQ(window_->centralWidget()->size(), fixed);
 }
 
-TEST_F(MainWindowLayout, ShowsTheConfiguredTexts)
+TEST_F(MainWindowLayout, ShowsTheConfiguredTextsAndEmptiesTheLabelsOfAbsentOnes)
 {
-    ini_.SetText(
-        "window_title=\"Lumen, updater\"\ninstructions_text=\"1. Plug in\\n2. Reset\"\n"
-        "product_text=Lumen\nfw_version=1.2.3\n");
-    MakeWindow();
+    struct {
+        char const* ini;
+        QStringList shown;  // title, instructions, product, version
+    } const rows[] = {
+        {"window_title=\"Lumen, updater\"\ninstructions_text=\"1. Plug in\\n2. Reset\"\n"
+         "product_text=Lumen\nfw_version=1.2.3\n",
+         {u"Lumen, updater"_s, u"1. Plug in\n2. Reset"_s, u"Lumen"_s, u"1.2.3"_s}},
+        {"", {u"Kelvane firmware updater"_s, u""_s, u""_s, u""_s}},
+    };
+    for (auto const& [ini, shown] : rows) {
+        ini_.SetText(ini);
+        MakeWindow();
 
-    EXPECT_EQ(window_->windowTitle(), u"Lumen, updater"_s);
-    EXPECT_EQ(Label("instructionsLabel").text(), u"1. Plug in\n2. Reset"_s);
-    EXPECT_EQ(Label("productLabel").text(), u"Lumen"_s);
-    EXPECT_EQ(Label("versionNumberLabel").text(), u"1.2.3"_s);
-}
-
-TEST_F(MainWindowLayout, EmptiesTheLabelsOfAbsentTexts)
-{
-    MakeWindow();
-
-    EXPECT_EQ(window_->windowTitle(), u"Kelvane firmware updater"_s);
-    for (auto const* label : {"instructionsLabel", "productLabel", "versionNumberLabel"}) {
-        EXPECT_EQ(Label(label).text(), QString()) << label;
+        EXPECT_EQ(QStringList({window_->windowTitle(), Label("instructionsLabel").text(),
+                               Label("productLabel").text(), Label("versionNumberLabel").text()}),
+                  shown);
     }
 }
 
@@ -115,20 +113,14 @@ TEST_F(MainWindowLayout, ShowsTheTargetTypeInYellowExceptToCustomers)
     }
 }
 
-TEST_F(MainWindowLayout, ShowsTheOtherTextsInWhite)
+TEST_F(MainWindowLayout, StretchesThePictureOverTheWholeWindowIfThereIsOne)
 {
-    CopyProductFonts();
-    ini_.SetText("product_text=Lumen\nfw_version=8.8\ninstructions_text=Instructions\n");
+    ASSERT_TRUE(ini_.Directory().mkdir(u"directory.png"_s));
     MakeWindow();
+    EXPECT_EQ(window_->styleSheet(), QString());
+    EXPECT_EQ(window_->grab().toImage().pixelColor(1, 1),
+              window_->palette().color(QPalette::Window));
 
-    for (auto const* label : {"titleLabel", "versionLabel", "versionNumberLabel", "productLabel",
-                              "instructionsLabel", "infoLabel"}) {
-        ExpectColour(label, Qt::white);
-    }
-}
-
-TEST_F(MainWindowLayout, StretchesThePictureOverTheWholeWindow)
-{
     QImage picture(8, 8, QImage::Format_RGB32);
     picture.fill(Qt::red);
     ASSERT_TRUE(picture.save(ini_.Path(u"picture.png"_s)));
@@ -143,16 +135,6 @@ TEST_F(MainWindowLayout, StretchesThePictureOverTheWholeWindow)
                               inside.bottomRight(), QPoint(inside.center().x(), 250)}) {
         EXPECT_EQ(image.pixelColor(point), QColor(Qt::red)) << point.x() << ", " << point.y();
     }
-}
-
-TEST_F(MainWindowLayout, KeepsItsBackgroundWithoutAPicture)
-{
-    ASSERT_TRUE(ini_.Directory().mkdir(u"directory.png"_s));
-    MakeWindow();
-
-    EXPECT_EQ(window_->styleSheet(), QString());
-    EXPECT_EQ(window_->grab().toImage().pixelColor(1, 1),
-              window_->palette().color(QPalette::Window));
 }
 
 TEST_F(MainWindowLayout, HasItsOwnIconOnWindowsOnly)
@@ -172,36 +154,49 @@ TEST_F(MainWindowLayout, HasItsOwnIconOnWindowsOnly)
     }
 }
 
-TEST_F(MainWindowLayout, UsesTheProductsFonts)
+TEST_F(MainWindowLayout, UsesTheProductsFontsAndWhiteForAllOtherTexts)
 {
+    constexpr bool kIsWhite = true;
     struct {
         char const* widget;
         char const* style;
         int size;
+        bool is_white = false;
     } const rows[] = {
-        {"titleLabel", "Bold", 20},   {"versionLabel", "Bold", 20},
-        {"productLabel", "Bold", 20}, {"versionNumberLabel", "Bold", 20},
-        {"typeLabel", "Bold", 20},    {"instructionsLabel", "Regular", 12},
-        {"infoLabel", "Regular", 10}, {"progressBar", "Regular", 12},
+        {"titleLabel", "Bold", 20, kIsWhite},
+        {"versionLabel", "Bold", 20, kIsWhite},
+        {"productLabel", "Bold", 20, kIsWhite},
+        {"versionNumberLabel", "Bold", 20, kIsWhite},
+        {"instructionsLabel", "Regular", 12, kIsWhite},
+        {"infoLabel", "Regular", 10, kIsWhite},
+        {"typeLabel", "Bold", 20},
+        {"progressBar", "Regular", 12},
         {"updateButton", "Bold", 16},
     };
     CopyProductFonts();
-    ini_.SetText("fw_target_type=service\n");
+    ini_.SetText(
+        "fw_target_type=service\nproduct_text=Lumen\nfw_version=8.8\n"
+        "instructions_text=Instructions\n");
     MakeWindow();
     ASSERT_TRUE(QFontDatabase::families().contains(u"Kelvane Sans"_s));
 
-    for (auto const& [widget, style, size] : rows) {
+    for (auto const& [widget, style, size, is_white] : rows) {
         SCOPED_TRACE(widget);
         auto const font = Find<QWidget>(widget).font();
         EXPECT_EQ(font.family(), u"Kelvane Sans"_s);
         EXPECT_EQ(font.styleName().toStdString(), style);
         EXPECT_EQ(font.pointSize(), size);
         EXPECT_EQ(font.hintingPreference(), QFont::PreferDefaultHinting);
+        if (is_white) {
+            ExpectColour(widget, Qt::white);
+        }
     }
 }
 
 TEST_F(MainWindowLayout, ReadsTheImageOfEveryProductThatHasOne)
 {
+    MakeWindow();
+    EXPECT_TRUE(window_->readBinaries().isEmpty()) << "without products";
     ini_.SetText("product_list=Lumen:10c4:ea60, Flash:0483:df11, Halo:1:2\n");
     QByteArray const image("\x00\x01\x0D\x0A\xFF", 5);
     ini_.Write(u"Lumen.bin"_s, image);
@@ -211,11 +206,4 @@ TEST_F(MainWindowLayout, ReadsTheImageOfEveryProductThatHasOne)
 
     EXPECT_EQ(window_->readBinaries(),
               (QMap<QString, QByteArray>{{u"Flash"_s, {}}, {u"Halo"_s, {}}, {u"Lumen"_s, image}}));
-}
-
-TEST_F(MainWindowLayout, ReadsNoImageWithoutProducts)
-{
-    MakeWindow();
-
-    EXPECT_TRUE(window_->readBinaries().isEmpty());
 }

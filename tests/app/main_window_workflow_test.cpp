@@ -13,20 +13,46 @@ using testing::Ne;
 
 namespace {
 
-auto const kError = u"Error connecting to device \u2014 Disconnect device and repeat step 1-3"_s;
-
 class MainWindowWorkflow : public WindowTest {
 protected:
-    using Transports = std::initializer_list<targetInterfaceType>;
-    static constexpr Transports kTransports{TargetUart, TargetUsb, TargetMcubootSerial};
+    // What the backend reports, and what the window shows from then on.
+    struct Step {
+        std::function<void()> report;
+        Shown shown;
+    };
+
+    void ExpectSteps(targetInterfaceType type, std::vector<Step> const& steps)
+    {
+        MakeWindow(type);
+        for (size_t i = 0; i < steps.size(); ++i) {
+            steps[i].report();
+            EXPECT_EQ(GetShown(), steps[i].shown) << "transport " << type << ", step " << i;
+        }
+    }
+
+    // The steps.
+    std::function<void()> Status(int status)
+    {
+        return [=, this] { ReportStatus(static_cast<ConnectionStatus>(status)); };
+    }
+    std::function<void()> Progress(int percent)
+    {
+        return [=, this] { ReportProgress(percent); };
+    }
+    std::function<void()> Finish(bool status)
+    {
+        return [=, this] { FinishUpdate(status); };
+    }
+    std::function<void()> const nothing = [] {};
+    std::function<void()> const connect = Status(0);
+    std::function<void()> const disconnect = Status(1);
+    std::function<void()> const refuse = Status(2);
+    std::function<void()> const click = [this] { Button().click(); };
+    std::function<void()> const start = [this] { StartUpdate(); };
+    std::function<void()> const erase = [this] { StartErase(); };
+    std::function<void()> const erased = [this] { FinishErase(); };
 
     void Click() { QTest::mouseClick(&Button(), Qt::LeftButton); }
-
-    void ShowWindow()
-    {
-        window_->show();
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(window_.get()));
-    }
 
     // What the backend was asked for, up to a last request to disconnect.
     QStringList TakeRequests()
@@ -45,130 +71,75 @@ protected:
 
 }  // namespace
 
-TEST_F(MainWindowWorkflow, FollowsTheStatusOfTheConnectionOnEveryTransport)
+TEST_F(MainWindowWorkflow, FollowsTheConnectionAndShowsAResultUntilTheUnitIsGone)
 {
-    for (auto const type : kTransports) {
-        SCOPED_TRACE(type);
-        MakeWindow(type);
-        EXPECT_EQ(GetShown(), kWaiting);
-
-        ReportStatus(ConnectionStatus::Connected);
-        EXPECT_EQ(GetShown(), (Shown{u"UPDATE"_s, true, kBlack, 0, u""_s}));
-
-        ReportStatus(static_cast<ConnectionStatus>(3));
-        EXPECT_EQ(GetShown(), (Shown{u"UPDATE"_s, true, kBlack, 0, u""_s}));
-
-        ReportStatus(ConnectionStatus::Disconnected);
-        EXPECT_EQ(GetShown(), kWaiting);
-
-        ReportStatus(ConnectionStatus::VerificationFailed);
-        EXPECT_EQ(GetShown(), (Shown{u"UPDATE"_s, false, kGrey, 0, kError}));
-
-        ReportStatus(ConnectionStatus::Connected);
-        EXPECT_EQ(GetShown(), (Shown{u"UPDATE"_s, true, kBlack, 0, kError}));
+    Shown const ready{u"UPDATE"_s, true, kBlack, 0, u""_s};
+    for (auto const type : {TargetUart, TargetUsb, TargetMcubootSerial}) {
+        auto const bar = type == TargetUart ? u"%p%"_s : u""_s;
+        ExpectSteps(type, {
+                              {nothing, kWaiting},
+                              {connect, ready},
+                              {Status(3), ready},
+                              {disconnect, kWaiting},
+                              {refuse, {u"UPDATE"_s, false, kGrey, 0, kErrorText}},
+                              {connect, {u"UPDATE"_s, true, kBlack, 0, kErrorText}},
+                              {disconnect, kWaiting},
+                              {connect, ready},
+                              {click, {u"UPDATE"_s, false, kBlack, 0, u""_s}},
+                              {start, {u"UPDATING"_s, false, kBlack, 0, bar}},
+                              {Progress(40), {u"UPDATING"_s, false, kBlack, 40, bar}},
+                              {Finish(false), {u"UPDATING"_s, false, kGrey, 40, kErrorText}},
+                              {disconnect, kWaiting},
+                              {connect, ready},
+                              {click, {u"UPDATE"_s, false, kBlack, 0, u""_s}},
+                              {start, {u"UPDATING"_s, false, kBlack, 0, bar}},
+                              {Progress(73), {u"UPDATING"_s, false, kBlack, 73, bar}},
+                              {Finish(true), {u"DONE"_s, false, kBlack, 100, bar}},
+                              {disconnect, kWaiting},
+                          });
     }
-}
-
-TEST_F(MainWindowWorkflow, ShowsTheResultUntilTheUnitIsGone)
-{
-    for (auto const type : kTransports) {
-        SCOPED_TRACE(type);
-        MakeWindow(type);
-        ReportStatus(ConnectionStatus::Connected);
-        StartUpdate();
-        ReportProgress(40);
-        FinishUpdate(false);
-        EXPECT_EQ(GetShown(), (Shown{u"UPDATING"_s, false, kGrey, 40, kError}));
-
-        ReportStatus(ConnectionStatus::Disconnected);
-        EXPECT_EQ(GetShown(), kWaiting);
-
-        ReportStatus(ConnectionStatus::Connected);
-        StartUpdate();
-        FinishUpdate(true);
-        EXPECT_EQ(Bar().value(), 100);
-
-        ReportStatus(ConnectionStatus::Disconnected);
-        EXPECT_EQ(GetShown(), kWaiting);
-    }
-}
-
-TEST_F(MainWindowWorkflow, ShowsAUartUpdateInPercent)
-{
-    MakeWindow(TargetUart);
-    ReportStatus(ConnectionStatus::Connected);
-    Button().click();
-
-    StartUpdate();
-    EXPECT_EQ(GetShown(), (Shown{u"UPDATING"_s, false, kBlack, 0, u"%p%"_s}));
-    ReportProgress(73);
-    EXPECT_EQ(GetShown(), (Shown{u"UPDATING"_s, false, kBlack, 73, u"%p%"_s}));
-    EXPECT_EQ(Bar().text(), u"73%"_s);
-    FinishUpdate(true);
-    EXPECT_EQ(GetShown(), (Shown{u"DONE"_s, false, kBlack, 100, u"%p%"_s}));
-}
-
-TEST_F(MainWindowWorkflow, ShowsAnMcubootUpdateWithoutText)
-{
-    MakeWindow(TargetMcubootSerial);
-    ReportStatus(ConnectionStatus::Connected);
-    Button().click();
-
-    StartUpdate();
-    ReportProgress(73);
-    EXPECT_EQ(GetShown(), (Shown{u"UPDATING"_s, false, kBlack, 73, u""_s}));
-    FinishUpdate(true);
-    EXPECT_EQ(GetShown(), (Shown{u"DONE"_s, false, kBlack, 100, u""_s}));
 }
 
 TEST_F(MainWindowWorkflow, ShowsAUsbUpdateFirstErasingThenInPercent)
 {
-    MakeWindow(TargetUsb);
-    ReportStatus(ConnectionStatus::VerificationFailed);
-    ReportStatus(ConnectionStatus::Connected);
-    Button().click();
-
-    StartUpdate();
-    EXPECT_EQ(GetShown(), (Shown{u"UPDATING"_s, false, kBlack, 0, kError}));
-    StartErase();
-    EXPECT_EQ(GetShown(), (Shown{u"UPDATING"_s, false, kBlack, 0, u"Erasing"_s}));
-    ReportProgress(99);
-    EXPECT_EQ(GetShown(), (Shown{u"UPDATING"_s, false, kBlack, 99, u"Erasing"_s}));
-    FinishErase();
-    EXPECT_EQ(GetShown(), (Shown{u"UPDATING"_s, false, kBlack, 0, u"%p%"_s}));
-    ReportProgress(50);
-    FinishUpdate(true);
-    EXPECT_EQ(GetShown(), (Shown{u"DONE"_s, false, kBlack, 100, u"%p%"_s}));
-}
-
-TEST_F(MainWindowWorkflow, ShowsAnEraseOnTheUsbTransportOnly)
-{
+    ExpectSteps(TargetUsb, {
+                               {refuse, {u"UPDATE"_s, false, kGrey, 0, kErrorText}},
+                               {connect, {u"UPDATE"_s, true, kBlack, 0, kErrorText}},
+                               {click, {u"UPDATE"_s, false, kBlack, 0, kErrorText}},
+                               {start, {u"UPDATING"_s, false, kBlack, 0, kErrorText}},
+                               {erase, {u"UPDATING"_s, false, kBlack, 0, u"Erasing"_s}},
+                               {Progress(99), {u"UPDATING"_s, false, kBlack, 99, u"Erasing"_s}},
+                               {erased, {u"UPDATING"_s, false, kBlack, 0, u"%p%"_s}},
+                               {Progress(50), {u"UPDATING"_s, false, kBlack, 50, u"%p%"_s}},
+                               {Finish(true), {u"DONE"_s, false, kBlack, 100, u"%p%"_s}},
+                           });
     for (auto const type : {TargetUart, TargetMcubootSerial}) {
-        MakeWindow(type);
-        ReportProgress(30);
-
-        StartErase();
-        FinishErase();
-
-        EXPECT_EQ(GetShown(), (Shown{u"UPDATE"_s, false, kGrey, 30, u""_s})) << type;
+        Shown const same{u"UPDATE"_s, false, kGrey, 30, u""_s};
+        ExpectSteps(type, {{Progress(30), same}, {erase, same}, {erased, same}});
     }
 }
 
 TEST_F(MainWindowWorkflow, ResetsTheBarOnItsOwnProgressStart)
 {
     MakeWindow();
+    StartUpdate();
     ReportProgress(30);
-
+    EXPECT_EQ(Bar().text(), u"30%"_s);
     Q_EMIT window_->ProgressStart();
-
     EXPECT_EQ(Bar().value(), -1);
 }
 
-TEST_F(MainWindowWorkflow, StartsOneUpdateHoweverOftenTheButtonIsClicked)
+TEST_F(MainWindowWorkflow, StartsOneUpdateHoweverOftenTheButtonIsClickedAndNoneWithoutAUnit)
 {
     MakeWindow();
-    ShowWindow();
+    window_->show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(window_.get()));
+    Click();
+    ReportStatus(ConnectionStatus::VerificationFailed);
+    Click();
+    ReportStatus(ConnectionStatus::Disconnected);
     ReportStatus(ConnectionStatus::Connected);
+    EXPECT_EQ(record_->Events(), QStringList());
 
     Click();
     EXPECT_EQ(GetShown(), (Shown{u"UPDATE"_s, false, kBlack, 0, u""_s}));
@@ -177,18 +148,6 @@ TEST_F(MainWindowWorkflow, StartsOneUpdateHoweverOftenTheButtonIsClicked)
     QTest::keyClick(&Button(), Qt::Key_Space);
 
     EXPECT_EQ(TakeRequests(), QStringList({u"update"_s}));
-}
-
-TEST_F(MainWindowWorkflow, IgnoresClicksWhileNoUnitIsReady)
-{
-    MakeWindow();
-    ShowWindow();
-
-    Click();
-    ReportStatus(ConnectionStatus::VerificationFailed);
-    Click();
-
-    EXPECT_EQ(TakeRequests(), QStringList());
 }
 
 TEST_F(MainWindowWorkflow, DisablesTheButtonBeforeItRequestsTheUpdate)
@@ -284,13 +243,4 @@ TEST_F(MainWindowWorkflow, ItsEndWaitsForARunningUpdate)
     unit.join();
     EXPECT_FALSE(gone_too_early);
     EXPECT_EQ(record_->Events(), QStringList({u"update"_s, u"end of update"_s, u"destroyed"_s}));
-}
-
-TEST_F(MainWindowWorkflow, DestroysItsBackend)
-{
-    MakeWindow();
-
-    window_.reset();
-
-    EXPECT_EQ(record_->Events(), QStringList({u"destroyed"_s}));
 }

@@ -62,13 +62,16 @@ TEST(IsDriverEnabled, FindsTheStateInTheToolsListing)
 
 TEST(IsDriverEnabled, NeedsIdentifierAndStateInOneLine)
 {
-    EXPECT_TRUE(IsDriverEnabled("com.silabs.cp210x [activated enabled]"));
-    EXPECT_TRUE(IsDriverEnabled("com.silabs.cp210x.ext (1/2)\tName\t[activated enabled]\n"));
-    EXPECT_FALSE(IsDriverEnabled("com.silabs.cp210x\n[activated enabled]"));
-    EXPECT_FALSE(IsDriverEnabled("[activated enabled] com.silabs.cp210x"));
-    EXPECT_FALSE(IsDriverEnabled("com.silabs.cp210x activated enabled"));
-    EXPECT_FALSE(IsDriverEnabled("com.silabs.CP210x [activated enabled]"));
-    EXPECT_FALSE(IsDriverEnabled("com.silabs.cp210 [activated enabled]"));
+    for (auto const* listing : {"com.silabs.cp210x [activated enabled]",
+                                "com.silabs.cp210x.ext (1/2)\tName\t[activated enabled]\n"}) {
+        EXPECT_TRUE(IsDriverEnabled(listing)) << listing;
+    }
+    for (auto const* listing :
+         {"com.silabs.cp210x\n[activated enabled]", "[activated enabled] com.silabs.cp210x",
+          "com.silabs.cp210x activated enabled", "com.silabs.CP210x [activated enabled]",
+          "com.silabs.cp210 [activated enabled]"}) {
+        EXPECT_FALSE(IsDriverEnabled(listing)) << listing;
+    }
 }
 
 TEST(IsDriverEnabled, AcceptsBytesThatAreNotText)

@@ -90,19 +90,6 @@ protected:
     StayingAwake() { tool_.Does(kTool); }
 };
 
-struct BadTool {
-    char const* name;
-    char const* commands;  // none: the tool is missing
-};
-
-void PrintTo(BadTool const& tool, std::ostream* out)
-{
-    *out << tool.name;
-}
-
-class ToolThatDoesNotWork : public SleepInhibitorTest,
-                            public testing::WithParamInterface<BadTool> {};
-
 }  // namespace
 
 TEST(StayAwakeCommand, IsThatOfTheSystem)
@@ -116,26 +103,22 @@ TEST(StayAwakeCommand, IsThatOfTheSystem)
     }
 }
 
-TEST_P(StayingAwake, LastsUntilItIsReleased)
-{
-    auto const inhibitor = MakeSleepInhibitor(Command(GetParam()));
-    inhibitor->Hold();
-    ASSERT_TRUE(WaitUntilHeld());
-    EXPECT_TRUE(std::ranges::all_of(tool_.ProcessIds(), IsThere));
-
-    inhibitor->Release();
-
-    EXPECT_TRUE(WaitUntilNothingIsLeft());
-}
-
-TEST_P(StayingAwake, EndsWithTheInhibitor)
+TEST_P(StayingAwake, LastsUntilItIsReleasedWithOneProcessHoweverOftenItIsHeld)
 {
     auto inhibitor = MakeSleepInhibitor(Command(GetParam()));
     inhibitor->Hold();
     ASSERT_TRUE(WaitUntilHeld());
+    auto const processes = tool_.ProcessIds();
+    inhibitor->Hold();
+    EXPECT_TRUE(std::ranges::all_of(processes, IsThere));
 
+    inhibitor->Release();
+    EXPECT_TRUE(WaitUntilNothingIsLeft());
+    EXPECT_EQ(tool_.ProcessIds(), processes);
+
+    inhibitor->Hold();
+    ASSERT_TRUE(WaitUntilHeld(2 * processes.size()));
     inhibitor.reset();
-
     EXPECT_TRUE(WaitUntilNothingIsLeft());
 }
 
@@ -159,53 +142,35 @@ TEST_P(StayingAwake, EndsWhenTheProgramIsKilled)
     EXPECT_TRUE(WaitUntilNothingIsLeft());
 }
 
-TEST_P(StayingAwake, StartsOneProcessHoweverOftenItIsHeld)
-{
-    auto const inhibitor = MakeSleepInhibitor(Command(GetParam()));
-    inhibitor->Hold();
-    ASSERT_TRUE(WaitUntilHeld());
-    auto const processes = tool_.ProcessIds();
-
-    inhibitor->Hold();
-
-    EXPECT_TRUE(IsThere(processes.first()));
-    inhibitor->Release();
-    EXPECT_EQ(tool_.ProcessIds(), processes);
-    inhibitor->Hold();
-    EXPECT_TRUE(WaitUntilHeld(2 * processes.size()));
-}
-
 INSTANTIATE_TEST_SUITE_P(EverySystem, StayingAwake, testing::Values("macos", "debian"),
                          [](auto const& row) { return std::string(row.param); });
 
-TEST_P(ToolThatDoesNotWork, DisturbsNobodyAndLeavesNothingBehind)
+TEST_F(SleepInhibitorTest, WithAToolThatDoesNotWorkDisturbsNobodyAndLeavesNothingBehind)
 {
-    if (GetParam().commands != nullptr) {
-        tool_.Does(GetParam().commands);
-    }
-    QElapsedTimer timer;
-    timer.start();
-    {
-        auto const inhibitor = MakeSleepInhibitor(Command("debian"));
-        for (int update = 0; update < 2; ++update) {
-            inhibitor->Hold();
-            QTest::qWait(0);
-            inhibitor->Release();
-            EXPECT_TRUE(WaitUntilNothingIsLeft());
+    constexpr char const* kMissing = nullptr;
+    for (auto const* commands :
+         {kMissing, "exit 1\n", "exec yes\n", "trap '' TERM HUP INT PIPE\nwait_for_test\n"}) {
+        SCOPED_TRACE(commands == kMissing ? "missing" : commands);
+        if (commands != kMissing) {
+            tool_.Does(commands);
         }
-        inhibitor->Hold();
+        QElapsedTimer timer;
+        timer.start();
+        {
+            auto const inhibitor = MakeSleepInhibitor(Command("debian"));
+            for (int update = 0; update < 2; ++update) {
+                inhibitor->Hold();
+                QTest::qWait(0);
+                inhibitor->Release();
+                EXPECT_TRUE(WaitUntilNothingIsLeft());
+            }
+            inhibitor->Hold();
+        }
+        EXPECT_LT(timer.elapsed(), kPrompt);
+        EXPECT_TRUE(WaitUntilNothingIsLeft());
     }
-    EXPECT_LT(timer.elapsed(), kPrompt);
-    EXPECT_TRUE(WaitUntilNothingIsLeft());
     EXPECT_THAT(log_.Lines(), testing::IsEmpty());
 }
-
-INSTANTIATE_TEST_SUITE_P(EveryWay, ToolThatDoesNotWork,
-                         testing::Values(BadTool{"Missing", nullptr}, BadTool{"Fails", "exit 1\n"},
-                                         BadTool{"IgnoresSignals",
-                                                 "trap '' TERM HUP INT PIPE\nwait_for_test\n"},
-                                         BadTool{"PrintsWithoutEnd", "exec yes\n"}),
-                         [](auto const& row) { return std::string(row.param.name); });
 
 TEST_F(SleepInhibitorTest, LeavesNoZombieOfAToolThatEndsAtOnce)
 {

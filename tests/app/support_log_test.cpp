@@ -17,7 +17,6 @@
 #include <vector>
 
 #include "runtime/console.h"
-#include "tests/support/warnings.h"
 
 using namespace Qt::StringLiterals;
 
@@ -101,37 +100,23 @@ TEST(LogDirectory, IsWhereTheSystemKeepsSuchFiles)
     }
 }
 
-TEST_F(SupportLogTest, StampsEveryEntryWithItsTime)
+TEST_F(SupportLogTest, StampsEveryEntryIndentsItsFurtherLinesAndContinuesAnEarlierRun)
 {
     log_.Write(u"one");
-    log_.Write(u"two");
+    SupportLog(Directory()).Write(u"\ntwo\nthree\n");
     EXPECT_THAT(Lines(), ElementsAre(MatchesRegex(std::string(kTime) + "one"),
-                                     MatchesRegex(std::string(kTime) + "two")));
-}
-
-TEST_F(SupportLogTest, IndentsFurtherLinesOfAnEntry)
-{
-    log_.Write(u"\none\ntwo\n");
-    EXPECT_THAT(Lines(), ElementsAre(EndsWith(" one"), "    two"));
-}
-
-TEST_F(SupportLogTest, CanBeReadByItsOwnerOnly)
-{
-    log_.Write(u"text");
+                                     MatchesRegex(std::string(kTime) + "two"), "    three"));
     struct stat status = {};
     ASSERT_EQ(stat(log_.CurrentFile().toLocal8Bit().constData(), &status), 0);
-    EXPECT_EQ(status.st_mode & 0777, mode_t{0600});
+    EXPECT_EQ(status.st_mode & 0777, mode_t{0600}) << "for its owner's eyes only";
 }
 
-TEST_F(SupportLogTest, ContinuesTheFileOfAnEarlierRun)
+TEST_F(SupportLogTest, KeepsTenFilesOfAMillionBytesAndCutsAnEntryThatIsTooLong)
 {
-    log_.Write(u"earlier");
-    SupportLog(Directory()).Write(u"later");
-    EXPECT_THAT(Lines(), ElementsAre(EndsWith(" earlier"), EndsWith(" later")));
-}
+    SupportLog other(root_.filePath(u"other"_s));
+    other.Write(QString(2'000'000, QLatin1Char('x')));
+    EXPECT_EQ(QFileInfo(other.CurrentFile()).size(), SupportLog::kEntrySize);
 
-TEST_F(SupportLogTest, KeepsTenFilesOfAMillionBytes)
-{
     auto const text = QString(50'000, QLatin1Char('x'));
     // Nineteen entries fill a file.
     for (int entry = 0; entry < 19 * 12; ++entry) {
@@ -144,12 +129,6 @@ TEST_F(SupportLogTest, KeepsTenFilesOfAMillionBytes)
     EXPECT_THAT(Lines().back(), HasSubstr(" 227xxx"));
     EXPECT_THAT(Lines(u"updater.1.log"_s).back(), HasSubstr(" 208xxx"));
     EXPECT_THAT(Lines(u"updater.9.log"_s).front(), HasSubstr(" 38xxx"));
-}
-
-TEST_F(SupportLogTest, CutsAnEntryThatIsTooLong)
-{
-    log_.Write(QString(2'000'000, QLatin1Char('x')));
-    EXPECT_EQ(QFileInfo(log_.CurrentFile()).size(), SupportLog::kEntrySize);
 }
 
 TEST_F(SupportLogTest, KeepsEntriesOfSeveralThreadsWhole)
@@ -167,7 +146,7 @@ TEST_F(SupportLogTest, KeepsEntriesOfSeveralThreadsWhole)
     EXPECT_THAT(lines, testing::Each(MatchesRegex(std::string(kTime) + "(a{300}|b{300})")));
 }
 
-TEST_F(SupportLogTest, IsSilentWhereItCannotBeWritten)
+TEST_F(SupportLogTest, IsSilentWhereItCannotBeWrittenAndWaitsForNoReaderOfAPipe)
 {
     // Permissions do not stop root; a file in the folder's place does.
     QFile in_the_way(root_.filePath(u"state"_s));
@@ -178,13 +157,10 @@ TEST_F(SupportLogTest, IsSilentWhereItCannotBeWritten)
     ASSERT_TRUE(in_the_way.remove());
     log_.Write(u"kept");
     EXPECT_THAT(Lines(), ElementsAre(EndsWith(" kept")));
-}
 
-TEST_F(SupportLogTest, DoesNotWaitForTheReaderOfAPipeInItsPlace)
-{
-    ASSERT_TRUE(QDir().mkpath(Directory()));
+    ASSERT_TRUE(QFile::remove(log_.CurrentFile()));
     ASSERT_EQ(mkfifo(log_.CurrentFile().toLocal8Bit().constData(), 0600), 0);
-    log_.Write(u"lost");
+    EXPECT_EQ(GetOutput([this] { SupportLog(Directory()).Write(u"lost"); }), "");
     EXPECT_EQ(Files(), QStringList());  // a pipe is not a regular file
 }
 
@@ -230,23 +206,7 @@ TEST_F(SupportLogTest, StopsAtItsSizeWhenOlderFilesCannotBeMoved)
 
 // ---- The tap ----
 
-TEST_F(SupportLogTest, RecordsQtsLogging)
-{
-    ExpectWarning(std::string("three"));
-    ExpectWarning(std::string("four"));
-    {
-        SupportLogTap const tap(log_);
-        qDebug() << "one" << 1;
-        qInfo() << "two";
-        qWarning() << "three";
-        qCritical() << "four";
-    }
-    qDebug() << "after";
-    EXPECT_THAT(Lines(), ElementsAre(EndsWith(" debug: one 1"), EndsWith(" info: two"),
-                                     EndsWith(" warning: three"), EndsWith(" critical: four")));
-}
-
-TEST_F(SupportLogTest, PassesQtsLoggingOn)
+TEST_F(SupportLogTest, RecordsQtsLoggingAndPassesItOn)
 {
     static QStringList heard;
     heard.clear();
@@ -254,11 +214,16 @@ TEST_F(SupportLogTest, PassesQtsLoggingOn)
         [](QtMsgType, QMessageLogContext const&, QString const& text) { heard.append(text); });
     {
         SupportLogTap const tap(log_);
-        qWarning("during");
+        qDebug() << "one" << 1;
+        qInfo() << "two";
+        qWarning() << "three";
+        qCritical() << "four";
     }
     qWarning("after");
     qInstallMessageHandler(before);
-    EXPECT_EQ(heard, QStringList({u"during"_s, u"after"_s}));
+    EXPECT_THAT(Lines(), ElementsAre(EndsWith(" debug: one 1"), EndsWith(" info: two"),
+                                     EndsWith(" warning: three"), EndsWith(" critical: four")));
+    EXPECT_EQ(heard, QStringList({u"one 1"_s, u"two"_s, u"three"_s, u"four"_s, u"after"_s}));
 }
 
 TEST_F(SupportLogTest, RecordsWhatTheSharedCodePrints)

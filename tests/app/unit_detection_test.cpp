@@ -16,100 +16,79 @@ SerialPortEntry Unit(QString const& name)
     return {name, 0x10C4, 0xEA60};
 }
 
-QStringList Found(QList<SerialPortEntry> const& ports, QString const& product_type = u"debian"_s)
-{
-    return FindUnitPorts(ports, kProducts, product_type);
-}
-
 }  // namespace
 
-TEST(UnitPorts, AreThoseOfEveryKnownProduct)
+TEST(UnitPorts, HaveBothIdentifiersOfOneProductAndOnMacosTheNameOfACallOutDevice)
 {
-    EXPECT_EQ(Found({Unit(u"ttyUSB0"_s), {u"ttyACM1"_s, 0x0483, 0xDF11}}),
-              QStringList({u"ttyUSB0"_s, u"ttyACM1"_s}));
+    QList<SerialPortEntry> const usual{Unit(u"ttyUSB0"_s), {u"ttyACM1"_s, 0x0483, 0xDF11}};
+    QList<SerialPortEntry> const others{{u"a"_s, 0x10C4, 0xDF11},
+                                        {u"b"_s, 0x0483, 0xEA60},
+                                        {u"c"_s, 0xEA60, 0x10C4},
+                                        {u"d"_s, 0x10C4, 0xEA61},
+                                        {u"e"_s, 0, 0},
+                                        {u"f"_s, std::nullopt, std::nullopt},
+                                        {u"g"_s, 0x10C4, std::nullopt},
+                                        {u"h"_s, std::nullopt, 0xEA60}};
+    QList<SerialPortEntry> const twice{Unit(u"tty.usbserial-1"_s), Unit(u"cu.usbserial-1"_s)};
+    QList<SerialPortEntry> const names{Unit(u"Cu.a"_s), Unit(u"CU.a"_s),   Unit(u"cu-a"_s),
+                                       Unit(u"cua"_s),  Unit(u"tty.cu"_s), Unit(u"cu."_s)};
+    QStringList const both{u"tty.usbserial-1"_s, u"cu.usbserial-1"_s};
+    struct {
+        char const* name;
+        QList<SerialPortEntry> ports;
+        QString product_type;
+        QStringList units;
+    } const rows[] = {
+        {"every known product", usual, u"debian"_s, {u"ttyUSB0"_s, u"ttyACM1"_s}},
+        {"others", others, u"debian"_s, {}},
+        {"no ports", {}, u"debian"_s, {}},
+        {"macos", twice, u"macos"_s, {u"cu.usbserial-1"_s}},
+        {"macOS", twice, u"macOS"_s, {u"cu.usbserial-1"_s}},
+        {"MACOS", twice, u"MACOS"_s, {u"cu.usbserial-1"_s}},
+        {"names on macOS", names, u"macos"_s, {u"cu."_s}},
+        {"debian", twice, u"debian"_s, both},
+        {"windows", twice, u"windows"_s, both},
+        {"osx", twice, u"osx"_s, both},
+        {"macosx", twice, u"macosx"_s, both},
+        {"an unknown system", twice, {}, both},
+    };
+    for (auto const& [name, ports, product_type, units] : rows) {
+        EXPECT_EQ(FindUnitPorts(ports, kProducts, product_type), units) << name;
+    }
+    EXPECT_EQ(FindUnitPorts(usual, {}, u"debian"_s), QStringList()) << "no products";
 }
 
-TEST(UnitPorts, NeedBothIdentifiersOfOneProduct)
-{
-    EXPECT_EQ(Found({{u"a"_s, 0x10C4, 0xDF11},
-                     {u"b"_s, 0x0483, 0xEA60},
-                     {u"c"_s, 0xEA60, 0x10C4},
-                     {u"d"_s, 0x10C4, 0xEA61},
-                     {u"e"_s, 0, 0}}),
-              QStringList());
-}
-
-TEST(UnitPorts, NeedIdentifiersAtAll)
+TEST(UnitPorts, WithoutIdentifiersAreNotThoseOfAProductWhoseIdentifiersAreZero)
 {
     QMap<QString, uint32_t> const zero{{u"Zero"_s, 0}};
-    QList<SerialPortEntry> const ports{
-        {u"a"_s, std::nullopt, std::nullopt}, {u"b"_s, 0, std::nullopt}, {u"c"_s, std::nullopt, 0}};
+    QList<SerialPortEntry> const ports{{u"a"_s, std::nullopt, std::nullopt},
+                                       {u"b"_s, 0, std::nullopt},
+                                       {u"c"_s, std::nullopt, 0},
+                                       {u"d"_s, 0, 0}};
 
-    EXPECT_EQ(FindUnitPorts(ports, zero, u"debian"_s), QStringList());
-    EXPECT_EQ(FindUnitPorts({{u"d"_s, 0, 0}}, zero, u"debian"_s), QStringList({u"d"_s}));
+    EXPECT_EQ(FindUnitPorts(ports, zero, u"debian"_s), QStringList({u"d"_s}));
 }
 
-TEST(UnitPorts, AreNoneWithoutProductsOrPorts)
+TEST(SerialDecision, FollowsTheNumberOfUnitsAndWhetherOneIsReady)
 {
-    EXPECT_EQ(Found({}), QStringList());
-    EXPECT_EQ(FindUnitPorts({Unit(u"ttyUSB0"_s)}, {}, u"debian"_s), QStringList());
-}
-
-TEST(UnitPorts, OnMacosAreTheCallOutDevicesOnly)
-{
-    QList<SerialPortEntry> const ports{Unit(u"tty.usbserial-1"_s), Unit(u"cu.usbserial-1"_s)};
-
-    for (auto const& product_type : {u"macos"_s, u"macOS"_s, u"MACOS"_s}) {
-        EXPECT_EQ(Found(ports, product_type), QStringList({u"cu.usbserial-1"_s}));
+    using enum DetectionAction;
+    struct {
+        QStringList ports;
+        bool is_ready;
+        Detection detection;
+    } const rows[] = {
+        {{}, false, {None, {}, 300ms}},
+        {{u"ttyUSB0"_s}, false, {Connect, u"ttyUSB0"_s, 20ms}},
+        {{u"a"_s, u"b"_s}, false, {None, {}, std::nullopt}},  // the detection ends
+        {{u"a"_s, u"b"_s, u"c"_s}, false, {None, {}, std::nullopt}},
+        {{}, true, {Disconnect, {}, 300ms}},
+        {{u"a"_s}, true, {None, {}, 300ms}},
+        {{u"a"_s, u"b"_s}, true, {None, {}, 300ms}},
+    };
+    for (auto const& [ports, is_ready, detection] : rows) {
+        EXPECT_EQ(DecideSerial(ports, is_ready, kIntervals), detection)
+            << ports.size() << " ports, ready: " << is_ready;
     }
-}
-
-TEST(UnitPorts, OnMacosBeginWithCuInLowerCaseAndADot)
-{
-    EXPECT_EQ(Found({Unit(u"Cu.a"_s), Unit(u"CU.a"_s), Unit(u"cu-a"_s), Unit(u"cua"_s),
-                     Unit(u"tty.cu.a"_s), Unit(u"cu."_s)},
-                    u"macos"_s),
-              QStringList({u"cu."_s}));
-}
-
-TEST(UnitPorts, OnOtherSystemsMayHaveAnyName)
-{
-    for (auto const& product_type : {u"debian"_s, u"windows"_s, u"osx"_s, u"macosx"_s, QString()}) {
-        EXPECT_EQ(Found({Unit(u"COM3"_s)}, product_type), QStringList({u"COM3"_s}));
-    }
-}
-
-TEST(SerialDecision, WithoutAUnitKeepsLooking)
-{
-    EXPECT_EQ(DecideSerial({}, false, kIntervals), (Detection{DetectionAction::None, {}, 300ms}));
-}
-
-TEST(SerialDecision, ConnectsToTheOnlyUnitAndLooksAgainLater)
-{
-    EXPECT_EQ(DecideSerial({u"ttyUSB0"_s}, false, kIntervals),
-              (Detection{DetectionAction::Connect, u"ttyUSB0"_s, 20ms}));
-}
-
-TEST(SerialDecision, EndsTheDetectionWithTwoUnitsWhileNoneIsReady)
-{
-    EXPECT_EQ(DecideSerial({u"ttyUSB0"_s, u"ttyUSB1"_s}, false, kIntervals),
-              (Detection{DetectionAction::None, {}, std::nullopt}));
-    EXPECT_EQ(DecideSerial({u"a"_s, u"b"_s, u"c"_s}, false, kIntervals),
-              (Detection{DetectionAction::None, {}, std::nullopt}));
-}
-
-TEST(SerialDecision, DisconnectsWhenTheReadyUnitIsGone)
-{
-    EXPECT_EQ(DecideSerial({}, true, kIntervals),
-              (Detection{DetectionAction::Disconnect, {}, 300ms}));
-}
-
-TEST(SerialDecision, LeavesAReadyUnitAloneWhateverPortsThereAre)
-{
-    Detection const nothing{DetectionAction::None, {}, 300ms};
-
-    EXPECT_EQ(DecideSerial({u"ttyUSB0"_s}, true, kIntervals), nothing);
-    EXPECT_EQ(DecideSerial({u"ttyUSB0"_s, u"ttyUSB1"_s}, true, kIntervals), nothing);
 }
 
 TEST(DetectionTimes, AreThoseOfTheProduct)
@@ -133,32 +112,20 @@ TEST(DfuDevices, AreDescribedByTheFirstOnesAndTheNumberOfOthers)
               eight + QStringList({u"1 more"_s}));
 }
 
-TEST(UnitDfuDevices, AreThoseOfKnownProductsInAnyCase)
+TEST(UnitDfuDevices, AreThoseOfKnownProductsInAnyCaseOncePerListedLine)
 {
-    EXPECT_EQ(FindUnitDfuDevices({u"0483:df11"_s, u"1d50:6089"_s, u"10C4:EA60"_s}, kProducts),
-              QStringList({u"0483:df11"_s, u"10C4:EA60"_s}));
+    EXPECT_EQ(FindUnitDfuDevices(
+                  {u"0483:df11"_s, u"1d50:6089"_s, u"df11:0483"_s, u"10C4:EA60"_s, u"0483:DF11"_s},
+                  kProducts),
+              QStringList({u"0483:df11"_s, u"10C4:EA60"_s, u"0483:DF11"_s}));
 }
 
-TEST(UnitDfuDevices, AreNotFoundWithSwappedIdentifiers)
-{
-    EXPECT_EQ(FindUnitDfuDevices({u"df11:0483"_s}, kProducts), QStringList());
-}
-
-TEST(UnitDfuDevices, CountOncePerListedLine)
-{
-    EXPECT_EQ(FindUnitDfuDevices({u"0483:df11"_s, u"0483:DF11"_s}, kProducts).size(), 2);
-}
-
-TEST(UsbDecision, ConnectsToTheOnlyDeviceWithoutAPortNameAndEndsTheDetection)
-{
-    EXPECT_EQ(DecideUsb({u"0483:df11"_s}, kIntervals),
-              (Detection{DetectionAction::Connect, {}, std::nullopt}));
-}
-
-TEST(UsbDecision, KeepsLookingWithNoneOrSeveral)
+TEST(UsbDecision, ConnectsToTheOnlyDeviceAndEndsAndOtherwiseKeepsLooking)
 {
     Detection const nothing{DetectionAction::None, {}, 300ms};
 
+    EXPECT_EQ(DecideUsb({u"0483:df11"_s}, kIntervals),
+              (Detection{DetectionAction::Connect, {}, std::nullopt}));
     EXPECT_EQ(DecideUsb({}, kIntervals), nothing);
     EXPECT_EQ(DecideUsb({u"0483:df11"_s, u"0483:df11"_s}, kIntervals), nothing);
 }

@@ -29,36 +29,6 @@ void WindowTest::FromBackend(std::function<void(FirmwareUpdaterBase&)> const& em
     ASSERT_TRUE(QTest::qWaitFor([&] { return handled; }, kPatience));
 }
 
-void WindowTest::ReportStatus(ConnectionStatus status)
-{
-    FromBackend([status](auto& backend) { Q_EMIT backend.UpdateConnectionStatus(status); });
-}
-
-void WindowTest::StartUpdate()
-{
-    FromBackend([](auto& backend) { Q_EMIT backend.UpdateStarted(); });
-}
-
-void WindowTest::StartErase()
-{
-    FromBackend([](auto& backend) { Q_EMIT backend.EraseStarted(); });
-}
-
-void WindowTest::FinishErase()
-{
-    FromBackend([](auto& backend) { Q_EMIT backend.EraseFinished(); });
-}
-
-void WindowTest::ReportProgress(int percent)
-{
-    FromBackend([percent](auto& backend) { Q_EMIT backend.ProgressUpdate(percent); });
-}
-
-void WindowTest::FinishUpdate(bool status)
-{
-    FromBackend([status](auto& backend) { Q_EMIT backend.UpdateFinished(status); });
-}
-
 bool WindowTest::WaitForCalls(QString const& beginning, qsizetype count)
 {
     return QTest::qWaitFor([&] { return record_->Count(beginning) >= count; }, kPatience);

@@ -21,6 +21,9 @@ class WindowTest : public testing::Test {
 protected:
     static constexpr int kPatience = 15'000;  // milliseconds
     static constexpr std::chrono::milliseconds kNever{3'600'000};
+    // U+2014 is the em dash.
+    static inline QString const kErrorText =
+        QStringLiteral("Error connecting to device \u2014 Disconnect device and repeat step 1-3");
 
     WindowTest() { record_->answers = false; }
 
@@ -29,12 +32,21 @@ protected:
 
     // Calls `emit_signals` on the backend's thread and returns when the window has handled them.
     void FromBackend(std::function<void(FirmwareUpdaterBase&)> const& emit_signals);
-    void ReportStatus(ConnectionStatus status);
-    void StartUpdate();
-    void StartErase();
-    void FinishErase();
-    void ReportProgress(int percent);
-    void FinishUpdate(bool status);
+    void ReportStatus(ConnectionStatus status)
+    {
+        FromBackend([status](auto& backend) { Q_EMIT backend.UpdateConnectionStatus(status); });
+    }
+    void ReportProgress(int percent)
+    {
+        FromBackend([percent](auto& backend) { Q_EMIT backend.ProgressUpdate(percent); });
+    }
+    void FinishUpdate(bool status)
+    {
+        FromBackend([status](auto& backend) { Q_EMIT backend.UpdateFinished(status); });
+    }
+    void StartUpdate() { FromBackend(&FirmwareUpdaterBase::UpdateStarted); }
+    void StartErase() { FromBackend(&FirmwareUpdaterBase::EraseStarted); }
+    void FinishErase() { FromBackend(&FirmwareUpdaterBase::EraseFinished); }
 
     bool WaitForCalls(QString const& beginning, qsizetype count);
     bool WaitForLooks(int count);  // at the list of ports

@@ -7,6 +7,7 @@
 
 #include "bundle_check/bundle_checker.h"
 #include "config/config_keys.h"
+#include "tests/support/files.h"
 
 using namespace Qt::StringLiterals;
 
@@ -97,12 +98,9 @@ void BundleFolder::Write(QString const& path, QByteArray const& content, bool ex
 {
     auto const full = Path(path);
     ASSERT_TRUE(QDir().mkpath(QFileInfo(full).path()));
-    QFile file(full);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly)) << full.toStdString();
-    ASSERT_EQ(file.write(content), content.size());
-    file.close();
+    WriteFile(full, content);
     auto const readable = QFile::ReadOwner | QFile::WriteOwner;
-    ASSERT_TRUE(file.setPermissions(executable ? readable | QFile::ExeOwner : readable));
+    ASSERT_TRUE(QFile::setPermissions(full, executable ? readable | QFile::ExeOwner : readable));
 }
 
 void BundleFolder::Delete(QString const& path)
@@ -176,9 +174,24 @@ void ExpectFindings(QByteArray const& table, void (BundleFolder::*use)())
     }
 }
 
+void ExpectFindings(std::initializer_list<ChangedLines> rows, void (BundleFolder::*use)())
+{
+    for (auto const& [lines, finding, is_only] : rows) {
+        BundleFolder bundle;
+        if (use != nullptr) {
+            (bundle.*use)();
+        }
+        for (auto const& [key, value] : lines) {
+            value == nullptr ? bundle.Remove(key) : bundle.Set(key, value);
+        }
+        EXPECT_TRUE(*finding == '\0' ? FindsNothing(bundle)
+                    : is_only        ? FindsOnly(bundle, finding)
+                                     : Finds(bundle, finding))
+            << lines.front().first.data() << ": " << finding;
+    }
+}
+
 QByteArray ReadDemonstrationFont(QString const& style)
 {
-    QFile font(QStringLiteral(FW_DEMONSTRATION_RESOURCES "/KelvaneSans-%1.otf").arg(style));
-    EXPECT_TRUE(font.open(QIODevice::ReadOnly)) << font.fileName().toStdString();
-    return font.readAll();
+    return ReadFile(QStringLiteral(FW_DEMONSTRATION_RESOURCES "/KelvaneSans-%1.otf").arg(style));
 }

@@ -9,6 +9,7 @@
 #include <QStringList>
 #include <QTemporaryDir>
 #include <utility>
+#include <vector>
 
 class BundleFolder {
 public:
@@ -55,6 +56,16 @@ testing::AssertionResult FindsNothing(BundleFolder const& bundle);
 //     otp_size=512 => clean
 // `use`: prepares each bundle for another transport than UART.
 void ExpectFindings(QByteArray const& table, void (BundleFolder::*use)() = nullptr);
+
+// Lines of config.ini that are set, or removed if they have no value, in an otherwise clean bundle,
+// and the beginning of the line of a finding that this leads to.
+struct ChangedLines {
+    std::vector<std::pair<QByteArray, char const*>> lines;
+    char const* finding;  // empty: none
+    bool is_only = true;
+};
+void ExpectFindings(std::initializer_list<ChangedLines> rows,
+                    void (BundleFolder::*use)() = nullptr);
 
 // A font of the demonstration products: the window's family in the style "Regular" or "Bold".
 QByteArray ReadDemonstrationFont(QString const& style);

@@ -34,13 +34,8 @@ TEST(DfuUtil, MustExistBeExecutableAndRun)
     EXPECT_TRUE(FindsOnly(bundle,
                           "error: The tool dfu-util beside the program does not exist, so no unit "
                           "is ever found."));
-}
-
-TEST(DfuUtil, IsNotNeededOverAnotherInterface)
-{
-    BundleFolder const bundle;
-    EXPECT_FALSE(QFile::exists(bundle.Path(u"MacOS/dfu-util"_s)));
-    EXPECT_TRUE(FindsNothing(bundle));
+    EXPECT_FALSE(QFile::exists(BundleFolder().Path(u"MacOS/dfu-util"_s)))
+        << "the clean bundle for UART has none";
 }
 
 TEST(DfuUtil, IsAskedForVersionAndUsageAndNothingElse)
@@ -85,61 +80,39 @@ TEST(DfuUtil, SupportsFastByItsUsageOrItsReleaseAlone)
     }
 }
 
-class NativeDfuUtil : public testing::Test {
-protected:
-    // 0.11 is the release of Debian 12 and 13.
-    void SetUp() override
-    {
-        if (!installed_.open(QIODevice::ReadOnly)) {
-            GTEST_SKIP() << "dfu-util is not installed";
-        }
-        bundle_.UseUsb();
-    }
-
-    // The installed tool, with further text in the file that it never prints.
-    void PutToolWith(QByteArray const& text)
-    {
-        ASSERT_TRUE(installed_.seek(0));
-        bundle_.Write(u"MacOS/dfu-util"_s, installed_.readAll() + text, true);
-    }
-
-    QFile installed_{u"/usr/bin/dfu-util"_s};
-    BundleFolder bundle_;
-};
-
-TEST_F(NativeDfuUtil, DoesNotSupportFastByATextInItThatItsUsageDoesNotList)
+// The installed tool, 0.11 in Debian 12 and 13, with further text in its file that it never prints.
+TEST(DfuUtil, DoesNotSupportFastByATextInItThatItsUsageDoesNotList)
 {
+    QFile installed(u"/usr/bin/dfu-util"_s);
+    if (!installed.open(QIODevice::ReadOnly)) {
+        GTEST_SKIP() << "dfu-util is not installed";
+    }
+    auto const tool = installed.readAll();
+    BundleFolder bundle;
+    bundle.UseUsb();
     for (auto const& text : {QByteArray(), QByteArray("\0invalid fastbin entry (free)\0", 31),
                              QByteArray("\0fast\0", 6)}) {
-        PutToolWith(text);
-        EXPECT_TRUE(FindsOnly(bundle_, "error: dfu-util 0.11 does not support the modifier 'fast'"))
+        bundle.Write(u"MacOS/dfu-util"_s, tool + text, true);
+        EXPECT_TRUE(FindsOnly(bundle, "error: dfu-util 0.11 does not support the modifier 'fast'"))
             << text.size();
     }
 }
 
-TEST(DfuUtil, ThatDoesNotExitIsNotWaitedFor)
+TEST(DfuUtil, ThatDoesNotExitOrFloodsItsOutputIsNotWaitedFor)
 {
-    UsbBundle const bundle("exec tail -f /dev/null\n");
-    bundle_check::Findings findings;
-    QElapsedTimer timer;
-    timer.start();
-    bundle_check::CheckDfuUtil(bundle.Path(u"MacOS/dfu-util"_s), findings,
-                               std::chrono::milliseconds(200));
-    EXPECT_LT(timer.elapsed(), 5000);
-    ASSERT_EQ(findings.Sorted().size(), 1);
-    EXPECT_EQ(findings.Sorted().first().text,
-              u"dfu-util does not exit when asked for its version."_s);
-}
-
-TEST(DfuUtil, ThatFloodsItsOutputIsStopped)
-{
-    UsbBundle const bundle("exec yes dfu-util\n");
-    bundle_check::Findings findings;
-    bundle_check::CheckDfuUtil(bundle.Path(u"MacOS/dfu-util"_s), findings,
-                               std::chrono::milliseconds(500));
-    ASSERT_EQ(findings.Sorted().size(), 1);
-    EXPECT_EQ(findings.Sorted().first().text,
-              u"dfu-util does not exit when asked for its version."_s);
+    for (auto const* script : {"exec tail -f /dev/null\n", "exec yes dfu-util\n"}) {
+        SCOPED_TRACE(script);
+        UsbBundle const bundle(script);
+        bundle_check::Findings findings;
+        QElapsedTimer timer;
+        timer.start();
+        bundle_check::CheckDfuUtil(bundle.Path(u"MacOS/dfu-util"_s), findings,
+                                   std::chrono::milliseconds(300));
+        EXPECT_LT(timer.elapsed(), 5000);
+        ASSERT_EQ(findings.Sorted().size(), 1);
+        EXPECT_EQ(findings.Sorted().first().text,
+                  u"dfu-util does not exit when asked for its version."_s);
+    }
 }
 
 TEST(DfuUtil, ForMacosIsNotRunOnLinux)

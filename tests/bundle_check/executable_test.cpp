@@ -44,18 +44,17 @@ void ExpectError(QStringList const& arguments, QByteArray const& text)
 
 }  // namespace
 
-class StagedBundle : public testing::TestWithParam<char const*> {};
-
-TEST_P(StagedBundle, IsClean)
+TEST(Process, FindsTheStagedBundlesClean)
 {
-    auto const outcome = RunCheck({QString::fromUtf8(GetParam())});
-    EXPECT_EQ(outcome.status, 0) << outcome.output.constData();
-    EXPECT_TRUE(outcome.output.endsWith("s\nclean\n")) << outcome.output.constData();
-    EXPECT_TRUE(outcome.output.contains(": an update takes about ")) << outcome.output.constData();
-    EXPECT_EQ(outcome.errors, "");
+    for (auto const* bundle : {FW_STAGED_BUNDLES}) {
+        SCOPED_TRACE(bundle);
+        auto const outcome = RunCheck({QString::fromUtf8(bundle)});
+        EXPECT_EQ(outcome.status, 0) << outcome.output.constData();
+        EXPECT_TRUE(outcome.output.endsWith("s\nclean\n")) << outcome.output.constData();
+        EXPECT_TRUE(outcome.output.contains(": an update takes about "));
+        EXPECT_EQ(outcome.errors, "");
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Demonstration, StagedBundle, testing::Values(FW_STAGED_BUNDLES));
 
 TEST(Process, ExitsWithOneForWarningsAndTwoForErrors)
 {
@@ -165,33 +164,26 @@ TEST(HostileInput, InsideTheConfiguration)
     }
 }
 
-TEST(HostileInput, PipesInsteadOfFiles)
+TEST(HostileInput, PipesAndGigabytesInsteadOfFiles)
 {
+    auto const files = {u"Resources/firmware.bin"_s, u"Resources/background.png"_s,
+                        u"Resources/Sans-Bold.otf"_s, u"MacOS/dfu-util"_s};
     BundleFolder bundle;
     bundle.UseUsb();
-    for (auto const& path : {u"Resources/firmware.bin"_s, u"Resources/background.png"_s,
-                             u"Resources/Sans-Bold.otf"_s, u"MacOS/dfu-util"_s}) {
+    for (auto const& path : files) {
+        ASSERT_TRUE(QFile::resize(bundle.Path(path), qint64{1} << 30));
+        EXPECT_NE(RunCheck({bundle.Root()}).status, -1) << path.toStdString();
+    }
+    for (auto const& path : files) {
         bundle.Delete(path);
         ASSERT_EQ(mkfifo(bundle.Path(path).toLocal8Bit().constData(), 0700), 0);
     }
     ExpectError({bundle.Root()}, "firmware.bin' is not a regular file.");
-}
-
-TEST(HostileInput, GigabyteInsteadOfEachFile)
-{
-    constexpr qint64 kGigabyte = qint64{1} << 30;
-    BundleFolder bundle;
-    bundle.UseUsb();
-    for (auto const& path :
-         {u"Resources/firmware.bin"_s, u"Resources/background.png"_s, u"Resources/Sans-Bold.otf"_s,
-          u"MacOS/dfu-util"_s, u"Resources/config.ini"_s}) {
-        ASSERT_TRUE(QFile::resize(bundle.Path(path), kGigabyte));
-        EXPECT_NE(RunCheck({bundle.Root()}).status, -1) << path.toStdString();
-    }
+    ASSERT_TRUE(QFile::resize(bundle.Path(u"Resources/config.ini"_s), qint64{1} << 30));
     ExpectError({bundle.Root()}, "config.ini is larger than 1048576 bytes");
 }
 
-TEST(HostileInput, MegabyteLongLines)
+TEST(HostileInput, LongAndManyLines)
 {
     BundleFolder bundle;
     QByteArray const megabyte(1'000'000, 'x');
@@ -199,19 +191,12 @@ TEST(HostileInput, MegabyteLongLines)
          {megabyte, megabyte + "=1\n", "product_text=" + megabyte + "\n", "[" + megabyte + "]\na=1",
           "product_list=" + QByteArray(1'000'000, ',') + "\n", "product_text=\"" + megabyte,
           "device_id_list=" + QByteArray("1,").repeated(500'000),
-          "product_list=" + QByteArray("a:1:1,").repeated(150'000)}) {
+          "product_list=" + QByteArray("a:1:1,").repeated(150'000),
+          QByteArray("a=\n").repeated(300'000)}) {
         bundle.SetConfig(text);
         auto const outcome = RunCheck({bundle.Root()});
         EXPECT_EQ(outcome.status, 2) << text.left(20).constData();
         EXPECT_LT(outcome.output.size(), 100'000);
+        EXPECT_TRUE(outcome.output.contains(" more are not shown\n") || !text.startsWith("a=\n"));
     }
-}
-
-TEST(HostileInput, ManyLines)
-{
-    BundleFolder bundle;
-    bundle.SetConfig(QByteArray("a=\n").repeated(300'000));
-    auto const outcome = RunCheck({bundle.Root()});
-    EXPECT_EQ(outcome.status, 2);
-    EXPECT_TRUE(outcome.output.contains(" more are not shown\n"));
 }

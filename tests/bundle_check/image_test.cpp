@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <QFile>
-#include <QTemporaryDir>
 
 #include "tests/bundle_check/bundle_folder.h"
 
@@ -69,40 +68,30 @@ firmware_filename=CP210xVCPDriver.app => error: The firmware file 'CP210xVCPDriv
 )");
 }
 
-TEST(FirmwareFile, OutsideTheBundleIsNotShipped)
+TEST(FirmwareFile, IsShippedOnlyFromInsideTheBundle)
 {
+    QByteArray const image(1024, '\xFF');
     BundleFolder bundle;
-    bundle.Write(u"firmware.bin"_s, QByteArray(1024, '\xFF'));
+    bundle.Write(u"firmware.bin"_s, image);
     bundle.Set("firmware_filename", "../firmware.bin");
     EXPECT_TRUE(FindsOnly(bundle,
                           "config.ini:1: warning: firmware_filename: The firmware file "
                           "'../firmware.bin' is outside the Resources folder"));
-    bundle.Set("firmware_filename", bundle.Path(QString::fromLatin1(kImage)).toUtf8());
+    auto const path = bundle.Path(QString::fromLatin1(kImage));
+    bundle.Set("firmware_filename", path.toUtf8());
     EXPECT_TRUE(FindsNothing(bundle));
-}
 
-TEST(FirmwareFile, BehindALinkOutOfTheBundleIsNotShipped)
-{
-    QTemporaryDir const elsewhere;
-    QFile built(elsewhere.filePath(u"out.bin"_s));
-    ASSERT_TRUE(built.open(QIODevice::WriteOnly));
-    built.write(QByteArray(1024, '\xFF'));
-    built.close();
-    BundleFolder bundle;
+    bundle.Set("firmware_filename", "firmware.bin");
     bundle.Delete(QString::fromLatin1(kImage));
-    ASSERT_TRUE(QFile::link(built.fileName(), bundle.Path(QString::fromLatin1(kImage))));
+    BundleFolder elsewhere;
+    ASSERT_TRUE(QFile::link(elsewhere.Path(QString::fromLatin1(kImage)), path));
     EXPECT_TRUE(FindsOnly(bundle,
                           "config.ini:1: warning: firmware_filename: 'firmware.bin' is, or lies "
                           "behind, a symbolic link out of the bundle, to '"));
-}
-
-TEST(FirmwareFile, BehindALinkInsideTheBundleIsShipped)
-{
-    BundleFolder bundle;
-    bundle.Write(u"Resources/images/one.bin"_s, QByteArray(1024, '\xFF'));
     bundle.Delete(QString::fromLatin1(kImage));
-    ASSERT_TRUE(QFile::link(u"images/one.bin"_s, bundle.Path(QString::fromLatin1(kImage))));
-    EXPECT_TRUE(FindsNothing(bundle));
+    bundle.Write(u"Resources/images/one.bin"_s, image);
+    ASSERT_TRUE(QFile::link(u"images/one.bin"_s, path));
+    EXPECT_TRUE(FindsNothing(bundle)) << "a link inside the bundle";
 }
 
 TEST(FirmwareFile, MustBeARawImageThatIsLongEnough)
@@ -145,7 +134,7 @@ TEST(FirmwareFile, ShouldConsistOfWholeWordsWhoseLastOneIsFree)
     });
 }
 
-TEST(ImageInFlash, MustFit)
+TEST(ImageInFlash, MustFitAfterItsAddress)
 {
     ExpectImageFindings<qint64>({
         {Unit::Stm32G4, 512 * 1024 + 4,
@@ -164,10 +153,6 @@ TEST(ImageInFlash, MustFit)
         {Unit::Mcuboot, qint64{0x80000000},
          "error: The image has 2147483648 bytes, more than MCUboot's serial recovery can count."},
     });
-}
-
-TEST(ImageInFlash, MustFitAfterItsAddress)
-{
     ImageBundle bundle(Unit::Stm32G4, qint64{512 * 1024 - 4096 + 4});
     bundle.Set("programming_address", "0x08001000");
     bundle.Set("start_address", "0x08001000");

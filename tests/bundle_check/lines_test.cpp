@@ -25,82 +25,52 @@ programing-adress=1 => warning: 'programing-adress' is not a known key and is ig
 )");
 }
 
-TEST(LineWithoutEqualsSign, IsReported)
+TEST(Lines, AreCheckedWhereverTheyLie)
 {
-    BundleFolder bundle;
-    bundle.SetConfig("colour red\n");
-    EXPECT_TRUE(Finds(bundle, "config.ini:1: warning: 'colour red' has no '=' and is ignored"));
-}
-
-TEST(KeyInASection, IsNotReadByTheProgram)
-{
-    for (auto const* section : {"[Window]", "[]"}) {
-        BundleFolder bundle;
-        bundle.Remove("fw_version");
-        bundle.Set(section + QByteArray("\nfw_version"), "1.0");
-        auto const text = "config.ini:15: warning: fw_version: The key is in the section '" +
-                          QByteArray(section) + "', where the program does not read it";
-        EXPECT_TRUE(Finds(bundle, text));
-        EXPECT_TRUE(Finds(bundle,
-                          "config.ini: warning: fw_version: The key is missing, so the window "
-                          "shows no version number."));
-    }
-}
-
-TEST(KeyInASection, IsReadInTheGeneralOne)
-{
-    BundleFolder bundle;
-    bundle.Remove("fw_version");
-    bundle.Set("[General]\nfw_version", "1.0");
-    EXPECT_TRUE(FindsNothing(bundle));
-}
-
-TEST(KeyInPercentCodes, IsTheKeyThatTheySpell)
-{
-    BundleFolder bundle;
-    bundle.Remove("fw_version");
-    bundle.Set("fw%5Fversion", "1.0");
-    EXPECT_TRUE(FindsNothing(bundle));
-    bundle.Set("fw_version", "1.1");
-    EXPECT_TRUE(FindsOnly(
-        bundle, "config.ini:15: warning: fw_version: Duplicate key, first set on line 14;"));
-}
-
-TEST(DuplicateKey, IsReportedOnceAtTheLineThatIsUsed)
-{
-    BundleFolder bundle;
-    bundle.Set("; \nfw_version", "2.0");
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:15: warning: fw_version: Duplicate key, first set on line "
-                          "13; this value is used."));
-    bundle.Set("; \nfw_version ", "3.0");
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:17: warning: fw_version: Duplicate key, first set on line "
-                          "13; this value is used."));
-}
-
-TEST(DuplicateKey, HasItsLastValueChecked)
-{
-    BundleFolder bundle;
-    bundle.Set("; \notp_size", "x");
-    EXPECT_TRUE(Finds(bundle, "config.ini:15: error: otp_size: The program reads 'x' as 0"));
-}
-
-TEST(Quotes, ThatAreNotClosedSwallowTheRestOfTheFile)
-{
-    BundleFolder bundle;
-    bundle.Set("product_text", "\"Lumen");
-    EXPECT_TRUE(Finds(bundle,
-                      "config.ini:12: error: product_text: The closing quotation mark is missing: "
-                      "the rest of the file, up to line 13,"));
-}
-
-TEST(ValueOverSeveralLines, IsReported)
-{
-    BundleFolder bundle;
-    bundle.Set("product_text", "\"Lumen\nTwo\"");
-    EXPECT_TRUE(
-        FindsOnly(bundle, "config.ini:12: warning: product_text: The value continues to line 13;"));
+    constexpr char const* kRemoved = nullptr;
+    ExpectFindings({
+        {{{"colour red\n; ", ""}},
+         "config.ini:14: warning: 'colour red' has no '=' and is ignored"},
+        // The program reads no key in a section but General.
+        {{{"fw_version", kRemoved}, {"[Window]\nfw_version", "1.0"}},
+         "config.ini:15: warning: fw_version: The key is in the section '[Window]', where the "
+         "program does not read it",
+         false},
+        {{{"fw_version", kRemoved}, {"[]\nfw_version", "1.0"}},
+         "config.ini:15: warning: fw_version: The key is in the section '[]', where",
+         false},
+        {{{"fw_version", kRemoved}, {"[]\nfw_version", "1.0"}},
+         "config.ini: warning: fw_version: The key is missing, so the window shows no version "
+         "number.",
+         false},
+        {{{"fw_version", kRemoved}, {"[General]\nfw_version", "1.0"}}, ""},
+        // A key in percent codes is the one that they spell.
+        {{{"fw_version", kRemoved}, {"fw%5Fversion", "1.0"}}, ""},
+        {{{"fw_version", kRemoved}, {"fw%5Fversion", "1.0"}, {"fw_version", "1.1"}},
+         "config.ini:15: warning: fw_version: Duplicate key, first set on line 14;"},
+        // A duplicate is reported once, at the line that is used.
+        {{{"; \nfw_version", "2.0"}},
+         "config.ini:15: warning: fw_version: Duplicate key, first set on line 13; this value is "
+         "used."},
+        {{{"; \nfw_version", "2.0"}, {"; \nfw_version ", "3.0"}},
+         "config.ini:17: warning: fw_version: Duplicate key, first set on line 13;"},
+        {{{"; \notp_size", "x"}},
+         "config.ini:15: error: otp_size: The program reads 'x' as 0",
+         false},
+        {{{"product_text", "\"Lumen"}},
+         "config.ini:12: error: product_text: The closing quotation mark is missing: the rest of "
+         "the file, up to line 13,",
+         false},
+        {{{"product_text", "\"Lumen\nTwo\""}},
+         "config.ini:12: warning: product_text: The value continues to line 13;"},
+        {{{"product_text", "\"Lumen\" \"Pro\"; two"}},
+         "config.ini:12: warning: product_text: An unquoted semicolon",
+         false},
+        // Such a file is kept from QSettings, so nothing is said about its values.
+        {{{"product_text", "@Size(1 2)"}, {"otp_size", "x"}},
+         "config.ini:12: error: product_text: The value contains '@NAME(', QSettings' notation "
+         "for values other than text"},
+    });
 }
 
 TEST(Backslash, BeginsAnEscapeSequence)
@@ -132,17 +102,4 @@ product_text=Lumen "Pro" two => warning: Quotation marks inside a text, and spac
 product_text="Lumen ""Pro" two => warning: Quotation marks inside a text, and spaces after them, are dropped: the program reads 'Lumen Protwo'.
 product_text="Lumen \"Pro\" two" => clean
 )");
-    BundleFolder bundle;
-    bundle.Set("product_text", "\"Lumen\" \"Pro\"; two");
-    EXPECT_TRUE(Finds(bundle, "config.ini:12: warning: product_text: An unquoted semicolon"));
-}
-
-TEST(ForeignForm, IsReportedAndKeepsTheFileFromQSettings)
-{
-    BundleFolder bundle;
-    bundle.Set("product_text", "@Size(1 2)");
-    bundle.Set("otp_size", "x");
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:12: error: product_text: The value contains '@NAME(', "
-                          "QSettings' notation for values other than text"));
 }

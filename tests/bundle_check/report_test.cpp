@@ -15,22 +15,14 @@
 using namespace Qt::StringLiterals;
 using namespace bundle_check;
 
-TEST(Prediction, OfTheUartTransport)
+TEST(Prediction, AddsUpWhatATransportDoes)
 {
     // 100 pages take 2.45 s; 800 blocks put (204800 + 9600) * 11 bits on a line of 460800 bits a
     // second, 5.118 s; 25600 double words take 2.099 s.
     EXPECT_NEAR(PredictUart(204800, 2048), 9.667, 0.001);
     EXPECT_NEAR(PredictUart(204800, 8192), 7.829, 0.001);
-}
-
-TEST(Prediction, OfTheUsbTransport)
-{
     // 100 pages, 100 transfers of 5 ms, 25600 double words, 1 s.
     EXPECT_NEAR(PredictUsb(204800, 2048), 6.049, 0.001);
-}
-
-TEST(Prediction, OfTheMcubootTransport)
-{
     // 73 pages take 1.79 s; 100 chunks: 1.6 s of pauses; (151800 * 4 / 3 + 6000) * 10 bits at
     // 115200, 18.09 s; 18538 double words, 1.52 s.
     EXPECT_NEAR(PredictMcuboot(148300, 2048, 115200), 23.0, 0.01);
@@ -38,55 +30,36 @@ TEST(Prediction, OfTheMcubootTransport)
     EXPECT_EQ(PredictMcuboot(148300, 2048, 0), 0);
 }
 
-TEST(Prediction, IsGivenForEachProduct)
+TEST(Prediction, IsGivenForEachProductByInterfaceAndBaudRateIfThereIsAnImage)
 {
     BundleFolder bundle;
     bundle.Set("product_list", "Lumen:10c4:ea60, Aria:10c4:ea61");
-    auto const text = FormatText(CheckBundle(bundle.Root()));
-    EXPECT_EQ(text,
+    EXPECT_EQ(FormatText(CheckBundle(bundle.Root())),
               u"'Aria' over uart: an update takes about 1 s\n"
               "'Lumen' over uart: an update takes about 1 s\n"
               "clean\n"_s);
-}
-
-TEST(Prediction, FollowsTheInterfaceAndTheBaudRate)
-{
-    BundleFolder bundle;
     bundle.Write(u"Resources/firmware.bin"_s, QByteArray(148300, '\xFF'));
     bundle.UseMcuboot();
     EXPECT_TRUE(FormatText(CheckBundle(bundle.Root()))
                     .contains(u"'Lumen' over mcuboot_serial: an update takes about 7 s"_s));
     bundle.Set("mcuboot_baud", "115200");
     EXPECT_TRUE(FormatText(CheckBundle(bundle.Root())).contains(u"takes about 23 s"_s));
-}
-
-TEST(Prediction, NeedsAnImage)
-{
-    BundleFolder bundle;
     bundle.Delete(u"Resources/firmware.bin"_s);
     EXPECT_TRUE(CheckBundle(bundle.Root()).predictions.isEmpty());
 }
 
-TEST(ExitStatus, FollowsTheWorstFinding)
+TEST(Report, HasPlaceAndWeightInTheOrderOfTheLinesAndTheStatusOfItsWorstFinding)
 {
     Report report;
     EXPECT_EQ(GetExitStatus(report), 0);
-    report.findings.Note({}, u"n"_s);
-    EXPECT_EQ(GetExitStatus(report), 0);
-    report.findings.Warn({}, u"w"_s);
-    EXPECT_EQ(GetExitStatus(report), 1);
-    report.findings.Fail({}, u"e"_s);
-    EXPECT_EQ(GetExitStatus(report), 2);
-}
-
-TEST(Text, GivesPlaceAndWeightInTheOrderOfTheLines)
-{
-    Report report;
     report.findings.Note({}, u"No place."_s);
+    EXPECT_EQ(GetExitStatus(report), 0);
     report.findings.Warn({u"otp_size"_s, 9}, u"Second."_s);
     report.findings.Warn({{}, 12}, u"Third."_s);
+    EXPECT_EQ(GetExitStatus(report), 1);
     report.findings.Fail({u"otp_size"_s, 0}, u"Missing."_s);
     report.findings.Fail({u"strange"_s, 3}, u"First."_s);
+    EXPECT_EQ(GetExitStatus(report), 2);
     EXPECT_EQ(FormatText(report),
               u"config.ini:3: error: First.\n"
               "config.ini:9: warning: otp_size: Second.\n"
@@ -96,7 +69,7 @@ TEST(Text, GivesPlaceAndWeightInTheOrderOfTheLines)
               "2 errors, 2 warnings\n"_s);
 }
 
-TEST(Text, CountsWhatItDoesNotShow)
+TEST(Report, CountsWhatItDoesNotShow)
 {
     Report report;
     for (int i = 0; i < 201; ++i) {
@@ -116,27 +89,28 @@ TEST(Quote, ShowsNothingThatATerminalObeys)
 TEST(Json, HoldsFindingsAndPredictions)
 {
     BundleFolder bundle;
+    auto const clean = QJsonDocument::fromJson(FormatJson(CheckBundle(bundle.Root()))).object();
+    EXPECT_EQ(clean[u"status"_s], u"clean"_s);
+    EXPECT_EQ(clean[u"findings"_s], QJsonArray());
     bundle.Set("otp_size", "x");
     bundle.Set("colour", "red");
     bundle.Remove("fw_version");
     auto const json = QJsonDocument::fromJson(FormatJson(CheckBundle(bundle.Root()))).object();
-    EXPECT_EQ(json[u"status"_s].toString(), u"errors"_s);
-    EXPECT_EQ(json[u"interface"_s].toString(), u"uart"_s);
-    EXPECT_EQ(json[u"omitted"_s].toInt(-1), 0);
+    EXPECT_EQ(json[u"status"_s], u"errors"_s);
+    EXPECT_EQ(json[u"interface"_s], u"uart"_s);
+    EXPECT_EQ(json[u"omitted"_s], 0);
     auto const findings = json[u"findings"_s].toArray();
     ASSERT_EQ(findings.size(), 3);
-    EXPECT_EQ(findings[0][u"severity"_s].toString(), u"error"_s);
-    EXPECT_EQ(findings[0][u"key"_s].toString(), u"otp_size"_s);
-    EXPECT_EQ(findings[0][u"line"_s].toInt(), 5);
+    EXPECT_EQ(findings[0][u"severity"_s], u"error"_s);
+    EXPECT_EQ(findings[0][u"key"_s], u"otp_size"_s);
+    EXPECT_EQ(findings[0][u"line"_s], 5);
     EXPECT_TRUE(findings[0][u"text"_s].toString().startsWith(u"The program reads 'x' as 0"_s));
-    EXPECT_EQ(findings[1][u"severity"_s].toString(), u"warning"_s);
-    EXPECT_EQ(findings[1][u"key"_s].toString(), u"colour"_s);
-    EXPECT_EQ(findings[2][u"key"_s].toString(), u"fw_version"_s);
+    EXPECT_EQ(findings[1][u"severity"_s], u"warning"_s);
+    EXPECT_EQ(findings[1][u"key"_s], u"colour"_s);
+    EXPECT_EQ(findings[2][u"key"_s], u"fw_version"_s);
     EXPECT_TRUE(findings[2][u"line"_s].isNull());
-    auto const predictions = json[u"predictions"_s].toArray();
-    ASSERT_EQ(predictions.size(), 1);
-    EXPECT_EQ(predictions[0][u"product"_s].toString(), u"Lumen"_s);
-    EXPECT_EQ(predictions[0][u"seconds"_s].toInt(), 1);
+    QJsonObject const prediction{{u"product"_s, u"Lumen"_s}, {u"seconds"_s, 1}};
+    EXPECT_EQ(json[u"predictions"_s], QJsonArray({prediction}));
 }
 
 TEST(Json, StaysJsonWhateverTheTextsHold)
@@ -157,12 +131,4 @@ TEST(Json, StaysJsonWhateverTheTextsHold)
         EXPECT_EQ(object[u"predictions"_s].toArray().size(), 1) << json.constData();
         EXPECT_EQ(object[u"findings"_s].toArray().size(), 2) << json.constData();
     }
-}
-
-TEST(Json, OfACleanBundleSaysSo)
-{
-    BundleFolder const bundle;
-    auto const json = QJsonDocument::fromJson(FormatJson(CheckBundle(bundle.Root()))).object();
-    EXPECT_EQ(json[u"status"_s].toString(), u"clean"_s);
-    EXPECT_TRUE(json[u"findings"_s].toArray().isEmpty());
 }

@@ -3,58 +3,36 @@
 
 #include "tests/bundle_check/bundle_folder.h"
 
-namespace {
-
-void ExpectMissing(char const* severity, std::initializer_list<char const*> keys)
+TEST(MissingKey, IsAnErrorWhereTheUpdateNeedsItAndAWarningWhereOnlyTheWindowLacksIt)
 {
-    for (QByteArray const key : keys) {
-        BundleFolder bundle;
-        bundle.Remove(key);
-        auto const text =
-            "config.ini: " + QByteArray(severity) + ": " + key + ": The key is missing, so ";
-        EXPECT_TRUE(FindsOnly(bundle, text));
+    std::pair<QByteArray, QList<QByteArray>> const rows[] = {
+        {"error",
+         {"firmware_filename", "start_address", "programming_address", "otp_address", "otp_size",
+          "boot_mode_address", "product_list", "device_id_list"}},
+        {"warning", {"instructions_text", "product_text", "fw_version", "fw_target_type"}},
+    };
+    for (auto const& [severity, keys] : rows) {
+        for (auto const& key : keys) {
+            auto const text = "config.ini: " + severity + ": " + key + ": The key is missing, so ";
+            ExpectFindings({{{{key, nullptr}}, text.constData()}});
+        }
     }
 }
 
-}  // namespace
-
-TEST(MissingKey, IsAnErrorWhereTheUpdateNeedsIt)
+TEST(MissingKey, IsNotReportedWhereItHasADefaultOrIsNotNeeded)
 {
-    ExpectMissing("error",
-                  {"firmware_filename", "start_address", "programming_address", "otp_address",
-                   "otp_size", "boot_mode_address", "product_list", "device_id_list"});
-}
-
-TEST(MissingKey, IsAWarningWhereOnlyTheWindowLacksIt)
-{
-    ExpectMissing("warning", {"instructions_text", "product_text", "fw_version", "fw_target_type"});
-}
-
-TEST(MissingKey, WithADefaultIsNotReported)
-{
-    BundleFolder bundle;
-    bundle.Remove("window_title");
-    EXPECT_TRUE(FindsNothing(bundle));
-}
-
-TEST(MissingKey, OfTheModelCheckIsNotNeededByServiceFirmware)
-{
-    BundleFolder bundle;
-    bundle.Set("fw_target_type", "service");
-    for (auto const* key : {"otp_address", "otp_size", "device_id_list"}) {
-        bundle.Remove(key);
-    }
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:7: warning: fw_target_type: Service firmware is written to "
-                          "any unit, whatever its model; never ship this bundle"));
-}
-
-TEST(MissingKey, DependsOnTheInterface)
-{
-    BundleFolder bundle;
-    bundle.UseUsb();
-    bundle.Remove("programming_address");
-    EXPECT_TRUE(FindsOnly(bundle, "config.ini: error: programming_address: The key is missing"));
+    ExpectFindings({
+        {{{"window_title", nullptr}}, ""},
+        {{{"fw_target_type", "service"},
+          {"otp_address", nullptr},
+          {"otp_size", nullptr},
+          {"device_id_list", nullptr}},
+         "config.ini:7: warning: fw_target_type: Service firmware is written to any unit, whatever "
+         "its model; never ship this bundle"},
+    });
+    ExpectFindings({{{{"programming_address", nullptr}},
+                     "config.ini: error: programming_address: The key is missing"}},
+                   &BundleFolder::UseUsb);
 }
 
 TEST(KeyOfAnotherInterface, IsNoted)
@@ -213,52 +191,36 @@ otp_address=0x1FFF0000 => warning: 0x1fff0000 is not in the one-time-programmabl
 )");
 }
 
-TEST(Addresses, OutsideFlashAreErrors)
+TEST(Addresses, MustBeInFlashOnAMultipleOfEightAndWhereTheProgramErases)
 {
-    for (auto const& [key, text] :
-         {std::pair{"programming_address", "config.ini:3: error: programming_address: 0x20000000"},
-          std::pair{"start_address", "config.ini:2: error: start_address: 0x20000000"}}) {
-        BundleFolder bundle;
-        bundle.Set(key, "0x20000000");
-        auto const expected = text + QByteArray(" is not in the flash of the chips 0x469, 0x479.");
-        EXPECT_TRUE(Finds(bundle, expected));
-    }
-}
-
-TEST(ProgrammingAddress, AfterTheStartOfFlashIsNotWhatIsErased)
-{
-    BundleFolder bundle;
-    bundle.Set("programming_address", "0x08004000");
-    bundle.Set("start_address", "0x08004000");
-    EXPECT_TRUE(FindsOnly(bundle,
-                          "config.ini:3: warning: programming_address: The program erases as many "
-                          "pages as the image has, starting at 0x08000000, but writes at "
-                          "0x08004000"));
-    bundle.UseUsb();
-    EXPECT_TRUE(FindsNothing(bundle)) << "dfu-util erases where it writes";
-}
-
-TEST(ProgrammingAddress, MustBeAMultipleOfEight)
-{
-    BundleFolder bundle;
-    for (QByteArray const address : {"0x08000002", "0x08000004"}) {
-        bundle.Set("programming_address", address);
-        auto const text =
-            "config.ini:3: error: programming_address: " + address + " is not a multiple of 8";
-        EXPECT_TRUE(Finds(bundle, text));
-    }
+    ExpectFindings({
+        {{{"programming_address", "0x20000000"}},
+         "config.ini:3: error: programming_address: 0x20000000 is not in the flash of the chips "
+         "0x469, 0x479.",
+         false},
+        {{{"start_address", "0x20000000"}},
+         "config.ini:2: error: start_address: 0x20000000 is not in the flash of the chips 0x469, "
+         "0x479.",
+         false},
+        {{{"programming_address", "0x08000002"}},
+         "config.ini:3: error: programming_address: 0x08000002 is not a multiple of 8",
+         false},
+        {{{"programming_address", "0x08000004"}},
+         "config.ini:3: error: programming_address: 0x08000004 is not a multiple of 8",
+         false},
+        {{{"programming_address", "0x08004000"}, {"start_address", "0x08004000"}},
+         "config.ini:3: warning: programming_address: The program erases as many pages as the "
+         "image has, starting at 0x08000000, but writes at 0x08004000"},
+        {{{"boot_mode_address", "0x08000100"}},
+         "config.ini:6: error: boot_mode_address: The marker is written to 0x08000100, into the "
+         "image",
+         false},
+    });
+    // dfu-util erases where it writes.
     ExpectFindings(R"(
+programming_address=0x08004000 => clean
 programming_address=0x08000004 => error: 0x08000004 is not a multiple of 8, and flash is programmed 8 bytes at a time
 programming_address=0x08000008 => clean
 )",
                    &BundleFolder::UseUsb);
-}
-
-TEST(BootModeAddress, InsideTheImageSpoilsIt)
-{
-    BundleFolder bundle;
-    bundle.Set("boot_mode_address", "0x08000100");
-    EXPECT_TRUE(Finds(bundle,
-                      "config.ini:6: error: boot_mode_address: The marker is written to "
-                      "0x08000100, into the image"));
 }

@@ -13,10 +13,6 @@ TEST(BundlePaths, FollowFromTheProgramsDirectoryWithoutBeingTidied)
 
     EXPECT_EQ(paths.resources, u"/Apps/Up.app/Contents/MacOS/../Resources"_s);
     EXPECT_EQ(paths.dfu_util, u"/Apps/Up.app/Contents/MacOS/../MacOS/dfu-util"_s);
-}
-
-TEST(ConfigPath, IsInTheResourceDirectory)
-{
     EXPECT_EQ(GetConfigPath(QDir(u"/a/MacOS/../Resources"_s)),
               u"/a/MacOS/../Resources/config.ini"_s);
 }

@@ -1,13 +1,12 @@
 // A config.ini in a temporary resource directory, written as a person would write it.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <QDir>
-#include <QFile>
 #include <QSettings>
 #include <QTemporaryDir>
 #include <memory>
+
+#include "tests/support/files.h"
 
 class IniFile {
 public:
@@ -27,12 +26,7 @@ public:
     QString Path(QString const& name) const { return directory_.filePath(name); }
 
     // Writes another file beside it.
-    void Write(QString const& name, QByteArray const& content)
-    {
-        QFile file(directory_.filePath(name));
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-        EXPECT_EQ(file.write(content), content.size());
-    }
+    void Write(QString const& name, QByteArray const& content) { WriteFile(Path(name), content); }
 
 private:
     QTemporaryDir directory_;

@@ -85,10 +85,7 @@ TEST(BuildPacket, WritesHeaderPayloadAndCheckValueAsOneLine)
     EXPECT_EQ(QByteArray::fromBase64(empty.mid(2)).size(), 12);
     EXPECT_TRUE(QByteArray::fromBase64(empty.mid(2)).startsWith(FromHex("000a 0000000000000000")));
     EXPECT_EQ(buildPacket(kSmpRead, 1, 0, FromHex("bfff"), 0), Line("AAwAAAACAAEAAL//xLc="));
-}
-
-TEST(BuildPacket, WritesAllFieldsMostSignificantByteFirst)
-{
+    // Every field has its most significant byte first.
     auto const line = buildPacket(2, 0x1234, 0x56, QByteArray(300, 'x'), 0x78);
     EXPECT_EQ(simulator::ReadSmpLines(line).first(10), FromHex("0136 0200 012c 1234 7856"));
     auto const request = simulator::ReadSmpRequest(line.chopped(1));

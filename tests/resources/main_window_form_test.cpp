@@ -5,7 +5,6 @@
 #include <QMainWindow>
 #include <QMenuBar>
 #include <QStatusBar>
-#include <ostream>
 
 #include "ui_main_window.h"
 
@@ -15,110 +14,81 @@ constexpr Qt::Alignment kLeftMiddle = Qt::AlignLeft | Qt::AlignVCenter;
 constexpr Qt::Alignment kLeftTop = Qt::AlignLeft | Qt::AlignTop;
 constexpr Qt::Alignment kRightMiddle = Qt::AlignRight | Qt::AlignVCenter;
 
-struct Form {
-    Form() { ui.setupUi(&window); }
+class MainWindowForm : public testing::Test {
+protected:
+    MainWindowForm() { ui_.setupUi(&window_); }
 
-    QMainWindow window;
-    Ui::MainWindow ui;
-};
-
-struct LabelRow {
-    char const* name;
-    QRect geometry;
-    char const* text;
-    Qt::Alignment alignment;
-};
-
-void PrintTo(LabelRow const& row, std::ostream* out)
-{
-    *out << row.name;
-}
-
-class FormLabel : public testing::TestWithParam<LabelRow> {};
-
-LabelRow const kLabels[] = {
-    {"titleLabel", {40, 30, 201, 21}, "Firmware upgrade", kLeftMiddle},
-    {"productLabel", {40, 55, 201, 21}, "Unknown", kLeftMiddle},
-    {"typeLabel", {40, 80, 181, 21}, "", kLeftMiddle},
-    {"instructionsLabel",
-     {40, 160, 201, 231},
-     "Instructions\n\n- plugin \n- place in boot mode \n- reset \n- press Update",
-     kLeftTop},
-    {"versionNumberLabel", {560, 55, 58, 16}, "A1", kRightMiddle},
-    {"versionLabel", {520, 30, 101, 16}, "Version", kRightMiddle},
-    {"progressBarFrame", {148, 400, 477, 40}, "", kLeftMiddle},
-    {"infoLabel", {40, 478, 311, 31}, "Update requires cable with USB-C connector.", kLeftMiddle},
+    QMainWindow window_;
+    Ui::MainWindow ui_;
 };
 
 }  // namespace
 
-TEST_P(FormLabel, HasItsPlaceTextAndAlignment)
+TEST_F(MainWindowForm, HasItsLabelsPlacesTextsAndAlignments)
 {
-    Form const form;
-    LabelRow const& row = GetParam();
-
-    auto const* label = form.ui.centralwidget->findChild<QLabel*>(QString::fromLatin1(row.name));
-    ASSERT_NE(label, nullptr);
-    EXPECT_EQ(label->geometry(), row.geometry);
-    EXPECT_EQ(label->text().toStdString(), row.text);
-    EXPECT_EQ(label->alignment(), row.alignment);
+    struct {
+        char const* name;
+        QRect geometry;
+        char const* text;
+        Qt::Alignment alignment;
+    } const rows[] = {
+        {"titleLabel", {40, 30, 201, 21}, "Firmware upgrade", kLeftMiddle},
+        {"productLabel", {40, 55, 201, 21}, "Unknown", kLeftMiddle},
+        {"typeLabel", {40, 80, 181, 21}, "", kLeftMiddle},
+        {"instructionsLabel",
+         {40, 160, 201, 231},
+         "Instructions\n\n- plugin \n- place in boot mode \n- reset \n- press Update",
+         kLeftTop},
+        {"versionNumberLabel", {560, 55, 58, 16}, "A1", kRightMiddle},
+        {"versionLabel", {520, 30, 101, 16}, "Version", kRightMiddle},
+        {"progressBarFrame", {148, 400, 477, 40}, "", kLeftMiddle},
+        {"infoLabel",
+         {40, 478, 311, 31},
+         "Update requires cable with USB-C connector.",
+         kLeftMiddle},
+    };
+    for (auto const& [name, geometry, text, alignment] : rows) {
+        SCOPED_TRACE(name);
+        auto const* label = ui_.centralwidget->findChild<QLabel*>(QString::fromLatin1(name));
+        ASSERT_NE(label, nullptr);
+        EXPECT_EQ(label->geometry(), geometry);
+        EXPECT_EQ(label->text().toStdString(), text);
+        EXPECT_EQ(label->alignment(), alignment);
+    }
+    EXPECT_EQ(ui_.instructionsLabel->minimumHeight(), 200);
 }
 
-INSTANTIATE_TEST_SUITE_P(EveryLabel, FormLabel, testing::ValuesIn(kLabels),
-                         [](auto const& row) { return std::string(row.param.name); });
-
-TEST(MainWindowForm, IsFixedInSizeWithoutMenuAndStatusBar)
+TEST_F(MainWindowForm, IsFixedInSizeWithoutMenuAndStatusBar)
 {
-    Form const form;
-
-    EXPECT_EQ(form.window.objectName().toStdString(), "MainWindow");
-    EXPECT_EQ(form.ui.centralwidget->objectName().toStdString(), "centralwidget");
-    EXPECT_EQ(form.window.centralWidget(), form.ui.centralwidget);
-    EXPECT_EQ(form.window.windowTitle().toStdString(), "Kelvane firmware updater");
-    EXPECT_EQ(form.window.size(), QSize(665, 517));
-    EXPECT_EQ(form.window.minimumSize(), QSize(665, 517));
-    EXPECT_EQ(form.window.maximumSize(), QSize(665, 517));
-    EXPECT_EQ(form.window.findChild<QMenuBar*>(), nullptr);
-    EXPECT_EQ(form.window.findChild<QStatusBar*>(), nullptr);
+    EXPECT_EQ(window_.objectName().toStdString(), "MainWindow");
+    EXPECT_EQ(ui_.centralwidget->objectName().toStdString(), "centralwidget");
+    EXPECT_EQ(window_.centralWidget(), ui_.centralwidget);
+    EXPECT_EQ(window_.windowTitle().toStdString(), "Kelvane firmware updater");
+    EXPECT_EQ(window_.size(), QSize(665, 517));
+    EXPECT_EQ(window_.minimumSize(), QSize(665, 517));
+    EXPECT_EQ(window_.maximumSize(), QSize(665, 517));
+    EXPECT_EQ(window_.findChild<QMenuBar*>(), nullptr);
+    EXPECT_EQ(window_.findChild<QStatusBar*>(), nullptr);
 }
 
-TEST(MainWindowForm, DrawsTheFrameExactlyOverTheBar)
+TEST_F(MainWindowForm, DrawsTheFrameExactlyOverTheBarWithTheButtonLeftOfIt)
 {
-    Form const form;
-
-    EXPECT_EQ(form.ui.progressBar->geometry(), QRect(148, 400, 477, 40));
-    EXPECT_EQ(form.ui.progressBar->format().toStdString(), "%p%");
-    EXPECT_EQ(form.ui.progressBar->value(), 24);
-    EXPECT_EQ(form.ui.progressBarFrame->geometry(), form.ui.progressBar->geometry());
-    EXPECT_EQ(form.ui.progressBarFrame->styleSheet().toStdString(),
+    EXPECT_EQ(ui_.progressBar->geometry(), QRect(148, 400, 477, 40));
+    EXPECT_EQ(ui_.progressBar->format().toStdString(), "%p%");
+    EXPECT_EQ(ui_.progressBar->value(), 24);
+    EXPECT_EQ(ui_.progressBarFrame->styleSheet().toStdString(),
               "border: 1px solid white; border-radius: 3px;");
-    auto const& children = form.ui.centralwidget->children();
-    EXPECT_TRUE(children.contains(form.ui.progressBar));
-    EXPECT_GT(children.indexOf(form.ui.progressBarFrame), children.indexOf(form.ui.progressBar));
+    auto const& children = ui_.centralwidget->children();
+    EXPECT_TRUE(children.contains(ui_.progressBar));
+    EXPECT_GT(children.indexOf(ui_.progressBarFrame), children.indexOf(ui_.progressBar));
+    EXPECT_EQ(ui_.updateButton->geometry(), QRect(40, 400, 99, 40));
+    EXPECT_EQ(ui_.updateButton->parentWidget(), ui_.centralwidget);
+    EXPECT_EQ(ui_.updateButton->text().toStdString(), "UPDATE");
 }
 
-TEST(MainWindowForm, HasTheButtonLeftOfTheBar)
+TEST_F(MainWindowForm, HasWhiteLabelsInActiveAndInactiveWindows)
 {
-    Form const form;
-
-    EXPECT_EQ(form.ui.updateButton->geometry(), QRect(40, 400, 99, 40));
-    EXPECT_EQ(form.ui.updateButton->parentWidget(), form.ui.centralwidget);
-    EXPECT_EQ(form.ui.updateButton->text().toStdString(), "UPDATE");
-}
-
-TEST(MainWindowForm, KeepsRoomForTheInstructions)
-{
-    Form const form;
-
-    EXPECT_EQ(form.ui.instructionsLabel->minimumHeight(), 200);
-}
-
-TEST(MainWindowForm, HasWhiteLabelsInActiveAndInactiveWindows)
-{
-    Form const form;
-
-    for (QLabel const* label :
-         {form.ui.instructionsLabel, form.ui.productLabel, form.ui.infoLabel}) {
+    for (QLabel const* label : {ui_.instructionsLabel, ui_.productLabel, ui_.infoLabel}) {
         for (auto const group : {QPalette::Active, QPalette::Inactive}) {
             EXPECT_EQ(label->palette().color(group, QPalette::WindowText), QColor(Qt::white))
                 << label->objectName().toStdString();

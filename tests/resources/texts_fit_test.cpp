@@ -90,48 +90,36 @@ TEST_F(TextsFit, FailsForATextThatIsTooWideOrTooHigh)
     EXPECT_FALSE(ShowsTheWholeText(*ui_.titleLabel, Font("Bold", 36), QStringLiteral("Up")));
 }
 
-TEST_F(TextsFit, TitleAndVersion)
+TEST_F(TextsFit, InEveryLabel)
 {
-    QFont const font = Font("Bold", 20);
-    EXPECT_TRUE(ShowsTheWholeText(*ui_.titleLabel, font, ui_.titleLabel->text()));
-    EXPECT_TRUE(ShowsTheWholeText(*ui_.versionLabel, font, ui_.versionLabel->text()));
+    struct {
+        QLabel* label;
+        QFont font;
+        QString text;
+    } const rows[] = {
+        {ui_.titleLabel, Font("Bold", 20), ui_.titleLabel->text()},
+        {ui_.versionLabel, Font("Bold", 20), ui_.versionLabel->text()},
+        {ui_.productLabel, Font("Bold", 20), DemonstrationText(QStringLiteral("product_text"))},
+        {ui_.typeLabel, Font("Bold", 20), QStringLiteral("Engineering")},
+        {ui_.versionNumberLabel, Font("Bold", 20), DemonstrationText(QStringLiteral("fw_version"))},
+        {ui_.instructionsLabel, Font("Regular", 12), ui_.instructionsLabel->text()},
+        {ui_.instructionsLabel, Font("Regular", 12),
+         DemonstrationText(QStringLiteral("instructions_text"))},
+        {ui_.infoLabel, Font("Regular", 10), ui_.infoLabel->text()},
+    };
+    for (auto const& [label, font, text] : rows) {
+        auto const place = label->size();
+        EXPECT_TRUE(ShowsTheWholeText(*label, font, text)) << text.toStdString();
+        label->resize(place);
+    }
 }
 
-TEST_F(TextsFit, ProductTypeAndVersionNumber)
-{
-    QFont const font = Font("Bold", 20);
-    EXPECT_TRUE(ShowsTheWholeText(*ui_.productLabel, font,
-                                  DemonstrationText(QStringLiteral("product_text"))));
-    EXPECT_TRUE(ShowsTheWholeText(*ui_.typeLabel, font, QStringLiteral("Engineering")));
-    EXPECT_TRUE(ShowsTheWholeText(*ui_.versionNumberLabel, font,
-                                  DemonstrationText(QStringLiteral("fw_version"))));
-}
-
-TEST_F(TextsFit, InstructionsOfTheFormAndOfTheDemonstration)
-{
-    QFont const font = Font("Regular", 12);
-    auto const place = ui_.instructionsLabel->size();
-    EXPECT_TRUE(ShowsTheWholeText(*ui_.instructionsLabel, font, ui_.instructionsLabel->text()));
-    ui_.instructionsLabel->resize(place);
-    EXPECT_TRUE(ShowsTheWholeText(*ui_.instructionsLabel, font,
-                                  DemonstrationText(QStringLiteral("instructions_text"))));
-}
-
-TEST_F(TextsFit, CableHint)
-{
-    EXPECT_TRUE(ShowsTheWholeText(*ui_.infoLabel, Font("Regular", 10), ui_.infoLabel->text()));
-}
-
-TEST_F(TextsFit, EveryTextOfTheButton)
+TEST_F(TextsFit, InTheButtonAndTheBar)
 {
     for (char const* text : {"UPDATE", "UPDATING", "DONE"}) {
         EXPECT_TRUE(FitsInside(*ui_.updateButton, Font("Bold", 16), QString::fromLatin1(text)))
             << text;
     }
-}
-
-TEST_F(TextsFit, EveryTextOfTheBar)
-{
     for (char const* text :
          {"100%", "Erasing",
           "Error connecting to device — Disconnect device and repeat step 1-3"}) {

@@ -6,11 +6,14 @@
 
 // `size` bytes in which neighbouring blocks of 256 bytes differ, so that a block that is written
 // twice or to another block's place shows.
-inline std::vector<std::byte> PatternImage(size_t size)
+template <typename Bytes = std::vector<std::byte>>
+Bytes PatternImage(size_t size)
 {
-    std::vector<std::byte> image(size);
-    for (size_t i = 0; i < size; ++i) {
-        image[i] = static_cast<std::byte>((i * 7 + (i / 256) * 13 + 1) & 0xFF);
+    Bytes image;
+    image.resize(static_cast<typename Bytes::size_type>(size));
+    for (size_t i = 0; auto& byte : image) {
+        byte = static_cast<typename Bytes::value_type>((i * 7 + (i / 256) * 13 + 1) & 0xFF);
+        ++i;
     }
     return image;
 }

@@ -7,6 +7,8 @@
 #include <QTemporaryDir>
 #include <algorithm>
 
+#include "tests/support/files.h"
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -81,14 +83,12 @@ TEST(ReadImage, RefusesADeviceThatIsTooLargeBeforeReadingIt)
 TEST(ReadImageFile, ReturnsTheContentOrNothing)
 {
     QTemporaryDir const directory;
-    QFile file(directory.filePath(u"image"_s));
-    EXPECT_EQ(ReadImageFile(file.fileName()), std::nullopt) << "missing";
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    ASSERT_EQ(file.write("image"), 5);
-    file.close();
-    EXPECT_EQ(ReadImageFile(file.fileName()), QByteArray("image"));
-    EXPECT_EQ(ReadImageFile(file.fileName(), 5), QByteArray("image"));
-    EXPECT_EQ(ReadImageFile(file.fileName(), 4), std::nullopt);
+    auto const path = directory.filePath(u"image"_s);
+    EXPECT_EQ(ReadImageFile(path), std::nullopt) << "missing";
+    WriteFile(path, "image");
+    EXPECT_EQ(ReadImageFile(path), QByteArray("image"));
+    EXPECT_EQ(ReadImageFile(path, 5), QByteArray("image"));
+    EXPECT_EQ(ReadImageFile(path, 4), std::nullopt);
     EXPECT_EQ(ReadImageFile(directory.path()), std::nullopt) << "a directory";
     // It opens, but nothing is mapped where it begins.
     EXPECT_EQ(ReadImageFile(u"/proc/self/mem"_s), std::nullopt);

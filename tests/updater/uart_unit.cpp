@@ -1,11 +1,11 @@
 #include "tests/updater/uart_unit.h"
 
 #include <QDir>
-#include <QFile>
 #include <algorithm>
 
 #include "simulator/chips/otp_image.h"
 #include "tests/support/backend_signals.h"
+#include "tests/support/files.h"
 
 using namespace Qt::StringLiterals;
 
@@ -46,10 +46,9 @@ std::unique_ptr<UartFirmwareUpdater> UartUnitTest::MakeBackend(QString const& fi
 
 QString UartUnitTest::MakeFile(QByteArray const& content) const
 {
-    QFile file(folder_.filePath(u"firmware.bin"_s));
-    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-    EXPECT_EQ(file.write(content), content.size());
-    return file.fileName();
+    auto const path = folder_.filePath(u"firmware.bin"_s);
+    WriteFile(path, content);
+    return path;
 }
 
 int UartUnitTest::OpenPorts()
@@ -83,11 +82,4 @@ QByteArray UartUnitTest::Flash(size_t size, uint32_t address)
 {
     auto const bytes = unit_->ReadMemory(address, size);
     return {reinterpret_cast<char const*>(bytes.data()), static_cast<qsizetype>(bytes.size())};
-}
-
-bool UartUnitTest::FlashIsErased()
-{
-    constexpr size_t flash_size = 512 * 1024;
-    auto const bytes = unit_->ReadMemory(kFlash, flash_size);
-    return std::ranges::all_of(bytes, [](std::byte byte) { return byte == std::byte{0xFF}; });
 }

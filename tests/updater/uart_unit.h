@@ -37,7 +37,6 @@ protected:
     bool WasRead();  // any Read Memory
 
     QByteArray Flash(size_t size, uint32_t address = kFlash);
-    bool FlashIsErased();
 
     QString port_ = QString::fromStdString(simulator::MakeUniquePortName());
     std::unique_ptr<simulator::SimulatedUnit> unit_;

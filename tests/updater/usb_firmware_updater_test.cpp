@@ -40,13 +40,6 @@ protected:
         NoteSignals(*backend_, [this](QString const& signal) { signals_.append(signal); });
     }
 
-    // Makes the tool read an OTP area that begins with these bytes; the rest is not programmed.
-    void UnitHas(QByteArray const& area, qsizetype size = 512)
-    {
-        tool_.Write(u"area"_s, area.leftJustified(size, '\xFF'));
-        tool_.Does("read_unit_as area\n");
-    }
-
     bool WaitForSignal(QString const& signal)
     {
         return QTest::qWaitFor([&] { return signals_.contains(signal); }, kPatience);
@@ -61,7 +54,7 @@ QByteArray const kModelRecord("\x11\x47\x23\x01\x79", 5);
 
 }  // namespace
 
-TEST_F(UsbBackend, HasItsNameItsBaseAndTheParentItWasGiven)
+TEST_F(UsbBackend, HasItsNameItsBaseItsParentAndTheEngineThatMovesWithIt)
 {
     QObject parent;
     auto const* backend = new UsbFirmwareUpdater({}, {}, 0, 0, 0, {}, &parent);
@@ -69,26 +62,21 @@ TEST_F(UsbBackend, HasItsNameItsBaseAndTheParentItWasGiven)
     EXPECT_STREQ(backend->metaObject()->className(), "UsbFirmwareUpdater");
     EXPECT_EQ(backend->metaObject()->superClass(), &FirmwareUpdaterBase::staticMetaObject);
     EXPECT_EQ(backend->parent(), &parent);
-}
 
-TEST_F(UsbBackend, TakesItsEngineAndTheProcessAlongToAnotherThread)
-{
-    MakeBackend();
     QThread thread;
-    auto* const engine = backend_->findChild<Stm32DfuUtilUpdater*>();
+    parent.moveToThread(&thread);
+    auto const* engine = backend->findChild<Stm32DfuUtilUpdater*>();
     ASSERT_NE(engine, nullptr);
-    auto* const process = engine->findChild<QProcess*>();
+    auto const* process = engine->findChild<QProcess*>();
     ASSERT_NE(process, nullptr);
-
-    backend_->moveToThread(&thread);
-
     EXPECT_EQ(engine->thread(), &thread);
     EXPECT_EQ(process->thread(), &thread);
 }
 
 TEST_F(UsbBackend, ReadsTheOtpAreaToVerifyTheModel)
 {
-    UnitHas(kModelRecord);
+    tool_.Write(u"area"_s, kModelRecord.leftJustified(512, '\xFF'));
+    tool_.Does("read_unit_as area\n");
     MakeBackend();
 
     backend_->onConnectToDevice(u"any"_s, {1, kModel}, true);
@@ -98,78 +86,39 @@ TEST_F(UsbBackend, ReadsTheOtpAreaToVerifyTheModel)
                                               u"0x1fff7800:512"_s, u"-U"_s, tool_.OtpPath()}));
 }
 
-// model_id_test.cpp has every spelling of "service".
+// model_id_test.cpp has every spelling of "service", and every area with and without a record.
 TEST_F(UsbBackend, RunsTheToolOnlyToVerifyFirmwareThatIsNotForService)
 {
-    struct {
-        QString target_type;
-        bool verify;
-        QString status;
-        qsizetype runs;
-    } const rows[] = {
-        {{}, false, u"Connected"_s, 0},
-        {u"service"_s, true, u"Connected"_s, 0},
-        {u"Service"_s, true, u"VerificationFailed"_s, 1},
-    };
     tool_.Does("");
-    for (auto const& [target_type, verify, status, runs] : rows) {
+    for (auto const& [target_type, verify] : {std::pair{u""_s, false}, {u"service"_s, true}}) {
         signals_.clear();
         MakeBackend(target_type);
 
         backend_->onConnectToDevice({}, {kModel}, verify);
 
-        EXPECT_EQ(signals_, QStringList({status})) << target_type.toStdString();
-        EXPECT_EQ(tool_.ProcessIds().size(), runs) << target_type.toStdString();
+        EXPECT_EQ(signals_, QStringList({u"Connected"_s})) << target_type.toStdString();
+        EXPECT_EQ(tool_.ProcessIds().size(), 0) << target_type.toStdString();
     }
 }
 
-TEST_F(UsbBackend, RefusesAWrongModelWithoutADisconnect)
+TEST_F(UsbBackend, RefusesAUnitOfAnotherModelOrOneThatCannotBeReadWithoutADisconnect)
 {
-    struct {
-        char const* name;
-        QByteArray area;
-        qsizetype size;
-        QList<uint8_t> device_ids;
-    } const rows[] = {
-        {"an unlisted model", kModelRecord, 512, {1, 2}},
-        {"an empty list", kModelRecord, 512, {}},
-        {"an area that ends within the record", kModelRecord, 5, {kModel}},
-        {"a single byte", "\x11", 1, {kModel}},
-        {"a record behind the area", QByteArray(512, '\xFF') + kModelRecord, 1536, {kModel}},
-    };
-    for (auto const& [name, area, size, device_ids] : rows) {
-        UnitHas(area, size);
+    tool_.Write(u"area"_s, kModelRecord.leftJustified(512, '\xFF'));
+    tool_.Write(u"short"_s, kModelRecord);
+    MakeBackend();
+    backend_->onConnectToDevice({}, {kModel}, true);
+    EXPECT_EQ(signals_, QStringList({u"VerificationFailed"_s})) << "without a tool";
+    for (auto const& [commands, model] : {std::pair{"read_unit_as area\n", uint8_t{2}},
+                                          {"read_unit_as short\n", kModel},
+                                          {"exit 74\n", kModel}}) {
+        tool_.Does(commands);
         signals_.clear();
-        MakeBackend();
 
-        backend_->onConnectToDevice({}, device_ids, true);
+        backend_->onConnectToDevice({}, {1, model}, true);
 
-        EXPECT_EQ(signals_, QStringList({u"VerificationFailed"_s})) << name;
-        EXPECT_EQ(backend_->disconnects, 0) << name;
+        EXPECT_EQ(signals_, QStringList({u"VerificationFailed"_s})) << commands;
+        EXPECT_EQ(backend_->disconnects, 0) << commands;
     }
-}
-
-TEST_F(UsbBackend, RefusesAUnitThatCannotBeRead)
-{
-    MakeBackend();
-
-    backend_->onConnectToDevice({}, {kModel}, true);
-    tool_.Does("exit 74\n");
-    backend_->onConnectToDevice({}, {kModel}, true);
-
-    EXPECT_EQ(signals_, QStringList({u"VerificationFailed"_s, u"VerificationFailed"_s}));
-}
-
-TEST_F(UsbBackend, ReportsDisconnectedAndDoesNothingElse)
-{
-    tool_.Does("");
-    MakeBackend();
-
-    backend_->onDisconnectDevice();
-
-    EXPECT_EQ(signals_, QStringList({u"Disconnected"_s}));
-    EXPECT_EQ(backend_->disconnects, 0);
-    EXPECT_EQ(tool_.ProcessIds().size(), 0);
 }
 
 TEST_F(UsbBackend, HasNothingToOpenCloseOrRestart)
@@ -177,12 +126,14 @@ TEST_F(UsbBackend, HasNothingToOpenCloseOrRestart)
     tool_.Does("");
     MakeBackend();
 
+    backend_->onDisconnectDevice();
+    EXPECT_EQ(backend_->disconnects, 0);
     EXPECT_TRUE(backend_->connect({}));
     EXPECT_TRUE(backend_->connect(u"again"_s));
     backend_->UsbFirmwareUpdater::disconnect();
     backend_->reset();
 
-    EXPECT_EQ(signals_, QStringList());
+    EXPECT_EQ(signals_, QStringList({u"Disconnected"_s}));
     EXPECT_EQ(tool_.ProcessIds().size(), 0);
 }
 

@@ -1,6 +1,7 @@
 // What each operation returns and logs for each way in which it can end, verbose or not.
 #include <gmock/gmock.h>
 
+#include <QFile>
 #include <tuple>
 
 #include "tests/updater/mcuboot/updater_on_line.h"
@@ -198,18 +199,12 @@ TEST_F(RecoveryBackend, AsksForTheSerialNumberOnlyForItsLogAndCanDoWithoutIt)
     EXPECT_EQ(line_.Lines().size(), 5U);
 }
 
-TEST_F(RecoveryBackend, ReturnsTheWholePayloadOfACommand)
+TEST_F(RecoveryBackend, ReturnsTheWholePayloadOfACommandAndTakesTheTimeoutOfARawLineInMilliseconds)
 {
     Connect();
-    line_.Answers(mcuboot::test::AnswerWith(FromHex("a1617205")));
+    line_.Answers(mcuboot::test::AnswerWith(FromHex("a1617205"))).StaysSilent();
     EXPECT_EQ(updater_->sendSmpCommand(2, 300, 7, FromHex("a0")), FromHex("a1617205"));
     EXPECT_EQ(line_.Request(1).payload, FromHex("a0"));
-}
-
-TEST_F(RecoveryBackend, TakesTheTimeoutOfARawLineInMilliseconds)
-{
-    Connect();
-    line_.StaysSilent();
     auto const before = line_.Now();
     EXPECT_EQ(updater_->sendAndReceive(line_.Lines().front(), 300), "");
     EXPECT_EQ(line_.Now() - before, std::chrono::milliseconds(13 + 300));

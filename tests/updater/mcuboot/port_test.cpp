@@ -8,11 +8,13 @@
 #include <QEvent>
 #include <QSemaphore>
 #include <QSerialPort>
-#include <QTemporaryFile>
+#include <QTemporaryDir>
 
 #include "mcuboot/limits.h"
 #include "simulator/simulated_unit.h"
 #include "tests/support/collected_log.h"
+#include "tests/support/files.h"
+#include "tests/support/pattern_image.h"
 #include "updater/mcuboot_serial_updater.h"
 
 namespace {
@@ -44,11 +46,9 @@ protected:
 
     bool Upload(QByteArray const& image)
     {
-        QTemporaryFile file;
-        EXPECT_TRUE(file.open());
-        EXPECT_EQ(file.write(image), image.size());
-        file.close();
-        return updater_.upload(file.fileName(), {});
+        QTemporaryDir const folder;
+        WriteFile(folder.filePath(QStringLiteral("image")), image);
+        return updater_.upload(folder.filePath(QStringLiteral("image")), {});
     }
 
     CollectedLog const log_;  // keeps it off the console
@@ -110,10 +110,7 @@ TEST_F(RecoveryPort, IsOpenedWithTheGivenRateAndEightBitsWithoutParity)
 
 TEST_F(RecoveryPort, CarriesAWholeUpdate)
 {
-    QByteArray image;
-    for (int i = 0; i < 5000; ++i) {
-        image.append(static_cast<char>((7 * i + 3) % 256));
-    }
+    auto const image = PatternImage<QByteArray>(5000);
     ASSERT_TRUE(updater_.connect(name_));
     EXPECT_TRUE(updater_.verifyDeviceId({12}));
     EXPECT_TRUE(Upload(image));
@@ -124,15 +121,11 @@ TEST_F(RecoveryPort, CarriesAWholeUpdate)
     EXPECT_TRUE(restarts_.tryAcquire(1, 10000));
 }
 
-TEST_F(RecoveryPort, ThatCannotBeOpenedLeavesNothingBehind)
+TEST_F(RecoveryPort, IsClosedAfterAFailedProbeAndLeavesNothingWhenItCannotBeOpened)
 {
     EXPECT_FALSE(updater_.connect(QStringLiteral("/dev/no-such-port")));
     EXPECT_EQ(updater_.findChild<QSerialPort*>(), nullptr);
     EXPECT_TRUE(updater_.sendAndReceive("x", 30000).isEmpty());
-}
-
-TEST_F(RecoveryPort, IsClosedWhenTheProbeFails)
-{
     unit_->AddFault({simulator::FaultKind::kErrorCode, 1, 1, 5});
     EXPECT_FALSE(updater_.connect(name_));
     EXPECT_TRUE(IsFree());

@@ -3,6 +3,7 @@
 
 #include <tuple>
 
+#include "tests/support/backend_signals.h"
 #include "tests/updater/mcuboot/updater_on_line.h"
 
 using namespace Qt::StringLiterals;
@@ -19,43 +20,33 @@ protected:
     void MakeUpdater(QString const& fw_target_type = {})
     {
         UpdaterOnLine::MakeUpdater(false, fw_target_type);
-        auto* const updater = updater_.get();
-        auto const note = [this](std::string const& text) {
-            return [this, text] { signals_.push_back(text); };
-        };
-        using Base = FirmwareUpdaterBase;
-        QObject::connect(updater, &Base::UpdateStarted, note("started"));
-        QObject::connect(updater, &Base::EraseStarted, note("erase started"));
-        QObject::connect(updater, &Base::EraseFinished, note("erase finished"));
-        QObject::connect(updater, &Base::ProgressUpdate, [this](int percent) {
-            signals_.push_back("progress " + std::to_string(percent));
-        });
-        QObject::connect(updater, &Base::UpdateFinished, [this](bool status) {
+        NoteSignals(*updater_, [this](QString const& signal) {
+            signals_.append(signal);
             lines_at_end_ = line_.Lines().size();
-            signals_.push_back(status ? "finished" : "failed");
-        });
-        QObject::connect(updater, &Base::UpdateConnectionStatus, [this](ConnectionStatus status) {
-            signals_.push_back("status " + std::to_string(static_cast<int>(status)));
         });
     }
 
-    size_t lines_at_end_ = 0;
-    std::vector<std::string> signals_;
+    size_t lines_at_end_ = 0;  // at the last signal
+    QStringList signals_;
 };
 
 TEST_F(RecoverySlots, ConnectEndsInOneStatus)
 {
     using Row = std::tuple<char const*, QString, bool, std::vector<QByteArray>, char const*, bool>;
     for (auto const& [name, type, verify, answers, status, open] : {
-             Row{"no verification", {}, false, {RcAnswer(0)}, "status 0", true},
-             Row{"a listed model", {}, true, {RcAnswer(0), OtpAnswer("A")}, "status 0", true},
-             Row{"another model", {}, true, {RcAnswer(0), OtpAnswer("B")}, "status 2", false},
-             Row{"no model", {}, true, {RcAnswer(0), RcAnswer(5)}, "status 2", false},
-             Row{"service", u"service"_s, true, {RcAnswer(0)}, "status 0", true},
-             Row{"Service", u"Service"_s, true, {RcAnswer(0), OtpAnswer("B")}, "status 2", false},
-             Row{"an error code", {}, true, {RcAnswer(5)}, "status 1", false},
-             Row{"noise", {}, true, {"noise\n"}, "status 1", false},
-             Row{"silence", {}, true, {""}, "status 1", false},
+             Row{"no verification", {}, false, {RcAnswer(0)}, "Connected", true},
+             Row{"a listed model", {}, true, {RcAnswer(0), OtpAnswer("A")}, "Connected", true},
+             Row{"another model",
+                 {},
+                 true,
+                 {RcAnswer(0), OtpAnswer("B")},
+                 "VerificationFailed",
+                 false},
+             Row{"no model", {}, true, {RcAnswer(0), RcAnswer(5)}, "VerificationFailed", false},
+             Row{"service", u"service"_s, true, {RcAnswer(0)}, "Connected", true},
+             Row{"an error code", {}, true, {RcAnswer(5)}, "Disconnected", false},
+             Row{"noise", {}, true, {"noise\n"}, "Disconnected", false},
+             Row{"silence", {}, true, {""}, "Disconnected", false},
          }) {
         MakeUpdater(type);
         signals_.clear();
@@ -64,7 +55,7 @@ TEST_F(RecoverySlots, ConnectEndsInOneStatus)
             line_.Answers(answer);
         }
         updater_->onConnectToDevice(kPort, {'A'}, verify);
-        EXPECT_THAT(signals_, ElementsAre(status)) << name;
+        EXPECT_EQ(signals_, QStringList({QString::fromLatin1(status)})) << name;
         EXPECT_EQ(line_.Lines().size() - sent, answers.size()) << name;
         EXPECT_EQ(open_lines_, open ? 1 : 0) << name;
     }
@@ -80,14 +71,19 @@ TEST_F(RecoverySlots, ConnectStartsFromScratchWhateverCameBefore)
         line_.Answers(RcAnswer(0)).Answers(OtpAnswer("A"));
         updater_->onConnectToDevice(kPort, {'A'}, true);
     }
-    EXPECT_THAT(signals_, ElementsAre("status 2", "status 1", "status 0", "status 0"));
+    EXPECT_EQ(signals_, QStringList({u"VerificationFailed"_s, u"Disconnected"_s, u"Connected"_s,
+                                     u"Connected"_s}));
     EXPECT_THAT(line_.Journal(),
                 ElementsAre("0 1 0 0", "0 64 0 1", "0 1 0 2", "0 64 0 3", "0 1 0 4", "0 64 0 5"));
 }
 
-TEST_F(RecoverySlots, DisconnectClosesThePortAndSaysSoEachTime)
+TEST_F(RecoverySlots, DisconnectClosesThePortAndReportsItEachTimeAndSoDoesTheUpdatersEnd)
 {
+    Connect();
+    updater_.reset();
+    EXPECT_EQ(open_lines_, 0);
     MakeUpdater();
+    EXPECT_STREQ(updater_->metaObject()->className(), "McubootSerialUpdater");
     updater_->disconnect();
     line_.Answers(RcAnswer(0));
     updater_->onConnectToDevice(kPort, {}, false);
@@ -95,15 +91,8 @@ TEST_F(RecoverySlots, DisconnectClosesThePortAndSaysSoEachTime)
     EXPECT_EQ(open_lines_, 0);
     updater_->onDisconnectDevice();
     updater_->reset();
-    EXPECT_THAT(signals_, ElementsAre("status 0", "status 1", "status 1"));
-    EXPECT_EQ(line_.Lines().size(), 1U);
-}
-
-TEST_F(RecoverySlots, TheEndOfTheUpdaterClosesThePort)
-{
-    Connect();
-    updater_.reset();
-    EXPECT_EQ(open_lines_, 0);
+    EXPECT_EQ(signals_, QStringList({u"Connected"_s, u"Disconnected"_s, u"Disconnected"_s}));
+    EXPECT_EQ(line_.Lines().size(), 2U);
 }
 
 TEST_F(RecoverySlots, UpdateEndsWithTheResetSent)
@@ -113,8 +102,8 @@ TEST_F(RecoverySlots, UpdateEndsWithTheResetSent)
     line_.Answers(RcAnswer(0)).Answers(OffAnswer(1483)).Answers(OffAnswer(2000));
     updater_->onConnectToDevice(kPort, {}, false);
     updater_->onStartUpdate();
-    EXPECT_THAT(signals_,
-                ElementsAre("status 0", "started", "progress 74", "progress 100", "finished"));
+    EXPECT_EQ(signals_,
+              QStringList({u"Connected"_s, u"started"_s, u"74"_s, u"100"_s, u"finished true"_s}));
     EXPECT_THAT(line_.Journal(), ElementsAre("0 1 0 0", "2 1 1 0", "2 1 1 1", "2 0 5 2"));
     EXPECT_EQ(lines_at_end_, 4U);
     EXPECT_EQ(line_.Steps().back(), "write 23") << "no answer to the reset is awaited";
@@ -127,7 +116,7 @@ TEST_F(RecoverySlots, UpdateWithAnEmptyImageOnlyResets)
     line_.Answers(RcAnswer(0));
     updater_->onConnectToDevice(kPort, {}, false);
     updater_->onStartUpdate();
-    EXPECT_THAT(signals_, ElementsAre("status 0", "started", "finished"));
+    EXPECT_EQ(signals_, QStringList({u"Connected"_s, u"started"_s, u"finished true"_s}));
     EXPECT_THAT(line_.Journal(), ElementsAre("0 1 0 0", "2 0 5 0"));
 }
 
@@ -139,16 +128,11 @@ TEST_F(RecoverySlots, UpdateThatFailsDoesNotResetAndLeavesThePortOpen)
     line_.Answers(RcAnswer(0)).Answers(RcAnswer(2)).Answers(RcAnswer(0));
     updater_->onConnectToDevice(kPort, {}, false);
     updater_->onStartUpdate();
-    EXPECT_THAT(signals_, ElementsAre("started", "failed", "status 0", "started", "failed"));
+    EXPECT_EQ(signals_, QStringList({u"started"_s, u"finished false"_s, u"Connected"_s,
+                                     u"started"_s, u"finished false"_s}));
     EXPECT_TRUE(updater_->readImageState());
     EXPECT_THAT(line_.Journal(), ElementsAre("0 1 0 1", "2 1 1 0", "0 1 0 1"))
         << "without a port the update took number 0";
-}
-
-TEST_F(RecoverySlots, TheClassHasAMetaObjectOfItsOwn)
-{
-    MakeUpdater();
-    EXPECT_STREQ(updater_->metaObject()->className(), "McubootSerialUpdater");
 }
 
 }  // namespace

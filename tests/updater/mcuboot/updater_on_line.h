@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <QFile>
 #include <QTemporaryDir>
 #include <memory>
 #include <string>
@@ -11,6 +10,7 @@
 
 #include "tests/mcuboot/scripted_line.h"
 #include "tests/support/collected_log.h"
+#include "tests/support/files.h"
 #include "updater/mcuboot_serial_updater.h"
 
 class UpdaterOnLine : public testing::Test {
@@ -54,12 +54,7 @@ protected:
 
     QString ImagePath() const { return directory_.filePath(QStringLiteral("image")); }
 
-    void WriteImage(QByteArray const& image) const
-    {
-        QFile file(ImagePath());
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-        EXPECT_EQ(file.write(image), image.size());
-    }
+    void WriteImage(QByteArray const& image) const { WriteFile(ImagePath(), image); }
 
     std::vector<std::string> LinesSinceConnect() const
     {
