@@ -18,9 +18,9 @@ namespace {
 
 constexpr qint64 kOneSecond = 1000;
 
-class UartLostPort : public UartUnitTest {
+class LostUartConnection : public UartUnitTest {
 protected:
-    UartLostPort() : backend_(MakeBackend(MakeFile(QByteArray(4096, '\x5A')))) {}
+    LostUartConnection() : backend_(MakeBackend(MakeFile(QByteArray(4096, '\x5A')))) {}
 
     void Connect()
     {
@@ -56,7 +56,7 @@ protected:
 };
 
 // An update that was asked for while the disconnect was still queued.
-TEST_F(UartLostPort, FailsAnUpdateAtOnceWithoutAConnection)
+TEST_F(LostUartConnection, FailsAnUpdateAtOnceWithoutAConnection)
 {
     for (int i = 0; i < 2; ++i) {
         ExpectWarning("UartFirmwareUpdater: no unit is connected");
@@ -73,7 +73,7 @@ TEST_F(UartLostPort, FailsAnUpdateAtOnceWithoutAConnection)
     ExpectUpdateOfTheReturnedUnit();
 }
 
-TEST_F(UartLostPort, FailsAnUpdateOfAReadyUnitThatWasPulledOutWithinTheAnswersTimeLimit)
+TEST_F(LostUartConnection, FailsAnUpdateOfAReadyUnitThatWasPulledOutWithinTheAnswersTimeLimit)
 {
     Connect();
     unit_->Unplug();
@@ -81,7 +81,7 @@ TEST_F(UartLostPort, FailsAnUpdateOfAReadyUnitThatWasPulledOutWithinTheAnswersTi
     ExpectUpdateOfTheReturnedUnit();
 }
 
-TEST_F(UartLostPort, FailsAnUpdateOfAReadyUnitThatFadedWithinTheAnswersTimeLimit)
+TEST_F(LostUartConnection, FailsAnUpdateOfAReadyUnitThatFadedWithinTheAnswersTimeLimit)
 {
     Connect();
     unit_->Fade();
@@ -89,7 +89,7 @@ TEST_F(UartLostPort, FailsAnUpdateOfAReadyUnitThatFadedWithinTheAnswersTimeLimit
     ExpectUpdateOfTheReturnedUnit();
 }
 
-TEST_F(UartLostPort, FailsAConnectDuringWhichThePlugBouncesAndTheNextOneSucceeds)
+TEST_F(LostUartConnection, FailsAConnectDuringWhichThePlugBouncesAndTheNextOneSucceeds)
 {
     auto bounce = std::async(std::launch::async, [this] {
         while (OpenPorts() == 0) {
@@ -106,7 +106,7 @@ TEST_F(UartLostPort, FailsAConnectDuringWhichThePlugBouncesAndTheNextOneSucceeds
 }
 
 // Without a pace, bytes may be on their way in either direction.
-TEST_F(UartLostPort, FailsAnUpdateWhereverTheUnitIsPulledOut)
+TEST_F(LostUartConnection, FailsAnUpdateWhereverTheUnitIsPulledOut)
 {
     for (unsigned const write : {1U, 2U, 7U, 12U, 17U}) {
         SCOPED_TRACE(write);
@@ -122,7 +122,7 @@ TEST_F(UartLostPort, FailsAnUpdateWhereverTheUnitIsPulledOut)
 
 // A long write is reported in pieces, each of which is a token. With one too many, an empty send,
 // which is never reported, would return.
-TEST_F(UartLostPort, StartsEachSessionWithOneToken)
+TEST_F(LostUartConnection, StartsEachSessionWithOneToken)
 {
     auto* const adapter = backend_->findChild<UartInterface*>();
     ASSERT_NE(adapter, nullptr);
