@@ -223,6 +223,14 @@ TEST_F(McubootLostPort, BetweenTwoLooksTakesNoProcessorTime)
     ExpectUnitIsUpdatedAndProgramEnds();
 }
 
+TEST_F(UartLostPort, DoesNotKeepTheProgramWhoseWindowIsClosed)
+{
+    Start();
+    PressAfter({u"unplug"_s});
+    program_->CloseWindow();
+    EXPECT_EQ(program_->WaitForExit(), 0);
+}
+
 class EveryUartWrite : public UartLostPort, public testing::WithParamInterface<Row> {};
 
 // Without a pace, bytes may be on their way in either direction.

@@ -6,12 +6,14 @@
 #include <QSerialPort>
 #include <QTest>
 #include <QThread>
+#include <atomic>
 #include <chrono>
 #include <future>
 #include <memory>
 #include <optional>
 #include <span>
 #include <string_view>
+#include <thread>
 
 #include "hal/uart/uart.h"
 #include "hal/uart/uart_interface.h"
@@ -101,7 +103,7 @@ TEST_F(LostPort, TakesFurtherBytesWithoutSendingThem)
     }
 }
 
-TEST_F(LostPort, IsToldFromAnErrorThatLeavesThePortInPlace)
+TEST_F(LostPort, IsAssumedOnlyForErrorsOfThePortItself)
 {
     using Error = QSerialPort::SerialPortError;
     struct {
