@@ -22,7 +22,8 @@
 
 // Every operation blocks its caller's thread, the window's worker thread, to which the port
 // belongs. Nothing is thrown: an operation that fails returns false, nothing or no bytes, and
-// leaves the port open. Only connect() and disconnect() open or close it.
+// leaves the port open. Only connect() and disconnect() open or close it, and its own loss closes
+// it (serial_line.h); what is asked of it then is not answered.
 class McubootSerialUpdater : public FirmwareUpdaterBase {
     Q_OBJECT
 

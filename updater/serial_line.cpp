@@ -2,34 +2,62 @@
 
 #include <QSerialPort>
 #include <QThread>
+#include <utility>
+
+#include "hal/uart/port_loss.h"
 
 namespace {
 
 class SerialLine final : public mcuboot::ILine {
 public:
     // `port` is open.
-    explicit SerialLine(QSerialPort* port) : port_(port) {}
+    explicit SerialLine(QSerialPort* port) : port_(port)
+    {
+        QObject::connect(port, &QSerialPort::errorOccurred, port, [this](auto error) {
+            if (hal::uart::IsLoss(error)) {
+                Lose();
+            }
+        });
+        QObject::connect(port, &QSerialPort::readyRead, port, [this] {
+            if (!reading_) {
+                port_->readAll();
+            }
+        });
+    }
 
     ~SerialLine() override
     {
+        port_->disconnect();
         port_->close();
         port_->deleteLater();
     }
 
     void Write(QByteArray const& bytes) override
     {
-        port_->write(bytes);
-        port_->flush();
+        if (!lost_ && (port_->write(bytes) != bytes.size() || !port_->flush())) {
+            Lose();
+        }
     }
 
     // What has arrived is in the port object only after a wait has fetched it.
     QByteArray Read(std::chrono::milliseconds time) override
     {
+        if (lost_) {
+            return {};
+        }
+        reading_ = true;
         port_->waitForReadyRead(static_cast<int>(time.count()));
-        return port_->readAll();
+        reading_ = false;
+        // A port that was lost in the meantime is closed and has nothing.
+        return lost_ ? QByteArray() : port_->readAll();
     }
 
-    void Clear() override { port_->clear(QSerialPort::AllDirections); }
+    void Clear() override
+    {
+        if (!lost_) {
+            port_->clear(QSerialPort::AllDirections);
+        }
+    }
 
     void Pause(std::chrono::milliseconds time) override
     {
@@ -37,7 +65,16 @@ public:
     }
 
 private:
-    QSerialPort* port_;  // a child of the owner
+    void Lose()
+    {
+        if (!std::exchange(lost_, true)) {
+            hal::uart::CloseLostPort(*port_);
+        }
+    }
+
+    QSerialPort* port_;     // a child of the owner
+    bool reading_ = false;  // somebody waits for what comes
+    bool lost_ = false;
 };
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <QDebug>
 #include <cstddef>
 #include <optional>
 #include <span>
@@ -96,6 +97,7 @@ void UartFirmwareUpdater::StopUartThread()
     uart_thread_->wait();
     uart_thread_.reset();
     uart_ = nullptr;
+    uart_interface_->DropExtraTokens();
 }
 
 bool UartFirmwareUpdater::upload(QString const& path, std::function<void(int)> progress)
@@ -104,6 +106,11 @@ bool UartFirmwareUpdater::upload(QString const& path, std::function<void(int)> p
     if (!image) {
         kelvane::PrintToConsole(
             fmt::format("File {} not found/could not be opened\n", path.toLocal8Bit().constData()));
+        return false;
+    }
+    // Nobody would report the engine's bytes as written.
+    if (!IsConnected()) {
+        qWarning("UartFirmwareUpdater: no unit is connected");
         return false;
     }
     auto const ok = updater_->Update(
@@ -120,7 +127,9 @@ bool UartFirmwareUpdater::upload(QString const& path, std::function<void(int)> p
 
 void UartFirmwareUpdater::reset()
 {
-    updater_->ExitDfu(start_address_, boot_mode_address_);
+    if (IsConnected()) {
+        updater_->ExitDfu(start_address_, boot_mode_address_);
+    }
 }
 
 bool UartFirmwareUpdater::verifyDeviceId(QList<uint8_t> const& device_ids)
@@ -128,7 +137,8 @@ bool UartFirmwareUpdater::verifyDeviceId(QList<uint8_t> const& device_ids)
     if (SkipsModelCheck(fw_target_type_)) {
         return true;
     }
-    return checkModelIdInOtp(updater_->GetOtp(otp_address_, otp_size_), device_ids);
+    return IsConnected() &&
+           checkModelIdInOtp(updater_->GetOtp(otp_address_, otp_size_), device_ids);
 }
 
 void UartFirmwareUpdater::onStartUpdate()

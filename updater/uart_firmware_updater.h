@@ -14,7 +14,9 @@
 #include "runtime/task.h"
 #include "updater/firmware_updater_base.h"
 
-// Every operation blocks its caller's thread, the window's worker thread.
+// Every operation blocks its caller's thread, the window's worker thread. Without a connection,
+// upload() and verifyDeviceId() return false at once and reset() does nothing. A connection whose
+// port is lost stays one until disconnect(), and fails by the engine's time limits.
 class UartFirmwareUpdater : public FirmwareUpdaterBase {
     Q_OBJECT
 
@@ -48,6 +50,7 @@ public Q_SLOTS:
     void onDisconnectDevice() override;
 
 private:
+    bool IsConnected() const { return uart_thread_ != nullptr; }
     void StopUartThread();
 
     unsigned start_address_;

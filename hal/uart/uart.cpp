@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <utility>
 
+#include "hal/uart/port_loss.h"
+
 namespace {
 
 // std::exit() would run static destructors while the window's thread still uses those objects.
@@ -34,6 +36,11 @@ Uart::Uart(QString const& port, unsigned baud, QSemaphore* semaphore, QObject* p
     }
     connect(serial_, &QSerialPort::readyRead, this, &Uart::onReadData);
     connect(serial_, &QSerialPort::bytesWritten, this, &Uart::onBytesWritten);
+    connect(serial_, &QSerialPort::errorOccurred, this, [this](auto error) {
+        if (hal::uart::IsLoss(error)) {
+            Lose();
+        }
+    });
 }
 
 Uart::~Uart()
@@ -57,11 +64,30 @@ void Uart::onSetRxCallback(hal::uart::RxByte_ISR callback)
 // By value: a queued signal hands over a copy that belongs to this thread.
 void Uart::onTransmit(QByteArray data)  // NOLINT(performance-unnecessary-value-param)
 {
-    serial_->write(data);
-    serial_->flush();
+    if (lost_) {
+        semaphore_->release(1);
+        return;
+    }
+    sender_waits_ = true;
+    bool const taken = serial_->write(data) == data.size();
+    if (!taken || (!data.isEmpty() && !serial_->flush())) {
+        Lose();
+    }
 }
 
 void Uart::onBytesWritten(qint64 /*bytes*/)
 {
+    sender_waits_ = false;
     semaphore_->release(1);
+}
+
+void Uart::Lose()
+{
+    if (std::exchange(lost_, true)) {
+        return;
+    }
+    hal::uart::CloseLostPort(*serial_);
+    if (std::exchange(sender_waits_, false)) {
+        semaphore_->release(1);
+    }
 }

@@ -1,5 +1,9 @@
 // Owns the serial port of one connection, on its own thread: writes what UartInterface hands over
 // and passes every received byte to the receive callback.
+//
+// A port that reports its own loss, because the cable was pulled, is closed at its first error, for
+// it would report that error without end. A sender that waits is woken once; whatever is sent
+// afterwards is taken as if it had been written. The engine then fails by its own time limits.
 #pragma once
 
 #include <QByteArray>
@@ -26,12 +30,17 @@ public Q_SLOTS:
     // Received bytes are discarded until the first callback has arrived.
     void onReadData();
     void onSetRxCallback(hal::uart::RxByte_ISR callback);
+    // Releases a token at once when the port is lost.
     void onTransmit(QByteArray data);
     // Releases one token for each report of the port, however many bytes it covers.
     void onBytesWritten(qint64 bytes);
 
 private:
+    void Lose();  // the second call does nothing
+
     QSemaphore* semaphore_;
     QSerialPort* serial_;
     hal::uart::RxByte_ISR rx_callback_;
+    bool sender_waits_ = false;  // since the last onTransmit, nothing was reported as written
+    bool lost_ = false;
 };

@@ -54,3 +54,10 @@ bool UartInterface::TransmitterActive() const
 {
     return false;
 }
+
+void UartInterface::DropExtraTokens()
+{
+    while (semaphore_->available() > 1) {
+        semaphore_->acquire(1);
+    }
+}

@@ -1,6 +1,6 @@
 // The UART driver interface over Qt signals: turns each call of the bootloader engine into a signal
 // to the object that owns the port (uart.h), and makes Transmit block until the port has reported
-// the bytes as written.
+// the bytes as written or its own loss.
 #pragma once
 
 #include <QByteArray>
@@ -25,8 +25,9 @@ public:
     void Setup(Rate rate, Settings settings) override;
     LineSetup GetSetup() const override;
 
-    // Blocks without limit until the port has reported bytes as written. A port that never does,
-    // because its cable was pulled, blocks the caller for good. An empty span waits as well.
+    // Blocks without limit until the port has reported bytes as written. Returns at once when the
+    // port has reported its loss; one that reports nothing blocks the caller for good, as does a
+    // call while no Uart is connected. An empty span waits as well.
     void Transmit(std::span<std::byte const> data) override;
 
     // Sends nothing: the desktop has no transmit queue to overtake.
@@ -43,6 +44,11 @@ public:
         std::function<void()> const& callback) override;
 
     bool TransmitterActive() const override;
+
+    // Leaves one token, as at the start. A port that reported a write in several pieces has left
+    // more, with which later calls of Transmit would return before their bytes are written. Only
+    // while no Uart has the semaphore and nobody transmits.
+    void DropExtraTokens();
 
 Q_SIGNALS:
     void TransmitData(QByteArray data);

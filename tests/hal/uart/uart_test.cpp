@@ -147,18 +147,6 @@ TEST_F(UartTest, ClosesItsPortAndReleasesTheCallbackWhenItIsDestroyed)
     EXPECT_EQ(held.use_count(), 1);
 }
 
-// As when the cable is pulled: what can no longer be written releases no token and throws nothing.
-TEST_F(UartTest, ReportsNothingOnceTheLineIsGone)
-{
-    auto gone = std::make_unique<PseudoTerminal>();
-    Uart lonely(PathOf(*gone), kBaudRate, &semaphore, nullptr);
-    gone.reset();
-
-    lonely.onTransmit("a");
-
-    EXPECT_FALSE(QTest::qWaitFor([&] { return semaphore.available() > 0; }, 100));
-}
-
 TEST_F(UartTest, HasFourSlotsInThisOrder)
 {
     auto const& meta = Uart::staticMetaObject;
