@@ -52,7 +52,7 @@ std::vector<Row> AllRows()
         rows.push_back({"UpdateStarted",
                         WindowEvent::UpdateStarted,
                         type,
-                        {u"UPDATING"_s, ButtonStyle::Ready, same, same, format, same}});
+                        {u"UPDATING"_s, ButtonStyle::Ready, false, same, format, same}});
     }
     return rows;
 }
