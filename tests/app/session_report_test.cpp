@@ -43,20 +43,10 @@ TEST_F(SessionReport, HasVersionsConfigurationAndImage)
                                         StartsWith("image: ")));
 }
 
-TEST_F(SessionReport, HasSizeAndDigestOfTheImage)
+TEST_F(SessionReport, HasTheSizeOfTheImage)
 {
     WriteImage("abc");
-    EXPECT_THAT(Describe(),
-                Contains("image: " + image_.toStdString() +
-                         ", 3 bytes, SHA-256 "
-                         "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"));
-}
-
-TEST_F(SessionReport, HasOnlyTheSizeOfAnImageThatIsTooLargeToRead)
-{
-    WriteImage({});
-    ASSERT_TRUE(QFile::resize(image_, qint64{1} << 30));
-    EXPECT_THAT(Describe(), Contains("image: " + image_.toStdString() + ", 1073741824 bytes"));
+    EXPECT_THAT(Describe(), Contains("image: " + image_.toStdString() + ", 3 bytes"));
 }
 
 TEST_F(SessionReport, SaysWhenThereIsNoImage)
