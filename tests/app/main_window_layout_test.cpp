@@ -145,16 +145,6 @@ TEST_F(MainWindowLayout, StretchesThePictureOverTheWholeWindow)
     }
 }
 
-TEST_F(MainWindowLayout, KeepsItsBackgroundWithoutAPicture)
-{
-    ASSERT_TRUE(ini_.Directory().mkdir(u"directory.png"_s));
-    MakeWindow();
-
-    EXPECT_EQ(window_->styleSheet(), QString());
-    EXPECT_EQ(window_->grab().toImage().pixelColor(1, 1),
-              window_->palette().color(QPalette::Window));
-}
-
 TEST_F(MainWindowLayout, HasItsOwnIconOnWindowsOnly)
 {
     ASSERT_TRUE(QFile::copy(QStringLiteral(FW_DEMONSTRATION_RESOURCES "/AppIcon.ico"),
