@@ -29,9 +29,12 @@ int main(int argc, char* argv[])
     log.Write(
         DescribeSession(DescribeConfiguration(settings), firmware_path).join(QLatin1Char('\n')));
     auto backend = MakeBackend(settings, firmware_path, paths.dfu_util);
+    auto const& updater = *backend.updater;
 
     MainWindow window(resources, settings, paths.dfu_util, backend.type,
                       std::move(backend.updater));
+    // After the window, which thereby learns of the start before the image is read.
+    LogImageOfEachUpdate(updater, firmware_path, log);
     window.show();
     return QApplication::exec();
 }

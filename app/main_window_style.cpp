@@ -1,13 +1,18 @@
 // Sets fonts, texts, colours and background of the window, from its resources and config.ini.
 
+#include <QDebug>
 #include <QFontDatabase>
 #include <QPalette>
+#include <QPixmap>
+#include <algorithm>
 
 #include "app/main_window.h"
 #include "config/bundle_paths.h"
 #include "ui_main_window.h"
 
 namespace {
+
+constexpr QColor kDarkBackground(13, 19, 28);  // as that of the progress bar in main_window.ui
 
 QFont GetFont(QString const& style, int point_size)
 {
@@ -21,6 +26,52 @@ void SetTextColour(QWidget* widget, QColor const& colour)
     auto palette = widget->palette();
     palette.setColor(QPalette::WindowText, colour);
     widget->setPalette(palette);
+}
+
+// Characters that a style sheet's url() takes without quotes, in every place and order.
+bool NeedsNoQuotes(QChar character)
+{
+    constexpr char16_t kLastAscii = 0x7F;
+    auto const is_ascii = character.unicode() <= kLastAscii;
+    return is_ascii &&
+           (character.isLetterOrNumber() || QStringLiteral("/ +,-.:=_~").contains(character));
+}
+
+// The path as a quoted string of a style sheet. The parser reads it twice: it replaces a backslash
+// and hexadecimal digits by the character with that number, and then drops each backslash and
+// keeps the character after it. A backslash is therefore written as two numbers, of which the first
+// reading makes two backslashes and the second one.
+QString QuoteForStyleSheet(QString const& path)
+{
+    QString quoted;
+    for (auto const character : path) {
+        if (character == QLatin1Char('\\')) {
+            quoted += QStringLiteral("\\00005c\\00005c");
+            continue;
+        }
+        if (QStringLiteral("\"\n\r\f").contains(character)) {
+            quoted += QLatin1Char('\\');
+        }
+        quoted += character;
+    }
+    return QLatin1Char('"') + quoted + QLatin1Char('"');
+}
+
+QString GetBackgroundStyleSheet(QString const& picture)
+{
+    auto const url =
+        std::ranges::all_of(picture, NeedsNoQuotes) ? picture : QuoteForStyleSheet(picture);
+    return QStringLiteral("#centralwidget {\n") + QStringLiteral("border-image: url(") + url +
+           QStringLiteral(") ") + QStringLiteral("0 0 0 0 stretch stretch;\n") +
+           QStringLiteral("}\n");
+}
+
+// The texts are white and yellow, so they need a dark background where no picture is shown.
+void Darken(QWidget& window)
+{
+    auto palette = window.palette();
+    palette.setColor(QPalette::Window, kDarkBackground);
+    window.setPalette(palette);
 }
 
 }  // namespace
@@ -44,11 +95,16 @@ void MainWindow::SetupWindowStyle(QSettings const& settings)
     auto const pictures =
         resource_dir_.entryInfoList({QStringLiteral("*.png")}, QDir::Files, QDir::Unsorted);
     setWindowTitle(ReadWindowTexts(settings).window_title);
-    if (!pictures.isEmpty()) {
-        setStyleSheet(QStringLiteral("#centralwidget {\n") + QStringLiteral("border-image: url(") +
-                      pictures.first().absoluteFilePath() + QStringLiteral(") ") +
-                      QStringLiteral("0 0 0 0 stretch stretch;\n") + QStringLiteral("}\n"));
+    if (pictures.isEmpty()) {
+        Darken(*this);
+        return;
     }
+    auto const picture = pictures.first().absoluteFilePath();
+    if (QPixmap(picture).isNull()) {
+        qWarning().noquote() << "the background picture cannot be shown:" << picture;
+        Darken(*this);
+    }
+    setStyleSheet(GetBackgroundStyleSheet(picture));
 }
 
 void MainWindow::SetupInstructionsLabel(QSettings const& settings)

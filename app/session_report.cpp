@@ -6,6 +6,8 @@
 #include <QFileInfo>
 #include <QSysInfo>
 
+#include "app/support_log.h"
+
 namespace {
 
 constexpr qint64 kLargestImage = qint64{16} * 1024 * 1024;
@@ -17,13 +19,20 @@ QString DescribeImage(QString const& path)
     if (!info.isFile()) {
         return name + QStringLiteral("not there");
     }
-    auto const size = QStringLiteral("%1 bytes").arg(info.size());
+    return name + QStringLiteral("%1 bytes").arg(info.size());
+}
+
+// As text to add to the description; empty if the file is no image, or cannot be read to its end.
+QString DescribeDigest(QString const& path)
+{
+    QFileInfo const info(path);
     QFile file(path);
     QCryptographicHash hash(QCryptographicHash::Sha256);
-    if (info.size() > kLargestImage || !file.open(QIODevice::ReadOnly) || !hash.addData(&file)) {
-        return name + size;
+    if (!info.isFile() || info.size() > kLargestImage || !file.open(QIODevice::ReadOnly) ||
+        !hash.addData(&file)) {
+        return {};
     }
-    return name + size + QStringLiteral(", SHA-256 ") + QString::fromLatin1(hash.result().toHex());
+    return QStringLiteral(", SHA-256 ") + QString::fromLatin1(hash.result().toHex());
 }
 
 }  // namespace
@@ -36,4 +45,14 @@ QStringList DescribeSession(QStringList const& configuration, QString const& fir
             .arg(QString::fromLatin1(qVersion()), QSysInfo::prettyProductName(),
                  QSysInfo::kernelVersion(), QSysInfo::currentCpuArchitecture())};
     return versions + configuration + QStringList{DescribeImage(firmware_path)};
+}
+
+void LogImageOfEachUpdate(FirmwareUpdaterBase const& backend, QString const& firmware_path,
+                          SupportLog& log)
+{
+    // Without a receiver the function runs on the thread that emits the signal.
+    QObject::connect(&backend, &FirmwareUpdaterBase::UpdateStarted, [firmware_path, &log] {
+        log.Write(QStringLiteral("update, ") + DescribeImage(firmware_path) +
+                  DescribeDigest(firmware_path));
+    });
 }

@@ -4,6 +4,15 @@
 #include <QString>
 #include <QStringList>
 
+#include "updater/firmware_updater_base.h"
+
+class SupportLog;
+
 // Versions of program, Qt and system, the configuration's lines as they are given, and the image's
-// size and SHA-256. Reads only regular files of at most 16 MiB.
+// path and size. Does not open the image.
 QStringList DescribeSession(QStringList const& configuration, QString const& firmware_path);
+
+// From now on each start of an update adds the image's size and SHA-256 to the log. Reads only
+// regular files of at most 16 MiB, on the backend's thread. `log` must outlive the backend.
+void LogImageOfEachUpdate(FirmwareUpdaterBase const& backend, QString const& firmware_path,
+                          SupportLog& log);

@@ -37,6 +37,8 @@ WindowChange GetWindowChange(WindowEvent event, targetInterfaceType type)
             change.button_enabled = false;
             break;
         case WindowEvent::UpdateStarted:
+            // A late answer to a connect may have enabled it again since the press.
+            change.button_enabled = false;
             change.button_text = QStringLiteral("UPDATING");
             change.button_style = ButtonStyle::Ready;
             // Over USB the percentage appears when the erase has ended; over MCUboot never.

@@ -16,8 +16,15 @@ namespace bundle_check {
 
 namespace {
 
-constexpr qint64 kShortestImage = stm32_updater::kTrailerSize;
 constexpr qint64 kWord = stm32_updater::kWordSize;
+
+// The other transports send an image of any size. This one is certainly cut off.
+constexpr qint64 kShortestOtherImage = 8;
+
+qint64 GetShortestImage(targetInterfaceType type)
+{
+    return type == TargetUart ? qint64{stm32_updater::kSmallestImageFile} : kShortestOtherImage;
+}
 
 // The file's beginning and end; both the whole file when it is short.
 struct Ends {
@@ -74,7 +81,7 @@ void CheckContent(Config const& config, Place const& place, Ends const& ends, Fi
                       u"The firmware file is %1, and the program writes every byte of it as it is; "
                       "use the raw binary image."_s.arg(format));
     }
-    if (config.Type() != TargetUsb && ends.tail.last(kSignatureFromEnd).startsWith("UFD")) {
+    if (config.Type() != TargetUsb && ends.tail.right(kSignatureFromEnd).startsWith("UFD")) {
         findings.Warn(
             place,
             u"The firmware file ends with a DFU suffix, which only dfu-util removes: over "
@@ -150,13 +157,14 @@ std::optional<qint64> CheckFile(Config const& config, Place const& place, QDir c
         return std::nullopt;
     }
     auto const size = QFileInfo(path).size();
-    if (size < kShortestImage) {
+    auto const shortest = GetShortestImage(config.Type());
+    if (size < shortest) {
         findings.Fail(
             place,
             size == 0
                 ? u"The firmware file is empty."_s
                 : u"The firmware file has %1 bytes; an image has at least %2."_s.arg(size).arg(
-                      kShortestImage));
+                      shortest));
         return std::nullopt;
     }
     auto const ends = ReadEnds(path, size);

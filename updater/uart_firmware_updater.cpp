@@ -19,7 +19,6 @@ namespace {
 constexpr unsigned char kMcuId = 1;
 constexpr unsigned char kReservedEndpointIds = 1;
 using stm32_updater::kWordSize;
-constexpr size_t kSmallestImage = stm32_updater::kTrailerSize;
 
 // The whole file, padded with zeros to whole words; nothing when it cannot be opened or read to its
 // end.
@@ -31,8 +30,7 @@ std::optional<std::vector<std::byte>> ReadPaddedImage(QString const& path)
     }
     auto const* const begin = reinterpret_cast<std::byte const*>(bytes->constData());
     std::vector<std::byte> image(begin, begin + bytes->size());
-    // A fragment stays one, for the engine to refuse: padding must not make an image of it.
-    while (image.size() > kSmallestImage && image.size() % kWordSize != 0) {
+    while (image.size() % kWordSize != 0) {
         image.push_back(std::byte{0});
     }
     return image;

@@ -37,7 +37,8 @@ public:
     void disconnect() override;
 
     // Ends the bootloader session whatever the result; reset() opens one of its own. A file that
-    // cannot be read or has fewer than 8 bytes fails before anything is erased.
+    // cannot be read or has fewer than 5 bytes (kSmallestImageFile) fails before anything is
+    // erased.
     bool upload(QString const& path, std::function<void(int)> progress) override;
 
     void reset() override;

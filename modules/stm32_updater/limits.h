@@ -34,6 +34,9 @@ inline constexpr size_t kTrailerSize = 8;
 // An image is padded with zero bytes to a multiple of this: the bootloader takes whole words only.
 inline constexpr size_t kWordSize = 4;
 
+// The smallest file that becomes an image with room for a trailer when it is padded.
+inline constexpr size_t kSmallestImageFile = kTrailerSize - kWordSize + 1;
+
 // How often a block may be refused; the next refusal ends the update. Each accepted block resets
 // the count.
 inline constexpr unsigned kMaxRefusals = 10;

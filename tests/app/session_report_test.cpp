@@ -3,7 +3,6 @@
 
 #include <gmock/gmock.h>
 
-#include <QFile>
 #include <QTemporaryDir>
 
 #include "tests/support/files.h"
@@ -11,7 +10,6 @@
 namespace {
 
 using testing::ElementsAre;
-using testing::EndsWith;
 using testing::StartsWith;
 
 class SessionReport : public testing::Test {
@@ -38,14 +36,10 @@ TEST_F(SessionReport, HasVersionsConfigurationAndImage)
                                         "image: " + image_.toStdString() + ", not there"));
 }
 
-TEST_F(SessionReport, HasSizeAndDigestOfAnImageThatIsNotTooLargeToRead)
+TEST_F(SessionReport, HasTheSizeOfTheImage)
 {
     WriteFile(image_, "abc");
-    EXPECT_THAT(Describe().back(),
-                EndsWith(", 3 bytes, SHA-256 "
-                         "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"));
-    ASSERT_TRUE(QFile::resize(image_, qint64{1} << 30));
-    EXPECT_THAT(Describe().back(), EndsWith(", 1073741824 bytes"));
+    EXPECT_EQ(Describe().back(), "image: " + image_.toStdString() + ", 3 bytes");
 }
 
 }  // namespace

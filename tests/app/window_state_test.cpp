@@ -30,7 +30,7 @@ std::vector<Row> AllRows(targetInterfaceType type)
     auto const format = type == TargetUart ? std::optional(u"%p%"_s) : std::nullopt;
     return {
         {"UpdateRequested", UpdateRequested, {same, same, false, same, same, same}},
-        {"UpdateStarted", UpdateStarted, {u"UPDATING"_s, black, same, same, format, same}},
+        {"UpdateStarted", UpdateStarted, {u"UPDATING"_s, black, false, same, format, same}},
         {"UpdateSucceeded", UpdateSucceeded, {u"DONE"_s, black, false, 100, same, same}},
         {"UpdateFailed", UpdateFailed, {same, grey, false, same, kError, same}},
         {"UnitConnected", UnitConnected, {u"UPDATE"_s, black, true, same, same, true}},

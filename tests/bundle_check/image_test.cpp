@@ -100,7 +100,11 @@ TEST(FirmwareFile, MustBeARawImageThatIsLongEnough)
     auto const suffixed = rest + "UFD\x10" + QByteArray(4, '\xFF');
     ExpectImageFindings<QByteArray>({
         {Unit::Stm32G4, "", "error: The firmware file is empty."},
-        {Unit::Stm32G4, rest.left(7),
+        {Unit::Stm32G4, rest.left(4),
+         "error: The firmware file has 4 bytes; an image has at least 5."},
+        {Unit::Stm32G4, rest.left(5), "warning: The image has 5 bytes"},
+        {Unit::Usb, rest.left(7), "error: The firmware file has 7 bytes; an image has at least 8."},
+        {Unit::Mcuboot, rest.left(7),
          "error: The firmware file has 7 bytes; an image has at least 8."},
         {Unit::Stm32G4, rest.left(8), ""},
         {Unit::Stm32G4, QByteArray("\x7F") + "ELF" + rest.left(96),
