@@ -268,7 +268,7 @@ TEST_P(EveryDownloadFault, EndsTheToolByItselfWithTheUnitStillInItsBootloader)
     UpdateToTheEnd();
 }
 
-// The tool's behaviour at every fault: tests/simulator/dfu_util_test.cpp. The program takes them
+// The tool's behaviour at every fault: tests/simulator/dfu_util_on_simulator_test.cpp. The program takes them
 // all alike.
 INSTANTIATE_TEST_SUITE_P(, EveryDownloadFault,
                          testing::Values(Row{"VanishInErase", "fault vanish-in-erase 60"},
