@@ -7,8 +7,7 @@
 #include <vector>
 
 #include "simulator/chips/otp_image.h"
-#include "tests/simulator/bootloader_client.h"
-#include "tests/simulator/conversation.h"
+#include "tests/simulator/stm32_conversation.h"
 
 namespace simulator {
 namespace {
@@ -18,18 +17,8 @@ using test::B;
 using test::Bytes;
 using test::Hex;
 using test::LastLine;
-using test::ToHex;
+using test::MakeSynchronised;
 using test::Write;
-
-auto const kDone = Hex("79 79 79");  // to all three steps of a Write Memory
-auto const kErased = Hex("FF FF FF FF");
-
-Stm32Bootloader MakeSynchronised(Stm32BootloaderOptions options = {})
-{
-    Stm32Bootloader unit(std::move(options));
-    Ask(unit, "7F");
-    return unit;
-}
 
 Stm32BootloaderOptions WithCommands(std::vector<uint8_t> commands)
 {
@@ -47,19 +36,14 @@ Stm32BootloaderOptions WithChip(uint16_t product_id)
 
 // ---- Conversations with a unit that is synchronised ----
 
-struct Conversation {
-    char const* name;
-    Stm32BootloaderOptions options;
-    char const* steps;  // bytes in hexadecimal
-};
+using Conversation = test::Conversation<Stm32BootloaderOptions>;
 
 class Conversations : public testing::TestWithParam<Conversation> {};
 
 TEST_P(Conversations, GoAsTheApplicationNoteSays)
 {
     auto unit = MakeSynchronised(GetParam().options);
-    test::ExpectConversation(unit, GetParam().steps,
-                             [&](std::string const& request) { return ToHex(Ask(unit, request)); });
+    test::ExpectHexConversation(unit, GetParam().steps);
 }
 
 std::vector<Conversation> ListConversations()
@@ -141,27 +125,30 @@ std::vector<Conversation> ListConversations()
          "44 BB FF FD 02 > 79 79 = extended-erase bank2 ack; "
          "11 EE 08 03 FF FC 08 07 F8 > 79 79 79 FF FF FF FF FF FF FF FF; "
          "44 BB FF FF 00 > 79 79 = extended-erase all ack"},
+        {"OnlyTheSyncByteIsHeardBeforeItIsSynchronised", usual,
+         "reset; 00 FF 55 80; 7F > 79; 7F 7F > 1F; unit connects > 2"},
+        {"FlashBitsOnlyEverFallUntilTheirPageIsErased", usual,
+         "31 CE 08 00 08 00 00 03 F0 FF 0F 00 03 > 79 79 79; unit over-unerased > 0; "
+         "31 CE 08 00 08 00 00 03 3C AA FF FF 95 > 79 79 79; unit over-unerased > 3; "
+         "memory 0x08000800 4 > 30 AA 0F 00; 44 BB 00 00 00 01 01 > 79 79; "
+         "memory 0x08000800 4 > FF FF FF FF; unit erased > 1"},
+        {"ResetForgetsAHalfSentCommandAndKeepsTheFlash", usual,
+         "31 CE 08 00 00 00 08 03 01 02 03 04 07 > 79 79 79; 31 CE 08 00 > 79; reset; "
+         "7F 02 FD > 79 79 01 04 69 79; memory 0x08000000 4 > 01 02 03 04"},
+        {"IgnoresEverythingWhileItIsSilent", usual,
+         "silent on; 02; silent off; 02 FD > 79 01 04 69 79"},
+        {"GoStartsTheApplicationAndTheBootloaderFallsSilentUntilAReset", usual,
+         "21 DE 08 00 00 00 08 > 79 79; unit state > running; unit jump > 0x08000000; 7F 00 FF; "
+         "reset; 7F > 79"},
         {"GoNeedsMemory", usual,
          "21 DE 60 00 00 00 60 > 79 1F = go 0x60000000 nack address; 02 FD > 79 01 04 69 79"},
     };
 }
 
 INSTANTIATE_TEST_SUITE_P(Stm32Bootloader, Conversations, testing::ValuesIn(ListConversations()),
-                         [](testing::TestParamInfo<Conversation> const& conversation) {
-                             return std::string(conversation.param.name);
-                         });
+                         test::NameOf<Conversation>);
 
 // ---- What a conversation does not show ----
-
-TEST(Stm32Bootloader, IgnoresEveryByteButTheSyncByteUntilItIsSynchronised)
-{
-    Stm32Bootloader unit({});
-
-    EXPECT_EQ(Ask(unit, "00 FF 55 80"), B({}));
-    EXPECT_EQ(Ask(unit, "7F"), Hex("79"));
-    EXPECT_EQ(Ask(unit, "7F 7F"), Hex("1F"));
-    EXPECT_EQ(unit.Status().connects, 1U);
-}
 
 TEST(Stm32Bootloader, FlashEndsWhereTheChipsDoes)
 {
@@ -169,7 +156,7 @@ TEST(Stm32Bootloader, FlashEndsWhereTheChipsDoes)
         auto unit = MakeSynchronised(WithChip(chip.product_id));
         auto const end = kFlashStart + static_cast<uint32_t>(chip.flash_size);
 
-        EXPECT_EQ(Write(unit, end - 4, B({1, 2, 3, 4})), kDone);
+        EXPECT_EQ(Write(unit, end - 4, B({1, 2, 3, 4})), Hex("79 79 79"));
         EXPECT_EQ(Ask(unit, "31 CE"), Hex("79"));
         EXPECT_EQ(Ask(unit, test::AddressBytes(end)), Hex("1F"));
     }
@@ -213,36 +200,8 @@ TEST(Stm32Bootloader, RefusesDataWithASingleWrongByteAndWritesNothing)
 
         EXPECT_EQ(Ask(unit, bad), Hex("1F")) << "byte " << i;
         EXPECT_EQ(LastLine(unit), "write 0x08000000 4 nack checksum");
-        EXPECT_EQ(unit.Memory().Read(0x08000000, 4), kErased);
+        EXPECT_EQ(unit.Memory().Read(0x08000000, 4), Hex("FF FF FF FF"));
     }
-}
-
-TEST(Stm32Bootloader, FlashBitsOnlyEverFallUntilTheirPageIsErased)
-{
-    auto unit = MakeSynchronised();
-    Write(unit, 0x08000800, Hex("F0 FF 0F 00"));
-    EXPECT_EQ(unit.Status().programmed_over_unerased, 0U);
-
-    Write(unit, 0x08000800, Hex("3C AA FF FF"));
-    EXPECT_EQ(unit.Memory().Read(0x08000800, 4), Hex("30 AA 0F 00"));
-    EXPECT_EQ(unit.Status().programmed_over_unerased, 3U);
-
-    EXPECT_EQ(Ask(unit, "44 BB 00 00 00 01 01"), Hex("79 79"));
-    EXPECT_EQ(unit.Memory().Read(0x08000800, 4), kErased);
-    EXPECT_EQ(unit.Status().erased_pages, 1U);
-}
-
-TEST(Stm32Bootloader, GoStartsTheApplicationAndTheBootloaderFallsSilentUntilAReset)
-{
-    auto unit = MakeSynchronised();
-
-    EXPECT_EQ(Ask(unit, "21 DE 08 00 00 00 08"), Hex("79 79"));
-    EXPECT_EQ(unit.Status().state, UnitState::kRunning);
-    EXPECT_EQ(unit.Status().jump_address, 0x08000000U);
-    EXPECT_EQ(Ask(unit, "7F 00 FF"), B({}));
-
-    unit.Reset();
-    EXPECT_EQ(Ask(unit, "7F"), Hex("79"));
 }
 
 TEST(Stm32Bootloader, KeepsTheBootModeMarkerWhereverItIs)
@@ -252,23 +211,11 @@ TEST(Stm32Bootloader, KeepsTheBootModeMarkerWhereverItIs)
         options.boot_mode_address = address;
         auto unit = MakeSynchronised(options);
 
-        EXPECT_EQ(Write(unit, address, B({'P', 'U', 'W', 'F'})), kDone);
+        EXPECT_EQ(Write(unit, address, B({'P', 'U', 'W', 'F'})), Hex("79 79 79"));
         unit.Reset();
 
         EXPECT_EQ(unit.Status().marker, B({'P', 'U', 'W', 'F'})) << std::hex << address;
     }
-}
-
-TEST(Stm32Bootloader, AResetForgetsAHalfSentCommandAndKeepsTheFlash)
-{
-    auto unit = MakeSynchronised();
-    Write(unit, 0x08000000, B({1, 2, 3, 4}));
-    Ask(unit, "31 CE 08 00");
-
-    unit.Reset();
-
-    EXPECT_EQ(Ask(unit, "7F 02 FD"), Hex("79 79 01 04 69 79"));
-    EXPECT_EQ(unit.Memory().Read(0x08000000, 4), B({1, 2, 3, 4}));
 }
 
 TEST(Stm32Bootloader, IsBusyForTheTimesOfItsChip)
@@ -286,17 +233,6 @@ TEST(Stm32Bootloader, IsBusyForTheTimesOfItsChip)
     EXPECT_EQ(erase[0].busy, std::chrono::microseconds(2 * 24500));
     ASSERT_EQ(write.size(), 1U);
     EXPECT_EQ(write[0].busy, std::chrono::microseconds(32 * 82));
-}
-
-TEST(Stm32Bootloader, IgnoresEverythingWhileItIsSilent)
-{
-    auto unit = MakeSynchronised();
-
-    unit.SetSilent(true);
-    EXPECT_EQ(Ask(unit, "02"), B({}));
-    unit.SetSilent(false);
-
-    EXPECT_EQ(Ask(unit, "02 FD"), Hex("79 01 04 69 79"));
 }
 
 TEST(OtpImage, PlacesRecordsAndLeavesTheRestUnprogrammed)
