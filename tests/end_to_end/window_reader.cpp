@@ -117,11 +117,16 @@ QRect WindowReader::PlaceOf(QWidget const* widget) const
 
 QImage WindowReader::Draw(Screen const& screen, QWidget const* widget)
 {
-    button_->setText(screen.button);
-    button_->setStyleSheet(GetButtonStyleSheet(screen.style));
-    bar_->setValue(screen.progress);
-    bar_->setFormat(screen.format);
-    return Normalise(window_->grab(PlaceOf(widget)).toImage());
+    auto& picture = widget == button_ ? buttons_[{screen.button, screen.style}]
+                                      : bars_[{screen.format, screen.progress}];
+    if (picture.isNull()) {
+        button_->setText(screen.button);
+        button_->setStyleSheet(GetButtonStyleSheet(screen.style));
+        bar_->setValue(screen.progress);
+        bar_->setFormat(screen.format);
+        picture = Normalise(window_->grab(PlaceOf(widget)).toImage());
+    }
+    return picture;
 }
 
 bool WindowReader::ReadButton(QImage const& picture, Screen& screen)

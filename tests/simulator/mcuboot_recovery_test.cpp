@@ -43,21 +43,29 @@ McubootRecovery UnitWithFault(FaultKind kind, uint32_t parameter = 0, unsigned a
     return unit;
 }
 
-// The answer's map to a request: "first", "second", "erase", "restart", "upload MAP", or
+// The answer's map: "rc N" for {"rc": N}, "off N" for {"rc": 0, "off": N}, others in hexadecimal.
+std::string MapToText(QByteArray const& map)
+{
+    auto const value = std::to_string(map.chopped(2).right(2).toUInt(nullptr, 16));
+    return map.size() == 12 && map.startsWith("bf627263")             ? "rc " + value
+           : map.size() == 22 && map.startsWith("bf62726300636f6666") ? "off " + value
+                                                                      : map.toStdString();
+}
+
+// The answer's map, as text, to a request: "first", "second", "erase", "restart", "upload MAP", or
 // "OPERATION GROUP COMMAND MAP".
 std::string AskByName(McubootRecovery& unit, std::string const& request)
 {
     static std::map<std::string, QByteArray> const kNamed{
         {"first", kFirst}, {"second", kSecond}, {"erase", kErase}, {"restart", kRestart}};
     if (auto const named = kNamed.find(request); named != kNamed.end()) {
-        return AskForMap(unit, named->second).toStdString();
+        return MapToText(AskForMap(unit, named->second));
     }
     auto const words = QByteArray::fromStdString(request).split(' ');
     auto const number = [&](int at) { return static_cast<uint8_t>(words.at(at).toUInt()); };
-    return AskForMap(unit, words.size() == 2
-                               ? Upload(words.at(1))
-                               : MakeRequest(number(0), number(1), number(2), words.value(3)))
-        .toStdString();
+    return MapToText(AskForMap(
+        unit, words.size() == 2 ? Upload(words.at(1))
+                                : MakeRequest(number(0), number(1), number(2), words.value(3))));
 }
 
 QByteArray Stored(McubootRecovery const& unit, size_t size)
@@ -184,7 +192,6 @@ using Conversation = test::Conversation<McubootRecoveryOptions>;
 
 class RecoveryConversations : public testing::TestWithParam<Conversation> {};
 
-// The answers' maps: bf62726300ff is {"rc": 0}, and bf62726300636f6666NNff {"rc": 0, "off": NN}.
 TEST_P(RecoveryConversations, GoAsTheProtocolSays)
 {
     McubootRecovery unit(GetParam().options);
@@ -203,76 +210,80 @@ std::vector<Conversation> ListConversations()
     return {
         // {"images": [{"slot": 0, "version": "0.0.0"}], "rc": 0}
         {"ImageState", usual,
-         "0 1 0 bfff > bf66696d6167657381a264736c6f74006776657273696f6e65302e302e3062726300ff "
-         "= image-state seq=0 ack; unit connects > 1; unit synchronised > yes"},
+
+         "0 1 0 bfff > bf66696d6167657381a264736c6f74006776657273696f6e65302e302e3062726300ff = "
+         "image-state seq=0 ack; "
+         "unit connects > 1; unit synchronised > yes"},
         {"ReadOfTheOtpArea", with_otp,
-         "0 64 0 bf636b65791a01234711ff > bf627263006464617461410cff "
-         "= read-otp 0x01234711 seq=0 keys=key ack; "
+
+         "0 64 0 bf636b65791a01234711ff > bf627263006464617461410cff = read-otp 0x01234711 seq=0 "
+         "keys=key ack; "
          "0 64 0 bf636b657901ff > bf62726300646461746140ff = read-otp 0x00000001 seq=0 keys=key "
          "ack; "
-         "0 64 0 bf636b657902ff > bf62726305ff = read-otp 0x00000002 seq=0 keys=key nack rc=5"},
-        {"UnknownRequest", usual, "0 1 7 bfff > bf62726308ff = request-0/1/7 seq=0 nack rc=8"},
+         "0 64 0 bf636b657902ff > rc 5 = read-otp 0x00000002 seq=0 keys=key nack rc=5"},
+        {"UnknownRequest", usual, "0 1 7 bfff > rc 8 = request-0/1/7 seq=0 nack rc=8"},
         {"DefiniteMaps", definite,
          "erase > a162726300; 2 1 5 a0 > a162726300 = erase-slot seq=0 ack"},
         {"UploadReturnsTheNextOffset", usual,
+
          "load 0x08000000 00 00 00 00 00 00 00; "
-         "first > bf62726300636f666604ff = upload 0x00000000 4 seq=0 keys=data,off,len,image ack; "
-         "second > bf62726300636f666606ff = upload 0x00000004 2 seq=1 keys=data,off ack; "
+         "first > off 4 = upload 0x00000000 4 seq=0 keys=data,off,len,image ack; "
+         "second > off 6 = upload 0x00000004 2 seq=1 keys=data,off ack; "
          "memory 0x08000000 7 > 01 02 03 04 05 06 FF; unit image-size > 6; unit stored > 6; "
-         "unit erased > 1; unit over-unerased > 0; second > bf62726300636f666606ff; "
-         "unit writes > 2"},
-        {"ChunkWithoutAnImage", usual, "second > bf62726303ff"},
-        {"ChunkWithoutALength", usual, "upload bf646461746141aa636f666600ff > bf62726303ff"},
-        {"ChunkWithoutData", usual, "upload bf636f666600636c656e01ff > bf62726303ff"},
-        {"ChunkWithoutAnOffset", usual, "upload bf646461746141aaff > bf62726303ff"},
+         "unit erased > 1; unit over-unerased > 0; second > off 6; unit writes > 2"},
+        {"ChunkWithoutAnImage", usual, "second > rc 3"},
+        {"ChunkWithoutALength", usual, "upload bf646461746141aa636f666600ff > rc 3"},
+        {"ChunkWithoutData", usual, "upload bf636f666600636c656e01ff > rc 3"},
+        {"ChunkWithoutAnOffset", usual, "upload bf646461746141aaff > rc 3"},
         // Beyond the image, where the image ends, and beyond the slot.
         {"ChunkOutsideOfTheImage", usual,
-         "first > bf62726300636f666604ff; second > bf62726300636f666606ff; "
-         "upload bf6464617461420506636f666605ff > bf62726303ff; "
-         "upload bf646461746140636f666606ff > bf62726303ff; "
-         "upload bf646461746141aa636f666600636c656e1a00080001ff > bf62726303ff; unit writes > 2"},
+
+         "first > off 4; second > off 6; upload bf6464617461420506636f666605ff > rc 3; "
+         "upload bf646461746140636f666606ff > rc 3; "
+         "upload bf646461746141aa636f666600636c656e1a00080001ff > rc 3; unit writes > 2"},
         // An image that ends with the flash: there is nothing to write to behind it.
         {"ChunkBehindTheFlash", usual,
+
          "fault ask-for-offset 2 1 0x00080000; "
-         "upload bf646461746141aa636f666600636c656e1a00080000ff > bf62726300636f666601ff; "
+         "upload bf646461746141aa636f666600636c656e1a00080000ff > off 1; "
          "upload bf646461746140636f66661a00080000ff > bf62726300636f66661a00080000ff; "
-         "upload bf646461746140636f66661a00080000ff > bf62726303ff"},
+         "upload bf646461746140636f66661a00080000ff > rc 3"},
         {"EraseForgetsTheUpload", usual,
-         "first > bf62726300636f666604ff; erase > bf62726300ff; second > bf62726303ff; "
-         "memory 0x08000000 4 > FF FF FF FF"},
+         "first > off 4; erase > rc 0; second > rc 3; memory 0x08000000 4 > FF FF FF FF"},
         {"IsGoneAfterTheRequestToRestartUntilItIsResetByHand", usual,
-         "first > bf62726300636f666604ff; restart > bf62726300ff; unit state > running; first; "
-         "reset; unit state > bootloader; second > bf62726303ff; memory 0x08000000 4 > 01 02 03 "
-         "04"},
-        {"FaultErrorCode", usual, "fault error-code 1 1 7; first > bf62726307ff; unit writes > 0"},
+
+         "first > off 4; restart > rc 0; unit state > running; first; reset; "
+         "unit state > bootloader; second > rc 3; memory 0x08000000 4 > 01 02 03 04"},
+        {"FaultErrorCode", usual, "fault error-code 1 1 7; first > rc 7; unit writes > 0"},
         {"FaultErrorInUpload", usual,
-         "fault error-in-upload 2 1 1; first > bf62726300636f666604ff; "
-         "second > bf62726301ff = upload 0x00000004 2 seq=1 keys=data,off nack rc=1; "
-         "second > bf62726300636f666606ff"},
+
+         "fault error-in-upload 2 1 1; first > off 4; "
+         "second > rc 1 = upload 0x00000004 2 seq=1 keys=data,off nack rc=1; second > off 6"},
         {"FaultKeepOffset", usual,
-         "fault keep-offset 2; first > bf62726300636f666604ff; second > bf62726300636f666604ff; "
-         "second > bf62726300636f666606ff"},
+         "fault keep-offset 2; first > off 4; second > off 4; second > off 6"},
         {"FaultOmitOffset", usual,
-         "fault omit-offset 2; first > bf62726300636f666604ff; second > bf62726300ff; "
+
+         "fault omit-offset 2; first > off 4; second > rc 0; "
          "memory 0x08000000 6 > 01 02 03 04 05 06"},
         {"FaultAskForTheFirstOffset", usual,
-         "fault ask-for-offset 2; first > bf62726300636f666604ff; second > bf62726300636f666600ff; "
-         "first > bf62726300636f666604ff; second > bf62726300636f666606ff"},
+
+         "fault ask-for-offset 2; first > off 4; second > off 0; first > off 4; second > off 6"},
         {"FaultAskForALaterOffset", usual,
-         "fault ask-for-offset 2 1 5; first > bf62726300636f666604ff; "
-         "second > bf62726300636f666605ff; "
-         "upload bf646461746141aa636f666605ff > bf62726300636f666606ff; "
-         "memory 0x08000000 6 > 01 02 03 04 FF AA"},
+
+         "fault ask-for-offset 2 1 5; first > off 4; second > off 5; "
+         "upload bf646461746141aa636f666605ff > off 6; memory 0x08000000 6 > 01 02 03 04 FF AA"},
         {"FaultAskForANegativeOffset", usual,
          "fault ask-for-offset 1 1 0xFFFFFFFF; first > bf62726300636f666620ff"},
         {"FaultSilentInWrite", usual,
-         "fault silent-in-write 2; first > bf62726300636f666604ff; "
-         "second > = upload 0x00000004 2 seq=1 keys=data,off silent fault; first; unit left > no; "
-         "memory 0x08000000 6 > 01 02 03 04 FF FF"},
+
+         "fault silent-in-write 2; first > off 4; "
+         "second > = upload 0x00000004 2 seq=1 keys=data,off silent fault; first; "
+         "unit left > no; memory 0x08000000 6 > 01 02 03 04 FF FF"},
         {"FaultVanishInWrite", usual,
-         "fault vanish-in-write 2; first > bf62726300636f666604ff; "
-         "second > = upload 0x00000004 2 seq=1 keys=data,off silent fault; first; unit left > yes; "
-         "memory 0x08000000 6 > 01 02 03 04 FF FF"},
+
+         "fault vanish-in-write 2; first > off 4; "
+         "second > = upload 0x00000004 2 seq=1 keys=data,off silent fault; first; "
+         "unit left > yes; memory 0x08000000 6 > 01 02 03 04 FF FF"},
     };
 }
 

@@ -22,50 +22,34 @@ using test::Hex;
 using test::PluggedUnit;
 using test::RawClient;
 
-TEST(SimulatedUnit, AnswersOnItsLine)
+TEST(SimulatedUnit, AnswersOnItsLineAndWaitsForSynchronisationAgainAfterAResetOrAPlug)
 {
     PluggedUnit plugged;
-    RawClient client(plugged.Pty());
-
-    EXPECT_EQ(client.Ask(B({0x7F}), 1), B({0x79}));
-    EXPECT_EQ(client.Ask(B({0x02, 0xFD}), 5), B({0x79, 0x01, 0x04, 0x69, 0x79}));
-
-    auto const status = plugged.unit.Status();
-    EXPECT_EQ(status.state, UnitState::kSynchronised);
-    EXPECT_EQ(status.connects, 1U);
-    ASSERT_EQ(plugged.unit.Journal().size(), 2U);
-    EXPECT_EQ(ToText(plugged.unit.Journal()[1]), "get-id ack");
-}
-
-TEST(SimulatedUnit, WaitsForSynchronisationAgainWhenItIsResetOrPluggedInAgain)
-{
-    PluggedUnit plugged;
-    ASSERT_EQ(RawClient(plugged.Pty()).Ask(B({0x7F}), 1), B({0x79}));
+    EXPECT_EQ(RawClient(plugged.Pty()).Ask(Hex("7F 02 FD"), 6), Hex("79 79 01 04 69 79"));
+    EXPECT_EQ(plugged.unit.Status().state, UnitState::kSynchronised);
+    EXPECT_EQ(ToText(plugged.unit.Journal().back()), "get-id ack");
     plugged.unit.Reset();
-    EXPECT_EQ(RawClient(plugged.Pty()).Ask(B({0x7F}), 1), B({0x79}));
+    EXPECT_EQ(RawClient(plugged.Pty()).Ask(Hex("7F"), 1), Hex("79"));
     plugged.unit.Fade();
 
     plugged.unit.Plug();
 
-    EXPECT_EQ(RawClient(plugged.Pty()).Ask(B({0x7F}), 1), B({0x79}));
+    EXPECT_EQ(RawClient(plugged.Pty()).Ask(Hex("7F"), 1), Hex("79"));
     EXPECT_EQ(plugged.unit.Status().connects, 3U);
 }
 
-TEST(SimulatedUnit, LeavesItsLineWhenAFaultSaysSo)
+TEST(SimulatedUnit, LeavesItsLineWhenAFaultStrikes)
 {
     PluggedUnit plugged;
     plugged.unit.AddFault({FaultKind::kVanishInWrite, 1, 1, 2});
     RawClient client(plugged.Pty());
-    client.Ask(B({0x7F}), 1);
-    client.Ask(B({0x31, 0xCE}), 1);
-    client.Ask(test::AddressBytes(0x08000000), 1);
+    EXPECT_EQ(client.Ask(Hex("7F 31 CE 08 00 00 00 08"), 3), Hex("79 79 79"));
 
-    client.Send(B({0x03, 0x11, 0x22}));
+    client.Send(Hex("03 11 22"));
 
     EXPECT_TRUE(client.HangsUp());
-    auto const status = plugged.unit.Status();
-    EXPECT_FALSE(status.plugged);
-    EXPECT_EQ(status.fault_strikes, 1U);
+    EXPECT_FALSE(plugged.unit.Status().plugged);
+    EXPECT_EQ(plugged.unit.Status().fault_strikes, 1U);
 }
 
 TEST(SimulatedUnit, LetsItsMemoryBeReadAndLoadedFromOutside)
@@ -122,19 +106,6 @@ struct PacedUnit : PluggedUnit {
 
     RawClient client{Pty()};
 };
-
-TEST(SimulatedUnit, TakesAsLongAsTheChipAndTheLineNeed)
-{
-    PacedUnit paced(9600);
-    paced.client.Ask(Hex("44 BB"), 1);
-
-    auto const taken = PacedUnit::Measure(
-        [&] { EXPECT_EQ(paced.client.Ask(Hex("00 01 00 00 00 01 00"), 1), Hex("79")); });
-
-    // 7 bytes in and 1 out of 11 bits each at 9600 baud, two pages of 24.5 ms: 58.2 ms.
-    EXPECT_GT(taken, 57);
-    EXPECT_LT(taken, 200);
-}
 
 TEST(SimulatedUnit, KeepsThePaceOfItsLineOverManyWrites)
 {
@@ -201,18 +172,13 @@ TEST_F(ControlSessionTest, ControlsTheUnitThatIsNamedOrSelected)
     EXPECT_EQ(session_.Handle("unit 2"), "ok");
     EXPECT_EQ(session_.Handle("fault nack-command 2 1"), "ok");
     RawClient client(session_.Unit(2).Status().pty_path);
-    EXPECT_EQ(client.Ask(B({0x7F}), 1), B({0x79}));
-    EXPECT_EQ(client.Ask(B({0x01, 0xFE}), 5), B({0x79, 0x31, 0x00, 0x00, 0x79}));
-    EXPECT_EQ(client.Ask(B({0x01, 0xFE}), 1), B({0x1F}));
+    EXPECT_EQ(client.Ask(Hex("7F 01 FE 01 FE"), 7), Hex("79 79 31 00 00 79 1F"));
 
     EXPECT_EQ(session_.Handle("journal"), "sync ack\nget-version ack\nget-version nack fault\nend");
-    EXPECT_EQ(session_.Handle("clear-faults"), "ok");
-    EXPECT_EQ(session_.Handle("reset"), "ok");
-    EXPECT_EQ(session_.Handle("silent on"), "ok");
-    EXPECT_EQ(session_.Handle("fade"), "ok");
-    EXPECT_EQ(session_.Handle("unplug"), "ok");
-    EXPECT_FALSE(session_.Finished());
-    EXPECT_EQ(session_.Handle("quit"), "ok");
+    for (auto const* command : {"clear-faults", "reset", "silent on", "fade", "unplug", "quit"}) {
+        EXPECT_FALSE(session_.Finished());
+        EXPECT_EQ(session_.Handle(command), "ok") << command;
+    }
     EXPECT_TRUE(session_.Finished());
 }
 
@@ -230,7 +196,7 @@ TEST(ControlText, StatusIsOneLineOfKeysAndValues)
               "/dev/ttyUSB1",
               "/dev/pts/3",
               0x08000000,
-              B({'P', 'U', 'W', 'F'}),
+              Hex("50 55 57 46"),
               1,
               2,
               3,
