@@ -71,21 +71,14 @@ def split_code_blocks(text):
 def find_missing_paths(text, tree, folder):
     """Paths that the document names and that do not exist. `folder`: the document's own, with a slash."""
     prose, blocks = split_code_blocks(text)
-    words = [
-        word
-        for span in re.findall(r"`([^`\n]+)`", prose)
-        for word in span.split()
-        if PATH.fullmatch(word) and not ELSEWHERE.match(word)
-    ]
+    words = " ".join(re.findall(r"`([^`\n]+)`", prose)).split()
+    words = [word for word in words if PATH.fullmatch(word) and not ELSEWHERE.match(word)]
     names = [word for word in words if FILE_NAME.fullmatch(word) and word not in BUNDLE_FILES]
+    in_blocks = [word for word in PATH.findall(blocks) if "/" in word and word.split("/", 1)[0] in tree.folders]
     return (
         [word for word in words if "/" in word and not tree.has(word, folder)]
         + [word for word in names if not fnmatch.filter(tree.names, word)]
-        + [
-            word
-            for word in PATH.findall(blocks)
-            if "/" in word and word.split("/", 1)[0] in tree.folders and not tree.has(word)
-        ]
+        + [word for word in in_blocks if not tree.has(word)]
     )
 
 
@@ -103,9 +96,8 @@ def find_broken_links(text, tree, folder):
         if not file.exists():
             broken.append(target)
         elif anchor:
-            content = file.read_text(encoding="utf-8") if path else text
-            headings = re.findall(r"^#+ (.*)$", split_code_blocks(content)[0], re.MULTILINE)
-            if anchor not in map(get_anchor, headings):
+            content = split_code_blocks(file.read_text(encoding="utf-8") if path else text)[0]
+            if anchor not in map(get_anchor, re.findall(r"^#+ (.*)$", content, re.MULTILINE)):
                 broken.append(target)
     return broken
 
@@ -127,10 +119,8 @@ def read_constants(header):
         plain = re.sub(r"\b(0x[0-9A-Fa-f]+|\d+)[uUlLzZ]*\b", r"\1", plain)
         names = {known: value for known, (value, _) in constants.items()}
         value = eval(plain, {"__builtins__": {}}, names)  # the repository's own header
-        constants[name] = (
-            value * 1000 if kind.endswith("::seconds") else value,
-            bool(re.search("seconds$|Milliseconds$", kind)) or name.endswith("Timeout"),
-        )
+        is_time = kind.endswith(("seconds", "Milliseconds")) or name.endswith("Timeout")
+        constants[name] = (value * 1000 if kind.endswith("::seconds") else value, is_time)
     return constants
 
 
@@ -143,17 +133,9 @@ def get_forms(value, is_time):
     """How a document may write the value: 5000 as a time is "5000 ms" or "5 s"."""
     if isinstance(value, str):
         return {value}
-    if not is_time:
-        forms = {str(value), f"0x{value:08x}"}
-        for unit, size in (("KiB", 1 << 10), ("MiB", 1 << 20)):
-            if value % size == 0:
-                forms.add(f"{value // size} {unit}")
-        return forms
-    forms = {f"{value} ms"}
-    if value % 1000 == 0:
-        count = str(value // 1000)
-        forms |= {f"{count} s", f"{count} second", f"{count} seconds"}
-    return forms
+    units = {"s": 1000, "second": 1000, "seconds": 1000} if is_time else {"KiB": 1 << 10, "MiB": 1 << 20}
+    forms = {f"{value // size} {unit}" for unit, size in units.items() if value % size == 0}
+    return forms | ({f"{value} ms"} if is_time else {str(value), f"0x{value:08x}"})
 
 
 def agrees(figure, value, is_time):
@@ -188,8 +170,7 @@ def find_wrong_marks(text, constants):
             continue
         value, is_time = constants[name]
         if operation:
-            value = int(value * float(operand) if operation == "*" else value / float(operand))
-            is_time = False
+            value, is_time = int(value * float(operand) if operation == "*" else value / float(operand)), False
         before = re.sub(r"\s+", " ", text[max(0, found.start() - 40) : found.start()]).strip(" *`(")
         words = [word.lstrip("*`(") for word in before.split(" ")]
         if not any(agrees(" ".join(words[-count:]), value, is_time) for count in (1, 2)):
@@ -199,14 +180,8 @@ def find_wrong_marks(text, constants):
 
 def find_unknown_names(text, words):
     """Names in the code's spelling (kPass, UpdateStarted, Uart::onTransmit) that no source has."""
-    spans = re.findall(r"`([^`\n]+)`", split_code_blocks(text)[0])
-    return [
-        name
-        for span in spans
-        if re.fullmatch(r"(\w+::)*\w*[a-z]\w*[A-Z]\w*", span)
-        for name in span.split("::")
-        if name not in words
-    ]
+    names = re.findall(r"`((?:\w+::)*\w*[a-z]\w*[A-Z]\w*)`", split_code_blocks(text)[0])
+    return [name for name in "::".join(names).split("::") if name and name not in words]
 
 
 def read(path):
@@ -282,17 +257,15 @@ inline constexpr size_t kTail = size_t{1} << 16;
         directory = tempfile.TemporaryDirectory()
         self.addCleanup(directory.cleanup)
         root = Path(directory.name)
-        for name in ("app/main.cpp", "app/main.h", "docs/page.md", "docs/other.md", "run"):
+        for name in ("app/main.cpp", "app/main.h", "docs/page.md", "docs/other.md", "run", "build/left.cpp"):
             (root / name).parent.mkdir(exist_ok=True)
             (root / name).write_text("# A heading, and more\n")
-        (root / "build").mkdir()
-        (root / "build" / "left.cpp").write_text("")
         self.tree = Tree(root)
 
     def test_paths_are_accepted_if_they_exist_and_found_if_not_in_every_notation(self):
         for text in (
-            "`app/main.cpp`", "`app/`", "`main.cpp`", "`app/main.{h,cpp}`", "`app/*.h`", "`./run --help`",
-            "`other.md`", "`run`", "`a, b`", "`/usr/bin/x`", "`build/release/x`", "`Name of it.app/x`", "`Contents/MacOS/x`",
+            "`app/main.cpp`", "`app/`", "`main.cpp`", "`app/main.{h,cpp}`", "`app/*.h`", "`./run --help`", "`other.md`",
+            "`run`", "`a, b`", "`/usr/bin/x`", "`build/release/x`", "`Name of it.app/x`", "`Contents/MacOS/x`",
             "```\ncat app/main.cpp other/thing\n```",
         ):
             self.assertEqual(find_missing_paths(text, self.tree, "docs/"), [], text)

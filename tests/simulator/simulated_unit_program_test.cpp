@@ -6,7 +6,6 @@
 #include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
-#include <array>
 
 #include "tests/simulator/port_test_support.h"
 #include "tests/simulator/recovery_client.h"
@@ -34,18 +33,6 @@ QByteArray ReadFile(QString const& path)
 RawClient Open(UnitProcess const& unit)
 {
     return RawClient(unit.Property(u"pty"_s).toStdString());
-}
-
-TEST(SimulatedUnitProgram, PrintsWhatAClientNeedsAndServesIt)
-{
-    auto unit = Start({});
-
-    EXPECT_TRUE(QFile::exists(unit.Property(u"UMOCKDEV_DIR"_s)));
-    EXPECT_EQ(unit.Property(u"preload"_s), u"libumockdev-preload.so.0"_s);
-    EXPECT_TRUE(unit.Property(u"port"_s).startsWith(u"/dev/ttyUSB"_s));
-    EXPECT_EQ(Open(unit).Ask(Hex("7F"), 1), Hex("79"));
-    EXPECT_EQ(unit.Journal(), QStringList{u"sync ack"_s});
-    EXPECT_EQ(unit.Ask(u"quit"_s), u"ok"_s);
 }
 
 TEST(SimulatedUnitProgram, IsTheUnitThatItsOptionsDescribe)
@@ -117,13 +104,17 @@ TEST(SimulatedUnitProgram, MakesAUnitInItsUsbBootloaderThatIsNumberedAnewWhenItI
     EXPECT_EQ(unit.Status(u"port"_s), u"/dev/bus/usb/001/003"_s);
 }
 
-TEST(SimulatedUnitProgram, StartsWithNoUnitOrWithTwo)
+TEST(SimulatedUnitProgram, StartsWithNoUnitOrWithTwoAndPrintsWhatAClientNeeds)
 {
     auto none = Start(u"--units 0"_s);
+    EXPECT_TRUE(QFile::exists(none.Property(u"UMOCKDEV_DIR"_s)));
+    EXPECT_EQ(none.Property(u"preload"_s), u"libumockdev-preload.so.0"_s);
     EXPECT_FALSE(none.HasProperty(u"port"_s));
     EXPECT_TRUE(none.Ask(u"plug"_s).startsWith(u"ok port=/dev/ttyUSB"_s));
+    EXPECT_EQ(none.Ask(u"quit"_s), u"ok"_s);
 
     auto two = Start(u"--units 2"_s);
+    EXPECT_TRUE(two.Property(u"port"_s).startsWith(u"/dev/ttyUSB"_s));
     EXPECT_NE(two.Property(u"port2"_s), two.Property(u"port"_s));
     EXPECT_NE(two.Property(u"pty2"_s), two.Property(u"pty"_s));
 }
@@ -151,10 +142,8 @@ TEST(SimulatedUnitProgram, EndsAndTidiesUpWithItsInputOrASignal)
 
 TEST(SimulatedUnitProgram, RefusesAnOptionThatItCannotUse)
 {
-    constexpr std::array kOptions{"--product-id 0x483", "--ack 7a",         "--vid 10000",
-                                  "--model-id 256",     "--flash-in /none", "--protocol usb",
-                                  "--baud x",           "--nonsense 1"};
-    for (auto const* options : kOptions) {
+    for (auto const* options : {"--product-id 0x483", "--ack 7a", "--vid 10000", "--model-id 256",
+                                "--flash-in /none", "--protocol usb", "--baud x", "--nonsense 1"}) {
         QProcess process;
         process.start(QStringLiteral(SIMULATED_UNIT_PROGRAM),
                       QString::fromLatin1(options).split(u' '));
