@@ -7,17 +7,12 @@
 #include <QFile>
 
 #include "tests/end_to_end/transport.h"
+#include "tests/support/files.h"
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
 namespace {
-
-// The model record of a unit that the demonstration's firmware is for.
-QByteArray MakeOtpCopy()
-{
-    return QByteArray("\x11\x47\x23\x01\x21", 5) + QByteArray(1019, '\xFF');
-}
 
 class Usb : public UsbTransport {
 protected:
@@ -110,9 +105,8 @@ TEST_F(Usb, KeepsTheProgramAliveUntilTheToolHasWrittenEverythingWhenItsWindowIsC
 
 TEST_F(Usb, RefusesAUnitThatDoesNotAnswerWhateverAnEarlierRunLeftBehind)
 {
-    QFile otp_copy(OtpCopyPath());
-    ASSERT_TRUE(otp_copy.open(QIODevice::WriteOnly) && otp_copy.write(MakeOtpCopy()) == 1024);
-    otp_copy.close();
+    // The model record of a unit that the demonstration's firmware is for.
+    WriteFile(OtpCopyPath(), QByteArray("\x11\x47\x23\x01\x21", 5) + QByteArray(1019, '\xFF'));
     PlugIn();
     unit_->Command(u"silent on"_s);
     StartProgram();
@@ -129,12 +123,6 @@ TEST_F(Usb, ConnectsToNoneOfTwoUnitsAndKeepsLookingUntilThereIsOne)
     ExpectNoCommandToEitherUnit();
     unit_->Command(u"unplug 1"_s);
     UpdateToTheEnd();
-}
-
-TEST_F(Usb, WaitsWhileOnlyADfuDeviceOfAnotherVendorIsThere)
-{
-    Start(u"--foreign-unit 1"_s);
-    ExpectWaitsWithoutAnyCommand();
 }
 
 // The installed tool's filter for ids does not tell devices apart that are in their bootloader: it
@@ -156,8 +144,10 @@ TEST_F(Usb, WritesToNeitherWhenADfuDeviceOfAnotherVendorComesBeforeTheDownload)
     EXPECT_EQ(unit_->Journal(), QStringList());
 }
 
-TEST_F(Usb, WaitsWhenTheBundleHasNoTool)
+TEST_F(Usb, WaitsWhileOnlyADfuDeviceOfAnotherVendorIsThereAndWhenTheBundleHasNoTool)
 {
+    Start(u"--foreign-unit 1"_s);
+    ExpectWaitsWithoutAnyCommand();
     ASSERT_TRUE(QFile::remove(bundle_.DfuUtil()));
     Start();
     ExpectWaitsWithoutAnyCommand();

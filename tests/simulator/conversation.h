@@ -28,8 +28,8 @@ namespace simulator::test {
 template <typename Options>
 struct Conversation {
     char const* name;
-    Options options;
     std::string steps;
+    Options options = {};
 
     friend void PrintTo(Conversation const& row, std::ostream* stream) { *stream << row.name; }
 };

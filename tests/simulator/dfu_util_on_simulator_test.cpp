@@ -14,6 +14,7 @@
 #include "tests/simulator/bootloader_client.h"
 #include "tests/simulator/dfu_unit_test_support.h"
 #include "tests/simulator/image_file.h"
+#include "tests/support/files.h"
 
 using namespace Qt::StringLiterals;
 
@@ -59,12 +60,6 @@ protected:
 
     // An image whose last block is shorter than the others.
     Bytes WriteImage() { return test::WriteImageFile(FilePath("image.bin"), 9 * kPageSize + 301); }
-
-    QByteArray ReadFile(char const* name) const
-    {
-        QFile file(FilePath(name));
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    }
 
     std::string LastLine() { return ToText(plugged_.unit.Journal().back()); }
 
@@ -132,9 +127,9 @@ TEST_F(DfuUtil, ReadsTheOtpAreaAndTheFlash)
     EXPECT_EQ(Run(u"-a 2 -s 0x1fff7000:1024 -U otp.bin"_s), 0) << output_;
     EXPECT_EQ(Run(u"-a 0 -s 0x08000000:10257 -U read.bin"_s), 0) << output_;
 
-    EXPECT_EQ(ReadFile("otp.bin").size(), 1024);
-    EXPECT_EQ(ReadFile("otp.bin").left(5), QByteArray("\x11\x47\x23\x01\x07"));
-    EXPECT_EQ(ReadFile("read.bin"), QByteArray(10257, '\x5A')) << "several blocks";
+    EXPECT_EQ(ReadFile(FilePath("otp.bin")).size(), 1024);
+    EXPECT_EQ(ReadFile(FilePath("otp.bin")).left(5), QByteArray("\x11\x47\x23\x01\x07"));
+    EXPECT_EQ(ReadFile(FilePath("read.bin")), QByteArray(10257, '\x5A')) << "several blocks";
     EXPECT_TRUE(plugged_.unit.Status().plugged);
 }
 

@@ -25,8 +25,12 @@ using namespace std::chrono_literals;
 std::string ToText(DfuAnswer const& answer)
 {
     static constexpr std::array kKinds{"done", "stall", "none"};
-    return answer.data.empty() ? kKinds[static_cast<size_t>(answer.kind)]
-                               : test::ToHex(answer.data);
+    auto const hex = test::ToHex(answer.data);
+    return answer.data.empty()                ? kKinds[static_cast<size_t>(answer.kind)]
+           : hex == "00 00 00 00 02 00"       ? "idle"
+           : hex == "00 00 00 00 05 00"       ? "ready"
+           : hex.ends_with(" 00 00 00 0A 00") ? "error " + hex.substr(0, 2)
+                                              : hex;
 }
 
 class Dfuse : public testing::Test {
@@ -90,8 +94,8 @@ private:
 };
 
 // ---- Conversations ----
-// The answer to "status": status, three bytes of poll timeout, state, text. The state 02 is idle,
-// 05 is idle in a download, 0A is an error.
+// The answer to "status": status, three bytes of poll timeout, state, text. "idle" and "ready" (for
+// the next block) have no timeout, and neither has "error STATUS".
 
 class DfuseConversations : public Dfuse, public testing::WithParamInterface<Conversation> {};
 
@@ -101,141 +105,103 @@ TEST_P(DfuseConversations, GoAsTheStandardAndTheApplicationNoteSay)
                              [this](std::string const& request) { return Ask(request); });
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    , DfuseConversations,
-    testing::Values(
-        Conversation{
-            "BeginsIdle", {}, "status > 00 00 00 00 02 00; state > 02; status > 00 00 00 00 02 00"},
-        Conversation{"DownloadIsCarriedOutBetweenTwoStatusRequests",
-                     {},
-                     "download 0 21 00 00 00 08 > done; state > 03; status > 00 00 00 00 04 00; "
-                     "status > 00 00 00 00 05 00 = set-address 0x08000000 ack"},
-        Conversation{"NoOtherDownloadBeforeTheFirstIsCarriedOut",
-                     {},
-                     "download 0 21 00 00 00 08 > done; download 0 41 00 00 00 08 > stall; "
-                     "status > 0F 00 00 00 0A 00 = download nack state; unit erased > 0"},
-        Conversation{"RequestsThatDoNotBelongToTheState",
-                     {},
-                     "carry-out 0 21 00 00 00 08 > 00 00 00 00 05 00; upload 2 16 > stall; "
-                     "abort > stall; clear > done; status > 00 00 00 00 02 00; clear > stall; "
-                     "clear > done; detach > stall"},
-        Conversation{"AbortMakesIdle",
-                     {},
-                     "carry-out 0 21 00 00 00 08 > 00 00 00 00 05 00; abort > done; "
-                     "status > 00 00 00 00 02 00; upload 2 2 > FF FF; state > 09; abort > done; "
-                     "status > 00 00 00 00 02 00"},
-        Conversation{"AddressWithoutMemory",
-                     {},
-                     "carry-out 0 21 00 00 00 60 > 01 00 00 00 0A 00; clear > done; "
-                     "carry-out 0 41 00 00 08 08 > 01 00 00 00 0A 00; clear > done; "
-                     "carry-out 0 41 00 70 FF 1F > 01 00 00 00 0A 00; clear > done; "
-                     "carry-out 0 41 FF FF FF FF > 01 00 00 00 0A 00; unit erased > 0"},
-        Conversation{"BlockPastTheEndOfTheFlash",
-                     {},
-                     "carry-out 0 21 FE FF 07 08 > 00 00 00 00 05 00; "
-                     "carry-out 2 01 02 03 > 01 00 00 00 0A 00 = write 0x0807fffe 3 nack address; "
-                     "clear > done; upload 2 2 > FF FF"},
-        Conversation{"NotACommandOrNotABlock",
-                     {},
-                     "download 0 21 > stall = download nack unknown; "
-                     "status > 0F 00 00 00 0A 00; clear > done; "
-                     "download 0 21 00 00 00 > stall = download nack unknown; clear > done; "
-                     "download 0 21 00 00 00 08 00 > stall = download nack unknown; clear > done; "
-                     "download 0 41 00 > stall = download nack unknown; clear > done; "
-                     "download 0 33 > stall = download nack unknown; clear > done; "
-                     "download 0 00 > stall = download nack unknown; clear > done; "
-                     "download 1 01 > stall = download nack block; unit erased > 0"},
-        Conversation{"ReadProtectionIsKept",
-                     {},
-                     "download 0 92 > stall; "
-                     "status > 0B 00 00 00 0A 00 = read-unprotect nack refused"},
-        Conversation{"UploadOfTheOtpArea",
-                     {},
-                     "carry-out 0 21 00 70 FF 1F > 00 00 00 00 05 00; abort > done; "
-                     "upload 2 5 > 11 47 23 01 07 = read 0x1fff7000 5 ack; state > 09; "
-                     "abort > done; upload 2 1025 > stall = read 0x1fff7000 1025 nack address; "
-                     "status > 01 00 00 00 0A 00"},
-        Conversation{"UploadOfTheListOfCommands",
-                     {},
-                     "upload 0 64 > 00 21 41 92; status > 00 00 00 00 02 00; upload 0 2 > 00 21"},
-        Conversation{"UploadOfWhatIsNotThere",
-                     {},
-                     "upload 1 16 > stall; clear > done; upload 2 2049 > stall; "
-                     "status > 0F 00 00 00 0A 00"},
-        Conversation{"ErasesThePageThatHoldsTheAddress",
-                     {},
-                     "load 0x080007FF 00 00; load 0x08000FFF 00 00; "
-                     "carry-out 0 41 FF 0F 00 08 > 00 00 00 00 05 00 = erase 0x08000fff ack; "
-                     "memory 0x080007FF 2 > 00 FF; memory 0x08000FFF 2 > FF 00; unit erased > 1"},
-        Conversation{"ErasesEverythingWhenNoAddressIsNamed",
-                     {},
-                     "load 0x08000000 00; load 0x0807FFFF 00; "
-                     "carry-out 0 41 > 00 00 00 00 05 00 = erase all ack; "
-                     "memory 0x08000000 1 > FF; memory 0x0807FFFF 1 > FF; unit erased > 256"},
-        Conversation{"WritesBlockTwoAtTheAddressPointerAndTheNextOnesAfterIt",
-                     {},
-                     "carry-out 0 21 00 10 00 08 > 00 00 00 00 05 00; "
-                     "carry-out 2 01 02 03 04 > 00 00 00 00 05 00; "
-                     "carry-out 4 05 06 07 08 > 00 00 00 00 05 00 = write 0x08002000 4 ack; "
-                     "memory 0x08001000 4 > 01 02 03 04; memory 0x08002000 4 > 05 06 07 08; "
-                     "unit writes > 2; unit over-unerased > 0; "
-                     "carry-out 4 0A > 00 00 00 00 05 00; memory 0x08002000 1 > 00; "
-                     "unit over-unerased > 1"},
-        Conversation{"LeavesItsHostAfterAnEmptyDownloadAndIsBackAfterAReset",
-                     {},
-                     "carry-out 2 01 02 03 04 > 00 00 00 00 05 00; download 0 > done; state > 06; "
-                     "unit left > no; status > 00 00 00 00 07 00; unit left > yes; "
-                     "unit state > running; unit jump > 0x08000000; status > none; reset; "
-                     "unit left > no; status > 00 00 00 00 02 00; "
-                     "memory 0x08000000 4 > 01 02 03 04; unit jump > none"},
-        Conversation{"IgnoresEverythingWhileItIsSilent",
-                     {},
-                     "silent on; status > none; silent off; status > 00 00 00 00 02 00"},
-        Conversation{"FaultSlowErase",
-                     {},
-                     "fault slow-erase 1 1 70000; download 0 41 00 00 00 08 > done; "
-                     "status > 00 70 11 01 04 00; wait 69999; status > 00 01 00 00 04 00; wait 1; "
-                     "status > 00 00 00 00 05 00; unit erased > 1"},
-        Conversation{"FaultErrorInWrite",
-                     {},
-                     "load 0x08000000 55; fault error-in-write 1 2 3; "
-                     "carry-out 2 01 > 03 00 00 00 0A 00 = write 0x08000000 1 nack fault; "
-                     "memory 0x08000000 1 > 55; clear-faults; fault error-in-write 1 1 7; "
-                     "clear > done; carry-out 2 01 > 07 00 00 00 0A 00; clear > done; "
-                     "carry-out 2 01 > 00 00 00 00 05 00"},
-        Conversation{
-            "FaultErrorInErase",
-            {},
-            "load 0x08000000 55; fault error-in-erase 1 1 4; "
-            "carry-out 0 41 00 00 00 08 > 04 00 00 00 0A 00 = erase 0x08000000 nack fault; "
-            "memory 0x08000000 1 > 55; clear > done; "
-            "carry-out 0 41 00 00 00 08 > 00 00 00 00 05 00"},
-        Conversation{"FaultVanishInErase",
-                     {},
-                     "load 0x08000000 55; fault vanish-in-erase; download 0 41 00 00 00 08 > done; "
-                     "status > none; unit left > yes; memory 0x08000000 1 > 55; reset; "
-                     "unit left > no; status > 00 00 00 00 02 00"},
-        Conversation{"FaultVanishInWrite",
-                     {},
-                     "load 0x08000000 55; fault vanish-in-write; download 2 00 > done; "
-                     "status > none; unit left > yes; memory 0x08000000 1 > 55; reset; "
-                     "unit left > no; status > 00 00 00 00 02 00"},
-        Conversation{"FaultSilentInWrite",
-                     {},
-                     "load 0x08000000 55; fault silent-in-write; download 2 00 > done; "
-                     "status > none; unit left > no; memory 0x08000000 1 > 55; reset; "
-                     "status > 00 00 00 00 02 00"},
-        Conversation{"FaultSilentAtCommand",
-                     {},
-                     "fault silent-at-command 2; carry-out 0 21 00 00 00 08 > 00 00 00 00 05 00; "
-                     "download 0 41 00 00 00 08 > none; state > none; unit left > no; reset; "
-                     "carry-out 0 41 00 00 00 08 > 00 00 00 00 05 00"},
-        Conversation{"FaultStuckInWrite",
-                     {},
-                     "fault stuck-in-write; download 2 01 > done; status > 00 64 00 00 04 00; "
-                     "wait 3600000; status > 00 64 00 00 04 00; wait 3600000; "
-                     "status > 00 64 00 00 04 00; abort > stall"}),
-    test::NameOf<Conversation>);
+std::vector<Conversation> ListConversations()
+{
+    return {
+        {"BeginsIdle", "status > idle; state > 02; status > idle"},
+        {"DownloadIsCarriedOutBetweenTwoStatusRequests",
+         "download 0 21 00 00 00 08 > done; state > 03; status > 00 00 00 00 04 00; "
+         "status > ready = set-address 0x08000000 ack"},
+        {"NoOtherDownloadBeforeTheFirstIsCarriedOut",
+         "download 0 21 00 00 00 08 > done; download 0 41 00 00 00 08 > stall; "
+         "status > error 0F = download nack state; unit erased > 0"},
+        {"RequestsThatDoNotBelongToTheState",
+         "carry-out 0 21 00 00 00 08 > ready; upload 2 16 > stall; abort > stall; clear > done; "
+         "status > idle; clear > stall; clear > done; detach > stall"},
+        {"AbortMakesIdle",
+         "carry-out 0 21 00 00 00 08 > ready; abort > done; status > idle; upload 2 2 > FF FF; "
+         "state > 09; abort > done; status > idle"},
+        {"AddressWithoutMemory",
+         "carry-out 0 21 00 00 00 60 > error 01; clear > done; "
+         "carry-out 0 41 00 00 08 08 > error 01; clear > done; "
+         "carry-out 0 41 00 70 FF 1F > error 01; clear > done; "
+         "carry-out 0 41 FF FF FF FF > error 01; unit erased > 0"},
+        {"BlockPastTheEndOfTheFlash",
+         "carry-out 0 21 FE FF 07 08 > ready; "
+         "carry-out 2 01 02 03 > error 01 = write 0x0807fffe 3 nack address; clear > done; "
+         "upload 2 2 > FF FF"},
+        {"NotACommandOrNotABlock",
+         "download 0 21 > stall = download nack unknown; status > error 0F; clear > done; "
+         "download 0 21 00 00 00 > stall = download nack unknown; clear > done; "
+         "download 0 21 00 00 00 08 00 > stall = download nack unknown; clear > done; "
+         "download 0 41 00 > stall = download nack unknown; clear > done; "
+         "download 0 33 > stall = download nack unknown; clear > done; "
+         "download 0 00 > stall = download nack unknown; clear > done; "
+         "download 1 01 > stall = download nack block; unit erased > 0"},
+        {"ReadProtectionIsKept",
+         "download 0 92 > stall; status > error 0B = read-unprotect nack refused"},
+        {"UploadOfTheOtpArea",
+         "carry-out 0 21 00 70 FF 1F > ready; abort > done; "
+         "upload 2 5 > 11 47 23 01 07 = read 0x1fff7000 5 ack; state > 09; abort > done; "
+         "upload 2 1025 > stall = read 0x1fff7000 1025 nack address; status > error 01"},
+        {"UploadOfTheListOfCommands",
+         "upload 0 64 > 00 21 41 92; status > idle; upload 0 2 > 00 21"},
+        {"UploadOfWhatIsNotThere",
+         "upload 1 16 > stall; clear > done; upload 2 2049 > stall; status > error 0F"},
+        {"ErasesThePageThatHoldsTheAddress",
+         "load 0x080007FF 00 00; load 0x08000FFF 00 00; "
+         "carry-out 0 41 FF 0F 00 08 > ready = erase 0x08000fff ack; "
+         "memory 0x080007FF 2 > 00 FF; memory 0x08000FFF 2 > FF 00; unit erased > 1"},
+        {"ErasesEverythingWhenNoAddressIsNamed",
+         "load 0x08000000 00; load 0x0807FFFF 00; carry-out 0 41 > ready = erase all ack; "
+         "memory 0x08000000 1 > FF; memory 0x0807FFFF 1 > FF; unit erased > 256"},
+        {"WritesBlockTwoAtTheAddressPointerAndTheNextOnesAfterIt",
+         "carry-out 0 21 00 10 00 08 > ready; carry-out 2 01 02 03 04 > ready; "
+         "carry-out 4 05 06 07 08 > ready = write 0x08002000 4 ack; "
+         "memory 0x08001000 4 > 01 02 03 04; memory 0x08002000 4 > 05 06 07 08; "
+         "unit writes > 2; unit over-unerased > 0; carry-out 4 0A > ready; "
+         "memory 0x08002000 1 > 00; unit over-unerased > 1"},
+        {"LeavesItsHostAfterAnEmptyDownloadAndIsBackAfterAReset",
+         "carry-out 2 01 02 03 04 > ready; download 0 > done; state > 06; unit left > no; "
+         "status > 00 00 00 00 07 00; unit left > yes; unit state > running; "
+         "unit jump > 0x08000000; status > none; reset; unit left > no; status > idle; "
+         "memory 0x08000000 4 > 01 02 03 04; unit jump > none"},
+        {"IgnoresEverythingWhileItIsSilent", "silent on; status > none; silent off; status > idle"},
+        {"FaultSlowErase",
+         "fault slow-erase 1 1 70000; download 0 41 00 00 00 08 > done; "
+         "status > 00 70 11 01 04 00; wait 69999; status > 00 01 00 00 04 00; wait 1; "
+         "status > ready; unit erased > 1"},
+        {"FaultErrorInWrite",
+         "load 0x08000000 55; fault error-in-write 1 2 3; "
+         "carry-out 2 01 > error 03 = write 0x08000000 1 nack fault; memory 0x08000000 1 > 55; "
+         "clear-faults; fault error-in-write 1 1 7; clear > done; carry-out 2 01 > error 07; "
+         "clear > done; carry-out 2 01 > ready"},
+        {"FaultErrorInErase",
+         "load 0x08000000 55; fault error-in-erase 1 1 4; "
+         "carry-out 0 41 00 00 00 08 > error 04 = erase 0x08000000 nack fault; "
+         "memory 0x08000000 1 > 55; clear > done; carry-out 0 41 00 00 00 08 > ready"},
+        {"FaultVanishInErase",
+         "load 0x08000000 55; fault vanish-in-erase; download 0 41 00 00 00 08 > done; "
+         "status > none; unit left > yes; memory 0x08000000 1 > 55; reset; unit left > no; "
+         "status > idle"},
+        {"FaultVanishInWrite",
+         "load 0x08000000 55; fault vanish-in-write; download 2 00 > done; status > none; "
+         "unit left > yes; memory 0x08000000 1 > 55; reset; unit left > no; status > idle"},
+        {"FaultSilentInWrite",
+         "load 0x08000000 55; fault silent-in-write; download 2 00 > done; status > none; "
+         "unit left > no; memory 0x08000000 1 > 55; reset; status > idle"},
+        {"FaultSilentAtCommand",
+         "fault silent-at-command 2; carry-out 0 21 00 00 00 08 > ready; "
+         "download 0 41 00 00 00 08 > none; state > none; unit left > no; reset; "
+         "carry-out 0 41 00 00 00 08 > ready"},
+        {"FaultStuckInWrite",
+         "fault stuck-in-write; download 2 01 > done; status > 00 64 00 00 04 00; wait 3600000; "
+         "status > 00 64 00 00 04 00; wait 3600000; status > 00 64 00 00 04 00; abort > stall"},
+    };
+}
+
+INSTANTIATE_TEST_SUITE_P(, DfuseConversations, testing::ValuesIn(ListConversations()),
+                         test::NameOf<Conversation>);
 
 TEST_F(Dfuse, RefusesABlockThatIsTooLong)
 {

@@ -210,65 +210,65 @@ std::vector<Conversation> ListConversations()
     definite.definite_maps = true;
     return {
         // {"images": [{"slot": 0, "version": "0.0.0"}], "rc": 0}
-        {"ImageState", usual,
+        {"ImageState",
          "0 1 0 bfff > bf66696d6167657381a264736c6f74006776657273696f6e65302e302e3062726300ff = "
-         "image-state seq=0 ack; unit connects > 1; unit synchronised > yes"},
-        {"ReadOfTheOtpArea", with_otp,
-         "0 64 0 bf636b65791a01234711ff > bf627263006464617461410cff "
-         "= read-otp 0x01234711 seq=0 keys=key ack; "
+         "image-state seq=0 ack; "
+         "unit connects > 1; unit synchronised > yes"},
+        {"ReadOfTheOtpArea",
+         "0 64 0 bf636b65791a01234711ff > bf627263006464617461410cff = read-otp 0x01234711 seq=0 "
+         "keys=key ack; "
          "0 64 0 bf636b657901ff > bf62726300646461746140ff = read-otp 0x00000001 seq=0 keys=key "
          "ack; "
-         "0 64 0 bf636b657902ff > rc 5 = read-otp 0x00000002 seq=0 keys=key nack rc=5"},
-        {"UnknownRequest", usual, "0 1 7 bfff > rc 8 = request-0/1/7 seq=0 nack rc=8"},
-        {"DefiniteMaps", definite,
-         "erase > a162726300; 2 1 5 a0 > a162726300 = erase-slot seq=0 ack"},
-        {"UploadReturnsTheNextOffset", usual,
+         "0 64 0 bf636b657902ff > rc 5 = read-otp 0x00000002 seq=0 keys=key nack rc=5",
+         with_otp},
+        {"UnknownRequest", "0 1 7 bfff > rc 8 = request-0/1/7 seq=0 nack rc=8"},
+        {"DefiniteMaps", "erase > a162726300; 2 1 5 a0 > a162726300 = erase-slot seq=0 ack",
+         definite},
+        {"UploadReturnsTheNextOffset",
          "load 0x08000000 00 00 00 00 00 00 00; "
          "first > off 4 = upload 0x00000000 4 seq=0 keys=data,off,len,image ack; "
          "second > off 6 = upload 0x00000004 2 seq=1 keys=data,off ack; "
          "memory 0x08000000 7 > 01 02 03 04 05 06 FF; unit image-size > 6; unit stored > 6; "
          "unit erased > 1; unit over-unerased > 0; second > off 6; unit writes > 2"},
         // No length, no data, no offset.
-        {"ChunkWithoutAnImage", usual,
+        {"ChunkWithoutAnImage",
          "second > rc 3; upload bf646461746141aa636f666600ff > rc 3; "
          "upload bf636f666600636c656e01ff > rc 3; upload bf646461746141aaff > rc 3"},
         // Beyond the image, where the image ends, and beyond the slot.
-        {"ChunkOutsideOfTheImage", usual,
+        {"ChunkOutsideOfTheImage",
          "first > off 4; second > off 6; upload bf6464617461420506636f666605ff > rc 3; "
          "upload bf646461746140636f666606ff > rc 3; "
          "upload bf646461746141aa636f666600636c656e1a00080001ff > rc 3; unit writes > 2"},
         // An image that ends with the flash: there is nothing to write to behind it.
-        {"ChunkBehindTheFlash", usual,
+        {"ChunkBehindTheFlash",
          "fault ask-for-offset 2 1 0x00080000; "
          "upload bf646461746141aa636f666600636c656e1a00080000ff > off 1; "
          "upload bf646461746140636f66661a00080000ff > bf62726300636f66661a00080000ff; "
          "upload bf646461746140636f66661a00080000ff > rc 3"},
-        {"EraseForgetsTheUpload", usual,
+        {"EraseForgetsTheUpload",
          "first > off 4; erase > rc 0; second > rc 3; memory 0x08000000 4 > FF FF FF FF"},
-        {"IsGoneAfterTheRequestToRestartUntilItIsResetByHand", usual,
+        {"IsGoneAfterTheRequestToRestartUntilItIsResetByHand",
          "first > off 4; restart > rc 0; unit state > running; first; reset; "
          "unit state > bootloader; second > rc 3; memory 0x08000000 4 > 01 02 03 04"},
-        {"FaultErrorCode", usual, "fault error-code 1 1 7; first > rc 7; unit writes > 0"},
-        {"FaultErrorInUpload", usual,
+        {"FaultErrorCode", "fault error-code 1 1 7; first > rc 7; unit writes > 0"},
+        {"FaultErrorInUpload",
          "fault error-in-upload 2 1 1; first > off 4; "
          "second > rc 1 = upload 0x00000004 2 seq=1 keys=data,off nack rc=1; second > off 6"},
-        {"FaultKeepOffset", usual,
-         "fault keep-offset 2; first > off 4; second > off 4; second > off 6"},
-        {"FaultOmitOffset", usual,
+        {"FaultKeepOffset", "fault keep-offset 2; first > off 4; second > off 4; second > off 6"},
+        {"FaultOmitOffset",
          "fault omit-offset 2; first > off 4; second > rc 0; "
          "memory 0x08000000 6 > 01 02 03 04 05 06"},
-        {"FaultAskForTheFirstOffset", usual,
+        {"FaultAskForTheFirstOffset",
          "fault ask-for-offset 2; first > off 4; second > off 0; first > off 4; second > off 6"},
-        {"FaultAskForALaterOffset", usual,
+        {"FaultAskForALaterOffset",
          "fault ask-for-offset 2 1 5; first > off 4; second > off 5; "
          "upload bf646461746141aa636f666605ff > off 6; memory 0x08000000 6 > 01 02 03 04 FF AA"},
-        {"FaultAskForANegativeOffset", usual,
-         "fault ask-for-offset 1 1 0xFFFFFFFF; first > off -1"},
-        {"FaultSilentInWrite", usual,
+        {"FaultAskForANegativeOffset", "fault ask-for-offset 1 1 0xFFFFFFFF; first > off -1"},
+        {"FaultSilentInWrite",
          "fault silent-in-write 2; first > off 4; "
          "second > = upload 0x00000004 2 seq=1 keys=data,off silent fault; first; "
          "unit left > no; memory 0x08000000 6 > 01 02 03 04 FF FF"},
-        {"FaultVanishInWrite", usual,
+        {"FaultVanishInWrite",
          "fault vanish-in-write 2; first > off 4; "
          "second > = upload 0x00000004 2 seq=1 keys=data,off silent fault; first; "
          "unit left > yes; memory 0x08000000 6 > 01 02 03 04 FF FF"},

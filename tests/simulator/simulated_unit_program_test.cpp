@@ -9,6 +9,7 @@
 
 #include "tests/simulator/port_test_support.h"
 #include "tests/simulator/recovery_client.h"
+#include "tests/support/files.h"
 #include "tests/support/unit_process.h"
 
 using namespace Qt::StringLiterals;
@@ -24,12 +25,6 @@ UnitProcess Start(QString const& options)
     return UnitProcess(options.split(u' ', Qt::SkipEmptyParts));
 }
 
-QByteArray ReadFile(QString const& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 RawClient Open(UnitProcess const& unit)
 {
     return RawClient(unit.Property(u"pty"_s).toStdString());
@@ -40,9 +35,7 @@ TEST(SimulatedUnitProgram, IsTheUnitThatItsOptionsDescribe)
     QTemporaryDir const directory;
     auto const flash = directory.filePath(u"flash.bin"_s);
     auto const journal = directory.filePath(u"journal.txt"_s);
-    QFile file(flash);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write("flash") == 5);
-    file.close();
+    WriteFile(flash, "flash");
     auto unit = Start(
         u"--product-id 0x482 --ack 75 --model-id 42 --erase-commands none "
         "--otp-address 0x1FFF7000 --otp-size 512 --boot-mode-address 0x20000000 "

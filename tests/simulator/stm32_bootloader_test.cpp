@@ -61,60 +61,64 @@ std::vector<Conversation> ListConversations()
     otp.SetModelId(0, 0x2A);
     model.otp = otp.Bytes();
     return {
-        {"SecondSyncByteIsACommand", usual, "7F >; 7F > 1F = command-0x7f nack complement"},
-        {"Get", usual, "00 FF > 79 07 31 00 01 02 11 21 31 44 79 = get ack"},
-        {"GetWithLegacyErase", legacy, "00 FF > 79 07 31 00 01 02 11 21 31 43 79"},
-        {"GetWithBothErases", WithCommands(ListCommands(EraseCommands::kBoth)),
-         "00 FF > 79 08 31 00 01 02 11 21 31 43 44 79"},
-        {"GetWithoutErase", WithCommands(ListCommands(EraseCommands::kNone)),
-         "00 FF > 79 06 31 00 01 02 11 21 31 79"},
-        {"UnlistedCommandIsRefused", WithCommands({0x00, 0x02}),
-         "01 FE > 1F = get-version nack unknown; 00 FF > 79 02 31 00 02 79"},
-        {"WrongComplementIsRefused", usual, "02 FE > 1F; 02 FD > 79 01 04 69 79"},
-        {"VersionHasTwoProtectionBytes", version_33, "01 FE > 79 33 00 00 79"},
-        {"ProductIdOf479", WithChip(0x479), "02 FD > 79 01 04 79 79"},
-        {"ProductIdOf482", WithChip(0x482), "02 FD > 79 01 04 82 79"},
-        {"OtherAckPair", other_pair, "02 FD > 75 01 04 69 75; 02 02 > 3F"},
-        {"ReadOfTheOtpArea", model,
+        {"SecondSyncByteIsACommand", "7F >; 7F > 1F = command-0x7f nack complement"},
+        {"Get", "00 FF > 79 07 31 00 01 02 11 21 31 44 79 = get ack"},
+        {"GetWithLegacyErase", "00 FF > 79 07 31 00 01 02 11 21 31 43 79", legacy},
+        {"GetWithBothErases", "00 FF > 79 08 31 00 01 02 11 21 31 43 44 79",
+         WithCommands(ListCommands(EraseCommands::kBoth))},
+        {"GetWithoutErase", "00 FF > 79 06 31 00 01 02 11 21 31 79",
+         WithCommands(ListCommands(EraseCommands::kNone))},
+        {"UnlistedCommandIsRefused",
+         "01 FE > 1F = get-version nack unknown; 00 FF > 79 02 31 00 02 79",
+         WithCommands({0x00, 0x02})},
+        {"WrongComplementIsRefused", "02 FE > 1F; 02 FD > 79 01 04 69 79"},
+        {"VersionHasTwoProtectionBytes", "01 FE > 79 33 00 00 79", version_33},
+        {"ProductIdOf479", "02 FD > 79 01 04 79 79", WithChip(0x479)},
+        {"ProductIdOf482", "02 FD > 79 01 04 82 79", WithChip(0x482)},
+        {"OtherAckPair", "02 FD > 75 01 04 69 75; 02 02 > 3F", other_pair},
+        {"ReadOfTheOtpArea",
          "11 EE > 79; 1F FF 70 00 90 > 79; "
-         "07 F8 > 79 11 47 23 01 2A 00 00 00 = read 0x1fff7000 8 ack"},
-        {"ReadPastTheEndIsRefused", usual,
+         "07 F8 > 79 11 47 23 01 2A 00 00 00 = read 0x1fff7000 8 ack",
+         model},
+        {"ReadPastTheEndIsRefused",
          "11 EE 08 07 FF F0 00 > 79 79; 10 EF > 1F = read 0x0807fff0 17 nack address"},
-        {"ReadIsRefusedAtEachStepThatIsWrong", usual,
+        {"ReadIsRefusedAtEachStepThatIsWrong",
          "11 EE 08 00 00 00 09 > 79 1F = read 0x08000000 nack checksum; "
          "11 EE 00 00 00 00 00 > 79 1F = read 0x00000000 nack address; "
          "11 EE 08 00 00 00 08 07 07 > 79 79 1F = read 0x08000000 8 nack complement"},
-        {"WriteIsReadBack", usual,
+        {"WriteIsReadBack",
          "31 CE > 79; 08 00 01 00 09 > 79; 03 11 22 33 44 47 > 79 = write 0x08000100 4 ack; "
          "11 EE 08 00 01 00 09 04 FB > 79 79 79 11 22 33 44 FF"},
-        {"FlashIsWrittenInWordsAndRamInBytes", usual,
+        {"FlashIsWrittenInWordsAndRamInBytes",
          "31 CE 08 00 00 02 0A > 79 1F = write 0x08000002 nack alignment; "
          "31 CE 08 00 00 00 08 02 01 02 03 02 > 79 79 1F = write 0x08000000 3 nack alignment; "
          "31 CE 20 00 00 01 21 02 01 02 03 02 > 79 79 79 = write 0x20000001 3 ack"},
-        {"WritePastTheEndIsRefused", usual,
+        {"WritePastTheEndIsRefused",
          "31 CE 08 07 FF FC 0C 07 00 00 00 00 00 00 00 00 07 > 79 79 1F; "
          "11 EE 08 07 FF FC 0C 03 FC > 79 79 79 FF FF FF FF"},
-        {"OtpAreaOutlivesAMassErase", usual,
+        {"OtpAreaOutlivesAMassErase",
          "31 CE 1F FF 70 00 90 03 00 11 22 33 03 > 79 79 79; 44 BB FF FF 00 > 79 79; "
          "11 EE 1F FF 70 00 90 03 FC > 79 79 79 00 11 22 33"},
-        {"EraseOfPages", legacy,
+        {"EraseOfPages",
          "31 CE 08 00 00 00 08 03 00 00 00 00 03 > 79 79 79; "
          "31 CE 08 00 08 00 00 03 00 00 00 00 03 > 79 79 79; "
          "43 BC 01 00 02 02 > 79 1F = erase 0,2 nack checksum; "
          "11 EE 08 00 00 00 08 00 FF > 79 79 79 00; 43 BC > 79; "
          "01 00 02 03 > 79 = erase 0,2 ack; 11 EE 08 00 00 00 08 00 FF > 79 79 79 FF; "
-         "11 EE 08 00 08 00 00 00 FF > 79 79 79 00"},
-        {"EraseOfEverything", legacy,
+         "11 EE 08 00 08 00 00 00 FF > 79 79 79 00",
+         legacy},
+        {"EraseOfEverything",
          "31 CE 08 07 FF FC 0C 03 00 00 00 00 03 > 79 79 79; "
          "43 BC FF 00 > 79 79 = erase all ack; 11 EE 08 07 FF FC 0C 00 FF > 79 79 79 FF; "
-         "43 BC FF FF > 79 79 = erase all ack"},
-        {"EraseThatRefusesFfFf", strict_erase, "43 BC FF FF > 79 1F; 43 BC FF 00 > 79 79"},
-        {"ExtendedEraseOfPages", usual,
+         "43 BC FF FF > 79 79 = erase all ack",
+         legacy},
+        {"EraseThatRefusesFfFf", "43 BC FF FF > 79 1F; 43 BC FF 00 > 79 79", strict_erase},
+        {"ExtendedEraseOfPages",
          "31 CE 08 07 F8 00 F7 03 00 00 00 00 03 > 79 79 79; 44 BB > 79; "
          "00 02 00 03 00 04 00 FF FA > 79 = extended-erase 3-4,255 ack; "
          "11 EE 08 07 F8 00 F7 00 FF > 79 79 79 FF; "
          "44 BB 00 00 01 00 01 > 79 1F = extended-erase 256 nack page"},
-        {"ExtendedEraseOfBanks", usual,
+        {"ExtendedEraseOfBanks",
          "31 CE 08 03 FF FC 08 03 00 00 00 00 03 > 79 79 79; "
          "31 CE 08 04 00 00 0C 03 00 00 00 00 03 > 79 79 79; "
          "44 BB FF FC 03 > 79 1F = extended-erase 0xfffc nack reserved; "
@@ -125,22 +129,21 @@ std::vector<Conversation> ListConversations()
          "44 BB FF FD 02 > 79 79 = extended-erase bank2 ack; "
          "11 EE 08 03 FF FC 08 07 F8 > 79 79 79 FF FF FF FF FF FF FF FF; "
          "44 BB FF FF 00 > 79 79 = extended-erase all ack"},
-        {"OnlyTheSyncByteIsHeardBeforeItIsSynchronised", usual,
+        {"OnlyTheSyncByteIsHeardBeforeItIsSynchronised",
          "reset; 00 FF 55 80; 7F > 79; 7F 7F > 1F; unit connects > 2"},
-        {"FlashBitsOnlyEverFallUntilTheirPageIsErased", usual,
+        {"FlashBitsOnlyEverFallUntilTheirPageIsErased",
          "31 CE 08 00 08 00 00 03 F0 FF 0F 00 03 > 79 79 79; unit over-unerased > 0; "
          "31 CE 08 00 08 00 00 03 3C AA FF FF 95 > 79 79 79; unit over-unerased > 3; "
          "memory 0x08000800 4 > 30 AA 0F 00; 44 BB 00 00 00 01 01 > 79 79; "
          "memory 0x08000800 4 > FF FF FF FF; unit erased > 1"},
-        {"ResetForgetsAHalfSentCommandAndKeepsTheFlash", usual,
+        {"ResetForgetsAHalfSentCommandAndKeepsTheFlash",
          "31 CE 08 00 00 00 08 03 01 02 03 04 07 > 79 79 79; 31 CE 08 00 > 79; reset; "
          "7F 02 FD > 79 79 01 04 69 79; memory 0x08000000 4 > 01 02 03 04"},
-        {"IgnoresEverythingWhileItIsSilent", usual,
-         "silent on; 02; silent off; 02 FD > 79 01 04 69 79"},
-        {"GoStartsTheApplicationAndTheBootloaderFallsSilentUntilAReset", usual,
+        {"IgnoresEverythingWhileItIsSilent", "silent on; 02; silent off; 02 FD > 79 01 04 69 79"},
+        {"GoStartsTheApplicationAndTheBootloaderFallsSilentUntilAReset",
          "21 DE 08 00 00 00 08 > 79 79; unit state > running; unit jump > 0x08000000; 7F 00 FF; "
          "reset; 7F > 79"},
-        {"GoNeedsMemory", usual,
+        {"GoNeedsMemory",
          "21 DE 60 00 00 00 60 > 79 1F = go 0x60000000 nack address; 02 FD > 79 01 04 69 79"},
     };
 }
