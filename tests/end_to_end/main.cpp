@@ -6,11 +6,13 @@
 #include <QApplication>
 
 #include "tests/end_to_end/window_reader.h"
+#include "tests/support/warnings.h"
 
 int main(int argc, char** argv)
 {
     testing::InitGoogleTest(&argc, argv);
     QApplication const application(argc, argv);
     DrawAsTheProgramDoes();
+    WatchForWarnings();
     return RUN_ALL_TESTS();
 }

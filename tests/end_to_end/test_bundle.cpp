@@ -5,26 +5,11 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "tests/support/files.h"
+
 using namespace Qt::StringLiterals;
 
 namespace {
-
-QByteArray ReadFile(QString const& path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        throw std::runtime_error("cannot read " + path.toStdString());
-    }
-    return file.readAll();
-}
-
-void WriteFile(QString const& path, QByteArray const& content)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size()) {
-        throw std::runtime_error("cannot write " + path.toStdString());
-    }
-}
 
 // Links stay links.
 void Copy(QString const& from, QString const& to)

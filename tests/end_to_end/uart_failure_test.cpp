@@ -2,8 +2,6 @@
 // was asked, and that the program lives on.
 
 #include <QFile>
-#include <algorithm>
-#include <atomic>
 #include <thread>
 #include <vector>
 
@@ -15,19 +13,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-class UartFailure : public UartTransport {
-protected:
-    // Starts the program several times at a unit whose port is listed but cannot be opened.
-    void ExpectExitStatusOneAtABlockedPort(int starts)
-    {
-        PlugIn();
-        unit_->Command(u"block on"_s);
-        for (int i = 0; i < starts; ++i) {
-            StartProgram();
-            EXPECT_EQ(program_->WaitForExit(60s), 1);
-        }
-    }
-};
+using UartFailure = UartTransport;
 
 TEST_F(UartFailure, GoesBackToWaitingWhenAReadyUnitIsPulledOutAndFindsItAgain)
 {
@@ -37,17 +23,29 @@ TEST_F(UartFailure, GoesBackToWaitingWhenAReadyUnitIsPulledOutAndFindsItAgain)
     UpdateToTheEnd();
 }
 
-TEST_F(UartFailure, AsksASilentUnitAgainUntilItAnswers)
+// The command that begins the fault, and those that end it.
+class EveryBadFirstAnswer : public UartFailure, public testing::WithParamInterface<Row> {};
+
+TEST_P(EveryBadFirstAnswer, IsAskedForAgainUntilItIsRight)
 {
+    auto const commands = QString::fromLatin1(GetParam().value).split(u',');
     PlugIn();
-    unit_->Command(u"silent on"_s);
+    unit_->Command(commands.first());
     StartProgram();
     ExpectScreen(IsWaiting);
-    // Two rounds of four seconds and more; the program neither ends nor leaves the waiting state.
-    ExpectScreenStays(IsWaiting, 10s);
-    unit_->Command(u"silent off"_s);
+    // A round takes four seconds and more; the program neither ends nor leaves the waiting state.
+    ExpectScreenStays(IsWaiting, 6s);
+    for (auto const& command : commands.mid(1)) {
+        unit_->Command(command);
+    }
     UpdateToTheEnd();
 }
+
+INSTANTIATE_TEST_SUITE_P(, EveryBadFirstAnswer,
+                         testing::Values(Row{"Silence", "silent on,silent off"},
+                                         Row{"Garbage",
+                                             "fault garbage-answer 1 1000 66,clear-faults,reset"}),
+                         NameOf);
 
 TEST_F(UartFailure, ConnectsToNoneOfTwoUnitsAndStopsLooking)
 {
@@ -59,41 +57,29 @@ TEST_F(UartFailure, ConnectsToNoneOfTwoUnitsAndStopsLooking)
     EXPECT_EQ(unit_->Journal(), QStringList());
 }
 
-TEST_F(UartFailure, EndsWithTheEleventhRefusalOfOneBlock)
-{
-    ExpectUpdateFailsWith(u"fault nack-write-data 3 %1"_s.arg(stm32_updater::kMaxRefusals + 1));
-}
+// A fault, and after a comma options of the unit. Of the cable that is pulled, the line is slow, so
+// that the program then waits for an answer and the system has reported that its bytes are on their
+// way.
+class EveryUartFault : public UartFailure, public testing::WithParamInterface<Row> {};
 
-TEST_F(UartFailure, ShowsAGarbledAnswerAsAFailedUpdate)
+TEST_P(EveryUartFault, FailsTheUpdateAndTheUnitIsUpdatedAfterAReset)
 {
-    ExpectUpdateFailsWith(u"fault garbage-answer 30 1 66"_s);
-}
-
-TEST_F(UartFailure, ShowsASilentUnitAsFailedAndUpdatesItAfterAReset)
-{
-    ExpectUpdateFailsWith(u"fault silent-in-write 20 1"_s);
+    auto const parts = QString::fromLatin1(GetParam().value).split(u',');
+    bundle_.WriteFirmware(QByteArray(6000, '\x5A'));
+    ExpectUpdateFailsWith(parts.first(), parts.value(1));
+    EXPECT_TRUE(program_->ReadLog().contains(" output: ")) << program_->ReadLog().toStdString();
     Replug();
     UpdateToTheEnd();
 }
 
-TEST_F(UartFailure, ShowsAUnitThatVanishesInMidWriteAsFailedAndUpdatesItAfterAReset)
-{
-    // A slow line, so that the cable is pulled while the program waits for an answer and not before
-    // the system has reported that its bytes are on their way.
-    bundle_.WriteFirmware(QByteArray(2000, '\x5A'));
-    ExpectUpdateFailsWith(u"fault vanish-in-write 3 1 200"_s, u"--baud 19200"_s);
-    Replug();
-    UpdateToTheEnd();
-}
-
-TEST_F(UartFailure, StaysWaitingWhileAUnitAnswersGarbageToTheFirstByte)
-{
-    PlugIn();
-    unit_->Command(u"fault garbage-answer 1 1000 66"_s);
-    StartProgram();
-    ExpectScreen(IsWaiting);
-    ExpectScreenStays(IsWaiting, 6s);
-}
+static_assert(stm32_updater::kMaxRefusals == 10);
+INSTANTIATE_TEST_SUITE_P(, EveryUartFault,
+                         testing::Values(Row{"EleventhRefusal", "fault nack-write-data 3 11"},
+                                         Row{"GarbledAnswer", "fault garbage-answer 30 1 66"},
+                                         Row{"SilentUnit", "fault silent-in-write 20 1"},
+                                         Row{"CableIsPulled",
+                                             "fault vanish-in-write 3 1 200,--baud 19200"}),
+                         NameOf);
 
 // The image's content; null for a directory in its place.
 class EveryBadImage : public UartFailure, public testing::WithParamInterface<Row> {};
@@ -127,25 +113,18 @@ TEST_F(UartFailure, ShowsAPlainWaitingWindowWithoutAConfiguration)
     EXPECT_EQ(unit_->Journal(), QStringList());
 }
 
-TEST_F(UartFailure, EndsWithStatusOneWhenThePortCannotBeOpened)
+TEST_F(UartFailure, EndsWithStatusOneWhenThePortCannotBeOpenedHoweverBusyTheMachineIs)
 {
-    ExpectExitStatusOneAtABlockedPort(5);
-}
-
-TEST_F(UartFailure, EndsWithStatusOneWhenThePortCannotBeOpenedOnABusyMachine)
-{
-    std::atomic<bool> stop = false;
-    std::vector<std::thread> load;
-    for (unsigned i = 0; i < 2 * std::max(1U, std::thread::hardware_concurrency()); ++i) {
-        load.emplace_back([&stop] {
-            while (!stop) {
+    PlugIn();
+    unit_->Command(u"block on"_s);
+    std::vector<std::jthread> load;
+    for (int start = 0; start < 6; ++start) {
+        StartProgram();
+        EXPECT_EQ(program_->WaitForExit(60s), 1);
+        load.emplace_back([](std::stop_token const& stop) {
+            while (!stop.stop_requested()) {
             }
         });
-    }
-    ExpectExitStatusOneAtABlockedPort(3);
-    stop = true;
-    for (auto& thread : load) {
-        thread.join();
     }
 }
 

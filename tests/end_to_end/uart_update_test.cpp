@@ -125,10 +125,4 @@ TEST_F(UartUpdate, LeavesALogOfVersionConfigurationPortsAndStates)
     }
 }
 
-TEST_F(UartUpdate, LogsWhatItPrintsOfAFailure)
-{
-    ExpectUpdateFailsWith(u"fault nack-erase 1 100"_s);
-    EXPECT_TRUE(program_->ReadLog().contains(" output: ")) << program_->ReadLog().toStdString();
-}
-
 }  // namespace

@@ -7,26 +7,9 @@
 #include <cstdlib>
 #include <ostream>
 
-namespace {
+#include "tests/support/fake_backend.h"
 
-// Drives nothing: the window of this process only shows how each state looks.
-class NoUpdater : public FirmwareUpdaterBase {
-public:
-    NoUpdater() : FirmwareUpdaterBase(nullptr) {}
-    bool connect(QString const& /*port_name*/) override { return false; }
-    void disconnect() override {}
-    bool upload(QString const& /*path*/, std::function<void(int)> /*progress*/) override
-    {
-        return false;
-    }
-    void reset() override {}
-    bool verifyDeviceId(QList<uint8_t> const& /*device_ids*/) override { return false; }
-    void onStartUpdate() override {}
-    void onConnectToDevice(QString const& /*port_name*/, QList<uint8_t> /*device_ids*/,
-                           bool const& /*verify*/) override
-    {}
-    void onDisconnectDevice() override {}
-};
+namespace {
 
 QString ErrorFormat()
 {
@@ -93,7 +76,7 @@ WindowReader::WindowReader(QDir const& resources, QString const& config_path)
         .intervals = {},
     };
     window_ = std::make_unique<MainWindow>(resources, settings, QString(), TargetUart,
-                                           std::make_unique<NoUpdater>(), environment);
+                                           std::make_unique<FakeBackend>(), environment);
     button_ = window_->findChild<QPushButton*>(QStringLiteral("updateButton"));
     bar_ = window_->findChild<QProgressBar*>(QStringLiteral("progressBar"));
 }
@@ -117,11 +100,16 @@ QRect WindowReader::PlaceOf(QWidget const* widget) const
 
 QImage WindowReader::Draw(Screen const& screen, QWidget const* widget)
 {
-    button_->setText(screen.button);
-    button_->setStyleSheet(GetButtonStyleSheet(screen.style));
-    bar_->setValue(screen.progress);
-    bar_->setFormat(screen.format);
-    return Normalise(window_->grab(PlaceOf(widget)).toImage());
+    auto& picture = widget == button_ ? buttons_[{screen.button, screen.style}]
+                                      : bars_[{screen.format, screen.progress}];
+    if (picture.isNull()) {
+        button_->setText(screen.button);
+        button_->setStyleSheet(GetButtonStyleSheet(screen.style));
+        bar_->setValue(screen.progress);
+        bar_->setFormat(screen.format);
+        picture = Normalise(window_->grab(PlaceOf(widget)).toImage());
+    }
+    return picture;
 }
 
 bool WindowReader::ReadButton(QImage const& picture, Screen& screen)

@@ -8,9 +8,11 @@
 #include <QPushButton>
 #include <QRect>
 #include <QString>
+#include <map>
 #include <memory>
 #include <optional>
 #include <ostream>
+#include <utility>
 
 #include "app/main_window.h"
 #include "app/window_state.h"
@@ -51,4 +53,7 @@ private:
     std::unique_ptr<MainWindow> window_;
     QPushButton* button_;
     QProgressBar* bar_;
+    // What was drawn before: a bar of any percentage takes hundreds of drawings to recognise.
+    std::map<std::pair<QString, ButtonStyle>, QImage> buttons_;
+    std::map<std::pair<QString, int>, QImage> bars_;
 };

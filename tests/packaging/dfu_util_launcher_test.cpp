@@ -6,6 +6,7 @@
 #include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
+#include <utility>
 
 #include "tests/support/stand_in_tool.h"
 
@@ -24,6 +25,14 @@ struct Ended {
     QByteArray errors;
     qint64 process_id;
 };
+
+// The words of a text.
+QStringList Split(QString const& text)
+{
+    return text.split(u' ');
+}
+
+QString const kDownload = u"-d 0483:df11 -a 0 -s 0X08000000:fast:leave -D fw.bin"_s;
 
 Ended RunProgram(QString const& program, QString const& path, QStringList const& arguments)
 {
@@ -61,13 +70,6 @@ protected:
         return RunProgram(kLauncher, tool_.FilePath({}) + u':' + kSystemPath, arguments);
     }
 
-    // Launches the tool and returns the arguments that reached it.
-    QStringList GetArgumentsOf(QStringList const& arguments)
-    {
-        Launch(arguments);
-        return tool_.Arguments().last(arguments.size());
-    }
-
     StandInTool tool_;
 };
 
@@ -88,63 +90,42 @@ TEST_F(DfuUtilLauncher, PassesEveryOtherArgumentOnUnchanged)
 TEST_F(DfuUtilLauncher, RunsTheToolOnceIfTheDownloadIsNotFast)
 {
     MakeOldTool();
-
     Launch({u"-l"_s, u"-a0"_s});
-
-    EXPECT_EQ(tool_.Arguments(), QStringList({u"-l"_s, u"-a0"_s}));
+    EXPECT_EQ(tool_.Arguments(), Split(u"-l -a0"_s));
 }
 
 TEST_F(DfuUtilLauncher, KeepsFastForAToolThatSupportsIt)
 {
     MakeNewTool();
-    QStringList const download{u"-d"_s, u"0483:df11"_s, u"-a"_s,
-                               u"0"_s,  u"-s"_s,        u"0X08000000:fast:leave"_s,
-                               u"-D"_s, u"fw.bin"_s};
-
-    EXPECT_EQ(Launch(download).errors, "");
-
-    EXPECT_EQ(tool_.Arguments(), QStringList({u"--help"_s}) + download);
+    EXPECT_EQ(Launch(Split(kDownload)).errors, "");
+    EXPECT_EQ(tool_.Arguments(), Split(u"--help "_s + kDownload));
 }
 
-TEST_F(DfuUtilLauncher, DropsFastForAToolThatDoesNotSupportItAndSaysSo)
+TEST_F(DfuUtilLauncher, DropsFastForAToolThatDoesNotSupportItAndReportsThat)
 {
     MakeOldTool();
-
-    auto const ended = Launch({u"-d"_s, u"0483:df11"_s, u"-a"_s, u"0"_s, u"-s"_s,
-                               u"0X08000000:fast:leave"_s, u"-D"_s, u"fw.bin"_s});
-
-    EXPECT_EQ(tool_.Arguments(),
-              QStringList({u"--help"_s, u"-d"_s, u"0483:df11"_s, u"-a"_s, u"0"_s, u"-s"_s,
-                           u"0X08000000:leave"_s, u"-D"_s, u"fw.bin"_s}));
+    auto const ended = Launch(Split(kDownload));
+    EXPECT_EQ(tool_.Arguments(), Split(u"--help "_s + QString(kDownload).remove(u":fast"_s)));
     EXPECT_EQ(ended.output, "");
     EXPECT_TRUE(ended.errors.contains("does not know the modifier \"fast\""));
     EXPECT_EQ(ended.errors.count('\n'), 1);
 }
 
-TEST_F(DfuUtilLauncher, DropsFastWhereverTheAddressIsGiven)
+TEST_F(DfuUtilLauncher, DropsFastWhereverTheAddressIsGivenAndNowhereElse)
 {
     MakeOldTool();
-
-    EXPECT_EQ(GetArgumentsOf({u"-s0x0:fast:leave"_s}), QStringList({u"-s0x0:leave"_s}));
-    EXPECT_EQ(GetArgumentsOf({u"--dfuse-address=0x0:leave:fast"_s}),
-              QStringList({u"--dfuse-address=0x0:leave"_s}));
-    EXPECT_EQ(GetArgumentsOf({u"--dfuse-address"_s, u"0x0:fast"_s}),
-              QStringList({u"--dfuse-address"_s, u"0x0"_s}));
-    EXPECT_EQ(GetArgumentsOf({u"-s"_s, u"0x0:fast:fast:leave:fast"_s}),
-              QStringList({u"-s"_s, u"0x0:leave"_s}));
-}
-
-TEST_F(DfuUtilLauncher, DropsFastNowhereElse)
-{
-    MakeOldTool();
-    for (auto const& arguments :
-         {QStringList{u"-s"_s, u"0x0:faster:breakfast:fast:leave"_s, u"-D"_s, u"/a:fast:b"_s},
-          QStringList{u"-D"_s, u"0x0:fast"_s}, QStringList{u"-D"_s, u"fw:fast"_s},
-          QStringList{u"-s"_s, u":fast"_s}}) {
-        auto expected = arguments;
-        expected.replaceInStrings(u":breakfast:fast:"_s, u":breakfast:"_s);
-
-        EXPECT_EQ(GetArgumentsOf(arguments), expected);
+    for (auto const& [given, passed_on] :
+         {std::pair{u"-s0x0:fast:leave"_s, u"-s0x0:leave"_s},
+          std::pair{u"--dfuse-address=0x0:leave:fast"_s, u"--dfuse-address=0x0:leave"_s},
+          std::pair{u"--dfuse-address 0x0:fast"_s, u"--dfuse-address 0x0"_s},
+          std::pair{u"-s 0x0:fast:fast:leave:fast"_s, u"-s 0x0:leave"_s},
+          std::pair{u"-s 0x0:faster:breakfast:fast:leave -D /a:fast:b"_s,
+                    u"-s 0x0:faster:breakfast:leave -D /a:fast:b"_s},
+          std::pair{u"-D 0x0:fast"_s, u"-D 0x0:fast"_s},
+          std::pair{u"-D fw:fast"_s, u"-D fw:fast"_s}, std::pair{u"-s :fast"_s, u"-s :fast"_s}}) {
+        Launch(Split(given));
+        auto const expected = Split(passed_on);
+        EXPECT_EQ(tool_.Arguments().last(expected.size()), expected);
     }
 }
 
@@ -167,37 +148,25 @@ TEST_F(DfuUtilLauncher, EndsByTheSignalThatEndsTheTool)
     EXPECT_EQ(Launch({}).status, QProcess::CrashExit);
 }
 
-TEST_F(DfuUtilLauncher, SkipsItselfAndItsCopies)
+TEST_F(DfuUtilLauncher, SkipsItsCopiesAndWhatCannotBeRun)
 {
     MakeOldTool();
-    QTemporaryDir bundle;
-    QTemporaryDir other_bundle;
-    auto const launcher = bundle.filePath(u"dfu-util"_s);
+    QTemporaryDir folders;
+    QDir const root(folders.path());
+    ASSERT_TRUE(root.mkpath(u"bundle"_s) && root.mkpath(u"other_bundle"_s) &&
+                root.mkpath(u"file"_s) && root.mkpath(u"folder/dfu-util"_s));
+    auto const launcher = root.filePath(u"bundle/dfu-util"_s);
     ASSERT_TRUE(QFile::copy(kLauncher, launcher));
-    ASSERT_TRUE(QFile::copy(kLauncher, other_bundle.filePath(u"dfu-util"_s)));
-    auto const copies = bundle.path() + u':' + other_bundle.path() + u':';
+    ASSERT_TRUE(QFile::copy(kLauncher, root.filePath(u"other_bundle/dfu-util"_s)));
+    ASSERT_TRUE(QFile(root.filePath(u"file/dfu-util"_s)).open(QIODevice::WriteOnly));
+    QString path;
+    for (auto const& folder : {u"bundle"_s, u"other_bundle"_s, u"file"_s, u"folder"_s}) {
+        path += root.filePath(folder) + u':';
+    }
 
-    RunProgram(launcher, copies + tool_.FilePath({}) + u':' + kSystemPath, {u"-l"_s});
+    RunProgram(launcher, path + tool_.FilePath({}) + u':' + kSystemPath, {u"-l"_s});
 
-    EXPECT_EQ(tool_.Arguments(), QStringList({u"-l"_s}));
-}
-
-TEST_F(DfuUtilLauncher, SkipsFilesThatCannotBeRun)
-{
-    MakeOldTool();
-    QTemporaryDir folder;
-    QFile file(folder.filePath(u"dfu-util"_s));
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.close();
-    QTemporaryDir folder_of_folder;
-    ASSERT_TRUE(QDir(folder_of_folder.path()).mkdir(u"dfu-util"_s));
-
-    RunProgram(kLauncher,
-               folder.path() + u':' + folder_of_folder.path() + u':' + tool_.FilePath({}) + u':' +
-                   kSystemPath,
-               {u"-l"_s});
-
-    EXPECT_EQ(tool_.Arguments(), QStringList({u"-l"_s}));
+    EXPECT_EQ(tool_.Arguments(), QStringList{u"-l"_s});
 }
 
 // The updater counts every other end as a success.
@@ -233,9 +202,7 @@ TEST_F(DfuUtilLauncher, ReportsWhetherAToolAcceptsFast)
 TEST_F(DfuUtilLauncher, ReportsOnTheInstalledToolIfNoneIsNamed)
 {
     MakeNewTool();
-
     auto const ended = Launch({u"--accepts-fast"_s});
-
     EXPECT_EQ(ended.exit_code, 0);
     EXPECT_TRUE(ended.output.startsWith(tool_.Path().toLocal8Bit()));
 }
@@ -243,8 +210,7 @@ TEST_F(DfuUtilLauncher, ReportsOnTheInstalledToolIfNoneIsNamed)
 TEST_F(DfuUtilLauncher, RejectsAToolThatCannotBeRun)
 {
     auto const ended =
-        RunProgram(kLauncher, kSystemPath, {u"--accepts-fast"_s, u"/nowhere/dfu-util"_s});
-
+        RunProgram(kLauncher, kSystemPath, Split(u"--accepts-fast /nowhere/dfu-util"_s));
     EXPECT_EQ(ended.status, QProcess::NormalExit);
     EXPECT_EQ(ended.exit_code, 1);
     EXPECT_FALSE(ended.errors.isEmpty());
@@ -257,10 +223,7 @@ TEST_F(DfuUtilLauncher, RejectsTheRealToolThatIsKnownNotToSupportFast)
     if (!version.output.startsWith("dfu-util 0.11\n")) {
         GTEST_SKIP() << "another version: " << version.output.constData();
     }
-
-    auto const ended = RunProgram(kLauncher, kSystemPath, {u"--accepts-fast"_s});
-
-    EXPECT_EQ(ended.exit_code, 1);
+    EXPECT_EQ(RunProgram(kLauncher, kSystemPath, {u"--accepts-fast"_s}).exit_code, 1);
 }
 
 // No such unit is attached anywhere, because nobody has these IDs.
@@ -268,10 +231,9 @@ TEST_F(DfuUtilLauncher, DropsFastForTheRealTool)
 {
     tool_.Write(u"fw.bin"_s, "image");
 
-    auto const ended =
-        RunProgram(kLauncher, kSystemPath,
-                   {u"-d"_s, u"fffe:fffe"_s, u"-a"_s, u"0"_s, u"-s"_s, u"0X08000000:fast:leave"_s,
-                    u"-D"_s, tool_.FilePath(u"fw.bin"_s)});
+    auto const ended = RunProgram(
+        kLauncher, kSystemPath,
+        Split(u"-d fffe:fffe -a 0 -s 0X08000000:fast:leave -D "_s + tool_.FilePath(u"fw.bin"_s)));
 
     EXPECT_TRUE(ended.output.startsWith("dfu-util ")) << ended.errors.constData();
     EXPECT_TRUE(ended.errors.startsWith("dfu-util-launcher: /usr/bin/dfu-util does not know"));

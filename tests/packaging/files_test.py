@@ -176,15 +176,10 @@ class DfuUtil(InDirectory):
         self.assertEqual(result.returncode, 1)
         self.assertIn(f"FW_DFU_UTIL: {self.path('dfu-util')} does not accept", " ".join(result.stderr.split()))
 
-    def test_a_tool_that_fails_is_refused(self):
+    def test_a_tool_that_fails_or_is_missing_is_refused(self):
         self.assertEqual(self.check("exit 3").returncode, 1)
-
-    def test_a_tool_that_is_missing_is_refused(self):
-        result = self.call(
-            CMAKE, "-D", "FW_DFU_UTIL=/nowhere/dfu-util", "-P", PACKAGING / "check_dfu_util.cmake"
-        )
-
-        self.assertEqual(result.returncode, 1)
+        missing = ("-D", "FW_DFU_UTIL=/nowhere/dfu-util", "-P", PACKAGING / "check_dfu_util.cmake")
+        self.assertEqual(self.call(CMAKE, *missing).returncode, 1)
 
 
 class MacBundle(InDirectory):
@@ -246,6 +241,13 @@ add_subdirectory("{PACKAGING}" packaging)
         })  # fmt: skip
         for name in ("Contents/MacOS/dfu-util", "Contents/Resources/CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver"):
             self.assertTrue(os.access(app / name, os.X_OK), name)
+        # Libraries are copied for both programs, and before the driver application is installed.
+        called, *present = self.path("called").read_text().splitlines()
+        self.assertEqual(called, f"{app} -always-overwrite -executable={app}/Contents/MacOS/dfu-util")
+        self.assertEqual(
+            {str(Path(file).relative_to(app)) for file in present},
+            {"Contents/Info.plist", "Contents/MacOS/Kelvane Firmware Updater", "Contents/MacOS/dfu-util"},
+        )
 
     def test_a_driver_application_in_the_product_is_copied_unchanged(self):
         program = "CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver"
@@ -286,18 +288,6 @@ add_subdirectory("{PACKAGING}" packaging)
         self.assertEqual(plist["LSMinimumSystemVersion"], "12.0")
         self.assertIs(plist["NSHighResolutionCapable"], True)
 
-    def test_libraries_are_copied_for_both_programs_before_the_driver_application_is_installed(self):
-        self.configure("-D", f"FW_DFU_UTIL={self.path('dfu-util')}", "-D", f"FW_DRIVER_APP={self.path('Driver.app')}")
-
-        app, _ = self.install()
-
-        called, *present = self.path("called").read_text().splitlines()
-        self.assertEqual(called, f"{app} -always-overwrite -executable={app}/Contents/MacOS/dfu-util")
-        self.assertEqual(
-            {str(Path(file).relative_to(app)) for file in present},
-            {"Contents/Info.plist", "Contents/MacOS/Kelvane Firmware Updater", "Contents/MacOS/dfu-util"},
-        )
-
     def test_a_bundle_without_tool_and_driver_is_built_with_a_warning(self):
         result = self.configure()
 
@@ -307,19 +297,15 @@ add_subdirectory("{PACKAGING}" packaging)
         _, files = self.install()
         self.assertNotIn("Contents/MacOS/dfu-util", files)
 
-    def test_a_folder_that_is_not_the_driver_application_is_refused(self):
-        result = self.configure("-D", f"FW_DRIVER_APP={self.path('product')}")
+    def test_a_folder_that_is_not_the_driver_application_or_not_a_product_is_refused(self):
+        for option, folder, reason in (
+            ("FW_DRIVER_APP", "product", "is not the driver application"),
+            ("FW_PRODUCT_RESOURCES", "qt", "FW_PRODUCT_RESOURCES: there is no"),
+        ):
+            result = self.configure("-D", f"{option}={self.path(folder)}")
 
-        self.assertEqual(result.returncode, 1)
-        self.assertIn("is not the driver application", " ".join(result.stderr.split()))
-
-    def test_a_product_without_config_ini_is_refused(self):
-        self.path("product/config.ini").unlink()
-
-        result = self.configure()
-
-        self.assertEqual(result.returncode, 1)
-        self.assertIn("FW_PRODUCT_RESOURCES: there is no", " ".join(result.stderr.split()))
+            self.assertEqual(result.returncode, 1)
+            self.assertIn(reason, " ".join(result.stderr.split()))
 
 
 if __name__ == "__main__":

@@ -1,6 +1,7 @@
 // Each kind of fault, where it strikes, and what the unit does afterwards; the journal's text.
 #include "simulator/faults.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -12,30 +13,15 @@
 #include <utility>
 #include <vector>
 
-#include "simulator/bootloaders/stm32_bootloader.h"
-#include "tests/simulator/bootloader_client.h"
+#include "tests/simulator/stm32_conversation.h"
 
 namespace simulator {
 namespace {
 
 using test::Ask;
-using test::B;
-using test::Bytes;
+using test::ExpectHexConversation;
 using test::Hex;
-using test::LastLine;
-using test::Write;
-
-auto const kErasedFlash = Hex("FF FF FF FF");
-
-Stm32Bootloader MakeUnit(std::vector<Fault> const& faults)
-{
-    Stm32Bootloader unit({});
-    Ask(unit, "7F");
-    for (auto const& fault : faults) {
-        unit.Faults().Add(fault);
-    }
-    return unit;
-}
+using test::MakeSynchronised;
 
 TEST(Faults, EveryKindHasANameOfItsOwnThatFindsItAndThatTheReadmeLists)
 {
@@ -77,24 +63,22 @@ TEST(Faults, AreRefusedByAUnitThatCannotShowThem)
 TEST(Faults, EveryKindChangesAnUpdateAndAllIsWellOnceItIsClearedAndTheUnitReset)
 {
     auto const update = [](Stm32Bootloader& unit) {
-        auto answers = Ask(unit, "02 FD 44 BB FF FF 00");
-        for (auto const& step : {Write(unit, 0x08000000, B({1, 2, 3, 4})), Ask(unit, "11 EE"),
-                                 Ask(unit, "08 00 00 00 08"), Ask(unit, "03 FC")}) {
-            answers.insert(answers.end(), step.begin(), step.end());
+        std::vector<test::Bytes> answers;
+        for (auto const* step : {"02 FD 44 BB FF FF 00", "31 CE", "08 00 00 00 08",
+                                 "03 01 02 03 04 07", "11 EE", "08 00 00 00 08", "03 FC"}) {
+            answers.push_back(Ask(unit, step));
         }
         return answers;
     };
-    auto undisturbed = MakeUnit({});
+    auto undisturbed = MakeSynchronised();
     auto const good = update(undisturbed);
 
     for (auto const kind : kStm32FaultKinds) {
         // One of the answers is a lone ACK: cut to nothing it shows.
-        auto unit = MakeUnit({{kind, 1, 1, kind == FaultKind::kCutAnswer ? 0U : 2U}});
+        auto unit = MakeSynchronised();
+        unit.Faults().Add({kind, 1, 1, kind == FaultKind::kCutAnswer ? 0U : 2U});
 
-        auto const answers = update(unit);
-        if (kind != FaultKind::kLateAnswer) {
-            EXPECT_NE(answers, good) << GetName(kind);
-        }
+        EXPECT_EQ(update(unit) == good, kind == FaultKind::kLateAnswer) << GetName(kind);
         EXPECT_EQ(unit.Faults().Strikes(), 1U) << GetName(kind);
 
         unit.Faults().Clear();
@@ -106,73 +90,56 @@ TEST(Faults, EveryKindChangesAnUpdateAndAllIsWellOnceItIsClearedAndTheUnitReset)
 
 TEST(Faults, ChangeOneAnswerOnlyAndNothingInTheMemory)
 {
+    constexpr auto kId = "02 FD";
+    constexpr auto kGoodId = "79 01 04 69 79";
+    constexpr auto kRead = "11 EE 08 00 00 00 08 01 FE";
     struct Row {
-        Fault fault;
+        char const* fault;
         char const* request;
         char const* answer;  // while the fault strikes
         char const* line;    // of the journal then
         char const* later;   // the answer to the same request afterwards
     };
-    constexpr auto kId = "02 FD";
-    constexpr auto kGoodId = "79 01 04 69 79";
-    constexpr auto kRead = "11 EE 08 00 00 00 08 01 FE";
-    constexpr auto kErase = "44 BB FF FF 00";
-    for (auto const& [fault, request, answer, line, later] :
-         {Row{{FaultKind::kNackCommand}, kId, "1F", "get-id nack fault", kGoodId},
-          Row{{FaultKind::kDropAnswer, 3}, kId, "79 01 04 69", "get-id ack", kGoodId},
-          Row{{FaultKind::kGarbageAnswer, 1, 1, 0xA5},
-              kId,
-              "A5 01 04 69 79",
-              "get-id ack",
-              kGoodId},
-          Row{{FaultKind::kCutAnswer, 2, 1, 1}, kId, "79 01 79", "get-id ack", kGoodId},
-          Row{{FaultKind::kExtraByte, 3, 1, 0x55}, kId, "79 01 04 69 79 55", "get-id ack", kGoodId},
-          Row{{FaultKind::kWrongCount, 1, 1, 0x40}, kId, "79 40 04 69 79", "get-id ack", kGoodId},
-          Row{{FaultKind::kSilentAtCommand}, kId, "", "get-id silent fault", ""},
-          Row{{FaultKind::kNackErase}, kErase, "79 1F", "extended-erase all nack fault", "79 79"},
-          Row{{FaultKind::kFlipReadData, 1, 1, 1},
-              kRead,
-              "79 79 79 54 55",
-              "read 0x08000000 2 ack",
+    for (auto const& row :
+         {Row{"nack-command", kId, "1F", "get-id nack fault", kGoodId},
+          Row{"drop-answer 3", kId, "79 01 04 69", "get-id ack", kGoodId},
+          Row{"garbage-answer 1 1 0xA5", kId, "A5 01 04 69 79", "get-id ack", kGoodId},
+          Row{"cut-answer 2 1 1", kId, "79 01 79", "get-id ack", kGoodId},
+          Row{"extra-byte 3 1 0x55", kId, "79 01 04 69 79 55", "get-id ack", kGoodId},
+          Row{"wrong-count 1 1 0x40", kId, "79 40 04 69 79", "get-id ack", kGoodId},
+          Row{"silent-at-command", kId, "", "get-id silent fault", ""},
+          Row{"nack-erase", "44 BB FF FF 00", "79 1F", "extended-erase all nack fault", "79 79"},
+          Row{"flip-read-data 1 1 1", kRead, "79 79 79 54 55", "read 0x08000000 2 ack",
               "79 79 79 55 55"}}) {
-        auto unit = MakeUnit({fault});
-        unit.Memory().Load(0x08000000, Hex("55 55"));
-        EXPECT_EQ(Ask(unit, request), Hex(answer)) << line;
-        EXPECT_EQ(LastLine(unit), line);
-        EXPECT_EQ(unit.Memory().Read(0x08000000, 2), Hex("55 55")) << line;
-        EXPECT_EQ(Ask(unit, request), Hex(later)) << line;
-        EXPECT_FALSE(unit.HasLeft()) << line;
-        unit.Reset();
-        EXPECT_EQ(Ask(unit, "7F"), Hex("79")) << line;
+        auto unit = MakeSynchronised();
+        ExpectHexConversation(
+            unit,
+            fmt::format("load 0x08000000 55 55; fault {}; {} > {} = {}; "
+                        "memory 0x08000000 2 > 55 55; {} > {}; unit left > no; reset; 7F > 79",
+                        row.fault, row.request, row.answer, row.line, row.request, row.later));
     }
 }
 
+constexpr auto kFirstWrite = "31 CE 08 00 00 00 08 03 01 02 03 04 07 > 79 79 79";
+
 TEST(Faults, RefuseAWriteAtEachOfItsSteps)
 {
-    for (auto const& [kind, answers] : {std::pair{FaultKind::kNackWriteCommand, "1F"},
-                                        std::pair{FaultKind::kNackWriteAddress, "79 1F"},
-                                        std::pair{FaultKind::kNackWriteData, "79 79 1F"}}) {
-        auto unit = MakeUnit({{kind, 2, 1}});
-        EXPECT_EQ(Write(unit, 0x08000000, B({1, 2, 3, 4})), Hex("79 79 79"));
-
-        Bytes refused;
-        for (auto const& step :
-             {Hex("31 CE"), test::AddressBytes(0x08000004), test::DataBytes(B({1, 2, 3, 4}))}) {
-            if (refused.empty() || refused.back() == std::byte{0x79}) {
-                auto const answer = Ask(unit, step);
-                refused.insert(refused.end(), answer.begin(), answer.end());
-            }
-        }
-
-        EXPECT_EQ(refused, Hex(answers)) << GetName(kind);
-        EXPECT_EQ(unit.Memory().Read(0x08000004, 4), kErasedFlash);
-        EXPECT_EQ(Write(unit, 0x08000004, B({5, 6, 7, 8})), Hex("79 79 79"));
+    for (auto const& [fault, refused] :
+         {std::pair{"nack-write-command", "31 CE > 1F"},
+          std::pair{"nack-write-address", "31 CE 08 00 00 04 0C > 79 1F"},
+          std::pair{"nack-write-data", "31 CE 08 00 00 04 0C 03 01 02 03 04 07 > 79 79 1F"}}) {
+        auto unit = MakeSynchronised();
+        ExpectHexConversation(unit,
+                              fmt::format("fault {} 2; {}; {}; memory 0x08000004 4 > FF FF FF FF; "
+                                          "31 CE 08 00 00 04 0C 03 05 06 07 08 0F > 79 79 79",
+                                          fault, kFirstWrite, refused));
     }
 }
 
 TEST(Faults, MakeAnAnswerLate)
 {
-    auto unit = MakeUnit({{FaultKind::kLateAnswer, 1, 1, 1500}});
+    auto unit = MakeSynchronised();
+    unit.Faults().Add({FaultKind::kLateAnswer, 1, 1, 1500});
 
     auto const answers = unit.Receive(Hex("11 EE"));
 
@@ -183,27 +150,26 @@ TEST(Faults, MakeAnAnswerLate)
 
 TEST(Faults, HangOrVanishInsideAWriteBeforeAnythingIsProgrammed)
 {
-    for (auto const kind : {FaultKind::kSilentInWrite, FaultKind::kVanishInWrite}) {
+    for (auto const& [fault, has_left] :
+         {std::pair{"silent-in-write", "no"}, std::pair{"vanish-in-write", "yes"}}) {
         for (auto const cut : {0U, 1U, 3U, 4U, 100U}) {
-            auto unit = MakeUnit({{kind, 2, 1, cut}});
-            EXPECT_EQ(Write(unit, 0x08000000, B({1, 2, 3, 4})), Hex("79 79 79"));
-
-            EXPECT_EQ(Write(unit, 0x08000004, B({5, 6, 7, 8})), Hex(cut == 0 ? "" : "79 79"));
-
-            EXPECT_EQ(unit.HasLeft(), kind == FaultKind::kVanishInWrite);
-            EXPECT_EQ(unit.Memory().Read(0x08000004, 4), kErasedFlash);
-            EXPECT_EQ(LastLine(unit),
-                      cut == 0 ? "write silent fault" : "write 0x08000004 silent fault");
+            auto unit = MakeSynchronised();
+            ExpectHexConversation(
+                unit, fmt::format("fault {} 2 1 {}; {}; "
+                                  "31 CE 08 00 00 04 0C 03 05 06 07 08 0F > {} silent fault; "
+                                  "unit left > {}; memory 0x08000004 4 > FF FF FF FF",
+                                  fault, cut, kFirstWrite,
+                                  cut == 0 ? "= write" : "79 79 = write 0x08000004", has_left));
         }
     }
 }
 
 TEST(Journal, HasEveryCommandInOrderAndPassesItToItsSinkAtOnce)
 {
-    auto unit = MakeUnit({});
+    auto unit = MakeSynchronised();
     std::vector<std::string> heard;
     unit.GetJournal().SetSink([&](JournalEntry const& entry) { heard.push_back(ToText(entry)); });
-    Write(unit, 0x08000000, B({1, 2, 3, 4}));
+    ExpectHexConversation(unit, kFirstWrite);
     Ask(unit, "44 BB 00 01 00 00 00 01 00");
     Ask(unit, "21 DE 08 00 00 00 08");
 

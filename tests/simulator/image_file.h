@@ -1,13 +1,11 @@
 // An image as a file, for the tools that write it to a simulated unit.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <QFile>
 #include <QString>
 #include <cstddef>
 
 #include "tests/simulator/bootloader_client.h"
+#include "tests/support/files.h"
 
 namespace simulator::test {
 
@@ -18,9 +16,7 @@ inline Bytes WriteImageFile(QString const& path, size_t size)
     for (size_t i = 0; i < size; ++i) {
         image.push_back(static_cast<std::byte>(i * 7 % 251));
     }
-    QFile file(path);
-    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(reinterpret_cast<char const*>(image.data()), static_cast<qint64>(image.size()));
+    WriteFile(path, {reinterpret_cast<char const*>(image.data()), static_cast<qsizetype>(size)});
     return image;
 }
 

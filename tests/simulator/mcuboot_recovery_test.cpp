@@ -3,11 +3,12 @@
 
 #include <gmock/gmock.h>
 
+#include <map>
 #include <string>
-#include <tuple>
 #include <utility>
 #include <vector>
 
+#include "tests/simulator/conversation.h"
 #include "tests/simulator/recovery_client.h"
 
 namespace simulator {
@@ -16,17 +17,10 @@ namespace {
 using test::Ask;
 using test::AskForMap;
 using test::BodyOf;
+using test::LastLine;
 using test::MakeRequest;
 using test::ToArray;
 using test::ToBytes;
-using testing::ElementsAre;
-
-// Maps of answers, in hexadecimal.
-constexpr auto kOk = "bf62726300ff";
-constexpr auto kInvalid = "bf62726303ff";
-// {"rc": 0, "off": N}
-constexpr auto kFourStored = "bf62726300636f666604ff";
-constexpr auto kSixStored = "bf62726300636f666606ff";
 
 QByteArray Upload(QByteArray const& map, uint8_t sequence = 0)
 {
@@ -39,7 +33,6 @@ QByteArray const kFirst = Upload("bf64646174614401020304636f666600636c656e066569
 QByteArray const kSecond = Upload("bf6464617461420506636f666604ff", 1);
 QByteArray const kErase = MakeRequest(2, 1, 5, "bfff");
 QByteArray const kRestart = MakeRequest(2, 0, 5, "bfff");
-QByteArray const kReadModel = MakeRequest(0, 64, 0, "bf636b65791a01234711ff");
 // The image-state request, as literal base64.
 QByteArray const kState = "AAwAAAACAAEAAL//xLc=";
 
@@ -50,22 +43,30 @@ McubootRecovery UnitWithFault(FaultKind kind, uint32_t parameter = 0, unsigned a
     return unit;
 }
 
-std::vector<QByteArray> AskForMaps(McubootRecovery& unit, std::vector<QByteArray> const& requests)
+// The answer's map: "rc N" for {"rc": N}, "off N" for {"rc": 0, "off": N}, others in hexadecimal.
+std::string MapToText(QByteArray const& map)
 {
-    std::vector<QByteArray> maps;
-    for (auto const& request : requests) {
-        maps.push_back(AskForMap(unit, request));
-    }
-    return maps;
+    auto const code = static_cast<int>(map.chopped(2).right(2).toUInt(nullptr, 16));
+    auto const value = std::to_string(code < 0x20 ? code : 0x1F - code);
+    return map.size() == 12 && map.startsWith("bf627263")             ? "rc " + value
+           : map.size() == 22 && map.startsWith("bf62726300636f6666") ? "off " + value
+                                                                      : map.toStdString();
 }
 
-std::vector<std::string> Lines(McubootRecovery const& unit)
+// The answer's map, as text, to a request: "first", "second", "erase", "restart", "upload MAP", or
+// "OPERATION GROUP COMMAND MAP".
+std::string AskByName(McubootRecovery& unit, std::string const& request)
 {
-    std::vector<std::string> lines;
-    for (auto const& entry : unit.GetJournal().Entries()) {
-        lines.push_back(ToText(entry));
+    static std::map<std::string, QByteArray> const kNamed{
+        {"first", kFirst}, {"second", kSecond}, {"erase", kErase}, {"restart", kRestart}};
+    if (auto const named = kNamed.find(request); named != kNamed.end()) {
+        return MapToText(AskForMap(unit, named->second));
     }
-    return lines;
+    auto const words = QByteArray::fromStdString(request).split(' ');
+    auto const number = [&](int at) { return static_cast<uint8_t>(words.at(at).toUInt()); };
+    return MapToText(AskForMap(
+        unit, words.size() == 2 ? Upload(words.at(1))
+                                : MakeRequest(number(0), number(1), number(2), words.value(3))));
 }
 
 QByteArray Stored(McubootRecovery const& unit, size_t size)
@@ -86,7 +87,7 @@ TEST(RecoveryBytes, RequestIsTakenAsItGoesOverTheWire)
           std::pair{"ABoCAAAQAAEBAb9kZGF0YUGqY29mZhkFy/93TQ==",
                     "upload 0x000005cb 1 seq=1 keys=data,off nack rc=3"}}) {
         EXPECT_FALSE(Ask(unit, QByteArray("\x06\x09") + text + '\n').isEmpty()) << entry;
-        EXPECT_EQ(Lines(unit).back(), entry);
+        EXPECT_EQ(LastLine(unit), entry);
     }
     EXPECT_EQ(MakeRequest(0, 1, 0, "bfff"), "\x06\x09" + kState + '\n') << "the client's frames";
 }
@@ -103,6 +104,13 @@ TEST(RecoveryBytes, AnswerIsStampedByTheRuleForAnswersAndNotByThatForRequests)
               "\x06\x09"
               "ACIBAAAYAEABAL9icmMAZGRhdGFMDAAAAAAAAAAAAAAA/9y2\n");
     EXPECT_NE(BodyOf(answer).last(2).toHex(), "e182") << "the rule for requests";
+}
+
+TEST(RecoveryBytes, AnswerHasTheHeaderOfItsRequest)
+{
+    McubootRecovery unit({});
+    auto const answer = Ask(unit, MakeRequest(2, 1, 5, "bfff", 0x42));
+    EXPECT_EQ(BodyOf(answer).mid(2, 8).toHex(), "0300000600014205");
 }
 
 TEST(RecoveryBytes, RequestInPiecesOfAnySizeIsTheSame)
@@ -149,7 +157,7 @@ TEST(RecoveryBytes, JournalSaysWhyALineIsNotARequest)
                     "length"},
           std::pair{MakeSmpLines(stamped_as_an_answer), "checksum"}}) {
         EXPECT_EQ(Ask(unit, line), "");
-        EXPECT_EQ(Lines(unit).back(), std::string("line silent ") + why);
+        EXPECT_EQ(LastLine(unit), std::string("line silent ") + why);
     }
 }
 
@@ -162,7 +170,7 @@ TEST(RecoveryBytes, LineIsTakenUpToTheBufferAndDroppedBeyondIt)
     McubootRecovery too_long(options);
     EXPECT_FALSE(Ask(fits, kErase).isEmpty());
     EXPECT_EQ(Ask(too_long, kErase), "");
-    EXPECT_EQ(Lines(too_long).back(), "line silent too-long");
+    EXPECT_EQ(LastLine(too_long), "line silent too-long");
 }
 
 TEST(RecoveryBytes, AnswerCanBeSplitOverAStartAndContinuationLines)
@@ -181,81 +189,94 @@ TEST(RecoveryBytes, AnswerCanBeSplitOverAStartAndContinuationLines)
 
 // ---- Requests ----
 
-TEST(McubootRecovery, AnswersEachRequestWithItsMap)
-{
-    McubootRecoveryOptions options;
-    options.otp[kModelIdKey] = {std::byte{12}};
-    options.otp[1] = {};
-    McubootRecovery unit(options);
-    for (auto const& [request, map, entry] :
-         {// {"images": [{"slot": 0, "version": "0.0.0"}], "rc": 0}
-          std::tuple{MakeRequest(0, 1, 0, "bfff"),
-                     "bf66696d6167657381a264736c6f74006776657273696f6e65302e302e3062726300ff",
-                     "image-state seq=0 ack"},
-          std::tuple{kReadModel, "bf627263006464617461410cff",
-                     "read-otp 0x01234711 seq=0 keys=key ack"},
-          std::tuple{MakeRequest(0, 64, 0, "bf636b657901ff"), "bf62726300646461746140ff",
-                     "read-otp 0x00000001 seq=0 keys=key ack"},
-          std::tuple{MakeRequest(0, 64, 0, "bf636b657902ff"), "bf62726305ff",
-                     "read-otp 0x00000002 seq=0 keys=key nack rc=5"},
-          std::tuple{MakeRequest(2, 1, 5, "a0"), kOk, "erase-slot seq=0 ack"},
-          std::tuple{MakeRequest(0, 1, 7, "bfff"), "bf62726308ff",
-                     "request-0/1/7 seq=0 nack rc=8"}}) {
-        EXPECT_EQ(AskForMap(unit, request), map) << entry;
-        EXPECT_EQ(Lines(unit).back(), entry);
-    }
-    EXPECT_EQ(unit.Status().connects, 1U);
-    EXPECT_EQ(unit.Status().state, UnitState::kSynchronised);
+using Conversation = test::Conversation<McubootRecoveryOptions>;
 
-    auto const answer = Ask(unit, MakeRequest(2, 1, 5, "bfff", 0x42));
-    EXPECT_EQ(BodyOf(answer).mid(2, 8).toHex(), "0300000600014205") << "the header";
-    options.definite_maps = true;
-    McubootRecovery definite(options);
-    EXPECT_EQ(AskForMap(definite, kErase), "a162726300");
+class RecoveryConversations : public testing::TestWithParam<Conversation> {};
+
+TEST_P(RecoveryConversations, GoAsTheProtocolSays)
+{
+    McubootRecovery unit(GetParam().options);
+    test::ExpectConversation(unit, GetParam().steps,
+                             [&](std::string const& request) { return AskByName(unit, request); });
 }
 
-TEST(McubootRecovery, StoresAnImageAndReturnsTheNextOffset)
+std::vector<Conversation> ListConversations()
 {
-    McubootRecovery unit({});
-    unit.Memory().Load(kFlashStart, std::vector(4096, std::byte{0}));
-    EXPECT_THAT(AskForMaps(unit, {kFirst, kSecond}), ElementsAre(kFourStored, kSixStored));
-    EXPECT_EQ(Stored(unit, 7), "010203040506ff") << "the page was erased first";
-    EXPECT_EQ(unit.Status().image_size, 6U);
-    EXPECT_EQ(unit.Status().stored, 6U);
-    EXPECT_EQ(unit.Status().erased_pages, 1U);
-    EXPECT_EQ(unit.Status().programmed_over_unerased, 0U);
-    EXPECT_THAT(Lines(unit), ElementsAre("upload 0x00000000 4 seq=0 keys=data,off,len,image ack",
-                                         "upload 0x00000004 2 seq=1 keys=data,off ack"));
-    // A chunk that is not due is not stored again.
-    EXPECT_EQ(AskForMap(unit, kSecond), kSixStored);
-    EXPECT_EQ(unit.Status().writes, 2U);
+    McubootRecoveryOptions const usual;
+    auto with_otp = usual;
+    with_otp.otp[kModelIdKey] = {std::byte{12}};
+    with_otp.otp[1] = {};
+    auto definite = usual;
+    definite.definite_maps = true;
+    return {
+        // {"images": [{"slot": 0, "version": "0.0.0"}], "rc": 0}
+        {"ImageState",
+         "0 1 0 bfff > bf66696d6167657381a264736c6f74006776657273696f6e65302e302e3062726300ff = "
+         "image-state seq=0 ack; "
+         "unit connects > 1; unit synchronised > yes"},
+        {"ReadOfTheOtpArea",
+         "0 64 0 bf636b65791a01234711ff > bf627263006464617461410cff = read-otp 0x01234711 seq=0 "
+         "keys=key ack; "
+         "0 64 0 bf636b657901ff > bf62726300646461746140ff = read-otp 0x00000001 seq=0 keys=key "
+         "ack; "
+         "0 64 0 bf636b657902ff > rc 5 = read-otp 0x00000002 seq=0 keys=key nack rc=5",
+         with_otp},
+        {"UnknownRequest", "0 1 7 bfff > rc 8 = request-0/1/7 seq=0 nack rc=8"},
+        {"DefiniteMaps", "erase > a162726300; 2 1 5 a0 > a162726300 = erase-slot seq=0 ack",
+         definite},
+        {"UploadReturnsTheNextOffset",
+         "load 0x08000000 00 00 00 00 00 00 00; "
+         "first > off 4 = upload 0x00000000 4 seq=0 keys=data,off,len,image ack; "
+         "second > off 6 = upload 0x00000004 2 seq=1 keys=data,off ack; "
+         "memory 0x08000000 7 > 01 02 03 04 05 06 FF; unit image-size > 6; unit stored > 6; "
+         "unit erased > 1; unit over-unerased > 0; second > off 6; unit writes > 2"},
+        // No length, no data, no offset.
+        {"ChunkWithoutAnImage",
+         "second > rc 3; upload bf646461746141aa636f666600ff > rc 3; "
+         "upload bf636f666600636c656e01ff > rc 3; upload bf646461746141aaff > rc 3"},
+        // Beyond the image, where the image ends, and beyond the slot.
+        {"ChunkOutsideOfTheImage",
+         "first > off 4; second > off 6; upload bf6464617461420506636f666605ff > rc 3; "
+         "upload bf646461746140636f666606ff > rc 3; "
+         "upload bf646461746141aa636f666600636c656e1a00080001ff > rc 3; unit writes > 2"},
+        // An image that ends with the flash: there is nothing to write to behind it.
+        {"ChunkBehindTheFlash",
+         "fault ask-for-offset 2 1 0x00080000; "
+         "upload bf646461746141aa636f666600636c656e1a00080000ff > off 1; "
+         "upload bf646461746140636f66661a00080000ff > bf62726300636f66661a00080000ff; "
+         "upload bf646461746140636f66661a00080000ff > rc 3"},
+        {"EraseForgetsTheUpload",
+         "first > off 4; erase > rc 0; second > rc 3; memory 0x08000000 4 > FF FF FF FF"},
+        {"IsGoneAfterTheRequestToRestartUntilItIsResetByHand",
+         "first > off 4; restart > rc 0; unit state > running; first; reset; "
+         "unit state > bootloader; second > rc 3; memory 0x08000000 4 > 01 02 03 04"},
+        {"FaultErrorCode", "fault error-code 1 1 7; first > rc 7; unit writes > 0"},
+        {"FaultErrorInUpload",
+         "fault error-in-upload 2 1 1; first > off 4; "
+         "second > rc 1 = upload 0x00000004 2 seq=1 keys=data,off nack rc=1; second > off 6"},
+        {"FaultKeepOffset", "fault keep-offset 2; first > off 4; second > off 4; second > off 6"},
+        {"FaultOmitOffset",
+         "fault omit-offset 2; first > off 4; second > rc 0; "
+         "memory 0x08000000 6 > 01 02 03 04 05 06"},
+        {"FaultAskForTheFirstOffset",
+         "fault ask-for-offset 2; first > off 4; second > off 0; first > off 4; second > off 6"},
+        {"FaultAskForALaterOffset",
+         "fault ask-for-offset 2 1 5; first > off 4; second > off 5; "
+         "upload bf646461746141aa636f666605ff > off 6; memory 0x08000000 6 > 01 02 03 04 FF AA"},
+        {"FaultAskForANegativeOffset", "fault ask-for-offset 1 1 0xFFFFFFFF; first > off -1"},
+        {"FaultSilentInWrite",
+         "fault silent-in-write 2; first > off 4; "
+         "second > = upload 0x00000004 2 seq=1 keys=data,off silent fault; first; "
+         "unit left > no; memory 0x08000000 6 > 01 02 03 04 FF FF"},
+        {"FaultVanishInWrite",
+         "fault vanish-in-write 2; first > off 4; "
+         "second > = upload 0x00000004 2 seq=1 keys=data,off silent fault; first; "
+         "unit left > yes; memory 0x08000000 6 > 01 02 03 04 FF FF"},
+    };
 }
 
-TEST(McubootRecovery, RefusesAChunkThatIsNotPartOfAnImage)
-{
-    for (auto const* map : {"bf6464617461420506636f666604ff",  // no image begun
-                            "bf646461746141aa636f666600ff",    // no length
-                            "bf636f666600636c656e01ff",        // no data
-                            "bf646461746141aaff"}) {           // no offset
-        McubootRecovery unit({});
-        EXPECT_EQ(AskForMap(unit, Upload(map)), kInvalid) << map;
-    }
-    for (auto const* map : {"bf6464617461420506636f666605ff",  // beyond the image
-                            "bf646461746140636f666606ff",      // where the image ends
-                            "bf646461746141aa636f666600636c656e1a00080001ff"}) {  // beyond the slot
-        McubootRecovery unit({});
-        Ask(unit, kFirst);
-        Ask(unit, kSecond);
-        EXPECT_EQ(AskForMap(unit, Upload(map)), kInvalid) << map;
-        EXPECT_EQ(unit.Status().writes, 2U) << map;
-    }
-    // An image that ends with the flash: there is nothing to write to behind it.
-    auto full = UnitWithFault(FaultKind::kAskForOffset, 0x00080000, 2);
-    auto const end = Upload("bf646461746140636f66661a00080000ff");
-    Ask(full, Upload("bf646461746141aa636f666600636c656e1a00080000ff"));
-    EXPECT_EQ(AskForMap(full, end), "bf62726300636f66661a00080000ff") << "the fault";
-    EXPECT_EQ(AskForMap(full, end), kInvalid);
-}
+INSTANTIATE_TEST_SUITE_P(, RecoveryConversations, testing::ValuesIn(ListConversations()),
+                         test::NameOf<Conversation>);
 
 TEST(McubootRecovery, RefusesAMapThatItCannotRead)
 {
@@ -263,28 +284,8 @@ TEST(McubootRecovery, RefusesAMapThatItCannotRead)
     for (auto const* map :
          {"", "bf", "bf62", "80", "bf6272", "bfffff", "bfff00", "a000", "bf62726320ff", "bf01ff",
           "bf6272639fff", "a2627263", "bf627263fbff", "bf7bffffffffffffffffff"}) {
-        EXPECT_EQ(AskForMap(unit, MakeRequest(2, 1, 5, map)), kInvalid) << map;
+        EXPECT_EQ(AskForMap(unit, MakeRequest(2, 1, 5, map)), "bf62726303ff") << map;
     }
-}
-
-TEST(McubootRecovery, ErasesItsSlotAndForgetsTheUpload)
-{
-    McubootRecovery unit({});
-    EXPECT_THAT(AskForMaps(unit, {kFirst, kErase, kSecond}),
-                ElementsAre(kFourStored, kOk, kInvalid));
-    EXPECT_EQ(Stored(unit, 4), "ffffffff");
-}
-
-TEST(McubootRecovery, IsGoneAfterTheRequestToRestartUntilItIsResetByHand)
-{
-    McubootRecovery unit({});
-    EXPECT_THAT(AskForMaps(unit, {kFirst, kRestart}), ElementsAre(kFourStored, kOk));
-    EXPECT_EQ(unit.Status().state, UnitState::kRunning);
-    EXPECT_EQ(Ask(unit, kFirst), "");
-    unit.Reset();
-    EXPECT_EQ(unit.Status().state, UnitState::kWaitingForSync);
-    EXPECT_EQ(AskForMap(unit, kSecond), kInvalid) << "an upload does not survive it";
-    EXPECT_EQ(Stored(unit, 4), "01020304");
 }
 
 TEST(McubootRecovery, TakesTheTimesOfItsFlash)
@@ -344,63 +345,6 @@ TEST(RecoveryFaults, SpoilTheAnswerAndNothingElse)
     body.back() = static_cast<char>(body.back() ^ 0x80);
     body[body.size() - 2] = static_cast<char>(body[body.size() - 2] ^ 0x01);
     EXPECT_EQ(wrong_check, body);
-}
-
-TEST(RecoveryFaults, MakeTheAnswerToTheFirstChunkLate)
-{
-    auto unit = UnitWithFault(FaultKind::kLateAnswer, 9900);
-    auto const answers = unit.Receive(ToBytes(kFirst));
-    ASSERT_EQ(answers.size(), 1U);
-    EXPECT_EQ(answers[0].busy, std::chrono::milliseconds(9900));
-}
-
-TEST(RecoveryFaults, AnswerOtherwiseToOneRequestAndDoNothingElse)
-{
-    auto any = UnitWithFault(FaultKind::kErrorCode, 7);
-    EXPECT_EQ(AskForMap(any, kFirst), "bf62726307ff");
-    EXPECT_EQ(any.Status().writes, 0U);
-
-    auto in_upload = UnitWithFault(FaultKind::kErrorInUpload, 1, 2);
-    EXPECT_THAT(AskForMaps(in_upload, {kFirst, kSecond}), ElementsAre(kFourStored, "bf62726301ff"));
-    EXPECT_EQ(Lines(in_upload).back(), "upload 0x00000004 2 seq=1 keys=data,off nack rc=1");
-    EXPECT_EQ(AskForMap(in_upload, kSecond), kSixStored);
-
-    auto staying = UnitWithFault(FaultKind::kKeepOffset, 0, 2);
-    EXPECT_THAT(AskForMaps(staying, {kFirst, kSecond, kSecond}),
-                ElementsAre(kFourStored, kFourStored, kSixStored));
-
-    auto without_offset = UnitWithFault(FaultKind::kOmitOffset, 0, 2);
-    EXPECT_THAT(AskForMaps(without_offset, {kFirst, kSecond}), ElementsAre(kFourStored, kOk));
-    EXPECT_EQ(Stored(without_offset, 6), "010203040506");
-}
-
-TEST(RecoveryFaults, AskForAnotherOffsetAndGoOnThere)
-{
-    auto rewinding = UnitWithFault(FaultKind::kAskForOffset, 0, 2);
-    EXPECT_THAT(AskForMaps(rewinding, {kFirst, kSecond, kFirst, kSecond}),
-                ElementsAre(kFourStored, "bf62726300636f666600ff", kFourStored, kSixStored));
-
-    auto jumping = UnitWithFault(FaultKind::kAskForOffset, 5, 2);
-    auto const last_byte = Upload("bf646461746141aa636f666605ff");
-    EXPECT_THAT(AskForMaps(jumping, {kFirst, kSecond, last_byte}),
-                ElementsAre(kFourStored, "bf62726300636f666605ff", kSixStored));
-    EXPECT_EQ(Stored(jumping, 6), "01020304ffaa");
-
-    auto below_zero = UnitWithFault(FaultKind::kAskForOffset, 0xFFFFFFFF, 1);
-    EXPECT_EQ(AskForMap(below_zero, kFirst), "bf62726300636f666620ff");
-}
-
-TEST(RecoveryFaults, HangOrVanishInFrontOfAChunk)
-{
-    for (auto const kind : {FaultKind::kSilentInWrite, FaultKind::kVanishInWrite}) {
-        auto unit = UnitWithFault(kind, 0, 2);
-        Ask(unit, kFirst);
-        EXPECT_EQ(Ask(unit, kSecond), "");
-        EXPECT_EQ(Ask(unit, kFirst), "") << "until the reset";
-        EXPECT_EQ(unit.HasLeft(), kind == FaultKind::kVanishInWrite);
-        EXPECT_EQ(Stored(unit, 6), "01020304ffff");
-        EXPECT_EQ(Lines(unit).back(), "upload 0x00000004 2 seq=1 keys=data,off silent fault");
-    }
 }
 
 }  // namespace

@@ -6,10 +6,10 @@
 #include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
-#include <array>
 
 #include "tests/simulator/port_test_support.h"
 #include "tests/simulator/recovery_client.h"
+#include "tests/support/files.h"
 #include "tests/support/unit_process.h"
 
 using namespace Qt::StringLiterals;
@@ -25,27 +25,9 @@ UnitProcess Start(QString const& options)
     return UnitProcess(options.split(u' ', Qt::SkipEmptyParts));
 }
 
-QByteArray ReadFile(QString const& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 RawClient Open(UnitProcess const& unit)
 {
     return RawClient(unit.Property(u"pty"_s).toStdString());
-}
-
-TEST(SimulatedUnitProgram, PrintsWhatAClientNeedsAndServesIt)
-{
-    auto unit = Start({});
-
-    EXPECT_TRUE(QFile::exists(unit.Property(u"UMOCKDEV_DIR"_s)));
-    EXPECT_EQ(unit.Property(u"preload"_s), u"libumockdev-preload.so.0"_s);
-    EXPECT_TRUE(unit.Property(u"port"_s).startsWith(u"/dev/ttyUSB"_s));
-    EXPECT_EQ(Open(unit).Ask(Hex("7F"), 1), Hex("79"));
-    EXPECT_EQ(unit.Journal(), QStringList{u"sync ack"_s});
-    EXPECT_EQ(unit.Ask(u"quit"_s), u"ok"_s);
 }
 
 TEST(SimulatedUnitProgram, IsTheUnitThatItsOptionsDescribe)
@@ -53,9 +35,7 @@ TEST(SimulatedUnitProgram, IsTheUnitThatItsOptionsDescribe)
     QTemporaryDir const directory;
     auto const flash = directory.filePath(u"flash.bin"_s);
     auto const journal = directory.filePath(u"journal.txt"_s);
-    QFile file(flash);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write("flash") == 5);
-    file.close();
+    WriteFile(flash, "flash");
     auto unit = Start(
         u"--product-id 0x482 --ack 75 --model-id 42 --erase-commands none "
         "--otp-address 0x1FFF7000 --otp-size 512 --boot-mode-address 0x20000000 "
@@ -117,13 +97,17 @@ TEST(SimulatedUnitProgram, MakesAUnitInItsUsbBootloaderThatIsNumberedAnewWhenItI
     EXPECT_EQ(unit.Status(u"port"_s), u"/dev/bus/usb/001/003"_s);
 }
 
-TEST(SimulatedUnitProgram, StartsWithNoUnitOrWithTwo)
+TEST(SimulatedUnitProgram, StartsWithNoUnitOrWithTwoAndPrintsWhatAClientNeeds)
 {
     auto none = Start(u"--units 0"_s);
+    EXPECT_TRUE(QFile::exists(none.Property(u"UMOCKDEV_DIR"_s)));
+    EXPECT_EQ(none.Property(u"preload"_s), u"libumockdev-preload.so.0"_s);
     EXPECT_FALSE(none.HasProperty(u"port"_s));
     EXPECT_TRUE(none.Ask(u"plug"_s).startsWith(u"ok port=/dev/ttyUSB"_s));
+    EXPECT_EQ(none.Ask(u"quit"_s), u"ok"_s);
 
     auto two = Start(u"--units 2"_s);
+    EXPECT_TRUE(two.Property(u"port"_s).startsWith(u"/dev/ttyUSB"_s));
     EXPECT_NE(two.Property(u"port2"_s), two.Property(u"port"_s));
     EXPECT_NE(two.Property(u"pty2"_s), two.Property(u"pty"_s));
 }
@@ -151,10 +135,8 @@ TEST(SimulatedUnitProgram, EndsAndTidiesUpWithItsInputOrASignal)
 
 TEST(SimulatedUnitProgram, RefusesAnOptionThatItCannotUse)
 {
-    constexpr std::array kOptions{"--product-id 0x483", "--ack 7a",         "--vid 10000",
-                                  "--model-id 256",     "--flash-in /none", "--protocol usb",
-                                  "--baud x",           "--nonsense 1"};
-    for (auto const* options : kOptions) {
+    for (auto const* options : {"--product-id 0x483", "--ack 7a", "--vid 10000", "--model-id 256",
+                                "--flash-in /none", "--protocol usb", "--baud x", "--nonsense 1"}) {
         QProcess process;
         process.start(QStringLiteral(SIMULATED_UNIT_PROGRAM),
                       QString::fromLatin1(options).split(u' '));

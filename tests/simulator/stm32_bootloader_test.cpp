@@ -7,8 +7,7 @@
 #include <vector>
 
 #include "simulator/chips/otp_image.h"
-#include "tests/simulator/bootloader_client.h"
-#include "tests/simulator/conversation.h"
+#include "tests/simulator/stm32_conversation.h"
 
 namespace simulator {
 namespace {
@@ -18,18 +17,8 @@ using test::B;
 using test::Bytes;
 using test::Hex;
 using test::LastLine;
-using test::ToHex;
+using test::MakeSynchronised;
 using test::Write;
-
-auto const kDone = Hex("79 79 79");  // to all three steps of a Write Memory
-auto const kErased = Hex("FF FF FF FF");
-
-Stm32Bootloader MakeSynchronised(Stm32BootloaderOptions options = {})
-{
-    Stm32Bootloader unit(std::move(options));
-    Ask(unit, "7F");
-    return unit;
-}
 
 Stm32BootloaderOptions WithCommands(std::vector<uint8_t> commands)
 {
@@ -47,19 +36,14 @@ Stm32BootloaderOptions WithChip(uint16_t product_id)
 
 // ---- Conversations with a unit that is synchronised ----
 
-struct Conversation {
-    char const* name;
-    Stm32BootloaderOptions options;
-    char const* steps;  // bytes in hexadecimal
-};
+using Conversation = test::Conversation<Stm32BootloaderOptions>;
 
 class Conversations : public testing::TestWithParam<Conversation> {};
 
 TEST_P(Conversations, GoAsTheApplicationNoteSays)
 {
     auto unit = MakeSynchronised(GetParam().options);
-    test::ExpectConversation(unit, GetParam().steps,
-                             [&](std::string const& request) { return ToHex(Ask(unit, request)); });
+    test::ExpectHexConversation(unit, GetParam().steps);
 }
 
 std::vector<Conversation> ListConversations()
@@ -77,60 +61,64 @@ std::vector<Conversation> ListConversations()
     otp.SetModelId(0, 0x2A);
     model.otp = otp.Bytes();
     return {
-        {"SecondSyncByteIsACommand", usual, "7F >; 7F > 1F = command-0x7f nack complement"},
-        {"Get", usual, "00 FF > 79 07 31 00 01 02 11 21 31 44 79 = get ack"},
-        {"GetWithLegacyErase", legacy, "00 FF > 79 07 31 00 01 02 11 21 31 43 79"},
-        {"GetWithBothErases", WithCommands(ListCommands(EraseCommands::kBoth)),
-         "00 FF > 79 08 31 00 01 02 11 21 31 43 44 79"},
-        {"GetWithoutErase", WithCommands(ListCommands(EraseCommands::kNone)),
-         "00 FF > 79 06 31 00 01 02 11 21 31 79"},
-        {"UnlistedCommandIsRefused", WithCommands({0x00, 0x02}),
-         "01 FE > 1F = get-version nack unknown; 00 FF > 79 02 31 00 02 79"},
-        {"WrongComplementIsRefused", usual, "02 FE > 1F; 02 FD > 79 01 04 69 79"},
-        {"VersionHasTwoProtectionBytes", version_33, "01 FE > 79 33 00 00 79"},
-        {"ProductIdOf479", WithChip(0x479), "02 FD > 79 01 04 79 79"},
-        {"ProductIdOf482", WithChip(0x482), "02 FD > 79 01 04 82 79"},
-        {"OtherAckPair", other_pair, "02 FD > 75 01 04 69 75; 02 02 > 3F"},
-        {"ReadOfTheOtpArea", model,
+        {"SecondSyncByteIsACommand", "7F >; 7F > 1F = command-0x7f nack complement"},
+        {"Get", "00 FF > 79 07 31 00 01 02 11 21 31 44 79 = get ack"},
+        {"GetWithLegacyErase", "00 FF > 79 07 31 00 01 02 11 21 31 43 79", legacy},
+        {"GetWithBothErases", "00 FF > 79 08 31 00 01 02 11 21 31 43 44 79",
+         WithCommands(ListCommands(EraseCommands::kBoth))},
+        {"GetWithoutErase", "00 FF > 79 06 31 00 01 02 11 21 31 79",
+         WithCommands(ListCommands(EraseCommands::kNone))},
+        {"UnlistedCommandIsRefused",
+         "01 FE > 1F = get-version nack unknown; 00 FF > 79 02 31 00 02 79",
+         WithCommands({0x00, 0x02})},
+        {"WrongComplementIsRefused", "02 FE > 1F; 02 FD > 79 01 04 69 79"},
+        {"VersionHasTwoProtectionBytes", "01 FE > 79 33 00 00 79", version_33},
+        {"ProductIdOf479", "02 FD > 79 01 04 79 79", WithChip(0x479)},
+        {"ProductIdOf482", "02 FD > 79 01 04 82 79", WithChip(0x482)},
+        {"OtherAckPair", "02 FD > 75 01 04 69 75; 02 02 > 3F", other_pair},
+        {"ReadOfTheOtpArea",
          "11 EE > 79; 1F FF 70 00 90 > 79; "
-         "07 F8 > 79 11 47 23 01 2A 00 00 00 = read 0x1fff7000 8 ack"},
-        {"ReadPastTheEndIsRefused", usual,
+         "07 F8 > 79 11 47 23 01 2A 00 00 00 = read 0x1fff7000 8 ack",
+         model},
+        {"ReadPastTheEndIsRefused",
          "11 EE 08 07 FF F0 00 > 79 79; 10 EF > 1F = read 0x0807fff0 17 nack address"},
-        {"ReadIsRefusedAtEachStepThatIsWrong", usual,
+        {"ReadIsRefusedAtEachStepThatIsWrong",
          "11 EE 08 00 00 00 09 > 79 1F = read 0x08000000 nack checksum; "
          "11 EE 00 00 00 00 00 > 79 1F = read 0x00000000 nack address; "
          "11 EE 08 00 00 00 08 07 07 > 79 79 1F = read 0x08000000 8 nack complement"},
-        {"WriteIsReadBack", usual,
+        {"WriteIsReadBack",
          "31 CE > 79; 08 00 01 00 09 > 79; 03 11 22 33 44 47 > 79 = write 0x08000100 4 ack; "
          "11 EE 08 00 01 00 09 04 FB > 79 79 79 11 22 33 44 FF"},
-        {"FlashIsWrittenInWordsAndRamInBytes", usual,
+        {"FlashIsWrittenInWordsAndRamInBytes",
          "31 CE 08 00 00 02 0A > 79 1F = write 0x08000002 nack alignment; "
          "31 CE 08 00 00 00 08 02 01 02 03 02 > 79 79 1F = write 0x08000000 3 nack alignment; "
          "31 CE 20 00 00 01 21 02 01 02 03 02 > 79 79 79 = write 0x20000001 3 ack"},
-        {"WritePastTheEndIsRefused", usual,
+        {"WritePastTheEndIsRefused",
          "31 CE 08 07 FF FC 0C 07 00 00 00 00 00 00 00 00 07 > 79 79 1F; "
          "11 EE 08 07 FF FC 0C 03 FC > 79 79 79 FF FF FF FF"},
-        {"OtpAreaOutlivesAMassErase", usual,
+        {"OtpAreaOutlivesAMassErase",
          "31 CE 1F FF 70 00 90 03 00 11 22 33 03 > 79 79 79; 44 BB FF FF 00 > 79 79; "
          "11 EE 1F FF 70 00 90 03 FC > 79 79 79 00 11 22 33"},
-        {"EraseOfPages", legacy,
+        {"EraseOfPages",
          "31 CE 08 00 00 00 08 03 00 00 00 00 03 > 79 79 79; "
          "31 CE 08 00 08 00 00 03 00 00 00 00 03 > 79 79 79; "
          "43 BC 01 00 02 02 > 79 1F = erase 0,2 nack checksum; "
          "11 EE 08 00 00 00 08 00 FF > 79 79 79 00; 43 BC > 79; "
          "01 00 02 03 > 79 = erase 0,2 ack; 11 EE 08 00 00 00 08 00 FF > 79 79 79 FF; "
-         "11 EE 08 00 08 00 00 00 FF > 79 79 79 00"},
-        {"EraseOfEverything", legacy,
+         "11 EE 08 00 08 00 00 00 FF > 79 79 79 00",
+         legacy},
+        {"EraseOfEverything",
          "31 CE 08 07 FF FC 0C 03 00 00 00 00 03 > 79 79 79; "
          "43 BC FF 00 > 79 79 = erase all ack; 11 EE 08 07 FF FC 0C 00 FF > 79 79 79 FF; "
-         "43 BC FF FF > 79 79 = erase all ack"},
-        {"EraseThatRefusesFfFf", strict_erase, "43 BC FF FF > 79 1F; 43 BC FF 00 > 79 79"},
-        {"ExtendedEraseOfPages", usual,
+         "43 BC FF FF > 79 79 = erase all ack",
+         legacy},
+        {"EraseThatRefusesFfFf", "43 BC FF FF > 79 1F; 43 BC FF 00 > 79 79", strict_erase},
+        {"ExtendedEraseOfPages",
          "31 CE 08 07 F8 00 F7 03 00 00 00 00 03 > 79 79 79; 44 BB > 79; "
          "00 02 00 03 00 04 00 FF FA > 79 = extended-erase 3-4,255 ack; "
          "11 EE 08 07 F8 00 F7 00 FF > 79 79 79 FF; "
          "44 BB 00 00 01 00 01 > 79 1F = extended-erase 256 nack page"},
-        {"ExtendedEraseOfBanks", usual,
+        {"ExtendedEraseOfBanks",
          "31 CE 08 03 FF FC 08 03 00 00 00 00 03 > 79 79 79; "
          "31 CE 08 04 00 00 0C 03 00 00 00 00 03 > 79 79 79; "
          "44 BB FF FC 03 > 79 1F = extended-erase 0xfffc nack reserved; "
@@ -141,27 +129,29 @@ std::vector<Conversation> ListConversations()
          "44 BB FF FD 02 > 79 79 = extended-erase bank2 ack; "
          "11 EE 08 03 FF FC 08 07 F8 > 79 79 79 FF FF FF FF FF FF FF FF; "
          "44 BB FF FF 00 > 79 79 = extended-erase all ack"},
-        {"GoNeedsMemory", usual,
+        {"OnlyTheSyncByteIsHeardBeforeItIsSynchronised",
+         "reset; 00 FF 55 80; 7F > 79; 7F 7F > 1F; unit connects > 2"},
+        {"FlashBitsOnlyEverFallUntilTheirPageIsErased",
+         "31 CE 08 00 08 00 00 03 F0 FF 0F 00 03 > 79 79 79; unit over-unerased > 0; "
+         "31 CE 08 00 08 00 00 03 3C AA FF FF 95 > 79 79 79; unit over-unerased > 3; "
+         "memory 0x08000800 4 > 30 AA 0F 00; 44 BB 00 00 00 01 01 > 79 79; "
+         "memory 0x08000800 4 > FF FF FF FF; unit erased > 1"},
+        {"ResetForgetsAHalfSentCommandAndKeepsTheFlash",
+         "31 CE 08 00 00 00 08 03 01 02 03 04 07 > 79 79 79; 31 CE 08 00 > 79; reset; "
+         "7F 02 FD > 79 79 01 04 69 79; memory 0x08000000 4 > 01 02 03 04"},
+        {"IgnoresEverythingWhileItIsSilent", "silent on; 02; silent off; 02 FD > 79 01 04 69 79"},
+        {"GoStartsTheApplicationAndTheBootloaderFallsSilentUntilAReset",
+         "21 DE 08 00 00 00 08 > 79 79; unit state > running; unit jump > 0x08000000; 7F 00 FF; "
+         "reset; 7F > 79"},
+        {"GoNeedsMemory",
          "21 DE 60 00 00 00 60 > 79 1F = go 0x60000000 nack address; 02 FD > 79 01 04 69 79"},
     };
 }
 
 INSTANTIATE_TEST_SUITE_P(Stm32Bootloader, Conversations, testing::ValuesIn(ListConversations()),
-                         [](testing::TestParamInfo<Conversation> const& conversation) {
-                             return std::string(conversation.param.name);
-                         });
+                         test::NameOf<Conversation>);
 
 // ---- What a conversation does not show ----
-
-TEST(Stm32Bootloader, IgnoresEveryByteButTheSyncByteUntilItIsSynchronised)
-{
-    Stm32Bootloader unit({});
-
-    EXPECT_EQ(Ask(unit, "00 FF 55 80"), B({}));
-    EXPECT_EQ(Ask(unit, "7F"), Hex("79"));
-    EXPECT_EQ(Ask(unit, "7F 7F"), Hex("1F"));
-    EXPECT_EQ(unit.Status().connects, 1U);
-}
 
 TEST(Stm32Bootloader, FlashEndsWhereTheChipsDoes)
 {
@@ -169,7 +159,7 @@ TEST(Stm32Bootloader, FlashEndsWhereTheChipsDoes)
         auto unit = MakeSynchronised(WithChip(chip.product_id));
         auto const end = kFlashStart + static_cast<uint32_t>(chip.flash_size);
 
-        EXPECT_EQ(Write(unit, end - 4, B({1, 2, 3, 4})), kDone);
+        EXPECT_EQ(Write(unit, end - 4, B({1, 2, 3, 4})), Hex("79 79 79"));
         EXPECT_EQ(Ask(unit, "31 CE"), Hex("79"));
         EXPECT_EQ(Ask(unit, test::AddressBytes(end)), Hex("1F"));
     }
@@ -213,36 +203,8 @@ TEST(Stm32Bootloader, RefusesDataWithASingleWrongByteAndWritesNothing)
 
         EXPECT_EQ(Ask(unit, bad), Hex("1F")) << "byte " << i;
         EXPECT_EQ(LastLine(unit), "write 0x08000000 4 nack checksum");
-        EXPECT_EQ(unit.Memory().Read(0x08000000, 4), kErased);
+        EXPECT_EQ(unit.Memory().Read(0x08000000, 4), Hex("FF FF FF FF"));
     }
-}
-
-TEST(Stm32Bootloader, FlashBitsOnlyEverFallUntilTheirPageIsErased)
-{
-    auto unit = MakeSynchronised();
-    Write(unit, 0x08000800, Hex("F0 FF 0F 00"));
-    EXPECT_EQ(unit.Status().programmed_over_unerased, 0U);
-
-    Write(unit, 0x08000800, Hex("3C AA FF FF"));
-    EXPECT_EQ(unit.Memory().Read(0x08000800, 4), Hex("30 AA 0F 00"));
-    EXPECT_EQ(unit.Status().programmed_over_unerased, 3U);
-
-    EXPECT_EQ(Ask(unit, "44 BB 00 00 00 01 01"), Hex("79 79"));
-    EXPECT_EQ(unit.Memory().Read(0x08000800, 4), kErased);
-    EXPECT_EQ(unit.Status().erased_pages, 1U);
-}
-
-TEST(Stm32Bootloader, GoStartsTheApplicationAndTheBootloaderFallsSilentUntilAReset)
-{
-    auto unit = MakeSynchronised();
-
-    EXPECT_EQ(Ask(unit, "21 DE 08 00 00 00 08"), Hex("79 79"));
-    EXPECT_EQ(unit.Status().state, UnitState::kRunning);
-    EXPECT_EQ(unit.Status().jump_address, 0x08000000U);
-    EXPECT_EQ(Ask(unit, "7F 00 FF"), B({}));
-
-    unit.Reset();
-    EXPECT_EQ(Ask(unit, "7F"), Hex("79"));
 }
 
 TEST(Stm32Bootloader, KeepsTheBootModeMarkerWhereverItIs)
@@ -252,23 +214,11 @@ TEST(Stm32Bootloader, KeepsTheBootModeMarkerWhereverItIs)
         options.boot_mode_address = address;
         auto unit = MakeSynchronised(options);
 
-        EXPECT_EQ(Write(unit, address, B({'P', 'U', 'W', 'F'})), kDone);
+        EXPECT_EQ(Write(unit, address, B({'P', 'U', 'W', 'F'})), Hex("79 79 79"));
         unit.Reset();
 
         EXPECT_EQ(unit.Status().marker, B({'P', 'U', 'W', 'F'})) << std::hex << address;
     }
-}
-
-TEST(Stm32Bootloader, AResetForgetsAHalfSentCommandAndKeepsTheFlash)
-{
-    auto unit = MakeSynchronised();
-    Write(unit, 0x08000000, B({1, 2, 3, 4}));
-    Ask(unit, "31 CE 08 00");
-
-    unit.Reset();
-
-    EXPECT_EQ(Ask(unit, "7F 02 FD"), Hex("79 79 01 04 69 79"));
-    EXPECT_EQ(unit.Memory().Read(0x08000000, 4), B({1, 2, 3, 4}));
 }
 
 TEST(Stm32Bootloader, IsBusyForTheTimesOfItsChip)
@@ -286,17 +236,6 @@ TEST(Stm32Bootloader, IsBusyForTheTimesOfItsChip)
     EXPECT_EQ(erase[0].busy, std::chrono::microseconds(2 * 24500));
     ASSERT_EQ(write.size(), 1U);
     EXPECT_EQ(write[0].busy, std::chrono::microseconds(32 * 82));
-}
-
-TEST(Stm32Bootloader, IgnoresEverythingWhileItIsSilent)
-{
-    auto unit = MakeSynchronised();
-
-    unit.SetSilent(true);
-    EXPECT_EQ(Ask(unit, "02"), B({}));
-    unit.SetSilent(false);
-
-    EXPECT_EQ(Ask(unit, "02 FD"), Hex("79 01 04 69 79"));
 }
 
 TEST(OtpImage, PlacesRecordsAndLeavesTheRestUnprogrammed)

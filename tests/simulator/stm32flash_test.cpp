@@ -3,13 +3,13 @@
 // nothing here would prove that unit and updater do not share one misunderstanding.
 #include <gtest/gtest.h>
 
-#include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <string>
 
 #include "tests/simulator/image_file.h"
 #include "tests/simulator/port_test_support.h"
+#include "tests/support/files.h"
 
 using namespace Qt::StringLiterals;
 
@@ -85,10 +85,7 @@ TEST_P(Stm32Flash, ReadsAndErasesTheFlash)
     Run(u"-r read.bin -S 0x08000000:%1"_s.arg(image.size()));
     Run(u"-o"_s);
 
-    QFile read(FilePath("read.bin"));
-    QFile written(FilePath("image.bin"));
-    ASSERT_TRUE(read.open(QIODevice::ReadOnly) && written.open(QIODevice::ReadOnly));
-    EXPECT_EQ(read.readAll(), written.readAll());
+    EXPECT_EQ(ReadFile(FilePath("read.bin")), ReadFile(FilePath("image.bin")));
     EXPECT_EQ(plugged_.unit.ReadMemory(kFlashStart, image.size()),
               Bytes(image.size(), std::byte{0xFF}));
 }

@@ -103,10 +103,8 @@ protected:
 TEST_F(UsbDfuPortTest, AnswersARequestInItsSubmittersMemory)
 {
     auto request = MakeGetState();
-
     EXPECT_EQ(node_.Submit(request), 0);
     EXPECT_EQ(node_.Reap(), 0);
-
     EXPECT_EQ(node_.Reaped(), request.urb.get());
     EXPECT_EQ(request.urb->status, 0);
     EXPECT_EQ(request.Data(), B({2}));
@@ -168,16 +166,10 @@ TEST_F(UsbDfuPortTest, ReturnsAnUnansweredRequestWhenTheUnitIsPulledOutAndIsGone
     EXPECT_EQ(node_.Reap(), ENODEV);
     EXPECT_EQ(node_.Submit(request), ENODEV);
     EXPECT_FALSE(Node(path).IsOpen());
-}
 
-TEST_F(UsbDfuPortTest, StaysGoneForAnEarlierClientWhenItIsPluggedInAgain)
-{
-    auto const path = NodePath();
     plugged_.unit.Plug();
-
     EXPECT_NE(NodePath(), path);
-    auto request = MakeGetState();
-    EXPECT_EQ(node_.Submit(request), ENODEV);
+    EXPECT_EQ(node_.Submit(request), ENODEV) << "an earlier client";
     EXPECT_EQ(Node(NodePath()).Submit(request), 0);
 }
 
@@ -224,29 +216,22 @@ TEST_F(UsbDfuPortTest, RefusesWhatItCannotCarry)
     EXPECT_EQ(capabilities, static_cast<uint32_t>(USBDEVFS_CAP_REAP_AFTER_DISCONNECT));
 }
 
-TEST_F(UsbDfuPortTest, RefusesToBeOpenedWhileItIsBlocked)
+TEST_F(UsbDfuPortTest, RefusesToBeOpenedWhileItIsBlockedAndChangesTheRightsOfItsNode)
 {
+    namespace fs = std::filesystem;
     plugged_.unit.SetBlocked(true);
     plugged_.unit.SetBlocked(true);
     EXPECT_FALSE(Node(NodePath()).IsOpen());
-
     plugged_.unit.SetBlocked(false);
-
-    Node node(NodePath());
     auto request = MakeGetState();
-    EXPECT_EQ(node.Submit(request), 0);
-    plugged_.unit.SetBlocked(true);
-    plugged_.unit.Unplug();
-    EXPECT_THROW(plugged_.unit.SetBlocked(true), std::runtime_error);
-}
-
-TEST_F(UsbDfuPortTest, ChangesTheRightsOfItsNode)
-{
-    namespace fs = std::filesystem;
+    EXPECT_EQ(Node(NodePath()).Submit(request), 0);
     plugged_.unit.SetMode(0600);
     EXPECT_EQ(fs::status(plugged_.testbed->Root() + NodePath()).permissions(),
               fs::perms::owner_read | fs::perms::owner_write);
+
+    plugged_.unit.SetBlocked(true);
     plugged_.unit.Unplug();
+    EXPECT_THROW(plugged_.unit.SetBlocked(true), std::runtime_error);
     EXPECT_THROW(plugged_.unit.SetMode(0600), std::system_error);
 }
 

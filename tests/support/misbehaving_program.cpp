@@ -2,18 +2,21 @@
 #include <gtest/gtest.h>
 
 #include <QDebug>
+#include <QStringList>
 #include <csignal>
 #include <cstdlib>
 #include <string>
 
 #include "tests/support/collected_log.h"
+#include "tests/support/qt_printing.h"
 #include "tests/support/warnings.h"
 
 TEST(Misbehaving, Passes) {}
 
 TEST(Misbehaving, Fails)
 {
-    FAIL() << "the reason";
+    EXPECT_EQ((QStringList{QStringLiteral("a reason"), QStringLiteral("b")}), QStringList());
+    EXPECT_EQ(QByteArray("bytes"), QByteArray());
 }
 
 TEST(Misbehaving, IsSkipped)

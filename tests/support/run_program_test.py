@@ -32,7 +32,7 @@ class Report(unittest.TestCase):
 
     def test_names_each_failed_test_with_its_reason(self):
         for name, reason in {
-                "FAILED Misbehaving.Fails": "the reason",
+                "FAILED Misbehaving.Fails": '{ "a reason", "b" }',
                 "FAILED Misbehaving.Crashes": "ended by SIGKILL",
                 "FAILED Misbehaving.EndsTheProgram": "ended with status 0",
                 "FAILED Misbehaving.Hangs": "no end after 2",

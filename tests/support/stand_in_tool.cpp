@@ -8,6 +8,8 @@
 #include <QFile>
 #include <stdexcept>
 
+#include "tests/support/files.h"
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -86,16 +88,12 @@ void StandInTool::LetGo()
 
 void StandInTool::Write(QString const& name, QByteArray const& content) const
 {
-    QFile file(FilePath(name));
-    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size()) {
-        throw std::runtime_error("cannot write " + name.toStdString());
-    }
+    WriteFile(FilePath(name), content);
 }
 
 QByteArray StandInTool::Read(QString const& name) const
 {
-    QFile file(FilePath(name));
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    return ReadFile(FilePath(name));
 }
 
 bool StandInTool::Has(QString const& name) const

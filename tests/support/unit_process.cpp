@@ -1,9 +1,10 @@
 #include "tests/support/unit_process.h"
 
 #include <QCoreApplication>
-#include <QFile>
 #include <QTemporaryDir>
 #include <stdexcept>
+
+#include "tests/support/files.h"
 
 namespace {
 
@@ -91,11 +92,7 @@ QByteArray UnitProcess::ReadMemory(uint32_t address, qsizetype size)
     QTemporaryDir const directory;
     auto const path = directory.filePath(QStringLiteral("memory"));
     Command(QStringLiteral("dump 0x%1 %2 %3").arg(address, 0, 16).arg(size).arg(path));
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        throw std::runtime_error("the unit wrote no dump");
-    }
-    return file.readAll();
+    return ReadFile(path);
 }
 
 QStringList UnitProcess::Journal()

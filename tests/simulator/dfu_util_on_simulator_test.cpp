@@ -9,10 +9,12 @@
 #include <QTemporaryDir>
 #include <algorithm>
 #include <string>
+#include <utility>
 
 #include "tests/simulator/bootloader_client.h"
 #include "tests/simulator/dfu_unit_test_support.h"
 #include "tests/simulator/image_file.h"
+#include "tests/support/files.h"
 
 using namespace Qt::StringLiterals;
 
@@ -59,12 +61,6 @@ protected:
     // An image whose last block is shorter than the others.
     Bytes WriteImage() { return test::WriteImageFile(FilePath("image.bin"), 9 * kPageSize + 301); }
 
-    QByteArray ReadFile(char const* name) const
-    {
-        QFile file(FilePath(name));
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    }
-
     std::string LastLine() { return ToText(plugged_.unit.Journal().back()); }
 
     void ExpectImageCanBeWritten()
@@ -80,18 +76,25 @@ protected:
     std::string output_;
 };
 
-TEST_F(DfuUtil, ListsTheUnitWithItsIdsAndMemories)
+TEST_F(DfuUtil, ListsTheUnitWithItsIdsAndMemoriesUnlessItIsBlocked)
 {
     EXPECT_EQ(Run(u"-l"_s), 0);
-
     EXPECT_THAT(output_, HasSubstr("Found DFU: [0483:df11] ver=2200, devnum=1"));
     EXPECT_THAT(output_, HasSubstr("alt=0, name=\"@Internal Flash  /0x08000000/256*0002Kg\""));
     EXPECT_THAT(output_, HasSubstr("alt=2, name=\"@OTP Memory /0x1FFF7000/01*1024 e\""));
     EXPECT_THAT(output_, HasSubstr("serial=\"0001\""));
     EXPECT_EQ(plugged_.unit.Journal(), std::vector<JournalEntry>());
+
+    plugged_.unit.SetBlocked(true);
+    EXPECT_EQ(Run(u"-l"_s), 0);
+    EXPECT_THAT(output_, HasSubstr("Cannot open DFU device 0483:df11"));
+    EXPECT_THAT(output_, Not(HasSubstr("Found DFU")));
+
+    plugged_.unit.SetBlocked(false);
+    ExpectImageCanBeWritten();
 }
 
-TEST_F(DfuUtil, ErasesWritesAndStartsAnImage)
+TEST_F(DfuUtil, ErasesWritesAndStartsAnImageAndFindsTheUnitUnderANewNumberAfterwards)
 {
     auto const image = WriteImage();
     plugged_.unit.LoadMemory(kFlashStart, Bytes(11 * kPageSize, std::byte{0x00}));
@@ -107,6 +110,14 @@ TEST_F(DfuUtil, ErasesWritesAndStartsAnImage)
     EXPECT_EQ(status.programmed_over_unerased, 0U);
     EXPECT_FALSE(status.plugged);
     EXPECT_EQ(LastLine(), "leave 0x08000000 ack");
+    EXPECT_EQ(Run(u"-l"_s), 0);
+    EXPECT_THAT(output_, Not(HasSubstr("Found DFU")));
+
+    plugged_.unit.Plug();
+
+    EXPECT_EQ(Run(u"-l"_s), 0);
+    EXPECT_THAT(output_, HasSubstr("devnum=2"));
+    ExpectImageCanBeWritten();
 }
 
 TEST_F(DfuUtil, ReadsTheOtpAreaAndTheFlash)
@@ -116,24 +127,10 @@ TEST_F(DfuUtil, ReadsTheOtpAreaAndTheFlash)
     EXPECT_EQ(Run(u"-a 2 -s 0x1fff7000:1024 -U otp.bin"_s), 0) << output_;
     EXPECT_EQ(Run(u"-a 0 -s 0x08000000:10257 -U read.bin"_s), 0) << output_;
 
-    EXPECT_EQ(ReadFile("otp.bin").size(), 1024);
-    EXPECT_EQ(ReadFile("otp.bin").left(5), QByteArray("\x11\x47\x23\x01\x07"));
-    EXPECT_EQ(ReadFile("read.bin"), QByteArray(10257, '\x5A')) << "several blocks";
+    EXPECT_EQ(ReadFile(FilePath("otp.bin")).size(), 1024);
+    EXPECT_EQ(ReadFile(FilePath("otp.bin")).left(5), QByteArray("\x11\x47\x23\x01\x07"));
+    EXPECT_EQ(ReadFile(FilePath("read.bin")), QByteArray(10257, '\x5A')) << "several blocks";
     EXPECT_TRUE(plugged_.unit.Status().plugged);
-}
-
-TEST_F(DfuUtil, FindsTheUnitUnderANewNumberWhenItIsPluggedInAgain)
-{
-    WriteImage();
-    EXPECT_EQ(Run(kDownload), 0);
-    EXPECT_EQ(Run(u"-l"_s), 0);
-    EXPECT_THAT(output_, Not(HasSubstr("Found DFU")));
-
-    plugged_.unit.Plug();
-
-    EXPECT_EQ(Run(u"-l"_s), 0);
-    EXPECT_THAT(output_, HasSubstr("devnum=2"));
-    ExpectImageCanBeWritten();
 }
 
 TEST_F(DfuUtil, LeavesAUnitThatTheNextRunUpdatesWhenItIsKilledInTheMiddle)
@@ -150,52 +147,31 @@ TEST_F(DfuUtil, LeavesAUnitThatTheNextRunUpdatesWhenItIsKilledInTheMiddle)
     ExpectImageCanBeWritten();
 }
 
-TEST_F(DfuUtil, CannotOpenABlockedUnitAndCanOnceItIsNot)
-{
-    plugged_.unit.SetBlocked(true);
-    EXPECT_EQ(Run(u"-l"_s), 0);
-    EXPECT_THAT(output_, HasSubstr("Cannot open DFU device 0483:df11"));
-    EXPECT_THAT(output_, Not(HasSubstr("Found DFU")));
-
-    plugged_.unit.SetBlocked(false);
-
-    ExpectImageCanBeWritten();
-}
-
-struct ToolFault {
-    char const* name;
-    Fault fault;
-    char const* complaint;  // of the tool, at the end
-};
-
-class DfuUtilFault : public DfuUtil, public testing::WithParamInterface<ToolFault> {};
-
-TEST_P(DfuUtilFault, EndsTheToolWithAnErrorAndIsOverWhenTheUnitIsPluggedInAgain)
+TEST_F(DfuUtil, EndsWithAnErrorAtAFaultThatIsOverWhenTheUnitIsPluggedInAgain)
 {
     WriteImage();
-    plugged_.unit.AddFault(GetParam().fault);
+    for (auto const& [fault, complaint] :
+         {std::pair{Fault{FaultKind::kVanishInErase, 5}, "\"ERASE_PAGE\" get_status"},
+          std::pair{Fault{FaultKind::kVanishInWrite, 5}, "during download get_status"},
+          std::pair{Fault{FaultKind::kSilentInWrite, 5}, "during download get_status"},
+          std::pair{Fault{FaultKind::kErrorInErase, 5, 1, 4}, "ERASE_PAGE not correctly"},
+          std::pair{Fault{FaultKind::kErrorInWrite, 5, 1, 3}, "unable to write memory"},
+          std::pair{Fault{FaultKind::kErrorInWrite, 5, 1, 7}, "failed verification"}}) {
+        plugged_.unit.Plug();
+        plugged_.unit.AddFault(fault);
 
-    EXPECT_EQ(Run(kDownload), kToolError);
+        EXPECT_EQ(Run(kDownload), kToolError);
 
-    EXPECT_THAT(output_, HasSubstr(GetParam().complaint));
-    EXPECT_EQ(plugged_.unit.Status().fault_strikes, 1U);
-    EXPECT_EQ(plugged_.unit.Status().state, UnitState::kSynchronised);
-    EXPECT_THAT(LastLine(), EndsWith("fault"));
-    plugged_.unit.Unplug();
-    plugged_.unit.Plug();
-    ExpectImageCanBeWritten();
+        EXPECT_THAT(output_, HasSubstr(complaint));
+        EXPECT_EQ(plugged_.unit.Status().fault_strikes, 1U) << complaint;
+        EXPECT_EQ(plugged_.unit.Status().state, UnitState::kSynchronised) << complaint;
+        EXPECT_THAT(LastLine(), EndsWith("fault"));
+        plugged_.unit.Unplug();
+        plugged_.unit.ClearFaults();
+        plugged_.unit.Plug();
+        ExpectImageCanBeWritten();
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    , DfuUtilFault,
-    testing::Values(
-        ToolFault{"VanishInErase", {FaultKind::kVanishInErase, 5}, "\"ERASE_PAGE\" get_status"},
-        ToolFault{"VanishInWrite", {FaultKind::kVanishInWrite, 5}, "during download get_status"},
-        ToolFault{"SilentInWrite", {FaultKind::kSilentInWrite, 5}, "during download get_status"},
-        ToolFault{"ErrErase", {FaultKind::kErrorInErase, 5, 1, 4}, "ERASE_PAGE not correctly"},
-        ToolFault{"ErrWrite", {FaultKind::kErrorInWrite, 5, 1, 3}, "unable to write memory"},
-        ToolFault{"ErrVerify", {FaultKind::kErrorInWrite, 5, 1, 7}, "failed verification"}),
-    [](testing::TestParamInfo<ToolFault> const& fault) { return fault.param.name; });
 
 }  // namespace
 }  // namespace simulator
