@@ -179,6 +179,7 @@ TEST(Run, RefusesAWrongOptionAndPrintsItsHelpBeforeAnythingIsBuilt)
     for (auto const& arguments :
          {QStringList{u"--transport"_s, u"serial"_s}, QStringList{u"--baud"_s, u"fast"_s},
           QStringList{u"--nonsense"_s}, QStringList{u"--bundle"_s},
+          QStringList{u"--bundle"_s, QDir::rootPath()},
           QStringList{u"--keep-open"_s, u"--headless"_s}}) {
         QProcess run;
         run.start(QStringLiteral(FW_RUN), arguments);
