@@ -104,6 +104,11 @@ TEST(DemonstrationImage, IsLongEnoughToWatchAndAMultipleOfFour)
     EXPECT_EQ(ReadFirmwareImage().size(), 204808);
 }
 
+TEST(DemonstrationImage, LeavesTheWordFreeThatTheUpdaterReplaces)
+{
+    EXPECT_TRUE(ReadFirmwareImage().endsWith(QByteArray(4, '\xFF')));
+}
+
 TEST(DemonstrationImage, LeavesTheStackBelowTheBootModeMarker)
 {
     uint32_t const marker =
