@@ -9,7 +9,8 @@
 - The figure next to the name of a constant is the constant's value. There are two notations: a table
   with the column "Constant", whose first column is the figure, and the comment
   `5 s<!-- kExtendedEraseTimeout -->` in prose, which a reader does not see. The comment may divide or
-  multiply: `204 pages<!-- kExtendedEraseTimeout / 24.5 -->`.
+  multiply: `204 pages<!-- kExtendedEraseTimeout / 24.5 -->`. A time may also be a member's default, as in
+  `2 s<!-- idle -->`.
 
 The checks are functions that return what is wrong; the second half of this file proves on bad examples
 that each of them can fail.
@@ -23,6 +24,8 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
 SOURCES = ("app", "config", "updater", "modules", "mcuboot", "hal", "runtime", "simulator", "packaging")
+# Others whose figures the documents repeat, though not all of them.
+OTHER_HEADERS = ("app/unit_detection.h", "app/serial_driver.h", "config/startup_config.h", "updater/model_id.h")
 HEADERS = ("modules/stm32_updater/limits.h", "mcuboot/limits.h")
 TRANSPORT_PAGES = {
     "docs/transports/uart.md": HEADERS[0],
@@ -130,11 +133,13 @@ CONSTANT = re.compile(
     r"^inline constexpr ([\w:]+(?: const\*)?) (k\w+)\s*(?:= ?|\{)([^;{}]*(?:\{\w+\}[^;{}]*)?)\}?;", re.MULTILINE
 )
 
+MEMBER = re.compile(r"^    (std::chrono::milliseconds) (\w+)\{([\d']+)\};", re.MULTILINE)
+
 
 def read_constants(header):
     """Name to (value, is a time in milliseconds) of each constant in a header's text."""
     constants = {}
-    for kind, name, expression in CONSTANT.findall(header):
+    for kind, name, expression in CONSTANT.findall(header) + MEMBER.findall(header):
         if expression.startswith('"'):
             constants[name] = (expression.strip('"'), False)
             continue
@@ -201,7 +206,7 @@ def get_named_in_rows(text):
 def find_wrong_marks(text, constants):
     """Figures in prose that are not what the comment after them says."""
     wrong = []
-    for found in re.finditer(r"<!--\s*(k\w+)\s*(?:([*/])\s*([\d.]+)\s*)?-->", text):
+    for found in re.finditer(r"<!--\s*(\w+)\s*(?:([*/])\s*([\d.]+)\s*)?-->", text):
         name, operation, operand = found.groups()
         if name not in constants:
             wrong.append(found.group())
@@ -236,7 +241,7 @@ def get_documents():
     )
 
 
-def get_constants(names=HEADERS):
+def get_constants(names=HEADERS + OTHER_HEADERS):
     constants = {}
     for name in names:
         constants |= read_constants((ROOT / name).read_text(encoding="utf-8"))
@@ -378,6 +383,10 @@ inline constexpr size_t kTail = size_t{1} << 16;
         self.assertEqual(read_constants(self.HEADER), self.CONSTANTS)
         self.assertEqual(count_unread(self.HEADER), 0)
         self.assertEqual(count_unread(self.HEADER + "inline constexpr std::array kMany{{1}, {2}};\n"), 1)
+
+    def test_times_are_read_from_the_defaults_of_members(self):
+        header = "struct Times {\n    std::chrono::milliseconds idle{2'000};  // a comment\n    int count{3};\n};\n"
+        self.assertEqual(read_constants(header), {"idle": (2000, True)})
 
     def test_rows_agree_with_their_constant_or_are_found(self):
         for figure, name, is_right in (
