@@ -1,14 +1,15 @@
-# Sourced by the scripts at the repository's root, for stages that print one line each and keep their
-# output in a log. The sourcing script sets log_directory.
+# Sourced by the scripts at the repository's root: stages that print one line when they start and one
+# when they end, and whose output goes to a log. The sourcing script sets log_directory.
 # shellcheck shell=bash disable=SC2154
 
-# step NAME COMMAND [ARGUMENT...]: runs the command and prints NAME and the time it took. On failure
-# prints the end of its output as well and returns the command's status.
+# step NAME COMMAND [ARGUMENT...]: prints NAME and its log, runs the command, and prints the time it
+# took. On failure prints the end of its output as well and returns the command's status.
 step() {
     local name=$1 log status=0 start=$SECONDS
     shift
     log="$log_directory/${name//[^A-Za-z0-9]/_}.log"
     mkdir -p "$log_directory"
+    printf '%-28s started; its output is in %s\n' "$name" "$log"
     "$@" >"$log" 2>&1 </dev/null || status=$?
     if [ "$status" -eq 0 ]; then
         printf '%-28s ok %5d s\n' "$name" $((SECONDS - start))

@@ -5,7 +5,8 @@
 
 It begins like every Cortex-M image with the initial stack pointer and the reset and exception
 vectors. The rest is a fixed pseudo-random sequence: no two blocks are alike, so a block written to
-the wrong place is noticed. The same arguments always give the same bytes.
+the wrong place is noticed. The last word is free, as erased flash is: over UART the updater replaces
+it. The same arguments always give the same bytes.
 """
 
 import argparse
@@ -15,6 +16,7 @@ FLASH_START = 0x08000000
 STACK_TOP = 0x20014000  # end of an STM32G4's first SRAM
 VECTORS = 118  # stack pointer, 15 system exceptions, 102 interrupts
 THUMB = 1  # every code address of a Cortex-M is odd
+FREE_WORD = b"\xff" * 4
 
 
 def vector_table():
@@ -43,7 +45,9 @@ def main():
 
     table = vector_table()
     with open(arguments.output, "wb") as image:
-        image.write(table + pseudo_random_bytes(arguments.bytes - len(table)))
+        image.write(table)
+        image.write(pseudo_random_bytes(arguments.bytes - len(table) - len(FREE_WORD)))
+        image.write(FREE_WORD)
 
 
 if __name__ == "__main__":

@@ -95,6 +95,7 @@ TEST(DemonstrationImage, IsACortexMImageAtTheProgrammingAddressThatIsLongEnoughT
 
     uint32_t const stack = WordAt(image, 0);
     EXPECT_EQ(stack & 0xFFF00007, 0x20000000U) << "stack pointer, in RAM, aligned";
+    EXPECT_TRUE(image.endsWith(QByteArray(4, '\xFF'))) << "the updater replaces the last word";
     EXPECT_LE(stack, address("boot_mode_address")) << "the stack lies below the marker";
     uint32_t const reset_handler = WordAt(image, 4);
     EXPECT_EQ(reset_handler & 1U, 1U) << "Thumb code";

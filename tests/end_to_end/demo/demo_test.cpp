@@ -153,7 +153,7 @@ TEST_F(McubootDemoTest, EndsAtOnceWithAPictureWhenTheWindowShowsAFailure)
 TEST(Run, RefusesAWrongOptionAndPrintsItsHelpBeforeAnythingIsBuilt)
 {
     QProcess run;
-    for (auto const* arguments : {"--transport serial", "--baud fast", "--nonsense", "--bundle",
+    for (auto const* arguments : {"--transport serial", "--baud fast", "--nonsense", "--bundle", "--bundle /",
                                   "--keep-open --headless", "--help"}) {
         auto const is_help = std::string(arguments) == "--help";
         run.start(QStringLiteral(FW_RUN), QString::fromLatin1(arguments).split(u' '));
