@@ -153,8 +153,8 @@ TEST_F(McubootDemoTest, EndsAtOnceWithAPictureWhenTheWindowShowsAFailure)
 TEST(Run, RefusesAWrongOptionAndPrintsItsHelpBeforeAnythingIsBuilt)
 {
     QProcess run;
-    for (auto const* arguments : {"--transport serial", "--baud fast", "--nonsense", "--bundle", "--bundle /",
-                                  "--keep-open --headless", "--help"}) {
+    for (auto const* arguments : {"--transport serial", "--baud fast", "--nonsense", "--bundle",
+                                  "--bundle /", "--keep-open --headless", "--help"}) {
         auto const is_help = std::string(arguments) == "--help";
         run.start(QStringLiteral(FW_RUN), QString::fromLatin1(arguments).split(u' '));
         ASSERT_TRUE(run.waitForFinished()) << arguments;
