@@ -92,10 +92,14 @@ protected:
     // The error text may be replaced at once: a look that found no unit waits for the update's end.
     void ExpectUpdateFailsWithin(std::chrono::milliseconds limit)
     {
-        this->ExpectScreen([](Screen const& screen) { return !IsUpdating(screen); },
-                           limit + Program::kLimit);
-        auto const time = GetTimeToFail(program_->ReadLog());
-        ASSERT_TRUE(time) << program_->ReadLog().toStdString();
+        std::optional<std::chrono::milliseconds> time;
+        auto const has_failed = [&] {
+            time = GetTimeToFail(program_->ReadLog());
+            return time.has_value();
+        };
+        ASSERT_TRUE(WaitUntil(has_failed, limit + Program::kLimit))
+            << program_->ReadLog().toStdString();
+        this->ExpectScreen([](Screen const& screen) { return !IsUpdating(screen); });
         EXPECT_LE(*time, limit + 1s);
         this->ExpectOneOutcomeEach(u"failed"_s);
     }

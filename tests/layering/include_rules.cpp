@@ -11,7 +11,8 @@
 
 namespace {
 
-constexpr std::string_view kSerialPortOwners[] = {"hal/uart/uart.cpp", "app/window_environment.cpp",
+constexpr std::string_view kSerialPortOwners[] = {"hal/uart/uart.cpp", "hal/uart/port_loss.cpp",
+                                                  "app/window_environment.cpp",
                                                   "updater/serial_line.cpp"};
 
 // A file, or all files of a folder, and one header that the rules would otherwise keep from it.
