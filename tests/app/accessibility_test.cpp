@@ -80,9 +80,9 @@ TEST_F(Accessibility, DescribesFailuresAndAnEraseOverUsbByTheBarsText)
     ReportStatus(ConnectionStatus::Connected);
     StartUpdate();
     StartErase();
-    Expect(u"UPDATING"_s, false, u"Erasing"_s, u"0"_s);
+    Expect(u"UPDATING"_s, true, u"Erasing"_s, u"0"_s);
     FinishErase();
-    Expect(u"UPDATING"_s, false, u"Updating"_s, u"0"_s);
+    Expect(u"UPDATING"_s, true, u"Updating"_s, u"0"_s);
     FinishUpdate(false);
     Expect(u"UPDATING"_s, true, kErrorText, u"0"_s);
 }
