@@ -15,6 +15,7 @@
 #include <limits>
 
 #include "benchmarks/benchmark_image.h"
+#include "config/startup_config.h"
 #include "mcuboot/limits.h"
 #include "tests/support/unit_process.h"
 #include "updater/mcuboot_serial_updater.h"
@@ -24,7 +25,7 @@ namespace {
 using benchmarks::Require;
 using mcuboot::kChunkSize;
 
-constexpr unsigned kBaud = 921600;
+constexpr unsigned kBaud = kDefaultMcubootBaud;
 constexpr double kBitsPerByte = 10;
 constexpr int kImageSize = 256 * 1024;
 constexpr int kRepeats = 3;

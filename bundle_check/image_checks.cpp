@@ -92,8 +92,9 @@ void CheckContent(Config const& config, Place const& place, Ends const& ends, Fi
     if (config.Type() == TargetUart && !is_blank) {
         findings.Note(
             place,
-            u"The last four bytes of the image, %1, are not written; 01 00 00 00 replaces "
-            "them."_s.arg(QString::fromLatin1(replaced.toHex(' '))));
+            u"The last four bytes of the image, %1, are not written; %2 00 00 00 replaces "
+            "them."_s.arg(QString::fromLatin1(replaced.toHex(' ')))
+                .arg(stm32_updater::kMcuId, 2, 16, QLatin1Char('0')));
     }
 }
 

@@ -163,7 +163,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
     // Each step runs even if the one before it failed.
     line.Allow(mcuboot::kQueryTimeout);
     RequireSound(mcuboot::QueryImageState(exchange));
-    auto const value = mcuboot::QueryOtp(exchange, mcuboot::kModelIdKey);
+    auto const value = mcuboot::QueryOtp(exchange, 0x01234711);
     Require((value.answer.outcome == mcuboot::Outcome::kSuccess) == !value.data.isEmpty(),
             "a value is not empty");
     line.Allow(mcuboot::kFirstChunkTimeout);

@@ -20,10 +20,6 @@ inline constexpr uint8_t kEraseCommand = 5;
 inline constexpr uint16_t kOtpGroup = 64;  // the vendor's own
 inline constexpr uint8_t kOtpReadCommand = 0;
 
-// Keys of the unit's one-time-programmable (OTP) area, chosen by its firmware.
-inline constexpr uint32_t kModelIdKey = 0x01234711;       // the first byte is the model
-inline constexpr uint32_t kSerialNumberKey = 0x3CA6A4AF;  // text
-
 // The error code ("rc") of a unit that has no value under an OTP key.
 inline constexpr int32_t kOtpKeyNotFound = 5;
 

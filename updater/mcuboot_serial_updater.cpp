@@ -153,7 +153,7 @@ bool McubootSerialUpdater::verifyDeviceId(QList<uint8_t> const& device_ids)
     if (SkipsModelCheck(fw_target_type_)) {
         return true;
     }
-    auto const model_id = readOtpKey(mcuboot::kModelIdKey);
+    auto const model_id = readOtpKey(kModelIdTag);
     if (!model_id) {
         if (verbose_) {
             qWarning() << "McubootSerialUpdater::verifyDeviceId: failed to read model ID from OTP";
@@ -161,7 +161,7 @@ bool McubootSerialUpdater::verifyDeviceId(QList<uint8_t> const& device_ids)
         return false;
     }
     if (verbose_) {
-        auto const serial_number = readOtpKeyStr(mcuboot::kSerialNumberKey).value_or(QString());
+        auto const serial_number = readOtpKeyStr(kSerialNumberTag).value_or(QString());
         qDebug().noquote() << "McubootSerialUpdater::verifyDeviceId: device model ID"
                            << int{*model_id} << "serial number" << serial_number;
     }

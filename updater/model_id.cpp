@@ -4,7 +4,6 @@
 
 namespace {
 
-constexpr unsigned int kModelIdTag = 0x01234711;
 constexpr size_t kModelIdOffset = 4;  // the first payload byte of the record
 
 }  // namespace

@@ -11,6 +11,11 @@
 inline constexpr size_t kOtpRecords = 32;
 inline constexpr size_t kOtpRecordSize = 16;
 
+// What a value of the OTP area is: the tag of a record, and over MCUboot the key to ask for. The
+// units' firmware has chosen the numbers.
+inline constexpr uint32_t kModelIdTag = 0x01234711;       // the first byte is the model
+inline constexpr uint32_t kSerialNumberTag = 0x3CA6A4AF;  // text
+
 // The fw_target_type of firmware for the vendor's own service, compared exactly.
 inline constexpr char kServiceTarget[] = "service";
 

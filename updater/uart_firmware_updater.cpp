@@ -16,8 +16,8 @@
 
 namespace {
 
-constexpr unsigned char kMcuId = 1;
 constexpr unsigned char kReservedEndpointIds = 1;
+using stm32_updater::kMcuId;
 using stm32_updater::kWordSize;
 
 // The whole file, padded with zeros to whole words; nothing when it cannot be opened or read to its

@@ -2,6 +2,7 @@
 
 #include <QRegularExpression>
 #include <QString>
+#include <algorithm>
 
 #include "modules/stm32_updater/limits.h"
 

@@ -27,6 +27,10 @@ inline constexpr size_t kRxCapacity = 64;
 // Bytes that one Read Memory requests while the OTP area is read; well within kRxCapacity.
 inline constexpr size_t kOtpReadSize = 32;
 
+// The number of the microcontroller that is updated: the first of the four bytes that replace the
+// end of the image. The desktop updates one only.
+inline constexpr uint8_t kMcuId = 1;
+
 // The last bytes of an image, which are written last, by a write of their own. An image below this
 // size has no room for a trailer.
 inline constexpr size_t kTrailerSize = 8;

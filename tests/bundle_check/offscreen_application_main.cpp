@@ -3,10 +3,13 @@
 
 #include <QGuiApplication>
 
+#include "tests/support/warnings.h"
+
 int main(int argc, char** argv)
 {
     testing::InitGoogleMock(&argc, argv);
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QGuiApplication const application(argc, argv);
+    WatchForWarnings();
     return RUN_ALL_TESTS();
 }
