@@ -6,11 +6,11 @@
 
 namespace {
 
-std::string heard;
+std::string last_heard;
 
 void Listen(std::string_view text)
 {
-    heard += text;
+    last_heard += text;
 }
 
 TEST(Console, PrintsTheTextAsItStands)
@@ -22,14 +22,14 @@ TEST(Console, PrintsTheTextAsItStands)
 
 TEST(Console, HandsTheTextToItsListenerUntilThatIsTakenAway)
 {
-    heard.clear();
+    last_heard.clear();
     testing::internal::CaptureStdout();
     kelvane::SetConsoleListener(Listen);
     kelvane::PrintToConsole("one");
     kelvane::SetConsoleListener(nullptr);
     kelvane::PrintToConsole("two");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "onetwo");
-    EXPECT_EQ(heard, "one");
+    EXPECT_EQ(last_heard, "one");
 }
 
 }  // namespace

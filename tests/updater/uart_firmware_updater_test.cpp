@@ -212,14 +212,16 @@ TEST_F(UartUpdate, WritesTheImageReportsItsProgressMarksTheBootModeAndStartsTheF
 
 TEST_F(UartUpdate, PadsTheImageWithZerosToAMultipleOfFourBytes)
 {
-    for (qsizetype size = 5; size <= 12; ++size) {
+    for (size_t size = 5; size <= 12; ++size) {
         unit_->Reset();
         signals_.clear();
         Update(Pattern(size));
 
         auto const kept = size <= 8 ? 4 : 8;
         EXPECT_EQ(signals_.last(), u"finished true"_s) << size;
-        EXPECT_EQ(Flash(16), Pattern(kept) + kTrailerEnd + ErasedBytes(12 - kept)) << size;
+        EXPECT_EQ(Flash(16),
+                  Pattern(static_cast<size_t>(kept)) + kTrailerEnd + ErasedBytes(12 - kept))
+            << size;
     }
 }
 
@@ -247,7 +249,7 @@ TEST_F(UartUpdate, OfAFileThatCannotBeReadSaysSoAndSendsNothing)
 
 TEST_F(UartUpdate, OfAnImageBelowFiveBytesOrOfADirectorySendsNothing)
 {
-    for (qsizetype const size : {0, 1, 4}) {
+    for (auto const size : {0U, 1U, 4U}) {
         SCOPED_TRACE(size);
         ExpectNothingSent(MakeFile(Pattern(size)));
     }
