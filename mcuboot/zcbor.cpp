@@ -150,12 +150,13 @@ struct Head {
 // indefinite length.
 std::optional<Head> PeekHead(zcbor_decode_state& state)
 {
-    if (state.left() == 0) {
+    auto const major = zcbor_peek_major(state);
+    if (!major) {
         Fail(state, ZCBOR_ERR_NO_PAYLOAD);
         return std::nullopt;
     }
     Head head;
-    head.major = *zcbor_peek_major(state);
+    head.major = *major;
     head.additional = *state.payload & 0x1F;
     head.size = 1;
     if (head.additional < kOneByteFollows) {

@@ -46,7 +46,7 @@ McubootRecovery UnitWithFault(FaultKind kind, uint32_t parameter = 0, unsigned a
 // The answer's map: "rc N" for {"rc": N}, "off N" for {"rc": 0, "off": N}, others in hexadecimal.
 std::string MapToText(QByteArray const& map)
 {
-    auto const code = static_cast<int>(map.chopped(2).right(2).toUInt(nullptr, 16));
+    auto const code = static_cast<int>(map.mid(map.size() - 4, 2).toUInt(nullptr, 16));
     auto const value = std::to_string(code < 0x20 ? code : 0x1F - code);
     return map.size() == 12 && map.startsWith("bf627263")             ? "rc " + value
            : map.size() == 22 && map.startsWith("bf62726300636f6666") ? "off " + value

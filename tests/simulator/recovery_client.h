@@ -43,10 +43,12 @@ inline QByteArray BodyOf(QByteArray const& answer)
     return ReadSmpLines(answer);
 }
 
-// The answer's map, in hexadecimal.
+// The answer's map, in hexadecimal; empty without an answer.
 inline QByteArray AskForMap(SerialBootloader& unit, QByteArray const& line)
 {
-    return BodyOf(Ask(unit, line)).mid(10).chopped(2).toHex();
+    auto map = BodyOf(Ask(unit, line)).mid(10);
+    map.chop(2);
+    return map.toHex();
 }
 
 }  // namespace simulator::test
