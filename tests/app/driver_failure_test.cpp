@@ -24,7 +24,7 @@ struct ToolRow {
     char const* log = "";        // FAILURE: REASON, one per line
     char const* runs = "";       // a line of the journal begins so
     char const* runs_not = "-";  // no line begins so
-    std::chrono::milliseconds DriverTimeouts::* timeout = nullptr;  // the one that is reached
+    decltype(&DriverTimeouts::copy) timeout = nullptr;  // the one that is reached
     std::chrono::milliseconds limit = 50ms;
 };
 

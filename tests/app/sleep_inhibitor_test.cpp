@@ -39,7 +39,7 @@ if [ "$1" = -i ]; then
     exec tail -s 0.02 --pid="$last_argument" -f /dev/null
 fi
 while [ "${1#--}" != "$1" ]; do shift; done
-exec 3<&0  # a command in the background gets no input unless it is told
+exec 3<&0  # a command in the background gets no input by itself
 "$@" <&3 &
 echo $! >>"$here/process_ids"
 echo >"$here/holds"

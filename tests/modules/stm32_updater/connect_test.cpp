@@ -55,7 +55,8 @@ TEST_F(ConnectTest, PausesAndWaitsInRealTimeUnlessSaidOtherwise)
     uart.Expect({0x7F});
     std::vector<steady_clock::time_point> levels;
     auto const note = [&](bool) { levels.push_back(steady_clock::now()); };
-    Stm32UartUpdater plain(note, [](bool) {}, uart, bus, update_mutex, 1, false);
+    auto const ignore = [](bool) {};
+    Stm32UartUpdater plain(note, ignore, uart, bus, update_mutex, 1, false);
     bool connected = true;
 
     auto const printed = Printed([&] { connected = plain.ConnectDevice(); });
