@@ -7,6 +7,9 @@
 #include <QString>
 #include <cstdint>
 #include <functional>
+#include <utility>
+
+#include "updater/session_notes.h"
 
 // The result of a connect, verify or disconnect.
 enum class ConnectionStatus {
@@ -34,6 +37,10 @@ public:
     // Reads the unit's model identifier. True when it is in the list.
     virtual bool verifyDeviceId(QList<uint8_t> const& device_ids) = 0;
 
+    // Where sentences about the sessions go, for support. Called on the backend's thread. Before
+    // the first connect.
+    void SetNotes(SessionNotes::Sink sink) { notes_.SetSink(std::move(sink)); }
+
 Q_SIGNALS:
     void UpdateStarted();
     void UpdateFinished(bool status);
@@ -58,4 +65,5 @@ protected:
     void DisconnectAndReport();
 
     QString firmware_path_;
+    SessionNotes notes_;
 };

@@ -20,7 +20,8 @@ namespace {
 
 }  // namespace
 
-Uart::Uart(QString const& port, unsigned baud, QSemaphore* semaphore, QObject* parent)
+Uart::Uart(QString const& port, unsigned baud, QSemaphore* semaphore, QObject* parent,
+           std::function<void(QString const& reason)> const& before_exit)
     : QObject(parent),
       semaphore_(semaphore),
       serial_(new QSerialPort(this)),
@@ -32,6 +33,9 @@ Uart::Uart(QString const& port, unsigned baud, QSemaphore* semaphore, QObject* p
     serial_->setStopBits(QSerialPort::OneStop);
     serial_->setBaudRate(static_cast<qint32>(baud), QSerialPort::AllDirections);
     if (!serial_->open(QIODevice::ReadWrite)) {
+        if (before_exit) {
+            before_exit(serial_->errorString());
+        }
         EndProcess(port);
     }
     connect(serial_, &QSerialPort::readyRead, this, &Uart::onReadData);

@@ -9,6 +9,7 @@
 #include <QByteArray>
 #include <QObject>
 #include <QSemaphore>
+#include <functional>
 
 #include "hal/uart/i_uart_driver.h"
 
@@ -21,9 +22,10 @@ public:
     // Opens `port` at `baud` bits a second with 8 data bits, even parity and 1 stop bit, as the
     // STM32 bootloader requires. A port that cannot be opened ends the whole process with exit
     // status 1: nothing works without it, and starting again is the customer's only remedy.
-    // `semaphore` is borrowed and must outlive this object. Move the object to its thread before
-    // that thread starts.
-    Uart(QString const& port, unsigned baud, QSemaphore* semaphore, QObject* parent);
+    // `before_exit` may then say why, in the system's words. `semaphore` is borrowed and must
+    // outlive this object. Move the object to its thread before that thread starts.
+    Uart(QString const& port, unsigned baud, QSemaphore* semaphore, QObject* parent,
+         std::function<void(QString const& reason)> const& before_exit = {});
     ~Uart() override;
 
 public Q_SLOTS:

@@ -121,6 +121,7 @@ void Stm32UartUpdater::DisconnectDevice()
 std::vector<std::byte> Stm32UartUpdater::GetOtp(unsigned address, unsigned long size)
 {
     std::vector<std::byte> otp;
+    facts_.failure.clear();
     try {
         while (otp.size() < size) {
             auto const rest = size - otp.size();
@@ -140,6 +141,7 @@ void Stm32UartUpdater::ExitDfu(unsigned start_address, unsigned boot_mode_addres
     auto const setup = uart_.GetSetup();
     uart_.Setup(rate_, hal::uart::IUartDriver::Settings::k8E1);
     Subscribe();
+    facts_.failure.clear();
     try {
         CmdWrite(boot_mode_address, kBootModeMarker);
         JumpTo(start_address);
@@ -251,6 +253,7 @@ bool Stm32UartUpdater::DoUpdate(std::span<std::byte const> image, ProgressCallba
     }
     try {
         progress_ = progress;
+        facts_.failure.clear();
         facts_.image_size = image.size();
         facts_.written = 0;
         facts_.refused_blocks = 0;
