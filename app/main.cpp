@@ -30,11 +30,16 @@ int main(int argc, char* argv[])
         DescribeSession(DescribeConfiguration(settings), firmware_path).join(QLatin1Char('\n')));
     auto backend = MakeBackend(settings, firmware_path, paths.dfu_util);
     auto const& updater = *backend.updater;
+    auto const write_note = [&log](QString const& line) { log.Write(line); };
+    backend.updater->SetNotes(write_note);
+    auto environment = WindowEnvironment::System();
+    environment.write_note = write_note;
 
-    MainWindow window(resources, settings, paths.dfu_util, backend.type,
-                      std::move(backend.updater));
+    MainWindow window(resources, settings, paths.dfu_util, backend.type, std::move(backend.updater),
+                      std::move(environment));
     // After the window, which thereby learns of the start before the image is read.
     LogImageOfEachUpdate(updater, firmware_path, log);
+    LogClosingDuringUpdates(application, updater, log);
     window.show();
     return QApplication::exec();
 }

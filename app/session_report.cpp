@@ -4,7 +4,10 @@
 #include <QCryptographicHash>
 #include <QFile>
 #include <QFileInfo>
+#include <QGuiApplication>
 #include <QSysInfo>
+#include <atomic>
+#include <memory>
 
 #include "app/support_log.h"
 
@@ -55,4 +58,21 @@ void LogImageOfEachUpdate(FirmwareUpdaterBase const& backend, QString const& fir
         log.Write(QStringLiteral("update, ") + DescribeImage(firmware_path) +
                   DescribeDigest(firmware_path));
     });
+}
+
+void LogClosingDuringUpdates(QGuiApplication const& application, FirmwareUpdaterBase const& backend,
+                             SupportLog& log)
+{
+    auto const running = std::make_shared<std::atomic<bool>>(false);
+    QObject::connect(&backend, &FirmwareUpdaterBase::UpdateStarted, [running] { *running = true; });
+    QObject::connect(&backend, &FirmwareUpdaterBase::UpdateFinished,
+                     [running] { *running = false; });
+    auto const note = [running, &log] {
+        if (*running) {
+            log.Write(QStringLiteral("the window was closed during the update, which goes on"));
+        }
+    };
+    // While the backend lives, but on the application's thread.
+    QObject::connect(&application, &QGuiApplication::lastWindowClosed, &backend, note,
+                     Qt::DirectConnection);
 }

@@ -6,6 +6,7 @@
 
 #include "updater/firmware_updater_base.h"
 
+class QGuiApplication;
 class SupportLog;
 
 // Versions of program, Qt and system, the configuration's lines as they are given, and the image's
@@ -16,3 +17,8 @@ QStringList DescribeSession(QStringList const& configuration, QString const& fir
 // regular files of at most 16 MiB, on the backend's thread. `log` must outlive the backend.
 void LogImageOfEachUpdate(FirmwareUpdaterBase const& backend, QString const& firmware_path,
                           SupportLog& log);
+
+// From now on the log has a line when the application's last window is closed during an update. The
+// update goes on, and its end adds a line of its own. `log` must outlive the backend.
+void LogClosingDuringUpdates(QGuiApplication const& application, FirmwareUpdaterBase const& backend,
+                             SupportLog& log);

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "app/product_type.h"
+#include "app/repeated_lines.h"
 #include "runtime/console.h"
 
 namespace {
@@ -14,11 +15,23 @@ namespace {
 // The tap's two listeners are plain functions, so what they need is global.
 std::atomic<SupportLog*> tapped_log{nullptr};
 std::atomic<QtMessageHandler> next_handler{nullptr};
+std::mutex repeated_lines_mutex;
+RepeatedLines repeated_lines;
 
 void WriteToTappedLog(QString const& text)
 {
-    if (auto* const log = tapped_log.load()) {
-        log->Write(text);
+    auto* const log = tapped_log.load();
+    if (log == nullptr) {
+        return;
+    }
+    QStringList lines;
+    {
+        std::lock_guard const lock(repeated_lines_mutex);
+        lines = repeated_lines.Take(text);
+    }
+    // Without the lock: what writing brings about may come back here.
+    for (auto const& line : lines) {
+        log->Write(line);
     }
 }
 
@@ -155,5 +168,9 @@ SupportLogTap::~SupportLogTap()
 {
     kelvane::SetConsoleListener(nullptr);
     qInstallMessageHandler(previous_);
-    tapped_log.store(nullptr);
+    auto* const log = tapped_log.exchange(nullptr);
+    std::lock_guard const lock(repeated_lines_mutex);
+    if (auto const count = repeated_lines.Finish(); !count.isEmpty()) {
+        log->Write(count);
+    }
 }

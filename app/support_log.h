@@ -44,7 +44,8 @@ private:
 };
 
 // From its construction to its destruction, copies all messages of Qt's logging and of the shared
-// code's console to the log. There must be only one at a time.
+// code's console to the log; those that repeat themselves are counted (repeated_lines.h). There
+// must be only one at a time.
 class SupportLogTap {
 public:
     // `log` must outlive it.

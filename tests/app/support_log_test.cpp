@@ -238,6 +238,19 @@ TEST_F(SupportLogTest, RecordsWhatTheSharedCodePrints)
     EXPECT_THAT(Lines(), ElementsAre(EndsWith(" output: NACK received, command Erase")));
 }
 
+TEST_F(SupportLogTest, CountsMessagesThatRepeatThemselves)
+{
+    auto const output = GetOutput([this] {
+        SupportLogTap const tap(log_);
+        for (int i = 0; i < 1000; ++i) {
+            qInfo("silent");
+        }
+    });
+    EXPECT_EQ(QString::fromStdString(output).count(u"silent"_s), 1000) << "elsewhere they stay";
+    EXPECT_THAT(Lines(), ElementsAre(EndsWith(" info: silent"), EndsWith(" info: silent"),
+                                     EndsWith(" (the line above came 998 more times)")));
+}
+
 TEST_F(SupportLogTest, IgnoresMessagesThatTheWritingItselfCauses)
 {
     // Qt warns about such a name at each attempt to use it.
