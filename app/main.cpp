@@ -14,7 +14,7 @@
 
 int main(int argc, char* argv[])
 {
-    SupportLog log(GetLogDirectory(QSysInfo::productType(), QDir::homePath(),
+    SupportLog log(GetLogDirectory(QSysInfo::productType(), GetHomeDirectory(),
                                    qEnvironmentVariable("XDG_STATE_HOME")));
     SupportLogTap const tap(log);
     QApplication const application(argc, argv);

@@ -1,5 +1,8 @@
 #include "app/support_log.h"
 
+#include <pwd.h>
+#include <unistd.h>
+
 #include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
@@ -81,16 +84,30 @@ QByteArray MakeEntry(QStringView text)
 
 }  // namespace
 
+QString GetHomeDirectory()
+{
+    auto const home = qEnvironmentVariable("HOME");
+    if (QDir::isAbsolutePath(home)) {
+        return home;
+    }
+    // QDir::homePath() would be the root folder.
+    auto const* const user = ::getpwuid(::getuid());
+    auto const registered = user == nullptr ? QString() : QFile::decodeName(user->pw_dir);
+    return QDir::isAbsolutePath(registered) ? registered : QString();
+}
+
 QString GetLogDirectory(QString const& product_type, QString const& home,
                         QString const& xdg_state_home)
 {
-    if (IsMacos(product_type)) {
-        return home + QStringLiteral("/Library/Logs/Kelvane Firmware Updater");
+    if (!IsMacos(product_type) && QDir::isAbsolutePath(xdg_state_home)) {
+        return xdg_state_home + QStringLiteral("/kelvane-firmware-updater");
     }
-    auto const state = QDir::isAbsolutePath(xdg_state_home)
-                           ? xdg_state_home
-                           : home + QStringLiteral("/.local/state");
-    return state + QStringLiteral("/kelvane-firmware-updater");
+    if (home.isEmpty()) {
+        return {};
+    }
+    return home + (IsMacos(product_type)
+                       ? QStringLiteral("/Library/Logs/Kelvane Firmware Updater")
+                       : QStringLiteral("/.local/state/kelvane-firmware-updater"));
 }
 
 SupportLog::SupportLog(QString directory) : directory_(std::move(directory)) {}
@@ -138,7 +155,7 @@ bool SupportLog::Open()
     }
     QFileInfo const found(CurrentFile());
     // Opening a named pipe would block until it has a reader.
-    if (!QDir().mkpath(directory_) || (found.exists() && !found.isFile())) {
+    if (directory_.isEmpty() || !QDir().mkpath(directory_) || (found.exists() && !found.isFile())) {
         return false;
     }
     file_.setFileName(CurrentFile());

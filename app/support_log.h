@@ -9,9 +9,14 @@
 #include <QStringView>
 #include <mutex>
 
+// This user's home folder: $HOME, or the one that the system's user database names if that variable
+// is not an absolute path. Empty if there is neither.
+QString GetHomeDirectory();
+
 // The folder where the system keeps such files: ~/Library/Logs/... on macOS, $XDG_STATE_HOME/... on
-// other systems, or ~/.local/state/... if that variable is not an absolute path.
-// product_type: as QSysInfo::productType() names it. xdg_state_home: the variable's value.
+// other systems, or ~/.local/state/... if that variable is not an absolute path. Empty if the
+// folder would be below an empty `home`. product_type: as QSysInfo::productType() names it.
+// xdg_state_home: the variable's value.
 QString GetLogDirectory(QString const& product_type, QString const& home,
                         QString const& xdg_state_home);
 
@@ -23,7 +28,7 @@ public:
     static constexpr qint64 kFileSize = 1'000'000;   // bytes, at most
     static constexpr qsizetype kEntrySize = 65'536;  // bytes; longer entries are cut
 
-    // The folder is created by the first entry.
+    // The folder is created by the first entry. Without a folder (empty) nothing is written.
     explicit SupportLog(QString directory);
 
     // Adds the text with the current time; further lines are indented. The system has the entry

@@ -16,6 +16,8 @@ packages=(
     fonts-inter python3 python3-fonttools
     # the simulated unit and a screen for it
     umockdev xvfb openbox xdotool imagemagick x11-utils
+    # assistive technology that reads the window
+    at-spi2-core dbus-daemon gir1.2-atspi-2.0 python3-gi
     # other vendors' programs, which tests use for comparison
     stm32flash dfu-util
 )

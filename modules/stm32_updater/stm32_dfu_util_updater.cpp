@@ -4,6 +4,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QStandardPaths>
+#include <QTemporaryFile>
 #include <QThread>
 #include <QTimer>
 #include <algorithm>
@@ -23,11 +24,20 @@ void DiscardOutput(QProcess& process, QProcess::ProcessChannel channel)
     process.closeReadChannel(channel);
 }
 
+bool IsThere(QFileInfo const& file)
+{
+    return file.exists() || file.isSymLink();
+}
+
 // Removes the file of an earlier run, which must not pass for this unit's area; the tool overwrites
-// no file anyway. False when the file is still there.
+// no file anyway. False when something is still there.
 bool RemoveLeftFile(QString const& path)
 {
-    if (!QFileInfo(path).isFile() || QFile::remove(path) || !QFileInfo(path).isFile()) {
+    QFileInfo const found(path);
+    if ((found.isFile() || found.isSymLink()) && QFile::remove(path)) {
+        return true;
+    }
+    if (!IsThere(QFileInfo(path))) {
         return true;
     }
     qWarning().noquote() << "the OTP area is not read:" << path
@@ -35,11 +45,27 @@ bool RemoveLeftFile(QString const& path)
     return false;
 }
 
-std::vector<std::byte> TakeFile(QString const& path)
+// Anybody can put a file into a shared temporary folder. A file is believed only if it belongs to
+// this user and was written since `marker`, which this user created in the same folder just before
+// the tool ran. A link may lead to somebody else's file, and a pipe would block its reader.
+bool IsOfThisRun(QFileInfo const& file, QFileInfo const& marker)
 {
+    return file.isFile() && !file.isSymLink() && file.ownerId() == marker.ownerId() &&
+           file.lastModified() >= marker.lastModified();
+}
+
+std::vector<std::byte> TakeFile(QString const& path, QFileInfo const& marker)
+{
+    QFileInfo const found(path);
+    if (!IsOfThisRun(found, marker)) {
+        if (IsThere(found)) {
+            qWarning().noquote() << "the OTP area is not read:" << path
+                                 << "was not written by this run of dfu-util";
+        }
+        return {};
+    }
     QFile file(path);
-    // A pipe in the file's place would block until somebody writes to it.
-    if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly)) {
+    if (!file.open(QIODevice::ReadOnly)) {
         return {};
     }
     auto const content = file.readAll();
@@ -136,15 +162,23 @@ std::vector<std::byte> Stm32DfuUtilUpdater::GetOtp(unsigned address, unsigned lo
     if (!RemoveLeftFile(path)) {
         return {};
     }
-    QProcess dfu_util;
-    dfu_util.start(dfu_util_path_, GetOtpArguments(device_, path, address, size),
-                   QIODevice::ReadWrite);
-    DiscardOutput(dfu_util, QProcess::StandardOutput);
-    DiscardOutput(dfu_util, QProcess::StandardError);
-    // The outcome does not matter: what counts is the file.
-    dfu_util.waitForFinished(static_cast<int>(times_.otp_limit.count()));
-    KillIfRunning(dfu_util);
-    return TakeFile(path);
+    QTemporaryFile marker(path + QStringLiteral(".XXXXXX"));
+    if (!marker.open()) {
+        qWarning().noquote() << "the OTP area is not read:" << marker.errorString();
+        return {};
+    }
+    RunForOtp(GetOtpArguments(device_, path, address, size));
+    return TakeFile(path, QFileInfo(marker));
+}
+
+void Stm32DfuUtilUpdater::RunForOtp(QStringList const& arguments) const
+{
+    auto const dfu_util = MakeChildProcess();
+    dfu_util->start(dfu_util_path_, arguments, QIODevice::ReadWrite);
+    DiscardOutput(*dfu_util, QProcess::StandardOutput);
+    DiscardOutput(*dfu_util, QProcess::StandardError);
+    // The outcome does not matter: what counts is the file. A tool that still runs is killed.
+    dfu_util->waitForFinished(static_cast<int>(times_.otp_limit.count()));
 }
 
 bool Stm32DfuUtilUpdater::Update(std::span<std::byte const> /*image*/,

@@ -7,6 +7,7 @@
 #include <QObject>
 #include <QProcess>
 #include <QString>
+#include <QStringList>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -42,7 +43,8 @@ public:
 
     // Reads the OTP area into a file in the temporary directory, and that file into memory. Blocks
     // for up to the limit. Returns what the tool wrote, even if that is not `size` bytes; empty on
-    // failure. The file is removed before and after; if that fails before, the tool does not run.
+    // failure, and if the file is not this user's or not of this run. The file is removed before
+    // and after; if that fails before, the tool does not run.
     std::vector<std::byte> GetOtp(unsigned address, unsigned long size) override;
 
     // The tool cannot write an image from memory: these do nothing and return false.
@@ -75,6 +77,8 @@ public Q_SLOTS:
 
 private:
     void WaitForDownload();
+    // Returns when the tool has ended or was killed.
+    void RunForOtp(QStringList const& arguments) const;
     // Reads the output as it comes: what accumulates between two looks must stay bounded.
     void FollowOutput();
     void ReadOutputLater();
