@@ -8,6 +8,7 @@
 #include <QThread>
 #include <QTimer>
 #include <algorithm>
+#include <cstdio>
 #include <iterator>
 #include <utility>
 
@@ -88,9 +89,9 @@ Stm32DfuUtilUpdater::Stm32DfuUtilUpdater(QObject* parent, QString device, QStrin
       device_(std::move(device)),
       times_(times)
 {
-    // The tool's error messages go to the terminal that started this program.
-    process_->setProcessChannelMode(QProcess::ForwardedErrorChannel);
     connect(process_, &QProcess::readyReadStandardOutput, this, &Stm32DfuUtilUpdater::FollowOutput);
+    connect(process_, &QProcess::readyReadStandardError, this, &Stm32DfuUtilUpdater::FollowErrors);
+    connect(process_, &QProcess::errorOccurred, this, &Stm32DfuUtilUpdater::onProcessError);
     connect(process_, &QProcess::finished, this, &Stm32DfuUtilUpdater::onProcessFinished);
 }
 
@@ -105,6 +106,8 @@ bool Stm32DfuUtilUpdater::Update(std::string file_path, unsigned int address)
             static_cast<Qt::ConnectionType>(Qt::DirectConnection | Qt::UniqueConnection));
 
     output_.clear();
+    facts_ = {};
+    since_start_.start();
     process_->start(dfu_util_path_,
                     GetDownloadArguments(device_, QString::fromStdString(file_path), address),
                     QIODevice::ReadWrite);
@@ -140,8 +143,10 @@ void Stm32DfuUtilUpdater::ReadOutput()
         return;
     }
     if (auto const percentage = FindDownloadPercentage(std::exchange(output_, {}))) {
+        facts_.percent = *percentage;
         if (erasing_) {
             erasing_ = false;
+            facts_.erase_time = std::chrono::milliseconds(since_start_.elapsed());
             Q_EMIT EraseFinished();
         }
         Q_EMIT ProgressUpdate(*percentage);
@@ -149,9 +154,30 @@ void Stm32DfuUtilUpdater::ReadOutput()
     ReadOutputLater();
 }
 
-void Stm32DfuUtilUpdater::onProcessFinished(int /*exit_code*/, QProcess::ExitStatus status)
+void Stm32DfuUtilUpdater::FollowErrors()
+{
+    auto const errors = process_->readAllStandardError();
+    std::fwrite(errors.constData(), 1, static_cast<size_t>(errors.size()), stderr);
+    AppendToTail(facts_.errors, errors);
+}
+
+void Stm32DfuUtilUpdater::onProcessError(QProcess::ProcessError error)
+{
+    if (error == QProcess::FailedToStart) {
+        facts_.start_error = process_->errorString();
+        if (failed_start_) {
+            failed_start_();
+        }
+    }
+}
+
+void Stm32DfuUtilUpdater::onProcessFinished(int exit_code, QProcess::ExitStatus status)
 {
     running_ = false;
+    FollowErrors();
+    facts_.write_time = std::chrono::milliseconds(since_start_.elapsed()) - facts_.erase_time;
+    facts_.crashed = status == QProcess::CrashExit;
+    facts_.exit_code = exit_code;
     Q_EMIT UpdateFinished(status == QProcess::NormalExit);
 }
 
@@ -171,14 +197,21 @@ std::vector<std::byte> Stm32DfuUtilUpdater::GetOtp(unsigned address, unsigned lo
     return TakeFile(path, QFileInfo(marker));
 }
 
-void Stm32DfuUtilUpdater::RunForOtp(QStringList const& arguments) const
+void Stm32DfuUtilUpdater::RunForOtp(QStringList const& arguments)
 {
+    facts_ = {};
     auto const dfu_util = MakeChildProcess();
+    connect(dfu_util.get(), &QProcess::readyReadStandardError, this,
+            [this, &dfu_util] { AppendToTail(facts_.errors, dfu_util->readAllStandardError()); });
     dfu_util->start(dfu_util_path_, arguments, QIODevice::ReadWrite);
     DiscardOutput(*dfu_util, QProcess::StandardOutput);
-    DiscardOutput(*dfu_util, QProcess::StandardError);
-    // The outcome does not matter: what counts is the file. A tool that still runs is killed.
-    dfu_util->waitForFinished(static_cast<int>(times_.otp_limit.count()));
+    // The outcome matters to nobody but support: what counts is the file. A tool that still runs is
+    // killed.
+    if (!dfu_util->waitForFinished(static_cast<int>(times_.otp_limit.count()))) {
+        facts_.start_error = dfu_util->errorString();
+    }
+    facts_.crashed = dfu_util->exitStatus() == QProcess::CrashExit;
+    facts_.exit_code = dfu_util->exitCode();
 }
 
 bool Stm32DfuUtilUpdater::Update(std::span<std::byte const> /*image*/,

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QElapsedTimer>
 #include <QObject>
 #include <QProcess>
 #include <QString>
@@ -11,6 +12,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string>
 #include <vector>
@@ -23,6 +25,17 @@ namespace stm32_updater {
 struct DfuUtilTimes {
     std::chrono::milliseconds poll = kDfuPollInterval;  // between two looks at a download's output
     std::chrono::milliseconds otp_limit = kDfuOtpTimeout;  // for a whole read of the OTP area
+};
+
+// What is known about the last run of the tool, for whoever explains it afterwards.
+struct DfuUtilFacts {
+    std::chrono::milliseconds erase_time{0};  // of a download: until its first percentage was seen
+    std::chrono::milliseconds write_time{0};  // of a download: from then on
+    int percent = 0;                          // of a download, as last seen
+    bool crashed = false;                     // or killed
+    int exit_code = 0;                        // unless it crashed
+    QString start_error;                      // empty for a tool that was started
+    QByteArray errors;                        // the last that it printed to standard error
 };
 
 // Everything runs on the thread to which the object belongs; a download needs that thread's event
@@ -63,6 +76,11 @@ public:
     // has ended.
     void ReadOutput();
 
+    DfuUtilFacts const& Facts() const { return facts_; }
+
+    // Called when the tool of a download cannot be started: no signal reports that.
+    void SetStartFailureHandler(std::function<void()> handler) { failed_start_ = handler; }
+
 Q_SIGNALS:
     void EraseStarted();
     // The first download bar was seen; the tool's own messages about erasing are ignored.
@@ -78,9 +96,11 @@ public Q_SLOTS:
 private:
     void WaitForDownload();
     // Returns when the tool has ended or was killed.
-    void RunForOtp(QStringList const& arguments) const;
+    void RunForOtp(QStringList const& arguments);
     // Reads the output as it comes: what accumulates between two looks must stay bounded.
     void FollowOutput();
+    void FollowErrors();  // and passes them on to the terminal that started this program
+    void onProcessError(QProcess::ProcessError error);
     void ReadOutputLater();
 
     QString dfu_util_path_;
@@ -90,6 +110,9 @@ private:
     bool erasing_ = false;
     QByteArray output_;  // the last of what was printed since the last look
     DfuUtilTimes times_;
+    DfuUtilFacts facts_;
+    QElapsedTimer since_start_;
+    std::function<void()> failed_start_;
 };
 
 }  // namespace stm32_updater
