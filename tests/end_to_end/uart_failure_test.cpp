@@ -39,6 +39,10 @@ TEST_P(EveryBadFirstAnswer, IsAskedForAgainUntilItIsRight)
         unit_->Command(command);
     }
     UpdateToTheEnd();
+    auto const log = program_->ReadLog();
+    EXPECT_EQ(log.count(" no unit answers on "), 2) << "its begin and, with a count, its end";
+    EXPECT_EQ(log.count(" the same "), GetParam().name == std::string("Silence") ? 1 : 0)
+        << log.toStdString();
 }
 
 INSTANTIATE_TEST_SUITE_P(, EveryBadFirstAnswer,
