@@ -150,8 +150,21 @@ TEST_F(McubootTransport, WaitsForAPortThatCannotBeOpenedYet)
     StartProgram();
     ExpectScreen(IsWaiting);
     ExpectScreenStays(IsWaiting, 3s);
+    ExpectLogged(u" no unit answers on .*: the port cannot be opened: .+"_s);
     unit_->Command(u"block off"_s);
     UpdateToTheEnd();
+}
+
+TEST_F(McubootTransport, KeepsTheProgramAliveUntilTheUploadHasReturnedWhenItsWindowIsClosed)
+{
+    Start();
+    StartUpdate();
+    ExpectScreen(IsUpdating);
+    program_->CloseWindow();
+    EXPECT_EQ(program_->WaitForExit(60s), 0);
+    ExpectUnitHoldsImage();
+    ExpectLogged(u" the window was closed during the update"_s);
+    ExpectLogged(u" update succeeded: "_s);
 }
 
 // ---- Updates that fail ----

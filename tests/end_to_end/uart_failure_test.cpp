@@ -125,6 +125,7 @@ TEST_F(UartFailure, EndsWithStatusOneWhenThePortCannotBeOpenedHoweverBusyTheMach
     for (int start = 0; start < 6; ++start) {
         StartProgram();
         EXPECT_EQ(program_->WaitForExit(60s), 1);
+        ExpectLogged(u"ttyUSB\\d+ cannot be opened: .+; the program ends"_s);
         load.emplace_back([](std::stop_token const& stop) {
             while (!stop.stop_requested()) {
             }

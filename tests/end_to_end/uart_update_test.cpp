@@ -101,6 +101,8 @@ TEST_F(UartUpdate, KeepsTheProgramAliveUntilTheUploadHasReturnedWhenItsWindowIsC
     program_->CloseWindow();
     EXPECT_EQ(program_->WaitForExit(60s), 0);
     ExpectUnitHoldsImage();
+    ExpectLogged(u" the window was closed during the update"_s);
+    ExpectLogged(u" update succeeded: "_s);
 }
 
 TEST_F(UartUpdate, LeavesALogOfVersionConfigurationPortsAndStates)
