@@ -27,6 +27,13 @@ inline constexpr char kGap[] = "gap";                         // cause, packets,
 inline constexpr char kEnd[] = "end";                         // outcome
 }  // namespace events
 
+// The name of the interface that events belong to; it is always number 0.
+inline constexpr char kSessionInterface[] = "session";
+
+// The causes of a gap.
+inline constexpr char kGapOfDisk[] = "disk";  // packets came faster than the disk took them
+inline constexpr char kGapOfSize[] = "size";  // the middle of a record that is too large
+
 namespace fields {
 inline constexpr char kPort[] = "port";
 inline constexpr char kTransport[] = "transport";
