@@ -22,6 +22,7 @@ void FirmwareUpdaterBase::RunUpdate()
 void FirmwareUpdaterBase::ConnectAndVerify(QString const& port_name,
                                            QList<uint8_t> const& device_ids, bool verify)
 {
+    record_->BeginSession(port_name);
     if (!connect(port_name)) {
         Q_EMIT UpdateConnectionStatus(ConnectionStatus::Disconnected);
         return;

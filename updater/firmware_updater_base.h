@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <functional>
 
+#include "record/sink.h"
+
 // The result of a connect, verify or disconnect.
 enum class ConnectionStatus {
     Connected = 0,
@@ -34,6 +36,11 @@ public:
     // Reads the unit's model identifier. True when it is in the list.
     virtual bool verifyDeviceId(QList<uint8_t> const& device_ids) = 0;
 
+    // Each request to connect begins a session in `record`, which gets the bytes of all lines. To
+    // be called before the first request; `record` must outlive the backend. Without it, nothing is
+    // recorded.
+    void SetRecord(record::ISink& record) { record_ = &record; }
+
 Q_SIGNALS:
     void UpdateStarted();
     void UpdateFinished(bool status);
@@ -57,5 +64,10 @@ protected:
     void ConnectAndVerify(QString const& port_name, QList<uint8_t> const& device_ids, bool verify);
     void DisconnectAndReport();
 
+    record::ISink& GetRecord() const { return *record_; }
+
     QString firmware_path_;
+
+private:
+    record::ISink* record_ = &record::NoSink();
 };

@@ -8,6 +8,7 @@
 #include "mcuboot/upload.h"
 #include "updater/image_file.h"
 #include "updater/model_id.h"
+#include "updater/recorded_line.h"
 
 namespace {
 
@@ -91,6 +92,7 @@ bool McubootSerialUpdater::connect(QString const& port_name)
     if (!line_) {
         return false;
     }
+    line_ = RecordLine(std::move(line_), GetRecord(), port_name, baud_);
     exchange_.Attach(*line_);
     if (!readImageState()) {
         disconnect();

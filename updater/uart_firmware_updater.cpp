@@ -68,7 +68,7 @@ bool UartFirmwareUpdater::connect(QString const& port)
     // A failed connect leaves its port open, and it cannot be opened twice.
     disconnect();
     uart_thread_ = std::make_unique<QThread>();
-    uart_ = new Uart(port, stm32_updater::kBaudRate, &tx_semaphore_, nullptr);
+    uart_ = new Uart(port, stm32_updater::kBaudRate, &tx_semaphore_, nullptr, GetRecord());
     uart_->moveToThread(uart_thread_.get());
     uart_thread_->start(QThread::InheritPriority);
     QObject::connect(uart_thread_.get(), &QThread::finished, uart_, &QObject::deleteLater);

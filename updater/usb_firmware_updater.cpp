@@ -61,6 +61,8 @@ void UsbFirmwareUpdater::onStartUpdate()
 void UsbFirmwareUpdater::onConnectToDevice(QString const& port_name, QList<uint8_t> device_ids,
                                            bool const& verify)
 {
+    dfu_->SetRecord(GetRecord());
+    GetRecord().BeginSession(port_name);
     if (!connect(port_name)) {
         Q_EMIT UpdateConnectionStatus(ConnectionStatus::Disconnected);
     } else if (verify && !verifyDeviceId(device_ids)) {

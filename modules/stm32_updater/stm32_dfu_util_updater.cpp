@@ -7,6 +7,7 @@
 #include <QThread>
 #include <QTimer>
 #include <algorithm>
+#include <cstdio>
 #include <iterator>
 #include <utility>
 
@@ -17,10 +18,14 @@
 namespace stm32_updater {
 namespace {
 
-// The tool can still write to the channel, but nothing accumulates here.
-void DiscardOutput(QProcess& process, QProcess::ProcessChannel channel)
+constexpr QLatin1String kTool("dfu-util");
+
+char const* GetEnd(QProcess const& process)
 {
-    process.closeReadChannel(channel);
+    if (process.error() == QProcess::FailedToStart) {
+        return "not-started";
+    }
+    return process.exitStatus() == QProcess::NormalExit ? "normal" : "crashed";
 }
 
 // Removes the file of an earlier run, which must not pass for this unit's area; the tool overwrites
@@ -62,10 +67,15 @@ Stm32DfuUtilUpdater::Stm32DfuUtilUpdater(QObject* parent, QString device, QStrin
       device_(std::move(device)),
       times_(times)
 {
-    // The tool's error messages go to the terminal that started this program.
-    process_->setProcessChannelMode(QProcess::ForwardedErrorChannel);
     connect(process_, &QProcess::readyReadStandardOutput, this, &Stm32DfuUtilUpdater::FollowOutput);
+    connect(process_, &QProcess::readyReadStandardError, this, &Stm32DfuUtilUpdater::FollowErrors);
     connect(process_, &QProcess::finished, this, &Stm32DfuUtilUpdater::onProcessFinished);
+    // Of a tool that does not start, nothing else is emitted.
+    connect(process_, &QProcess::errorOccurred, this, [this](auto error) {
+        if (error == QProcess::FailedToStart) {
+            RecordEnd(*process_, GetEnd(*process_));
+        }
+    });
 }
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): the signature is fixed
@@ -79,9 +89,10 @@ bool Stm32DfuUtilUpdater::Update(std::string file_path, unsigned int address)
             static_cast<Qt::ConnectionType>(Qt::DirectConnection | Qt::UniqueConnection));
 
     output_.clear();
-    process_->start(dfu_util_path_,
-                    GetDownloadArguments(device_, QString::fromStdString(file_path), address),
-                    QIODevice::ReadWrite);
+    auto const arguments =
+        GetDownloadArguments(device_, QString::fromStdString(file_path), address);
+    RecordStart(arguments);
+    process_->start(dfu_util_path_, arguments, QIODevice::ReadWrite);
     running_ = true;
     erasing_ = true;
     Q_EMIT EraseStarted();
@@ -92,14 +103,21 @@ bool Stm32DfuUtilUpdater::Update(std::string file_path, unsigned int address)
 void Stm32DfuUtilUpdater::WaitForDownload()
 {
     constexpr int kWithoutLimit = -1;
-    // Nothing looks at the output any more.
-    DiscardOutput(*process_, QProcess::StandardOutput);
     process_->waitForFinished(kWithoutLimit);
 }
 
 void Stm32DfuUtilUpdater::FollowOutput()
 {
-    AppendToTail(output_, process_->readAllStandardOutput());
+    auto const bytes = process_->readAllStandardOutput();
+    RecordOutput(bytes);
+    AppendToTail(output_, bytes);
+}
+
+void Stm32DfuUtilUpdater::FollowErrors()
+{
+    auto const bytes = process_->readAllStandardError();
+    RecordErrors(bytes);
+    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stderr);
 }
 
 void Stm32DfuUtilUpdater::ReadOutputLater()
@@ -126,6 +144,7 @@ void Stm32DfuUtilUpdater::ReadOutput()
 void Stm32DfuUtilUpdater::onProcessFinished(int /*exit_code*/, QProcess::ExitStatus status)
 {
     running_ = false;
+    RecordEnd(*process_, GetEnd(*process_));
     Q_EMIT UpdateFinished(status == QProcess::NormalExit);
 }
 
@@ -137,14 +156,57 @@ std::vector<std::byte> Stm32DfuUtilUpdater::GetOtp(unsigned address, unsigned lo
         return {};
     }
     QProcess dfu_util;
-    dfu_util.start(dfu_util_path_, GetOtpArguments(device_, path, address, size),
-                   QIODevice::ReadWrite);
-    DiscardOutput(dfu_util, QProcess::StandardOutput);
-    DiscardOutput(dfu_util, QProcess::StandardError);
+    // Nothing accumulates here, however much the tool prints.
+    connect(&dfu_util, &QProcess::readyReadStandardOutput, &dfu_util,
+            [&] { RecordOutput(dfu_util.readAllStandardOutput()); });
+    connect(&dfu_util, &QProcess::readyReadStandardError, &dfu_util,
+            [&] { RecordErrors(dfu_util.readAllStandardError()); });
+    auto const arguments = GetOtpArguments(device_, path, address, size);
+    RecordStart(arguments);
+    dfu_util.start(dfu_util_path_, arguments, QIODevice::ReadWrite);
     // The outcome does not matter: what counts is the file.
     dfu_util.waitForFinished(static_cast<int>(times_.otp_limit.count()));
+    auto const is_late = dfu_util.state() != QProcess::NotRunning;
     KillIfRunning(dfu_util);
-    return TakeFile(path);
+    RecordEnd(dfu_util, is_late ? "killed" : GetEnd(dfu_util));
+    auto otp = TakeFile(path);
+    if (!otp.empty()) {
+        auto const line = record_->AddLine(kTool + QLatin1String(" file"),
+                                           QStringLiteral("the OTP area as the tool wrote it"));
+        record_->AddBytes(line, record::Direction::kIn, otp);
+    }
+    return otp;
+}
+
+void Stm32DfuUtilUpdater::RecordStart(QStringList const& arguments)
+{
+    auto const line = record_->AddLine(
+        kTool,
+        QStringLiteral("USB DFU, %1: the tool's arguments and standard output").arg(device_));
+    QByteArray bytes;
+    for (auto const& argument : arguments) {
+        bytes += argument.toUtf8() + '\0';
+    }
+    record_->AddBytes(line, record::Direction::kOut, bytes);
+}
+
+void Stm32DfuUtilUpdater::RecordOutput(QByteArray const& bytes)
+{
+    record_->AddBytes(record_->AddLine(kTool, {}), record::Direction::kIn, bytes);
+}
+
+void Stm32DfuUtilUpdater::RecordErrors(QByteArray const& bytes)
+{
+    auto const line = record_->AddLine(kTool + QLatin1String(" stderr"),
+                                       QStringLiteral("the tool's standard error"));
+    record_->AddBytes(line, record::Direction::kIn, bytes);
+}
+
+void Stm32DfuUtilUpdater::RecordEnd(QProcess const& process, char const* status)
+{
+    record_->AddEvent({QLatin1String(record::events::kExit),
+                       {{QLatin1String(record::fields::kCode), QString::number(process.exitCode())},
+                        {QLatin1String(record::fields::kStatus), QLatin1String(status)}}});
 }
 
 bool Stm32DfuUtilUpdater::Update(std::span<std::byte const> /*image*/,

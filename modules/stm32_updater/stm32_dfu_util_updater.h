@@ -16,6 +16,7 @@
 
 #include "modules/stm32_updater/i_stm32_updater.h"
 #include "modules/stm32_updater/limits.h"
+#include "record/sink.h"
 
 namespace stm32_updater {
 
@@ -34,6 +35,10 @@ public:
     // device: the USB ids "VVVV:PPPP" of the units, in hexadecimal. dfu_util_path: the tool.
     Stm32DfuUtilUpdater(QObject* parent, QString device, QString dfu_util_path,
                         DfuUtilTimes times = {});
+
+    // From now on each run of the tool is recorded: its arguments, what it prints, the OTP area and
+    // how it ended. `record` must outlive this object.
+    void SetRecord(record::ISink& record) { record_ = &record; }
 
     // Writes a file to flash at `address`. Only starts the tool and always returns true; the
     // signals report the rest. Must not be called while a download runs. For a tool that cannot be
@@ -77,6 +82,12 @@ private:
     void WaitForDownload();
     // Reads the output as it comes: what accumulates between two looks must stay bounded.
     void FollowOutput();
+    // Passes the tool's error messages on to the terminal that started this program.
+    void FollowErrors();
+    void RecordStart(QStringList const& arguments);
+    void RecordOutput(QByteArray const& bytes);
+    void RecordErrors(QByteArray const& bytes);
+    void RecordEnd(QProcess const& process, char const* status);
     void ReadOutputLater();
 
     QString dfu_util_path_;
@@ -86,6 +97,7 @@ private:
     bool erasing_ = false;
     QByteArray output_;  // the last of what was printed since the last look
     DfuUtilTimes times_;
+    record::ISink* record_ = &record::NoSink();
 };
 
 }  // namespace stm32_updater
