@@ -25,8 +25,8 @@ QString DescribeImage(QString const& path)
     return name + QStringLiteral("%1 bytes").arg(info.size());
 }
 
-// As text to add to the description; empty if the file is no image, or cannot be read to its end.
-QString DescribeDigest(QString const& path)
+// Hexadecimal SHA-256; empty if the file is no image, or cannot be read to its end.
+QString GetDigest(QString const& path)
 {
     QFileInfo const info(path);
     QFile file(path);
@@ -35,7 +35,7 @@ QString DescribeDigest(QString const& path)
         !hash.addData(&file)) {
         return {};
     }
-    return QStringLiteral(", SHA-256 ") + QString::fromLatin1(hash.result().toHex());
+    return QString::fromLatin1(hash.result().toHex());
 }
 
 }  // namespace
@@ -51,12 +51,21 @@ QStringList DescribeSession(QStringList const& configuration, QString const& fir
 }
 
 void LogImageOfEachUpdate(FirmwareUpdaterBase const& backend, QString const& firmware_path,
-                          SupportLog& log)
+                          SupportLog& log, record::ISink& record)
 {
     // Without a receiver the function runs on the thread that emits the signal.
-    QObject::connect(&backend, &FirmwareUpdaterBase::UpdateStarted, [firmware_path, &log] {
-        log.Write(QStringLiteral("update, ") + DescribeImage(firmware_path) +
-                  DescribeDigest(firmware_path));
+    QObject::connect(&backend, &FirmwareUpdaterBase::UpdateStarted, [firmware_path, &log, &record] {
+        auto const image = QStringLiteral("update, ") + DescribeImage(firmware_path);
+        auto const digest = GetDigest(firmware_path);
+        if (digest.isEmpty()) {
+            log.Write(image);
+            return;
+        }
+        log.Write(image + QStringLiteral(", SHA-256 ") + digest);
+        record.AddEvent({QLatin1String(record::events::kImage),
+                         {{QLatin1String(record::fields::kBytes),
+                           QString::number(QFileInfo(firmware_path).size())},
+                          {QLatin1String(record::fields::kSha256), digest}}});
     });
 }
 

@@ -125,13 +125,23 @@ void SupportLog::Write(QStringView text)
     if (std::exchange(writing, true)) {
         return;
     }
-    Append(MakeEntry(text));
+    Append(text);
     writing = false;
 }
 
-void SupportLog::Append(QByteArray const& entry)
+void SupportLog::SetListener(std::function<void(QStringView)> listener)
 {
     std::lock_guard const lock(mutex_);
+    listener_ = std::move(listener);
+}
+
+void SupportLog::Append(QStringView text)
+{
+    auto const entry = MakeEntry(text);
+    std::lock_guard const lock(mutex_);
+    if (listener_) {
+        listener_(text);
+    }
     if (!Open()) {
         return;
     }

@@ -7,6 +7,7 @@
 #include <QString>
 #include <QStringList>
 #include <QStringView>
+#include <functional>
 #include <mutex>
 
 // This user's home folder: $HOME, or the one that the system's user database names if that variable
@@ -35,17 +36,22 @@ public:
     // when this returns. Messages that Qt prints because of the writing itself are not logged.
     void Write(QStringView text);
 
+    // From now on gets each text before it is written, on the thread that writes it. Must not write
+    // to the log. An empty one ends that.
+    void SetListener(std::function<void(QStringView)> listener);
+
     QString CurrentFile() const { return GetFile(0); }
 
 private:
     QString GetFile(int age) const;
-    void Append(QByteArray const& entry);
+    void Append(QStringView text);
     bool Open();
     void Rotate();
 
     std::mutex mutex_;
     QString directory_;
     QFile file_;
+    std::function<void(QStringView)> listener_;
 };
 
 // From its construction to its destruction, copies all messages of Qt's logging and of the shared

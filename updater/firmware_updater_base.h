@@ -11,6 +11,8 @@
 
 #include "updater/session_notes.h"
 
+#include "record/sink.h"
+
 // The result of a connect, verify or disconnect.
 enum class ConnectionStatus {
     Connected = 0,
@@ -40,6 +42,10 @@ public:
     // Where sentences about the sessions go, for support. Called on the backend's thread. Before
     // the first connect.
     void SetNotes(SessionNotes::Sink sink) { notes_.SetSink(std::move(sink)); }
+    // Each request to connect begins a session in `record`, which gets the bytes of all lines. To
+    // be called before the first request; `record` must outlive the backend. Without it, nothing is
+    // recorded.
+    void SetRecord(record::ISink& record) { record_ = &record; }
 
 Q_SIGNALS:
     void UpdateStarted();
@@ -64,6 +70,11 @@ protected:
     void ConnectAndVerify(QString const& port_name, QList<uint8_t> const& device_ids, bool verify);
     void DisconnectAndReport();
 
+    record::ISink& GetRecord() const { return *record_; }
+
     QString firmware_path_;
     SessionNotes notes_;
+
+private:
+    record::ISink* record_ = &record::NoSink();
 };

@@ -8,6 +8,7 @@
 #include "mcuboot/cbor_dump.h"
 #include "updater/image_file.h"
 #include "updater/model_id.h"
+#include "updater/recorded_line.h"
 
 namespace {
 
@@ -93,6 +94,7 @@ bool McubootSerialUpdater::connect(QString const& port_name)
         notes_.failure = QStringLiteral("the port cannot be opened: ") + reason;
         return false;
     }
+    line_ = RecordLine(std::move(line_), GetRecord(), port_name, baud_);
     exchange_.Attach(*line_);
     if (!readImageState()) {
         disconnect();

@@ -68,7 +68,7 @@ bool UartFirmwareUpdater::connect(QString const& port)
     // A failed connect leaves its port open, and it cannot be opened twice.
     disconnect();
     uart_thread_ = std::make_unique<QThread>();
-    uart_ = new Uart(port, stm32_updater::kBaudRate, &tx_semaphore_, nullptr,
+    uart_ = new Uart(port, stm32_updater::kBaudRate, &tx_semaphore_, nullptr, GetRecord(),
                      [this, &port](QString const& reason) {
                          notes_.Write(port + QStringLiteral(" cannot be opened: ") + reason +
                                       QStringLiteral("; the program ends"));

@@ -106,6 +106,8 @@ void UsbFirmwareUpdater::onStartUpdate()
 void UsbFirmwareUpdater::onConnectToDevice(QString const& port_name, QList<uint8_t> device_ids,
                                            bool const& verify)
 {
+    dfu_->SetRecord(GetRecord());
+    GetRecord().BeginSession(port_name);
     notes_.ConnectRequested(QStringLiteral("USB"));
     notes_.unit =
         QStringLiteral("a DFU device with the ids ") + QLatin1String(stm32_updater::kDfuDevice);

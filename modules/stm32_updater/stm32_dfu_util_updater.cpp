@@ -19,10 +19,14 @@
 namespace stm32_updater {
 namespace {
 
-// The tool can still write to the channel, but nothing accumulates here.
-void DiscardOutput(QProcess& process, QProcess::ProcessChannel channel)
+constexpr QLatin1String kTool("dfu-util");
+
+char const* GetEnd(QProcess const& process)
 {
-    process.closeReadChannel(channel);
+    if (process.error() == QProcess::FailedToStart) {
+        return "not-started";
+    }
+    return process.exitStatus() == QProcess::NormalExit ? "normal" : "crashed";
 }
 
 bool IsThere(QFileInfo const& file)
@@ -108,9 +112,10 @@ bool Stm32DfuUtilUpdater::Update(std::string file_path, unsigned int address)
     output_.clear();
     facts_ = {};
     since_start_.start();
-    process_->start(dfu_util_path_,
-                    GetDownloadArguments(device_, QString::fromStdString(file_path), address),
-                    QIODevice::ReadWrite);
+    auto const arguments =
+        GetDownloadArguments(device_, QString::fromStdString(file_path), address);
+    RecordStart(arguments);
+    process_->start(dfu_util_path_, arguments, QIODevice::ReadWrite);
     running_ = true;
     erasing_ = true;
     Q_EMIT EraseStarted();
@@ -121,14 +126,21 @@ bool Stm32DfuUtilUpdater::Update(std::string file_path, unsigned int address)
 void Stm32DfuUtilUpdater::WaitForDownload()
 {
     constexpr int kWithoutLimit = -1;
-    // Nothing looks at the output any more.
-    DiscardOutput(*process_, QProcess::StandardOutput);
     process_->waitForFinished(kWithoutLimit);
 }
 
 void Stm32DfuUtilUpdater::FollowOutput()
 {
-    AppendToTail(output_, process_->readAllStandardOutput());
+    auto const bytes = process_->readAllStandardOutput();
+    RecordOutput(bytes);
+    AppendToTail(output_, bytes);
+}
+
+void Stm32DfuUtilUpdater::FollowErrors()
+{
+    auto const bytes = process_->readAllStandardError();
+    RecordErrors(bytes);
+    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stderr);
 }
 
 void Stm32DfuUtilUpdater::ReadOutputLater()
@@ -154,17 +166,11 @@ void Stm32DfuUtilUpdater::ReadOutput()
     ReadOutputLater();
 }
 
-void Stm32DfuUtilUpdater::FollowErrors()
-{
-    auto const errors = process_->readAllStandardError();
-    std::fwrite(errors.constData(), 1, static_cast<size_t>(errors.size()), stderr);
-    AppendToTail(facts_.errors, errors);
-}
-
 void Stm32DfuUtilUpdater::onProcessError(QProcess::ProcessError error)
 {
     if (error == QProcess::FailedToStart) {
         facts_.start_error = process_->errorString();
+        RecordEnd(*process_, GetEnd(*process_));
         if (failed_start_) {
             failed_start_();
         }
@@ -174,10 +180,10 @@ void Stm32DfuUtilUpdater::onProcessError(QProcess::ProcessError error)
 void Stm32DfuUtilUpdater::onProcessFinished(int exit_code, QProcess::ExitStatus status)
 {
     running_ = false;
-    FollowErrors();
     facts_.write_time = std::chrono::milliseconds(since_start_.elapsed()) - facts_.erase_time;
     facts_.crashed = status == QProcess::CrashExit;
     facts_.exit_code = exit_code;
+    RecordEnd(*process_, GetEnd(*process_));
     Q_EMIT UpdateFinished(status == QProcess::NormalExit);
 }
 
@@ -194,24 +200,68 @@ std::vector<std::byte> Stm32DfuUtilUpdater::GetOtp(unsigned address, unsigned lo
         return {};
     }
     RunForOtp(GetOtpArguments(device_, path, address, size));
-    return TakeFile(path, QFileInfo(marker));
+    auto otp = TakeFile(path, QFileInfo(marker));
+    if (!otp.empty()) {
+        auto const line = record_->AddLine(kTool + QLatin1String(" file"),
+                                           QStringLiteral("the OTP area as the tool wrote it"));
+        record_->AddBytes(line, record::Direction::kIn, otp);
+    }
+    return otp;
 }
 
 void Stm32DfuUtilUpdater::RunForOtp(QStringList const& arguments)
 {
     facts_ = {};
     auto const dfu_util = MakeChildProcess();
+    // Nothing accumulates here, however much the tool prints.
+    connect(dfu_util.get(), &QProcess::readyReadStandardOutput, this,
+            [this, &dfu_util] { RecordOutput(dfu_util->readAllStandardOutput()); });
     connect(dfu_util.get(), &QProcess::readyReadStandardError, this,
-            [this, &dfu_util] { AppendToTail(facts_.errors, dfu_util->readAllStandardError()); });
+            [this, &dfu_util] { RecordErrors(dfu_util->readAllStandardError()); });
+    RecordStart(arguments);
     dfu_util->start(dfu_util_path_, arguments, QIODevice::ReadWrite);
-    DiscardOutput(*dfu_util, QProcess::StandardOutput);
-    // The outcome matters to nobody but support: what counts is the file. A tool that still runs is
-    // killed.
-    if (!dfu_util->waitForFinished(static_cast<int>(times_.otp_limit.count()))) {
+    // The outcome matters to nobody but support: what counts is the file.
+    auto const ended = dfu_util->waitForFinished(static_cast<int>(times_.otp_limit.count()));
+    if (!ended) {
         facts_.start_error = dfu_util->errorString();
     }
+    auto const is_late = dfu_util->state() != QProcess::NotRunning;
+    KillIfRunning(*dfu_util);
     facts_.crashed = dfu_util->exitStatus() == QProcess::CrashExit;
     facts_.exit_code = dfu_util->exitCode();
+    RecordEnd(*dfu_util, is_late ? "killed" : GetEnd(*dfu_util));
+}
+
+void Stm32DfuUtilUpdater::RecordStart(QStringList const& arguments)
+{
+    auto const line = record_->AddLine(
+        kTool,
+        QStringLiteral("USB DFU, %1: the tool's arguments and standard output").arg(device_));
+    QByteArray bytes;
+    for (auto const& argument : arguments) {
+        bytes += argument.toUtf8() + '\0';
+    }
+    record_->AddBytes(line, record::Direction::kOut, bytes);
+}
+
+void Stm32DfuUtilUpdater::RecordOutput(QByteArray const& bytes)
+{
+    record_->AddBytes(record_->AddLine(kTool, {}), record::Direction::kIn, bytes);
+}
+
+void Stm32DfuUtilUpdater::RecordErrors(QByteArray const& bytes)
+{
+    AppendToTail(facts_.errors, bytes);
+    auto const line = record_->AddLine(kTool + QLatin1String(" stderr"),
+                                       QStringLiteral("the tool's standard error"));
+    record_->AddBytes(line, record::Direction::kIn, bytes);
+}
+
+void Stm32DfuUtilUpdater::RecordEnd(QProcess const& process, char const* status)
+{
+    record_->AddEvent({QLatin1String(record::events::kExit),
+                       {{QLatin1String(record::fields::kCode), QString::number(process.exitCode())},
+                        {QLatin1String(record::fields::kStatus), QLatin1String(status)}}});
 }
 
 bool Stm32DfuUtilUpdater::Update(std::span<std::byte const> /*image*/,

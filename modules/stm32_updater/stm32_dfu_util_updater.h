@@ -19,6 +19,7 @@
 
 #include "modules/stm32_updater/i_stm32_updater.h"
 #include "modules/stm32_updater/limits.h"
+#include "record/sink.h"
 
 namespace stm32_updater {
 
@@ -48,6 +49,10 @@ public:
     // device: the USB ids "VVVV:PPPP" of the units, in hexadecimal. dfu_util_path: the tool.
     Stm32DfuUtilUpdater(QObject* parent, QString device, QString dfu_util_path,
                         DfuUtilTimes times = {});
+
+    // From now on each run of the tool is recorded: its arguments, what it prints, the OTP area and
+    // how it ended. `record` must outlive this object.
+    void SetRecord(record::ISink& record) { record_ = &record; }
 
     // Writes a file to flash at `address`. Only starts the tool and always returns true; the
     // signals report the rest. Must not be called while a download runs. For a tool that cannot be
@@ -99,8 +104,13 @@ private:
     void RunForOtp(QStringList const& arguments);
     // Reads the output as it comes: what accumulates between two looks must stay bounded.
     void FollowOutput();
-    void FollowErrors();  // and passes them on to the terminal that started this program
+    // Passes the tool's error messages on to the terminal that started this program.
+    void FollowErrors();
     void onProcessError(QProcess::ProcessError error);
+    void RecordStart(QStringList const& arguments);
+    void RecordOutput(QByteArray const& bytes);
+    void RecordErrors(QByteArray const& bytes);
+    void RecordEnd(QProcess const& process, char const* status);
     void ReadOutputLater();
 
     QString dfu_util_path_;
@@ -113,6 +123,7 @@ private:
     DfuUtilFacts facts_;
     QElapsedTimer since_start_;
     std::function<void()> failed_start_;
+    record::ISink* record_ = &record::NoSink();
 };
 
 }  // namespace stm32_updater
