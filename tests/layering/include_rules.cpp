@@ -56,6 +56,7 @@ std::string TopFolder(std::string const& path)
 std::map<std::string, std::set<std::string>> const kFoldersBelow{
     {"bundle_check", {"config", "modules", "mcuboot"}},
     {"config", {}},
+    {"session_view", {"record", "modules", "mcuboot"}},
     {"app", {"config", "updater", "modules", "mcuboot", "hal", "record", "runtime"}},
     {"updater", {"modules", "mcuboot", "hal", "record", "runtime"}},
     {"modules", {"runtime"}},

@@ -67,11 +67,11 @@ TEST(Layering, TheProgramKeepsToTheRules)
 
 TEST(Layering, NoHeadersIncludeEachOtherInACircle)
 {
-    EXPECT_THAT(
-        FindCircles(ReadSources(FW_SOURCE_DIR, {"app", "config", "updater", "modules", "mcuboot",
-                                                "hal", "record", "runtime", "bundle_check",
-                                                "simulator", "tests", "benchmarks", "fuzz"})),
-        IsEmpty());
+    EXPECT_THAT(FindCircles(ReadSources(
+                    FW_SOURCE_DIR,
+                    {"app", "config", "updater", "modules", "mcuboot", "hal", "record", "runtime",
+                     "bundle_check", "session_view", "simulator", "tests", "benchmarks", "fuzz"})),
+                IsEmpty());
 }
 
 TEST(Layering, TheSimulatorAndTheBundleCheckerKeepToTheRules)
@@ -81,6 +81,14 @@ TEST(Layering, TheSimulatorAndTheBundleCheckerKeepToTheRules)
     EXPECT_THAT(checker, testing::Not(IsEmpty()));
     EXPECT_THAT(FindUpwardIncludes(checker), IsEmpty());
     EXPECT_THAT(FindForbiddenQt(checker, IsCoreHeader), IsEmpty());
+}
+
+TEST(Layering, TheReaderOfRecordsKeepsToTheRules)
+{
+    auto const reader = ReadSources(FW_SOURCE_DIR, {"session_view"});
+    EXPECT_THAT(reader, testing::Not(IsEmpty()));
+    EXPECT_THAT(FindUpwardIncludes(reader), IsEmpty());
+    EXPECT_THAT(FindForbiddenQt(reader, IsCoreHeader), IsEmpty());
 }
 
 TEST(Layering, OnlyTheTableSpellsTheConfigurationsKeys)
