@@ -70,9 +70,9 @@ std::vector<Answer> SerialBootloader::TakeUnasked()
 // Whether an answer to an earlier byte of the piece keeps the unit busy.
 bool SerialBootloader::IsLosing() const
 {
-    constexpr std::chrono::microseconds kNoTime{0};
-    return is_deaf_while_busy_ &&
-           std::ranges::any_of(answers_, [&](auto busy) { return busy > kNoTime; }, &Answer::busy);
+    return is_deaf_while_busy_ && std::ranges::any_of(answers_, [](auto const& answer) {
+               return answer.busy.count() > 0;
+           });
 }
 
 void SerialBootloader::Send(std::vector<std::byte> bytes, std::chrono::microseconds busy,
