@@ -1,0 +1,71 @@
+// The parts of the USB matrix: a session in a process of its own, what its signals mean for the
+// window, and many runs side by side.
+#pragma once
+
+#include <QByteArray>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace cuts {
+
+// How a run ended. Runs with the same end are one row of the table.
+struct UsbEnd {
+    std::string result;   // the last signal that reports a status
+    std::string window;   // the button's text, and the bar's if it is an error
+    std::string problem;  // empty unless something is wrong
+};
+
+// A condition that did not come true in time; the text says which.
+class UsbTimeout : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+// The program usb_session. Not thread-safe; each run has its own.
+class UsbSession {
+public:
+    // Runs the backend with that tool. Its temporary files go to a folder of its own.
+    UsbSession(QString const& tool, QString const& image,
+               QProcessEnvironment environment = QProcessEnvironment::systemEnvironment());
+    ~UsbSession();  // ends it
+
+    void Send(QByteArray const& command);
+
+    // Waits for a line that begins like that and returns it. Throws UsbTimeout.
+    QString WaitFor(QString const& beginning);
+
+    // Waits until `condition` holds. Throws UsbTimeout with `what`.
+    void WaitUntil(std::function<bool()> const& condition, char const* what);
+
+    // The process of the download in progress; 0 without one. Proves that the worker thread answers.
+    pid_t AskForTool();
+
+    // Whether the backend has reported the end of an update.
+    bool IsFinished() const;
+
+    // Closes the session and waits for its end, unless Send() has already closed it. Throws
+    // UsbTimeout.
+    UsbEnd Close();
+
+private:
+    void ReadLines(int timeout_ms);
+
+    QTemporaryDir temporary_;
+    QProcess process_;
+    QStringList lines_;  // all, in order
+};
+
+// 'T' for a process that is stopped; '-' for one that is gone.
+char GetProcessState(pid_t process);
+
+// Runs `run` for each index below `count`, many at a time, and returns the results in order. An
+// exception becomes the result's problem.
+std::vector<UsbEnd> RunSideBySide(size_t count, std::function<UsbEnd(size_t)> const& run);
+
+}  // namespace cuts
