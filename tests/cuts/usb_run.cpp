@@ -5,9 +5,12 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <optional>
 #include <thread>
 
 #include "app/window_state.h"
+#include "tests/cuts/document_table.h"
+#include "tests/cuts/long_run.h"
 #include "tests/support/files.h"
 
 using namespace Qt::StringLiterals;
@@ -18,6 +21,9 @@ namespace {
 // For what comes at once on an idle machine, or after a poll or a limit of the backend's.
 constexpr int kPatienceMs = 90'000;
 constexpr int kLookMs = 10;
+
+// How long a process that should not end is watched.
+constexpr int kWatchMs = 300;
 
 // Most of the runs wait.
 constexpr size_t kRunsAtOnce = 40;
@@ -51,6 +57,7 @@ std::optional<WindowEvent> FindEvent(QString const& signal)
     return found == kEvents.end() ? std::nullopt : std::optional(found->second);
 }
 
+// Connected, VerificationFailed, and the end of an update.
 bool IsStatus(QString const& signal)
 {
     return signal.startsWith(u"finished"_s) || signal == u"Connected"_s ||
@@ -58,6 +65,10 @@ bool IsStatus(QString const& signal)
 }
 
 }  // namespace
+
+std::string const kErrorText = GetWindowChange(WindowEvent::UpdateFailed, TargetUsb)
+                                   .progress_format.value_or(u"none"_s)
+                                   .toStdString();
 
 UsbSession::UsbSession(QString const& tool, QString const& image, QProcessEnvironment environment)
 {
@@ -84,29 +95,41 @@ void UsbSession::Send(QByteArray const& command)
 
 QString UsbSession::WaitFor(QString const& beginning)
 {
-    auto const seen = lines_.size();
-    qsizetype found = -1;
+    QString found;
     auto const what = "no line " + beginning.toStdString();
     WaitUntil(
         [&] {
-            for (auto i = seen; i < lines_.size() && found < 0; ++i) {
-                found = lines_.at(i).startsWith(beginning) ? i : found;
+            while (found.isEmpty() && looked_at_ < lines_.size()) {
+                auto const& line = lines_.at(looked_at_++);
+                found = line.startsWith(beginning) ? line : QString();
             }
-            return found >= 0;
+            return !found.isEmpty();
         },
         what.c_str());
-    return lines_.at(found);
+    return found;
 }
 
 void UsbSession::WaitUntil(std::function<bool()> const& condition, char const* what)
 {
     QDeadlineTimer const end(kPatienceMs);
-    while (!condition()) {
-        if (end.hasExpired() || process_.state() == QProcess::NotRunning) {
-            throw UsbTimeout(what + (": " + lines_.join(u", "_s)).toStdString());
+    for (ReadLines(0); !condition(); ReadLines(kLookMs)) {
+        if (end.hasExpired()) {
+            throw UsbTimeout(what + (u": "_s + lines_.join(u", "_s)).toStdString());
         }
-        ReadLines(kLookMs);
     }
+}
+
+void UsbSession::WaitForStatus()
+{
+    WaitUntil(
+        [&] {
+            bool found = false;
+            while (!found && looked_at_ < lines_.size()) {
+                found = IsStatus(lines_.at(looked_at_++));
+            }
+            return found;
+        },
+        "no status");
 }
 
 pid_t UsbSession::AskForTool()
@@ -119,6 +142,11 @@ bool UsbSession::IsFinished() const
 {
     return std::ranges::any_of(lines_,
                                [](auto const& line) { return line.startsWith(u"finished"_s); });
+}
+
+bool UsbSession::StaysAlive()
+{
+    return !process_.waitForFinished(kWatchMs);
 }
 
 UsbEnd UsbSession::Close()
@@ -137,7 +165,7 @@ UsbEnd UsbSession::Close()
         end.result = IsStatus(line) ? line.toStdString() : end.result;
         end.problem += line.startsWith(u"warning"_s) ? line.toStdString() + "; " : "";
     }
-    auto const is_error = window.bar.startsWith(u"Error"_s);
+    auto const is_error = window.bar.toStdString() == kErrorText;
     end.window = (is_error ? window.button + u", "_s + window.bar : window.button).toStdString();
     if (process_.exitCode() != 0 || lines_.isEmpty() || lines_.last() != u"left nothing"_s) {
         end.problem += "ended with: " + lines_.join(u", "_s).toStdString();
@@ -161,6 +189,34 @@ char GetProcessState(pid_t process)
     auto const stat = ReadFile(u"/proc/%1/stat"_s.arg(process));
     auto const name_end = stat.lastIndexOf(')');
     return name_end < 0 ? '-' : stat.at(name_end + 2);
+}
+
+void UsbTable::Add(std::string const& when, std::string const& event, std::string const& where,
+                   UsbEnd const& end, UsbEnd const& expected)
+{
+    EXPECT_EQ(end.problem, "") << when << ", " << event << ", " << where;
+    EXPECT_EQ(end.result, expected.result) << when << ", " << event << ", " << where;
+    EXPECT_EQ(end.window, expected.window) << when << ", " << event << ", " << where;
+    std::vector const row{when, event, end.result, end.window};
+    auto const same =
+        std::ranges::find(rows_, row, &std::pair<std::vector<std::string>, int>::first);
+    if (same == rows_.end()) {
+        rows_.emplace_back(row, 1);
+    } else {
+        ++same->second;
+    }
+}
+
+testing::AssertionResult UsbTable::IsInDocument(std::string const& name) const
+{
+    if (!IsLongRun()) {
+        return testing::AssertionSuccess();
+    }
+    DocumentTable table({"When", "What happens", "Cases", "Result", "Window"});
+    for (auto const& [row, cases] : rows_) {
+        table.Add({row[0], row[1], std::to_string(cases), row[2], row[3]});
+    }
+    return cuts::IsInDocument(table, name);
 }
 
 std::vector<UsbEnd> RunSideBySide(size_t count, std::function<UsbEnd(size_t)> const& run)

@@ -1,6 +1,8 @@
 // The parts of the USB matrix: a session in a process of its own, what its signals mean for the
-// window, and many runs side by side.
+// window, many runs side by side, and their table.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <QByteArray>
 #include <QProcess>
@@ -11,11 +13,12 @@
 #include <functional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace cuts {
 
-// How a run ended. Runs with the same end are one row of the table.
+// How a run ended.
 struct UsbEnd {
     std::string result;   // the last signal that reports a status
     std::string window;   // the button's text, and the bar's if it is an error
@@ -37,17 +40,25 @@ public:
 
     void Send(QByteArray const& command);
 
-    // Waits for a line that begins like that and returns it. Throws UsbTimeout.
+    // Waits for the next line that begins like that and returns it. Throws UsbTimeout.
     QString WaitFor(QString const& beginning);
+
+    // Waits until the last command has led to a status: Connected, VerificationFailed, or the end
+    // of an update. Throws UsbTimeout.
+    void WaitForStatus();
 
     // Waits until `condition` holds. Throws UsbTimeout with `what`.
     void WaitUntil(std::function<bool()> const& condition, char const* what);
 
-    // The process of the download in progress; 0 without one. Proves that the worker thread answers.
+    // The process of the download in progress; 0 without one. Proves that the worker thread
+    // answers.
     pid_t AskForTool();
 
     // Whether the backend has reported the end of an update.
     bool IsFinished() const;
+
+    // Whether the process goes on for a while after Send("close").
+    bool StaysAlive();
 
     // Closes the session and waits for its end, unless Send() has already closed it. Throws
     // UsbTimeout.
@@ -58,7 +69,8 @@ private:
 
     QTemporaryDir temporary_;
     QProcess process_;
-    QStringList lines_;  // all, in order
+    QStringList lines_;        // all, in order
+    qsizetype looked_at_ = 0;  // by WaitFor()
 };
 
 // 'T' for a process that is stopped; '-' for one that is gone.
@@ -67,5 +79,22 @@ char GetProcessState(pid_t process);
 // Runs `run` for each index below `count`, many at a time, and returns the results in order. An
 // exception becomes the result's problem.
 std::vector<UsbEnd> RunSideBySide(size_t count, std::function<UsbEnd(size_t)> const& run);
+
+// Compares each run with what is expected of it, and makes the table: a row for each kind of run
+// and each end.
+class UsbTable {
+public:
+    void Add(std::string const& when, std::string const& event, std::string const& where,
+             UsbEnd const& end, UsbEnd const& expected);
+
+    // Whether it is the table of that name in docs/cut-matrix.md, if this is a long run.
+    testing::AssertionResult IsInDocument(std::string const& name) const;
+
+private:
+    std::vector<std::pair<std::vector<std::string>, int>> rows_;  // and the number of cases
+};
+
+// The window's text for every failure.
+extern std::string const kErrorText;
 
 }  // namespace cuts
