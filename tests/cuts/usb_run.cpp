@@ -57,11 +57,12 @@ std::optional<WindowEvent> FindEvent(QString const& signal)
     return found == kEvents.end() ? std::nullopt : std::optional(found->second);
 }
 
-// Connected, VerificationFailed, and the end of an update.
+// The end of a listing, of a connect and of an update.
 bool IsStatus(QString const& signal)
 {
-    return signal.startsWith(u"finished"_s) || signal == u"Connected"_s ||
-           signal == u"VerificationFailed"_s;
+    static QStringList const kConnects{u"Connected"_s, u"VerificationFailed"_s};
+    return signal.startsWith(u"listed"_s) || signal.startsWith(u"finished"_s) ||
+           kConnects.contains(signal);
 }
 
 }  // namespace
@@ -212,7 +213,7 @@ testing::AssertionResult UsbTable::IsInDocument(std::string const& name) const
     if (!IsLongRun()) {
         return testing::AssertionSuccess();
     }
-    DocumentTable table({"When", "What happens", "Cases", "Result", "Window"});
+    DocumentTable table({"During", "What happens", "Cases", "Backend", "Window"});
     for (auto const& [row, cases] : rows_) {
         table.Add({row[0], row[1], std::to_string(cases), row[2], row[3]});
     }

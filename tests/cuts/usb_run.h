@@ -20,7 +20,7 @@ namespace cuts {
 
 // How a run ended.
 struct UsbEnd {
-    std::string result;   // the last signal that reports a status
+    std::string result;   // the last status: "listed 1", "Connected", "finished true", ...
     std::string window;   // the button's text, and the bar's if it is an error
     std::string problem;  // empty unless something is wrong
 };
@@ -43,8 +43,7 @@ public:
     // Waits for the next line that begins like that and returns it. Throws UsbTimeout.
     QString WaitFor(QString const& beginning);
 
-    // Waits until the last command has led to a status: Connected, VerificationFailed, or the end
-    // of an update. Throws UsbTimeout.
+    // Waits for the end of a listing, of a connect or of an update. Throws UsbTimeout.
     void WaitForStatus();
 
     // Waits until `condition` holds. Throws UsbTimeout with `what`.

@@ -2,10 +2,11 @@
 // but in a process of its own: the folder for temporary files belongs to a process, and whatever a
 // session leaves behind shows at its end.
 //
-// Reads commands, one a line: connect and update, which call those slots on the worker thread;
-// tool, which the worker thread answers with "tool PID" of the download in progress; and close,
-// which ends the session as the window's destructor does. Prints each signal of the backend in the
-// words of backend_signals.h, each warning, and last what is left, "left nothing" if all is well.
+// Reads commands, one a line: list, which lists devices on the main thread, as detection does, and
+// prints "listed N"; connect and update, which call those slots on the worker thread; tool, which
+// the worker thread answers with "tool PID" of the download in progress; and close, which ends the
+// session as the window's destructor does. Prints each signal of the backend in the words of
+// backend_signals.h, each warning, and last what is left, "left nothing" if all is well.
 
 #include <fmt/format.h>
 #include <sys/wait.h>
@@ -22,6 +23,7 @@
 #include <string>
 #include <thread>
 
+#include "modules/stm32_updater/dfu_util_listing.h"
 #include "tests/support/backend_signals.h"
 #include "updater/usb_firmware_updater.h"
 
@@ -110,7 +112,11 @@ void RunSession(QString const& tool, QString const& image)
     backend.moveToThread(&worker);
     worker.start();
     for (std::string command; std::getline(std::cin, command) && command != "close";) {
-        Carry(backend, command);
+        if (command == "list") {
+            Print(fmt::format("listed {}", stm32_updater::ListDfuDevices(tool).size()));
+        } else {
+            Carry(backend, command);
+        }
     }
     worker.quit();
     worker.wait();

@@ -25,7 +25,7 @@ using namespace Qt::StringLiterals;
 namespace cuts {
 namespace {
 
-enum class Phase { kOtpRead, kDownload };
+enum class Phase { kList, kOtpRead, kDownload };
 
 enum class ToolEvent { kKilled, kStopped, kStoppedAndClosed, kSilent };
 
@@ -35,12 +35,25 @@ struct StandInCase {
     qsizetype pieces;  // of the output, before it happens
 };
 
+// The recorded output of each phase.
+QString GetRecordPath(Phase phase)
+{
+    auto const folder = QStringLiteral(FW_RECORDED_OUTPUT);
+    switch (phase) {
+        case Phase::kList:
+            return folder + u"/dfu_util_0.11_list.txt"_s;
+        case Phase::kOtpRead:
+            return folder + u"/dfu_util_0.11_upload.txt"_s;
+        case Phase::kDownload:
+            break;
+    }
+    return folder + u"/dfu_util_0.11_download.txt"_s;
+}
+
 // The lines of a tool's output; a carriage return ends one as well, for a bar that moves.
 QByteArrayList ReadRecordedLines(Phase phase)
 {
-    auto const output = ReadFile(QStringLiteral(FW_RECORDED_OUTPUT) +
-                                 (phase == Phase::kOtpRead ? u"/dfu_util_0.11_upload.txt"_s
-                                                           : u"/dfu_util_0.11_download.txt"_s));
+    auto const output = ReadFile(GetRecordPath(phase));
     QByteArrayList lines(1);
     for (auto const byte : output) {
         lines.last().append(byte);
@@ -131,12 +144,20 @@ PlayingTool::PlayingTool(StandInCase const& row)
                                            "    exit\n"
                                            "esac\n"
                                          : "") +
-                  "cat \"$here/before\"\n" + (is_download ? QByteArray() : FillFile(before_)) +
+                  "cat \"$here/before\"\n" +
+                  (row.phase == Phase::kOtpRead ? FillFile(before_) : QByteArray()) +
                   GetCommands(row.event) + "cat \"$here/after\"\n");
     QFile::setPermissions(Path(), QFile::ReadOwner | QFile::ExeOwner);
     auto const gate = folder_.filePath(u"gate"_s).toLocal8Bit();
     ::mkfifo(gate.constData(), S_IRUSR | S_IWUSR);
     gate_ = ::open(gate.constData(), O_RDWR | O_CLOEXEC);
+}
+
+// Whether the tool has printed the unit, or has written the OTP area.
+bool HasResult(StandInCase const& row)
+{
+    auto const output = ReadRecordedLines(row.phase).first(row.pieces).join();
+    return output.contains(row.phase == Phase::kList ? "[0483:df11]" : "] 100%");
 }
 
 bool IsStopped(ToolEvent event)
@@ -186,6 +207,11 @@ void RunDownload(UsbSession& session, PlayingTool const& tool, ToolEvent event)
     }
 }
 
+std::chrono::milliseconds GetLimit(Phase phase)
+{
+    return phase == Phase::kList ? stm32_updater::kDfuListTimeout : stm32_updater::kDfuOtpTimeout;
+}
+
 UsbEnd RunStandInCase(StandInCase const& row)
 {
     PlayingTool const tool(row);
@@ -201,11 +227,11 @@ UsbEnd RunStandInCase(StandInCase const& row)
         }
         end = session.Close();
     } else {
-        session.Send("connect");
+        session.Send(row.phase == Phase::kList ? "list" : "connect");
         session.WaitForStatus();
         auto const taken = std::chrono::milliseconds(timer.elapsed());
         end = session.Close();
-        auto const is_at_limit = taken >= stm32_updater::kDfuOtpTimeout;
+        auto const is_at_limit = taken >= GetLimit(row.phase);
         end.problem += is_at_limit == (row.event != ToolEvent::kKilled) ? "" : "wrong time";
     }
     for (auto const process : tool.Processes()) {
@@ -214,24 +240,38 @@ UsbEnd RunStandInCase(StandInCase const& row)
     return end;
 }
 
-char const* Describe(ToolEvent event, Phase phase)
+// What the table says about a case.
+std::string DescribePhase(StandInCase const& row)
 {
-    auto const is_otp = phase == Phase::kOtpRead;
-    switch (event) {
+    switch (row.phase) {
+        case Phase::kList:
+            return HasResult(row) ? "looking for units, one printed" : "looking for units";
+        case Phase::kOtpRead:
+            return HasResult(row) ? "reading the OTP area, all in the file"
+                                  : "reading the OTP area";
+        case Phase::kDownload:
+            break;
+    }
+    return "download";
+}
+
+std::string DescribeEvent(StandInCase const& row)
+{
+    auto const is_download = row.phase == Phase::kDownload;
+    switch (row.event) {
         case ToolEvent::kKilled:
             return "the tool is killed";
         case ToolEvent::kStopped:
-            return is_otp ? "the tool is stopped; the program kills it after 30 s"
-                          : "the tool is stopped; nothing ends until somebody kills it";
+            return is_download ? "the tool is stopped; nothing ends until it is killed"
+                               : "the tool is stopped; the program kills it after 30 s";
         case ToolEvent::kStoppedAndClosed:
-            return "the tool is stopped and the window closed; the program ends when somebody "
-                   "kills "
-                   "the tool";
+            return "the tool is stopped, the window closed; the program ends when the tool is "
+                   "killed";
         case ToolEvent::kSilent:
             break;
     }
-    return is_otp ? "the tool is silent; the program kills it after 30 s"
-                  : "the tool is silent, and goes on later";
+    return is_download ? "the tool is silent, and goes on later"
+                       : "the tool is silent; the program kills it after 30 s";
 }
 
 std::vector<StandInCase> ListStandInCases()
@@ -246,21 +286,27 @@ std::vector<StandInCase> ListStandInCases()
             }
         }
     };
-    add(Phase::kOtpRead, {ToolEvent::kStopped, ToolEvent::kSilent, ToolEvent::kKilled});
+    // Those that wait for a limit come first.
+    for (auto const phase : {Phase::kList, Phase::kOtpRead}) {
+        add(phase, {ToolEvent::kStopped, ToolEvent::kSilent, ToolEvent::kKilled});
+    }
     add(Phase::kDownload, {ToolEvent::kKilled, ToolEvent::kStopped, ToolEvent::kStoppedAndClosed,
                            ToolEvent::kSilent});
     return rows;
 }
 
-// What must come out: the program takes whatever the tool has written of the OTP area, and only a
-// tool that is killed fails.
+// What must come out: the program takes whatever the tool has printed of a list and written of the
+// OTP area, and an update fails only when its tool is killed.
 UsbEnd GetExpectedEnd(StandInCase const& row)
 {
-    if (row.phase == Phase::kOtpRead) {
-        auto const is_whole =
-            ReadRecordedLines(row.phase).first(row.pieces).join().contains("] 100%");
-        return is_whole ? UsbEnd{"Connected", "UPDATE", ""}
-                        : UsbEnd{"VerificationFailed", "UPDATE, " + kErrorText, ""};
+    switch (row.phase) {
+        case Phase::kList:
+            return {HasResult(row) ? "listed 1" : "listed 0", "UPDATE", ""};
+        case Phase::kOtpRead:
+            return HasResult(row) ? UsbEnd{"Connected", "UPDATE", ""}
+                                  : UsbEnd{"VerificationFailed", "UPDATE, " + kErrorText, ""};
+        case Phase::kDownload:
+            break;
     }
     return row.event == ToolEvent::kSilent
                ? UsbEnd{"finished true", "DONE", ""}
@@ -275,11 +321,8 @@ TEST(UsbMatrix, EndsRightWhateverHappensToTheToolAfterAnyLine)
     UsbTable table;
     for (size_t i = 0; i < cases.size(); ++i) {
         auto const& row = cases[i];
-        auto const is_otp = row.phase == Phase::kOtpRead;
-        table.Add(
-            is_otp ? "after a line while it reads the OTP area" : "after a line of a download",
-            Describe(row.event, row.phase), "after " + std::to_string(row.pieces) + " lines",
-            ends[i], GetExpectedEnd(row));
+        table.Add(DescribePhase(row), DescribeEvent(row),
+                  "after " + std::to_string(row.pieces) + " lines", ends[i], GetExpectedEnd(row));
     }
     EXPECT_TRUE(table.IsInDocument("usb-tool"));
 }

@@ -114,7 +114,7 @@ char const* Describe(UnitEvent event)
         case UnitEvent::kToolStopped:
             break;
     }
-    return "the tool is stopped; nothing ends until somebody kills it";
+    return "the tool is stopped; nothing ends until it is killed";
 }
 
 std::vector<UnitCase> ListUnitCases()
@@ -140,17 +140,29 @@ UsbEnd GetExpectedEnd(UnitCase const& row)
                : UsbEnd{"finished false", "UPDATING, " + kErrorText, ""};
 }
 
+// The unit is gone before the backend asks for its model.
+UsbEnd RunWithoutUnit()
+{
+    UnitProcess unit({u"--protocol"_s, u"dfu"_s});
+    unit.Command(u"unplug"_s);
+    UsbSession session(QStringLiteral(FW_DFU_UTIL), u"image"_s, unit.Environment());
+    session.Send("connect");
+    session.WaitForStatus();
+    return session.Close();
+}
+
 TEST(UsbMatrix, EndsRightWhateverHappensAtAnyPageAndBlockAndTheNextUpdateWritesTheUnit)
 {
     auto const cases = ListUnitCases();
     auto const ends =
         RunSideBySide(cases.size(), [&](size_t index) { return RunUnitCase(cases[index]); });
     UsbTable table;
+    table.Add("before the OTP area is read", Describe(UnitEvent::kPulledOut), "", RunWithoutUnit(),
+              {"VerificationFailed", "UPDATE, " + kErrorText, ""});
     for (size_t i = 0; i < cases.size(); ++i) {
         auto const& row = cases[i];
-        table.Add(
-            row.in_erase ? "at a page that is being erased" : "at a block that is being written",
-            Describe(row.event), std::to_string(row.place), ends[i], GetExpectedEnd(row));
+        table.Add(row.in_erase ? "while a page is erased" : "while a block is written",
+                  Describe(row.event), std::to_string(row.place), ends[i], GetExpectedEnd(row));
     }
     EXPECT_TRUE(table.IsInDocument("usb-unit"));
 }
