@@ -107,16 +107,19 @@ TEST(SimulatedUnit, LosesWhatComesWhileItErasesItsSlot)
     PluggedUnit plugged(std::move(options));
     plugged.unit.AddFault({FaultKind::kSlowErase, 1, 1, 200});
     RawClient client(plugged.Pty());
-    auto const erase = test::ToBytes(test::MakeRequest(2, 1, 5, "bfff"));
+    auto const erase = [](uint8_t sequence) {
+        return test::ToBytes(test::MakeRequest(2, 1, 5, "bfff", sequence));
+    };
     constexpr size_t kAnswerSize = 27;
 
-    client.Send(erase);
+    client.Send(erase(0));
     while (plugged.unit.Journal().empty()) {
     }
-    client.Send(erase);
+    client.Send(erase(1));
 
     EXPECT_EQ(client.Receive(kAnswerSize).size(), kAnswerSize);
-    EXPECT_EQ(client.Ask(erase, kAnswerSize).size(), kAnswerSize) << "hears again";
+    EXPECT_EQ(test::BodyOf(test::ToArray(client.Ask(erase(2), kAnswerSize))).at(8), 2)
+        << "the sequence number";
     EXPECT_EQ(plugged.unit.Journal().size(), 2U);
 }
 
