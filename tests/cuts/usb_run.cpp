@@ -67,9 +67,11 @@ bool IsStatus(QString const& signal)
 
 }  // namespace
 
-std::string const kErrorText = GetWindowChange(WindowEvent::UpdateFailed, TargetUsb)
-                                   .progress_format.value_or(u"none"_s)
-                                   .toStdString();
+std::string GetErrorText()
+{
+    auto const change = GetWindowChange(WindowEvent::UpdateFailed, TargetUsb);
+    return change.progress_format.value_or(u"none"_s).toStdString();
+}
 
 UsbSession::UsbSession(QString const& tool, QString const& image, QProcessEnvironment environment)
 {
@@ -166,7 +168,7 @@ UsbEnd UsbSession::Close()
         end.result = IsStatus(line) ? line.toStdString() : end.result;
         end.problem += line.startsWith(u"warning"_s) ? line.toStdString() + "; " : "";
     }
-    auto const is_error = window.bar.toStdString() == kErrorText;
+    auto const is_error = window.bar.toStdString() == GetErrorText();
     end.window = (is_error ? window.button + u", "_s + window.bar : window.button).toStdString();
     if (process_.exitCode() != 0 || lines_.isEmpty() || lines_.last() != u"left nothing"_s) {
         end.problem += "ended with: " + lines_.join(u", "_s).toStdString();

@@ -94,6 +94,6 @@ private:
 };
 
 // The window's text for every failure.
-extern std::string const kErrorText;
+std::string GetErrorText();
 
 }  // namespace cuts

@@ -10,6 +10,7 @@
 
 #include <QElapsedTimer>
 #include <chrono>
+#include <deque>
 #include <initializer_list>
 #include <string>
 #include <vector>
@@ -75,7 +76,12 @@ QByteArray MakeOtpArea()
 class PlayingTool {
 public:
     explicit PlayingTool(StandInCase const& row);
-    ~PlayingTool() { ::close(gate_); }
+    ~PlayingTool()
+    {
+        if (gate_ >= 0) {
+            ::close(gate_);
+        }
+    }
     PlayingTool(PlayingTool const&) = delete;
     PlayingTool& operator=(PlayingTool const&) = delete;
 
@@ -84,7 +90,12 @@ public:
 
     // Whether the event has happened.
     bool IsThere() const { return QFile::exists(folder_.filePath(u"there"_s)); }
-    void LetGo() const { EXPECT_EQ(::write(gate_, "\n", 1), 1); }
+    // Lets a silent tool go on. The gate stays open until the tool has read from it.
+    void LetGo()
+    {
+        gate_ = ::open(folder_.filePath(u"gate"_s).toLocal8Bit().constData(), O_RDWR | O_CLOEXEC);
+        EXPECT_EQ(::write(gate_, "\n", 1), 1);
+    }
 
     // The processes of all its runs.
     QList<pid_t> Processes() const
@@ -148,9 +159,7 @@ PlayingTool::PlayingTool(StandInCase const& row)
                   (row.phase == Phase::kOtpRead ? FillFile(before_) : QByteArray()) +
                   GetCommands(row.event) + "cat \"$here/after\"\n");
     QFile::setPermissions(Path(), QFile::ReadOwner | QFile::ExeOwner);
-    auto const gate = folder_.filePath(u"gate"_s).toLocal8Bit();
-    ::mkfifo(gate.constData(), S_IRUSR | S_IWUSR);
-    gate_ = ::open(gate.constData(), O_RDWR | O_CLOEXEC);
+    ::mkfifo(folder_.filePath(u"gate"_s).toLocal8Bit().constData(), S_IRUSR | S_IWUSR);
 }
 
 // Whether the tool has printed the unit, or has written the OTP area.
@@ -179,7 +188,7 @@ void ExpectWaitingBackend(UsbSession& session, PlayingTool const& tool)
 }
 
 // A download up to its end, which the session need not have reported yet.
-void RunDownload(UsbSession& session, PlayingTool const& tool, ToolEvent event)
+void RunDownload(UsbSession& session, PlayingTool& tool, ToolEvent event)
 {
     session.Send("connect");
     session.WaitFor(u"Connected"_s);
@@ -212,9 +221,8 @@ std::chrono::milliseconds GetLimit(Phase phase)
     return phase == Phase::kList ? stm32_updater::kDfuListTimeout : stm32_updater::kDfuOtpTimeout;
 }
 
-UsbEnd RunStandInCase(StandInCase const& row)
+UsbEnd RunStandInCase(StandInCase const& row, PlayingTool& tool)
 {
-    PlayingTool const tool(row);
     UsbSession session(tool.Path(), u"image"_s);
     QElapsedTimer timer;
     timer.start();
@@ -304,20 +312,26 @@ UsbEnd GetExpectedEnd(StandInCase const& row)
             return {HasResult(row) ? "listed 1" : "listed 0", "UPDATE", ""};
         case Phase::kOtpRead:
             return HasResult(row) ? UsbEnd{"Connected", "UPDATE", ""}
-                                  : UsbEnd{"VerificationFailed", "UPDATE, " + kErrorText, ""};
+                                  : UsbEnd{"VerificationFailed", "UPDATE, " + GetErrorText(), ""};
         case Phase::kDownload:
             break;
     }
     return row.event == ToolEvent::kSilent
                ? UsbEnd{"finished true", "DONE", ""}
-               : UsbEnd{"finished false", "UPDATING, " + kErrorText, ""};
+               : UsbEnd{"finished false", "UPDATING, " + GetErrorText(), ""};
 }
 
 TEST(UsbMatrix, EndsRightWhateverHappensToTheToolAfterAnyLine)
 {
     auto const cases = ListStandInCases();
-    auto const ends =
-        RunSideBySide(cases.size(), [&](size_t index) { return RunStandInCase(cases[index]); });
+    // All of them before the first run: a process that another thread starts meanwhile would hold a
+    // file open that is being written, and the system runs no such file.
+    std::deque<PlayingTool> tools;
+    for (auto const& row : cases) {
+        tools.emplace_back(row);
+    }
+    auto const ends = RunSideBySide(
+        cases.size(), [&](size_t index) { return RunStandInCase(cases[index], tools[index]); });
     UsbTable table;
     for (size_t i = 0; i < cases.size(); ++i) {
         auto const& row = cases[i];

@@ -137,7 +137,7 @@ UsbEnd GetExpectedEnd(UnitCase const& row)
 {
     return row.event == UnitEvent::kPulledOut
                ? UsbEnd{"finished true", "DONE", ""}
-               : UsbEnd{"finished false", "UPDATING, " + kErrorText, ""};
+               : UsbEnd{"finished false", "UPDATING, " + GetErrorText(), ""};
 }
 
 // The unit is gone before the backend asks for its model.
@@ -158,7 +158,7 @@ TEST(UsbMatrix, EndsRightWhateverHappensAtAnyPageAndBlockAndTheNextUpdateWritesT
         RunSideBySide(cases.size(), [&](size_t index) { return RunUnitCase(cases[index]); });
     UsbTable table;
     table.Add("before the OTP area is read", Describe(UnitEvent::kPulledOut), "", RunWithoutUnit(),
-              {"VerificationFailed", "UPDATE, " + kErrorText, ""});
+              {"VerificationFailed", "UPDATE, " + GetErrorText(), ""});
     for (size_t i = 0; i < cases.size(); ++i) {
         auto const& row = cases[i];
         table.Add(row.in_erase ? "while a page is erased" : "while a block is written",
