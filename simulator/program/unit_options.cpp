@@ -5,6 +5,7 @@
 #include <QCommandLineParser>
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -174,6 +175,16 @@ constexpr std::array kOptions{
            [](Settings& s, Value const& v) { s.mcuboot.answer_line = v.Number(); }},
     Option{"definite-maps", nullptr, "mcuboot: answers begin with the size of their map.",
            [](Settings& s, Value const&) { s.mcuboot.definite_maps = true; }},
+    Option{"talks", nullptr,
+           "mcuboot: prints a banner when it is reset or plugged in, and the application's console "
+           "once that runs.",
+           [](Settings& s, Value const&) { s.mcuboot.talks = true; }},
+    Option{"log-lines", nullptr, "mcuboot: prints a line of its log at each request.",
+           [](Settings& s, Value const&) { s.mcuboot.log_lines = true; }},
+    Option{"line-pause", "ms", "mcuboot: pauses between two lines that it sends; 0, the default.",
+           [](Settings& s, Value const& v) {
+               s.mcuboot.line_pause = std::chrono::milliseconds(v.Number());
+           }},
     Option{"foreign-unit", "number",
            "dfu: the unit of this number has another product's ids (1209:0002).",
            [](Settings& s, Value const& v) { s.program.foreign_unit = v.Number(); }},

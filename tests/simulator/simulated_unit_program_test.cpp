@@ -74,6 +74,22 @@ TEST(SimulatedUnitProgram, MakesAUnitInSerialRecoveryMode)
     EXPECT_EQ(unit.Journal(), QStringList{u"erase-slot seq=255 ack"_s});
 }
 
+TEST(SimulatedUnitProgram, MakesAUnitInSerialRecoveryModeThatPrintsItsLog)
+{
+    auto unit = Start(u"--protocol mcuboot --talks --log-lines --line-pause 1"_s);
+    auto client = Open(unit);
+    QByteArray const banner = "*** Booting MCUboot ***\r\n";
+    EXPECT_EQ(test::ToArray(client.Receive(static_cast<size_t>(banner.size()))), banner);
+    client.Receive((kTalkLines - 1) * kForeignLine.size());
+
+    auto const answer = test::ToArray(client.Ask(test::ToBytes("\x06\x09"
+                                                               "AAwCAAACAAH/Bb//um4=\n"),
+                                                 kForeignLine.size() + 27));
+
+    EXPECT_TRUE(answer.startsWith(kForeignLine.data()));
+    EXPECT_EQ(test::BodyOf(answer).mid(10).chopped(2).toHex(), "bf62726300ff");
+}
+
 TEST(SimulatedUnitProgram, MakesAUnitInItsUsbBootloaderThatIsNumberedAnewWhenItIsPluggedInAgain)
 {
     auto unit = Start(u"--protocol dfu --model-id 33 --units 2 --foreign-unit 2"_s);
