@@ -7,9 +7,12 @@ set(made "${CMAKE_CURRENT_BINARY_DIR}/linux")
 file(MAKE_DIRECTORY "${made}")
 # The date in the changelog. SOURCE_DATE_EPOCH in the environment makes packages reproducible.
 string(TIMESTAMP FW_PACKAGE_DATE "%a, %d %b %Y %H:%M:%S +0000" UTC)
-foreach(file IN ITEMS changelog copyright ${FW_PACKAGE_NAME}.1 ${FW_APPLICATION_ID}.desktop
-    ${FW_APPLICATION_ID}.metainfo.xml)
+foreach(file IN ITEMS changelog copyright)
   configure_file(linux/${file}.in "${made}/${file}" @ONLY)
+endforeach()
+configure_file(linux/program.1.in "${made}/${FW_PACKAGE_NAME}.1" @ONLY)
+foreach(kind IN ITEMS desktop metainfo.xml)
+  configure_file(linux/program.${kind}.in "${made}/${FW_APPLICATION_ID}.${kind}" @ONLY)
 endforeach()
 
 set(package_files "")
