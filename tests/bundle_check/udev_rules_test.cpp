@@ -75,12 +75,6 @@ TEST(UdevRules, AcceptEverySpellingThatTheProgramAccepts)
     }
 }
 
-TEST(UdevRules, HoldNothingButTheNumbersOfAnEntry)
-{
-    auto const rules = GetRules("product_list=\"One:1209:1\\\", RUN+=\\\"x\"\n");
-    EXPECT_FALSE(rules.contains(u"RUN"_s)) << rules.toStdString();
-}
-
 TEST(UdevRules, AreNotMadeFromWhatIsNoConfiguration)
 {
     BundleFolder bundle;
