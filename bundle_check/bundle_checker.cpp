@@ -73,10 +73,12 @@ bool CheckConfigText(QByteArray const& text, IniLines const& lines, Findings& fi
 }
 
 // Everything that depends on the settings' values.
-void CheckConfig(Config const& config, BundlePaths const& paths, Report& report)
+void CheckConfig(Config const& config, BundlePaths const& paths, PackageRules const& rules,
+                 Report& report)
 {
     report.interface_name = GetInterfaceName(config.Type());
     CheckValues(config, report.findings);
+    CheckPackage(config, rules, report.findings);
     CheckAddresses(config, report.findings);
     if (auto const size = CheckImage(config, QDir(paths.resources), report.findings)) {
         report.predictions = Predict(config, static_cast<uint64_t>(*size));
@@ -87,7 +89,7 @@ void CheckConfig(Config const& config, BundlePaths const& paths, Report& report)
     }
 }
 
-void CheckConfigFile(BundlePaths const& paths, Report& report)
+void CheckConfigFile(BundlePaths const& paths, PackageRules const& rules, Report& report)
 {
     auto const path = GetConfigPath(QDir(paths.resources));
     auto const text = ReadConfigText(path, report.findings);
@@ -98,13 +100,13 @@ void CheckConfigFile(BundlePaths const& paths, Report& report)
     auto const lines = ScanIni(*text);
     if (CheckConfigText(*text, lines, report.findings)) {
         QSettings const settings(path, QSettings::IniFormat);
-        CheckConfig(Config(lines, settings), paths, report);
+        CheckConfig(Config(lines, settings), paths, rules, report);
     }
 }
 
 }  // namespace
 
-Report CheckBundle(QString const& path)
+Report CheckBundle(QString const& path, PackageRules const& rules)
 {
     Report report;
     if (!IsFolder(path)) {
@@ -129,7 +131,7 @@ Report CheckBundle(QString const& path)
         report.findings.Fail({}, u"The bundle has no folder %1."_s.arg(Quote(paths.resources)));
         return report;
     }
-    CheckConfigFile(paths, report);
+    CheckConfigFile(paths, rules, report);
     CheckPictures(resources, report.findings);
     CheckFonts(resources, report.findings);
     CheckDriver(resources, *application_dir, report.findings);

@@ -3,6 +3,7 @@
 
 #include <QString>
 
+#include "bundle_check/package_checks.h"
 #include "bundle_check/report.h"
 
 namespace bundle_check {
@@ -10,6 +11,7 @@ namespace bundle_check {
 // `path`: the folder that holds Contents, an application bundle, or its Contents or Resources
 // folder. Always returns a report; reads no file without a limit and waits for nothing longer than
 // a few seconds. Needs a QGuiApplication, for the fonts; the platform "offscreen" is enough.
-Report CheckBundle(QString const& path);
+// rules: of the package that the bundle is for; by default none.
+Report CheckBundle(QString const& path, PackageRules const& rules = {});
 
 }  // namespace bundle_check

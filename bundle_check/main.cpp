@@ -1,4 +1,5 @@
-// bundle_check PATH [--json]: reports what is wrong with a bundle before a customer sees it.
+// bundle_check PATH: reports what is wrong with a bundle before a customer sees it, or prints the
+// udev rules of its package.
 
 #include <QCommandLineParser>
 #include <QGuiApplication>
@@ -6,6 +7,7 @@
 #include <exception>
 
 #include "bundle_check/bundle_checker.h"
+#include "bundle_check/udev_rules.h"
 
 using namespace Qt::StringLiterals;
 
@@ -26,14 +28,28 @@ void PrintFatalOnly(QtMsgType type, QMessageLogContext const& /*context*/, QStri
     }
 }
 
-int Check(QString const& path, bool as_json)
+bool Print(QByteArray const& text)
 {
-    auto const report = bundle_check::CheckBundle(path);
+    auto const written = std::fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stdout);
+    return written == static_cast<size_t>(text.size()) && std::fflush(stdout) == 0;
+}
+
+int Check(QString const& path, bundle_check::PackageRules const& rules, bool as_json)
+{
+    auto const report = bundle_check::CheckBundle(path, rules);
     auto const text =
         as_json ? bundle_check::FormatJson(report) : bundle_check::FormatText(report).toUtf8();
-    auto const written = std::fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stdout);
-    bool const complete = written == static_cast<size_t>(text.size()) && std::fflush(stdout) == 0;
-    return complete ? bundle_check::GetExitStatus(report) : kUnusable;
+    return Print(text) ? bundle_check::GetExitStatus(report) : kUnusable;
+}
+
+int PrintUdevRules(QString const& path)
+{
+    bundle_check::Report report;
+    if (auto const rules = bundle_check::MakeUdevRules(path, report.findings)) {
+        return Print(rules->toUtf8()) ? 0 : kUnusable;
+    }
+    std::fputs(bundle_check::FormatText(report).toUtf8().constData(), stderr);
+    return kUnusable;
 }
 
 int Run(QStringList const& arguments)
@@ -42,7 +58,15 @@ int Run(QStringList const& arguments)
     parser.setApplicationDescription(QString::fromLatin1(kDescription));
     QCommandLineOption const help({u"h"_s, u"help"_s}, u"Print this text."_s);
     QCommandLineOption const json(u"json"_s, u"Print the findings as JSON, for a build machine."_s);
-    parser.addOptions({help, json});
+    QCommandLineOption const for_customers(
+        u"for-customers"_s, u"For a package that customers get: other firmware is an error."_s);
+    QCommandLineOption const package_version(
+        u"package-version"_s,
+        u"For a package of this version: an error if it is not the firmware's."_s, u"VERSION"_s);
+    QCommandLineOption const udev_rules(
+        u"udev-rules"_s,
+        u"Check nothing; print the udev rules for the units. PATH is config.ini or its folder."_s);
+    parser.addOptions({help, json, for_customers, package_version, udev_rules});
     parser.addPositionalArgument(u"PATH"_s,
                                  u"The folder that contains Contents, an application bundle, or "
                                  "its Contents or Resources folder."_s);
@@ -57,7 +81,11 @@ int Run(QStringList const& arguments)
         std::fputs((fault + u"\n\n"_s + parser.helpText()).toLocal8Bit().constData(), stderr);
         return kUnusable;
     }
-    return Check(paths[0], parser.isSet(json));
+    if (parser.isSet(udev_rules)) {
+        return PrintUdevRules(paths[0]);
+    }
+    return Check(paths[0], {parser.isSet(for_customers), parser.value(package_version)},
+                 parser.isSet(json));
 }
 
 }  // namespace

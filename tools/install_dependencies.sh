@@ -24,7 +24,7 @@ packages=(
 
 for option in "$@"; do
     case "$option" in
-        --style) packages+=(git clang-format-19 shellcheck) ;;
+        --style) packages+=(git clang-format-19 shellcheck python3-yaml) ;;
         --package) packages+=(dpkg-dev file lintian appstream desktop-file-utils fakeroot) ;;
         --clang) packages+=(clang-19 clang-tidy-19 libclang-rt-19-dev libc++-19-dev llvm-19) ;;
         *) echo "install_dependencies.sh: unknown option $option" >&2; exit 2 ;;

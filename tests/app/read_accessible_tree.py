@@ -18,11 +18,12 @@ import gi
 gi.require_version("Atspi", "2.0")
 from gi.repository import Atspi  # noqa: E402
 
-# Versions of the library differ in the names that they print.
+# Versions of the library differ in the names that they print, and in that of the button's constant.
+BUTTON = getattr(Atspi.Role, "PUSH_BUTTON", None) or Atspi.Role.BUTTON
 ROLES = {
     Atspi.Role.FRAME: "window",
     Atspi.Role.LABEL: "label",
-    Atspi.Role.PUSH_BUTTON: "button",
+    BUTTON: "button",
     Atspi.Role.PROGRESS_BAR: "bar",
 }
 STATES = {
@@ -41,7 +42,7 @@ def describe(widget):
         words.append(f"{value.get_current_value():g} of "
                      f"{value.get_minimum_value():g} to {value.get_maximum_value():g}")
     # All labels are enabled, and nobody is told so.
-    if role == Atspi.Role.PUSH_BUTTON:
+    if role == BUTTON:
         states = widget.get_state_set()
         words += [name for state, name in STATES.items() if states.contains(state)]
     return " ".join(words)
