@@ -18,6 +18,7 @@ packages=(
     umockdev xvfb openbox xdotool imagemagick x11-utils
     # other vendors' programs, which tests use for comparison
     stm32flash dfu-util
+    tshark wireshark-common
 )
 
 for option in "$@"; do
