@@ -5,6 +5,7 @@
 
 #include <QCryptographicHash>
 #include <QDateTime>
+#include <QFileInfo>
 #include <QRegularExpression>
 
 #include "record/event.h"
@@ -149,6 +150,7 @@ TEST_P(EveryRecord, OfAWholeUpdateHasItsEventsItsImageAndItsBytes)
     EXPECT_EQ(recording.error, QString());
     EXPECT_TRUE(recording.section.application.startsWith(u"Kelvane Firmware Updater "));
     auto const all = ListEvents(recording);
+    ASSERT_FALSE(all.isEmpty());
     EXPECT_EQ(all.first().name, QLatin1String(events::kConnect));
     EXPECT_EQ(all.first().GetValue(fields::kTransport), QLatin1String(GetParam().name));
     EXPECT_EQ(all.last().GetValue(fields::kOutcome), u"done"_s);
@@ -163,7 +165,6 @@ TEST_P(EveryRecord, OfAWholeUpdateHasItsEventsItsImageAndItsBytes)
     auto const digest = QCryptographicHash::hash(image, QCryptographicHash::Sha256).toHex();
     EXPECT_EQ(ListValues(recording, events::kImage, fields::kSha256),
               QStringList(QString::fromLatin1(digest)));
-    EXPECT_EQ(ListValues(recording, events::kProgress, fields::kPercent).last(), u"100"_s);
 
     ASSERT_GE(recording.interfaces.size(), 2);
     auto const& line = recording.interfaces[1];
@@ -171,7 +172,8 @@ TEST_P(EveryRecord, OfAWholeUpdateHasItsEventsItsImageAndItsBytes)
     auto const sent = JoinBytes(recording, line.name, Direction::kOut);
     auto const received = JoinBytes(recording, line.name, Direction::kIn);
     if (IsUsb()) {
-        EXPECT_TRUE(sent.endsWith(bundle_.FirmwarePath().toUtf8() + '\0')) << sent.toStdString();
+        EXPECT_TRUE(sent.endsWith(QFileInfo(bundle_.FirmwarePath()).fileName().toUtf8() + '\0'))
+            << sent.toStdString();
         EXPECT_THAT(received.toStdString(), HasSubstr("100%"));
         EXPECT_EQ(JoinBytes(recording, u"dfu-util file"_s, Direction::kIn).size(), 1024);
         EXPECT_EQ(ListValues(recording, events::kExit, fields::kCode),
@@ -179,6 +181,7 @@ TEST_P(EveryRecord, OfAWholeUpdateHasItsEventsItsImageAndItsBytes)
     } else {
         EXPECT_GT(sent.size(), image.size());
         EXPECT_GT(received.size(), 100);
+        EXPECT_TRUE(ListValues(recording, events::kProgress, fields::kPercent).contains(u"100"_s));
     }
     ExpectTsharkReadsTheSame();
 }
@@ -214,7 +217,8 @@ TEST_P(EveryRecord, OfAFailedUpdateIsNamedSo)
     EXPECT_EQ(ListValues(recording, events::kUpdateFinished, fields::kResult),
               QStringList(u"failed"_s));
     if (IsUsb()) {
-        EXPECT_EQ(ListValues(recording, events::kExit, fields::kStatus).last(), u"crashed"_s);
+        EXPECT_EQ(ListValues(recording, events::kExit, fields::kStatus).mid(1),
+                  QStringList(u"crashed"_s));
     }
     ExpectTsharkReadsTheSame();
 }
@@ -235,6 +239,7 @@ TEST_P(EveryRecord, SurvivesThatTheProgramIsKilledAndIsNamedAtTheNextStart)
                 recording.error.startsWith(u"the file ends within the block"))
         << recording.error.toStdString();
     EXPECT_EQ(ListValues(recording, events::kImage, fields::kSha256).size(), 1);
+    ASSERT_FALSE(recording.packets.isEmpty());
     auto const last = static_cast<qint64>(recording.packets.last().time / 1'000'000);
     // The longest silence of a line and of the tool comes to the second that may be lost.
     EXPECT_LT(killed - last, 4000);
@@ -250,6 +255,7 @@ TEST_P(EveryRecord, ThatCannotBeWrittenIsInTheLogOnceAndTheUpdateRuns)
     WriteFile(Records().path(), "in the way");
     StartAndPlugIn();
     UpdateToTheEnd();
+    CloseProgram();
 
     EXPECT_EQ(program_->ReadLog().count(" no record of the session is kept: "), 1)
         << program_->ReadLog().toStdString();
