@@ -61,7 +61,8 @@ QStringList ReadWithoutTshark(QString const& path)
         constexpr uint64_t kPerSecond = 1'000'000'000;
         lines.append(QStringList{
             recording.interfaces[packet.interface].name,
-            u"%1.%2"_s.arg(packet.time / kPerSecond).arg(packet.time % kPerSecond, 9, 10, QLatin1Char('0')),
+            u"%1.%2"_s.arg(packet.time / kPerSecond)
+                .arg(packet.time % kPerSecond, 9, 10, QLatin1Char('0')),
             u"0x%1"_s.arg(static_cast<uint32_t>(packet.direction), 8, 16, QLatin1Char('0')),
             packet.comments.join(u','), QString::fromLatin1(packet.bytes.toHex())}
                          .join(u'\t'));
