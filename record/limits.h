@@ -6,14 +6,17 @@
 
 namespace record {
 
-inline constexpr qint64 kMebibyte = qint64{1024} * 1024;  // bytes
+inline constexpr int kMostRecords = 20;  // the newest are kept
+// Bytes: of all records together, and of one; of a longer one the middle is left out.
+inline constexpr qint64 kAllRecords = qint64{64} * 1024 * 1024;
+inline constexpr qint64 kLargestRecord = qint64{16} * 1024 * 1024;
 
 // Tests use smaller ones.
 struct Limits {
-    int records = 20;                       // that are kept, the newest
-    qint64 all_records = 64 * kMebibyte;    // bytes
-    qint64 record = 16 * kMebibyte;         // bytes; of a longer one the middle is left out
-    qsizetype buffer = 4 * kMebibyte;       // bytes; at most a quarter of a record
+    int records = kMostRecords;
+    qint64 all_records = kAllRecords;       // bytes
+    qint64 record = kLargestRecord;         // bytes
+    qsizetype buffer = 4 * 1024 * 1024;     // bytes; at most a quarter of a record
     std::chrono::milliseconds flush{500};   // a kill loses what came in so long, and a write's time
     std::chrono::milliseconds ending{500};  // events this late still belong to a session
     int waiting_sessions = 4;  // for a disk that does not answer; more are not recorded

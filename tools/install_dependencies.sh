@@ -20,6 +20,7 @@ packages=(
     at-spi2-core dbus-daemon gir1.2-atspi-2.0 python3-gi
     # other vendors' programs, which tests use for comparison
     stm32flash dfu-util
+    tshark wireshark-common
 )
 
 for option in "$@"; do
