@@ -19,7 +19,7 @@ void Open(std::string const& path)
 {
     QSemaphore semaphore(1);
     Uart const uart(QString::fromStdString(path), stm32_updater::kBaudRate, &semaphore, nullptr,
-                    [](QString const& reason) {
+                    record::NoSink(), [](QString const& reason) {
                         std::fprintf(stderr, "Reason: %s.\n", reason.toLocal8Bit().constData());
                     });
 }
