@@ -25,7 +25,7 @@ using simulator::Stm32BootloaderOptions;
 using ::testing::ElementsAre;
 
 constexpr uint32_t kFlash = 0x08000000;
-constexpr uint32_t kBootMode = 0x20001000;
+constexpr uint32_t kBootMode = 0x20004000;
 constexpr uint8_t kMcuId = 0x2A;
 
 Bytes WithTrailer(Bytes image)
@@ -118,7 +118,7 @@ TEST_P(ChipTest, HoldsTheImageAndItsTrailerAndRunsAfterwards)
         alternative_ack ? simulator::kAlternativeAckPair : simulator::kStandardAckPair;
     options.protocol_version = version;
     Bench bench(options, mass_erase);
-    auto const image = PatternImage(3 * chip.page_size + 12);
+    auto const image = PatternImage(3 * chip.page_size + 8);
 
     EXPECT_TRUE(bench.Run(image).All());
 
