@@ -56,6 +56,10 @@ inline constexpr Milliseconds kExtendedEraseTimeout{5000};
 inline constexpr Milliseconds kResetPause{100};
 inline constexpr Milliseconds kBootPause{200};
 
+// The most pages that one (short) Erase can name: the count is one byte, the number of pages minus
+// 1, and 0xFF in it means the whole flash (AN3155). The engine does not look at it.
+inline constexpr size_t kMaxShortErasePages = 255;
+
 // Progress is reported at each multiple of this many bytes.
 inline constexpr size_t kProgressStep = 0x2000;
 
