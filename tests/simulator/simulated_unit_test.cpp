@@ -54,6 +54,9 @@ TEST(SimulatedUnit, StaysInItsBootloaderWhenItIsPluggedInAgainAndHasItsOwnSupply
     client.Send(Hex("31 CE"));
     EXPECT_TRUE(client.HangsUp());
     plugged.unit.Plug();
+    RawClient other(plugged.Pty());
+    other.Send(Hex("7F"));
+    EXPECT_EQ(other.Receive(1, 50), Bytes());
     EXPECT_TRUE(plugged.unit.Status().plugged);
     plugged.unit.Reset();
     EXPECT_EQ(RawClient(plugged.Pty()).Ask(Hex("7F"), 1), Hex("79"));
