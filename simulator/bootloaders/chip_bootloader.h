@@ -51,7 +51,7 @@ protected:
     // start of the OTP area.
     void AddMemoryOf(Chip const& chip, std::span<std::byte const> otp);
 
-    // The three below are for a system bootloader, after AddMemoryOf().
+    // The next three are for a system bootloader, after AddMemoryOf().
 
     // Whether the client may use the memory at `address`: it exists, and is not the bootloader's.
     bool IsOpen(uint32_t address) const;

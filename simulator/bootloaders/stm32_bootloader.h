@@ -2,8 +2,8 @@
 // state machine alone, without port, thread or clock.
 //
 // The bootloader measures the line's speed from 0x7F, the first byte after a reset. If another byte
-// comes first, the measurement is wrong and the bootloader deaf until the next reset. After 0x7F it
-// is a command code like any other: the bootloader waits for its complement, and refuses.
+// comes first, the measurement is wrong and the bootloader deaf until the next reset. Once it is
+// synchronised, 0x7F is a command code like any other: it waits for the complement, and refuses.
 #pragma once
 
 #include <chrono>
