@@ -43,7 +43,7 @@ enum class FaultKind {
     kExtraByte,          // one more byte, `parameter`, follows the answer
     kLateAnswer,         // the answer leaves `parameter` milliseconds late
     kWrongCount,         // the length that a counted block begins with becomes `parameter`
-    kFlipReadData,       // first byte of the read data is XORed with `parameter`
+    kFlipReadData,       // first byte of the read data is XORed with `parameter`; 0: with 1
     kSilentAtCommand,    // hangs at a command: no answer, to nothing, until it is reset
     kSilentInWrite,      // hangs after `parameter` bytes of a write's data; 0: at its command. In
                          // front of a chunk of an image or a DFU block, whatever the parameter:
@@ -51,7 +51,7 @@ enum class FaultKind {
     kVanishInWrite,      // the same, and leaves its host
     kForeignLineBefore,  // a line of text that is not an answer comes first
     kForeignLineAfter,   // ... or follows
-    kWrongCheckValue,    // check value of an SMP answer is XORed with `parameter`
+    kWrongCheckValue,    // check value of an SMP answer is XORed with `parameter`; 0: with 1
     kErrorCode,          // answers a request with error code `parameter` and does nothing else
     kErrorInUpload,      // the same for a chunk of an image
     kAskForOffset,   // stores nothing of a chunk and goes on at offset `parameter` (signed 32 bits)

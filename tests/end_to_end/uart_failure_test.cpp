@@ -23,6 +23,36 @@ TEST_F(UartFailure, GoesBackToWaitingWhenAReadyUnitIsPulledOutAndFindsItAgain)
     UpdateToTheEnd();
 }
 
+// Its bootloader waits for a command, and 7F is none.
+TEST_F(UartFailure, FindsAUnitWithItsOwnSupplyAgainOnlyAfterAReset)
+{
+    Start(u"--self-powered"_s);
+    ExpectScreen(IsReady);
+    unit_->Command(u"unplug"_s);
+    ExpectScreen(IsWaiting);
+    unit_->Command(u"plug"_s);
+    // Every second 7F is taken for the check byte of the one before.
+    ExpectScreen([this](Screen const& screen) {
+        return IsWaiting(screen) && CountInJournal(u"command-0x7f nack complement"_s) > 0;
+    });
+    unit_->Command(u"reset"_s);
+    UpdateToTheEnd();
+}
+
+TEST_F(UartFailure, FindsAUnitWhoseSpeedMeasurementWasSpoiltOnlyAfterAReset)
+{
+    PlugIn();
+    QFile line(unit_->Property(u"pty"_s));
+    ASSERT_TRUE(line.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
+    ASSERT_EQ(line.write("A", 1), 1);
+    StartProgram();
+    ExpectScreen(IsWaiting);
+    ExpectScreenStays(IsWaiting, 6s);
+    EXPECT_EQ(unit_->Journal(), QStringList{u"sync silent speed"_s});
+    unit_->Command(u"reset"_s);
+    UpdateToTheEnd();
+}
+
 // The command that begins the fault, and those that end it.
 class EveryBadFirstAnswer : public UartFailure, public testing::WithParamInterface<Row> {};
 

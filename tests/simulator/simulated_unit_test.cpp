@@ -38,6 +38,31 @@ TEST(SimulatedUnit, AnswersOnItsLineAndWaitsForSynchronisationAgainAfterAResetOr
     EXPECT_EQ(plugged.unit.Status().connects, 3U);
 }
 
+TEST(SimulatedUnit, StaysInItsBootloaderWhenItIsPluggedInAgainAndHasItsOwnSupply)
+{
+    auto options = test::UniqueOptions();
+    options.self_powered = true;
+    PluggedUnit plugged(std::move(options));
+    EXPECT_EQ(RawClient(plugged.Pty()).Ask(Hex("7F"), 1), Hex("79"));
+    plugged.unit.Unplug();
+
+    plugged.unit.Plug();
+
+    EXPECT_EQ(RawClient(plugged.Pty()).Ask(Hex("02 FD 7F 7F"), 6), Hex("79 01 04 69 79 1F"));
+    // A unit that a fault took from its host comes back as well; it hangs until its reset.
+    plugged.unit.AddFault({FaultKind::kVanishInWrite});
+    RawClient client(plugged.Pty());
+    client.Send(Hex("31 CE"));
+    EXPECT_TRUE(client.HangsUp());
+    plugged.unit.Plug();
+    RawClient other(plugged.Pty());
+    other.Send(Hex("7F"));
+    EXPECT_EQ(other.Receive(1, 50), Bytes());
+    EXPECT_TRUE(plugged.unit.Status().plugged);
+    plugged.unit.Reset();
+    EXPECT_EQ(RawClient(plugged.Pty()).Ask(Hex("7F"), 1), Hex("79"));
+}
+
 TEST(SimulatedUnit, LeavesItsLineWhenAFaultStrikes)
 {
     PluggedUnit plugged;
