@@ -1,11 +1,14 @@
 #include "tests/cuts/serial_unit.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <QFile>
 #include <QSocketNotifier>
+#include <algorithm>
 #include <array>
 #include <stdexcept>
+#include <string>
 #include <utility>
 
 namespace cuts {
@@ -50,6 +53,26 @@ void SerialUnit::Unplug()
     if (!path_.isEmpty()) {
         QFile::remove(std::exchange(path_, {}));
     }
+}
+
+bool SerialUnit::Print(size_t size, std::function<void()> const& on_piece)
+{
+    constexpr int kPatienceMs = 10'000;
+    static std::string const text(4096, 'x');
+    while (size > 0) {
+        auto const count = write(line_->UnitFd(), text.data(), std::min(text.size(), size));
+        if (count > 0) {
+            size -= static_cast<size_t>(count);
+            continue;
+        }
+        on_piece();
+        pollfd writable{line_->UnitFd(), POLLOUT, 0};
+        if (poll(&writable, 1, kPatienceMs) != 1) {
+            return false;
+        }
+    }
+    on_piece();
+    return true;
 }
 
 void SerialUnit::Serve()

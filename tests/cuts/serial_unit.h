@@ -51,6 +51,10 @@ public:
     // The port stays and is silent.
     void Fade() { silent_ = true; }
 
+    // Prints `size` bytes as fast as the host takes them, as firmware does with its console.
+    // Blocks; `on_piece` is called now and then. False if the host takes nothing for ten seconds.
+    bool Print(size_t size, std::function<void()> const& on_piece);
+
     // Whether the cut has happened.
     bool IsCut() const { return is_cut_; }
 

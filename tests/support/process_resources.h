@@ -19,6 +19,9 @@
 #endif
 #ifdef FW_ADDRESS_SANITIZER
 #include <sanitizer/allocator_interface.h>
+inline constexpr bool kHasAddressSanitizer = true;
+#else
+inline constexpr bool kHasAddressSanitizer = false;
 #endif
 
 struct ProcessResources {
@@ -53,7 +56,8 @@ inline qint64 GetAllocatedBytes()
 #endif
 }
 
-// Bytes of this process that are in memory; -1 if that is unknown.
+// Bytes of this process that are in memory; -1 if that is unknown. AddressSanitizer keeps what was
+// freed for a while.
 inline qint64 GetResidentBytes()
 {
     QFile file(QStringLiteral("/proc/self/statm"));
