@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <QtGlobal>
+#include <cstdio>
 #include <string_view>
 #include <utility>
 
@@ -120,7 +121,11 @@ ClientTexts::~ClientTexts()
 {
     kelvane::SetConsoleListener(nullptr);
     qInstallMessageHandler(g_previous_handler);
-    testing::internal::GetCapturedStdout();
+    auto const printed = testing::internal::GetCapturedStdout();
+    // The failures of the test are among it.
+    if (testing::Test::HasFailure()) {
+        std::fwrite(printed.data(), 1, printed.size(), stdout);
+    }
 }
 
 }  // namespace cuts

@@ -13,6 +13,8 @@
 
 namespace cuts {
 
+using Clock = std::chrono::steady_clock;
+
 SerialUnit::SerialUnit(std::unique_ptr<simulator::SerialBootloader> bootloader)
     : bootloader_(std::move(bootloader))
 {}
@@ -28,7 +30,7 @@ void SerialUnit::Plug(QString const& path, std::optional<SerialCut> cut)
     bootloader_->Reset();
     bootloader_->GetJournal().Clear();
     cut_ = cut;
-    is_cut_ = silent_ = hung_up_ = false;
+    is_cut_ = silent_ = hung_up_ = hangs_up_soon_ = false;
     to_unit_ = to_host_ = 0;
     tape_.clear();
     line_ = std::make_unique<simulator::PseudoTerminal>();
@@ -89,6 +91,12 @@ void SerialUnit::Serve()
     } else {
         Flush();
     }
+    if (hangs_up_soon_) {
+        // A timer is too coarse.
+        for (auto const end = Clock::now() + cut_->delay; Clock::now() < end;) {
+        }
+        Unplug();
+    }
     if (on_progress) {
         on_progress();
     }
@@ -115,7 +123,7 @@ std::optional<std::byte> SerialUnit::Carry(bool to_unit, std::byte byte)
 {
     auto const number = to_unit ? to_unit_++ : to_host_++;
     tape_.push_back({to_unit, command_});
-    if (silent_ || hung_up_) {
+    if (silent_ || hung_up_ || hangs_up_soon_) {
         return std::nullopt;
     }
     if (cut_ && cut_->to_unit == to_unit && cut_->byte == number) {
@@ -137,9 +145,12 @@ std::optional<std::byte> SerialUnit::Strike(std::byte byte)
         case SerialFault::kSwallow:
             return std::nullopt;
         case SerialFault::kGarble:
+            return byte ^ std::byte{0x55};
+        case SerialFault::kHangUpAfter:
+            hangs_up_soon_ = true;
             break;
     }
-    return byte ^ std::byte{0x55};
+    return byte;
 }
 
 void SerialUnit::Flush()

@@ -4,6 +4,7 @@
 
 #include <QObject>
 #include <QString>
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -23,6 +24,8 @@ enum class SerialFault {
     kHangUp,   // the port is gone
     kSwallow,  // this byte is lost
     kGarble,   // this byte is changed
+    // The port is gone `delay` after this byte: the host may be sending the next command.
+    kHangUpAfter,
 };
 
 // Where a line fails: at byte number `byte`, from 0, of those in one direction.
@@ -30,6 +33,7 @@ struct SerialCut {
     SerialFault fault;
     bool to_unit;
     size_t byte;
+    std::chrono::microseconds delay{0};
 };
 
 // A byte that the line was to carry. `command`: how many commands the unit had ended before.
@@ -81,6 +85,7 @@ private:
     bool is_cut_ = false;
     bool silent_ = false;
     bool hung_up_ = false;
+    bool hangs_up_soon_ = false;
     size_t to_unit_ = 0;
     size_t to_host_ = 0;
     size_t command_ = 0;
