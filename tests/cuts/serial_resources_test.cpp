@@ -1,5 +1,5 @@
-// What the serial backends keep: after many connects, disconnects and replugs, and of what a unit
-// prints unasked.
+// What the serial backends take and keep: after many connects, disconnects and replugs, while a
+// port is lost, and of what a unit prints unasked.
 #include <gtest/gtest.h>
 
 #include <QEventLoop>
@@ -7,6 +7,8 @@
 #include <QTest>
 #include <QTimer>
 #include <algorithm>
+#include <chrono>
+#include <ctime>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -189,6 +191,53 @@ TEST(SerialResources, AreAsBeforeAfterTwoHundredConnectsAndReplugsOverMcuboot)
 {
     ExpectNothingIsKept(GetMcubootTransport());
 }
+
+// ---- Processor time ----
+
+std::chrono::milliseconds GetProcessorTime()
+{
+    timespec time{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+        std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
+}
+
+// QSerialPort reports the loss of an open port without end. After a connect that the unit did not
+// answer, or while it is ready.
+void ExpectLostPortTakesNoProcessorTime(SerialTransport const& transport, bool is_silent)
+{
+    constexpr int kLongMs = 500;
+    constexpr auto kLittle = std::chrono::milliseconds(kLongMs / 5);
+    ClientTexts const texts;
+    QTemporaryDir const folder;
+    SerialUnit unit(transport.make_unit());
+    SerialClient client(transport.make_backend({}), transport.type);
+    bool is_answered = false;
+    client.on_event = [&](WindowEvent) { is_answered = true; };
+    unit.Plug(folder.filePath(u"port"_s));
+    if (is_silent) {
+        unit.Fade();
+    }
+    client.Connect(folder.filePath(u"port"_s), kUnitModel);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return is_answered; }, kPatienceMs));
+
+    unit.Unplug();
+    auto const before = GetProcessorTime();
+    EXPECT_FALSE(QTest::qWaitFor([&] { return GetProcessorTime() - before > kLittle; }, kLongMs));
+}
+
+TEST(SerialProcessorTime, IsNotTakenByALostPort)
+{
+    for (auto const* transport : {&GetUartTransport(), &GetMcubootTransport()}) {
+        for (auto const is_silent : {false, true}) {
+            SCOPED_TRACE(testing::Message()
+                         << transport->type << (is_silent ? " silent" : " ready"));
+            ExpectLostPortTakesNoProcessorTime(*transport, is_silent);
+        }
+    }
+}
+
+// ---- A talking unit ----
 
 // Firmware that prints its console after the restart, while nobody reads it and the port is open.
 void ExpectConsoleTakesNoMemory(SerialTransport const& transport)
