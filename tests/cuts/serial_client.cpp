@@ -42,7 +42,8 @@ SerialClient::SerialClient(std::unique_ptr<FirmwareUpdaterBase> backend, targetI
     using Base = FirmwareUpdaterBase;
     backend_->moveToThread(&worker_);
     worker_.start();
-    QMetaObject::invokeMethod(backend_.get(), [this] { t_client = this; }, Qt::QueuedConnection);
+    auto const register_worker = [this] { t_client = this; };
+    QMetaObject::invokeMethod(backend_.get(), register_worker, Qt::QueuedConnection);
     auto* const backend_object = backend_.get();
     QObject::connect(backend_object, &Base::UpdateStarted, this,
                      [this] { Show(WindowEvent::UpdateStarted); });
