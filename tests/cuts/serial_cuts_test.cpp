@@ -84,6 +84,7 @@ char const* GetName(AttemptResult result)
     return "";
 }
 
+// One transport's session, cut by cut.
 class SerialCutsOf {
 public:
     explicit SerialCutsOf(SerialTransport const& transport) : transport_(transport)
@@ -181,6 +182,10 @@ private:
 
 // ---- What is cut ----
 
+// Those whose result does not depend on a race.
+constexpr std::array kTableFaults{SerialFault::kSilence, SerialFault::kHangUp,
+                                  SerialFault::kSwallow, SerialFault::kGarble};
+
 constexpr size_t kPayloadStride = 32;
 // The virtual line has these faults at every byte.
 constexpr size_t kSingleByteStride = 8;
@@ -207,8 +212,7 @@ std::vector<PlannedCut> TakeSample(std::vector<PlannedCut> const& cuts)
 std::vector<PlannedCut> PlanCuts(std::vector<SessionByte> const& session, bool every_byte)
 {
     std::vector<PlannedCut> cuts;
-    for (auto const fault : {SerialFault::kSilence, SerialFault::kHangUp, SerialFault::kSwallow,
-                             SerialFault::kGarble}) {
+    for (auto const fault : kTableFaults) {
         bool const is_single = fault == SerialFault::kSwallow || fault == SerialFault::kGarble;
         size_t chosen = 0;
         for (auto const& byte : session) {
@@ -329,42 +333,42 @@ void ExpectTexts(CutOutcome const& outcome, targetInterfaceType type)
     }
 }
 
+// How the sessions that failed by `fault` ended, such as "9 failed, 1 done".
+std::string CountResults(std::vector<CutOutcome> const& outcomes, SerialFault fault)
+{
+    std::string cell;
+    for (auto const result : {AttemptResult::kNoUnit, AttemptResult::kRefused,
+                              AttemptResult::kFailed, AttemptResult::kDone}) {
+        auto const count = std::ranges::count_if(outcomes, [&](auto const& outcome) {
+            return outcome.planned.cut.fault == fault && outcome.first.result == result;
+        });
+        if (count > 0) {
+            cell += (cell.empty() ? "" : ", ") + std::to_string(count) + ' ' + GetName(result);
+        }
+    }
+    return cell;
+}
+
 DocumentTable MakeTable(std::vector<CutOutcome> const& outcomes,
                         std::vector<SerialStep> const& steps)
 {
-    constexpr std::array kFaults{SerialFault::kSilence, SerialFault::kHangUp, SerialFault::kSwallow,
-                                 SerialFault::kGarble};
-    constexpr std::array kResults{AttemptResult::kNoUnit, AttemptResult::kRefused,
-                                  AttemptResult::kFailed, AttemptResult::kDone};
     std::vector<std::string> header{"Step"};
-    for (auto const fault : kFaults) {
+    for (auto const fault : kTableFaults) {
         header.emplace_back(GetName(fault));
     }
     header.emplace_back("next attempt");
     DocumentTable table(header);
     for (auto const& step : steps) {
+        std::vector<CutOutcome> here;
+        std::ranges::copy_if(outcomes, std::back_inserter(here), [&](auto const& outcome) {
+            return outcome.planned.byte.step == &step;
+        });
         std::vector<std::string> row{step.name};
-        auto const count = [&](auto const& is_counted) {
-            return std::ranges::count_if(outcomes, [&](auto const& outcome) {
-                return outcome.planned.byte.step == &step && is_counted(outcome);
-            });
-        };
-        for (auto const fault : kFaults) {
-            std::string cell;
-            for (auto const result : kResults) {
-                auto const number = count([&](auto const& outcome) {
-                    return outcome.planned.cut.fault == fault && outcome.first.result == result;
-                });
-                if (number > 0) {
-                    cell +=
-                        (cell.empty() ? "" : ", ") + std::to_string(number) + ' ' + GetName(result);
-                }
-            }
-            row.push_back(cell);
+        for (auto const fault : kTableFaults) {
+            row.push_back(CountResults(here, fault));
         }
-        auto const all = count([](auto const&) { return true; });
-        auto const updated = count([](auto const& outcome) { return outcome.problem.empty(); });
-        row.push_back(std::to_string(updated) + " of " + std::to_string(all) + " done");
+        auto const updated = std::ranges::count(here, std::string(), &CutOutcome::problem);
+        row.push_back(std::to_string(updated) + " of " + std::to_string(here.size()) + " done");
         table.Add(row);
     }
     return table;
@@ -374,7 +378,6 @@ DocumentTable MakeTable(std::vector<CutOutcome> const& outcomes,
 // Qt and the C library keep for their threads.
 constexpr qint64 kMostMemoryKept = qint64{2} << 20;
 
-// The table has only what does not depend on a race.
 void PlayCuts(SerialCutsOf& cuts, targetInterfaceType type, std::string const& table)
 {
     auto planned = PlanCuts(cuts.Session(), type == TargetUart);
