@@ -47,7 +47,7 @@ Recording ReadPcapng(QByteArrayView file);
 
 // The same of the file at `path`; with an error and nothing else when it cannot be opened or read,
 // or exceeds kLargestRecording.
-inline constexpr qint64 kLargestRecording = qint64{256} * 1024 * 1024;  // bytes
+inline constexpr qint64 kLargestRecording = qint64{64} * 1024 * 1024;  // bytes
 Recording ReadPcapngFile(QString const& path);
 
 }  // namespace record

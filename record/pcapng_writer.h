@@ -7,7 +7,6 @@
 #include <QByteArrayView>
 #include <QString>
 #include <cstdint>
-#include <optional>
 
 #include "record/pcapng_format.h"
 

@@ -6,6 +6,7 @@
 #include <system_error>
 #include <utility>
 
+#include "record/event.h"
 #include "record/pcapng_writer.h"
 #include "record/session_buffer.h"
 

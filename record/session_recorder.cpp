@@ -129,7 +129,7 @@ void SessionRecorder::EndSession()
 {
     {
         std::lock_guard const lock(mutex_);
-        if (!current_ || current_->end) {
+        if (!current_ || IsEnding()) {
             return;
         }
         current_->end = Clock::now() + setup_.limits.ending;
@@ -147,6 +147,11 @@ void SessionRecorder::Close()
 }
 
 // ---- The recorder's thread ----
+
+bool SessionRecorder::IsEnding() const
+{
+    return current_ && current_->end != Clock::time_point::max();
+}
 
 bool SessionRecorder::HasWork() const
 {
@@ -168,7 +173,7 @@ void SessionRecorder::Run()
     std::unique_lock lock(mutex_);
     while (true) {
         WaitForWork(lock);
-        if (current_ && current_->end && Clock::now() >= *current_->end) {
+        if (IsEnding() && Clock::now() >= current_->end) {
             Close();
         }
         if (HasWork()) {
@@ -183,11 +188,10 @@ void SessionRecorder::Run()
 // more may come.
 void SessionRecorder::WaitForWork(std::unique_lock<std::mutex>& lock)
 {
-    auto const has_end = [this] { return current_ && current_->end; };
-    wake_.wait(lock, [&] { return HasWork() || stops_ || has_end(); });
+    wake_.wait(lock, [this] { return HasWork() || stops_ || IsEnding(); });
     auto until = Clock::now() + setup_.limits.flush;
-    if (has_end()) {
-        until = std::min(until, *current_->end);
+    if (IsEnding()) {
+        until = std::min(until, current_->end);
     }
     wake_.wait_until(lock, until, [this] { return IsUrgent(); });
 }

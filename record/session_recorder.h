@@ -14,7 +14,6 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <thread>
 
 #include "record/limits.h"
@@ -77,7 +76,7 @@ private:
         bool is_kept = false;
         bool has_update = false;
         bool has_ended = false;
-        std::optional<Clock::time_point> end;  // when it ends, if that is settled
+        Clock::time_point end = Clock::time_point::max();  // when it ends, if that is settled
     };
 
     // The file of the session that is being written. Used by the recorder's thread only.
@@ -89,6 +88,7 @@ private:
     static uint64_t GetTime(Session const& session);
     void Close();
     void Add(Event const& event);
+    bool IsEnding() const;
     bool HasWork() const;
     bool IsUrgent() const;
     void Run();

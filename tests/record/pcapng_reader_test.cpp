@@ -295,5 +295,5 @@ TEST(PcapngReader, ReadsAFileAndSaysWhyItCannot)
     EXPECT_EQ(ReadPcapngFile(folder.path()).error, QStringLiteral("it is not a file"));
     ASSERT_TRUE(file.open(QIODevice::ReadWrite) && file.resize(kLargestRecording + 1));
     EXPECT_EQ(ReadPcapngFile(file.fileName()).error,
-              QStringLiteral("the file is larger than 268435456 bytes"));
+              QStringLiteral("the file is larger than 67108864 bytes"));
 }

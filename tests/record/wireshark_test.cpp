@@ -64,13 +64,12 @@ TEST_F(Wireshark, ReadsNamesTimesDirectionsCommentsAndBytes)
               u"session\t1795000000.123456789\t0x00000000\tevent: connect port=ttyUSB0\t"_s);
     EXPECT_EQ(lines.value(2), u"ttyUSB0\t1795000000.123457788\t0x00000001\t\t7900ff"_s);
     auto const facts = ToStrings(ReadWithCapinfos(path_));
-    for (auto const* const fact :
-         {"Capture hardware: arm64", "Capture oper-sys: macOS Größe",
-          "Capture application: Kelvane Firmware Updater 1.0.0", "Strict time order: True",
-          "Number of interfaces in file: 2", "Name = ttyUSB0",
-          "Description = UART, 460800 baud, 8E1", "Encapsulation = USER 0 (45 - user0)",
-          "Time precision = nanoseconds (9)"}) {
-        EXPECT_THAT(facts, Contains(fact));
+    for (auto const* const fact : {"Capture hardware: arm64", "Capture oper-sys: macOS Größe",
+                                   "Capture application: Kelvane Firmware Updater 1.0.0",
+                                   "Strict time order: True", "Number of interfaces in file: 2",
+                                   "Name = ttyUSB0", "Description = UART, 460800 baud, 8E1",
+                                   "Encapsulation = USER 0", "Time precision = nanoseconds (9)"}) {
+        EXPECT_THAT(facts, Contains(testing::StartsWith(fact)));
     }
     EXPECT_THAT(facts, Each(Not(testing::StartsWith("warning"))));
 }
