@@ -24,7 +24,7 @@ void FirmwareUpdaterBase::RunUpdate()
 void FirmwareUpdaterBase::ConnectAndVerify(QString const& port_name,
                                            QList<uint8_t> const& device_ids, bool verify)
 {
-    notes_.ConnectRequested(DescribePort(port_name));
+    notes_.ConnectRequested(port_name);
     record_->BeginSession(port_name);
     if (!connect(port_name)) {
         notes_.NotAnswered();

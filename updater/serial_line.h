@@ -26,3 +26,6 @@ using LineOpener = std::function<std::unique_ptr<mcuboot::ILine>(
 // `owner`.
 std::unique_ptr<mcuboot::ILine> OpenSerialLine(QString const& port_name, unsigned baud,
                                                QObject* owner, QString* reason = nullptr);
+
+// "ttyUSB0 (10c4:ea60)"; the name alone when the port is not on USB or is gone.
+QString DescribePort(QString const& port_name);

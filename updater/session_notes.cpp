@@ -1,12 +1,12 @@
 #include "updater/session_notes.h"
 
-#include <QSerialPortInfo>
 #include <QStringList>
 #include <chrono>
 #include <utility>
 
 #include "updater/model_id.h"
 #include "updater/otp_handler.h"
+#include "updater/serial_line.h"
 
 namespace {
 
@@ -62,17 +62,6 @@ QString DescribeModelIn(std::vector<std::byte> const& otp, QList<uint8_t> const&
                          QStringLiteral("no model record in %1 bytes of OTP").arg(otp.size()));
 }
 
-QString DescribePort(QString const& port_name)
-{
-    QSerialPortInfo const info(port_name);
-    if (!info.hasVendorIdentifier() || !info.hasProductIdentifier()) {
-        return port_name;
-    }
-    return port_name + QStringLiteral(" (%1:%2)")
-                           .arg(info.vendorIdentifier(), 4, 16, QLatin1Char('0'))
-                           .arg(info.productIdentifier(), 4, 16, QLatin1Char('0'));
-}
-
 QString DescribeSeconds(std::chrono::milliseconds time)
 {
     return QStringLiteral("%1 s").arg(std::chrono::duration<double>(time).count(), 0, 'f', 1);
@@ -111,15 +100,19 @@ QString SessionNotes::DescribeUnit() const
 
 void SessionNotes::Report(QString const& result, QString const& details)
 {
-    auto const line = result + QStringLiteral(" on ") + port_ + QStringLiteral(": ") + details;
-    if (line == last_) {
+    if (!sink_) {
+        return;
+    }
+    if (auto const all = result + port_ + details; std::exchange(last_, all) == all) {
         ++repeats_;
         last_time_ = QTime::currentTime();
         return;
     }
     WriteRepeats();
-    last_ = line;
-    Write(line);
+    // Only now: the system takes its time to describe a port.
+    last_line_ =
+        result + QStringLiteral(" on ") + DescribePort(port_) + QStringLiteral(": ") + details;
+    Write(last_line_);
 }
 
 void SessionNotes::WriteRepeats()
@@ -127,7 +120,7 @@ void SessionNotes::WriteRepeats()
     if (repeats_ > 0) {
         Write(QStringLiteral("the same %1 more times, the last at %2: %3")
                   .arg(std::exchange(repeats_, 0))
-                  .arg(last_time_.toString(QStringLiteral("HH:mm:ss")), last_));
+                  .arg(last_time_.toString(QStringLiteral("HH:mm:ss")), last_line_));
     }
 }
 

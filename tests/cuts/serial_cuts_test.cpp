@@ -408,7 +408,8 @@ void PlayAllCuts(SerialTransport const& transport, std::string const& table)
     PlayCuts(cuts, transport.type, table);
 
     // The system removes a thread from its list a moment after its end.
-    EXPECT_TRUE(QTest::qWaitFor([&] { return GetProcessResources() == resources; }, 5000))
+    EXPECT_TRUE(
+        QTest::qWaitFor([&] { return HoldsNoMore(GetProcessResources(), resources); }, 5000))
         << testing::PrintToString(GetProcessResources()) << ", before "
         << testing::PrintToString(resources);
     EXPECT_LE(GetAllocatedBytes() - memory, kMostMemoryKept);

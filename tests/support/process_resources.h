@@ -28,7 +28,6 @@ struct ProcessResources {
     qsizetype threads;
     qsizetype descriptors;
 
-    bool operator==(ProcessResources const&) const = default;
     friend void PrintTo(ProcessResources const& resources, std::ostream* out)
     {
         *out << resources.threads << " threads, " << resources.descriptors << " descriptors";
@@ -43,6 +42,12 @@ inline ProcessResources GetProcessResources()
             .size();
     };
     return {count("/proc/self/task"), count("/proc/self/fd")};
+}
+
+// A thread of an earlier test may still have been ending when `before` was counted.
+inline bool HoldsNoMore(ProcessResources const& now, ProcessResources const& before)
+{
+    return now.threads <= before.threads && now.descriptors <= before.descriptors;
 }
 
 // Bytes that were allocated and not freed, in all threads.
