@@ -1,0 +1,262 @@
+#include "tests/cuts/virtual_uart_session.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "simulator/line/line_pacer.h"
+#include "tests/cuts/quiet_console.h"
+#include "updater/model_id.h"
+
+namespace cuts {
+namespace {
+
+using namespace std::chrono_literals;
+using stm32_updater::Stm32UartUpdater;
+using Step = UartWait::Step;
+
+constexpr uint32_t kStart = simulator::kFlashStart;
+constexpr std::array kMarker{std::byte{'P'}, std::byte{'U'}, std::byte{'W'}, std::byte{'F'}};
+
+// The time for a block that is refused and sent again, and far more.
+constexpr Time kRepeats = 100ms;
+
+// "\nstm32_uart_updater.cpp:123 text" without the place.
+std::string RemovePlace(std::string const& text)
+{
+    auto const end = text.find(' ');
+    bool const has_place = text.starts_with("\nstm32_uart_updater.cpp:") && end != text.npos;
+    return has_place ? text.substr(end + 1) : text.substr(text.find_first_not_of('\n'));
+}
+
+Stm32UartUpdater MakeEngine(VirtualUart& uart, dispatcher::Dispatcher& dispatcher,
+                            std::mutex& mutex, bool mass_erase)
+{
+    return {[](bool) {}, [](bool) {}, uart, dispatcher, mutex, stm32_updater::kMcuId, mass_erase,
+            [] {}, [] {}, Stm32UartUpdater::Rate::kBootloader, uart.GetWaits()};
+}
+
+}  // namespace
+
+UartBench::UartBench(UartSetup setup)
+    : setup_(std::move(setup)),
+      script_(setup_),
+      unit_(setup_.unit),
+      new_flash_(script_.FlashAfterAll())
+{
+    VirtualUart uart;
+    auto engine = MakeEngine(uart, dispatcher_, mutex_, setup_.mass_erase);
+    Restore();
+    sound_ = Try(engine, uart, {});
+}
+
+// The unit as it is before each session.
+void UartBench::Restore()
+{
+    unit_.Faults().Clear();
+    unit_.GetJournal().Clear();
+    unit_.Memory().EraseFlash(0, setup_.unit.chip.flash_size);
+    unit_.Memory().Load(kStart, script_.FlashBefore());
+    unit_.Memory().Load(kUartMarkerAddress, std::vector(kMarker.size(), std::byte{0}));
+    unit_.Reset();
+}
+
+// What the backend does from the moment when a unit is found.
+UartAttempt UartBench::Try(Stm32UartUpdater& engine, VirtualUart& uart, UartFaults const& faults)
+{
+    VirtualWire wire(unit_, stm32_updater::kBaudRate, simulator::kBitsPerByte8E1, faults.wire);
+    for (auto const& fault : faults.unit) {
+        unit_.Faults().Add(fault);
+    }
+    uart.Attach(wire);
+    UartAttempt attempt;
+    attempt.is_connected = engine.ConnectDevice();
+    attempt.is_verified =
+        attempt.is_connected &&
+        checkModelIdInOtp(engine.GetOtp(setup_.unit.chip.otp_address, kUartOtpSize), {kUartModel});
+    if (attempt.is_verified) {
+        attempt.is_updated = engine.Update(MakeUartImage(), [](auto, unsigned) {}, kStart);
+        engine.DisconnectDevice();
+    }
+    if (attempt.is_updated) {
+        engine.ExitDfu(kStart, kUartMarkerAddress);
+    }
+    std::ranges::transform(QuietConsole::TakeTexts(), std::back_inserter(attempt.texts),
+                           RemovePlace);
+    attempt.time = wire.Now();
+    attempt.bytes = {wire.SentToUnit(), wire.SentToHost()};
+    attempt.trace_hash = wire.TraceHash();
+    attempt.flash = unit_.Memory().Read(kStart, setup_.unit.chip.flash_size);
+    attempt.is_running = unit_.GetState() == simulator::UnitState::kRunning &&
+                         unit_.JumpAddress() == kStart && std::ranges::equal(unit_.Marker(), kMarker);
+    return attempt;
+}
+
+UartEnd UartBench::Classify(UartAttempt const& attempt) const
+{
+    bool const is_complete = attempt.flash == new_flash_;
+    bool const is_untouched = attempt.flash == script_.FlashBefore();
+    if (attempt.is_updated) {
+        return !is_complete         ? UartEnd::kWrongFlash
+               : attempt.is_running ? UartEnd::kUpdated
+                                    : UartEnd::kNotRestarted;
+    }
+    if (is_untouched) {
+        bool const is_refused =
+            attempt.is_connected && !attempt.is_verified && attempt.texts.empty();
+        return is_refused ? UartEnd::kRefused : UartEnd::kFailedUntouched;
+    }
+    return is_complete                         ? UartEnd::kFailedComplete
+           : UartScript::HasTrailer(attempt.flash) ? UartEnd::kFailedWrongFlash
+                                               : UartEnd::kFailedIncomplete;
+}
+
+UartVerdict UartBench::Run(UartFaults const& faults)
+{
+    VirtualUart uart;
+    auto engine = MakeEngine(uart, dispatcher_, mutex_, setup_.mass_erase);
+    Restore();
+    UartVerdict verdict;
+    verdict.attempt = Try(engine, uart, faults);
+    verdict.end = Classify(verdict.attempt);
+    verdict.problem = CheckSecondAttempt(engine, uart);
+    return verdict;
+}
+
+// The unit is reset and plugged in again, by the same program.
+std::string UartBench::CheckSecondAttempt(Stm32UartUpdater& engine, VirtualUart& uart)
+{
+    unit_.Faults().Clear();
+    unit_.Reset();
+    unit_.Memory().Load(kUartMarkerAddress, std::vector(kMarker.size(), std::byte{0}));
+    if (script_.FlashBefore().front() == std::byte{0xFF}) {
+        // Without an erase command the unit erases by itself.
+        unit_.Memory().EraseFlash(0, setup_.unit.chip.flash_size);
+    }
+    if (!HasLearnedWrongPair(uart)) {
+        return CheckUpdated(Try(engine, uart, {}));
+    }
+    // The pair is kept as long as the program runs; see docs/known-limits.md.
+    if (Try(engine, uart, {}).is_connected) {
+        return "a session with the other pair of answers";
+    }
+    unit_.Reset();
+    VirtualUart other_uart;
+    auto other_engine = MakeEngine(other_uart, dispatcher_, mutex_, setup_.mass_erase);
+    return CheckUpdated(Try(other_engine, other_uart, {}));
+}
+
+bool UartBench::HasLearnedWrongPair(VirtualUart const& uart) const
+{
+    auto const first = uart.FirstReceived();
+    return first != setup_.unit.ack_pair.ack &&
+           (first == simulator::kStandardAckPair.ack || first == simulator::kAlternativeAckPair.ack);
+}
+
+std::string UartBench::CheckUpdated(UartAttempt const& attempt) const
+{
+    auto const end = Classify(attempt);
+    if (end == UartEnd::kUpdated && attempt.texts == sound_.texts) {
+        return {};
+    }
+    return fmt::format("the second attempt: end {}, texts: {}", static_cast<int>(end),
+                       fmt::join(attempt.texts, "; "));
+}
+
+// One text for each failure, of a command that may be under way at this wait or later.
+std::string UartBench::CheckTexts(UartAttempt const& attempt, size_t first_wait) const
+{
+    auto texts = attempt.texts;
+    std::erase(texts, "No erase methods");
+    auto const& waits = script_.Waits();
+    auto const step = !attempt.is_connected  ? Step::kConnect
+                      : !attempt.is_verified ? Step::kOtp
+                      : !attempt.is_updated  ? Step::kUpdate
+                                             : Step::kRestart;
+    // A model that does not fit is a failure without a text, and so is a restart that is not seen.
+    bool const may_be_silent = step == Step::kOtp || step == Step::kRestart;
+    if (texts.size() > 1 || (texts.empty() && !may_be_silent)) {
+        return "the number of texts";
+    }
+    if (texts.empty()) {
+        return {};
+    }
+    auto const command = FindCommand(texts.front());
+    auto const fits = [&](UartWait const& wait) {
+        return wait.step == step && wait.command == command;
+    };
+    auto const from = waits.begin() + static_cast<std::ptrdiff_t>(first_wait);
+    return std::any_of(from, waits.end(), fits) ? "" : "not the text of a command under way";
+}
+
+// What a cut or a stall leads to is known exactly.
+std::string UartBench::CheckPrediction(UartAttempt const& attempt, WireFault const& fault) const
+{
+    auto const wait = script_.Find(fault.direction, fault.position);
+    bool const has_request = fault.direction == Direction::kToHost;
+    switch (fault.kind) {
+        case WireFaultKind::kCut:
+            return CheckFailsAt(attempt, wait, has_request ? wait + 1 : wait);
+        case WireFaultKind::kStallAbove:
+            return CheckFailsAt(attempt, wait, wait + 1);
+        case WireFaultKind::kStallBelow:
+            return CheckUpdated(attempt);
+        default:
+            return {};
+    }
+}
+
+// `effects`: how many waits have had their effect on the unit.
+std::string UartBench::CheckFailsAt(UartAttempt const& attempt, size_t wait, size_t effects) const
+{
+    auto const& awaited = script_.Waits()[wait];
+    auto texts = sound_.texts;
+    if (awaited.step < Step::kUpdate || (awaited.step == Step::kUpdate && effects < 1)) {
+        texts.clear();
+    }
+    if (awaited.to_host > 0) {
+        texts.push_back(fmt::format("receive timeout for {} bytes, command {}", awaited.to_host,
+                                    awaited.command));
+    }
+    if (attempt.flash != script_.FlashAfter(effects)) {
+        return "not the flash that this fault must leave";
+    }
+    if (attempt.is_connected != (awaited.step > Step::kConnect) ||
+        attempt.is_verified != (awaited.step > Step::kOtp) ||
+        attempt.is_updated != (awaited.step > Step::kUpdate)) {
+        return "not the step that this fault must end";
+    }
+    if (attempt.texts != texts) {
+        return "expected: " + fmt::format("{}", fmt::join(texts, "; "));
+    }
+    return {};
+}
+
+UartVerdict UartBench::RunWithOne(WireFault const& fault)
+{
+    auto verdict = Run({{fault}, {}});
+    auto const& attempt = verdict.attempt;
+    auto const wait = script_.Find(fault.direction, fault.position);
+    if (verdict.problem.empty()) {
+        verdict.problem = CheckPrediction(attempt, fault);
+    }
+    if (verdict.problem.empty()) {
+        verdict.problem = CheckTexts(attempt, wait);
+    }
+    if (verdict.problem.empty() && attempt.time > sound_.time + 5s + kRepeats) {
+        verdict.problem = "it took longer than the limits allow";
+    }
+    if (verdict.problem.empty() &&
+        (verdict.end == UartEnd::kWrongFlash || verdict.end == UartEnd::kFailedWrongFlash)) {
+        verdict.problem = "flash";
+    }
+    return verdict;
+}
+
+UartVerdict UartBench::RunWithMany(UartFaults const& faults)
+{
+    return Run(faults);
+}
+
+}  // namespace cuts

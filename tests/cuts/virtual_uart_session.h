@@ -1,0 +1,95 @@
+// A whole UART session in virtual time: the engine updates a simulated unit over a wire with
+// faults, and then a second time, after a reset, over one without. Judges how both ended.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "runtime/dispatcher.h"
+#include "simulator/bootloaders/stm32_bootloader.h"
+#include "tests/cuts/uart_script.h"
+#include "tests/cuts/virtual_uart.h"
+#include "tests/cuts/virtual_wire.h"
+
+namespace cuts {
+
+// How a session ended.
+enum class UartEnd {
+    kUpdated,           // reported as updated, and the unit runs the new firmware
+    kNotRestarted,      // reported as updated; the image is complete, the unit in its bootloader
+    kWrongFlash,        // reported as updated, but the flash is not as it must be
+    kRefused,           // refused by the model check; the flash is as before
+    kFailedUntouched,   // reported as failed; the flash is as before
+    kFailedIncomplete,  // reported as failed; the image is incomplete and has no valid trailer
+    kFailedComplete,    // reported as failed, though the image is complete
+    kFailedWrongFlash,  // reported as failed; a valid trailer and an incomplete image
+};
+inline constexpr size_t kUartEnds = 8;
+
+struct UartFaults {
+    std::vector<WireFault> wire;
+    std::vector<simulator::Fault> unit;
+};
+
+// What is known after an attempt to update.
+struct UartAttempt {
+    bool is_connected = false;
+    bool is_verified = false;
+    bool is_updated = false;
+    std::vector<std::string> texts;  // without the place in the source
+    Time time{0};
+    std::array<size_t, 2> bytes{};  // by direction
+    uint64_t trace_hash = 0;
+    std::vector<std::byte> flash;
+    bool is_running = false;  // the new firmware, with the marker in its place
+};
+
+struct UartVerdict {
+    UartEnd end = UartEnd::kUpdated;
+    std::string problem;  // empty when all is as it must be
+    UartAttempt attempt;  // the first
+};
+
+// Runs sessions with one simulated unit, each from the same beginning.
+class UartBench {
+public:
+    explicit UartBench(UartSetup setup);
+
+    UartScript const& Script() const { return script_; }
+
+    // Exactly one fault, after which only what a table of exceptions names may go undetected.
+    UartVerdict RunWithOne(WireFault const& fault);
+
+    // Any faults. Only what holds whatever the line does is a problem.
+    UartVerdict RunWithMany(UartFaults const& faults);
+
+private:
+    void Restore();
+    UartAttempt Try(stm32_updater::Stm32UartUpdater& engine, VirtualUart& uart,
+                    UartFaults const& faults);
+    UartVerdict Run(UartFaults const& faults);
+    UartEnd Classify(UartAttempt const& attempt) const;
+    bool HasLearnedWrongPair(VirtualUart const& uart) const;
+
+    // Each returns what is wrong, and nothing when all is right.
+    std::string CheckSecondAttempt(stm32_updater::Stm32UartUpdater& engine, VirtualUart& uart);
+    std::string CheckUpdated(UartAttempt const& attempt) const;
+    std::string CheckTexts(UartAttempt const& attempt, size_t first_wait) const;
+    std::string CheckPrediction(UartAttempt const& attempt, WireFault const& fault) const;
+    std::string CheckFailsAt(UartAttempt const& attempt, size_t wait, size_t effects) const;
+
+    UartSetup setup_;
+    UartScript script_;
+    simulator::Stm32Bootloader unit_;
+    dispatcher::Dispatcher dispatcher_{{}, 1};
+    std::mutex mutex_;
+    std::vector<std::byte> new_flash_;
+    UartAttempt sound_;  // without faults
+};
+
+}  // namespace cuts
