@@ -168,14 +168,15 @@ void UartScript::AddWrite(Step step, size_t begin, size_t size)
     waits_.push_back({step, "Write", 1 + size + 1, 1, effect, begin, size});
 }
 
-size_t UartScript::CountBytes(Direction direction) const
+std::array<size_t, 2> UartScript::CountBytes() const
 {
-    size_t count = 0;
+    // The unit acknowledges the address of Go as well.
+    std::array<size_t, 2> bytes{0, 1};
     for (auto const& wait : waits_) {
-        count += direction == Direction::kToUnit ? wait.to_unit : wait.to_host;
+        bytes[0] += wait.to_unit;
+        bytes[1] += wait.to_host;
     }
-    // The unit acknowledges the address of Go.
-    return count + (direction == Direction::kToHost ? 1 : 0);
+    return bytes;
 }
 
 size_t UartScript::Find(Direction direction, size_t position) const

@@ -57,7 +57,7 @@ public:
     explicit UartScript(UartSetup const& setup);
 
     std::vector<UartWait> const& Waits() const { return waits_; }
-    size_t CountBytes(Direction direction) const;
+    std::array<size_t, 2> CountBytes() const;  // by direction
 
     // The index of the wait to which a byte belongs.
     size_t Find(Direction direction, size_t position) const;

@@ -12,24 +12,12 @@
 
 #include "runtime/dispatcher.h"
 #include "simulator/bootloaders/stm32_bootloader.h"
+#include "tests/cuts/session_end.h"
 #include "tests/cuts/uart_script.h"
 #include "tests/cuts/virtual_uart.h"
 #include "tests/cuts/virtual_wire.h"
 
 namespace cuts {
-
-// How a session ended.
-enum class UartEnd {
-    kUpdated,           // reported as updated, and the unit runs the new firmware
-    kNotRestarted,      // reported as updated; the image is complete, the unit in its bootloader
-    kWrongFlash,        // reported as updated, but the flash is not as it must be
-    kRefused,           // refused by the model check; the flash is as before
-    kFailedUntouched,   // reported as failed; the flash is as before
-    kFailedIncomplete,  // reported as failed; the image is incomplete and has no valid trailer
-    kFailedComplete,    // reported as failed, though the image is complete
-    kFailedWrongFlash,  // reported as failed; a valid trailer and an incomplete image
-};
-inline constexpr size_t kUartEnds = 8;
 
 struct UartFaults {
     std::vector<WireFault> wire;
@@ -49,31 +37,26 @@ struct UartAttempt {
     bool is_running = false;  // the new firmware, with the marker in its place
 };
 
-struct UartVerdict {
-    UartEnd end = UartEnd::kUpdated;
-    std::string problem;  // empty when all is as it must be
-    UartAttempt attempt;  // the first
-};
-
 // Runs sessions with one simulated unit, each from the same beginning.
 class UartBench {
 public:
     explicit UartBench(UartSetup setup);
 
-    UartScript const& Script() const { return script_; }
+    // Of a session without faults, by direction.
+    std::array<size_t, 2> CountBytes() const { return sound_.bytes; }
 
     // Exactly one fault, after which only what a table of exceptions names may go undetected.
-    UartVerdict RunWithOne(WireFault const& fault);
+    SessionVerdict RunWithOne(WireFault const& fault);
 
     // Any faults. Only what holds whatever the line does is a problem.
-    UartVerdict RunWithMany(UartFaults const& faults);
+    SessionVerdict RunWithMany(UartFaults const& faults);
 
 private:
     void Restore();
     UartAttempt Try(stm32_updater::Stm32UartUpdater& engine, VirtualUart& uart,
                     UartFaults const& faults);
-    UartVerdict Run(UartFaults const& faults);
-    UartEnd Classify(UartAttempt const& attempt) const;
+    UartAttempt Run(UartFaults const& faults, SessionVerdict& verdict);
+    SessionEnd Classify(UartAttempt const& attempt) const;
     bool HasLearnedWrongPair(VirtualUart const& uart) const;
 
     // Each returns what is wrong, and nothing when all is right.
