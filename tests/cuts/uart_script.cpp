@@ -29,11 +29,11 @@ std::vector<std::byte> MakeOtp()
     return otp.Bytes();
 }
 
-// A chip with four pages of flash, which is enough and quick to compare.
+// A chip with two pages of flash, which is enough and quick to compare.
 simulator::Chip MakeSmallChip(uint16_t product_id)
 {
     auto chip = simulator::FindChip(product_id).value();
-    chip.flash_size = 4 * chip.page_size;
+    chip.flash_size = 2 * chip.page_size;
     return chip;
 }
 

@@ -26,6 +26,9 @@ constexpr size_t kChunk = 1483;
 constexpr size_t kMcubootImageSize = 3 * kChunk + 15;
 constexpr std::byte kModel{7};
 
+// No session takes longer, even if every answer is late and the unit goes back again and again.
+constexpr Time kMcubootEndless = 10min;
+
 // For limits that are counted in waits of 3 ms.
 constexpr Time kMargin = 100ms;
 
@@ -99,7 +102,7 @@ std::vector<std::byte> McubootBench::FlashAfter(size_t requests) const
 }
 
 // What the backend does from the moment when a unit is found.
-McubootBench::Attempt McubootBench::Try(mcuboot::Exchange& exchange, McubootFaults const& faults)
+McubootBench::Attempt McubootBench::Try(mcuboot::Exchange& exchange, SessionFaults const& faults)
 {
     VirtualWire wire(unit_, kBaud, simulator::kBitsPerByte8N1, faults.wire);
     for (auto const& fault : faults.unit) {
@@ -312,11 +315,21 @@ SessionVerdict McubootBench::RunWithOne(WireFault const& fault)
     return verdict;
 }
 
-SessionVerdict McubootBench::RunWithMany(McubootFaults const& faults)
+SessionVerdict McubootBench::RunWithMany(SessionFaults const& faults)
 {
     mcuboot::Exchange exchange;
     Restore();
-    return Judge(Try(exchange, faults), exchange);
+    auto const attempt = Try(exchange, faults);
+    auto verdict = Judge(attempt, exchange);
+    if (verdict.problem.empty() && attempt.time > kMcubootEndless) {
+        verdict.problem = "it took longer than the limits allow";
+    }
+    bool const is_wrong =
+        verdict.end == SessionEnd::kWrongFlash || verdict.end == SessionEnd::kFailedWrongFlash;
+    if (verdict.problem.empty() && is_wrong) {
+        verdict.problem = "undetected";
+    }
+    return verdict;
 }
 
 }  // namespace cuts

@@ -12,6 +12,7 @@
 
 #include "mcuboot/exchange.h"
 #include "simulator/bootloaders/mcuboot_recovery.h"
+#include "tests/cuts/random_faults.h"
 #include "tests/cuts/session_end.h"
 #include "tests/cuts/virtual_wire.h"
 
@@ -25,15 +26,12 @@ struct McubootSetup {
 // Every chip, and every option of the bootloader.
 std::vector<McubootSetup> ListMcubootSetups();
 
-struct McubootFaults {
-    std::vector<WireFault> wire;
-    std::vector<simulator::Fault> unit;
-};
-
 // Runs sessions with one simulated unit, each from the same beginning.
 class McubootBench {
 public:
     explicit McubootBench(McubootSetup setup);
+
+    std::string const& Name() const { return setup_.name; }
 
     // Of a session without faults, by direction.
     std::array<size_t, 2> CountBytes() const { return sound_.bytes; }
@@ -42,7 +40,7 @@ public:
     SessionVerdict RunWithOne(WireFault const& fault);
 
     // Any faults. Only what holds whatever the line does is a problem.
-    SessionVerdict RunWithMany(McubootFaults const& faults);
+    SessionVerdict RunWithMany(SessionFaults const& faults);
 
 private:
     // The requests of a session, in their order: the image's state, the model, a chunk each, the
@@ -67,7 +65,7 @@ private:
     };
 
     void Restore();
-    Attempt Try(mcuboot::Exchange& exchange, McubootFaults const& faults);
+    Attempt Try(mcuboot::Exchange& exchange, SessionFaults const& faults);
     static void Converse(mcuboot::Exchange& exchange, Attempt& attempt, QByteArray const& image);
     SessionVerdict Judge(Attempt const& attempt, mcuboot::Exchange& exchange);
     SessionEnd Classify(Attempt const& attempt) const;

@@ -19,6 +19,9 @@ using Step = UartWait::Step;
 constexpr uint32_t kStart = simulator::kFlashStart;
 constexpr std::array kMarker{std::byte{'P'}, std::byte{'U'}, std::byte{'W'}, std::byte{'F'}};
 
+// No session takes longer, even if every answer is late and every block refused.
+constexpr Time kEndless = 10min;
+
 // What the engine prints when it writes without erasing.
 constexpr char kNoErase[] = "No erase methods";
 
@@ -66,7 +69,7 @@ void UartBench::Restore()
 }
 
 // What the backend does from the moment when a unit is found.
-UartAttempt UartBench::Try(Stm32UartUpdater& engine, VirtualUart& uart, UartFaults const& faults)
+UartAttempt UartBench::Try(Stm32UartUpdater& engine, VirtualUart& uart, SessionFaults const& faults)
 {
     VirtualWire wire(unit_, stm32_updater::kBaudRate, simulator::kBitsPerByte8E1, faults.wire);
     for (auto const& fault : faults.unit) {
@@ -115,7 +118,7 @@ SessionEnd UartBench::Classify(UartAttempt const& attempt) const
                                                : SessionEnd::kFailedIncomplete;
 }
 
-UartAttempt UartBench::Run(UartFaults const& faults, SessionVerdict& verdict)
+UartAttempt UartBench::Run(SessionFaults const& faults, SessionVerdict& verdict)
 {
     VirtualUart uart;
     auto engine = MakeEngine(uart, dispatcher_, mutex_, setup_.mass_erase);
@@ -263,10 +266,21 @@ SessionVerdict UartBench::RunWithOne(WireFault const& fault)
     return verdict;
 }
 
-SessionVerdict UartBench::RunWithMany(UartFaults const& faults)
+SessionVerdict UartBench::RunWithMany(SessionFaults const& faults)
 {
     SessionVerdict verdict;
-    Run(faults, verdict);
+    auto const attempt = Run(faults, verdict);
+    if (verdict.problem.empty()) {
+        verdict.problem = CheckTexts(attempt, 0);
+    }
+    if (verdict.problem.empty() && attempt.time > kEndless) {
+        verdict.problem = "it took longer than the limits allow";
+    }
+    bool const is_wrong =
+        verdict.end == SessionEnd::kWrongFlash || verdict.end == SessionEnd::kFailedWrongFlash;
+    if (verdict.problem.empty() && is_wrong) {
+        verdict.problem = "undetected";
+    }
     return verdict;
 }
 

@@ -12,17 +12,13 @@
 
 #include "runtime/dispatcher.h"
 #include "simulator/bootloaders/stm32_bootloader.h"
+#include "tests/cuts/random_faults.h"
 #include "tests/cuts/session_end.h"
 #include "tests/cuts/uart_script.h"
 #include "tests/cuts/virtual_uart.h"
 #include "tests/cuts/virtual_wire.h"
 
 namespace cuts {
-
-struct UartFaults {
-    std::vector<WireFault> wire;
-    std::vector<simulator::Fault> unit;
-};
 
 // What is known after an attempt to update.
 struct UartAttempt {
@@ -42,6 +38,8 @@ class UartBench {
 public:
     explicit UartBench(UartSetup setup);
 
+    std::string const& Name() const { return setup_.name; }
+
     // Of a session without faults, by direction.
     std::array<size_t, 2> CountBytes() const { return sound_.bytes; }
 
@@ -49,13 +47,13 @@ public:
     SessionVerdict RunWithOne(WireFault const& fault);
 
     // Any faults. Only what holds whatever the line does is a problem.
-    SessionVerdict RunWithMany(UartFaults const& faults);
+    SessionVerdict RunWithMany(SessionFaults const& faults);
 
 private:
     void Restore();
     UartAttempt Try(stm32_updater::Stm32UartUpdater& engine, VirtualUart& uart,
-                    UartFaults const& faults);
-    UartAttempt Run(UartFaults const& faults, SessionVerdict& verdict);
+                    SessionFaults const& faults);
+    UartAttempt Run(SessionFaults const& faults, SessionVerdict& verdict);
     SessionEnd Classify(UartAttempt const& attempt) const;
     bool HasLearnedWrongPair(VirtualUart const& uart) const;
 

@@ -1,0 +1,89 @@
+#include "tests/cuts/random_faults.h"
+
+#include <fmt/format.h>
+
+#include <array>
+
+namespace cuts {
+namespace {
+
+constexpr size_t kMostFaults = 6;
+constexpr size_t kLongestNoise = 100;
+
+std::byte MakeValue(Random& random, std::span<std::byte const> telling)
+{
+    return random.Below(2) == 0 ? random.Pick(telling) : static_cast<std::byte>(random.Below(256));
+}
+
+void AddWireFaults(Random& random, std::array<size_t, 2> bytes, std::span<std::byte const> telling,
+                   std::vector<WireFault>& faults)
+{
+    using enum WireFaultKind;
+    // A cut or a late answer ends most sessions, so they are rarer than the others.
+    static constexpr std::array kKinds{
+        kSwallow,     kSwallow,     kFlip,        kFlip,       kFlip,       kReplace, kReplace,
+        kExtraBefore, kExtraBefore, kExtraBefore, kExtraAfter, kExtraAfter, kCut,     kStallBelow,
+        kStallBelow,  kStallAbove};
+    WireFault fault{};
+    fault.kind = random.Pick(std::span<WireFaultKind const>(kKinds));
+    fault.direction = random.Below(2) == 0 ? Direction::kToUnit : Direction::kToHost;
+    fault.position = random.Below(bytes.at(static_cast<size_t>(fault.direction)) + 20);
+    bool const is_noise = fault.kind == kExtraBefore && random.Below(3) == 0;
+    auto const size = is_noise ? 1 + random.Below(kLongestNoise) : 1;
+    for (size_t i = 0; i < size; ++i) {
+        fault.value = MakeValue(random, telling);
+        faults.push_back(fault);
+    }
+}
+
+simulator::Fault MakeUnitFault(Random& random, std::span<simulator::FaultKind const> kinds,
+                               std::span<std::byte const> telling)
+{
+    simulator::Fault fault{random.Pick(kinds)};
+    fault.at = static_cast<unsigned>(1 + random.Below(40));
+    fault.count = static_cast<unsigned>(1 + (random.Below(2) == 0 ? 0 : random.Below(14)));
+    // Milliseconds, sizes, offsets, bytes: all of these are of this size.
+    fault.parameter = random.Below(2) == 0 ? std::to_integer<uint32_t>(random.Pick(telling))
+                                           : static_cast<uint32_t>(random.Below(8000));
+    return fault;
+}
+
+}  // namespace
+
+size_t Random::Below(size_t end)
+{
+    state_ += 0x9E3779B97F4A7C15;
+    auto value = state_;
+    value = (value ^ (value >> 30)) * 0xBF58476D1CE4E5B9;
+    value = (value ^ (value >> 27)) * 0x94D049BB133111EB;
+    return (value ^ (value >> 31)) % end;
+}
+
+std::string ToText(SessionFaults const& faults)
+{
+    std::string text;
+    for (auto const& fault : faults.wire) {
+        text += ToText(fault) + "; ";
+    }
+    for (auto const& fault : faults.unit) {
+        text += fmt::format("{} {} {} {}; ", simulator::GetName(fault.kind), fault.at, fault.count,
+                            fault.parameter);
+    }
+    return text;
+}
+
+SessionFaults MakeRandomFaults(Random& random, std::array<size_t, 2> bytes,
+                               std::span<simulator::FaultKind const> kinds,
+                               std::span<std::byte const> telling)
+{
+    SessionFaults faults;
+    for (auto count = 1 + random.Below(kMostFaults); count > 0; --count) {
+        AddWireFaults(random, bytes, telling, faults.wire);
+    }
+    for (auto count = random.Below(3); count > 0; --count) {
+        faults.unit.push_back(MakeUnitFault(random, kinds, telling));
+    }
+    return faults;
+}
+
+}  // namespace cuts
