@@ -10,12 +10,44 @@ constexpr size_t kMostProblems = 20;
 
 }  // namespace
 
-CutMatrix::Row& CutMatrix::FindRow(std::string const& fault, Direction direction)
+void EndCounts::Add(std::vector<std::string> const& title, SessionVerdict const& verdict)
 {
-    auto const found = std::ranges::find_if(rows_, [&](Row const& row) {
-        return row.fault == fault && row.direction == direction;
-    });
-    return found != rows_.end() ? *found : rows_.emplace_back(Row{fault, direction});
+    auto row = std::ranges::find(rows_, title, &Row::title);
+    if (row == rows_.end()) {
+        row = rows_.insert(row, Row{title});
+    }
+    ++row->counts.at(static_cast<size_t>(verdict.end));
+    ++sessions_;
+    if (!verdict.explanation.empty()) {
+        ++explanations_[verdict.explanation];
+    }
+}
+
+DocumentTable EndCounts::MakeTable(std::vector<std::string> const& header) const
+{
+    auto cells = header;
+    cells.emplace_back("sessions");
+    cells.insert(cells.end(), kSessionEnds.begin(), kSessionEnds.end());
+    DocumentTable table(cells);
+    for (auto const& row : rows_) {
+        cells = row.title;
+        cells.push_back(
+            std::to_string(std::accumulate(row.counts.begin(), row.counts.end(), size_t{0})));
+        for (auto const count : row.counts) {
+            cells.push_back(std::to_string(count));
+        }
+        table.Add(cells);
+    }
+    return table;
+}
+
+DocumentTable EndCounts::MakeExplanations() const
+{
+    DocumentTable table({"Why the session did not fail", "sessions"});
+    for (auto const& [explanation, count] : explanations_) {
+        table.Add({explanation, std::to_string(count)});
+    }
+    return table;
 }
 
 void CutMatrix::Run(std::string const& setup, std::vector<MatrixFault> const& faults,
@@ -31,34 +63,15 @@ void CutMatrix::Run(std::string const& setup, std::vector<MatrixFault> const& fa
                 }
                 WireFault const one{fault.kind, direction, position, fault.value(position)};
                 auto const verdict = run(one);
-                ++sessions_;
-                auto& row = FindRow(fault.name, direction);
-                ++row.counts.at(static_cast<size_t>(verdict.end));
+                counts_.Add({fault.name,
+                             direction == Direction::kToUnit ? "to the unit" : "to the program"},
+                            verdict);
                 if (!verdict.problem.empty() && ++problem_count_ <= kMostProblems) {
-                    problems_ += setup + ", " + ToText(one) + ": " + verdict.problem + " (" +
-                                 kSessionEnds.at(static_cast<size_t>(verdict.end)) + "; " +
-                                 verdict.report + ")\n";
+                    problems_ += setup + ", " + ToText(one) + ": " + ToText(verdict) + "\n";
                 }
             }
         }
     }
-}
-
-DocumentTable CutMatrix::MakeTable() const
-{
-    std::vector<std::string> header{"Fault", "Direction", "Sessions"};
-    header.insert(header.end(), kSessionEnds.begin(), kSessionEnds.end());
-    DocumentTable table(header);
-    for (auto const& row : rows_) {
-        std::vector<std::string> cells{
-            row.fault, row.direction == Direction::kToUnit ? "to the unit" : "to the program",
-            std::to_string(std::accumulate(row.counts.begin(), row.counts.end(), size_t{0}))};
-        for (auto const count : row.counts) {
-            cells.push_back(std::to_string(count));
-        }
-        table.Add(cells);
-    }
-    return table;
 }
 
 }  // namespace cuts

@@ -1,9 +1,11 @@
-// Runs a session for each kind of fault at each byte, and counts how they ended.
+// Runs a session for each kind of fault at each byte. Counts how sessions ended, and why they did
+// not fail.
 #pragma once
 
 #include <array>
 #include <cstddef>
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -20,6 +22,30 @@ struct MatrixFault {
     std::function<std::byte(size_t position)> value = [](size_t) { return std::byte{0}; };
 };
 
+// Counts sessions; a row has a title of one cell or more.
+class EndCounts {
+public:
+    void Add(std::vector<std::string> const& title, SessionVerdict const& verdict);
+
+    // A row for each title in the order in which it came first, a column for each end.
+    DocumentTable MakeTable(std::vector<std::string> const& header) const;
+
+    // A row for each explanation, in alphabetical order.
+    DocumentTable MakeExplanations() const;
+
+    size_t Sessions() const { return sessions_; }
+
+private:
+    struct Row {
+        std::vector<std::string> title;
+        std::array<size_t, kSessionEnds.size()> counts{};
+    };
+
+    std::vector<Row> rows_;
+    std::map<std::string, size_t> explanations_;
+    size_t sessions_ = 0;
+};
+
 class CutMatrix {
 public:
     // Of all sessions it runs each `step`th. Every call of Run() has faults of the same names.
@@ -30,27 +56,15 @@ public:
              std::array<size_t, 2> bytes,
              std::function<SessionVerdict(WireFault const&)> const& run);
 
-    size_t Sessions() const { return sessions_; }
-
-    // A row for each fault and direction, a column for each end.
-    DocumentTable MakeTable() const;
+    EndCounts const& Counts() const { return counts_; }
 
     // The first sessions that did not end as they must; empty for none.
     std::string const& Problems() const { return problems_; }
 
 private:
-    struct Row {
-        std::string fault;
-        Direction direction;
-        std::array<size_t, kSessionEnds.size()> counts{};
-    };
-
-    Row& FindRow(std::string const& fault, Direction direction);
-
     size_t step_;
     size_t candidates_ = 0;
-    size_t sessions_ = 0;
-    std::vector<Row> rows_;
+    EndCounts counts_;
     size_t problem_count_ = 0;
     std::string problems_;
 };

@@ -9,14 +9,17 @@ namespace {
 
 constexpr size_t kMostFaults = 6;
 constexpr size_t kLongestNoise = 100;
+// Repeated blocks make a session longer than one without faults.
+constexpr size_t kBehind = 20;
 
 std::byte MakeValue(Random& random, std::span<std::byte const> telling)
 {
     return random.Below(2) == 0 ? random.Pick(telling) : static_cast<std::byte>(random.Below(256));
 }
 
-void AddWireFaults(Random& random, std::array<size_t, 2> bytes, std::span<std::byte const> telling,
-                   std::vector<WireFault>& faults)
+// `start`: the part of the session, in thousandths, before which nothing happens.
+void AddWireFaults(Random& random, std::array<size_t, 2> bytes, size_t start,
+                   std::span<std::byte const> telling, std::vector<WireFault>& faults)
 {
     using enum WireFaultKind;
     // A cut or a late answer ends most sessions, so they are rarer than the others.
@@ -27,10 +30,12 @@ void AddWireFaults(Random& random, std::array<size_t, 2> bytes, std::span<std::b
     WireFault fault{};
     fault.kind = random.Pick(std::span<WireFaultKind const>(kKinds));
     fault.direction = random.Below(2) == 0 ? Direction::kToUnit : Direction::kToHost;
-    fault.position = random.Below(bytes.at(static_cast<size_t>(fault.direction)) + 20);
+    auto const size = bytes.at(static_cast<size_t>(fault.direction));
+    auto const first = size * start / 1000;
+    fault.position = first + random.Below(size - first + kBehind);
     bool const is_noise = fault.kind == kExtraBefore && random.Below(3) == 0;
-    auto const size = is_noise ? 1 + random.Below(kLongestNoise) : 1;
-    for (size_t i = 0; i < size; ++i) {
+    auto const repeats = is_noise ? 1 + random.Below(kLongestNoise) : 1;
+    for (size_t i = 0; i < repeats; ++i) {
         fault.value = MakeValue(random, telling);
         faults.push_back(fault);
     }
@@ -77,8 +82,9 @@ SessionFaults MakeRandomFaults(Random& random, std::array<size_t, 2> bytes,
                                std::span<std::byte const> telling)
 {
     SessionFaults faults;
+    auto const start = random.Below(1000);
     for (auto count = 1 + random.Below(kMostFaults); count > 0; --count) {
-        AddWireFaults(random, bytes, telling, faults.wire);
+        AddWireFaults(random, bytes, start, telling, faults.wire);
     }
     for (auto count = random.Below(3); count > 0; --count) {
         faults.unit.push_back(MakeUnitFault(random, kinds, telling));

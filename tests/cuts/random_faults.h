@@ -39,8 +39,9 @@ struct SessionFaults {
 
 std::string ToText(SessionFaults const& faults);
 
-// One to six faults of the line at any of `bytes` (by direction) or shortly behind the last, among
-// them bursts of noise, and often one or two faults of the unit. `kinds`: those that it can have.
+// One to six faults of the line at any of `bytes` (by direction) or shortly behind the last, but
+// none before a random moment, which lets some sessions come far. Among them are bursts of noise.
+// There are often one or two faults of the unit. `kinds`: those that it can have.
 // `telling`: bytes that mean something to the receiver, and so are more dangerous than others.
 SessionFaults MakeRandomFaults(Random& random, std::array<size_t, 2> bytes,
                                std::span<simulator::FaultKind const> kinds,

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -34,8 +35,17 @@ inline constexpr std::array kSessionEnds{
 struct SessionVerdict {
     SessionEnd end = SessionEnd::kUpdated;
     std::string problem;  // empty when all is as it must be
+    // Why a fault that damages bytes did not make the session fail; empty when it did.
+    std::string explanation;
     std::string report;   // the texts or results of the first attempt
     uint64_t trace_hash = 0;
 };
+
+// "problem (end; report)"
+inline std::string ToText(SessionVerdict const& verdict)
+{
+    return verdict.problem + " (" + kSessionEnds.at(static_cast<size_t>(verdict.end)) + "; " +
+           verdict.report + ")";
+}
 
 }  // namespace cuts

@@ -287,6 +287,28 @@ std::string McubootBench::CheckFails(Attempt const& attempt, size_t request, Out
     return {};
 }
 
+// Why one damaged byte did not make the session fail.
+std::string McubootBench::ExplainOne(WireFault const& fault) const
+{
+    auto const request = FindRequest(fault);
+    if (request == kRestart) {
+        return "the restart request has no answer that is waited for";
+    }
+    if (fault.direction == Direction::kToUnit) {
+        return fault.value == std::byte{'\n'} ? "an empty line is ignored" : std::string();
+    }
+    auto const end = static_cast<qsizetype>(sound_.requests[request + 1][1]);
+    auto const position = static_cast<qsizetype>(fault.position);
+    auto const rest = sound_.received.mid(position, end - position);
+    bool const is_end =
+        std::ranges::all_of(rest, [](char byte) { return byte == '=' || byte == '\n'; });
+    bool const is_line = rest.startsWith('\n') ||
+                         (position > 0 && sound_.received.at(position - 1) == '\n');
+    return is_end    ? "an answer is complete without the end of its line"
+           : is_line ? "an empty line between an answer's lines is ignored"
+                     : std::string();
+}
+
 SessionVerdict McubootBench::RunWithOne(WireFault const& fault)
 {
     mcuboot::Exchange exchange;
@@ -294,23 +316,23 @@ SessionVerdict McubootBench::RunWithOne(WireFault const& fault)
     auto const attempt = Try(exchange, {{fault}, {}});
     auto verdict = Judge(attempt, exchange);
     auto const request = FindRequest(fault);
-    bool const is_sound = attempt.last_request == kRestart;
-    if (verdict.problem.empty()) {
-        verdict.problem = CheckPrediction(attempt, fault);
-    }
-    if (verdict.problem.empty() && !is_sound && attempt.last_request != request &&
+    verdict.problem += CheckPrediction(attempt, fault);
+    if (!attempt.is_updated && attempt.last_request != request &&
         fault.kind != WireFaultKind::kCut) {
-        verdict.problem = "another request than the one with the fault";
+        verdict.problem += "; another request than the one with the fault";
     }
-    if (verdict.problem.empty() && (verdict.end == SessionEnd::kWrongFlash ||
-                                    verdict.end == SessionEnd::kFailedWrongFlash ||
-                                    verdict.end == SessionEnd::kRefused)) {
-        verdict.problem = "undetected";
+    if (verdict.end == SessionEnd::kWrongFlash || verdict.end == SessionEnd::kFailedWrongFlash ||
+        verdict.end == SessionEnd::kRefused) {
+        verdict.problem += "; undetected";
+    }
+    if (attempt.is_updated && DamagesBytes(fault.kind)) {
+        verdict.explanation = ExplainOne(fault);
+        verdict.problem += verdict.explanation.empty() ? "; no reason for a success" : "";
     }
     // An answer without its end can use up its limit, and then the next request its own.
     auto const limit = GetLimit(request) + GetLimit(request + 1);
-    if (verdict.problem.empty() && attempt.time > sound_.time + limit + kMargin) {
-        verdict.problem = "it took longer than the limits allow";
+    if (attempt.time > sound_.time + limit + kMargin) {
+        verdict.problem += "; it took longer than the limits allow";
     }
     return verdict;
 }
@@ -321,13 +343,16 @@ SessionVerdict McubootBench::RunWithMany(SessionFaults const& faults)
     Restore();
     auto const attempt = Try(exchange, faults);
     auto verdict = Judge(attempt, exchange);
-    if (verdict.problem.empty() && attempt.time > kMcubootEndless) {
-        verdict.problem = "it took longer than the limits allow";
+    if (attempt.time > kMcubootEndless) {
+        verdict.problem += "; it took longer than the limits allow";
     }
-    bool const is_wrong =
-        verdict.end == SessionEnd::kWrongFlash || verdict.end == SessionEnd::kFailedWrongFlash;
-    if (verdict.problem.empty() && is_wrong) {
-        verdict.problem = "undetected";
+    if (verdict.end == SessionEnd::kWrongFlash || verdict.end == SessionEnd::kFailedWrongFlash) {
+        bool const asks = std::ranges::any_of(faults.unit, [](simulator::Fault const& fault) {
+            return fault.kind == simulator::FaultKind::kAskForOffset;
+        });
+        verdict.explanation =
+            asks ? "undetected: the unit asks for an offset beyond what it was sent" : "";
+        verdict.problem += asks ? "" : "; undetected";
     }
     return verdict;
 }

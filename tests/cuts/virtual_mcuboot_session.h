@@ -75,6 +75,9 @@ private:
     static Time GetLimit(size_t request);  // for its answer
     mcuboot::Outcome PredictCut(size_t position, size_t request) const;
 
+    // Why a damaged byte did not make the session fail; empty when there is no good reason.
+    std::string ExplainOne(WireFault const& fault) const;
+
     // Each returns what is wrong, and nothing when all is right.
     std::string CheckSecondAttempt(mcuboot::Exchange& exchange, size_t requests);
     std::string CheckPrediction(Attempt const& attempt, WireFault const& fault) const;

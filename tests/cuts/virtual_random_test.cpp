@@ -1,13 +1,19 @@
 // Random sessions in virtual time: several faults in each, of the line and of the unit. Everything
-// follows from a session's seed.
+// follows from a session's seed. A failure prints the seed; FW_SEED=N runs the session of that seed
+// alone and prints what happens in it.
 #include <gtest/gtest.h>
 
 #include <QtGlobal>
-#include <functional>
+#include <array>
+#include <iostream>
 #include <memory>
+#include <numeric>
+#include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "tests/cuts/cut_matrix.h"
 #include "tests/cuts/long_run.h"
 #include "tests/cuts/quiet_console.h"
 #include "tests/cuts/random_faults.h"
@@ -18,86 +24,129 @@ namespace {
 
 using namespace cuts;
 
+constexpr uint64_t kShortRun = 2'000;
+constexpr uint64_t kLongRun = 50'000;
+
 struct RandomSession {
     std::string description;
     SessionVerdict verdict;
 };
 
-class UartSessions {
+// One bench for each setup of a transport.
+template <typename Bench, typename Setup>
+class RandomSessions {
 public:
-    UartSessions()
+    RandomSessions(std::vector<Setup> const& setups, std::span<simulator::FaultKind const> kinds,
+                   std::vector<std::byte> telling)
+        : kinds_(kinds), telling_(std::move(telling))
     {
-        for (auto const& setup : ListUartSetups()) {
-            benches_.push_back(std::make_unique<UartBench>(setup));
+        for (auto const& setup : setups) {
+            benches_.push_back(std::make_unique<Bench>(setup));
         }
     }
+
     RandomSession Run(uint64_t seed)
     {
         Random random(seed);
-        auto const i = random.Below(benches_.size());
-        auto& bench = *benches_[i];
-        std::array const telling{std::byte{0x79}, std::byte{0x1F}, std::byte{0x75}, std::byte{0x3F},
-                                 std::byte{0x7F}, std::byte{0},    std::byte{0xFF}, std::byte{0x31}};
-        auto const faults = MakeRandomFaults(random, bench.CountBytes(),
-                                             simulator::kStm32FaultKinds, telling);
+        auto& bench = *benches_[random.Below(benches_.size())];
+        auto const faults = MakeRandomFaults(random, bench.CountBytes(), kinds_, telling_);
         return {bench.Name() + ": " + ToText(faults), bench.RunWithMany(faults)};
     }
 
 private:
     QuietConsole quiet_;
-    std::vector<std::unique_ptr<UartBench>> benches_;
+    std::span<simulator::FaultKind const> kinds_;
+    std::vector<std::byte> telling_;
+    std::vector<std::unique_ptr<Bench>> benches_;
 };
 
-class McubootSessions {
-public:
-    McubootSessions()
-    {
-        for (auto const& setup : ListMcubootSetups()) {
-            benches_.push_back(std::make_unique<McubootBench>(setup));
-        }
-    }
-    RandomSession Run(uint64_t seed)
-    {
-        Random random(seed);
-        auto& bench = *benches_[random.Below(benches_.size())];
-        std::array const telling{std::byte{'\n'}, std::byte{6}, std::byte{9}, std::byte{4},
-                                 std::byte{0x14}, std::byte{'A'}, std::byte{'='}};
-        auto const faults = MakeRandomFaults(random, bench.CountBytes(),
-                                             simulator::kMcubootFaultKinds, telling);
-        return {bench.Name() + ": " + ToText(faults), bench.RunWithMany(faults)};
-    }
-
-private:
-    std::vector<std::unique_ptr<McubootBench>> benches_;
-};
-
-TEST(VirtualSessions, Probe)
+auto MakeUartSessions()
 {
-    std::map<std::string, int> n;
-    std::string out;
-    {
-        UartSessions s;
-        for (int i = 0; i < 5000; ++i) {
-            auto r = s.Run(i);
-            auto k = std::string(kSessionEnds.at(int(r.verdict.end))) + " / " + r.verdict.problem.substr(0, 60);
-            if (!r.verdict.problem.empty() && n[k] < 6) out += std::to_string(i) + ": " + k + " <" + r.verdict.report + "> " + r.description + "\n";
-            ++n[k];
+    // Both pairs of answers, the first byte, and what a list of commands or pages may contain.
+    constexpr std::array<uint8_t, 9> kTelling{0x79, 0x1F, 0x75, 0x3F, 0x7F, 0x00, 0xFF, 0x31, 0x44};
+    auto const bytes = std::as_bytes(std::span(kTelling));
+    return std::make_unique<RandomSessions<UartBench, UartSetup>>(
+        ListUartSetups(), simulator::kStm32FaultKinds, std::vector(bytes.begin(), bytes.end()));
+}
+
+auto MakeMcubootSessions()
+{
+    // The markers and ends of lines, and base64.
+    constexpr std::string_view kTelling = "\x06\x09\x04\x14\n=A";
+    auto const bytes = std::as_bytes(std::span(kTelling));
+    return std::make_unique<RandomSessions<McubootBench, McubootSetup>>(
+        ListMcubootSetups(), simulator::kMcubootFaultKinds,
+        std::vector(bytes.begin(), bytes.end()));
+}
+
+std::optional<uint64_t> GetOneSeed()
+{
+    bool is_number = false;
+    auto const seed = qEnvironmentVariable("FW_SEED").toULongLong(&is_number);
+    return is_number ? std::optional<uint64_t>(seed) : std::nullopt;
+}
+
+template <typename Sessions>
+void RunSessions(std::unique_ptr<Sessions> sessions, char const* transport, EndCounts& counts)
+{
+    std::string problems;
+    auto const one = GetOneSeed();
+    auto const first = one.value_or(0);
+    auto const end = one ? *one + 1 : IsLongRun() ? kLongRun : kShortRun;
+    for (auto seed = first; seed < end && problems.size() < 10'000; ++seed) {
+        auto const session = sessions->Run(seed);
+        counts.Add({transport}, session.verdict);
+        if (one || !session.verdict.problem.empty()) {
+            problems += "FW_SEED=" + std::to_string(seed) + ": " + session.description +
+                        ToText(session.verdict) + "\n";
         }
     }
-    for (auto& [k, c] : n) printf("%6d %s\n", c, k.c_str());
-    printf("%s", out.c_str());
-    n.clear(); out.clear();
-    {
-        McubootSessions s;
-        for (int i = 0; i < 5000; ++i) {
-            auto r = s.Run(i);
-            auto k = std::string(kSessionEnds.at(int(r.verdict.end))) + " / " + r.verdict.problem.substr(0, 60);
-            if (!r.verdict.problem.empty() && n[k] < 6) out += std::to_string(i) + ": " + k + " <" + r.verdict.report + "> " + r.description + "\n";
-            ++n[k];
-        }
+    sessions.reset();  // and with it the quiet
+    if (one) {
+        std::cout << problems;
+    } else {
+        EXPECT_EQ(problems, "");
     }
-    for (auto& [k, c] : n) printf("%6d %s\n", c, k.c_str());
-    printf("%s", out.c_str());
+}
+
+TEST(VirtualSessions, WhateverTheLineAndTheUnitDoTheUnitIsUpdatedNextTime)
+{
+    EndCounts counts;
+    RunSessions(MakeUartSessions(), "UART", counts);
+    RunSessions(MakeMcubootSessions(), "MCUboot", counts);
+    if (IsLongRun() && !GetOneSeed()) {
+        EXPECT_TRUE(IsInDocument(counts.MakeTable({"Transport"}), "virtual-random"));
+        EXPECT_TRUE(IsInDocument(counts.MakeExplanations(), "virtual-random-explained"));
+    }
+}
+
+// Everything that happened: the faults, how the session ended, and each byte and its time.
+template <typename Sessions>
+std::vector<std::string> Describe(std::unique_ptr<Sessions> sessions,
+                                  std::vector<uint64_t> const& seeds)
+{
+    std::vector<std::string> descriptions;
+    for (auto const seed : seeds) {
+        auto const [description, verdict] = sessions->Run(seed);
+        descriptions.push_back(description + ToText(verdict) + std::to_string(verdict.trace_hash));
+    }
+    return descriptions;
+}
+
+TEST(VirtualSessions, OneSeedIsOneRunWhateverRanBefore)
+{
+    std::vector<uint64_t> seeds(50);
+    std::iota(seeds.begin(), seeds.end(), 0);
+    auto const backwards = std::vector(seeds.rbegin(), seeds.rend());
+    auto const expect_same = [&](auto make_sessions) {
+        auto const forth = Describe(make_sessions(), seeds);
+        auto back = Describe(make_sessions(), backwards);
+        std::ranges::reverse(back);
+        EXPECT_EQ(forth, back);
+        EXPECT_EQ(std::set(forth.begin(), forth.end()).size(), seeds.size()) << "all differ";
+    };
+    expect_same(MakeUartSessions);
+    expect_same(MakeMcubootSessions);
 }
 
 }  // namespace

@@ -93,6 +93,8 @@ UartAttempt UartBench::Try(Stm32UartUpdater& engine, VirtualUart& uart, SessionF
     attempt.time = wire.Now();
     attempt.bytes = {wire.SentToUnit(), wire.SentToHost()};
     attempt.trace_hash = wire.TraceHash();
+    attempt.forged = wire.Forged();
+    attempt.most_faults_together = wire.MostFaultsTogether();
     attempt.flash = unit_.Memory().Read(kStart, setup_.unit.chip.flash_size);
     attempt.is_running = unit_.GetState() == simulator::UnitState::kRunning &&
                          unit_.JumpAddress() == kStart && std::ranges::equal(unit_.Marker(), kMarker);
@@ -193,6 +195,10 @@ std::string UartBench::CheckTexts(UartAttempt const& attempt, size_t first_wait)
     auto const fits = [&](UartWait const& wait) {
         return wait.step == step && wait.command == command;
     };
+    // A damaged list can name a command that the unit does not have.
+    if (step == Step::kUpdate && command && command->starts_with("Erase")) {
+        return {};
+    }
     auto const from = waits.begin() + static_cast<std::ptrdiff_t>(first_wait);
     return std::any_of(from, waits.end(), fits) ? "" : "not the text of a command under way";
 }
@@ -240,46 +246,87 @@ std::string UartBench::CheckFailsAt(UartAttempt const& attempt, size_t wait, siz
     return {};
 }
 
+// Why one damaged byte did not make the session fail.
+std::string UartBench::ExplainOne(UartAttempt const& attempt, WireFault const& fault) const
+{
+    auto const& wait = script_.Waits()[script_.Find(fault.direction, fault.position)];
+    bool const is_extra =
+        fault.kind == WireFaultKind::kExtraBefore || fault.kind == WireFaultKind::kExtraAfter;
+    bool const is_to_host = fault.direction == Direction::kToHost;
+    if (wait.step == Step::kRestart) {
+        return "the answer to the jump is not waited for";
+    }
+    if (is_to_host && is_extra) {
+        return "an acknowledgement too many counts as the next one";
+    }
+    if (is_to_host && wait.to_host > 1) {
+        return attempt.flash == new_flash_
+                   ? "undetected: an answer without a check value, and a byte of no importance"
+                   : "undetected: the list of commands has no check value, and lost its erase";
+    }
+    if (wait.command == "Write") {
+        return is_to_host ? "refused by mistake, and written again" : "refused, and sent again";
+    }
+    return wait.command == "Init con" && is_extra ? "noise in front of the first byte is ignored"
+                                                  : std::string();
+}
+
 SessionVerdict UartBench::RunWithOne(WireFault const& fault)
 {
     SessionVerdict verdict;
     auto const attempt = Run({{fault}, {}}, verdict);
-    auto const wait = script_.Find(fault.direction, fault.position);
-    if (verdict.problem.empty()) {
-        verdict.problem = CheckPrediction(attempt, fault);
+    verdict.problem += CheckPrediction(attempt, fault);
+    verdict.problem += CheckTexts(attempt, script_.Find(fault.direction, fault.position));
+    if (attempt.time > sound_.time + 5s + kRepeats) {
+        verdict.problem += "; it took longer than the limits allow";
     }
-    if (verdict.problem.empty()) {
-        verdict.problem = CheckTexts(attempt, wait);
+    auto texts = attempt.texts;
+    std::erase(texts, kNoErase);
+    if (attempt.is_updated && texts.empty() && DamagesBytes(fault.kind)) {
+        verdict.explanation = ExplainOne(attempt, fault);
     }
-    if (verdict.problem.empty() && attempt.time > sound_.time + 5s + kRepeats) {
-        verdict.problem = "it took longer than the limits allow";
-    }
-    // The list of commands has no check value. Without an erase command the engine writes over what
-    // is there; see docs/known-limits.md.
-    bool const may_lose_erase = fault.direction == Direction::kToHost &&
-                                script_.Waits()[wait].command == "Get" &&
-                                verdict.report == kNoErase;
-    if (verdict.problem.empty() && !may_lose_erase &&
-        (verdict.end == SessionEnd::kWrongFlash || verdict.end == SessionEnd::kFailedWrongFlash)) {
-        verdict.problem = "undetected";
+    bool const is_wrong = verdict.end == SessionEnd::kFailedWrongFlash ||
+                          (verdict.end == SessionEnd::kWrongFlash && attempt.texts.empty());
+    if (is_wrong || (attempt.is_updated && texts.empty() && DamagesBytes(fault.kind) &&
+                     verdict.explanation.empty())) {
+        verdict.problem += "; undetected";
     }
     return verdict;
+}
+
+// Why several damaged bytes left a wrong flash that looks complete.
+std::string UartBench::ExplainMany(UartAttempt const& attempt, SessionFaults const& faults) const
+{
+    auto const ack = setup_.unit.ack_pair.ack;
+    auto const is_forged_by_unit = [&](simulator::Fault const& fault) {
+        using enum simulator::FaultKind;
+        return (fault.kind == kGarbageAnswer || fault.kind == kExtraByte) &&
+               static_cast<std::byte>(fault.parameter & 0xFF) == ack;
+    };
+    if (std::ranges::find(attempt.texts, kNoErase) != attempt.texts.end()) {
+        return "undetected: the list of commands has no check value, and lost its erase";
+    }
+    if (std::ranges::find(attempt.forged, ack) != attempt.forged.end() ||
+        std::ranges::any_of(faults.unit, is_forged_by_unit)) {
+        return "undetected: an acknowledgement that the unit did not send";
+    }
+    if (attempt.most_faults_together > 1) {
+        return "undetected: damaged bytes whose check value is right";
+    }
+    return {};
 }
 
 SessionVerdict UartBench::RunWithMany(SessionFaults const& faults)
 {
     SessionVerdict verdict;
     auto const attempt = Run(faults, verdict);
-    if (verdict.problem.empty()) {
-        verdict.problem = CheckTexts(attempt, 0);
+    verdict.problem += CheckTexts(attempt, 0);
+    if (attempt.time > kEndless) {
+        verdict.problem += "; it took longer than the limits allow";
     }
-    if (verdict.problem.empty() && attempt.time > kEndless) {
-        verdict.problem = "it took longer than the limits allow";
-    }
-    bool const is_wrong =
-        verdict.end == SessionEnd::kWrongFlash || verdict.end == SessionEnd::kFailedWrongFlash;
-    if (verdict.problem.empty() && is_wrong) {
-        verdict.problem = "undetected";
+    if (verdict.end == SessionEnd::kWrongFlash || verdict.end == SessionEnd::kFailedWrongFlash) {
+        verdict.explanation = ExplainMany(attempt, faults);
+        verdict.problem += verdict.explanation.empty() ? "; undetected" : "";
     }
     return verdict;
 }

@@ -29,6 +29,8 @@ struct UartAttempt {
     Time time{0};
     std::array<size_t, 2> bytes{};  // by direction
     uint64_t trace_hash = 0;
+    std::vector<std::byte> forged;  // see VirtualWire
+    size_t most_faults_together = 0;
     std::vector<std::byte> flash;
     bool is_running = false;  // the new firmware, with the marker in its place
 };
@@ -56,6 +58,10 @@ private:
     UartAttempt Run(SessionFaults const& faults, SessionVerdict& verdict);
     SessionEnd Classify(UartAttempt const& attempt) const;
     bool HasLearnedWrongPair(VirtualUart const& uart) const;
+
+    // Why a damaged byte did not make the session fail; empty when there is no good reason.
+    std::string ExplainOne(UartAttempt const& attempt, WireFault const& fault) const;
+    std::string ExplainMany(UartAttempt const& attempt, SessionFaults const& faults) const;
 
     // Each returns what is wrong, and nothing when all is right.
     std::string CheckSecondAttempt(stm32_updater::Stm32UartUpdater& engine, VirtualUart& uart);

@@ -59,6 +59,7 @@ size_t VirtualWire::Lane::CountSound(size_t size) const
 
 VirtualWire::Spoilt VirtualWire::Lane::Spoil(std::byte byte)
 {
+    auto const sent = byte;
     std::vector<std::byte> before;
     std::vector<std::byte> after;
     Spoilt spoilt;
@@ -94,6 +95,11 @@ VirtualWire::Spoilt VirtualWire::Lane::Spoil(std::byte byte)
     }
     ++passed;
     if (!spoilt.is_cut) {
+        spoilt.forged = before;
+        spoilt.forged.insert(spoilt.forged.end(), after.begin(), after.end());
+        if (byte != sent && !is_lost) {
+            spoilt.forged.push_back(byte);
+        }
         spoilt.bytes = std::move(before);
         if (!is_lost) {
             spoilt.bytes.push_back(byte);
@@ -106,6 +112,7 @@ VirtualWire::Spoilt VirtualWire::Lane::Spoil(std::byte byte)
 void VirtualWire::Send(std::span<std::byte const> bytes)
 {
     Trace(Direction::kToUnit, bytes);
+    auto const first_fault = to_unit_.next_fault;
     while (!bytes.empty()) {
         auto const sound = bytes.first(to_unit_.CountSound(bytes.size()));
         to_unit_.passed += sound.size();
@@ -119,6 +126,9 @@ void VirtualWire::Send(std::span<std::byte const> bytes)
             bytes = bytes.subspan(1);
         }
     }
+    auto const count = to_unit_.next_fault - first_fault;
+    most_faults_together_ = std::max(most_faults_together_, count + faults_before_);
+    faults_before_ = count;
 }
 
 void VirtualWire::HandToUnit(std::span<std::byte const> bytes)
@@ -147,6 +157,7 @@ void VirtualWire::Queue(Time earliest, std::span<std::byte const> bytes)
         if (!bytes.empty()) {
             auto const spoilt = to_host_.Spoil(bytes.front());
             is_dead_ = spoilt.is_cut;
+            forged_.insert(forged_.end(), spoilt.forged.begin(), spoilt.forged.end());
             if (spoilt.hold != Hold::kNone) {
                 EndPacket();
                 packet_.hold = spoilt.hold;

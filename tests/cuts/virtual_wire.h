@@ -36,6 +36,13 @@ enum class WireFaultKind {
     kStallAbove,
 };
 
+// Whether the fault changes which bytes arrive, and not only when or how many of them.
+constexpr bool DamagesBytes(WireFaultKind kind)
+{
+    return kind != WireFaultKind::kCut && kind != WireFaultKind::kStallBelow &&
+           kind != WireFaultKind::kStallAbove;
+}
+
 struct WireFault {
     WireFaultKind kind;
     Direction direction;
@@ -71,6 +78,10 @@ public:
     size_t SentToUnit() const { return to_unit_.passed; }
     size_t SentToHost() const { return to_host_.passed; }
     size_t Waits() const { return waits_; }
+    // What the host received and the unit had not sent.
+    std::vector<std::byte> const& Forged() const { return forged_; }
+    // The most faults towards the unit in two neighbouring messages of the host.
+    size_t MostFaultsTogether() const { return most_faults_together_; }
     // Depends on every byte that the host sent or received, and when.
     uint64_t TraceHash() const { return trace_hash_; }
 
@@ -86,6 +97,7 @@ private:
     // What becomes of one byte.
     struct Spoilt {
         std::vector<std::byte> bytes;
+        std::vector<std::byte> forged;
         Hold hold = Hold::kNone;
         bool is_cut = false;
     };
@@ -120,6 +132,9 @@ private:
     Time packet_end_{0};              // when its last byte reaches the host
     std::deque<Packet> packets_;      // on their way to the host, in their order
     size_t waits_ = 0;
+    std::vector<std::byte> forged_;
+    size_t faults_before_ = 0;  // in the message before
+    size_t most_faults_together_ = 0;
     uint64_t trace_hash_ = 0xCBF29CE484222325;
 };
 
