@@ -23,10 +23,10 @@ void AddWireFaults(Random& random, std::array<size_t, 2> bytes, size_t start,
 {
     using enum WireFaultKind;
     // A cut or a late answer ends most sessions, so they are rarer than the others.
-    static constexpr std::array kKinds{
-        kSwallow,     kSwallow,     kFlip,        kFlip,       kFlip,       kReplace, kReplace,
-        kExtraBefore, kExtraBefore, kExtraBefore, kExtraAfter, kExtraAfter, kCut,     kStallBelow,
-        kStallBelow,  kStallAbove};
+    static constexpr std::array kKinds{kSwallow,     kSwallow,     kFlip,       kFlip,
+                                       kFlip,        kReplace,     kReplace,    kExtraBefore,
+                                       kExtraBefore, kExtraBefore, kExtraAfter, kExtraAfter,
+                                       kCut,         kStallBelow,  kStallBelow, kStallAbove};
     WireFault fault{};
     fault.kind = random.Pick(std::span<WireFaultKind const>(kKinds));
     fault.direction = random.Below(2) == 0 ? Direction::kToUnit : Direction::kToHost;

@@ -37,7 +37,7 @@ struct SessionVerdict {
     std::string problem;  // empty when all is as it must be
     // Why a fault that damages bytes did not make the session fail; empty when it did.
     std::string explanation;
-    std::string report;   // the texts or results of the first attempt
+    std::string report;  // the texts or results of the first attempt
     uint64_t trace_hash = 0;
 };
 

@@ -163,9 +163,9 @@ SessionEnd McubootBench::Classify(Attempt const& attempt) const
         return SessionEnd::kFailedComplete;
     }
     auto const chunk_begin = static_cast<std::ptrdiff_t>((kChunks - 1) * kChunk);
-    bool const has_end = std::equal(new_flash_.begin() + chunk_begin,
-                                    new_flash_.begin() + kMcubootImageSize,
-                                    attempt.flash.begin() + chunk_begin);
+    bool const has_end =
+        std::equal(new_flash_.begin() + chunk_begin, new_flash_.begin() + kMcubootImageSize,
+                   attempt.flash.begin() + chunk_begin);
     return has_end ? SessionEnd::kFailedWrongFlash : SessionEnd::kFailedIncomplete;
 }
 
@@ -186,8 +186,7 @@ std::string McubootBench::CheckSecondAttempt(mcuboot::Exchange& exchange, size_t
     unit_.Faults().Clear();
     unit_.Reset();
     auto const [known, is_new] = second_attempts_.try_emplace(
-        {unit_.Memory().Read(simulator::kFlashStart, setup_.unit.chip.flash_size),
-         requests % 256});
+        {unit_.Memory().Read(simulator::kFlashStart, setup_.unit.chip.flash_size), requests % 256});
     if (is_new && Classify(Try(exchange, {})) != SessionEnd::kUpdated) {
         known->second = "the second attempt";
     }
@@ -216,8 +215,7 @@ Outcome McubootBench::PredictCut(size_t position, size_t request) const
     // Without its last newline an answer is complete, only late; also without all of its padding.
     bool const has_text =
         std::ranges::any_of(rest, [](char byte) { return byte != '=' && byte != '\n'; });
-    bool const is_complete =
-        !has_text && (rest == "\n" || sound_.received.at(begin - 1) != '=');
+    bool const is_complete = !has_text && (rest == "\n" || sound_.received.at(begin - 1) != '=');
     return is_complete ? Outcome::kSuccess : Outcome::kUnusable;
 }
 
@@ -264,10 +262,7 @@ std::string McubootBench::CheckPrediction(Attempt const& attempt, WireFault cons
 
 Time McubootBench::GetLimit(size_t request)
 {
-    return request < kFirstChunk    ? 2s
-           : request == kFirstChunk ? 10s
-           : request < kRestart     ? 3s
-                                    : 0s;
+    return request < kFirstChunk ? 2s : request == kFirstChunk ? 10s : request < kRestart ? 3s : 0s;
 }
 
 // `effects`: how many requests the unit has carried out.
@@ -277,8 +272,7 @@ std::string McubootBench::CheckFails(Attempt const& attempt, size_t request, Out
     bool const is_restart = request == kRestart;
     auto const expected = is_restart ? Outcome::kSuccess : outcome;
     if (attempt.last_request != request || attempt.outcome != expected) {
-        return fmt::format("expected: request {}, outcome {}", request,
-                           static_cast<int>(expected));
+        return fmt::format("expected: request {}, outcome {}", request, static_cast<int>(expected));
     }
     if (attempt.flash != FlashAfter(std::min(effects, kRestart)) ||
         attempt.is_running != (effects > kRestart)) {
@@ -299,14 +293,14 @@ std::string McubootBench::ExplainOne(WireFault const& fault) const
     }
     auto const end = static_cast<qsizetype>(sound_.requests[request + 1][1]);
     auto const position = static_cast<qsizetype>(fault.position);
-    auto const rest = sound_.received.mid(position, end - position);
-    bool const is_end =
-        std::ranges::all_of(rest, [](char byte) { return byte == '=' || byte == '\n'; });
-    bool const is_line = rest.startsWith('\n') ||
-                         (position > 0 && sound_.received.at(position - 1) == '\n');
-    return is_end    ? "an answer is complete without the end of its line"
-           : is_line ? "an empty line between an answer's lines is ignored"
-                     : std::string();
+    auto const behind = sound_.received.mid(position + 1, end - position - 1);
+    if (std::ranges::all_of(behind, [](char byte) { return byte == '=' || byte == '\n'; })) {
+        return "what follows an answer's check value does not count, nor does its newline";
+    }
+    auto const next = fault.kind == WireFaultKind::kExtraAfter ? position + 1 : position;
+    bool const is_line =
+        sound_.received.at(next) == '\n' || (next > 0 && sound_.received.at(next - 1) == '\n');
+    return is_line ? "an empty line between an answer's lines is ignored" : std::string();
 }
 
 SessionVerdict McubootBench::RunWithOne(WireFault const& fault)

@@ -39,8 +39,10 @@ std::string RemovePlace(std::string const& text)
 Stm32UartUpdater MakeEngine(VirtualUart& uart, dispatcher::Dispatcher& dispatcher,
                             std::mutex& mutex, bool mass_erase)
 {
-    return {[](bool) {}, [](bool) {}, uart, dispatcher, mutex, stm32_updater::kMcuId, mass_erase,
-            [] {}, [] {}, Stm32UartUpdater::Rate::kBootloader, uart.GetWaits()};
+    return {
+        [](bool) {},           [](bool) {}, uart,  dispatcher, mutex,
+        stm32_updater::kMcuId, mass_erase,  [] {}, [] {},      Stm32UartUpdater::Rate::kBootloader,
+        uart.GetWaits()};
 }
 
 }  // namespace
@@ -82,7 +84,8 @@ UartAttempt UartBench::Try(Stm32UartUpdater& engine, VirtualUart& uart, SessionF
         attempt.is_connected &&
         checkModelIdInOtp(engine.GetOtp(setup_.unit.chip.otp_address, kUartOtpSize), {kUartModel});
     if (attempt.is_verified) {
-        attempt.is_updated = engine.Update(MakeUartImage(), [](auto, unsigned) {}, kStart);
+        attempt.is_updated = engine.Update(
+            MakeUartImage(), [](auto, unsigned) {}, kStart);
         engine.DisconnectDevice();
     }
     if (attempt.is_updated) {
@@ -97,7 +100,8 @@ UartAttempt UartBench::Try(Stm32UartUpdater& engine, VirtualUart& uart, SessionF
     attempt.most_faults_together = wire.MostFaultsTogether();
     attempt.flash = unit_.Memory().Read(kStart, setup_.unit.chip.flash_size);
     attempt.is_running = unit_.GetState() == simulator::UnitState::kRunning &&
-                         unit_.JumpAddress() == kStart && std::ranges::equal(unit_.Marker(), kMarker);
+                         unit_.JumpAddress() == kStart &&
+                         std::ranges::equal(unit_.Marker(), kMarker);
     return attempt;
 }
 
@@ -115,9 +119,9 @@ SessionEnd UartBench::Classify(UartAttempt const& attempt) const
             attempt.is_connected && !attempt.is_verified && attempt.texts.empty();
         return is_refused ? SessionEnd::kRefused : SessionEnd::kFailedUntouched;
     }
-    return is_complete                         ? SessionEnd::kFailedComplete
+    return is_complete                             ? SessionEnd::kFailedComplete
            : UartScript::HasTrailer(attempt.flash) ? SessionEnd::kFailedWrongFlash
-                                               : SessionEnd::kFailedIncomplete;
+                                                   : SessionEnd::kFailedIncomplete;
 }
 
 UartAttempt UartBench::Run(SessionFaults const& faults, SessionVerdict& verdict)
@@ -159,8 +163,8 @@ std::string UartBench::CheckSecondAttempt(Stm32UartUpdater& engine, VirtualUart&
 bool UartBench::HasLearnedWrongPair(VirtualUart const& uart) const
 {
     auto const first = uart.FirstReceived();
-    return first != setup_.unit.ack_pair.ack &&
-           (first == simulator::kStandardAckPair.ack || first == simulator::kAlternativeAckPair.ack);
+    return first != setup_.unit.ack_pair.ack && (first == simulator::kStandardAckPair.ack ||
+                                                 first == simulator::kAlternativeAckPair.ack);
 }
 
 std::string UartBench::CheckUpdated(UartAttempt const& attempt) const
@@ -297,21 +301,30 @@ SessionVerdict UartBench::RunWithOne(WireFault const& fault)
 // Why several damaged bytes left a wrong flash that looks complete.
 std::string UartBench::ExplainMany(UartAttempt const& attempt, SessionFaults const& faults) const
 {
-    auto const ack = setup_.unit.ack_pair.ack;
-    auto const is_forged_by_unit = [&](simulator::Fault const& fault) {
-        using enum simulator::FaultKind;
+    using enum simulator::FaultKind;
+    auto const is_answer = [&](std::byte byte) {
+        return byte == setup_.unit.ack_pair.ack || byte == setup_.unit.ack_pair.nack;
+    };
+    auto const is_forged = [&](simulator::Fault const& fault) {
         return (fault.kind == kGarbageAnswer || fault.kind == kExtraByte) &&
-               static_cast<std::byte>(fault.parameter & 0xFF) == ack;
+               is_answer(static_cast<std::byte>(fault.parameter & 0xFF));
+    };
+    auto const moves_bytes = [](WireFault const& fault) {
+        return DamagesBytes(fault.kind) && fault.kind != WireFaultKind::kFlip &&
+               fault.kind != WireFaultKind::kReplace;
     };
     if (std::ranges::find(attempt.texts, kNoErase) != attempt.texts.end()) {
         return "undetected: the list of commands has no check value, and lost its erase";
     }
-    if (std::ranges::find(attempt.forged, ack) != attempt.forged.end() ||
-        std::ranges::any_of(faults.unit, is_forged_by_unit)) {
-        return "undetected: an acknowledgement that the unit did not send";
+    if (std::ranges::any_of(attempt.forged, is_answer) ||
+        std::ranges::any_of(faults.unit, is_forged)) {
+        return "undetected: an answer that the unit did not send, and a damaged block";
     }
     if (attempt.most_faults_together > 1) {
-        return "undetected: damaged bytes whose check value is right";
+        return "undetected: damaged bytes of a block whose check value is right";
+    }
+    if (std::ranges::count_if(faults.wire, moves_bytes) > 1) {
+        return "undetected: bytes too many or too few, so that answers belong to other requests";
     }
     return {};
 }

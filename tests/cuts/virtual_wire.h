@@ -126,11 +126,11 @@ private:
     Lane to_host_;
     bool is_dead_ = false;
     Time now_{0};
-    Time sent_to_unit_{0};            // when the last byte reaches the unit
-    Hold hold_next_ = Hold::kNone;    // for the next packet
-    Packet packet_;                   // being filled
-    Time packet_end_{0};              // when its last byte reaches the host
-    std::deque<Packet> packets_;      // on their way to the host, in their order
+    Time sent_to_unit_{0};          // when the last byte reaches the unit
+    Hold hold_next_ = Hold::kNone;  // for the next packet
+    Packet packet_;                 // being filled
+    Time packet_end_{0};            // when its last byte reaches the host
+    std::deque<Packet> packets_;    // on their way to the host, in their order
     size_t waits_ = 0;
     std::vector<std::byte> forged_;
     size_t faults_before_ = 0;  // in the message before
