@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 
 namespace cuts {
@@ -67,8 +68,17 @@ size_t Random::Below(size_t end)
 std::string ToText(SessionFaults const& faults)
 {
     std::string text;
-    for (auto const& fault : faults.wire) {
-        text += ToText(fault) + "; ";
+    for (size_t i = 0, size = 1; i < faults.wire.size(); i += size) {
+        auto const& fault = faults.wire[i];
+        // Noise is many bytes at one place.
+        auto const is_elsewhere = [&](WireFault const& other) {
+            return other.kind != fault.kind || other.direction != fault.direction ||
+                   other.position != fault.position;
+        };
+        auto const begin = faults.wire.begin() + static_cast<std::ptrdiff_t>(i);
+        auto const end = std::find_if(begin, faults.wire.end(), is_elsewhere);
+        size = static_cast<size_t>(end - begin);
+        text += ToText(fault) + (size > 1 ? fmt::format(" and {} more; ", size - 1) : "; ");
     }
     for (auto const& fault : faults.unit) {
         text += fmt::format("{} {} {} {}; ", simulator::GetName(fault.kind), fault.at, fault.count,

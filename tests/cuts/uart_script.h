@@ -26,9 +26,9 @@ struct UartSetup {
 // and the mass erases.
 std::vector<UartSetup> ListUartSetups();
 
-// Three blocks, a rest and a trailer. A multiple of every chip's unit of programming.
-inline constexpr size_t kUartImageSize = 3 * 256 + 16;
+// Three blocks and a trailer. Each write begins with a whole programming unit of every chip.
 inline constexpr size_t kUartTrailerSize = 8;
+inline constexpr size_t kUartImageSize = 3 * 256 + kUartTrailerSize;
 // Two reads. The model is in the second.
 inline constexpr size_t kUartOtpSize = 64;
 inline constexpr uint8_t kUartModel = 7;

@@ -84,8 +84,8 @@ UartAttempt UartBench::Try(Stm32UartUpdater& engine, VirtualUart& uart, SessionF
         attempt.is_connected &&
         checkModelIdInOtp(engine.GetOtp(setup_.unit.chip.otp_address, kUartOtpSize), {kUartModel});
     if (attempt.is_verified) {
-        attempt.is_updated = engine.Update(
-            MakeUartImage(), [](auto, unsigned) {}, kStart);
+        auto const ignore_progress = [](IFwUpdater::State, unsigned) {};
+        attempt.is_updated = engine.Update(MakeUartImage(), ignore_progress, kStart);
         engine.DisconnectDevice();
     }
     if (attempt.is_updated) {
