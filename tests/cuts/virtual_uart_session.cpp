@@ -173,7 +173,9 @@ std::string UartBench::CheckUpdated(UartAttempt const& attempt) const
     if (end == SessionEnd::kUpdated && attempt.texts == sound_.texts) {
         return {};
     }
-    return fmt::format("not updated: {}; {}", kSessionEnds.at(static_cast<size_t>(end)),
+    auto const differs = std::ranges::mismatch(attempt.flash, new_flash_).in1;
+    return fmt::format("not updated: {}; flash differs at 0x{:x}; {}",
+                       kSessionEnds.at(static_cast<size_t>(end)), differs - attempt.flash.begin(),
                        fmt::join(attempt.texts, "; "));
 }
 

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <iterator>
 #include <utility>
 
 namespace cuts {
@@ -25,12 +24,17 @@ constexpr size_t kEndlessWaits = 1'000'000;
 constexpr std::array kFaultNames{"cut",          "swallow",     "flip",        "replace",
                                  "extra-before", "extra-after", "stall-below", "stall-above"};
 
+// Those of one direction by their position, in their order.
 std::vector<WireFault> Select(std::vector<WireFault> const& faults, Direction direction)
 {
     std::vector<WireFault> selected;
-    std::ranges::copy_if(faults, std::back_inserter(selected),
-                         [&](WireFault const& fault) { return fault.direction == direction; });
-    std::ranges::stable_sort(selected, {}, &WireFault::position);
+    for (auto const& fault : faults) {
+        if (fault.direction == direction) {
+            selected.insert(
+                std::ranges::upper_bound(selected, fault.position, {}, &WireFault::position),
+                fault);
+        }
+    }
     return selected;
 }
 
