@@ -191,9 +191,8 @@ size_t UartScript::Find(Direction direction, size_t position) const
     return waits_.size() - 1;
 }
 
-std::vector<std::byte> UartScript::FlashAfter(size_t waits) const
+std::vector<std::byte> UartScript::FlashAfter(size_t waits, std::vector<std::byte> flash) const
 {
-    auto flash = flash_before_;
     auto image = MakeUartImage();
     std::ranges::copy(kTrailerEnd, image.end() - 4);
     for (size_t i = 0; i < waits; ++i) {

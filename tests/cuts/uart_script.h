@@ -62,10 +62,10 @@ public:
     // The index of the wait to which a byte belongs.
     size_t Find(Direction direction, size_t position) const;
 
-    // The unit's whole flash before the session, and after so many of its waits.
+    // The unit's whole flash before the first session, and after so many waits of one that found
+    // it as `flash`.
     std::vector<std::byte> const& FlashBefore() const { return flash_before_; }
-    std::vector<std::byte> FlashAfter(size_t waits) const;
-    std::vector<std::byte> FlashAfterAll() const { return FlashAfter(waits_.size()); }
+    std::vector<std::byte> FlashAfter(size_t waits, std::vector<std::byte> flash) const;
 
     // Whether the firmware's start-up check would find an image's end in this flash.
     static bool HasTrailer(std::vector<std::byte> const& flash);

@@ -40,7 +40,8 @@ std::vector<MatrixFault> ListUartFaults(simulator::AckPair const& pair)
         {"swallowed", kSwallow},
         {"one bit flipped", kFlip, OneBit},
         {"acknowledged for refused", kFlip, [pair](size_t) { return pair.ack ^ pair.nack; }},
-        {"a zero too many", kExtraBefore},
+        // Which can make a page list the command to erase everything.
+        {"a stray 0xff", kExtraBefore, [](size_t) { return std::byte{0xFF}; }},
         {"an acknowledgement too many", kExtraAfter, [pair](size_t) { return pair.ack; }},
         {"stalled just below the limit", kStallBelow},
         {"stalled just above the limit", kStallAbove},

@@ -51,7 +51,7 @@ UartBench::UartBench(UartSetup setup)
     : setup_(std::move(setup)),
       script_(setup_),
       unit_(setup_.unit),
-      new_flash_(script_.FlashAfterAll())
+      new_flash_(script_.FlashAfter(script_.Waits().size(), script_.FlashBefore()))
 {
     VirtualUart uart;
     auto engine = MakeEngine(uart, dispatcher_, mutex_, setup_.mass_erase);
@@ -147,8 +147,11 @@ std::string UartBench::CheckSecondAttempt(Stm32UartUpdater& engine, VirtualUart&
         // Without an erase command the unit erases by itself.
         unit_.Memory().EraseFlash(0, setup_.unit.chip.flash_size);
     }
+    // What the first attempt has lost outside of the image stays lost.
+    auto const expected = script_.FlashAfter(
+        script_.Waits().size(), unit_.Memory().Read(kStart, setup_.unit.chip.flash_size));
     if (!HasLearnedWrongPair(uart)) {
-        return CheckUpdated(Try(engine, uart, {}));
+        return CheckUpdated(Try(engine, uart, {}), expected);
     }
     // The pair is kept as long as the program runs; see docs/known-limits.md.
     if (Try(engine, uart, {}).is_connected) {
@@ -157,7 +160,7 @@ std::string UartBench::CheckSecondAttempt(Stm32UartUpdater& engine, VirtualUart&
     unit_.Reset();
     VirtualUart other_uart;
     auto other_engine = MakeEngine(other_uart, dispatcher_, mutex_, setup_.mass_erase);
-    return CheckUpdated(Try(other_engine, other_uart, {}));
+    return CheckUpdated(Try(other_engine, other_uart, {}), expected);
 }
 
 bool UartBench::HasLearnedWrongPair(VirtualUart const& uart) const
@@ -167,16 +170,17 @@ bool UartBench::HasLearnedWrongPair(VirtualUart const& uart) const
                                                  first == simulator::kAlternativeAckPair.ack);
 }
 
-std::string UartBench::CheckUpdated(UartAttempt const& attempt) const
+std::string UartBench::CheckUpdated(UartAttempt const& attempt,
+                                    std::vector<std::byte> const& flash) const
 {
-    auto const end = Classify(attempt);
-    if (end == SessionEnd::kUpdated && attempt.texts == sound_.texts) {
+    if (attempt.is_updated && attempt.is_running && attempt.flash == flash &&
+        attempt.texts == sound_.texts) {
         return {};
     }
-    auto const differs = std::ranges::mismatch(attempt.flash, new_flash_).in1;
+    auto const differs = std::ranges::mismatch(attempt.flash, flash).in1;
     return fmt::format("not updated: {}; flash differs at 0x{:x}; {}",
-                       kSessionEnds.at(static_cast<size_t>(end)), differs - attempt.flash.begin(),
-                       fmt::join(attempt.texts, "; "));
+                       kSessionEnds.at(static_cast<size_t>(Classify(attempt))),
+                       differs - attempt.flash.begin(), fmt::join(attempt.texts, "; "));
 }
 
 // One text for each failure, of a command that may be under way at this wait or later.
@@ -220,7 +224,7 @@ std::string UartBench::CheckPrediction(UartAttempt const& attempt, WireFault con
         case WireFaultKind::kStallAbove:
             return CheckFailsAt(attempt, wait, wait + 1);
         case WireFaultKind::kStallBelow:
-            return CheckUpdated(attempt);
+            return CheckUpdated(attempt, new_flash_);
         default:
             return {};
     }
@@ -238,7 +242,7 @@ std::string UartBench::CheckFailsAt(UartAttempt const& attempt, size_t wait, siz
         texts.push_back(fmt::format("receive timeout for {} bytes, command {}", awaited.to_host,
                                     awaited.command));
     }
-    if (attempt.flash != script_.FlashAfter(effects)) {
+    if (attempt.flash != script_.FlashAfter(effects, script_.FlashBefore())) {
         return "not the flash that this fault must leave";
     }
     if (attempt.is_connected != (awaited.step > Step::kConnect) ||
@@ -317,6 +321,10 @@ std::string UartBench::ExplainMany(UartAttempt const& attempt, SessionFaults con
     };
     if (std::ranges::find(attempt.texts, kNoErase) != attempt.texts.end()) {
         return "undetected: the list of commands has no check value, and lost its erase";
+    }
+    if (std::ranges::equal(std::span(attempt.flash).first(setup_.unit.chip.page_size),
+                           std::span(new_flash_).first(setup_.unit.chip.page_size))) {
+        return "undetected: damaged bytes that erase more than the image's pages";
     }
     if (std::ranges::any_of(attempt.forged, is_answer) ||
         std::ranges::any_of(faults.unit, is_forged)) {

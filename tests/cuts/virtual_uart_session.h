@@ -65,7 +65,7 @@ private:
 
     // Each returns what is wrong, and nothing when all is right.
     std::string CheckSecondAttempt(stm32_updater::Stm32UartUpdater& engine, VirtualUart& uart);
-    std::string CheckUpdated(UartAttempt const& attempt) const;
+    std::string CheckUpdated(UartAttempt const& attempt, std::vector<std::byte> const& flash) const;
     std::string CheckTexts(UartAttempt const& attempt, size_t first_wait) const;
     std::string CheckPrediction(UartAttempt const& attempt, WireFault const& fault) const;
     std::string CheckFailsAt(UartAttempt const& attempt, size_t wait, size_t effects) const;
