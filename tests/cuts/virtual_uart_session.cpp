@@ -94,6 +94,7 @@ UartAttempt UartBench::Try(Stm32UartUpdater& engine, VirtualUart& uart, SessionF
     std::ranges::transform(QuietConsole::TakeTexts(), std::back_inserter(attempt.texts),
                            RemovePlace);
     attempt.time = wire.Now();
+    attempt.longest_wait = wire.LongestWait();
     attempt.bytes = {wire.SentToUnit(), wire.SentToHost()};
     attempt.trace_hash = wire.TraceHash();
     attempt.forged = wire.Forged();
@@ -217,6 +218,12 @@ std::string UartBench::CheckTexts(UartAttempt const& attempt, size_t first_wait)
 std::string UartBench::CheckPrediction(UartAttempt const& attempt, WireFault const& fault) const
 {
     auto const wait = script_.Find(fault.direction, fault.position);
+    auto const& awaited = script_.Waits()[wait];
+    auto const below = fault.kind == WireFaultKind::kStallBelow ? 1us : 0us;
+    if (!DamagesBytes(fault.kind) && awaited.to_host > 0 &&
+        attempt.longest_wait != awaited.limit - below) {
+        return "the limit is another one";
+    }
     bool const has_request = fault.direction == Direction::kToHost;
     switch (fault.kind) {
         case WireFaultKind::kCut:

@@ -27,6 +27,7 @@ struct UartAttempt {
     bool is_updated = false;
     std::vector<std::string> texts;  // without the place in the source
     Time time{0};
+    Time longest_wait{0};
     std::array<size_t, 2> bytes{};  // by direction
     uint64_t trace_hash = 0;
     std::vector<std::byte> forged;  // see VirtualWire

@@ -210,7 +210,14 @@ std::vector<std::byte> VirtualWire::Receive(Time limit, Chance chance)
         // The host is in an endless loop, which nothing else would end.
         std::abort();
     }
-    auto const end = now_ + limit;
+    auto const start = now_;
+    auto bytes = Await(start + limit, chance);
+    longest_wait_ = std::max(longest_wait_, now_ - start);
+    return bytes;
+}
+
+std::vector<std::byte> VirtualWire::Await(Time end, Chance chance)
+{
     if (packets_.empty()) {
         now_ = end;
         return {};

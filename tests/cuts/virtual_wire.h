@@ -77,7 +77,7 @@ public:
 
     size_t SentToUnit() const { return to_unit_.passed; }
     size_t SentToHost() const { return to_host_.passed; }
-    size_t Waits() const { return waits_; }
+    Time LongestWait() const { return longest_wait_; }
     // What the host received and the unit had not sent.
     std::vector<std::byte> const& Forged() const { return forged_; }
     // The most faults towards the unit in two neighbouring messages of the host.
@@ -117,6 +117,7 @@ private:
     void Queue(Time earliest, std::span<std::byte const> bytes);
     void Append(std::byte byte);
     void EndPacket();
+    std::vector<std::byte> Await(Time end, Chance chance);
     std::vector<std::byte> TakeHeld(Time end);
     void Trace(Direction direction, std::span<std::byte const> bytes);
 
@@ -132,6 +133,7 @@ private:
     Time packet_end_{0};            // when its last byte reaches the host
     std::deque<Packet> packets_;    // on their way to the host, in their order
     size_t waits_ = 0;
+    Time longest_wait_{0};
     std::vector<std::byte> forged_;
     size_t faults_before_ = 0;  // in the message before
     size_t most_faults_together_ = 0;
