@@ -1,0 +1,143 @@
+// A serial line in virtual time, with faults at chosen bytes: it joins a host and a simulated
+// bootloader in one thread, without a port and without waiting. The host's adapters to it are
+// virtual_uart.h and virtual_line.h.
+//
+// Time passes only where the host waits. The unit works on what it receives at once, and its
+// answers arrive when the line's speed and the unit's own times allow, in packets as from a USB
+// bridge.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "simulator/bootloaders/serial_bootloader.h"
+
+namespace cuts {
+
+using Time = std::chrono::nanoseconds;
+
+enum class Direction { kToUnit, kToHost };
+
+enum class WireFaultKind {
+    kCut,          // this byte and all later ones, in both directions, are lost
+    kSwallow,      // this byte is lost
+    kFlip,         // this byte is XORed with `value`
+    kReplace,      // this byte becomes `value`
+    kExtraBefore,  // `value` comes in front of this byte
+    kExtraAfter,   // ... or behind it
+    // This byte and what follows it arrive together, just before the host's wait would end, or just
+    // after it has ended. Towards the unit: the answer does.
+    kStallBelow,
+    kStallAbove,
+};
+
+// Whether the fault changes which bytes arrive, and not only when or how many of them.
+constexpr bool DamagesBytes(WireFaultKind kind)
+{
+    return kind != WireFaultKind::kCut && kind != WireFaultKind::kStallBelow &&
+           kind != WireFaultKind::kStallAbove;
+}
+
+struct WireFault {
+    WireFaultKind kind;
+    Direction direction;
+    size_t position;  // of the byte among those that its sender sends on this line, from 0
+    std::byte value{};
+};
+
+// "cut to-unit 17", "flip to-host 3 0x01"
+std::string ToText(WireFault const& fault);
+
+// Whether the host would still wait for these bytes if they came later.
+enum class Chance { kLater, kLast };
+
+class VirtualWire {
+public:
+    // `unit` must outlive the wire. Several faults may be at one byte; they act in their order.
+    VirtualWire(simulator::SerialBootloader& unit, unsigned baud, unsigned bits_per_byte,
+                std::vector<WireFault> faults = {});
+
+    Time Now() const { return now_; }
+    // Lets time pass. What arrives meanwhile waits for the next TakeArrived() or Receive().
+    void Pass(Time time) { now_ += time; }
+
+    // Takes no time for the host.
+    void Send(std::span<std::byte const> bytes);
+
+    std::vector<std::byte> TakeArrived();
+
+    // Waits up to `limit` and returns as soon as bytes have arrived: all that have by then. With
+    // kLater, bytes that are stalled stay so; with kLast they come just before or after the limit.
+    std::vector<std::byte> Receive(Time limit, Chance chance);
+
+    size_t SentToUnit() const { return to_unit_.passed; }
+    size_t SentToHost() const { return to_host_.passed; }
+    Time LongestWait() const { return longest_wait_; }
+    // What the host received and the unit had not sent.
+    std::vector<std::byte> const& Forged() const { return forged_; }
+    // The most faults towards the unit in two neighbouring messages of the host.
+    size_t MostFaultsTogether() const { return most_faults_together_; }
+    // Depends on every byte that the host sent or received, and when.
+    uint64_t TraceHash() const { return trace_hash_; }
+
+private:
+    enum class Hold { kNone, kBelow, kAbove };
+
+    struct Packet {
+        Time at{0};
+        Hold hold = Hold::kNone;
+        std::vector<std::byte> bytes{};
+    };
+
+    // What becomes of one byte.
+    struct Spoilt {
+        std::vector<std::byte> bytes;
+        std::vector<std::byte> forged;
+        Hold hold = Hold::kNone;
+        bool is_cut = false;
+    };
+
+    struct Lane {
+        std::vector<WireFault> faults;  // by their position
+        size_t next_fault = 0;
+        size_t passed = 0;  // bytes
+
+        // How many of the next `size` bytes come before the next fault.
+        size_t CountSound(size_t size) const;
+        Spoilt Spoil(std::byte byte);
+    };
+
+    Time GetWireTime(size_t bytes) const { return byte_time_ * static_cast<int64_t>(bytes); }
+    void HandToUnit(std::span<std::byte const> bytes);
+    void Queue(Time earliest, std::span<std::byte const> bytes);
+    void Append(std::byte byte);
+    void EndPacket();
+    std::vector<std::byte> Await(Time end, Chance chance);
+    std::vector<std::byte> TakeHeld(Time end);
+    void Trace(Direction direction, std::span<std::byte const> bytes);
+
+    simulator::SerialBootloader& unit_;
+    Time byte_time_;
+    Lane to_unit_;
+    Lane to_host_;
+    bool is_dead_ = false;
+    Time now_{0};
+    Time sent_to_unit_{0};          // when the last byte reaches the unit
+    Hold hold_next_ = Hold::kNone;  // for the next packet
+    Packet packet_;                 // being filled
+    Time packet_end_{0};            // when its last byte reaches the host
+    std::deque<Packet> packets_;    // on their way to the host, in their order
+    size_t waits_ = 0;
+    Time longest_wait_{0};
+    std::vector<std::byte> forged_;
+    size_t faults_before_ = 0;  // in the message before
+    size_t most_faults_together_ = 0;
+    uint64_t trace_hash_ = 0xCBF29CE484222325;
+};
+
+}  // namespace cuts
