@@ -40,6 +40,17 @@ std::optional<QString> FindApplicationDir(QString const& path)
     return std::nullopt;
 }
 
+// All that is shipped with the folder that was given. Where that is not known, it is the Resources
+// folder, which a vendor's sources may surround.
+QDir GetShippedFolder(QString const& path, QDir const& resources)
+{
+    QDir const contents(QDir::cleanPath(resources.absoluteFilePath(u".."_s)));
+    QDir const given(path);
+    return given.exists(u"Contents"_s)                       ? given
+           : contents.dirName() == QLatin1String("Contents") ? contents
+                                                             : resources;
+}
+
 std::optional<QByteArray> ReadConfigText(QString const& path, Findings& findings)
 {
     auto const fault = DescribeFileFault(path);
@@ -78,28 +89,32 @@ void CheckConfig(Config const& config, BundlePaths const& paths, Report& report)
     report.interface_name = GetInterfaceName(config.Type());
     CheckValues(config, report.findings);
     CheckAddresses(config, report.findings);
-    if (auto const size = CheckImage(config, QDir(paths.resources), report.findings)) {
+    QDir const resources(paths.resources);
+    if (auto const size = CheckImage(config, resources, report.findings)) {
         report.predictions = Predict(config, static_cast<uint64_t>(*size));
     }
     if (config.Type() == TargetUsb) {
-        CheckLink({}, QDir(paths.resources), paths.dfu_util, report.findings);
+        CheckLink({}, resources, paths.dfu_util, report.findings);
         CheckDfuUtil(paths.dfu_util, report.findings);
     }
 }
 
-void CheckConfigFile(BundlePaths const& paths, Report& report)
+// Returns the path of the firmware image, or an empty text if no configuration names one.
+QString CheckConfigFile(BundlePaths const& paths, Report& report)
 {
     auto const path = GetConfigPath(QDir(paths.resources));
     auto const text = ReadConfigText(path, report.findings);
     if (!text) {
-        return;
+        return {};
     }
     CheckLink({}, QDir(paths.resources), path, report.findings);
     auto const lines = ScanIni(*text);
-    if (CheckConfigText(*text, lines, report.findings)) {
-        QSettings const settings(path, QSettings::IniFormat);
-        CheckConfig(Config(lines, settings), paths, report);
+    if (!CheckConfigText(*text, lines, report.findings)) {
+        return {};
     }
+    QSettings const settings(path, QSettings::IniFormat);
+    CheckConfig(Config(lines, settings), paths, report);
+    return GetFirmwarePath(QDir(paths.resources), settings);
 }
 
 }  // namespace
@@ -129,10 +144,11 @@ Report CheckBundle(QString const& path)
         report.findings.Fail({}, u"The bundle has no folder %1."_s.arg(Quote(paths.resources)));
         return report;
     }
-    CheckConfigFile(paths, report);
+    auto const image = CheckConfigFile(paths, report);
     CheckPictures(resources, report.findings);
     CheckFonts(resources, report.findings);
     CheckDriver(resources, *application_dir, report.findings);
+    CheckFolder(GetShippedFolder(path, resources), resources, image, report.findings);
     return report;
 }
 

@@ -7,6 +7,7 @@
 
 #include "bundle_check/bundle_checker.h"
 #include "config/config_keys.h"
+#include "tests/bundle_check/test_images.h"
 #include "tests/support/files.h"
 
 using namespace Qt::StringLiterals;
@@ -38,7 +39,7 @@ BundleFolder::BundleFolder()
 {
     EXPECT_TRUE(directory_.isValid());
     WriteConfig();
-    Write(u"Resources/firmware.bin"_s, QByteArray(1024, '\xFF'));
+    Write(u"Resources/firmware.bin"_s, MakeStm32Image(1024));
     Write(u"Resources/background.png"_s, "\x89PNG\r\n\x1A\n");
     for (auto const& style : {u"Regular"_s, u"Bold"_s}) {
         Write(u"Resources/Sans-%1.otf"_s.arg(style), ReadDemonstrationFont(style));
@@ -62,6 +63,7 @@ void BundleFolder::UseMcuboot()
         Remove(key);
     }
     Set("interface", "mcuboot_serial");
+    Write(u"Resources/firmware.bin"_s, MakeMcubootParts(1024).Image());
 }
 
 void BundleFolder::Set(QByteArray const& key, QByteArray const& value)
