@@ -8,6 +8,7 @@
 #include "bundle_check/checks.h"
 #include "bundle_check/files.h"
 #include "bundle_check/prediction.h"
+#include "bundle_check/window_checks.h"
 #include "config/bundle_paths.h"
 
 using namespace Qt::StringLiterals;
@@ -23,6 +24,14 @@ bool IsFolder(QString const& path)
 {
     return QFileInfo(path).isDir();
 }
+
+// What is checked.
+struct Request {
+    QDir shipped;  // the folder that holds all of the bundle
+    QDir resources;
+    QString application_dir;
+    QString pictures;
+};
 
 // The folder that holds, or would hold, the program; everything else is found from there.
 std::optional<QString> FindApplicationDir(QString const& path)
@@ -83,7 +92,7 @@ bool CheckConfigText(QByteArray const& text, IniLines const& lines, Findings& fi
     return !FindForeignForms(lines, findings);
 }
 
-// Everything that depends on the settings' values.
+// Everything that depends on the settings' values, but for what is seen.
 void CheckConfig(Config const& config, BundlePaths const& paths, Report& report)
 {
     report.interface_name = GetInterfaceName(config.Type());
@@ -99,27 +108,53 @@ void CheckConfig(Config const& config, BundlePaths const& paths, Report& report)
     }
 }
 
-// Returns the path of the firmware image, or an empty text if no configuration names one.
-QString CheckConfigFile(BundlePaths const& paths, Report& report)
+// What a customer sees.
+void CheckWindow(Config const& config, Request const& request, Findings& findings)
 {
-    auto const path = GetConfigPath(QDir(paths.resources));
-    auto const text = ReadConfigText(path, report.findings);
-    if (!text) {
-        return {};
+    auto const& resources = request.resources;
+    bool const has_safe_pictures = CheckPictures(resources, findings);
+    auto const fonts = CheckFonts(resources, findings);
+    bool const has_short_texts = CheckLengths(config, findings);
+    if (!has_safe_pictures || !fonts.are_safe || !has_short_texts) {
+        return;
     }
-    CheckLink({}, QDir(paths.resources), path, report.findings);
-    auto const lines = ScanIni(*text);
-    if (!CheckConfigText(*text, lines, report.findings)) {
-        return {};
+    WindowView view(resources, config.Settings(), config.Type());
+    CheckFixedTexts(config, view, findings);
+    CheckBackground(resources, view, findings);
+    if (fonts.HaveBothStyles()) {
+        CheckShownTexts(config, fonts, IsForMacos(request.application_dir), view, findings);
+    }
+    if (!request.pictures.isEmpty() && !SavePictures(view, QDir(request.pictures))) {
+        findings.Fail({}, u"The pictures of the window cannot be written to %1."_s.arg(
+                              Quote(request.pictures)));
+    }
+}
+
+void CheckConfigFile(Request const& request, BundlePaths const& paths, Report& report)
+{
+    auto const& resources = request.resources;
+    auto const path = GetConfigPath(resources);
+    auto const text = ReadConfigText(path, report.findings);
+    auto const lines = ScanIni(text.value_or(QByteArray()));
+    if (text) {
+        CheckLink({}, resources, path, report.findings);
+    }
+    if (!text || !CheckConfigText(*text, lines, report.findings)) {
+        CheckPictures(resources, report.findings);
+        CheckFonts(resources, report.findings);
+        CheckFolder(request.shipped, resources, {}, report.findings);
+        return;
     }
     QSettings const settings(path, QSettings::IniFormat);
-    CheckConfig(Config(lines, settings), paths, report);
-    return GetFirmwarePath(QDir(paths.resources), settings);
+    Config const config(lines, settings);
+    CheckConfig(config, paths, report);
+    CheckWindow(config, request, report.findings);
+    CheckFolder(request.shipped, resources, GetFirmwarePath(resources, settings), report.findings);
 }
 
 }  // namespace
 
-Report CheckBundle(QString const& path)
+Report CheckBundle(QString const& path, QString const& pictures)
 {
     Report report;
     if (!IsFolder(path)) {
@@ -144,11 +179,9 @@ Report CheckBundle(QString const& path)
         report.findings.Fail({}, u"The bundle has no folder %1."_s.arg(Quote(paths.resources)));
         return report;
     }
-    auto const image = CheckConfigFile(paths, report);
-    CheckPictures(resources, report.findings);
-    CheckFonts(resources, report.findings);
+    CheckConfigFile({GetShippedFolder(path, resources), resources, *application_dir, pictures},
+                    paths, report);
     CheckDriver(resources, *application_dir, report.findings);
-    CheckFolder(GetShippedFolder(path, resources), resources, image, report.findings);
     return report;
 }
 

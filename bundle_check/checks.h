@@ -104,9 +104,6 @@ std::optional<qint64> CheckImage(Config const& config, QDir const& resources, Fi
 // `root`, the folder that holds all of the bundle, without following links.
 void CheckFolder(QDir const& root, QDir const& resources, QString const& image, Findings& findings);
 
-// The other files of a bundle. CheckFonts needs a QGuiApplication, on any platform.
-void CheckPictures(QDir const& resources, Findings& findings);
-void CheckFonts(QDir const& resources, Findings& findings);
 // Only macOS needs the serial driver: its absence is an error in a macOS application (one with an
 // Info.plist), a note around a Linux program, and a warning while there is no program.
 void CheckDriver(QDir const& resources, QString const& application_dir, Findings& findings);

@@ -1,7 +1,8 @@
-// bundle_check PATH [--json]: reports what is wrong with a bundle before a customer sees it.
+// bundle_check PATH [--json] [--pictures DIR]: reports what is wrong with a bundle before a
+// customer sees it.
 
+#include <QApplication>
 #include <QCommandLineParser>
-#include <QGuiApplication>
 #include <cstdio>
 #include <exception>
 
@@ -26,9 +27,9 @@ void PrintFatalOnly(QtMsgType type, QMessageLogContext const& /*context*/, QStri
     }
 }
 
-int Check(QString const& path, bool as_json)
+int Check(QString const& path, QString const& pictures, bool as_json)
 {
-    auto const report = bundle_check::CheckBundle(path);
+    auto const report = bundle_check::CheckBundle(path, pictures);
     auto const text =
         as_json ? bundle_check::FormatJson(report) : bundle_check::FormatText(report).toUtf8();
     auto const written = std::fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stdout);
@@ -42,7 +43,10 @@ int Run(QStringList const& arguments)
     parser.setApplicationDescription(QString::fromLatin1(kDescription));
     QCommandLineOption const help({u"h"_s, u"help"_s}, u"Print this text."_s);
     QCommandLineOption const json(u"json"_s, u"Print the findings as JSON, for a build machine."_s);
-    parser.addOptions({help, json});
+    QCommandLineOption const pictures(
+        u"pictures"_s, u"Also draw the window in every state to PNG files in this folder."_s,
+        u"DIR"_s);
+    parser.addOptions({help, json, pictures});
     parser.addPositionalArgument(u"PATH"_s,
                                  u"The folder that contains Contents, an application bundle, or "
                                  "its Contents or Resources folder."_s);
@@ -57,17 +61,22 @@ int Run(QStringList const& arguments)
         std::fputs((fault + u"\n\n"_s + parser.helpText()).toLocal8Bit().constData(), stderr);
         return kUnusable;
     }
-    return Check(paths[0], parser.isSet(json));
+    return Check(paths[0], parser.value(pictures), parser.isSet(json));
 }
 
 }  // namespace
 
 int main(int argc, char* argv[])
 {
-    // Fonts are read as the window reads them; that needs no display.
+    // The window is drawn without a display, and with the same pixels whatever this computer
+    // prefers.
     qputenv("QT_QPA_PLATFORM", "offscreen");
+    for (auto const* preference :
+         {"QT_FONT_DPI", "QT_SCALE_FACTOR", "QT_SCREEN_SCALE_FACTORS", "QT_STYLE_OVERRIDE"}) {
+        qunsetenv(preference);
+    }
     qInstallMessageHandler(PrintFatalOnly);
-    QGuiApplication const application(argc, argv);
+    QApplication const application(argc, argv);
     try {
         return Run(QCoreApplication::arguments());
     } catch (std::exception const& exception) {

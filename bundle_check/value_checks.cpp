@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "bundle_check/checks.h"
+#include "bundle_check/edits.h"
 
 using namespace Qt::StringLiterals;
 
@@ -200,6 +201,21 @@ void CheckInterface(Config const& config, Key const& key, Findings& findings)
                  "lower case."_s.arg(Quote(text), usb, mcuboot, GetInterfaceName(TargetUart)));
 }
 
+// A word that was meant to be one of the two that the program knows.
+void CheckTypingError(Place const& place, QString const& type, Findings& findings)
+{
+    auto const folded = type.trimmed().toLower();
+    for (auto const* known : {kCustomerTarget, kServiceTarget}) {
+        auto const word = QString::fromLatin1(known);
+        if (auto const edits = CountEdits(folded, word); edits > 0 && edits <= kMostEdits) {
+            findings.Warn(
+                place,
+                u"%1 appears in yellow in the window of every customer, and means nothing "
+                "to the program; did you mean %2?"_s.arg(Quote(type), word));
+        }
+    }
+}
+
 void CheckTargetType(Config const& config, Key const& key, Findings& findings)
 {
     if (!CheckText(config, key, findings)) {
@@ -221,6 +237,8 @@ void CheckTargetType(Config const& config, Key const& key, Findings& findings)
         findings.Warn(place,
                       u"%1 has spaces around it, so it appears in the window; remove them."_s.arg(
                           Quote(type)));
+    } else {
+        CheckTypingError(place, type, findings);
     }
 }
 

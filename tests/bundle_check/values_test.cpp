@@ -134,6 +134,9 @@ fw_target_type="service " => warning: 'service ' appears in the window but does 
 fw_target_type=CUSTOMER => clean
 fw_target_type="customer " => warning: 'customer ' has spaces around it, so it appears in the window;
 fw_target_type=beta => clean
+fw_target_type=costumer => warning: 'costumer' appears in yellow in the window of every customer, and means nothing to the program; did you mean customer?
+fw_target_type=Custmer => warning: 'Custmer' appears in yellow in the window of every customer, and means nothing to the program; did you mean customer?
+fw_target_type=servise => warning: 'servise' appears in yellow in the window of every customer, and means nothing to the program; did you mean service?
 )");
 }
 
