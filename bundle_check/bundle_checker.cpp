@@ -108,6 +108,14 @@ void CheckConfig(Config const& config, BundlePaths const& paths, Report& report)
     }
 }
 
+void ReportMissingPictures(Request const& request, Findings& findings)
+{
+    if (!request.pictures.isEmpty()) {
+        findings.Fail({},
+                      u"No pictures of the window were drawn; correct the other errors first."_s);
+    }
+}
+
 // What a customer sees.
 void CheckWindow(Config const& config, Request const& request, Findings& findings)
 {
@@ -116,6 +124,7 @@ void CheckWindow(Config const& config, Request const& request, Findings& finding
     auto const fonts = CheckFonts(resources, findings);
     bool const has_short_texts = CheckLengths(config, findings);
     if (!has_safe_pictures || !fonts.are_safe || !has_short_texts) {
+        ReportMissingPictures(request, findings);
         return;
     }
     WindowView view(resources, config.Settings(), config.Type());
@@ -142,6 +151,7 @@ void CheckConfigFile(Request const& request, BundlePaths const& paths, Report& r
     if (!text || !CheckConfigText(*text, lines, report.findings)) {
         CheckPictures(resources, report.findings);
         CheckFonts(resources, report.findings);
+        ReportMissingPictures(request, report.findings);
         CheckFolder(request.shipped, resources, {}, report.findings);
         return;
     }
