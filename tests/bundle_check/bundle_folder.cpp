@@ -42,7 +42,8 @@ BundleFolder::BundleFolder()
     EXPECT_TRUE(directory_.isValid());
     WriteConfig();
     Write(u"Resources/firmware.bin"_s, MakeStm32Image(1024));
-    Write(u"Resources/background.png"_s, MakePicture(665, 517));
+    static auto const picture = MakePicture(665, 517);
+    Write(u"Resources/background.png"_s, picture);
     for (auto const& style : {u"Regular"_s, u"Bold"_s}) {
         Write(u"Resources/Sans-%1.otf"_s.arg(style), ReadDemonstrationFont(style));
     }
