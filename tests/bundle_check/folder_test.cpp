@@ -28,7 +28,7 @@ TEST(ShippedFolder, HasNoKeysAndNothingThatWasLeftOver)
         {"Private.KEY", kKey},
         {"cert.p12", kKey},
         {"keys/id_ed25519", kKey},
-        {".git/config", kGit},
+        {".git/key.pem", kGit},
         {".gitignore", kGit},
         {".svn/entries", kGit},
         {"config.ini~", kBackup},
