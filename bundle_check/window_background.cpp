@@ -171,9 +171,14 @@ bool CheckPictures(QDir const& resources, Findings& findings)
 {
     auto const pictures = ListPictures(resources);
     if (pictures.isEmpty()) {
+        auto const others = resources.entryList({u"*.jpg"_s, u"*.jpeg"_s, u"*.bmp"_s, u"*.gif"_s,
+                                                 u"*.webp"_s, u"*.svg"_s, u"*.tif"_s, u"*.tiff"_s},
+                                                QDir::Files, QDir::Name);
         findings.Warn(
             {},
-            u"There is no PNG file in the Resources folder, so the window has no background."_s);
+            u"There is no PNG file in the Resources folder, so the window has no background.%1"_s
+                .arg(others.isEmpty() ? QString()
+                                      : u" Save %1 as PNG."_s.arg(Quote(others.first()))));
     } else if (pictures.size() > 1) {
         findings.Warn(
             {},
