@@ -1,4 +1,5 @@
 // The files of the window's fonts.
+#include <QFileInfo>
 #include <QFontDatabase>
 #include <QStringList>
 
@@ -41,8 +42,8 @@ void CheckFont(QDir const& resources, QString const& file, FontFiles& fonts, Fin
     CheckLink({}, resources, path, findings);
     if (IsTooLarge(path)) {
         fonts.are_safe = false;
-        findings.Fail({}, u"%1 has %2 bytes, far more than a font."_s.arg(Quote(file))
-                              .arg(QFileInfo(path).size()));
+        findings.Fail({}, u"%1 has %2 bytes, far more than a font."_s.arg(
+                              Quote(file), QString::number(QFileInfo(path).size())));
         return;
     }
     auto const bytes = ReadHead(path, kMostResourceBytes).value_or(QByteArray());
