@@ -52,8 +52,8 @@ void CheckPicture(QString const& name, QImage const& picture, QSize const& windo
 {
     // The picture is stretched to the window's shape; a hundredth cannot be seen.
     constexpr double kMostStretch = 0.01;
-    auto const size =
-        u"%1 has %2 x %3 pixels"_s.arg(Quote(name)).arg(picture.width()).arg(picture.height());
+    auto const size = u"%1 has %2 x %3 pixels"_s.arg(Quote(name), QString::number(picture.width()),
+                                                     QString::number(picture.height()));
     auto const window_size = u"%1 x %2"_s.arg(window.width()).arg(window.height());
     if (picture.width() < window.width() || picture.height() < window.height()) {
         findings.Warn(
@@ -134,11 +134,10 @@ void CheckContrast(WindowView& view, QImage const& background, QString const& pi
             findings.Fail(
                 {},
                 u"The text %1 cannot be read in front of %2: its contrast is %3 : 1, and at least "
-                "%4 : 1 is needed; make the picture darker at (%5, %6)."_s
-                    .arg(Quote(label->text()), picture, QString::number(contrast, 'f', 1),
-                         QString::number(kLeastContrast))
-                    .arg(label->x())
-                    .arg(label->y()));
+                "%4 : 1 is needed; make the picture darker at (%5, %6)."_s.arg(
+                    Quote(label->text()), picture, QString::number(contrast, 'f', 1),
+                    QString::number(kLeastContrast), QString::number(label->x()),
+                    QString::number(label->y())));
         }
     }
 }
@@ -171,9 +170,14 @@ bool CheckPictures(QDir const& resources, Findings& findings)
 {
     auto const pictures = ListPictures(resources);
     if (pictures.isEmpty()) {
+        auto const others = resources.entryList({u"*.jpg"_s, u"*.jpeg"_s, u"*.bmp"_s, u"*.gif"_s,
+                                                 u"*.webp"_s, u"*.svg"_s, u"*.tif"_s, u"*.tiff"_s},
+                                                QDir::Files, QDir::Name);
         findings.Warn(
             {},
-            u"There is no PNG file in the Resources folder, so the window has no background."_s);
+            u"There is no PNG file in the Resources folder, so the window has no background.%1"_s
+                .arg(others.isEmpty() ? QString()
+                                      : u" Save %1 as PNG."_s.arg(Quote(others.first()))));
     } else if (pictures.size() > 1) {
         findings.Warn(
             {},

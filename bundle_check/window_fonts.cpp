@@ -1,4 +1,5 @@
 // The files of the window's fonts.
+#include <QFileInfo>
 #include <QFontDatabase>
 #include <QStringList>
 
@@ -41,8 +42,8 @@ void CheckFont(QDir const& resources, QString const& file, FontFiles& fonts, Fin
     CheckLink({}, resources, path, findings);
     if (IsTooLarge(path)) {
         fonts.are_safe = false;
-        findings.Fail({}, u"%1 has %2 bytes, far more than a font."_s.arg(Quote(file))
-                              .arg(QFileInfo(path).size()));
+        findings.Fail({}, u"%1 has %2 bytes, far more than a font."_s.arg(
+                              Quote(file), QString::number(QFileInfo(path).size())));
         return;
     }
     auto const bytes = ReadHead(path, kMostResourceBytes).value_or(QByteArray());
@@ -78,14 +79,25 @@ FontFiles CheckFonts(QDir const& resources, Findings& findings)
     for (auto const& file : files.mid(0, kMostFonts)) {
         CheckFont(resources, file, fonts, findings);
     }
-    fonts.are_safe = fonts.are_safe && files.size() <= kMostFonts;
+    if (files.size() > kMostFonts) {
+        fonts.are_safe = false;
+        findings.Fail({},
+                      u"There are %1 fonts in the Resources folder; keep the two that the window "
+                      "uses."_s.arg(files.size()));
+    }
+    auto const others =
+        resources.entryList({u"*.ttf"_s, u"*.ttc"_s, u"*.woff*"_s}, QDir::Files, QDir::Name);
+    auto const ignored = others.isEmpty()
+                             ? QString()
+                             : u" It does not read %1, whose name does not end in .otf."_s.arg(
+                                   Quote(others.first()));
     for (auto const* name : {kRegularStyle, kBoldStyle}) {
         auto const style = QString::fromLatin1(name);
         if (!fonts.styles.contains(style)) {
             findings.Warn({},
                           u"No *.otf file in the Resources folder has the style %1 of the family "
-                          "%2, so the window uses another font."_s.arg(
-                              style, Quote(QString::fromLatin1(kFontFamily))));
+                          "%2, so the window uses another font.%3"_s.arg(
+                              style, Quote(QString::fromLatin1(kFontFamily)), ignored));
         }
     }
     return fonts;

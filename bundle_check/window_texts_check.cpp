@@ -31,19 +31,24 @@ struct ShownText {
     }
 };
 
-// Those that the window shows.
-constexpr Key const* kTextKeys[] = {&config_keys::kProductText, &config_keys::kFwVersion,
-                                    &config_keys::kInstructionsText, &config_keys::kFwTargetType};
+// The labels that show the value of a key.
+struct KeyLabel {
+    QLatin1StringView label;
+    Key const* key;
+};
 
-// The key whose value the label shows. Its text is that value, but for the first letter of one key.
-Place FindPlace(Config const& config, QString const& text)
+constexpr KeyLabel kKeyLabels[] = {
+    {"productLabel"_L1, &config_keys::kProductText},
+    {"versionNumberLabel"_L1, &config_keys::kFwVersion},
+    {"instructionsLabel"_L1, &config_keys::kInstructionsText},
+    {"typeLabel"_L1, &config_keys::kFwTargetType},
+};
+
+// Without a key for a text of the program's own.
+Place FindPlace(Config const& config, QLabel const& label)
 {
-    for (auto const* key : kTextKeys) {
-        if (config.Value(*key).toString().compare(text, Qt::CaseInsensitive) == 0) {
-            return config.PlaceOf(*key);
-        }
-    }
-    return {};
+    auto const* const found = std::ranges::find(kKeyLabels, label.objectName(), &KeyLabel::label);
+    return found == std::end(kKeyLabels) ? Place() : config.PlaceOf(*found->key);
 }
 
 void AddOnce(QList<ShownText>& shown, QWidget* widget, QString const& text)
@@ -62,7 +67,7 @@ QList<ShownText> CollectTexts(Config const& config, WindowView& view)
     QList<ShownText> shown;
     for (auto* label : view.Labels()) {
         if (!label->text().isEmpty()) {
-            shown.append({FindPlace(config, label->text()), label, label->text(),
+            shown.append({FindPlace(config, *label), label, label->text(),
                           Qt::mightBeRichText(label->text())});
         }
     }
@@ -218,7 +223,7 @@ bool CheckLengths(Config const& config, Findings& findings)
 {
     constexpr qsizetype kMostCharacters = 1000;
     bool are_short = true;
-    for (auto const* key : kTextKeys) {
+    for (auto const& [label, key] : kKeyLabels) {
         auto const size = config.Value(*key).toString().size();
         if (size > kMostCharacters) {
             are_short = false;

@@ -8,6 +8,8 @@
 #include <QPushButton>
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
+#include <functional>
 
 #include "app/main_window.h"
 #include "updater/firmware_updater_base.h"

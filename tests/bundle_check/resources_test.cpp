@@ -29,6 +29,12 @@ TEST(Picture, MustBeOnePngFile)
     bundle.Delete(u"Resources/background.png"_s);
     EXPECT_TRUE(FindsOnly(bundle, "warning: There is no PNG file in the Resources folder"));
 
+    bundle.Write(u"Resources/background.jpg"_s, MakePicture(665, 517, Qt::black, "bmp"));
+    EXPECT_TRUE(
+        FindsOnly(bundle,
+                  "warning: There is no PNG file in the Resources folder, so the window has "
+                  "no background. Save 'background.jpg' as PNG."));
+
     BundleFolder two;
     two.Write(u"Resources/Another.PNG"_s, MakePicture(665, 517));
     EXPECT_TRUE(FindsOnly(two,
@@ -132,6 +138,27 @@ TEST(Fonts, MustHaveBothStylesOfTheFamily)
         bundle.Write(u"Resources/any name.otf"_s, ReadDemonstrationFont(style));
         EXPECT_TRUE(FindsNothing(bundle)) << "the names inside the files count";
     }
+}
+
+TEST(Fonts, HaveNamesThatTheWindowLooksFor)
+{
+    BundleFolder bundle;
+    bundle.Delete(u"Resources/Sans-Bold.otf"_s);
+    bundle.Write(u"Resources/Sans-Bold.ttf"_s, ReadDemonstrationFont(u"Bold"_s));
+    EXPECT_TRUE(
+        FindsOnly(bundle,
+                  "warning: No *.otf file in the Resources folder has the style Bold of the "
+                  "family 'Kelvane Sans', so the window uses another font. It does not read "
+                  "'Sans-Bold.ttf', whose name does not end in .otf."));
+}
+
+TEST(Fonts, AreFew)
+{
+    BundleFolder bundle;
+    for (int i = 0; i < 49; ++i) {
+        bundle.Write(u"Resources/%1.otf"_s.arg(i), "x");
+    }
+    EXPECT_TRUE(Finds(bundle, "error: There are 51 fonts in the Resources folder; keep the two"));
 }
 
 TEST(Fonts, AreTakenFromTheBundleAlone)

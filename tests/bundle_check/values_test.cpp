@@ -238,7 +238,7 @@ TEST(Addresses, MustBeInFlashOnAProgrammingUnitAndWhereTheProgramErases)
           "and flash is programmed 16 bytes at a time, so the unit does not store",
           false}});
     // dfu-util erases where it writes.
-    for (uint32_t const address : {0x08004000, 0x08000008}) {
+    for (uint32_t const address : {0x08004000U, 0x08000008U}) {
         BundleFolder bundle;
         bundle.UseUsb();
         bundle.Set("programming_address", QByteArray::number(address));

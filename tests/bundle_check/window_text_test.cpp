@@ -32,7 +32,6 @@ TEST_F(TextInLabel, LosesTheEndThatIsAwayFromItsAlignment)
 {
     constexpr int kHigh = 60;
     auto const text = u"0123456789"_s;
-    auto const needed = Measure(text, Qt::AlignLeft, 500, kHigh).needed;
     struct {
         Qt::Alignment alignment;
         bool keeps_begin;
@@ -53,9 +52,8 @@ TEST_F(TextInLabel, LosesTheEndThatIsAwayFromItsAlignment)
         EXPECT_TRUE(Measure(text, alignment | Qt::AlignVCenter, fit.needed + 1, kHigh).fits);
         EXPECT_FALSE(Measure(text, alignment | Qt::AlignVCenter, fit.needed - 2, kHigh).fits);
     }
-    EXPECT_GT(needed, 0);
-    EXPECT_EQ(label_.size(), QSize(Measure(text, Qt::AlignLeft, 50, kHigh).free, kHigh))
-        << "the label keeps its size";
+    Measure(text, Qt::AlignLeft, 50, kHigh);
+    EXPECT_EQ(label_.size(), QSize(50, kHigh)) << "the label keeps its size";
 }
 
 TEST_F(TextInLabel, LosesLinesOrTheEdgeOfItsOnlyLine)
