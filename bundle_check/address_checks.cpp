@@ -13,6 +13,9 @@ namespace bundle_check {
 
 namespace {
 
+// What the program examines.
+constexpr size_t kWholeOtpArea = kOtpRecords * kOtpRecordSize;
+
 QString Hex(uint64_t number, int digits = 8)
 {
     return u"0x"_s + QString::number(number, 16).rightJustified(digits, u'0');
@@ -47,6 +50,18 @@ uint32_t GetFlashUnit(std::vector<Chip> const& chips)
     return get_unit(std::ranges::min(chips, {}, get_unit));
 }
 
+// A sentence for a value that is in flash only when its digits are read as hexadecimal.
+QString SuggestPrefix(Config const& config, Key const& key, std::vector<Chip> const& chips)
+{
+    auto digits = config.Value(key).toString().trimmed();
+    bool is_number = false;
+    auto const address = digits.toUInt(&is_number, 16);
+    auto const in_flash = [&](Chip const& chip) { return chip.HasFlashAt(address); };
+    return is_number && !digits.startsWith(u"0x"_s) && std::ranges::any_of(chips, in_flash)
+               ? u" For hexadecimal write %1."_s.arg(Hex(address))
+               : QString();
+}
+
 void CheckInFlash(Config const& config, Key const& key, Findings& findings)
 {
     auto const chips = GetPossibleChips(config);
@@ -54,7 +69,8 @@ void CheckInFlash(Config const& config, Key const& key, Findings& findings)
     auto const in_flash = [&](Chip const& chip) { return chip.HasFlashAt(address); };
     if (config.HoldsNumber(key) && std::ranges::none_of(chips, in_flash)) {
         findings.Fail(config.PlaceOf(key),
-                      u"%1 is not in the flash of %2."_s.arg(Hex(address), Name(chips)));
+                      u"%1 is not in the flash of %2.%3"_s.arg(Hex(address), Name(chips),
+                                                               SuggestPrefix(config, key, chips)));
     }
 }
 
@@ -145,30 +161,30 @@ void CheckOtp(Config const& config, Findings& findings)
                           Hex(address)));
     } else if (size > 0 && !is_otp(uint64_t{address} + size - 1)) {
         findings.Warn(config.PlaceOf(config_keys::kOtpSize),
-                      u"%1 bytes from %2 reach beyond the one-time-programmable area of %3."_s.arg(
-                          QString::number(size), Hex(address), Name(chips)));
+                      u"%1 bytes from %2 reach beyond the one-time-programmable area of %3; use "
+                      "%4."_s.arg(QString::number(size), Hex(address), Name(chips),
+                                  QString::number(kWholeOtpArea)));
     }
 }
 
 void CheckOtpSize(Config const& config, Findings& findings)
 {
-    constexpr size_t kWholeArea = kOtpRecords * kOtpRecordSize;
     auto const& key = config_keys::kOtpSize;
     auto const size = config.Number(key);
     if (config.IsService() || !config.HoldsNumber(key)) {
         return;
     }
-    auto const advice = u"use %1."_s.arg(kWholeArea);
+    auto const advice = u"use %1."_s.arg(kWholeOtpArea);
     if (size < kOtpRecordSize) {
         findings.Fail(
             config.PlaceOf(key),
             u"%1 bytes do not hold a record of %2 bytes, so every unit is refused; %3"_s.arg(
                 QString::number(size), QString::number(kOtpRecordSize), advice));
-    } else if (size < kWholeArea) {
+    } else if (size < kWholeOtpArea) {
         findings.Warn(
             config.PlaceOf(key),
             u"The program looks for the model identifier in %1 bytes but reads only %2; %3"_s.arg(
-                QString::number(kWholeArea), QString::number(size), advice));
+                QString::number(kWholeOtpArea), QString::number(size), advice));
     }
 }
 

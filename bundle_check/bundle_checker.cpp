@@ -8,6 +8,7 @@
 #include "bundle_check/checks.h"
 #include "bundle_check/files.h"
 #include "bundle_check/prediction.h"
+#include "bundle_check/window_checks.h"
 #include "config/bundle_paths.h"
 
 using namespace Qt::StringLiterals;
@@ -24,6 +25,15 @@ bool IsFolder(QString const& path)
     return QFileInfo(path).isDir();
 }
 
+// What is checked.
+struct Request {
+    QDir shipped;  // the folder that holds all of the bundle
+    QDir resources;
+    QString application_dir;
+    QString pictures;
+    PackageRules rules;
+};
+
 // The folder that holds, or would hold, the program; everything else is found from there.
 std::optional<QString> FindApplicationDir(QString const& path)
 {
@@ -38,6 +48,17 @@ std::optional<QString> FindApplicationDir(QString const& path)
         return QDir::cleanPath(folder + u"/../MacOS"_s);
     }
     return std::nullopt;
+}
+
+// All that is shipped with the folder that was given. Where that is not known, it is the Resources
+// folder, which a vendor's sources may surround.
+QDir GetShippedFolder(QString const& path, QDir const& resources)
+{
+    QDir const contents(QDir::cleanPath(resources.absoluteFilePath(u".."_s)));
+    QDir const given(path);
+    return given.exists(u"Contents"_s)                       ? given
+           : contents.dirName() == QLatin1String("Contents") ? contents
+                                                             : resources;
 }
 
 std::optional<QByteArray> ReadConfigText(QString const& path, Findings& findings)
@@ -72,41 +93,80 @@ bool CheckConfigText(QByteArray const& text, IniLines const& lines, Findings& fi
     return !FindForeignForms(lines, findings);
 }
 
-// Everything that depends on the settings' values.
-void CheckConfig(Config const& config, BundlePaths const& paths, PackageRules const& rules,
-                 Report& report)
+// Everything that depends on the settings' values, but for what is seen.
+void CheckConfig(Config const& config, BundlePaths const& paths, Report& report)
 {
     report.interface_name = GetInterfaceName(config.Type());
     CheckValues(config, report.findings);
-    CheckPackage(config, rules, report.findings);
     CheckAddresses(config, report.findings);
-    if (auto const size = CheckImage(config, QDir(paths.resources), report.findings)) {
+    QDir const resources(paths.resources);
+    if (auto const size = CheckImage(config, resources, report.findings)) {
         report.predictions = Predict(config, static_cast<uint64_t>(*size));
     }
     if (config.Type() == TargetUsb) {
-        CheckLink({}, QDir(paths.resources), paths.dfu_util, report.findings);
+        CheckLink({}, resources, paths.dfu_util, report.findings);
         CheckDfuUtil(paths.dfu_util, report.findings);
     }
 }
 
-void CheckConfigFile(BundlePaths const& paths, PackageRules const& rules, Report& report)
+void ReportMissingPictures(Request const& request, Findings& findings)
 {
-    auto const path = GetConfigPath(QDir(paths.resources));
-    auto const text = ReadConfigText(path, report.findings);
-    if (!text) {
+    if (!request.pictures.isEmpty()) {
+        findings.Fail({},
+                      u"No pictures of the window were drawn; correct the other errors first."_s);
+    }
+}
+
+// What a customer sees.
+void CheckWindow(Config const& config, Request const& request, Findings& findings)
+{
+    auto const& resources = request.resources;
+    bool const has_safe_pictures = CheckPictures(resources, findings);
+    auto const fonts = CheckFonts(resources, findings);
+    bool const has_short_texts = CheckLengths(config, findings);
+    if (!has_safe_pictures || !fonts.are_safe || !has_short_texts) {
+        ReportMissingPictures(request, findings);
         return;
     }
-    CheckLink({}, QDir(paths.resources), path, report.findings);
-    auto const lines = ScanIni(*text);
-    if (CheckConfigText(*text, lines, report.findings)) {
-        QSettings const settings(path, QSettings::IniFormat);
-        CheckConfig(Config(lines, settings), paths, rules, report);
+    WindowView view(resources, config.Settings(), config.Type());
+    CheckFixedTexts(config, view, findings);
+    CheckBackground(resources, view, findings);
+    if (fonts.HaveBothStyles()) {
+        CheckShownTexts(config, fonts, IsForMacos(request.application_dir), view, findings);
     }
+    if (!request.pictures.isEmpty() && !SavePictures(view, QDir(request.pictures))) {
+        findings.Fail({}, u"The pictures of the window cannot be written to %1."_s.arg(
+                              Quote(request.pictures)));
+    }
+}
+
+void CheckConfigFile(Request const& request, BundlePaths const& paths, Report& report)
+{
+    auto const& resources = request.resources;
+    auto const path = GetConfigPath(resources);
+    auto const text = ReadConfigText(path, report.findings);
+    auto const lines = ScanIni(text.value_or(QByteArray()));
+    if (text) {
+        CheckLink({}, resources, path, report.findings);
+    }
+    if (!text || !CheckConfigText(*text, lines, report.findings)) {
+        CheckPictures(resources, report.findings);
+        CheckFonts(resources, report.findings);
+        ReportMissingPictures(request, report.findings);
+        CheckFolder(request.shipped, resources, {}, report.findings);
+        return;
+    }
+    QSettings const settings(path, QSettings::IniFormat);
+    Config const config(lines, settings);
+    CheckConfig(config, paths, report);
+    CheckPackage(config, request.rules, report.findings);
+    CheckWindow(config, request, report.findings);
+    CheckFolder(request.shipped, resources, GetFirmwarePath(resources, settings), report.findings);
 }
 
 }  // namespace
 
-Report CheckBundle(QString const& path, PackageRules const& rules)
+Report CheckBundle(QString const& path, QString const& pictures, PackageRules const& rules)
 {
     Report report;
     if (!IsFolder(path)) {
@@ -131,9 +191,9 @@ Report CheckBundle(QString const& path, PackageRules const& rules)
         report.findings.Fail({}, u"The bundle has no folder %1."_s.arg(Quote(paths.resources)));
         return report;
     }
-    CheckConfigFile(paths, rules, report);
-    CheckPictures(resources, report.findings);
-    CheckFonts(resources, report.findings);
+    CheckConfigFile(
+        {GetShippedFolder(path, resources), resources, *application_dir, pictures, rules}, paths,
+        report);
     CheckDriver(resources, *application_dir, report.findings);
     return report;
 }

@@ -99,9 +99,11 @@ void CheckImageInFlash(Config const& config, uint64_t size, Findings& findings);
 // or nothing when there is none to be written.
 std::optional<qint64> CheckImage(Config const& config, QDir const& resources, Findings& findings);
 
-// The other files of a bundle. CheckFonts needs a QGuiApplication, on any platform.
-void CheckPictures(QDir const& resources, Findings& findings);
-void CheckFonts(QDir const& resources, Findings& findings);
+// What does not belong into a folder that is shipped: private keys, version control, backups, and
+// images other than `image`, the file that the configuration names (which need not exist). Looks at
+// `root`, the folder that holds all of the bundle, without following links.
+void CheckFolder(QDir const& root, QDir const& resources, QString const& image, Findings& findings);
+
 // Only macOS needs the serial driver: its absence is an error in a macOS application (one with an
 // Info.plist), a note around a Linux program, and a warning while there is no program.
 void CheckDriver(QDir const& resources, QString const& application_dir, Findings& findings);
@@ -109,6 +111,7 @@ void CheckDriver(QDir const& resources, QString const& application_dir, Findings
 // The dfu-util beside the program: whether it is there, can be run, and supports the modifier
 // "fast", which the program always passes. One that does not refuses the download with an exit code
 // that the program does not look at: the window would show that the update is done.
+// Its absence is a warning while there is no folder for programs: the bundle is not complete yet.
 // Runs `path` for its version and its usage, each for at most `limit`; dfu-util then exits before
 // it looks for a device. It judges modifiers only once it has found one, so what it supports is
 // taken from its usage, and from the text in the file where that is a script or cannot be run here.

@@ -20,9 +20,12 @@ struct ChipMemories {
     uint32_t otp_start;
     uint32_t otp_size;  // bytes
     uint32_t ram_size;  // bytes, from kRamStart
+    uint32_t ccm_size;  // bytes, from kCcmStart; 0: the chip has no such memory
 };
 
 inline constexpr uint32_t kRamStart = 0x20000000;
+// The STM32G4's core-coupled memory, which is also the last part of its RAM.
+inline constexpr uint32_t kCcmStart = 0x10000000;
 // The bytes of RAM, from kRamStart, that the bootloader reserves for itself and refuses to write.
 inline constexpr uint32_t kBootloaderRamSize = 16 * 1024;
 
@@ -31,9 +34,9 @@ inline constexpr uint64_t kDfuTransferSize = 2048;
 inline constexpr double kDfuTransferSeconds = 0.005;
 
 inline constexpr std::array kChipMemories{
-    ChipMemories{0x469, 0x1FFF7000, 1024, 128 * 1024},
-    ChipMemories{0x479, 0x1FFF7000, 1024, 112 * 1024},
-    ChipMemories{0x482, 0x0BFA0000, 512, 768 * 1024},
+    ChipMemories{0x469, 0x1FFF7000, 1024, 128 * 1024, 32 * 1024},
+    ChipMemories{0x479, 0x1FFF7000, 1024, 112 * 1024, 16 * 1024},
+    ChipMemories{0x482, 0x0BFA0000, 512, 768 * 1024, 0},
 };
 static_assert(kChipMemories.size() == stm32_updater::flash_configs.size());
 
@@ -54,6 +57,13 @@ struct Chip {
     bool HasRamAt(uint64_t address) const
     {
         return address >= kRamStart && address < uint64_t{kRamStart} + memories.ram_size;
+    }
+    // A stack grows downwards, so it may begin where its memory ends.
+    bool HasStackFrom(uint64_t address) const
+    {
+        auto const ccm_end = uint64_t{kCcmStart} + memories.ccm_size;
+        return address > 0 &&
+               (HasRamAt(address - 1) || (address > kCcmStart && address <= ccm_end));
     }
     bool HasOtpAt(uint64_t address) const
     {

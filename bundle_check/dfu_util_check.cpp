@@ -1,5 +1,7 @@
 // The dfu-util beside the program.
 #include <QDeadlineTimer>
+#include <QDir>
+#include <QFileInfo>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QSysInfo>
@@ -121,6 +123,13 @@ void ReportMissingFast(Run const& version, Findings& findings)
 void CheckDfuUtil(QString const& path, Findings& findings, std::chrono::milliseconds limit)
 {
     auto const fault = DescribeProgramFault(path);
+    if (!QFileInfo(path).dir().exists()) {
+        findings.Warn({},
+                      u"There is no program beside the Resources folder yet; over USB a bundle "
+                      "needs dfu-util beside the program, so check it again when it is "
+                      "complete."_s);
+        return;
+    }
     if (!fault.isEmpty()) {
         findings.Fail(
             {}, u"The tool dfu-util beside the program %1, so no unit is ever found."_s.arg(fault));

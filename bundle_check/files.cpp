@@ -2,10 +2,31 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <algorithm>
+#include <initializer_list>
 
 using namespace Qt::StringLiterals;
 
 namespace bundle_check {
+
+namespace {
+
+constexpr char kMachOHead[] = "\xCF\xFA\xED\xFE";
+constexpr char kUniversalHead[] = "\xCA\xFE\xBA\xBE";
+
+bool HasProgram(QString const& application_dir, std::initializer_list<char const*> heads)
+{
+    constexpr qsizetype kMostPrograms = 20;
+    QDir const directory(application_dir);
+    auto const names = ListFiles(directory, u"*"_s).mid(0, kMostPrograms);
+    return std::ranges::any_of(names, [&](QString const& name) {
+        auto const head = ReadHead(directory.filePath(name), 4);
+        return std::ranges::any_of(heads,
+                                   [&](char const* known) { return head && *head == known; });
+    });
+}
+
+}  // namespace
 
 QString DescribeFileFault(QString const& path)
 {
@@ -50,6 +71,27 @@ void CheckLink(Place const& place, QDir const& resources, QString const& path, F
                   u"%1 is, or lies behind, a symbolic link out of the bundle, to %2, which a "
                   "customer's computer does not have; put the file itself into the bundle."_s.arg(
                       Quote(resources.relativeFilePath(path)), Quote(target)));
+}
+
+QStringList ListFiles(QDir const& directory, QString const& pattern)
+{
+    return directory.entryList({pattern}, QDir::Files, QDir::Name);
+}
+
+bool IsTooLarge(QString const& path)
+{
+    return QFileInfo(path).size() > kMostResourceBytes;
+}
+
+bool IsForMacos(QString const& application_dir)
+{
+    return QFileInfo::exists(QDir::cleanPath(application_dir + u"/../Info.plist"_s)) ||
+           HasProgram(application_dir, {kMachOHead, kUniversalHead});
+}
+
+bool IsForLinux(QString const& application_dir)
+{
+    return HasProgram(application_dir, {kElfHead});
 }
 
 }  // namespace bundle_check

@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QDir>
 #include <QString>
+#include <QStringList>
 #include <optional>
 
 #include "bundle_check/report.h"
@@ -28,5 +29,17 @@ std::optional<QByteArray> ReadHead(QString const& path, qint64 limit);
 // its target exists on the vendor's computer only. A file that does not exist leads nowhere, and is
 // reported elsewhere.
 void CheckLink(Place const& place, QDir const& resources, QString const& path, Findings& findings);
+
+// The names of the files that match, sorted, so that the same bundle always gives the same report.
+QStringList ListFiles(QDir const& directory, QString const& pattern);
+
+// More bytes than a font or a picture has. The window reads such files whole.
+inline constexpr qint64 kMostResourceBytes = 32 * 1024 * 1024;
+bool IsTooLarge(QString const& path);
+
+// For which system a bundle is, by its Info.plist and by the programs in its folder. A folder
+// without programs is for neither.
+bool IsForMacos(QString const& application_dir);
+bool IsForLinux(QString const& application_dir);
 
 }  // namespace bundle_check

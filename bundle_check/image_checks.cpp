@@ -1,12 +1,13 @@
 // Checks the firmware image: the file and its contents.
-#include <QFile>
 #include <QFileInfo>
 #include <algorithm>
 #include <limits>
 
 #include "bundle_check/checks.h"
 #include "bundle_check/chips.h"
+#include "bundle_check/file_kind.h"
 #include "bundle_check/files.h"
+#include "bundle_check/image_contents.h"
 #include "config/bundle_paths.h"
 #include "modules/stm32_updater/limits.h"
 
@@ -26,12 +27,6 @@ qint64 GetShortestImage(targetInterfaceType type)
     return type == TargetUart ? qint64{stm32_updater::kSmallestImageFile} : kShortestOtherImage;
 }
 
-// The file's beginning and end; both the whole file when it is short.
-struct Ends {
-    QByteArray head;
-    QByteArray tail;
-};
-
 void CheckLocation(Place const& place, QDir const& resources, QString const& path,
                    Findings& findings)
 {
@@ -46,48 +41,36 @@ void CheckLocation(Place const& place, QDir const& resources, QString const& pat
     }
 }
 
-// The format of an image that is not raw; the program would write every byte of it as it is.
-QString DescribeFormat(Ends const& ends)
+// True if the file may be a raw image.
+bool CheckKind(Config const& config, Place const& place, QByteArray const& bytes,
+               Findings& findings)
 {
-    if (ends.head.startsWith(kElfHead)) {
-        return u"an ELF file"_s;
-    }
-    if (ends.head.startsWith("PK\x03\x04")) {
-        return u"a ZIP archive"_s;
-    }
-    if (ends.head.startsWith("DfuSe")) {
-        return u"a DfuSe file"_s;
-    }
-    auto const is_record = [&](char mark) {
-        auto const digits = ends.head.mid(1, 8);
-        return ends.head.startsWith(mark) && digits.size() == 8 &&
-               QByteArray::fromHex(digits).size() == 4;
-    };
-    if (is_record(':')) {
-        return u"an Intel HEX file"_s;
-    }
-    if (is_record('S')) {
-        return u"an S-record file"_s;
-    }
-    return {};
-}
-
-void CheckContent(Config const& config, Place const& place, Ends const& ends, Findings& findings)
-{
-    constexpr qsizetype kSignatureFromEnd = 8;
-    auto const format = DescribeFormat(ends);
-    if (!format.isEmpty()) {
+    auto const kind = FindForeignKind(bytes.first(std::min(kKindHead, bytes.size())),
+                                      bytes.last(std::min(kKindTail, bytes.size())));
+    if (kind) {
+        auto const signing = config.Type() == TargetMcubootSerial
+                                 ? u", and sign it with 'imgtool sign'"_s
+                                 : QString();
         findings.Fail(place,
                       u"The firmware file is %1, and the program writes every byte of it as it is; "
-                      "use the raw binary image."_s.arg(format));
-    }
-    if (config.Type() != TargetUsb && ends.tail.right(kSignatureFromEnd).startsWith("UFD")) {
-        findings.Warn(
+                      "%2%3."_s.arg(kind->name, kind->cure, signing));
+    } else if (config.Type() != TargetMcubootSerial && bytes.startsWith(kMcubootMagic)) {
+        findings.Fail(
             place,
-            u"The firmware file ends with a DFU suffix, which only dfu-util removes: over "
-            "this interface it is written to the unit."_s);
+            u"The firmware file is an image for MCUboot, which begins with a header and "
+            "cannot be started over this interface; use the raw image, made with "
+            "'objcopy -O binary FILE.elf FILE.bin', or write %1=%2."_s.arg(
+                QString(config_keys::kInterface.name), GetInterfaceName(TargetMcubootSerial)));
+        return false;
     }
-    auto const replaced = ends.tail.last(kWord);
+    return !kind;
+}
+
+// The program replaces the last word over UART.
+void CheckLastWord(Config const& config, Place const& place, QByteArray const& bytes,
+                   Findings& findings)
+{
+    auto const replaced = bytes.last(kWord);
     bool const is_blank = replaced == QByteArray(kWord, '\xFF') || replaced == QByteArray(kWord, 0);
     if (config.Type() == TargetUart && !is_blank) {
         findings.Note(
@@ -95,6 +78,20 @@ void CheckContent(Config const& config, Place const& place, Ends const& ends, Fi
             u"The last four bytes of the image, %1, are not written; %2 00 00 00 replaces "
             "them."_s.arg(QString::fromLatin1(replaced.toHex(' ')))
                 .arg(stm32_updater::kMcuId, 2, 16, QLatin1Char('0')));
+    }
+}
+
+void CheckContents(Config const& config, Place const& place, QByteArray const& image,
+                   Findings& findings)
+{
+    if (!CheckKind(config, place, image, findings)) {
+        return;
+    }
+    if (config.Type() == TargetMcubootSerial) {
+        CheckMcubootImage(config, image, findings);
+    } else {
+        CheckLastWord(config, place, image, findings);
+        CheckVectorTable(config, image, findings);
     }
 }
 
@@ -126,21 +123,6 @@ void CheckMcubootSize(Place const& place, qint64 size, Findings& findings)
     }
 }
 
-std::optional<Ends> ReadEnds(QString const& path, qint64 size)
-{
-    constexpr qint64 kEnd = 16;
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        return std::nullopt;
-    }
-    Ends ends;
-    ends.head = file.read(kEnd);
-    bool const moved = file.seek(std::max(qint64{0}, size - kEnd));
-    ends.tail = file.read(kEnd);
-    bool const complete = moved && ends.tail.size() == std::min(kEnd, size);
-    return complete ? std::optional(ends) : std::nullopt;
-}
-
 // The file's size, if there is a file that can be read and is long enough.
 std::optional<qint64> CheckFile(Config const& config, Place const& place, QDir const& resources,
                                 Findings& findings)
@@ -163,12 +145,16 @@ std::optional<qint64> CheckFile(Config const& config, Place const& place, QDir c
                       shortest));
         return std::nullopt;
     }
-    auto const ends = ReadEnds(path, size);
-    if (!ends) {
+    // Far larger ones than any chip holds are reported by their size alone.
+    constexpr qint64 kMostBytes = 32 * 1024 * 1024;
+    auto const bytes = ReadHead(path, kMostBytes);
+    if (!bytes || bytes->size() != std::min(size, kMostBytes)) {
         findings.Fail(place, u"The firmware file %1 cannot be read."_s.arg(name));
         return std::nullopt;
     }
-    CheckContent(config, place, *ends, findings);
+    if (size <= kMostBytes) {
+        CheckContents(config, place, *bytes, findings);
+    }
     return size;
 }
 

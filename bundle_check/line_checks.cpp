@@ -1,10 +1,8 @@
 // The lines of config.ini: keys, quotation marks, escapes.
 #include <QHash>
-#include <algorithm>
-#include <utility>
-#include <vector>
 
 #include "bundle_check/checks.h"
+#include "bundle_check/edits.h"
 
 using namespace Qt::StringLiterals;
 
@@ -17,35 +15,16 @@ Place PlaceOf(IniEntry const& entry)
     return {entry.key, entry.line};
 }
 
-// The number of letters to insert, remove or change to turn one word into the other.
-int CountEdits(QString const& from, QLatin1StringView to)
-{
-    std::vector<int> costs(static_cast<size_t>(to.size()) + 1);
-    for (size_t j = 0; j < costs.size(); ++j) {
-        costs[j] = static_cast<int>(j);
-    }
-    for (qsizetype i = 0; i < from.size(); ++i) {
-        int diagonal = std::exchange(costs[0], static_cast<int>(i) + 1);
-        for (size_t j = 1; j < costs.size(); ++j) {
-            int const change = diagonal + (from[i] == to[static_cast<qsizetype>(j) - 1] ? 0 : 1);
-            diagonal = costs[j];
-            costs[j] = std::min({costs[j] + 1, costs[j - 1] + 1, change});
-        }
-    }
-    return costs.back();
-}
-
 // The known key that was probably meant, or an empty text.
 QString GuessKey(QString const& key)
 {
-    constexpr int kMostEdits = 2;
     constexpr qsizetype kLongestGuess = 40;
     if (key.size() > kLongestGuess) {
         return {};
     }
     auto const folded = key.toLower().replace(u'-', u'_');
     for (auto const* known : config_keys::kAll) {
-        if (CountEdits(folded, known->name) <= kMostEdits) {
+        if (CountEdits(folded, QString(known->name)) <= kMostEdits) {
             return known->name;
         }
     }

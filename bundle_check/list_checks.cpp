@@ -41,8 +41,8 @@ bool CheckProduct(Place const& place, QString const& entry, Findings& findings)
     auto const parts = entry.split(u':');
     if (parts.size() < kParts) {
         findings.Fail(place,
-                      u"%1 does not have the three parts NAME:VENDOR:PRODUCT and is ignored."_s.arg(
-                          Quote(entry)));
+                      u"%1 does not have the three parts NAME:VENDOR:PRODUCT and is ignored; write "
+                      "it like Lumen:10c4:ea60."_s.arg(Quote(entry)));
         return false;
     }
     if (parts.size() > kParts) {
@@ -108,6 +108,18 @@ QStringList GetDeviceIdTexts(QVariant const& value)
                                                 : value.toStringList();
 }
 
+// Quotation marks make one text of a list. True if there are such.
+bool CheckQuotedList(Place const& place, QVariant const& value, Findings& findings)
+{
+    auto const text = value.toString();
+    if (value.typeId() != QMetaType::QString || !text.contains(u',')) {
+        return false;
+    }
+    findings.Fail(place, u"The quotation marks make one text of the list %1; remove them."_s.arg(
+                             Quote(text)));
+    return true;
+}
+
 void CheckDeviceId(Place const& place, QString const& text, uint8_t read_as, Findings& findings)
 {
     constexpr int kLargest = 255;
@@ -131,6 +143,9 @@ void CheckProducts(Config const& config, Findings& findings)
 {
     auto const& key = config_keys::kProductList;
     auto const place = config.PlaceOf(key);
+    if (CheckQuotedList(place, config.Value(key), findings)) {
+        return;
+    }
     QStringList names;
     for (auto const& entry : config.Value(key).toStringList()) {
         if (CheckProduct(place, entry, findings)) {
@@ -145,7 +160,16 @@ void CheckDeviceIds(Config const& config, Findings& findings)
 {
     auto const& key = config_keys::kDeviceIdList;
     auto const place = config.PlaceOf(key);
+    if (CheckQuotedList(place, config.Value(key), findings)) {
+        return;
+    }
     auto const texts = GetDeviceIdTexts(config.Value(key));
+    if (texts.join(QString()).trimmed().isEmpty()) {
+        findings.Fail(place,
+                      u"The list is empty, which the program reads as the model identifier 0; "
+                      "write the identifiers that this firmware is for, separated by commas."_s);
+        return;
+    }
     auto const ids = ReadDeviceIds(config.Settings());
     QSet<uint8_t> seen;
     for (qsizetype i = 0; i < ids.size() && i < texts.size(); ++i) {

@@ -1,8 +1,8 @@
-// bundle_check PATH: reports what is wrong with a bundle before a customer sees it, or prints the
-// udev rules of its package.
+// bundle_check PATH: reports what is wrong with a bundle before a customer sees it, draws its
+// window, or prints the udev rules of its package.
 
+#include <QApplication>
 #include <QCommandLineParser>
-#include <QGuiApplication>
 #include <cstdio>
 #include <exception>
 
@@ -34,9 +34,10 @@ bool Print(QByteArray const& text)
     return written == static_cast<size_t>(text.size()) && std::fflush(stdout) == 0;
 }
 
-int Check(QString const& path, bundle_check::PackageRules const& rules, bool as_json)
+int Check(QString const& path, QString const& pictures, bundle_check::PackageRules const& rules,
+          bool as_json)
 {
-    auto const report = bundle_check::CheckBundle(path, rules);
+    auto const report = bundle_check::CheckBundle(path, pictures, rules);
     auto const text =
         as_json ? bundle_check::FormatJson(report) : bundle_check::FormatText(report).toUtf8();
     return Print(text) ? bundle_check::GetExitStatus(report) : kUnusable;
@@ -58,6 +59,9 @@ int Run(QStringList const& arguments)
     parser.setApplicationDescription(QString::fromLatin1(kDescription));
     QCommandLineOption const help({u"h"_s, u"help"_s}, u"Print this text."_s);
     QCommandLineOption const json(u"json"_s, u"Print the findings as JSON, for a build machine."_s);
+    QCommandLineOption const pictures(
+        u"pictures"_s, u"Also draw the window in every state to PNG files in this folder."_s,
+        u"DIR"_s);
     QCommandLineOption const for_customers(
         u"for-customers"_s, u"For a package that customers get: other firmware is an error."_s);
     QCommandLineOption const package_version(
@@ -66,7 +70,7 @@ int Run(QStringList const& arguments)
     QCommandLineOption const udev_rules(
         u"udev-rules"_s,
         u"Check nothing; print the udev rules for the units. PATH is config.ini or its folder."_s);
-    parser.addOptions({help, json, for_customers, package_version, udev_rules});
+    parser.addOptions({help, json, pictures, for_customers, package_version, udev_rules});
     parser.addPositionalArgument(u"PATH"_s,
                                  u"The folder that contains Contents, an application bundle, or "
                                  "its Contents or Resources folder."_s);
@@ -84,18 +88,23 @@ int Run(QStringList const& arguments)
     if (parser.isSet(udev_rules)) {
         return PrintUdevRules(paths[0]);
     }
-    return Check(paths[0], {parser.isSet(for_customers), parser.value(package_version)},
-                 parser.isSet(json));
+    return Check(paths[0], parser.value(pictures),
+                 {parser.isSet(for_customers), parser.value(package_version)}, parser.isSet(json));
 }
 
 }  // namespace
 
 int main(int argc, char* argv[])
 {
-    // Fonts are read as the window reads them; that needs no display.
+    // The window is drawn without a display, and with the same pixels whatever this computer
+    // prefers.
     qputenv("QT_QPA_PLATFORM", "offscreen");
+    for (auto const* preference :
+         {"QT_FONT_DPI", "QT_SCALE_FACTOR", "QT_SCREEN_SCALE_FACTORS", "QT_STYLE_OVERRIDE"}) {
+        qunsetenv(preference);
+    }
     qInstallMessageHandler(PrintFatalOnly);
-    QGuiApplication const application(argc, argv);
+    QApplication const application(argc, argv);
     try {
         return Run(QCoreApplication::arguments());
     } catch (std::exception const& exception) {

@@ -9,7 +9,7 @@
 namespace bundle_check {
 
 // A note is worth knowing and leaves the bundle clean; a warning is suspicious; an error keeps the
-// updater from doing its work.
+// updater from doing its work, or is plainly wrong before the customer's eyes.
 enum class Severity { Note, Warning, Error };
 
 // A place in config.ini. Either part may be missing: not everything is in that file.

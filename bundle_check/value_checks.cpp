@@ -1,9 +1,11 @@
 // The values of config.ini, each by the form of its key.
+#include <QRegularExpression>
 #include <algorithm>
 #include <iterator>
 #include <utility>
 
 #include "bundle_check/checks.h"
+#include "bundle_check/edits.h"
 
 using namespace Qt::StringLiterals;
 
@@ -70,22 +72,52 @@ void CheckMissing(Config const& config, Key const& key, Findings& findings)
     }
 }
 
-// Why the value is not a number of 32 bits; an empty text if it is one.
-QString DescribeNumberFault(QVariant const& value, int base)
+// How to write the number that was probably meant, with a leading space; an empty text if it cannot
+// be guessed.
+QString SuggestNumber(Key const& key, QString const& text)
 {
+    static QRegularExpression const padded(u"^0+([0-9a-fA-F]+)$"_s);
+    bool is_number = false;
+    auto const number = text.toUInt(&is_number, 0);
+    if (key.form == Form::Decimal) {
+        auto const example = &key == &config_keys::kMcubootBaud
+                                 ? uint64_t{kDefaultMcubootBaud}
+                                 : uint64_t{kOtpRecords * kOtpRecordSize};
+        return is_number ? u" Write %1."_s.arg(number)
+                         : u" Write decimal digits only, for example %1."_s.arg(example);
+    }
+    if (auto const match = padded.match(text); match.hasMatch()) {
+        return u" A leading 0 means octal; for hexadecimal write 0x%1."_s.arg(text);
+    }
+    text.toUInt(&is_number, 16);
+    return is_number ? u" For hexadecimal write 0x%1."_s.arg(text)
+                     : u" Write it like 0x08000000."_s;
+}
+
+struct NumberFault {
+    QString reason;  // empty: there is none
+    QString cure{};  // a sentence with a leading space
+};
+
+// Why the value is not a number of 32 bits.
+NumberFault FindNumberFault(Config const& config, Key const& key)
+{
+    auto const value = config.Value(key);
     auto const text = value.toString();
+    auto const base = Config::GetBase(key);
     bool is_number = false;
     bool is_long_number = false;
     bool is_in_another_base = false;
     text.toUInt(&is_number, base);
     text.toULongLong(&is_long_number, base);
     text.toUInt(&is_in_another_base, 0);
-    return IsList(value)        ? u"the comma turns it into a list"_s
-           : text.isEmpty()     ? u"it is empty"_s
-           : is_number          ? QString()
-           : is_long_number     ? u"it does not fit into 32 bits"_s
-           : is_in_another_base ? u"only decimal digits are allowed here"_s
-                                : u"it is not a number"_s;
+    auto const cure = SuggestNumber(key, text.trimmed());
+    return IsList(value)        ? NumberFault{u"the comma turns it into a list"_s, cure}
+           : text.isEmpty()     ? NumberFault{u"it is empty"_s, cure}
+           : is_number          ? NumberFault{}
+           : is_long_number     ? NumberFault{u"it does not fit into 32 bits"_s}
+           : is_in_another_base ? NumberFault{u"only decimal digits are allowed here"_s, cure}
+                                : NumberFault{u"it is not a number"_s, cure};
 }
 
 // True when the value is a number.
@@ -93,10 +125,11 @@ bool CheckNumber(Config const& config, Key const& key, Findings& findings)
 {
     auto const value = config.Value(key);
     auto const read_as = QString::number(config.Number(key));
-    auto const fault = DescribeNumberFault(value, Config::GetBase(key));
-    if (!fault.isEmpty()) {
+    auto const fault = FindNumberFault(config, key);
+    if (!fault.reason.isEmpty()) {
         findings.Fail(config.PlaceOf(key),
-                      u"The program reads %1 as %2: %3."_s.arg(Quote(Join(value)), read_as, fault));
+                      u"The program reads %1 as %2: %3.%4"_s.arg(Quote(Join(value)), read_as,
+                                                                 fault.reason, fault.cure));
         return false;
     }
     auto const text = value.toString().trimmed();
@@ -168,6 +201,21 @@ void CheckInterface(Config const& config, Key const& key, Findings& findings)
                  "lower case."_s.arg(Quote(text), usb, mcuboot, GetInterfaceName(TargetUart)));
 }
 
+// A word that was meant to be one of the two that the program knows.
+void CheckTypingError(Place const& place, QString const& type, Findings& findings)
+{
+    auto const folded = type.trimmed().toLower();
+    for (auto const* known : {kCustomerTarget, kServiceTarget}) {
+        auto const word = QString::fromLatin1(known);
+        if (auto const edits = CountEdits(folded, word); edits > 0 && edits <= kMostEdits) {
+            findings.Warn(
+                place,
+                u"%1 appears in yellow in the window of every customer, and means nothing "
+                "to the program; did you mean %2?"_s.arg(Quote(type), word));
+        }
+    }
+}
+
 void CheckTargetType(Config const& config, Key const& key, Findings& findings)
 {
     if (!CheckText(config, key, findings)) {
@@ -189,6 +237,8 @@ void CheckTargetType(Config const& config, Key const& key, Findings& findings)
         findings.Warn(place,
                       u"%1 has spaces around it, so it appears in the window; remove them."_s.arg(
                           Quote(type)));
+    } else {
+        CheckTypingError(place, type, findings);
     }
 }
 

@@ -1,11 +1,16 @@
 #!/usr/bin/env python3
 """Makes one style of the window's font, "Kelvane Sans", from an OpenType font with a free licence.
 
-    derive_font.py SOURCE.otf STYLE OUTPUT.otf
+    derive_font.py SOURCE.otf STYLE DPI OUTPUT.otf
 
 The glyphs are those of the source. Two things change: the names, because the window asks for the
-family by name, and the size of the em, because the window's labels are lower than the lines of an
-ordinary 20 pt font: the label "Version" is 16 pixels high, the font's line 27 at 96 dpi.
+family by name, and the size of the em, which makes the letters larger or smaller.
+
+The window's places are in pixels and its fonts in points. How many pixels a point has depends on the
+system: one on macOS (72 dpi), one and a third on the others (96 dpi). The same font is therefore a quarter
+smaller on a Mac, and one whose texts fill their labels there is cut off elsewhere. So a font is made for
+the resolution of the system that the bundle is for, and has the same pixels there as the other one has
+on the other systems.
 """
 
 import argparse
@@ -14,10 +19,12 @@ from fontTools.ttLib import TTFont
 
 FAMILY = "Kelvane Sans"
 
-# How much larger the em becomes, and so how much smaller every glyph looks at a given point size.
-# Bold is the style of the 20 pt labels: its capital letters come to 13 of their 16 or 21 pixels,
+# What the pixels of the em are divided by, at 96 dpi; so every glyph is smaller at a given point size.
+# Bold is the style of the 20 pt labels, which are lower than the lines of an ordinary font of that size: a
+# font of 26.7 pixels becomes one of 17.8. Its capital letters come to 13 of the labels' 16 or 21 pixels,
 # which leaves room for descenders. Regular has more room; its longest text is the bar's error.
 EM_SCALE = {"Regular": 1.25, "Bold": 1.5}
+EM_SCALE_DPI = 96
 
 FAMILY_NAME, STYLE_NAME, UNIQUE_NAME, FULL_NAME, POSTSCRIPT_NAME = 1, 2, 3, 4, 6
 TYPOGRAPHIC_FAMILY_NAME, TYPOGRAPHIC_STYLE_NAME, WWS_FAMILY_NAME, WWS_STYLE_NAME = 16, 17, 21, 22
@@ -48,7 +55,7 @@ def rename(font, style):
     top.Weight = style
 
 
-def enlarge_em(font, scale):
+def scale_em(font, scale):
     units = round(font["head"].unitsPerEm * scale)
     font["head"].unitsPerEm = units
     font["CFF "].cff.topDictIndex[0].FontMatrix = [1 / units, 0, 0, 1 / units, 0, 0]
@@ -58,13 +65,14 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("source")
     parser.add_argument("style", choices=EM_SCALE)
+    parser.add_argument("dpi", type=int)
     parser.add_argument("output")
     arguments = parser.parse_args()
 
     # Without a new time stamp the same source always gives the same bytes.
     font = TTFont(arguments.source, recalcTimestamp=False)
     rename(font, arguments.style)
-    enlarge_em(font, EM_SCALE[arguments.style])
+    scale_em(font, EM_SCALE[arguments.style] * arguments.dpi / EM_SCALE_DPI)
     font.save(arguments.output)
 
 

@@ -1,12 +1,15 @@
 #include "tests/bundle_check/bundle_folder.h"
 
+#include <QBuffer>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QImage>
 #include <algorithm>
 
 #include "bundle_check/bundle_checker.h"
 #include "config/config_keys.h"
+#include "tests/bundle_check/test_images.h"
 #include "tests/support/files.h"
 
 using namespace Qt::StringLiterals;
@@ -32,14 +35,15 @@ BundleFolder::BundleFolder()
              {"product_list", "Lumen:10c4:ea60"},
              {"device_id_list", "7"},
              {"window_title", "Lumen updater"},
-             {"instructions_text", "\"Plug in, reset; press.\""},
+             {"instructions_text", "\"1. Plug in,\\n2. hold; reset,\\n3. let go.\""},
              {"product_text", "Lumen"},
              {"fw_version", "1.0"}}
 {
     EXPECT_TRUE(directory_.isValid());
     WriteConfig();
-    Write(u"Resources/firmware.bin"_s, QByteArray(1024, '\xFF'));
-    Write(u"Resources/background.png"_s, "\x89PNG\r\n\x1A\n");
+    Write(u"Resources/firmware.bin"_s, MakeStm32Image(1024));
+    static auto const picture = MakePicture(665, 517);
+    Write(u"Resources/background.png"_s, picture);
     for (auto const& style : {u"Regular"_s, u"Bold"_s}) {
         Write(u"Resources/Sans-%1.otf"_s.arg(style), ReadDemonstrationFont(style));
     }
@@ -62,6 +66,7 @@ void BundleFolder::UseMcuboot()
         Remove(key);
     }
     Set("interface", "mcuboot_serial");
+    Write(u"Resources/firmware.bin"_s, MakeMcubootParts(1024).Image());
 }
 
 void BundleFolder::Set(QByteArray const& key, QByteArray const& value)
@@ -194,4 +199,14 @@ void ExpectFindings(std::initializer_list<ChangedLines> rows, void (BundleFolder
 QByteArray ReadDemonstrationFont(QString const& style)
 {
     return ReadFile(QStringLiteral(FW_DEMONSTRATION_RESOURCES "/KelvaneSans-%1.otf").arg(style));
+}
+
+QByteArray MakePicture(int width, int height, QColor const& colour, char const* format)
+{
+    QImage picture(width, height,
+                   colour.alpha() < 255 ? QImage::Format_ARGB32 : QImage::Format_RGB32);
+    picture.fill(colour);
+    QBuffer bytes;
+    EXPECT_TRUE(picture.save(&bytes, format));
+    return bytes.data();
 }

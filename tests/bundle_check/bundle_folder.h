@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <QByteArray>
+#include <QColor>
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -69,3 +70,7 @@ void ExpectFindings(std::initializer_list<ChangedLines> rows,
 
 // A font of the demonstration products: the window's family in the style "Regular" or "Bold".
 QByteArray ReadDemonstrationFont(QString const& style);
+
+// A picture of one colour.
+QByteArray MakePicture(int width, int height, QColor const& colour = QColor(10, 20, 30),
+                       char const* format = "png");

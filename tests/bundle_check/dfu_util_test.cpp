@@ -1,6 +1,7 @@
 // What is reported about the dfu-util in a bundle for USB. The stand-ins are shell scripts.
 #include <gtest/gtest.h>
 
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 
@@ -34,6 +35,11 @@ TEST(DfuUtil, MustExistBeExecutableAndRun)
     EXPECT_TRUE(FindsOnly(bundle,
                           "error: The tool dfu-util beside the program does not exist, so no unit "
                           "is ever found."));
+    ASSERT_TRUE(QDir(bundle.Path()).rmdir(u"MacOS"_s));
+    EXPECT_TRUE(
+        FindsOnly(bundle,
+                  "warning: There is no program beside the Resources folder yet; over USB a "
+                  "bundle needs dfu-util beside the program"));
     EXPECT_FALSE(QFile::exists(BundleFolder().Path(u"MacOS/dfu-util"_s)))
         << "the clean bundle for UART has none";
 }

@@ -4,6 +4,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QImage>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -105,11 +106,51 @@ TEST(Process, PrintsUdevRules)
     EXPECT_TRUE(failed.errors.contains("'/nowhere' does not exist")) << failed.errors.constData();
 }
 
+TEST(Process, DrawsTheWindowInEveryState)
+{
+    QTemporaryDir const folder;
+    auto const pictures = folder.filePath(u"new/pictures"_s);
+    BundleFolder bundle;
+    bundle.UseUsb();
+    auto const outcome = RunCheck({bundle.Root(), u"--pictures"_s, pictures});
+    EXPECT_EQ(outcome.status, 0) << outcome.output.constData();
+    QStringList expected;
+    for (auto const* state :
+         {"waiting", "ready", "erasing", "updating", "done", "failed", "refused"}) {
+        for (auto const* rest : {"-72dpi.png", "-72dpi@2x.png", "-96dpi.png", "-96dpi@2x.png"}) {
+            expected.append(QString::fromLatin1(state) + QString::fromLatin1(rest));
+            QImage const picture(QDir(pictures).filePath(expected.last()));
+            EXPECT_EQ(picture.size(),
+                      QSize(665, 517) * (expected.last().contains(u"@2x"_s) ? 2 : 1))
+                << expected.last().toStdString();
+        }
+    }
+    expected.sort();
+    EXPECT_EQ(QDir(pictures).entryList(QDir::Files, QDir::Name), expected);
+}
+
+TEST(Process, ReportsPicturesThatItCannotDrawOrWrite)
+{
+    BundleFolder bundle;
+    auto const file = bundle.Path(u"Resources/config.ini"_s);
+    ExpectError({bundle.Root(), u"--pictures"_s, file + u"/pictures"_s},
+                "error: The pictures of the window cannot be written to '");
+    QTemporaryDir const folder;
+    for (auto const& change : {u"Resources/Sans-Bold.otf"_s, u"Resources/config.ini"_s}) {
+        BundleFolder broken;
+        broken.Write(change, QByteArray("OTTO\0", 5));
+        ExpectError({broken.Root(), u"--pictures"_s, folder.path()},
+                    "error: No pictures of the window were drawn; correct the other errors first.");
+    }
+    EXPECT_TRUE(QDir(folder.path()).isEmpty());
+}
+
 TEST(Process, PrintsItsUsage)
 {
     for (auto const& arguments :
          {QStringList{}, QStringList{u"--json"_s}, QStringList{u"a"_s, u"b"_s},
-          QStringList{u"--xml"_s, u"a"_s}, QStringList{u"-v"_s}, QStringList{QString()}}) {
+          QStringList{u"a"_s, u"--pictures"_s}, QStringList{u"--xml"_s, u"a"_s},
+          QStringList{u"-v"_s}, QStringList{QString()}}) {
         auto const outcome = RunCheck(arguments);
         EXPECT_EQ(outcome.status, 2);
         EXPECT_EQ(outcome.output, "");

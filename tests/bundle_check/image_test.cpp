@@ -4,6 +4,7 @@
 #include <QFile>
 
 #include "tests/bundle_check/bundle_folder.h"
+#include "tests/bundle_check/test_images.h"
 
 using namespace Qt::StringLiterals;
 
@@ -27,10 +28,20 @@ public:
         Write(QString::fromLatin1(kImage), content);
     }
 
-    // Bytes that take no room on the disk.
-    ImageBundle(Unit unit, qint64 size) : ImageBundle(unit, QByteArray())
+    // Bytes that take no room on the disk, behind what the checks look at.
+    ImageBundle(Unit unit, qint64 size) : ImageBundle(unit, MakeBeginning(unit, size))
     {
         EXPECT_TRUE(QFile::resize(Path(QString::fromLatin1(kImage)), size));
+    }
+
+private:
+    static QByteArray MakeBeginning(Unit unit, qint64 size)
+    {
+        constexpr qint64 kMostContent = 4 * 1024 * 1024;
+        constexpr qsizetype kOverhead = 64 + 40;  // header and TLV area
+        return unit == Unit::Mcuboot && size < kMostContent
+                   ? MakeMcubootParts(size - kOverhead).Image()
+                   : MakeStm32Image(8);
     }
 };
 
@@ -70,13 +81,15 @@ firmware_filename=CP210xVCPDriver.app => error: The firmware file 'CP210xVCPDriv
 
 TEST(FirmwareFile, IsShippedOnlyFromInsideTheBundle)
 {
-    QByteArray const image(1024, '\xFF');
+    auto const image = MakeStm32Image(1024);
     BundleFolder bundle;
+    bundle.Delete(QString::fromLatin1(kImage));
     bundle.Write(u"firmware.bin"_s, image);
     bundle.Set("firmware_filename", "../firmware.bin");
     EXPECT_TRUE(FindsOnly(bundle,
                           "config.ini:1: warning: firmware_filename: The firmware file "
                           "'../firmware.bin' is outside the Resources folder"));
+    bundle.Write(QString::fromLatin1(kImage), image);
     auto const path = bundle.Path(QString::fromLatin1(kImage));
     bundle.Set("firmware_filename", path.toUtf8());
     EXPECT_TRUE(FindsNothing(bundle));
@@ -94,42 +107,88 @@ TEST(FirmwareFile, IsShippedOnlyFromInsideTheBundle)
     EXPECT_TRUE(FindsNothing(bundle)) << "a link inside the bundle";
 }
 
-TEST(FirmwareFile, MustBeARawImageThatIsLongEnough)
+TEST(FirmwareFile, MustBeLongEnough)
 {
-    QByteArray const rest(96, '\xFF');
-    auto const suffixed = rest + "UFD\x10" + QByteArray(4, '\xFF');
+    auto const image = MakeStm32Image(100);
     ExpectImageFindings<QByteArray>({
         {Unit::Stm32G4, "", "error: The firmware file is empty."},
-        {Unit::Stm32G4, rest.left(4),
+        {Unit::Stm32G4, image.left(4),
          "error: The firmware file has 4 bytes; an image has at least 5."},
-        {Unit::Stm32G4, rest.left(5), "warning: The image has 5 bytes"},
-        {Unit::Usb, rest.left(7), "error: The firmware file has 7 bytes; an image has at least 8."},
-        {Unit::Mcuboot, rest.left(7),
+        {Unit::Stm32G4, image.left(5), "warning: The image has 5 bytes", false},
+        {Unit::Stm32G4, image.left(5),
+         "error: The image has no vector table at 0x08000000: there is no room for one", false},
+        {Unit::Usb, image.left(7),
          "error: The firmware file has 7 bytes; an image has at least 8."},
-        {Unit::Stm32G4, rest.left(8), ""},
-        {Unit::Stm32G4, QByteArray("\x7F") + "ELF" + rest.left(92),
-         "error: The firmware file is an ELF file, and the program writes every byte of it as it "
-         "is; use the raw binary image."},
-        {Unit::Stm32G4, "PK\x03\x04" + rest.left(92), "error: The firmware file is a ZIP archive,"},
-        {Unit::Stm32G4, "DfuSe" + rest.left(91), "error: The firmware file is a DfuSe file,"},
-        {Unit::Stm32G4, ":020000040800F2\n" + rest.left(80),
-         "error: The firmware file is an Intel HEX file,"},
-        {Unit::Stm32G4, "S0030000FC\r\n" + rest.left(84),
-         "error: The firmware file is an S-record file,"},
-        {Unit::Stm32G4, suffixed, "warning: The firmware file ends with a DFU suffix"},
-        {Unit::Usb, suffixed, ""},
+        {Unit::Mcuboot, image.left(7),
+         "error: The firmware file has 7 bytes; an image has at least 8."},
+        {Unit::Usb, image.left(8), ""},
+        {Unit::Stm32G4, image.left(16), ""},
     });
+}
+
+TEST(FirmwareFile, MustBeARawImage)
+{
+    constexpr char kFromElf[] = "make the raw image with 'objcopy -O binary FILE.elf FILE.bin'";
+    auto const rest = QByteArray(100, '\xFF');
+    struct {
+        QByteArray content;
+        char const* name;
+        char const* cure;
+    } const rows[] = {
+        {QByteArray("\x7F") + "ELF" + rest, "an ELF file", kFromElf},
+        {"\xCF\xFA\xED\xFE" + rest, "a Mach-O program", kFromElf},
+        {"DfuSe" + rest, "a DfuSe file", kFromElf},
+        {"UF2\n\x57\x51\x5D\x9E" + rest, "a UF2 file", kFromElf},
+        {"\x1F\x8B" + rest, "a gzip archive", "unpack it with 'gunzip'; of an ELF file, "},
+        {"PK\x03\x04" + rest, "a ZIP archive", "unpack it with 'unzip'; of an ELF file, "},
+        {QByteArray("\xFD") + "7zXZ" + rest, "an xz archive", "unpack it; of an ELF file, "},
+        {"\x89PNG\r\n\x1A\n" + rest, "a PNG picture", kFromElf},
+        {"<!DOCTYPE html>\n<title>404</title>", "an HTML page", kFromElf},
+        {"\r\n\t<HTML>", "an HTML page", kFromElf},
+        {"<?xml version='1.0'?>", "an XML file", kFromElf},
+        {"{\n  \"image\": 1\n}\n", "a JSON file", kFromElf},
+        {"[1, 2, 3]\n", "a JSON file", kFromElf},
+        {"version https://git-lfs.github.com/spec/v1\noid sha256:00\nsize 12\n",
+         "a Git LFS pointer", "get the file itself with 'git lfs pull'; of an ELF file, "},
+        {"firmware goes here\n", "a text file", kFromElf},
+        {":020000040800F2\n" + rest, "an Intel HEX file",
+         "make the raw image with 'objcopy -I ihex -O binary FILE.hex FILE.bin'"},
+        {"\r\n\n  :020000040800f2\n", "an Intel HEX file", "make the raw image with 'objcopy -I"},
+        {"\xEF\xBB\xBF:020000040800F2\n", "an Intel HEX file", "make the raw image with"},
+        {"S0030000FC\r\n" + rest, "an S-record file",
+         "make the raw image with 'objcopy -I srec -O binary FILE.s19 FILE.bin'"},
+        {"\ns00600004844521b\n", "an S-record file", "make the raw image with 'objcopy -I srec"},
+        {MakeStm32Image(100) + "UFD\x10" + rest.left(4), "a file with a DFU suffix",
+         "remove the suffix with 'dfu-suffix -D FILE', or make the raw image with"},
+    };
+    for (auto const unit : {Unit::Stm32G4, Unit::Usb, Unit::Mcuboot}) {
+        for (auto const& [content, name, cure] : rows) {
+            auto const finding = QByteArray("error: The firmware file is ") + name +
+                                 ", and the program writes every byte of it as it is; " + cure;
+            ExpectImageFindings<QByteArray>({{unit, content, finding.constData(), false}});
+        }
+    }
+    ExpectImageFindings<QByteArray>(
+        {{Unit::Mcuboot, QByteArray("\x7F") + "ELF" + rest,
+          "error: The firmware file is an ELF file, and the program writes every byte of it as it "
+          "is; make the raw image with 'objcopy -O binary FILE.elf FILE.bin', and sign it with "
+          "'imgtool sign'."},
+         {Unit::Usb, MakeMcubootParts(1000).Image(),
+          "error: The firmware file is an image for MCUboot, which begins with a header and cannot "
+          "be started over this interface; use the raw image, made with 'objcopy -O binary "
+          "FILE.elf FILE.bin', or write interface=mcuboot_serial.",
+          false}});
 }
 
 TEST(FirmwareFile, ShouldConsistOfWholeWordsWhoseLastOneIsFree)
 {
-    QByteArray const image(1020, '\xFF');
+    auto const image = MakeStm32Image(1020);
     ExpectImageFindings<QByteArray>({
         {Unit::Stm32G4, image + "\xFF\xFF\xFF",
          "warning: The image has 1023 bytes, which is not a multiple of 4: the program pads it "
          "with "
          "zero bytes and then replaces the last four; bytes of the image that are lost: 3."},
-        {Unit::Mcuboot, image + "\xFF\xFF\xFF", ""},
+        {Unit::Mcuboot, MakeMcubootParts(1023).Image(), ""},
         {Unit::Stm32G4, image + "\x01\x02\x03\x04",
          "note: The last four bytes of the image, 01 02 03 04, are not written; 01 00 00 00 "
          "replaces them."},
@@ -194,4 +253,87 @@ TEST(ImageInFlash, HasNoMorePagesThanTheShortEraseCanName)
           false},
          {Unit::Stm32U5, 255 * 8192 + 8, "warning: On the chip 0x482 the image covers 256 pages",
           false}});
+}
+
+TEST(VectorTable, HasAStackInRamAndAResetHandlerInTheImage)
+{
+    auto const table = [](uint32_t stack, uint32_t reset) {
+        return ToBytes(stack) + ToBytes(reset) + QByteArray(1016, '\xFF');
+    };
+    constexpr uint32_t kReset = 0x08000101;
+    constexpr char kNoStack[] =
+        "error: The image has no vector table at 0x08000000: the first word, 0x";
+    constexpr char kEven[] =
+        "error: The image has no vector table at 0x08000000: the second word, 0x08000100, is not "
+        "the odd address of a reset handler. Use the raw image that is linked for 0x08000000, made "
+        "with 'objcopy -O binary FILE.elf FILE.bin', or correct programming_address.";
+    for (auto const unit : {Unit::Stm32G4, Unit::Usb, Unit::Stm32U5}) {
+        ExpectImageFindings<QByteArray>({
+            {unit, QByteArray(1024, '\xFF'),
+             "error: Every byte of the image is 0xff, so there is no firmware in it; build it "
+             "again."},
+            {unit, QByteArray(1024, '\0'), "error: Every byte of the image is 0x00,"},
+            {unit, table(0x20000000, kReset), kNoStack},
+            {unit, table(0x20010002, kReset), kNoStack},
+            {unit, table(0x08000000, kReset), kNoStack},
+            {unit, table(0, kReset), kNoStack},
+            {unit, table(kTestStack, 0x08000100), kEven},
+            {unit, table(kTestStack, 0x08000401),
+             "error: The image has no vector table at 0x08000000: its reset handler at 0x08000400 "
+             "is outside the image, which is written to 0x08000000."},
+            {unit, table(kTestStack, 0x00000101),
+             "error: The image has no vector table at 0x08000000: its reset handler at 0x00000100"},
+            {unit, table(kTestStack, 0x080003FF), ""},
+        });
+    }
+    // The largest RAM of the chips that the configuration can be for, and their other memory.
+    ExpectImageFindings<QByteArray>({
+        {Unit::Usb, table(0x20020000, kReset), ""},
+        {Unit::Usb, table(0x20020004, kReset), kNoStack},
+        {Unit::Usb, table(0x10008000, kReset), ""},
+        {Unit::Usb, table(0x10008004, kReset), kNoStack},
+        {Unit::Usb, table(0x10000000, kReset), kNoStack},
+        {Unit::Stm32U5, table(0x20020004, kReset), ""},
+        {Unit::Stm32U5, table(0x10004000, kReset), kNoStack},
+    });
+}
+
+TEST(VectorTable, IsWhereTheUnitIsStarted)
+{
+    ExpectFindings({
+        {{{"start_address", "0x08000004"}},
+         "config.ini:2: error: start_address: The unit is started at 0x08000004, but the image's "
+         "vector table is at 0x08000000; write 0x08000000."},
+        {{{"programming_address", "0x08004000"}, {"start_address", "0x08004000"}},
+         "config.ini:1: error: firmware_filename: The image has no vector table at 0x08004000: its "
+         "reset handler at 0x08000004 is outside the image, which is written to 0x08004000.",
+         false},
+    });
+    // A header of the vendor's own in front of the table.
+    BundleFolder bundle;
+    bundle.Write(QString::fromLatin1(kImage),
+                 QByteArray(512, 'h') + MakeStm32Image(512, 0x08000200));
+    EXPECT_TRUE(
+        FindsOnly(bundle, "config.ini:1: error: firmware_filename: The image has no vector"));
+    bundle.Set("start_address", "0x08000200");
+    EXPECT_TRUE(FindsNothing(bundle));
+}
+
+TEST(VectorTable, IsNotUsedWhenTheProgrammingAddressIsNotInFlash)
+{
+    BundleFolder bundle;
+    bundle.Set("programming_address", "x");
+    EXPECT_TRUE(Finds(bundle, "config.ini:3: error: programming_address: "));
+    EXPECT_FALSE(Finds(bundle, "config.ini:1: "));
+}
+
+TEST(BootModeMarker, IsNotWhereTheStackBegins)
+{
+    // The stack of the image begins at 0x20010000.
+    ExpectFindings(R"(
+boot_mode_address=0x2000fffc => error: The marker at 0x2000fffc is where the image's stack begins, which grows downwards from 0x20010000, so the firmware overwrites it before it is read; choose a word that the linker script keeps free, for example from 0x20010000 on.
+boot_mode_address=0x2000ff98 => error: The marker at 0x2000ff98 is where the image's stack begins
+boot_mode_address=0x2000ff94 => clean
+boot_mode_address=0x20010000 => clean
+)");
 }

@@ -61,8 +61,8 @@ TEST(Lines, AreCheckedWhereverTheyLie)
          "config.ini:12: error: product_text: The closing quotation mark is missing: the rest of "
          "the file, up to line 13,",
          false},
-        {{{"product_text", "\"Lumen\nTwo\""}},
-         "config.ini:12: warning: product_text: The value continues to line 13;"},
+        {{{"window_title", "\"Lumen\nTwo\""}},
+         "config.ini:10: warning: window_title: The value continues to line 11;"},
         {{{"product_text", "\"Lumen\" \"Pro\"; two"}},
          "config.ini:12: warning: product_text: An unquoted semicolon",
          false},
@@ -78,7 +78,7 @@ TEST(Backslash, BeginsAnEscapeSequence)
     ExpectFindings(R"(
 product_text=Lumen \Q two => warning: '\Q' is not an escape sequence, and both characters are dropped; write '\\'
 product_text=C:\xyz => warning: '\x' is not an escape sequence
-product_text="a\n\t\\Q\x41" => clean
+window_title="a\n\t\\Q\x41" => clean
 )");
 }
 

@@ -1,7 +1,7 @@
-// Runs a test program's tests beside an application object that knows fonts and needs no display.
+// Runs a test program's tests beside an application object that draws windows and needs no display.
 #include <gmock/gmock.h>
 
-#include <QGuiApplication>
+#include <QApplication>
 
 #include "tests/support/warnings.h"
 
@@ -9,7 +9,7 @@ int main(int argc, char** argv)
 {
     testing::InitGoogleMock(&argc, argv);
     qputenv("QT_QPA_PLATFORM", "offscreen");
-    QGuiApplication const application(argc, argv);
+    QApplication const application(argc, argv);
     WatchForWarnings();
     return RUN_ALL_TESTS();
 }

@@ -41,8 +41,8 @@ TEST(Prediction, IsGivenForEachProductByInterfaceAndBaudRateIfThereIsAnImage)
               u"'Aria' over uart: an update takes about 1 s\n"
               "'Lumen' over uart: an update takes about 1 s\n"
               "clean\n"_s);
-    bundle.Write(u"Resources/firmware.bin"_s, QByteArray(148300, '\xFF'));
     bundle.UseMcuboot();
+    bundle.Write(u"Resources/firmware.bin"_s, QByteArray(148300, '\xFF'));
     EXPECT_TRUE(FormatText(CheckBundle(bundle.Root()))
                     .contains(u"'Lumen' over mcuboot_serial: an update takes about 7 s"_s));
     bundle.Set("mcuboot_baud", "115200");

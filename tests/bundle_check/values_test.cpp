@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/bundle_check/bundle_folder.h"
+#include "tests/bundle_check/test_images.h"
 
 TEST(MissingKey, IsAnErrorWhereTheUpdateNeedsItAndAWarningWhereOnlyTheWindowLacksIt)
 {
@@ -45,14 +46,17 @@ TEST(KeyOfAnotherInterface, IsNoted)
 TEST(Numbers, ThatAreNotNumbersOrDoNotFitAreErrors)
 {
     ExpectFindings(R"(
-start_address=0x0800G000 => error: The program reads '0x0800G000' as 0: it is not a number.
-start_address=08 => error: The program reads '08' as 0: it is not a number.
-otp_address= => error: The program reads '' as 0: it is empty.
+start_address=0x0800G000 => error: The program reads '0x0800G000' as 0: it is not a number. Write it like 0x08000000.
+start_address=08000000 => error: The program reads '08000000' as 0: it is not a number. A leading 0 means octal; for hexadecimal write 0x08000000.
+start_address=800F000 => error: The program reads '800F000' as 0: it is not a number. For hexadecimal write 0x800F000.
+otp_address= => error: The program reads '' as 0: it is empty. Write it like 0x08000000.
 programming_address=0x100000000 => error: The program reads '0x100000000' as 0: it does not fit into 32 bits.
 boot_mode_address=1, 2 => error: The program reads '1, 2' as 0: the comma turns it into a list.
 boot_mode_address=04000240000 => warning: The leading 0 makes '04000240000' an octal number, 536952832 in decimal;
-otp_size=0x200 => error: The program reads '0x200' as 0: only decimal digits are allowed here.
-otp_size=many => error: The program reads 'many' as 0: it is not a number.
+otp_size=0x200 => error: The program reads '0x200' as 0: only decimal digits are allowed here. Write 512.
+otp_size=0b1000000000 => error: The program reads '0b1000000000' as 0: only decimal digits are allowed here. Write 512.
+otp_size=512 bytes => error: The program reads '512 bytes' as 0: it is not a number. Write decimal digits only, for example 512.
+otp_size=0512 => clean
 otp_size=4294967808 => error: The program reads '4294967808' as 512: it does not fit into 32 bits.
 )");
 }
@@ -64,14 +68,14 @@ otp_size=15 => error: 15 bytes do not hold a record of 16 bytes, so every unit i
 otp_size=0 => error: 0 bytes do not hold a record
 otp_size=511 => warning: The program looks for the model identifier in 512 bytes but reads only 511; use 512.
 otp_size=1024 => clean
-otp_size=1025 => warning: 1025 bytes from 0x1fff7000 reach beyond the one-time-programmable area of the chips 0x469, 0x479.
+otp_size=1025 => warning: 1025 bytes from 0x1fff7000 reach beyond the one-time-programmable area of the chips 0x469, 0x479; use 512.
 )");
 }
 
 TEST(McubootBaud, MustBeANumberAndShouldBeACommonSpeed)
 {
     ExpectFindings(R"(
-mcuboot_baud=fast => error: The program reads 'fast' as 0: it is not a number.
+mcuboot_baud=fast => error: The program reads 'fast' as 0: it is not a number. Write decimal digits only, for example 921600.
 mcuboot_baud=4294967296 => error: The program reads '4294967296' as 0: it does not fit into 32 bits.
 mcuboot_baud=4295082496 => error: The program reads '4295082496' as 115200: it does not fit into 32 bits.
 mcuboot_baud=0 => error: 0 bits per second is not a common speed
@@ -130,14 +134,19 @@ fw_target_type="service " => warning: 'service ' appears in the window but does 
 fw_target_type=CUSTOMER => clean
 fw_target_type="customer " => warning: 'customer ' has spaces around it, so it appears in the window;
 fw_target_type=beta => clean
+fw_target_type=costumer => warning: 'costumer' appears in yellow in the window of every customer, and means nothing to the program; did you mean customer?
+fw_target_type=Custmer => warning: 'Custmer' appears in yellow in the window of every customer, and means nothing to the program; did you mean customer?
+fw_target_type=servise => warning: 'servise' appears in yellow in the window of every customer, and means nothing to the program; did you mean service?
 )");
 }
 
 TEST(ProductList, HasEntriesOfANameAndTwoIds)
 {
     ExpectFindings(R"(
-product_list=Lumen:10c4:ea60, Aria:1209 => error: 'Aria:1209' does not have the three parts NAME:VENDOR:PRODUCT and is ignored.
-product_list= => error: '' does not have the three parts
+product_list=Lumen:10c4:ea60, Aria:1209 => error: 'Aria:1209' does not have the three parts NAME:VENDOR:PRODUCT and is ignored; write it like Lumen:10c4:ea60.
+product_list= => error: '' does not have the three parts NAME:VENDOR:PRODUCT and is ignored; write it like Lumen:10c4:ea60.
+product_list="Lumen:10c4:ea60, Aria:10c4:ea61" => error: The quotation marks make one text of the list 'Lumen:10c4:ea60, Aria:10c4:ea61'; remove them.
+product_list="Lumen:10c4:ea60" => clean
 product_list=Lumen:10c4:ea60:1 => warning: 'Lumen:10c4:ea60:1' has more than the three parts
 product_list=:10c4:ea60 => warning: In ':10c4:ea60' the product has no name;
 product_list=Lumen:10c4:0 => warning: In 'Lumen:10c4:0' the product ID is 0
@@ -162,8 +171,11 @@ TEST(DeviceIdList, HasDecimalNumbersOfOneByte)
     ExpectFindings(R"(
 device_id_list=7, 0x10 => error: '0x10' is not a decimal number; separate identifiers with commas. The program reads 0.
 device_id_list="41;42" => error: '41;42' is not a decimal number; separate identifiers with commas.
-device_id_list= => error: '' is not a decimal number; separate identifiers with commas. The program reads 0.
-device_id_list="7, 8" => error: '7, 8' is not a decimal number
+device_id_list= => error: The list is empty, which the program reads as the model identifier 0; write the identifiers that this firmware is for, separated by commas.
+device_id_list="" => error: The list is empty
+device_id_list=, => error: The list is empty
+device_id_list="41, 42" => error: The quotation marks make one text of the list '41, 42'; remove them.
+device_id_list="41" => clean
 device_id_list=%1%2 => error: '%1%2' is not a decimal number; separate identifiers with commas. The program reads 0.
 device_id_list=7, 300 => error: '300' does not fit into one byte; identifiers are 0 to 255. The program reads 44.
 device_id_list=256 => error: '256' does not fit into one byte
@@ -179,7 +191,6 @@ TEST(Addresses, MustBeWhereTheProgramAndTheUnitCanUseThem)
 {
     ExpectFindings(R"(
 start_address=0x08000002 => warning: 0x08000002 is not a multiple of 4
-start_address=0x08000004 => clean
 start_address=0x08000400 => warning: The unit is started at 0x08000400, outside the image.
 boot_mode_address=0x30000000 => error: 0x30000000 is in neither the RAM nor the flash of the chips 0x469, 0x479.
 boot_mode_address=0x08010000 => warning: 0x08010000 is in flash, where the marker can be written only once
@@ -202,6 +213,10 @@ TEST(Addresses, MustBeInFlashOnAProgrammingUnitAndWhereTheProgramErases)
          "config.ini:2: error: start_address: 0x20000000 is not in the flash of the chips 0x469, "
          "0x479.",
          false},
+        {{{"programming_address", "8000000"}},
+         "config.ini:3: error: programming_address: 0x007a1200 is not in the flash of the chips "
+         "0x469, 0x479. For hexadecimal write 0x08000000.",
+         false},
         {{{"programming_address", "0x08000002"}},
          "config.ini:3: error: programming_address: 0x08000002 is not a multiple of 8",
          false},
@@ -210,7 +225,8 @@ TEST(Addresses, MustBeInFlashOnAProgrammingUnitAndWhereTheProgramErases)
          false},
         {{{"programming_address", "0x08004000"}, {"start_address", "0x08004000"}},
          "config.ini:3: warning: programming_address: The program erases as many pages as the "
-         "image has, starting at 0x08000000, but writes at 0x08004000"},
+         "image has, starting at 0x08000000, but writes at 0x08004000",
+         false},
         {{{"boot_mode_address", "0x08000100"}},
          "config.ini:6: error: boot_mode_address: The marker is written to 0x08000100, into the "
          "image",
@@ -222,10 +238,15 @@ TEST(Addresses, MustBeInFlashOnAProgrammingUnitAndWhereTheProgramErases)
           "and flash is programmed 16 bytes at a time, so the unit does not store",
           false}});
     // dfu-util erases where it writes.
+    for (uint32_t const address : {0x08004000U, 0x08000008U}) {
+        BundleFolder bundle;
+        bundle.UseUsb();
+        bundle.Set("programming_address", QByteArray::number(address));
+        bundle.Write(u"Resources/firmware.bin"_s, MakeStm32Image(1024, address));
+        EXPECT_TRUE(FindsNothing(bundle)) << address;
+    }
     ExpectFindings(R"(
-programming_address=0x08004000 => clean
 programming_address=0x08000004 => error: 0x08000004 is not a multiple of 8, and flash is programmed 8 bytes at a time
-programming_address=0x08000008 => clean
 )",
                    &BundleFolder::UseUsb);
 }

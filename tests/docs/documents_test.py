@@ -6,6 +6,7 @@
 - A file that a document names in backticks, in a link or in a command exists; so does the heading that
   a link leads to.
 - A name that a document takes from the code exists.
+- The room that the vendor's page gives for each text is the size of its widget.
 - The figure next to the name of a constant is the constant's value. There are two notations: a table
   with the column "Constant", whose first column is the figure, and the comment
   `5 s<!-- kExtendedEraseTimeout -->` in prose, which a reader does not see. The comment may divide or
@@ -20,6 +21,7 @@ import fnmatch
 import re
 import tempfile
 import unittest
+from collections import Counter
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
@@ -187,6 +189,20 @@ def find_wrong_marks(text, constants):
     return wrong
 
 
+def read_sizes(form):
+    """The sizes, like "201 x 21", of the widgets of a form that show a text."""
+    widget = r'<widget class="Q(?:Label|PushButton|ProgressBar)" name="(\w+)">.*?<width>(\d+)</width>\s*<height>(\d+)<'
+    found = re.findall(widget, form, re.DOTALL)
+    return [f"{width} x {height}" for name, width, height in found if name != "progressBarFrame"]
+
+
+def find_wrong_rooms(text, sizes):
+    """What a table with the column "Room in pixels" and the sizes of the widgets do not have in common."""
+    rows = re.search(r"^\|.*\| Room in pixels \|.*\n((?:\|.*\n)+)", text, re.MULTILINE)
+    rooms = re.findall(r"\| (\d+ x \d+) \|", rows.group(1)) if rows else []
+    return sorted((Counter(rooms) - Counter(sizes)) + (Counter(sizes) - Counter(rooms)))
+
+
 def find_unknown_names(text, words):
     """Names in the code's spelling (kPass, UpdateStarted, Uart::onTransmit) that no source has."""
     names = re.findall(r"`((?:\w+::)*\w*[a-z]\w*[A-Z]\w*)`", split_code_blocks(text)[0])
@@ -234,6 +250,11 @@ class Documents(unittest.TestCase):
                 self.assertEqual(count_unread(read(header)), 0)
                 self.assertEqual(set(read_constants(read(header))) - set(named), set())
 
+    def test_the_rooms_of_texts_are_the_sizes_in_the_window(self):
+        sizes = read_sizes(read("app/main_window.ui"))
+        self.assertGreaterEqual(len(sizes), 9)
+        self.assertEqual(find_wrong_rooms(read("docs/for-vendors/preparing-a-product.md"), sizes), [])
+
     def test_the_transport_pages_have_the_same_sections(self):
         sections = [re.findall(r"^## (.*)$", read(page), re.MULTILINE) for page in TRANSPORT_PAGES]
         self.assertEqual(len(sections[0]), 5)
@@ -270,6 +291,18 @@ inline constexpr size_t kTail = size_t{1} << 16;
             (root / name).parent.mkdir(exist_ok=True)
             (root / name).write_text("# A heading, and more\n")
         self.tree = Tree(root)
+
+    def test_rooms_agree_with_the_widgets_or_are_found(self):
+        form = """<widget class="QLabel" name="one"> <rect> <width>58</width> <height>16</height>
+            <widget class="QLabel" name="progressBarFrame"> <width>1</width> <height>2</height>
+            <widget class="QPushButton" name="two"> <width>99</width>
+            <height>40</height>"""
+        sizes = read_sizes(form)
+        self.assertEqual(sizes, ["58 x 16", "99 x 40"])
+        table = "| Text | Room in pixels |\n|---|---|\n| a | {} |\n| b | 99 x 40 |\n"
+        self.assertEqual(find_wrong_rooms(table.format("58 x 16"), sizes), [])
+        self.assertEqual(find_wrong_rooms(table.format("58 x 17"), sizes), ["58 x 16", "58 x 17"])
+        self.assertEqual(find_wrong_rooms("", sizes), sizes)
 
     def test_paths_are_accepted_if_they_exist_and_found_if_not_in_every_notation(self):
         for text in (

@@ -34,11 +34,20 @@ constexpr Exception kExceptions[] = {
     // figures.
     {"simulator/program/", "modules/stm32_updater/limits.h"},
     {"simulator/program/", "mcuboot/limits.h"},
-    // The fonts, which only Qt Gui can read.
-    {"bundle_check/main.cpp", "QGuiApplication"},
-    {"bundle_check/resource_checks.cpp", "QFontDatabase"},
-    {"bundle_check/resource_checks.cpp", "QRawFont"},
+    // The program's own window, which the checker draws.
+    {"bundle_check/main.cpp", "QApplication"},
+    {"bundle_check/window_view.cpp", "app/main_window.h"},
+    {"bundle_check/window_view.cpp", "updater/firmware_updater_base.h"},
 };
+
+// The only files outside app/ that may use fonts, pictures and widgets.
+constexpr std::string_view kWindowFiles[] = {"app/", "bundle_check/window_"};
+
+bool IsWindowFile(std::string const& path)
+{
+    return std::ranges::any_of(
+        kWindowFiles, [&](std::string_view beginning) { return path.starts_with(beginning); });
+}
 
 bool IsException(std::string const& path, std::string const& include)
 {
@@ -205,7 +214,7 @@ std::vector<std::string> FindForbiddenQt(
         bool const allowed =
             IsSerialPort(include)
                 ? std::ranges::find(kSerialPortOwners, path) != std::end(kSerialPortOwners)
-                : TopFolder(path) == "app" || is_core_header(include) || IsException(path, include);
+                : IsWindowFile(path) || is_core_header(include) || IsException(path, include);
         return IsQt(include) && !allowed;
     });
 }

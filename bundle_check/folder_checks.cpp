@@ -1,0 +1,151 @@
+// Files that must not reach a customer: keys, version control, backups, images that are not used.
+#include <QDir>
+#include <QDirIterator>
+#include <QFileInfo>
+#include <QRegularExpression>
+#include <vector>
+
+#include "bundle_check/checks.h"
+#include "bundle_check/file_kind.h"
+#include "bundle_check/files.h"
+#include "config/bundle_paths.h"
+
+using namespace Qt::StringLiterals;
+
+namespace bundle_check {
+
+namespace {
+
+struct Stray {
+    char16_t const* pattern;  // of the whole name, without regard to case
+    char16_t const* text;     // the end of "'NAME' ..."
+};
+
+constexpr Stray kStrays[] = {
+    {uR"(.*\.(pem|key|p8|p12|pfx|jks|keystore|mobileprovision)|id_(rsa|dsa|ecdsa|ed25519))",
+     u"is, by its name, a key or a certificate, and everyone who has the bundle can read it"},
+    {uR"(\.(git|svn|hg|bzr)|\.git(ignore|attributes|modules))", u"belongs to version control"},
+    {uR"(.*(~|\.(bak|old|orig|rej|sav|save|tmp|swp|swo))|#.*#|\.#.*|.* - copy(\..*)?|copy of .*)",
+     u"is, by its name, a backup or a temporary file"},
+    {uR"(\.DS_Store|Thumbs\.db|desktop\.ini|__MACOSX|\._.*)",
+     u"was left by a file manager or an archive program"},
+    {uR"(\.(env|idea|vscode)|.*\.(map|lst|o|obj|a|su|d))", u"is left over from a build"},
+};
+
+constexpr char16_t kImagePattern[] =
+    uR"(.*\.(bin|hex|ihx|ihex|elf|axf|out|srec|s19|s28|s37|mot|)"
+    uR"(uf2|dfu|img|signed))";
+
+QRegularExpression Compile(char16_t const* pattern)
+{
+    return QRegularExpression(QRegularExpression::anchoredPattern(QString::fromUtf16(pattern)),
+                              QRegularExpression::CaseInsensitiveOption);
+}
+
+// Why a file of this name does not belong into a bundle, as the end of a sentence, or null.
+char16_t const* FindStray(QString const& name)
+{
+    static auto const patterns = [] {
+        std::vector<QRegularExpression> compiled;
+        for (auto const& stray : kStrays) {
+            compiled.push_back(Compile(stray.pattern));
+        }
+        return compiled;
+    }();
+    for (size_t i = 0; i < patterns.size(); ++i) {
+        if (patterns[i].match(name).hasMatch()) {
+            return kStrays[i].text;
+        }
+    }
+    return nullptr;
+}
+
+bool HasNameOfImage(QString const& name)
+{
+    static auto const pattern = Compile(kImagePattern);
+    return pattern.match(name).hasMatch();
+}
+
+class FolderCheck {
+public:
+    // `image`: what the configuration names; need not be a file.
+    FolderCheck(QDir const& root, QDir const& resources, QString const& image, Findings& findings)
+        : root_(root),
+          resources_(QDir::cleanPath(resources.absolutePath()) + u'/'),
+          image_(QFileInfo(image).isFile() ? QFileInfo(image).canonicalFilePath() : QString()),
+          findings_(findings)
+    {}
+
+    void Run()
+    {
+        constexpr int kMostEntries = 20'000;
+        QDirIterator entries(root_.absolutePath(),
+                             QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                             QDirIterator::Subdirectories);
+        for (int count = 0; count < kMostEntries && entries.hasNext(); ++count) {
+            entries.next();
+            if (!IsInsideReported(entries.filePath())) {
+                CheckEntry(entries.fileInfo());
+            }
+        }
+    }
+
+private:
+    // What is in a folder that was reported need not be.
+    bool IsInsideReported(QString const& path) const
+    {
+        return !reported_.isEmpty() && path.startsWith(reported_ + u'/');
+    }
+
+    void Warn(QFileInfo const& entry, QString const& text)
+    {
+        reported_ = entry.filePath();
+        findings_.Warn({}, u"%1 %2; remove it from the bundle."_s.arg(
+                               Quote(root_.relativeFilePath(entry.filePath())), text));
+    }
+
+    void CheckEntry(QFileInfo const& entry)
+    {
+        if (auto const* text = FindStray(entry.fileName())) {
+            Warn(entry, QString::fromUtf16(text));
+            return;
+        }
+        if (entry.isFile() && IsKeyFile(entry)) {
+            Warn(entry, u"contains a private key, and everyone who has the bundle can read it"_s);
+        } else if (entry.isFile() && IsUnusedImage(entry)) {
+            Warn(entry, u"looks like a firmware image, but %1 does not name it"_s.arg(
+                            QString(config_keys::kFirmwareFilename.name)));
+        }
+    }
+
+    static bool IsKeyFile(QFileInfo const& entry)
+    {
+        constexpr qint64 kLargestKey = 64 * 1024;
+        return entry.size() <= kLargestKey &&
+               IsPrivateKey(ReadHead(entry.filePath(), kKindHead).value_or(QByteArray()));
+    }
+
+    // The driver is an application with files of its own.
+    bool IsUnusedImage(QFileInfo const& entry) const
+    {
+        auto const path = QDir::cleanPath(entry.absoluteFilePath());
+        return path.startsWith(resources_) && !path.contains(u".app/"_s) &&
+               HasNameOfImage(entry.fileName()) && !image_.isEmpty() &&
+               entry.canonicalFilePath() != image_;
+    }
+
+    QDir root_;
+    QString resources_;
+    QString image_;
+    Findings& findings_;
+    QString reported_;
+};
+
+}  // namespace
+
+void CheckFolder(QDir const& root, QDir const& resources, QString const& image, Findings& findings)
+{
+    FolderCheck(root, resources, image, findings).Run();
+}
+
+}  // namespace bundle_check

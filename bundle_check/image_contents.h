@@ -1,0 +1,31 @@
+// What an image must hold for its transport: the checks of image_checks.cpp that look at its bytes.
+#pragma once
+
+#include <QByteArray>
+#include <QtEndian>
+#include <cstdint>
+
+#include "bundle_check/checks.h"
+
+namespace bundle_check {
+
+// The number at `offset`, which must lie inside the image with all its bytes.
+template <typename Number>
+Number ReadLittleEndian(QByteArray const& bytes, qsizetype offset)
+{
+    return qFromLittleEndian<Number>(bytes.constData() + offset);
+}
+
+// A Cortex-M image begins with its vector table: the initial stack pointer, then the address at
+// which it starts. Compares both with the chip's memories, with the image's place in flash and with
+// the start address and the boot-mode marker. For UART and USB.
+void CheckVectorTable(Config const& config, QByteArray const& image, Findings& findings);
+
+// An image for MCUboot begins with a header; behind the firmware it has an area of TLVs, entries of
+// type, length and value, one of which is the SHA-256 of what lies before the area.
+void CheckMcubootImage(Config const& config, QByteArray const& image, Findings& findings);
+
+// The first bytes of a header of MCUboot.
+inline constexpr char kMcubootMagic[] = "\x3D\xB8\xF3\x96";
+
+}  // namespace bundle_check

@@ -1,0 +1,250 @@
+// An image as it was signed for MCUboot: header, firmware, TLV area. All numbers are little-endian;
+// the layout is in MCUboot's document "Bootloader", sections "Image format" and "TLVs".
+#include <QCryptographicHash>
+#include <QRegularExpression>
+#include <optional>
+
+#include "bundle_check/image_contents.h"
+
+using namespace Qt::StringLiterals;
+
+namespace bundle_check {
+
+namespace {
+
+// Offsets in the header, in bytes.
+constexpr qsizetype kHeaderSizeAt = 8;
+constexpr qsizetype kProtectedSizeAt = 10;
+constexpr qsizetype kFirmwareSizeAt = 12;
+constexpr qsizetype kFlagsAt = 16;
+constexpr qsizetype kMajorAt = 20;
+constexpr qsizetype kMinorAt = 21;
+constexpr qsizetype kRevisionAt = 22;
+constexpr qsizetype kBuildAt = 24;
+constexpr qsizetype kShortestHeader = 32;
+// Encrypted with AES-128 or AES-256. The digest is that of the plain image, which is not at hand.
+constexpr uint32_t kEncryptedFlags = 0x04 | 0x08;
+
+// An area begins with its magic number and its size, this beginning included; each entry with its
+// type and the length of its value.
+constexpr uint16_t kProtectedMagic = 0x6908;
+constexpr uint16_t kTlvMagic = 0x6907;
+constexpr qsizetype kTlvHead = 4;
+constexpr uint16_t kSha256 = 0x10;
+
+// What an image that is padded to the size of its slot ends with.
+constexpr char kTrailerMagic[] = "\x77\xC2\x95\xF3\x60\xD2\xEF\x7F\x35\x52\x50\x0F\x2C\xB6\x79\x80";
+
+QByteArray GetMagic()
+{
+    return {kMcubootMagic, sizeof(kMcubootMagic) - 1};
+}
+
+struct McubootHeader {
+    qsizetype size;
+    qsizetype protected_size;
+    qint64 firmware_size;
+    uint32_t flags;
+
+    qint64 TlvBegin() const { return size + firmware_size; }
+    // The digest covers the protected TLVs.
+    qint64 HashedSize() const { return TlvBegin() + protected_size; }
+};
+
+McubootHeader ReadHeader(QByteArray const& bytes)
+{
+    return {ReadLittleEndian<uint16_t>(bytes, kHeaderSizeAt),
+            ReadLittleEndian<uint16_t>(bytes, kProtectedSizeAt),
+            ReadLittleEndian<uint32_t>(bytes, kFirmwareSizeAt),
+            ReadLittleEndian<uint32_t>(bytes, kFlagsAt)};
+}
+
+class McubootCheck {
+public:
+    McubootCheck(Config const& config, QByteArray const& bytes, Findings& findings)
+        : config_(config),
+          bytes_(bytes),
+          findings_(findings),
+          place_(config.PlaceOf(config_keys::kFirmwareFilename))
+    {}
+
+    void Run()
+    {
+        if (!bytes_.startsWith(GetMagic())) {
+            ReportMissingHeader();
+            return;
+        }
+        if (bytes_.size() < kShortestHeader) {
+            Fail(u"The image is cut off in its MCUboot header"_s);
+            return;
+        }
+        header_ = ReadHeader(bytes_);
+        auto const end = CheckHeader() ? CheckTlvs() : std::nullopt;
+        if (end) {
+            CheckRest(*end);
+        }
+        CheckVersion();
+    }
+
+private:
+    void Fail(QString const& text)
+    {
+        findings_.Fail(place_, text + u"; sign the raw image again with 'imgtool sign'."_s);
+    }
+
+    void ReportMissingHeader()
+    {
+        if (auto const at = bytes_.indexOf(GetMagic()); at > 0) {
+            findings_.Fail(
+                place_,
+                u"The MCUboot header is at byte %1 of the image and not at its beginning, as in a "
+                "file that is merged with the bootloader; use the signed image of the firmware "
+                "alone."_s.arg(at));
+        } else {
+            Fail(u"The image has no MCUboot header, and MCUboot does not start such an image"_s);
+        }
+    }
+
+    // False when the places of the other parts are not known.
+    bool CheckHeader()
+    {
+        if (header_.size < kShortestHeader) {
+            Fail(u"The MCUboot header has a size of %1 bytes; it has at least %2"_s.arg(
+                QString::number(header_.size), QString::number(kShortestHeader)));
+            return false;
+        }
+        if (header_.firmware_size == 0 || header_.TlvBegin() + kTlvHead > bytes_.size()) {
+            Fail(
+                u"The MCUboot header announces %1 bytes of header, %2 of firmware and a TLV area, "
+                "but the file has %3: it is cut off or damaged"_s.arg(
+                    QString::number(header_.size), QString::number(header_.firmware_size),
+                    QString::number(bytes_.size())));
+            return false;
+        }
+        return true;
+    }
+
+    // Where the area at `begin` ends; nothing if there is no whole one with this magic number.
+    std::optional<qint64> FindAreaEnd(qint64 begin, uint16_t magic) const
+    {
+        if (begin + kTlvHead > bytes_.size() ||
+            ReadLittleEndian<uint16_t>(bytes_, begin) != magic) {
+            return std::nullopt;
+        }
+        auto const end = begin + ReadLittleEndian<uint16_t>(bytes_, begin + 2);
+        bool const is_whole = end >= begin + kTlvHead && end <= bytes_.size();
+        return is_whole ? std::optional(end) : std::nullopt;
+    }
+
+    // The value of the first entry of a type; empty if there is none, nothing if the entries do not
+    // fill the area.
+    std::optional<QByteArray> FindTlv(qint64 begin, qint64 end, uint16_t type) const
+    {
+        QByteArray found;
+        auto at = begin + kTlvHead;
+        while (at + kTlvHead <= end) {
+            auto const length = ReadLittleEndian<uint16_t>(bytes_, at + 2);
+            auto const value = at + kTlvHead;
+            if (found.isEmpty() && ReadLittleEndian<uint16_t>(bytes_, at) == type) {
+                found = bytes_.mid(value, length);
+            }
+            at = value + length;
+        }
+        return at == end ? std::optional(found) : std::nullopt;
+    }
+
+    // Where the last area ends.
+    std::optional<qint64> CheckTlvs()
+    {
+        if (header_.protected_size > 0 &&
+            FindAreaEnd(header_.TlvBegin(), kProtectedMagic) != header_.HashedSize()) {
+            Fail(u"The image's protected TLV area is missing or not whole"_s);
+            return std::nullopt;
+        }
+        auto const begin = header_.HashedSize();
+        auto const end = FindAreaEnd(begin, kTlvMagic);
+        auto const digest = end ? FindTlv(begin, *end, kSha256) : std::nullopt;
+        if (!digest) {
+            Fail(u"The image's TLV area is missing or not whole"_s);
+            return std::nullopt;
+        }
+        CheckDigest(*digest);
+        return end;
+    }
+
+    void CheckDigest(QByteArray const& digest)
+    {
+        if (digest.isEmpty()) {
+            Fail(u"The image's TLV area has no SHA-256"_s);
+            return;
+        }
+        if ((header_.flags & kEncryptedFlags) != 0) {
+            findings_.Note(place_, u"The image is encrypted, so its SHA-256 was not compared."_s);
+            return;
+        }
+        auto const computed = QCryptographicHash::hash(bytes_.first(header_.HashedSize()),
+                                                       QCryptographicHash::Sha256);
+        if (digest != computed) {
+            Fail(
+                u"The SHA-256 in the image's TLV area is not that of the image, which was changed "
+                "or damaged after it was signed"_s);
+        }
+    }
+
+    // Nothing belongs behind the last area.
+    void CheckRest(qint64 end)
+    {
+        auto const rest = bytes_.sliced(end);
+        if (rest.isEmpty()) {
+            return;
+        }
+        auto const trailer = QByteArray::fromRawData(kTrailerMagic, sizeof(kTrailerMagic) - 1);
+        auto const count = QString::number(rest.size());
+        if (rest.contains(GetMagic())) {
+            findings_.Fail(place_,
+                           u"Another MCUboot header is in the %1 bytes behind the image, as in a "
+                           "merged file; use the signed image of the firmware alone."_s.arg(count));
+        } else if (rest.endsWith(trailer) || rest.count('\xFF') == rest.size()) {
+            findings_.Warn(place_,
+                           u"%1 bytes of padding follow the image, up to the size of its slot, and "
+                           "the unit receives them as well; sign it without '--pad'."_s.arg(count));
+        } else {
+            Fail(u"%1 bytes that belong to nothing follow the image's TLV area"_s.arg(count));
+        }
+    }
+
+    void CheckVersion()
+    {
+        auto const& key = config_keys::kFwVersion;
+        auto const shown = config_.Value(key).toString().trimmed();
+        auto const build = ReadLittleEndian<uint32_t>(bytes_, kBuildAt);
+        auto const revision = ReadLittleEndian<uint16_t>(bytes_, kRevisionAt);
+        auto const minor = u"%1.%2"_s.arg(static_cast<uint8_t>(bytes_[kMajorAt]))
+                               .arg(static_cast<uint8_t>(bytes_[kMinorAt]));
+        auto const version = u"%1.%2"_s.arg(minor).arg(revision);
+        auto const full = build == 0 ? version : u"%1+%2"_s.arg(version).arg(build);
+        static QRegularExpression const prefix(u"^[vV]"_s);
+        auto const number = QString(shown).remove(prefix);
+        bool const is_short = revision == 0 && build == 0 && number == minor;
+        if (!shown.isEmpty() && number != full && number != version && !is_short) {
+            findings_.Warn(config_.PlaceOf(key),
+                           u"The window shows %1, but the image's MCUboot header has the version "
+                           "%2; correct the one that is wrong."_s.arg(Quote(shown), full));
+        }
+    }
+
+    Config const& config_;
+    QByteArray const& bytes_;
+    Findings& findings_;
+    Place place_;
+    McubootHeader header_{};
+};
+
+}  // namespace
+
+void CheckMcubootImage(Config const& config, QByteArray const& image, Findings& findings)
+{
+    McubootCheck(config, image, findings).Run();
+}
+
+}  // namespace bundle_check

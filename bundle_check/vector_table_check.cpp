@@ -1,0 +1,163 @@
+// The vector table of an STM32 image.
+#include <algorithm>
+#include <optional>
+
+#include "bundle_check/chips.h"
+#include "bundle_check/image_contents.h"
+#include "modules/stm32_updater/limits.h"
+
+using namespace Qt::StringLiterals;
+
+namespace bundle_check {
+
+namespace {
+
+constexpr uint32_t kTableWord = stm32_updater::kWordSize;
+// A handler's address is odd, because a Cortex-M executes Thumb code only.
+constexpr uint32_t kThumb = 1;
+// The most that one exception stores at the stack's beginning, registers of the floating-point unit
+// included: 26 words (ARMv7-M and ARMv8-M Architecture Reference Manuals).
+constexpr uint32_t kExceptionFrame = 26 * 4;
+
+struct VectorTable {
+    uint32_t stack_pointer;
+    uint32_t reset;
+};
+
+QString Hex32(uint32_t number)
+{
+    return u"0x"_s + QString::number(number, 16).rightJustified(8, u'0');
+}
+
+// The image and where it is in flash.
+class PlacedImage {
+public:
+    PlacedImage(Config const& config, QByteArray const& bytes)
+        : chips_(GetChipsByOtp(config.Number(config_keys::kOtpAddress))),
+          bytes_(bytes),
+          begin_(config.Number(config_keys::kProgrammingAddress))
+    {}
+
+    uint32_t Begin() const { return begin_; }
+    bool IsInFlash() const
+    {
+        return std::ranges::any_of(chips_,
+                                   [&](Chip const& chip) { return chip.HasFlashAt(begin_); });
+    }
+    bool Holds(uint64_t address) const
+    {
+        return address >= begin_ && address - begin_ < static_cast<uint64_t>(bytes_.size());
+    }
+    // Nothing where no table can be: not a whole word, or not in the image.
+    std::optional<VectorTable> TableAt(uint32_t address) const
+    {
+        if (!Holds(address) || !Holds(uint64_t{address} + 2 * kTableWord - 1)) {
+            return std::nullopt;
+        }
+        auto const offset = static_cast<qsizetype>(address - begin_);
+        return VectorTable{ReadLittleEndian<uint32_t>(bytes_, offset),
+                           ReadLittleEndian<uint32_t>(bytes_, offset + kTableWord)};
+    }
+    // Why this is not a table, as the end of a sentence; an empty text if it is one.
+    QString DescribeFault(VectorTable const& table) const
+    {
+        auto const holds_stack = [&](Chip const& chip) {
+            return chip.HasStackFrom(table.stack_pointer);
+        };
+        if (table.stack_pointer % kTableWord != 0 || std::ranges::none_of(chips_, holds_stack)) {
+            return u"the first word, %1, is not an initial stack pointer in the chip's RAM"_s.arg(
+                Hex32(table.stack_pointer));
+        }
+        if (table.reset % 2 != kThumb) {
+            return u"the second word, %1, is not the odd address of a reset handler"_s.arg(
+                Hex32(table.reset));
+        }
+        if (!Holds(table.reset - kThumb)) {
+            return u"its reset handler at %1 is outside the image, which is written to %2"_s.arg(
+                Hex32(table.reset - kThumb), Hex32(begin_));
+        }
+        return {};
+    }
+
+private:
+    std::vector<Chip> chips_;
+    QByteArray const& bytes_;
+    uint32_t begin_;
+};
+
+bool IsFilledWith(QByteArray const& bytes, char value)
+{
+    return std::ranges::all_of(bytes, [=](char byte) { return byte == value; });
+}
+
+// True if the whole image is what flash or a file holds before anything is written.
+bool CheckBlank(Place const& place, QByteArray const& bytes, Findings& findings)
+{
+    for (char const value : {'\xFF', '\0'}) {
+        if (IsFilledWith(bytes, value)) {
+            findings.Fail(place,
+                          u"Every byte of the image is 0x%1, so there is no firmware in it; build "
+                          "it again."_s.arg(static_cast<uint8_t>(value), 2, 16, QLatin1Char('0')));
+            return true;
+        }
+    }
+    return false;
+}
+
+// The first exception or function call overwrites the marker, which the firmware then cannot find.
+void CheckMarkerAgainstStack(Config const& config, VectorTable const& table, Findings& findings)
+{
+    auto const& key = config_keys::kBootModeAddress;
+    auto const marker = config.Number(key);
+    auto const top = table.stack_pointer;
+    if (config.HoldsNumber(key) && marker < top && top - marker <= kExceptionFrame) {
+        findings.Fail(config.PlaceOf(key),
+                      u"The marker at %1 is where the image's stack begins, which grows downwards "
+                      "from %2, so the firmware overwrites it before it is read; choose a word "
+                      "that the linker script keeps free, for example from %2 on."_s.arg(
+                          Hex32(marker), Hex32(top)));
+    }
+}
+
+// The address that the unit is started at; nothing when it is not inside the image, which is
+// reported elsewhere.
+std::optional<uint32_t> GetStart(Config const& config, PlacedImage const& image)
+{
+    auto const& key = config_keys::kStartAddress;
+    auto const start = config.Number(key);
+    bool const is_used = config.HoldsNumber(key) && image.Holds(start) && start % kTableWord == 0;
+    return is_used ? std::optional(start) : std::nullopt;
+}
+
+}  // namespace
+
+void CheckVectorTable(Config const& config, QByteArray const& image, Findings& findings)
+{
+    auto const place = config.PlaceOf(config_keys::kFirmwareFilename);
+    PlacedImage const placed(config, image);
+    if (CheckBlank(place, image, findings) || !placed.IsInFlash()) {
+        return;
+    }
+    auto const start = GetStart(config, placed).value_or(placed.Begin());
+    auto const table = placed.TableAt(start);
+    auto const fault =
+        table ? placed.DescribeFault(*table) : u"there is no room for one in the image"_s;
+    if (fault.isEmpty()) {
+        CheckMarkerAgainstStack(config, *table, findings);
+        return;
+    }
+    auto const first = placed.TableAt(placed.Begin());
+    if (start != placed.Begin() && first && placed.DescribeFault(*first).isEmpty()) {
+        findings.Fail(config.PlaceOf(config_keys::kStartAddress),
+                      u"The unit is started at %1, but the image's vector table is at %2; write "
+                      "%2."_s.arg(Hex32(start), Hex32(placed.Begin())));
+        return;
+    }
+    findings.Fail(place,
+                  u"The image has no vector table at %1: %2. Use the raw image that is linked for "
+                  "%3, made with 'objcopy -O binary FILE.elf FILE.bin', or correct %4."_s.arg(
+                      Hex32(start), fault, Hex32(placed.Begin()),
+                      QString(config_keys::kProgrammingAddress.name)));
+}
+
+}  // namespace bundle_check

@@ -1,0 +1,235 @@
+// The background picture: the file, and what the window makes of it.
+#include <QFileInfo>
+#include <QImageReader>
+#include <QLabel>
+#include <QStringList>
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "bundle_check/files.h"
+#include "bundle_check/window_checks.h"
+
+using namespace Qt::StringLiterals;
+
+namespace bundle_check {
+
+namespace {
+
+QString QuoteAll(QStringList const& names)
+{
+    constexpr qsizetype kMost = 5;
+    QStringList quoted;
+    for (auto const& name : names.mid(0, kMost)) {
+        quoted.append(Quote(name));
+    }
+    return quoted.join(u", "_s) + (names.size() > kMost ? u", ..."_s : QString());
+}
+
+QStringList ListPictures(QDir const& resources)
+{
+    return ListFiles(resources, u"*.png"_s);
+}
+
+bool IsTransparent(QImage const& picture)
+{
+    if (!picture.hasAlphaChannel()) {
+        return false;
+    }
+    auto const pixels = picture.convertToFormat(QImage::Format_ARGB32);
+    for (int y = 0; y < pixels.height(); ++y) {
+        auto const* const line = reinterpret_cast<QRgb const*>(pixels.constScanLine(y));
+        if (std::any_of(line, line + pixels.width(),
+                        [](QRgb pixel) { return qAlpha(pixel) != 255; })) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void CheckPicture(QString const& name, QImage const& picture, QSize const& window,
+                  Findings& findings)
+{
+    // The picture is stretched to the window's shape; a hundredth cannot be seen.
+    constexpr double kMostStretch = 0.01;
+    auto const size = u"%1 has %2 x %3 pixels"_s.arg(Quote(name), QString::number(picture.width()),
+                                                     QString::number(picture.height()));
+    auto const window_size = u"%1 x %2"_s.arg(window.width()).arg(window.height());
+    if (picture.width() < window.width() || picture.height() < window.height()) {
+        findings.Warn(
+            {},
+            u"%1, and the window, %2, enlarges it; use a picture of that size, or "
+            "twice as many pixels for screens of high resolution."_s.arg(size, window_size));
+    }
+    auto const stretch = static_cast<double>(picture.width()) * window.height() /
+                         (static_cast<double>(picture.height()) * window.width());
+    if (std::abs(stretch - 1) > kMostStretch) {
+        findings.Warn({},
+                      u"%1, another shape than the window's %2, so the window distorts it; cut "
+                      "it to that shape."_s.arg(size, window_size));
+    }
+    if (IsTransparent(picture)) {
+        findings.Warn(
+            {},
+            u"%1 has transparent places, where the window's own colour is seen, which "
+            "differs from system to system; save it without transparency."_s.arg(Quote(name)));
+    }
+}
+
+// Relative luminance and contrast of the Web Content Accessibility Guidelines (WCAG 2.1).
+double GetLuminance(QRgb colour)
+{
+    auto const linear = [](int channel) {
+        auto const value = channel / 255.0;
+        return value <= 0.04045 ? value / 12.92 : std::pow((value + 0.055) / 1.055, 2.4);
+    };
+    return 0.2126 * linear(qRed(colour)) + 0.7152 * linear(qGreen(colour)) +
+           0.0722 * linear(qBlue(colour));
+}
+
+double GetContrast(double first, double second)
+{
+    return (std::max(first, second) + 0.05) / (std::min(first, second) + 0.05);
+}
+
+// Level AA for text.
+constexpr double kLeastContrast = 4.5;
+
+// The contrast that all but the worst twentieth of the pixels behind the label's text have.
+double MeasureContrast(QLabel& label, QImage const& background)
+{
+    constexpr size_t kWorst = 20;
+    QImage text(label.size(), QImage::Format_ARGB32_Premultiplied);
+    text.fill(Qt::transparent);
+    label.render(&text, QPoint(), QRegion(), QWidget::RenderFlags());
+    auto const luminance = GetLuminance(label.palette().color(QPalette::WindowText).rgb());
+    auto const place = label.mapTo(label.window(), QPoint());
+    std::vector<double> contrasts;
+    for (int y = 0; y < text.height(); ++y) {
+        auto const* const line = reinterpret_cast<QRgb const*>(text.constScanLine(y));
+        for (int x = 0, width = text.width(); x < width; ++x) {
+            if (qAlpha(line[x]) != 0) {
+                contrasts.push_back(
+                    GetContrast(luminance, GetLuminance(background.pixel(place + QPoint(x, y)))));
+            }
+        }
+    }
+    if (contrasts.empty()) {
+        return kLeastContrast;
+    }
+    auto const worst = contrasts.begin() + static_cast<ptrdiff_t>(contrasts.size() / kWorst);
+    std::nth_element(contrasts.begin(), worst, contrasts.end());
+    return *worst;
+}
+
+void CheckContrast(WindowView& view, QImage const& background, QString const& picture,
+                   Findings& findings)
+{
+    for (auto* label : view.Labels()) {
+        if (label->text().isEmpty()) {
+            continue;
+        }
+        auto const contrast = MeasureContrast(*label, background);
+        if (contrast < kLeastContrast) {
+            findings.Fail(
+                {},
+                u"The text %1 cannot be read in front of %2: its contrast is %3 : 1, and at least "
+                "%4 : 1 is needed; make the picture darker at (%5, %6)."_s.arg(
+                    Quote(label->text()), picture, QString::number(contrast, 'f', 1),
+                    QString::number(kLeastContrast), QString::number(label->x()),
+                    QString::number(label->y())));
+        }
+    }
+}
+
+// The style sheet takes the picture's path; if it could not, the window would show its own colour.
+bool ShowsPicture(QImage const& background, QImage const& picture)
+{
+    constexpr int kMostDifference = 24;  // of 255, on average over a cell
+    constexpr QSize kCells(16, 12);
+    auto const shrink = [&](QImage const& image) {
+        return image.convertToFormat(QImage::Format_RGB32)
+            .scaled(kCells, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    };
+    auto const shown = shrink(background);
+    auto const expected = shrink(picture);
+    for (int y = 0; y < kCells.height(); ++y) {
+        for (int x = 0; x < kCells.width(); ++x) {
+            auto const difference = qGray(shown.pixel(x, y)) - qGray(expected.pixel(x, y));
+            if (std::abs(difference) > kMostDifference) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+bool CheckPictures(QDir const& resources, Findings& findings)
+{
+    auto const pictures = ListPictures(resources);
+    if (pictures.isEmpty()) {
+        auto const others = resources.entryList({u"*.jpg"_s, u"*.jpeg"_s, u"*.bmp"_s, u"*.gif"_s,
+                                                 u"*.webp"_s, u"*.svg"_s, u"*.tif"_s, u"*.tiff"_s},
+                                                QDir::Files, QDir::Name);
+        findings.Warn(
+            {},
+            u"There is no PNG file in the Resources folder, so the window has no background.%1"_s
+                .arg(others.isEmpty() ? QString()
+                                      : u" Save %1 as PNG."_s.arg(Quote(others.first()))));
+    } else if (pictures.size() > 1) {
+        findings.Warn(
+            {},
+            u"There are %1 PNG files in the Resources folder (%2), and any of them may become "
+            "the background; keep one."_s.arg(pictures.size())
+                .arg(QuoteAll(pictures)));
+    }
+    bool are_safe = true;
+    for (auto const& name : pictures) {
+        auto const path = resources.filePath(name);
+        if (IsTooLarge(path)) {
+            are_safe = false;
+            findings.Fail({}, u"%1 has %2 bytes, far more than a background picture."_s.arg(
+                                  Quote(name), QString::number(QFileInfo(path).size())));
+        }
+    }
+    for (auto const& name : pictures.mid(0, 1)) {
+        CheckLink({}, resources, resources.filePath(name), findings);
+        auto const head = ReadHead(resources.filePath(name), 8);
+        if (!head || *head != "\x89PNG\r\n\x1A\n") {
+            findings.Warn({}, u"%1 is not a PNG file."_s.arg(Quote(name)));
+        }
+    }
+    return are_safe;
+}
+
+void CheckBackground(QDir const& resources, WindowView& view, Findings& findings)
+{
+    auto const background = view.DrawBackground();
+    auto const pictures = ListPictures(resources);
+    for (auto const& name : pictures.mid(0, 1)) {
+        QImageReader reader(resources.filePath(name));
+        reader.setDecideFormatFromContent(true);
+        auto const picture = reader.read();
+        if (picture.isNull()) {
+            findings.Fail({},
+                          u"%1 cannot be decoded (%2), so the window has no picture; save it "
+                          "again as PNG."_s.arg(Quote(name), reader.errorString()));
+            continue;
+        }
+        CheckPicture(name, picture, view.Size(), findings);
+        if (pictures.size() == 1 && !picture.hasAlphaChannel() &&
+            !ShowsPicture(background, picture)) {
+            findings.Fail({},
+                          u"The window does not show %1: Qt's style sheet cannot take its path, "
+                          "%2. Use letters, digits and spaces only."_s.arg(
+                              Quote(name), Quote(resources.absoluteFilePath(name))));
+        }
+    }
+    auto const picture =
+        pictures.isEmpty() ? u"the window's own background"_s : Quote(pictures.first());
+    CheckContrast(view, background, picture, findings);
+}
+
+}  // namespace bundle_check

@@ -1,0 +1,165 @@
+// What is reported about an image that was signed for MCUboot, or was not.
+#include <gtest/gtest.h>
+
+#include "tests/bundle_check/bundle_folder.h"
+#include "tests/bundle_check/test_images.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr qsizetype kFirmwareSize = 1000;
+
+BundleFolder MakeMcubootBundle(QByteArray const& image)
+{
+    BundleFolder bundle;
+    bundle.UseMcuboot();
+    bundle.Write(u"Resources/firmware.bin"_s, image);
+    return bundle;
+}
+
+QByteArray MakeGoodImage()
+{
+    return MakeMcubootParts(kFirmwareSize).Image();
+}
+
+// With other bytes at an offset.
+QByteArray Change(QByteArray image, qsizetype offset, QByteArray const& bytes)
+{
+    return image.replace(offset, bytes.size(), bytes);
+}
+
+// With another TLV area, made for the digest.
+template <typename MakeArea>
+QByteArray WithArea(MakeArea const& make_area)
+{
+    auto const parts = MakeMcubootParts(kFirmwareSize);
+    return parts.Hashed() + make_area(parts.Digest());
+}
+
+QByteArray MakeProtectedImage(QByteArray const& area)
+{
+    return MakeMcubootParts(kFirmwareSize, area).Image();
+}
+
+void ExpectImage(QByteArray const& image, char const* finding)
+{
+    auto const bundle = MakeMcubootBundle(image);
+    auto const text = QByteArray(finding);
+    auto const colon = text.indexOf(':') + 1;
+    EXPECT_TRUE(text.isEmpty() ? FindsNothing(bundle)
+                               : FindsOnly(bundle, "config.ini:1: " + text.left(colon) +
+                                                       " firmware_filename:" + text.mid(colon)))
+        << finding;
+}
+
+}  // namespace
+
+TEST(McubootImage, BeginsWithAHeaderOfItsOwn)
+{
+    ExpectImage(MakeGoodImage(), "");
+    ExpectImage(MakeStm32Image(kFirmwareSize),
+                "error: The image has no MCUboot header, and MCUboot does not start such an image; "
+                "sign the raw image again with 'imgtool sign'.");
+    ExpectImage(MakeStm32Image(2048) + MakeGoodImage(),
+                "error: The MCUboot header is at byte 2048 of the image and not at its beginning, "
+                "as in a file that is merged with the bootloader; use the signed image of the "
+                "firmware alone.");
+    ExpectImage(MakeGoodImage() + MakeGoodImage(),
+                "error: Another MCUboot header is in the 1104 bytes behind the image, as in a "
+                "merged file;");
+    ExpectImage(MakeGoodImage().left(31), "error: The image is cut off in its MCUboot header;");
+    ExpectImage(Change(MakeGoodImage(), 8, ToBytes<uint16_t>(31)),
+                "error: The MCUboot header has a size of 31 bytes; it has at least 32;");
+}
+
+TEST(McubootImage, IsAsLongAsItsHeaderSays)
+{
+    auto const image = MakeGoodImage();
+    constexpr char kCut[] =
+        "error: The MCUboot header announces 64 bytes of header, 1000 of firmware and a TLV area, "
+        "but the file has 500: it is cut off or damaged;";
+    ExpectImage(image.left(500), kCut);
+    ExpectImage(Change(image, 12, ToBytes<uint32_t>(0xFFFFFFFF)),
+                "error: The MCUboot header announces 64 bytes of header, 4294967295 of firmware");
+    ExpectImage(Change(image, 8, ToBytes<uint16_t>(0xFFFF)),
+                "error: The MCUboot header announces 65535 bytes of header");
+    ExpectImage(Change(image, 12, ToBytes<uint32_t>(0)),
+                "error: The MCUboot header announces 64 bytes of header, 0 of firmware");
+}
+
+TEST(McubootImage, EndsWithAWholeTlvAreaThatHasTheDigest)
+{
+    constexpr char kNotWhole[] = "error: The image's TLV area is missing or not whole;";
+    auto const image = MakeGoodImage();
+    ExpectImage(image.chopped(1), kNotWhole);
+    ExpectImage(image.chopped(36), kNotWhole);
+    ExpectImage(Change(image, 1064, ToBytes<uint16_t>(0x6908)), kNotWhole);
+    ExpectImage(Change(image, 1066, ToBytes<uint16_t>(3)), kNotWhole);
+    ExpectImage(Change(image, 1070, ToBytes<uint16_t>(33)), kNotWhole);
+    ExpectImage(Change(image, 1070, ToBytes<uint16_t>(31)), kNotWhole);
+    ExpectImage(WithArea([](QByteArray const&) { return MakeTlvArea(0x6907, {}); }),
+                "error: The image's TLV area has no SHA-256;");
+    ExpectImage(WithArea([](QByteArray const& digest) {
+                    return MakeTlvArea(0x6907, MakeTlv(0x01, "key") + MakeTlv(0x10, digest) +
+                                                   MakeTlv(0x22, "signature"));
+                }),
+                "");
+    constexpr char kChanged[] =
+        "error: The SHA-256 in the image's TLV area is not that of the image, which was changed or "
+        "damaged after it was signed;";
+    ExpectImage(Change(image, 500, "x"), kChanged);
+    ExpectImage(Change(image, 40, "x"), kChanged);
+    ExpectImage(Change(image, image.size() - 1, QByteArray(1, static_cast<char>(~image.back()))),
+                kChanged);
+    ExpectImage(MakeMcubootParts(kFirmwareSize, {}, 0x04).Image(),
+                "note: The image is encrypted, so its SHA-256 was not compared.");
+}
+
+TEST(McubootImage, MayHaveProtectedTlvs)
+{
+    auto const area = MakeTlvArea(0x6908, MakeTlv(0x50, "count"));
+    constexpr char kNotWhole[] = "error: The image's protected TLV area is missing or not whole;";
+    ExpectImage(MakeProtectedImage(area), "");
+    ExpectImage(MakeProtectedImage(MakeTlvArea(0x6907, MakeTlv(0x50, "count"))), kNotWhole);
+    ExpectImage(MakeProtectedImage(area + "more"), kNotWhole);
+}
+
+TEST(McubootImage, IsNotPaddedToItsSlot)
+{
+    auto const image = MakeGoodImage();
+    auto const trailer =
+        QByteArray("\x77\xC2\x95\xF3\x60\xD2\xEF\x7F\x35\x52\x50\x0F\x2C\xB6\x79\x80");
+    constexpr char kPadded[] =
+        "warning: 116 bytes of padding follow the image, up to the size of its slot, and the unit "
+        "receives them as well; sign it without '--pad'.";
+    ExpectImage(image + QByteArray(116, '\xFF'), kPadded);
+    ExpectImage(image + QByteArray(100, '\xFF') + trailer, kPadded);
+    ExpectImage(image + "rest",
+                "error: 4 bytes that belong to nothing follow the image's TLV area");
+}
+
+TEST(McubootImage, HasTheVersionThatTheWindowShows)
+{
+    auto const version = [](QByteArray const& shown, QByteArray const& bytes) {
+        auto parts = MakeMcubootParts(kFirmwareSize);
+        parts.header.replace(20, bytes.size(), bytes);
+        auto bundle = MakeMcubootBundle(parts.Image());
+        bundle.Set("fw_version", shown);
+        return bundle;
+    };
+    QByteArray const numbers("\x02\x0B\x2C\x01\x05\x00\x00\x00", 8);  // 2.11.300+5
+    for (auto const* shown : {"2.11.300+5", "2.11.300", "v2.11.300", "V2.11.300"}) {
+        EXPECT_FALSE(Finds(version(shown, numbers), "config.ini:13: warning: ")) << shown;
+    }
+    for (auto const* shown : {"1.0", "1.0.0"}) {
+        EXPECT_TRUE(FindsNothing(version(shown, QByteArray("\x01\x00", 2)))) << shown;
+    }
+    for (auto const* shown : {"2.11", "2.11.301", "2.11.300+6", "3", "A1"}) {
+        EXPECT_TRUE(Finds(version(shown, numbers),
+                          (QByteArray("config.ini:13: warning: fw_version: The window shows '") +
+                           shown + "', but the image's MCUboot header has the version 2.11.300+5;")
+                              .constData()))
+            << shown;
+    }
+}
