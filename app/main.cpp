@@ -1,5 +1,5 @@
-// Program entry: starts the log, reads config.ini, builds the backend that it selects, and shows
-// the window.
+// Program entry: starts the log, reads config.ini, builds the backend that it selects, makes its
+// sessions leave records, and shows the window.
 
 #include <QApplication>
 #include <QDir>
@@ -7,6 +7,7 @@
 
 #include "app/backend.h"
 #include "app/main_window.h"
+#include "app/session_record.h"
 #include "app/session_report.h"
 #include "app/support_log.h"
 #include "config/bundle_paths.h"
@@ -14,8 +15,9 @@
 
 int main(int argc, char* argv[])
 {
-    SupportLog log(GetLogDirectory(QSysInfo::productType(), QDir::homePath(),
-                                   qEnvironmentVariable("XDG_STATE_HOME")));
+    auto const log_directory = GetLogDirectory(QSysInfo::productType(), GetHomeDirectory(),
+                                               qEnvironmentVariable("XDG_STATE_HOME"));
+    SupportLog log(log_directory);
     SupportLogTap const tap(log);
     QApplication const application(argc, argv);
     QCoreApplication::setApplicationVersion(QStringLiteral(FW_VERSION));
@@ -29,12 +31,20 @@ int main(int argc, char* argv[])
     log.Write(
         DescribeSession(DescribeConfiguration(settings), firmware_path).join(QLatin1Char('\n')));
     auto backend = MakeBackend(settings, firmware_path, paths.dfu_util);
-    auto const& updater = *backend.updater;
+    auto& updater = *backend.updater;
+    auto const write_note = [&log](QString const& line) { log.Write(line); };
+    updater.SetNotes(write_note);
+    auto environment = WindowEnvironment::System();
+    environment.write_note = write_note;
+    record::SessionRecorder recorder(GetRecorderSetup(log_directory, backend.type, log));
+    LogRecorder const log_recorder(log, recorder);
+    RecordSessions(updater, recorder);
 
-    MainWindow window(resources, settings, paths.dfu_util, backend.type,
-                      std::move(backend.updater));
+    MainWindow window(resources, settings, paths.dfu_util, backend.type, std::move(backend.updater),
+                      std::move(environment));
     // After the window, which thereby learns of the start before the image is read.
-    LogImageOfEachUpdate(updater, firmware_path, log);
+    LogImageOfEachUpdate(updater, firmware_path, log, recorder);
+    LogClosingDuringUpdates(application, updater, log);
     window.show();
     return QApplication::exec();
 }

@@ -4,6 +4,7 @@
 #include <QIcon>
 #include <utility>
 
+#include "app/accessible_content.h"
 #include "ui_main_window.h"
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): a QDir cannot be moved into place
@@ -24,6 +25,7 @@ MainWindow::MainWindow(QDir resourceDir, QSettings const& settings, QString dfuU
     }
     SetupDfuUpdater();
 
+    InstallAccessibleContent();
     ui_->setupUi(this);
     ImportFonts();
     SetupWindowStyle(settings);

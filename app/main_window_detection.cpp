@@ -24,6 +24,11 @@ void MainWindow::onCheckForUnit()
     }
     if (detection.check_again) {
         CheckAgain(*detection.check_again, Qt::CoarseTimer);
+    } else if (detection.action == DetectionAction::None && environment_.write_note) {
+        environment_.write_note(
+            QStringLiteral("the search for units has ended: more than one is attached (%1); start "
+                           "the program again with one")
+                .arg(attached_.join(QStringLiteral(", "))));
     }
 }
 

@@ -42,7 +42,6 @@ bool WaitForEnd(QProcess& process, std::chrono::milliseconds timeout, char const
     bool const ended = process.waitForFinished(static_cast<int>(timeout.count()));
     if (!ended) {
         LogFailure(failure, process);
-        stm32_updater::KillIfRunning(process);
     }
     return ended;
 }
@@ -50,9 +49,9 @@ bool WaitForEnd(QProcess& process, std::chrono::milliseconds timeout, char const
 bool Run(QString const& program, QStringList const& arguments, std::chrono::milliseconds timeout,
          char const* failure)
 {
-    QProcess process;
-    process.start(program, arguments, QIODevice::ReadWrite);
-    return WaitForEnd(process, timeout, failure);
+    auto const process = stm32_updater::MakeChildProcess();
+    process->start(program, arguments, QIODevice::ReadWrite);
+    return WaitForEnd(*process, timeout, failure);
 }
 
 }  // namespace
@@ -135,23 +134,23 @@ bool MainWindow::InstallDriver() const
     Run(driver.cp, {QStringLiteral("-R"), paths.bundled_app, paths.installed_app},
         driver.timeouts.copy, "Copy failed");
 
-    QProcess install;
-    install.start(paths.installed_executable, {QStringLiteral("install")}, QIODevice::ReadWrite);
-    if (!install.waitForStarted(static_cast<int>(driver.timeouts.install_start.count()))) {
-        LogFailure("Install failed to start", install);
+    auto const install = stm32_updater::MakeChildProcess();
+    install->start(paths.installed_executable, {QStringLiteral("install")}, QIODevice::ReadWrite);
+    if (!install->waitForStarted(static_cast<int>(driver.timeouts.install_start.count()))) {
+        LogFailure("Install failed to start", *install);
     }
-    WaitForEnd(install, driver.timeouts.install, "Install failed");
+    WaitForEnd(*install, driver.timeouts.install, "Install failed");
     return true;
 }
 
 bool MainWindow::CheckDriverEnabled() const
 {
     auto const& driver = environment_.driver;
-    QProcess list;
-    list.start(driver.systemextensionsctl, {QStringLiteral("list")}, QIODevice::ReadWrite);
-    list.waitForFinished(static_cast<int>(driver.timeouts.extension_listing.count()));
-    stm32_updater::KillIfRunning(list);
-    return IsDriverEnabled(list.readAllStandardOutput());
+    auto const list = stm32_updater::MakeChildProcess();
+    list->start(driver.systemextensionsctl, {QStringLiteral("list")}, QIODevice::ReadWrite);
+    list->waitForFinished(static_cast<int>(driver.timeouts.extension_listing.count()));
+    stm32_updater::KillIfRunning(*list);
+    return IsDriverEnabled(list->readAllStandardOutput());
 }
 
 bool MainWindow::AskForConsent(QString const& title, QString const& question)

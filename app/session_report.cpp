@@ -4,7 +4,10 @@
 #include <QCryptographicHash>
 #include <QFile>
 #include <QFileInfo>
+#include <QGuiApplication>
 #include <QSysInfo>
+#include <atomic>
+#include <memory>
 
 #include "app/support_log.h"
 
@@ -22,8 +25,8 @@ QString DescribeImage(QString const& path)
     return name + QStringLiteral("%1 bytes").arg(info.size());
 }
 
-// As text to add to the description; empty if the file is no image, or cannot be read to its end.
-QString DescribeDigest(QString const& path)
+// Hexadecimal SHA-256; empty if the file is no image, or cannot be read to its end.
+QString GetDigest(QString const& path)
 {
     QFileInfo const info(path);
     QFile file(path);
@@ -32,7 +35,7 @@ QString DescribeDigest(QString const& path)
         !hash.addData(&file)) {
         return {};
     }
-    return QStringLiteral(", SHA-256 ") + QString::fromLatin1(hash.result().toHex());
+    return QString::fromLatin1(hash.result().toHex());
 }
 
 }  // namespace
@@ -48,11 +51,37 @@ QStringList DescribeSession(QStringList const& configuration, QString const& fir
 }
 
 void LogImageOfEachUpdate(FirmwareUpdaterBase const& backend, QString const& firmware_path,
-                          SupportLog& log)
+                          SupportLog& log, record::ISink& record)
 {
     // Without a receiver the function runs on the thread that emits the signal.
-    QObject::connect(&backend, &FirmwareUpdaterBase::UpdateStarted, [firmware_path, &log] {
-        log.Write(QStringLiteral("update, ") + DescribeImage(firmware_path) +
-                  DescribeDigest(firmware_path));
+    QObject::connect(&backend, &FirmwareUpdaterBase::UpdateStarted, [firmware_path, &log, &record] {
+        auto const image = QStringLiteral("update, ") + DescribeImage(firmware_path);
+        auto const digest = GetDigest(firmware_path);
+        if (digest.isEmpty()) {
+            log.Write(image);
+            return;
+        }
+        log.Write(image + QStringLiteral(", SHA-256 ") + digest);
+        record.AddEvent({QLatin1String(record::events::kImage),
+                         {{QLatin1String(record::fields::kBytes),
+                           QString::number(QFileInfo(firmware_path).size())},
+                          {QLatin1String(record::fields::kSha256), digest}}});
     });
+}
+
+void LogClosingDuringUpdates(QGuiApplication const& application, FirmwareUpdaterBase const& backend,
+                             SupportLog& log)
+{
+    auto const running = std::make_shared<std::atomic<bool>>(false);
+    QObject::connect(&backend, &FirmwareUpdaterBase::UpdateStarted, [running] { *running = true; });
+    QObject::connect(&backend, &FirmwareUpdaterBase::UpdateFinished,
+                     [running] { *running = false; });
+    auto const note = [running, &log] {
+        if (*running) {
+            log.Write(QStringLiteral("the window was closed during the update, which goes on"));
+        }
+    };
+    // While the backend lives, but on the application's thread.
+    QObject::connect(&application, &QGuiApplication::lastWindowClosed, &backend, note,
+                     Qt::DirectConnection);
 }

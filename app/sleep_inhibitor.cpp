@@ -1,10 +1,10 @@
 #include "app/sleep_inhibitor.h"
 
-#include <QObject>
 #include <QProcess>
 #include <utility>
 
 #include "app/product_type.h"
+#include "modules/stm32_updater/child_process.h"
 
 namespace {
 
@@ -20,39 +20,17 @@ public:
         if (process_) {
             return;
         }
-        process_ = std::make_unique<QProcess>();
+        process_ = stm32_updater::MakeChildProcess(patience_);
         // Opened for writing only: a command that prints without end must not exhaust memory.
         process_->start(command_.program, command_.arguments, QIODevice::WriteOnly);
     }
 
-    void Release() override
-    {
-        if (!process_) {
-            return;
-        }
-        process_->kill();
-        process_->waitForFinished(static_cast<int>(patience_.count()));
-        if (process_->state() != QProcess::NotRunning) {
-            // The destructor of a running QProcess waits for up to 30 s.
-            DeleteWhenEnded(process_.release());
-        }
-        process_.reset();
-    }
+    void Release() override { process_.reset(); }
 
 private:
-    static void DeleteWhenEnded(QProcess* process)
-    {
-        QObject::connect(process, &QProcess::stateChanged, process,
-                         [process](QProcess::ProcessState state) {
-                             if (state == QProcess::NotRunning) {
-                                 process->deleteLater();
-                             }
-                         });
-    }
-
     StayAwakeCommand command_;
     std::chrono::milliseconds patience_;
-    std::unique_ptr<QProcess> process_;  // none: not held
+    stm32_updater::ChildProcess process_;  // none: not held
 };
 
 }  // namespace

@@ -1,5 +1,8 @@
 #include "app/support_log.h"
 
+#include <pwd.h>
+#include <unistd.h>
+
 #include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
@@ -7,6 +10,7 @@
 #include <utility>
 
 #include "app/product_type.h"
+#include "app/repeated_lines.h"
 #include "runtime/console.h"
 
 namespace {
@@ -14,11 +18,23 @@ namespace {
 // The tap's two listeners are plain functions, so what they need is global.
 std::atomic<SupportLog*> tapped_log{nullptr};
 std::atomic<QtMessageHandler> next_handler{nullptr};
+std::mutex repeated_lines_mutex;
+RepeatedLines repeated_lines;
 
 void WriteToTappedLog(QString const& text)
 {
-    if (auto* const log = tapped_log.load()) {
-        log->Write(text);
+    auto* const log = tapped_log.load();
+    if (log == nullptr) {
+        return;
+    }
+    QStringList lines;
+    {
+        std::lock_guard const lock(repeated_lines_mutex);
+        lines = repeated_lines.Take(text);
+    }
+    // Without the lock: what writing brings about may come back here.
+    for (auto const& line : lines) {
+        log->Write(line);
     }
 }
 
@@ -68,16 +84,30 @@ QByteArray MakeEntry(QStringView text)
 
 }  // namespace
 
+QString GetHomeDirectory()
+{
+    auto const home = qEnvironmentVariable("HOME");
+    if (QDir::isAbsolutePath(home)) {
+        return home;
+    }
+    // QDir::homePath() would be the root folder.
+    auto const* const user = ::getpwuid(::getuid());
+    auto const registered = user == nullptr ? QString() : QFile::decodeName(user->pw_dir);
+    return QDir::isAbsolutePath(registered) ? registered : QString();
+}
+
 QString GetLogDirectory(QString const& product_type, QString const& home,
                         QString const& xdg_state_home)
 {
-    if (IsMacos(product_type)) {
-        return home + QStringLiteral("/Library/Logs/Kelvane Firmware Updater");
+    if (!IsMacos(product_type) && QDir::isAbsolutePath(xdg_state_home)) {
+        return xdg_state_home + QStringLiteral("/kelvane-firmware-updater");
     }
-    auto const state = QDir::isAbsolutePath(xdg_state_home)
-                           ? xdg_state_home
-                           : home + QStringLiteral("/.local/state");
-    return state + QStringLiteral("/kelvane-firmware-updater");
+    if (home.isEmpty()) {
+        return {};
+    }
+    return home + (IsMacos(product_type)
+                       ? QStringLiteral("/Library/Logs/Kelvane Firmware Updater")
+                       : QStringLiteral("/.local/state/kelvane-firmware-updater"));
 }
 
 SupportLog::SupportLog(QString directory) : directory_(std::move(directory)) {}
@@ -95,13 +125,23 @@ void SupportLog::Write(QStringView text)
     if (std::exchange(writing, true)) {
         return;
     }
-    Append(MakeEntry(text));
+    Append(text);
     writing = false;
 }
 
-void SupportLog::Append(QByteArray const& entry)
+void SupportLog::SetListener(std::function<void(QStringView)> listener)
 {
     std::lock_guard const lock(mutex_);
+    listener_ = std::move(listener);
+}
+
+void SupportLog::Append(QStringView text)
+{
+    auto const entry = MakeEntry(text);
+    std::lock_guard const lock(mutex_);
+    if (listener_) {
+        listener_(text);
+    }
     if (!Open()) {
         return;
     }
@@ -125,7 +165,7 @@ bool SupportLog::Open()
     }
     QFileInfo const found(CurrentFile());
     // Opening a named pipe would block until it has a reader.
-    if (!QDir().mkpath(directory_) || (found.exists() && !found.isFile())) {
+    if (directory_.isEmpty() || !QDir().mkpath(directory_) || (found.exists() && !found.isFile())) {
         return false;
     }
     file_.setFileName(CurrentFile());
@@ -155,5 +195,9 @@ SupportLogTap::~SupportLogTap()
 {
     kelvane::SetConsoleListener(nullptr);
     qInstallMessageHandler(previous_);
-    tapped_log.store(nullptr);
+    auto* const log = tapped_log.exchange(nullptr);
+    std::lock_guard const lock(repeated_lines_mutex);
+    if (auto const count = repeated_lines.Finish(); !count.isEmpty()) {
+        log->Write(count);
+    }
 }

@@ -7,11 +7,17 @@
 #include <QString>
 #include <QStringList>
 #include <QStringView>
+#include <functional>
 #include <mutex>
 
+// This user's home folder: $HOME, or the one that the system's user database names if that variable
+// is not an absolute path. Empty if there is neither.
+QString GetHomeDirectory();
+
 // The folder where the system keeps such files: ~/Library/Logs/... on macOS, $XDG_STATE_HOME/... on
-// other systems, or ~/.local/state/... if that variable is not an absolute path.
-// product_type: as QSysInfo::productType() names it. xdg_state_home: the variable's value.
+// other systems, or ~/.local/state/... if that variable is not an absolute path. Empty if the
+// folder would be below an empty `home`. product_type: as QSysInfo::productType() names it.
+// xdg_state_home: the variable's value.
 QString GetLogDirectory(QString const& product_type, QString const& home,
                         QString const& xdg_state_home);
 
@@ -23,28 +29,34 @@ public:
     static constexpr qint64 kFileSize = 1'000'000;   // bytes, at most
     static constexpr qsizetype kEntrySize = 65'536;  // bytes; longer entries are cut
 
-    // The folder is created by the first entry.
+    // The folder is created by the first entry. Without a folder (empty) nothing is written.
     explicit SupportLog(QString directory);
 
     // Adds the text with the current time; further lines are indented. The system has the entry
     // when this returns. Messages that Qt prints because of the writing itself are not logged.
     void Write(QStringView text);
 
+    // From now on gets each text before it is written, on the thread that writes it. Must not write
+    // to the log. An empty one ends that.
+    void SetListener(std::function<void(QStringView)> listener);
+
     QString CurrentFile() const { return GetFile(0); }
 
 private:
     QString GetFile(int age) const;
-    void Append(QByteArray const& entry);
+    void Append(QStringView text);
     bool Open();
     void Rotate();
 
     std::mutex mutex_;
     QString directory_;
     QFile file_;
+    std::function<void(QStringView)> listener_;
 };
 
 // From its construction to its destruction, copies all messages of Qt's logging and of the shared
-// code's console to the log. There must be only one at a time.
+// code's console to the log; those that repeat themselves are counted (repeated_lines.h). There
+// must be only one at a time.
 class SupportLogTap {
 public:
     // `log` must outlive it.

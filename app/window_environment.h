@@ -17,6 +17,8 @@ struct WindowEnvironment {
     DetectionIntervals intervals{};
     DriverEnvironment driver{};
     std::shared_ptr<SleepInhibitor> sleep_inhibitor{};  // may be null
+    // Takes sentences for the support log; may be empty.
+    std::function<void(QString const& line)> write_note{};
 
     // Compares without regard to case.
     bool IsSystem(QLatin1String name) const;

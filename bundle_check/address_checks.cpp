@@ -55,6 +55,13 @@ QString SuggestPrefix(Config const& config, Key const& key, std::vector<Chip> co
                : QString();
 }
 
+// The smallest unit in which one of the chips programs its flash, in bytes.
+uint32_t GetFlashUnit(std::vector<Chip> const& chips)
+{
+    auto const get_unit = [](Chip const& chip) { return chip.Figures().unit; };
+    return get_unit(std::ranges::min(chips, {}, get_unit));
+}
+
 void CheckInFlash(Config const& config, Key const& key, Findings& findings)
 {
     auto const chips = GetPossibleChips(config);
@@ -72,11 +79,12 @@ void CheckProgrammingAddress(Config const& config, Findings& findings)
     auto const& key = config_keys::kProgrammingAddress;
     auto const address = config.Number(key);
     CheckInFlash(config, key, findings);
-    if (config.HoldsNumber(key) && address % kFlashUnit != 0) {
+    auto const unit = GetFlashUnit(GetPossibleChips(config));
+    if (config.HoldsNumber(key) && address % unit != 0) {
         findings.Fail(
             config.PlaceOf(key),
             u"%1 is not a multiple of %2, and flash is programmed %2 bytes at a time, so "
-            "the unit refuses the firmware."_s.arg(Hex(address), QString::number(kFlashUnit)));
+            "the unit does not store the firmware."_s.arg(Hex(address), QString::number(unit)));
     }
     auto const start = GetPossibleChips(config).front().flash.flash_start;
     if (config.Type() == TargetUart && address > start &&
@@ -183,7 +191,8 @@ void CheckOtpSize(Config const& config, Findings& findings)
 std::vector<Chip> GetSlower(std::vector<Chip> const& chips, uint64_t size, double seconds)
 {
     return Filter(chips, [=](Chip const& chip) {
-        return static_cast<double>(chip.PagesOf(size)) * kPageEraseSeconds > seconds;
+        return static_cast<double>(chip.PagesOf(size)) * chip.Figures().page_erase_seconds >
+               seconds;
     });
 }
 
@@ -191,7 +200,7 @@ std::vector<Chip> GetSlower(std::vector<Chip> const& chips, uint64_t size, doubl
 QString DescribeErase(std::vector<Chip> const& chips, uint64_t size)
 {
     auto const pages = chips.front().PagesOf(size);
-    auto const seconds = static_cast<double>(pages) * kPageEraseSeconds;
+    auto const seconds = static_cast<double>(pages) * chips.front().Figures().page_erase_seconds;
     return u"On %1 the image covers %2 pages, which take about %3 s to erase"_s.arg(
         Name(chips), QString::number(pages), QString::number(seconds, 'f', 1));
 }
@@ -215,23 +224,75 @@ void CheckEraseTime(Place const& place, std::vector<Chip> const& chips, uint64_t
                       "enough for %3 pages, so the update fails with such a unit; one that lists "
                       "only Extended Erase has %4 s."_s.arg(
                           DescribeErase(slow, size), QString::number(kShort),
-                          QString::number(static_cast<int>(kShort / kPageEraseSeconds)),
+                          QString::number(
+                              static_cast<int>(kShort / slow.front().Figures().page_erase_seconds)),
                           QString::number(kExtended)));
     }
 }
 
-void CheckPageNumbers(Place const& place, std::vector<Chip> const& chips, uint64_t size,
-                      Findings& findings)
+void CheckPageCount(Place const& place, std::vector<Chip> const& chips, uint64_t size,
+                    Findings& findings)
 {
-    constexpr uint64_t kPageNumbers = 256;  // of one byte
-    auto const wrapping =
-        Filter(chips, [=](Chip const& chip) { return chip.PagesOf(size) > kPageNumbers; });
-    if (!wrapping.empty()) {
+    constexpr uint64_t kMostPages = stm32_updater::kMaxShortErasePages;
+    auto const exceeding =
+        Filter(chips, [=](Chip const& chip) { return chip.PagesOf(size) > kMostPages; });
+    if (!exceeding.empty()) {
         findings.Warn(place,
-                      u"On %1 the image covers %2 pages, whose numbers do not fit into one byte: "
-                      "with a bootloader that lists the short Erase command, the first pages are "
-                      "erased twice and the last ones not at all."_s.arg(
-                          Name(wrapping), QString::number(wrapping.front().PagesOf(size))));
+                      u"On %1 the image covers %2 pages, but the short Erase command can name only "
+                      "%3 (its count byte for %4 means the whole flash): the update fails with a "
+                      "unit whose bootloader lists that command."_s.arg(
+                          Name(exceeding), QString::number(exceeding.front().PagesOf(size)),
+                          QString::number(kMostPages), QString::number(kMostPages + 1)));
+    }
+}
+
+// "The image has N bytes, and the flash of CHIPS is programmed M bytes at a time"
+QString DescribeUnits(std::vector<Chip> const& chips, uint64_t size)
+{
+    return u"The image has %1 bytes, and the flash of %2 is programmed %3 bytes at a time"_s.arg(
+        QString::number(size), Name(chips), QString::number(GetFlashUnit(chips)));
+}
+
+// The trailer, which is written by itself, must not begin in the middle of a programming unit: the
+// unit would be programmed twice. If it does not fill one either, only some bootloaders store it.
+// Of a chip that is not known, only what no chip takes is reported, here and below.
+void CheckTrailerUnits(Place const& place, std::vector<Chip> const& chips, uint64_t size,
+                       Findings& findings)
+{
+    constexpr uint64_t kWord = stm32_updater::kWordSize;
+    constexpr uint64_t kTrailer = stm32_updater::kTrailerSize;
+    auto const begin = (size + kWord - 1) / kWord * kWord - kTrailer;
+    auto const unit = GetFlashUnit(chips);
+    auto const splits_unit = [=](Chip const& chip) { return begin % chip.Figures().unit != 0; };
+    if (std::ranges::all_of(chips, splits_unit)) {
+        auto const rest = kTrailer % unit;
+        findings.Fail(
+            place,
+            u"%1. The last %2 bytes, which are written by themselves, do not begin at a multiple "
+            "of that, so the unit does not store them, and the window shows DONE nevertheless. "
+            "Fill the image up to a size that is %3a multiple of %4."_s.arg(
+                DescribeUnits(chips, size), QString::number(kTrailer),
+                rest == 0 ? QString() : u"%1 more than "_s.arg(rest), QString::number(unit)));
+    } else if (kTrailer % unit != 0) {
+        findings.Warn(
+            place,
+            u"%1. The last %2 bytes, which are written by themselves, are fewer. Not every "
+            "bootloader stores them, and the window shows DONE nevertheless. Compare the flash of "
+            "a real unit with the image."_s.arg(DescribeUnits(chips, size),
+                                                QString::number(kTrailer)));
+    }
+}
+
+void CheckWholeUnits(Place const& place, std::vector<Chip> const& chips, uint64_t size,
+                     Findings& findings)
+{
+    auto const unit = GetFlashUnit(chips);
+    if (size % unit != 0) {
+        findings.Warn(
+            place,
+            u"%1. Not every bootloader stores an incomplete end (here %2 of %3 bytes). "
+            "Fill the image up to a multiple of %3 bytes."_s.arg(
+                DescribeUnits(chips, size), QString::number(size % unit), QString::number(unit)));
     }
 }
 
@@ -289,7 +350,10 @@ void CheckImageInFlash(Config const& config, uint64_t size, Findings& findings)
     if (config.Type() == TargetUart) {
         auto const& erased = fitting.empty() ? chips : fitting;
         CheckEraseTime(place, erased, size, findings);
-        CheckPageNumbers(place, erased, size, findings);
+        CheckPageCount(place, erased, size, findings);
+        CheckTrailerUnits(place, chips, size, findings);
+    } else {
+        CheckWholeUnits(place, chips, size, findings);
     }
     if (lies_in_flash && config.HoldsNumber(key)) {
         CheckAgainstImage(config, size, findings);

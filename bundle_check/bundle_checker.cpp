@@ -30,6 +30,7 @@ struct Request {
     QDir shipped;  // the folder that holds all of the bundle
     QDir resources;
     QString application_dir;
+    PackageRules rules;
     QString pictures;
 };
 
@@ -93,10 +94,12 @@ bool CheckConfigText(QByteArray const& text, IniLines const& lines, Findings& fi
 }
 
 // Everything that depends on the settings' values, but for what is seen.
-void CheckConfig(Config const& config, BundlePaths const& paths, Report& report)
+void CheckConfig(Config const& config, BundlePaths const& paths, PackageRules const& rules,
+                 Report& report)
 {
     report.interface_name = GetInterfaceName(config.Type());
     CheckValues(config, report.findings);
+    CheckPackage(config, rules, report.findings);
     CheckAddresses(config, report.findings);
     QDir const resources(paths.resources);
     if (auto const size = CheckImage(config, resources, report.findings)) {
@@ -157,14 +160,14 @@ void CheckConfigFile(Request const& request, BundlePaths const& paths, Report& r
     }
     QSettings const settings(path, QSettings::IniFormat);
     Config const config(lines, settings);
-    CheckConfig(config, paths, report);
+    CheckConfig(config, paths, request.rules, report);
     CheckWindow(config, request, report.findings);
     CheckFolder(request.shipped, resources, GetFirmwarePath(resources, settings), report.findings);
 }
 
 }  // namespace
 
-Report CheckBundle(QString const& path, QString const& pictures)
+Report CheckBundle(QString const& path, PackageRules const& rules, QString const& pictures)
 {
     Report report;
     if (!IsFolder(path)) {
@@ -189,8 +192,9 @@ Report CheckBundle(QString const& path, QString const& pictures)
         report.findings.Fail({}, u"The bundle has no folder %1."_s.arg(Quote(paths.resources)));
         return report;
     }
-    CheckConfigFile({GetShippedFolder(path, resources), resources, *application_dir, pictures},
-                    paths, report);
+    CheckConfigFile(
+        {GetShippedFolder(path, resources), resources, *application_dir, rules, pictures}, paths,
+        report);
     CheckDriver(resources, *application_dir, report.findings);
     return report;
 }

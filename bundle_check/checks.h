@@ -91,8 +91,8 @@ void CheckDeviceIds(Config const& config, Findings& findings);
 // have. Values that are missing or not numbers are reported elsewhere.
 void CheckAddresses(Config const& config, Findings& findings);
 
-// The image on such a chip: flash, erase time, page numbers, and the addresses that depend on it.
-// `size` in bytes.
+// The image on such a chip: flash, programming units, erase time, number of pages, and the
+// addresses that depend on it. `size` in bytes.
 void CheckImageInFlash(Config const& config, uint64_t size, Findings& findings);
 
 // The firmware image: whether the file can be one, and whether it fits. Returns its size in bytes,

@@ -1,7 +1,6 @@
-// The chips that a configuration can be for, with their memories and the times of their flash.
-// Flash layout comes from the table that the engine itself works with; OTP and RAM from ST's
-// reference manuals RM0440 (STM32G4) and RM0456 (STM32U5), the bootloader's share from ST's
-// application note AN2606, and times from ST's data sheet DS12288 (STM32G4).
+// The chips that a configuration can be for, with their memories. Flash layout comes from the table
+// that the engine itself works with; OTP and RAM from ST's reference manuals RM0440 (STM32G4) and
+// RM0456 (STM32U5), and the bootloader's share from ST's application note AN2606.
 #pragma once
 
 #include <algorithm>
@@ -9,6 +8,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "bundle_check/flash_figures.h"
 #include "modules/stm32_updater/flash_config.h"
 
 namespace bundle_check {
@@ -29,11 +29,6 @@ inline constexpr uint32_t kCcmStart = 0x10000000;
 // The bytes of RAM, from kRamStart, that the bootloader reserves for itself and refuses to write.
 inline constexpr uint32_t kBootloaderRamSize = 16 * 1024;
 
-// The time to erase one page of any chip: the data sheet's maximum. Its typical value is 22 ms.
-inline constexpr double kPageEraseSeconds = 0.0245;
-// The number of bytes that flash programs at a time, and the time that this takes.
-inline constexpr uint32_t kFlashUnit = 8;
-inline constexpr double kFlashUnitSeconds = 82e-6;
 // One transfer of the USB bootloader: its size, and its time in addition to programming.
 inline constexpr uint64_t kDfuTransferSize = 2048;
 inline constexpr double kDfuTransferSeconds = 0.005;
@@ -49,6 +44,7 @@ struct Chip {
     FlashConfig flash;
     ChipMemories memories;
 
+    FlashFigures const& Figures() const { return GetFlashFigures(flash.product_id); }
     uint64_t FlashSize() const { return uint64_t{flash.flash_end} - flash.flash_start + 1; }
     uint64_t PagesOf(uint64_t bytes) const
     {

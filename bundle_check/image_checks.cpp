@@ -95,20 +95,15 @@ void CheckContents(Config const& config, Place const& place, QByteArray const& i
     }
 }
 
+// Whether the flash takes such a size is checked in CheckImageInFlash().
 void CheckAlignment(Config const& config, Place const& place, qint64 size, Findings& findings)
 {
-    if (size % kWord == 0) {
-        return;
-    }
-    auto const size_text = u"The image has %1 bytes, which is not a multiple of %2"_s.arg(
-        QString::number(size), QString::number(kWord));
-    if (config.Type() == TargetUart) {
-        findings.Warn(place,
-                      u"%1: the program pads it with zero bytes and then replaces the last four; "
-                      "bytes of the image that are lost: %2."_s.arg(size_text,
-                                                                    QString::number(size % kWord)));
-    } else if (config.Type() == TargetUsb) {
-        findings.Note(place, size_text + u'.');
+    if (size % kWord != 0 && config.Type() == TargetUart) {
+        findings.Warn(
+            place,
+            u"The image has %1 bytes, which is not a multiple of %2: the program pads it with zero "
+            "bytes and then replaces the last four; bytes of the image that are lost: %3."_s.arg(
+                QString::number(size), QString::number(kWord), QString::number(size % kWord)));
     }
 }
 

@@ -1,5 +1,5 @@
-// bundle_check PATH [--json] [--pictures DIR]: reports what is wrong with a bundle before a
-// customer sees it.
+// bundle_check PATH: reports what is wrong with a bundle before a customer sees it, or prints the
+// udev rules of its package.
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -7,6 +7,7 @@
 #include <exception>
 
 #include "bundle_check/bundle_checker.h"
+#include "bundle_check/udev_rules.h"
 
 using namespace Qt::StringLiterals;
 
@@ -27,14 +28,29 @@ void PrintFatalOnly(QtMsgType type, QMessageLogContext const& /*context*/, QStri
     }
 }
 
-int Check(QString const& path, QString const& pictures, bool as_json)
+bool Print(QByteArray const& text)
 {
-    auto const report = bundle_check::CheckBundle(path, pictures);
+    auto const written = std::fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stdout);
+    return written == static_cast<size_t>(text.size()) && std::fflush(stdout) == 0;
+}
+
+int Check(QString const& path, bundle_check::PackageRules const& rules, QString const& pictures,
+          bool as_json)
+{
+    auto const report = bundle_check::CheckBundle(path, rules, pictures);
     auto const text =
         as_json ? bundle_check::FormatJson(report) : bundle_check::FormatText(report).toUtf8();
-    auto const written = std::fwrite(text.constData(), 1, static_cast<size_t>(text.size()), stdout);
-    bool const complete = written == static_cast<size_t>(text.size()) && std::fflush(stdout) == 0;
-    return complete ? bundle_check::GetExitStatus(report) : kUnusable;
+    return Print(text) ? bundle_check::GetExitStatus(report) : kUnusable;
+}
+
+int PrintUdevRules(QString const& path)
+{
+    bundle_check::Report report;
+    if (auto const rules = bundle_check::MakeUdevRules(path, report.findings)) {
+        return Print(rules->toUtf8()) ? 0 : kUnusable;
+    }
+    std::fputs(bundle_check::FormatText(report).toUtf8().constData(), stderr);
+    return kUnusable;
 }
 
 int Run(QStringList const& arguments)
@@ -46,7 +62,15 @@ int Run(QStringList const& arguments)
     QCommandLineOption const pictures(
         u"pictures"_s, u"Also draw the window in every state to PNG files in this folder."_s,
         u"DIR"_s);
-    parser.addOptions({help, json, pictures});
+    QCommandLineOption const for_customers(
+        u"for-customers"_s, u"For a package that customers get: other firmware is an error."_s);
+    QCommandLineOption const package_version(
+        u"package-version"_s,
+        u"For a package of this version: an error if it is not the firmware's."_s, u"VERSION"_s);
+    QCommandLineOption const udev_rules(
+        u"udev-rules"_s,
+        u"Check nothing; print the udev rules for the units. PATH is config.ini or its folder."_s);
+    parser.addOptions({help, json, pictures, for_customers, package_version, udev_rules});
     parser.addPositionalArgument(u"PATH"_s,
                                  u"The folder that contains Contents, an application bundle, or "
                                  "its Contents or Resources folder."_s);
@@ -61,7 +85,11 @@ int Run(QStringList const& arguments)
         std::fputs((fault + u"\n\n"_s + parser.helpText()).toLocal8Bit().constData(), stderr);
         return kUnusable;
     }
-    return Check(paths[0], parser.value(pictures), parser.isSet(json));
+    if (parser.isSet(udev_rules)) {
+        return PrintUdevRules(paths[0]);
+    }
+    return Check(paths[0], {parser.isSet(for_customers), parser.value(package_version)},
+                 parser.value(pictures), parser.isSet(json));
 }
 
 }  // namespace

@@ -20,49 +20,48 @@ double Divide(uint64_t amount, uint64_t part)
     return static_cast<double>(parts);
 }
 
-double FlashSeconds(uint64_t bytes, uint64_t page_size)
+double FlashSeconds(uint64_t bytes, Chip const& chip)
 {
-    return Divide(bytes, page_size) * kPageEraseSeconds +
-           Divide(bytes, kFlashUnit) * kFlashUnitSeconds;
+    auto const& figures = chip.Figures();
+    return Divide(bytes, chip.flash.page_size) * figures.page_erase_seconds +
+           Divide(bytes, figures.unit) * figures.unit_seconds;
 }
 
 double PredictSeconds(Config const& config, uint64_t bytes)
 {
-    // The smallest pages take the longest to erase.
-    auto const chips = GetChipsByOtp(config.Number(config_keys::kOtpAddress));
-    auto const page_size = std::ranges::min(chips, {}, [](Chip const& chip) {
-                               return chip.flash.page_size;
-                           }).flash.page_size;
+    auto const chip =
+        std::ranges::max(GetChipsByOtp(config.Number(config_keys::kOtpAddress)), {},
+                         [=](Chip const& candidate) { return FlashSeconds(bytes, candidate); });
     switch (config.Type()) {
         case TargetUsb:
-            return PredictUsb(bytes, page_size);
+            return PredictUsb(bytes, chip);
         case TargetMcubootSerial:
-            return PredictMcuboot(bytes, page_size, ReadMcubootConfig(config.Settings()).baud);
+            return PredictMcuboot(bytes, chip, ReadMcubootConfig(config.Settings()).baud);
         case TargetUart:
             break;
     }
-    return PredictUart(bytes, page_size);
+    return PredictUart(bytes, chip);
 }
 
 }  // namespace
 
-double PredictUart(uint64_t bytes, uint64_t page_size)
+double PredictUart(uint64_t bytes, Chip const& chip)
 {
     constexpr double kByteSeconds = 11.0 / stm32_updater::kBaudRate;
     // Sent: command 2, address 5, count 1, check value 1. Received: 3 acknowledgements.
     constexpr double kBlockOverhead = 12;
     auto const blocks = Divide(bytes, stm32_updater::kMaxBlock);
     auto const sent = blocks * kBlockOverhead + static_cast<double>(bytes);
-    return FlashSeconds(bytes, page_size) + sent * kByteSeconds;
+    return FlashSeconds(bytes, chip) + sent * kByteSeconds;
 }
 
-double PredictUsb(uint64_t bytes, uint64_t page_size)
+double PredictUsb(uint64_t bytes, Chip const& chip)
 {
-    return FlashSeconds(bytes, page_size) + Divide(bytes, kDfuTransferSize) * kDfuTransferSeconds +
+    return FlashSeconds(bytes, chip) + Divide(bytes, kDfuTransferSize) * kDfuTransferSeconds +
            Seconds(stm32_updater::kDfuPollInterval).count();
 }
 
-double PredictMcuboot(uint64_t bytes, uint64_t page_size, unsigned baud)
+double PredictMcuboot(uint64_t bytes, Chip const& chip, unsigned baud)
 {
     // Before a request, after it, and after the end of its answer.
     constexpr Seconds kPauses = mcuboot::kBeforeRequest + 2 * mcuboot::kPass;
@@ -76,7 +75,7 @@ double PredictMcuboot(uint64_t bytes, uint64_t page_size, unsigned baud)
     }
     auto const chunks = Divide(bytes, mcuboot::kChunkSize);
     auto const sent = (chunks * kChunkOverhead + static_cast<double>(bytes)) * kBase64;
-    return FlashSeconds(bytes, page_size) + chunks * kPauses.count() +
+    return FlashSeconds(bytes, chip) + chunks * kPauses.count() +
            (sent + chunks * kAnswerBytes) * kBitsPerByte / baud;
 }
 

@@ -12,6 +12,7 @@ using namespace std::chrono_literals;
 Answer Judge(QByteArray const& raw)
 {
     Answer answer;
+    answer.raw = raw;
     if (raw.isEmpty()) {
         answer.outcome = Outcome::kNoAnswer;
         return answer;
@@ -69,7 +70,14 @@ QByteArray Exchange::SendAndReceive(QByteArray const& packet, std::chrono::milli
 
 Answer Exchange::Ask(Request const& request, std::chrono::milliseconds timeout)
 {
-    return Judge(SendAndReceive(BuildNextPacket(request), timeout));
+    auto const packet = BuildNextPacket(request);
+    if (line_ == nullptr) {
+        return Judge({});
+    }
+    auto const start = line_->Time() + kBeforeRequest;
+    auto answer = Judge(SendAndReceive(packet, timeout));
+    answer.time = line_->Time() - start;
+    return answer;
 }
 
 void Exchange::Send(Request const& request)

@@ -32,9 +32,14 @@ enum class Outcome {
 
 struct Answer {
     Outcome outcome = Outcome::kNoAnswer;
-    QByteArray payload;      // CBOR; also that of an answer with an error code
+    QByteArray payload{};    // CBOR; also that of an answer with an error code
     int32_t error_code = 0;  // "rc"; 0 when absent
     FrameError frame_error = FrameError::kNone;
+
+    // For whoever explains a failure: what came, and how long after the request it was complete or
+    // given up.
+    QByteArray raw{};
+    std::chrono::milliseconds time{0};
 };
 
 // Writes one line and returns the raw bytes that come in answer: up to a newline after which

@@ -27,6 +27,14 @@ public:
 
     // Lets `time` pass. What comes meanwhile is kept for the next Read.
     virtual void Pause(std::chrono::milliseconds time) = 0;
+
+    // Time since some moment in the past. Only measures: nothing that the conversation does depends
+    // on it.
+    virtual std::chrono::milliseconds Time() const
+    {
+        return std::chrono::duration_cast<std::chrono::milliseconds>(
+            std::chrono::steady_clock::now().time_since_epoch());
+    }
 };
 
 }  // namespace mcuboot

@@ -32,7 +32,7 @@ OtpValue QueryOtp(Exchange& exchange, uint32_t key)
     std::array<uint8_t, kOtpRequestBuffer> buffer;
     auto const size = cborEncodeOtpRequest(buffer, key);
     if (size < 0) {
-        return {{Outcome::kNotEncoded, {}, 0, FrameError::kNone}, {}};
+        return {{.outcome = Outcome::kNotEncoded}, {}};
     }
     OtpValue value;
     value.answer = exchange.Ask({kSmpRead, kOtpGroup, kOtpReadCommand, ToByteArray(buffer, size)},

@@ -6,6 +6,7 @@
 #include <optional>
 #include <span>
 
+#include "mcuboot/causes.h"
 #include "mcuboot/limits.h"
 #include "mcuboot/request_maps.h"
 
@@ -60,21 +61,59 @@ std::optional<QByteArray> EncodeChunk(QByteArray const& image, int32_t offset, i
     return QByteArray(reinterpret_cast<char const*>(buffer.data()), map_size);
 }
 
-// Sends the chunk at `offset`. On success the result's offset is where to go on.
-UploadResult UploadChunk(Exchange& exchange, QByteArray const& image, int32_t offset)
+// "chunk 2 of 48 at offset 1483: " and the cause.
+QString DescribeFailure(int32_t offset, int32_t total, QString const& cause)
 {
-    auto const size = std::min(kChunkSize, static_cast<int32_t>(image.size()) - offset);
+    auto const chunks = total / kChunkSize + (total % kChunkSize != 0 ? 1 : 0);
+    return QStringLiteral("chunk %1 of %2 at offset %3: ")
+               .arg(offset / kChunkSize + 1)
+               .arg(chunks)
+               .arg(offset) +
+           cause;
+}
+
+void NoteAnswer(UploadFigures& figures, int32_t offset, std::chrono::milliseconds time)
+{
+    if (offset == 0) {
+        figures.first_answer = std::max(figures.first_answer, time);
+    } else if (time > figures.slowest_answer) {
+        figures.slowest_answer = time;
+        figures.slowest_offset = offset;
+    }
+}
+
+// Sends the chunk at `offset`. On success the result's offset is where to go on.
+UploadResult UploadChunk(Exchange& exchange, QByteArray const& image, int32_t offset,
+                         UploadFigures& figures)
+{
+    auto const total = static_cast<int32_t>(image.size());
+    auto const size = std::min(kChunkSize, total - offset);
+    auto const fail = [&](Answer const& answer) {
+        return UploadResult{.outcome = answer.outcome,
+                            .offset = offset,
+                            .error_code = answer.error_code,
+                            .cause = DescribeFailure(offset, total, DescribeCause(answer))};
+    };
     auto const map = EncodeChunk(image, offset, size);
     if (!map) {
-        return {Outcome::kNotEncoded, offset, 0};
+        return fail({.outcome = Outcome::kNotEncoded});
     }
     auto const answer = exchange.Ask({kSmpWrite, kImageGroup, kUploadCommand, *map},
                                      offset == 0 ? kFirstChunkTimeout : kChunkTimeout);
+    NoteAnswer(figures, offset, answer.time);
     if (answer.outcome != Outcome::kSuccess) {
-        return {answer.outcome, offset, answer.error_code};
+        return fail(answer);
     }
     auto const next = cborDecodeMapInt(answer.payload, "off").value_or(offset + size);
-    return {next < 0 ? Outcome::kNegativeOffset : Outcome::kSuccess, next, 0};
+    if (next < 0) {
+        auto const cause = QStringLiteral("the unit asks for offset %1").arg(next);
+        return {.outcome = Outcome::kNegativeOffset,
+                .offset = next,
+                .cause = DescribeFailure(offset, total, cause)};
+    }
+    figures.acknowledged = std::max(figures.acknowledged, std::min(next, total));
+    figures.repeated_chunks += next <= offset ? 1 : 0;
+    return {.outcome = Outcome::kSuccess, .offset = next};
 }
 
 }  // namespace
@@ -85,21 +124,27 @@ UploadResult Upload(Exchange& exchange, QByteArray const& image,
     exchange.ResetSequence();
     auto const total = static_cast<int32_t>(image.size());
     StallGuard guard;
-    int32_t offset = 0;
-    while (offset < total) {
-        auto const result = UploadChunk(exchange, image, offset);
+    UploadFigures figures{.image_size = total};
+    UploadResult result;
+    while (result.outcome == Outcome::kSuccess && result.offset < total) {
+        auto const offset = result.offset;
+        result = UploadChunk(exchange, image, offset, figures);
         if (result.outcome != Outcome::kSuccess) {
-            return result;
+            break;
         }
         if (progress) {
             progress(GetPercent(result.offset, total));
         }
         if (!guard.Accept(offset, result.offset)) {
-            return {Outcome::kStalled, result.offset, 0};
+            result.outcome = Outcome::kStalled;
+            result.cause = DescribeFailure(
+                offset, total,
+                QStringLiteral("the unit asks for offset %1 again and gets no further")
+                    .arg(result.offset));
         }
-        offset = result.offset;
     }
-    return {Outcome::kSuccess, offset, 0};
+    result.figures = figures;
+    return result;
 }
 
 }  // namespace mcuboot

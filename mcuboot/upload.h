@@ -3,6 +3,8 @@
 #pragma once
 
 #include <QByteArray>
+#include <QString>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 
@@ -10,12 +12,28 @@
 
 namespace mcuboot {
 
+// For whoever explains an upload afterwards.
+struct UploadFigures {
+    int32_t image_size = 0;    // bytes
+    int32_t acknowledged = 0;  // the furthest offset that the unit asked for
+    int repeated_chunks = 0;   // chunks sent again because the unit asked for an earlier offset
+    // The answer to the first chunk, for which the unit may erase its slot, and the slowest of the
+    // others with its chunk's offset.
+    std::chrono::milliseconds first_answer{0};
+    std::chrono::milliseconds slowest_answer{0};
+    int32_t slowest_offset = 0;
+};
+
 struct UploadResult {
     Outcome outcome = Outcome::kSuccess;
     // Where a failed upload ended: the offset of the chunk that failed, or the one that the unit
     // asked for (kNegativeOffset, kStalled).
     int32_t offset = 0;
     int32_t error_code = 0;  // the unit's "rc"
+
+    UploadFigures figures{};
+    // A failure as a sentence: which chunk, what came instead of its answer, how long it took.
+    QString cause{};
 };
 
 // Succeeds once the unit has acknowledged the whole image; an empty image succeeds at once. The

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <functional>
 #include <mutex>
 #include <utility>
 
@@ -79,11 +80,16 @@ ListenerCookie Dispatcher::AddListener(Receiver receiver,
     if (slot == listener_slots_.end()) {
         return {};
     }
+    auto const slot_index = static_cast<size_t>(slot - listener_slots_.begin());
+    // All memory is taken before the listener becomes visible: without a cookie, nobody could
+    // unregister it.
+    std::function<void(int*)> unregister =
+        [this, slot_index, receiver, registered = std::vector(messages.begin(), messages.end())](
+            int*) { RemoveListener(slot_index, receiver, registered); };
     slot->receiver.store(receiver);
     slot->listener.store(&listener);
     slot->state.store(SlotState::kActive);
 
-    auto const slot_index = static_cast<size_t>(slot - listener_slots_.begin());
     for (auto const& [subsystem, message] : messages) {
         auto* const mask = FindMask(subsystem, message);
         if (mask == nullptr) {
@@ -94,9 +100,7 @@ ListenerCookie Dispatcher::AddListener(Receiver receiver,
     if (receiver != kAnyReceiver) {
         attached_[receiver].store(true);
     }
-    std::vector registered(messages.begin(), messages.end());
-    return CreateListenerCookie([this, slot_index, receiver, registered = std::move(registered)](
-                                    int*) { RemoveListener(slot_index, receiver, registered); });
+    return CreateListenerCookie(std::move(unregister));
 }
 
 void Dispatcher::RemoveListener(size_t slot_index, Receiver receiver,

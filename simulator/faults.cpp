@@ -45,6 +45,11 @@ void FaultList::Add(Fault const& fault)
                                     std::string(GetName(fault.kind)));
     }
     armed_.push_back({fault});
+    bool const is_xor =
+        fault.kind == FaultKind::kFlipReadData || fault.kind == FaultKind::kWrongCheckValue;
+    if (is_xor && fault.parameter == 0) {
+        armed_.back().fault.parameter = 1;
+    }
 }
 
 void FaultList::Clear()

@@ -24,7 +24,8 @@ enum class FaultMoment {
     kWrite,         // a Write Memory that was asked for; a request with a chunk of an image; a DFU
                     // block that is about to be programmed
     kWriteData,     // a Write Memory's data, complete; a chunk of an image that can be stored
-    kErase,         // the page list of an Erase or Extended Erase; a DFU erase about to begin
+    kErase,         // the page list of an Erase or Extended Erase; a DFU erase, or an erase of
+                    // MCUboot's slot, about to begin
     kAnswer,        // whatever the unit sends: an ACK, a NACK, a block of data, an SMP answer
     kCountedBlock,  // a block that begins with its own length (Get, Get ID; an SMP answer's body)
     kReadData,      // the data of a Read Memory
@@ -42,7 +43,7 @@ enum class FaultKind {
     kExtraByte,          // one more byte, `parameter`, follows the answer
     kLateAnswer,         // the answer leaves `parameter` milliseconds late
     kWrongCount,         // the length that a counted block begins with becomes `parameter`
-    kFlipReadData,       // first byte of the read data is XORed with `parameter`
+    kFlipReadData,       // first byte of the read data is XORed with `parameter`; 0: with 1
     kSilentAtCommand,    // hangs at a command: no answer, to nothing, until it is reset
     kSilentInWrite,      // hangs after `parameter` bytes of a write's data; 0: at its command. In
                          // front of a chunk of an image or a DFU block, whatever the parameter:
@@ -50,14 +51,14 @@ enum class FaultKind {
     kVanishInWrite,      // the same, and leaves its host
     kForeignLineBefore,  // a line of text that is not an answer comes first
     kForeignLineAfter,   // ... or follows
-    kWrongCheckValue,    // check value of an SMP answer is XORed with `parameter`
+    kWrongCheckValue,    // check value of an SMP answer is XORed with `parameter`; 0: with 1
     kErrorCode,          // answers a request with error code `parameter` and does nothing else
     kErrorInUpload,      // the same for a chunk of an image
     kAskForOffset,   // stores nothing of a chunk and goes on at offset `parameter` (signed 32 bits)
     kKeepOffset,     // stores nothing of a chunk and asks for the same one again
     kOmitOffset,     // stores a chunk, but does not answer with the next offset
     kVanishInErase,  // leaves its host instead of erasing a page
-    kSlowErase,      // is busy erasing for `parameter` milliseconds more, and reports it
+    kSlowErase,      // is busy erasing for `parameter` milliseconds more; over DFU it reports that
     kErrorInErase,   // ends an erase with DFU status `parameter`; nothing is erased
     kErrorInWrite,   // ends a write with DFU status `parameter`; nothing is programmed
     kStuckInWrite,   // reports for ever that it is still programming
@@ -107,7 +108,7 @@ constexpr auto MakeFaults()
         FaultRow{kKeepOffset, "keep-offset", kWrite, kOnMcuboot},
         FaultRow{kOmitOffset, "omit-offset", kWriteData, kOnMcuboot},
         FaultRow{kVanishInErase, "vanish-in-erase", kErase, kOnDfu},
-        FaultRow{kSlowErase, "slow-erase", kErase, kOnDfu},
+        FaultRow{kSlowErase, "slow-erase", kErase, kOnMcuboot | kOnDfu},
         FaultRow{kErrorInErase, "error-in-erase", kErase, kOnDfu},
         FaultRow{kErrorInWrite, "error-in-write", kWrite, kOnDfu},
         FaultRow{kStuckInWrite, "stuck-in-write", kWrite, kOnDfu},

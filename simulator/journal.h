@@ -23,7 +23,8 @@ struct JournalEntry {
     std::optional<size_t> size{};       // in bytes, of read, write and upload
     std::string pages{};                // of the erase commands: "0-31", "3,7", "all", "bank1"
     Outcome outcome = Outcome::kAck;
-    std::string reason{};               // empty unless refused: "checksum", "address", "fault", ...
+    std::string reason{};  // "checksum", "address", "fault", ...; of a write that is acknowledged:
+                           // why not all of it is stored; otherwise empty
     std::optional<uint8_t> sequence{};  // of an SMP request
     std::string keys{};                 // of an SMP request's map, in their order: "data,off"
 

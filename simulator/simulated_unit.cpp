@@ -29,6 +29,7 @@ void SimulatedUnit::MakeSerial(std::shared_ptr<UsbTestbed> testbed,
                                SimulatedUnitOptions const& options,
                                std::unique_ptr<SerialBootloader> bootloader)
 {
+    self_powered_ = options.self_powered;
     connection_ =
         std::make_unique<SerialConnection>(std::move(testbed), options.port, *bootloader,
                                            LinePacer(options.baud, options.bits_per_byte));
@@ -38,7 +39,11 @@ void SimulatedUnit::MakeSerial(std::shared_ptr<UsbTestbed> testbed,
 void SimulatedUnit::Plug(std::string const& name)
 {
     connection_->Execute([&] {
-        bootloader_->Reset();
+        if (self_powered_) {
+            bootloader_->ComeBack();
+        } else {
+            bootloader_->Reset();
+        }
         bootloader_->SetSilent(silent_);
         connection_->Plug(name);
     });

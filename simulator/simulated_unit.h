@@ -29,6 +29,7 @@ struct SimulatedUnitOptions {
     UsbDfuIdentity usb_device;
     unsigned baud = 0;  // pace of a serial line in bits a second; 0 takes no time
     unsigned bits_per_byte = kBitsPerByte8E1;
+    bool self_powered = false;  // plugging a serial unit in does not reset it
     // Called with each journal entry at once, on the serving thread.
     std::function<void(JournalEntry const&)> journal_sink;
 };
@@ -38,7 +39,8 @@ class SimulatedUnit {
 public:
     SimulatedUnit(std::shared_ptr<UsbTestbed> testbed, SimulatedUnitOptions options);
 
-    // See IUnitConnection. The port powers the unit, so plugging it in resets it.
+    // See IUnitConnection. The port powers the unit, so plugging it in resets it, unless it powers
+    // itself.
     void Plug(std::string const& name = {});
     void Unplug();
     void Fade();
@@ -64,6 +66,7 @@ private:
                     std::unique_ptr<SerialBootloader> bootloader);
 
     std::unique_ptr<ChipBootloader> bootloader_;
+    bool self_powered_ = false;
     bool silent_ = false;
     std::unique_ptr<IUnitConnection> connection_;  // last: it uses the bootloader
 };

@@ -16,13 +16,16 @@ packages=(
     fonts-inter python3 python3-fonttools
     # the simulated unit and a screen for it
     umockdev xvfb openbox xdotool imagemagick x11-utils
+    # assistive technology that reads the window
+    at-spi2-core dbus-daemon gir1.2-atspi-2.0 python3-gi
     # other vendors' programs, which tests use for comparison
     stm32flash dfu-util
+    tshark wireshark-common
 )
 
 for option in "$@"; do
     case "$option" in
-        --style) packages+=(git clang-format-19 shellcheck) ;;
+        --style) packages+=(git clang-format-19 shellcheck python3-yaml) ;;
         --package) packages+=(dpkg-dev file lintian appstream desktop-file-utils fakeroot) ;;
         --clang) packages+=(clang-19 clang-tidy-19 libclang-rt-19-dev libc++-19-dev llvm-19) ;;
         *) echo "install_dependencies.sh: unknown option $option" >&2; exit 2 ;;

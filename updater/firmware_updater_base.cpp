@@ -12,7 +12,9 @@ FirmwareUpdaterBase::FirmwareUpdaterBase(QObject* parent) : QObject(parent)
 void FirmwareUpdaterBase::RunUpdate()
 {
     Q_EMIT UpdateStarted();
+    notes_.UpdateStarted();
     auto const ok = upload(firmware_path_, [this](int percent) { Q_EMIT ProgressUpdate(percent); });
+    notes_.UpdateEnded(ok);
     if (ok) {
         reset();
     }
@@ -22,20 +24,26 @@ void FirmwareUpdaterBase::RunUpdate()
 void FirmwareUpdaterBase::ConnectAndVerify(QString const& port_name,
                                            QList<uint8_t> const& device_ids, bool verify)
 {
+    notes_.ConnectRequested(DescribePort(port_name));
+    record_->BeginSession(port_name);
     if (!connect(port_name)) {
+        notes_.NotAnswered();
         Q_EMIT UpdateConnectionStatus(ConnectionStatus::Disconnected);
         return;
     }
     if (verify && !verifyDeviceId(device_ids)) {
         disconnect();
+        notes_.Refused();
         Q_EMIT UpdateConnectionStatus(ConnectionStatus::VerificationFailed);
         return;
     }
+    notes_.Found();
     Q_EMIT UpdateConnectionStatus(ConnectionStatus::Connected);
 }
 
 void FirmwareUpdaterBase::DisconnectAndReport()
 {
     disconnect();
+    notes_.Disconnected();
     Q_EMIT UpdateConnectionStatus(ConnectionStatus::Disconnected);
 }

@@ -7,6 +7,11 @@
 #include <QString>
 #include <cstdint>
 #include <functional>
+#include <utility>
+
+#include "updater/session_notes.h"
+
+#include "record/sink.h"
 
 // The result of a connect, verify or disconnect.
 enum class ConnectionStatus {
@@ -34,6 +39,14 @@ public:
     // Reads the unit's model identifier. True when it is in the list.
     virtual bool verifyDeviceId(QList<uint8_t> const& device_ids) = 0;
 
+    // Where sentences about the sessions go, for support. Called on the backend's thread. Before
+    // the first connect.
+    void SetNotes(SessionNotes::Sink sink) { notes_.SetSink(std::move(sink)); }
+    // Each request to connect begins a session in `record`, which gets the bytes of all lines. To
+    // be called before the first request; `record` must outlive the backend. Without it, nothing is
+    // recorded.
+    void SetRecord(record::ISink& record) { record_ = &record; }
+
 Q_SIGNALS:
     void UpdateStarted();
     void UpdateFinished(bool status);
@@ -57,5 +70,11 @@ protected:
     void ConnectAndVerify(QString const& port_name, QList<uint8_t> const& device_ids, bool verify);
     void DisconnectAndReport();
 
+    record::ISink& GetRecord() const { return *record_; }
+
     QString firmware_path_;
+    SessionNotes notes_;
+
+private:
+    record::ISink* record_ = &record::NoSink();
 };

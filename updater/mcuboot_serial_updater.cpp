@@ -4,10 +4,11 @@
 #include <limits>
 #include <utility>
 
+#include "mcuboot/causes.h"
 #include "mcuboot/cbor_dump.h"
-#include "mcuboot/upload.h"
 #include "updater/image_file.h"
 #include "updater/model_id.h"
+#include "updater/recorded_line.h"
 
 namespace {
 
@@ -87,10 +88,13 @@ bool McubootSerialUpdater::connect(QString const& port_name)
 {
     // The same port could not be opened a second time.
     disconnect();
-    line_ = open_line_(port_name, baud_, this);
+    QString reason;
+    line_ = open_line_(port_name, baud_, this, &reason);
     if (!line_) {
+        notes_.failure = QStringLiteral("the port cannot be opened: ") + reason;
         return false;
     }
+    line_ = RecordLine(std::move(line_), GetRecord(), port_name, baud_);
     exchange_.Attach(*line_);
     if (!readImageState()) {
         disconnect();
@@ -116,12 +120,21 @@ bool McubootSerialUpdater::readImageState()
     if (verbose_ || answer.outcome == Outcome::kErrorCode) {
         WarnOfFailure("readImageState", answer, QStringLiteral("no response from device"));
     }
+    NoteAnswer(QStringLiteral("image state"), answer);
+    notes_.unit = QStringLiteral("MCUboot serial recovery");
     return answer.outcome == Outcome::kSuccess;
+}
+
+void McubootSerialUpdater::NoteAnswer(QString const& request, mcuboot::Answer const& answer)
+{
+    auto const cause = mcuboot::DescribeCause(answer);
+    notes_.failure = cause.isEmpty() ? QString() : request + QStringLiteral(": ") + cause;
 }
 
 std::optional<QByteArray> McubootSerialUpdater::readOtpData(uint32_t key)
 {
     auto const [answer, data] = mcuboot::QueryOtp(exchange_, key);
+    NoteAnswer(QStringLiteral("OTP value 0x%1").arg(key, 8, 16, QLatin1Char('0')), answer);
     if (answer.error_code == mcuboot::kOtpKeyNotFound) {
         qWarning().noquote() << QStringLiteral(
                                     "McubootSerialUpdater::readOtpData: key 0x%1 not found in OTP")
@@ -151,9 +164,12 @@ std::optional<QString> McubootSerialUpdater::readOtpKeyStr(uint32_t key)
 bool McubootSerialUpdater::verifyDeviceId(QList<uint8_t> const& device_ids)
 {
     if (SkipsModelCheck(fw_target_type_)) {
+        notes_.model = kNoModelCheck;
         return true;
     }
     auto const model_id = readOtpKey(kModelIdTag);
+    notes_.model = DescribeModel({.model = model_id, .serial_number = {}}, device_ids,
+                                 QStringLiteral("no model: ") + notes_.failure);
     if (!model_id) {
         if (verbose_) {
             qWarning() << "McubootSerialUpdater::verifyDeviceId: failed to read model ID from OTP";
@@ -217,13 +233,31 @@ bool McubootSerialUpdater::upload(QString const& path, std::function<void(int)> 
     auto const image = ReadImageFile(path, std::numeric_limits<int32_t>::max());
     if (!image) {
         qWarning().noquote() << "McubootSerialUpdater: cannot open" << path;
+        notes_.failure = QStringLiteral("the image cannot be read");
         return false;
     }
     auto const result = mcuboot::Upload(exchange_, *image, progress);
+    NoteUpload(result);
     if (verbose_ && result.outcome != Outcome::kSuccess) {
         qWarning().noquote() << "McubootSerialUpdater:" << DescribeFailure(result);
     }
     return result.outcome == Outcome::kSuccess;
+}
+
+void McubootSerialUpdater::NoteUpload(mcuboot::UploadResult const& result)
+{
+    auto const& figures = result.figures;
+    notes_.failure = result.cause;
+    notes_.image_size = static_cast<size_t>(figures.image_size);
+    notes_.written = static_cast<size_t>(figures.acknowledged);
+    notes_.figures =
+        QStringLiteral(
+            "first answer, with the erase, %1, %2 repeated chunks, slowest other answer "
+            "%3 ms at offset %4")
+            .arg(DescribeSeconds(figures.first_answer))
+            .arg(figures.repeated_chunks)
+            .arg(figures.slowest_answer.count())
+            .arg(figures.slowest_offset);
 }
 
 void McubootSerialUpdater::dumpCbor(QByteArray const& payload, QString const& label)

@@ -17,6 +17,7 @@
 #include "mcuboot/queries.h"
 #include "mcuboot/request_maps.h"
 #include "mcuboot/smp_frame.h"
+#include "mcuboot/upload.h"
 #include "updater/firmware_updater_base.h"
 #include "updater/serial_line.h"
 
@@ -28,10 +29,6 @@ class McubootSerialUpdater : public FirmwareUpdaterBase {
     Q_OBJECT
 
 public:
-    // Opens a port for this updater; null when it cannot be opened.
-    using LineOpener = std::function<std::unique_ptr<mcuboot::ILine>(
-        QString const& port_name, unsigned baud, QObject* owner)>;
-
     // baud: bits per second. verbose: write the log lines that only developers want. open_line: how
     // connect() opens its port; the tests pass in a line without one.
     McubootSerialUpdater(QString const& firmware_path, unsigned baud, bool verbose,
@@ -126,6 +123,8 @@ public Q_SLOTS:
 
 private:
     bool IsListed(uint8_t model_id, QList<uint8_t> const& device_ids) const;
+    void NoteAnswer(QString const& request, mcuboot::Answer const& answer);
+    void NoteUpload(mcuboot::UploadResult const& result);
 
     unsigned baud_;
     bool verbose_;

@@ -2,12 +2,6 @@
 
 #include "updater/otp_handler.h"
 
-namespace {
-
-constexpr size_t kModelIdOffset = 4;  // the first payload byte of the record
-
-}  // namespace
-
 bool checkModelIdInOtp(std::vector<std::byte> const& otp, QList<uint8_t> const& device_ids)
 {
     if (otp.empty()) {

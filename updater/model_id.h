@@ -11,6 +11,10 @@
 inline constexpr size_t kOtpRecords = 32;
 inline constexpr size_t kOtpRecordSize = 16;
 
+// Where a record's content begins, behind its tag. The first byte of a model-ID record is the
+// model.
+inline constexpr size_t kModelIdOffset = 4;
+
 // What a value of the OTP area is: the tag of a record, and over MCUboot the key to ask for. The
 // units' firmware has chosen the numbers.
 inline constexpr uint32_t kModelIdTag = 0x01234711;       // the first byte is the model

@@ -80,7 +80,7 @@ private:
 }  // namespace
 
 std::unique_ptr<mcuboot::ILine> OpenSerialLine(QString const& port_name, unsigned baud,
-                                               QObject* owner)
+                                               QObject* owner, QString* reason)
 {
     auto port = std::make_unique<QSerialPort>(port_name, owner);
     port->setBaudRate(static_cast<qint32>(baud), QSerialPort::AllDirections);
@@ -89,6 +89,9 @@ std::unique_ptr<mcuboot::ILine> OpenSerialLine(QString const& port_name, unsigne
     port->setStopBits(QSerialPort::OneStop);
     port->setFlowControl(QSerialPort::NoFlowControl);
     if (!port->open(QIODevice::ReadWrite)) {
+        if (reason != nullptr) {
+            *reason = port->errorString();
+        }
         return nullptr;
     }
     return std::make_unique<SerialLine>(port.release());

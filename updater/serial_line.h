@@ -2,11 +2,17 @@
 #pragma once
 
 #include <QString>
+#include <functional>
 #include <memory>
 
 #include "mcuboot/i_line.h"
 
 class QObject;
+
+// How a backend opens a port; serial_line.cpp has the system's. `reason` may be null; a port that
+// cannot be opened leaves there why, in the system's words.
+using LineOpener = std::function<std::unique_ptr<mcuboot::ILine>(
+    QString const& port_name, unsigned baud, QObject* owner, QString* reason)>;
 
 // Opens the port at `baud` bits per second in both directions, 8 data bits, no parity, one stop
 // bit, no flow control. Null when it cannot be opened; nothing is left behind then.
@@ -19,4 +25,4 @@ class QObject;
 // line. Destroying the line closes the port at once and deletes the port object later, or with
 // `owner`.
 std::unique_ptr<mcuboot::ILine> OpenSerialLine(QString const& port_name, unsigned baud,
-                                               QObject* owner);
+                                               QObject* owner, QString* reason = nullptr);

@@ -68,14 +68,40 @@ bool UartFirmwareUpdater::connect(QString const& port)
     // A failed connect leaves its port open, and it cannot be opened twice.
     disconnect();
     uart_thread_ = std::make_unique<QThread>();
-    uart_ = new Uart(port, stm32_updater::kBaudRate, &tx_semaphore_, nullptr);
+    uart_ = new Uart(port, stm32_updater::kBaudRate, &tx_semaphore_, nullptr, GetRecord(),
+                     [this, &port](QString const& reason) {
+                         notes_.Write(port + QStringLiteral(" cannot be opened: ") + reason +
+                                      QStringLiteral("; the program ends"));
+                     });
     uart_->moveToThread(uart_thread_.get());
     uart_thread_->start(QThread::InheritPriority);
     QObject::connect(uart_thread_.get(), &QThread::finished, uart_, &QObject::deleteLater);
     QObject::connect(uart_interface_.get(), &UartInterface::TransmitData, uart_, &Uart::onTransmit);
     QObject::connect(uart_interface_.get(), &UartInterface::SetRxCallback, uart_,
                      &Uart::onSetRxCallback);
-    return updater_->ConnectDevice();
+    auto const ok = updater_->ConnectDevice();
+    NoteFacts();
+    return ok;
+}
+
+void UartFirmwareUpdater::NoteFacts()
+{
+    auto const& facts = updater_->Facts();
+    notes_.failure = QString::fromStdString(facts.failure);
+    if (facts.product_id && facts.bootloader_version) {
+        notes_.unit = QString::fromStdString(fmt::format(
+            "STM32 with product id 0x{:04x}, bootloader version {}.{}", *facts.product_id,
+            *facts.bootloader_version >> 4, *facts.bootloader_version & 0xF));
+    }
+    notes_.image_size = facts.image_size;
+    notes_.written = facts.written;
+    notes_.figures = QStringLiteral("erase %1, writing %2, %3 refused blocks, slowest answer %4 ms")
+                         .arg(DescribeSeconds(facts.erase_time), DescribeSeconds(facts.write_time))
+                         .arg(facts.refused_blocks)
+                         .arg(facts.slowest_answer.count());
+    if (!facts.slowest_request.empty()) {
+        notes_.figures += QStringLiteral(" to ") + QString::fromStdString(facts.slowest_request);
+    }
 }
 
 void UartFirmwareUpdater::disconnect()
@@ -104,11 +130,13 @@ bool UartFirmwareUpdater::upload(QString const& path, std::function<void(int)> p
     if (!image) {
         kelvane::PrintToConsole(
             fmt::format("File {} not found/could not be opened\n", path.toLocal8Bit().constData()));
+        notes_.failure = QStringLiteral("the image cannot be read");
         return false;
     }
     // Nobody would report the engine's bytes as written.
     if (!IsConnected()) {
         qWarning("UartFirmwareUpdater: no unit is connected");
+        notes_.failure = QStringLiteral("no unit is connected");
         return false;
     }
     auto const ok = updater_->Update(
@@ -120,6 +148,11 @@ bool UartFirmwareUpdater::upload(QString const& path, std::function<void(int)> p
         },
         programming_address_);
     updater_->DisconnectDevice();
+    NoteFacts();
+    if (!ok && image->size() < stm32_updater::kTrailerSize) {
+        notes_.failure = QStringLiteral("the image is smaller than %1 bytes")
+                             .arg(stm32_updater::kSmallestImageFile);
+    }
     return ok;
 }
 
@@ -127,16 +160,26 @@ void UartFirmwareUpdater::reset()
 {
     if (IsConnected()) {
         updater_->ExitDfu(start_address_, boot_mode_address_);
+        NoteFacts();
+        if (!notes_.failure.isEmpty()) {
+            notes_.NotRestarted();
+        }
     }
 }
 
 bool UartFirmwareUpdater::verifyDeviceId(QList<uint8_t> const& device_ids)
 {
     if (SkipsModelCheck(fw_target_type_)) {
+        notes_.model = kNoModelCheck;
         return true;
     }
-    return IsConnected() &&
-           checkModelIdInOtp(updater_->GetOtp(otp_address_, otp_size_), device_ids);
+    if (!IsConnected()) {
+        return false;
+    }
+    auto const otp = updater_->GetOtp(otp_address_, otp_size_);
+    NoteFacts();
+    notes_.model = DescribeModelIn(otp, device_ids, notes_.failure);
+    return checkModelIdInOtp(otp, device_ids);
 }
 
 void UartFirmwareUpdater::onStartUpdate()

@@ -53,6 +53,7 @@ public Q_SLOTS:
 private:
     bool IsConnected() const { return uart_thread_ != nullptr; }
     void StopUartThread();
+    void NoteFacts();  // what the engine has learned
 
     unsigned start_address_;
     unsigned programming_address_;

@@ -42,6 +42,8 @@ public Q_SLOTS:
     void onDisconnectDevice() override;
 
 private:
+    void NoteDownload(bool succeeded);
+
     // A child as well, so that it and what it owns follow the backend to its thread.
     std::unique_ptr<stm32_updater::Stm32DfuUtilUpdater> dfu_;
     uint32_t programming_address_;

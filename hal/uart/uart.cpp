@@ -20,11 +20,13 @@ namespace {
 
 }  // namespace
 
-Uart::Uart(QString const& port, unsigned baud, QSemaphore* semaphore, QObject* parent)
+Uart::Uart(QString const& port, unsigned baud, QSemaphore* semaphore, QObject* parent,
+           record::ISink& record, std::function<void(QString const& reason)> const& before_exit)
     : QObject(parent),
       semaphore_(semaphore),
       serial_(new QSerialPort(this)),
-      rx_callback_([](std::byte) {})
+      rx_callback_([](std::byte) {}),
+      record_(record)
 {
     serial_->setPortName(port);
     serial_->setParity(QSerialPort::EvenParity);
@@ -32,8 +34,12 @@ Uart::Uart(QString const& port, unsigned baud, QSemaphore* semaphore, QObject* p
     serial_->setStopBits(QSerialPort::OneStop);
     serial_->setBaudRate(static_cast<qint32>(baud), QSerialPort::AllDirections);
     if (!serial_->open(QIODevice::ReadWrite)) {
+        if (before_exit) {
+            before_exit(serial_->errorString());
+        }
         EndProcess(port);
     }
+    recorded_line_ = record_.AddLine(port, QStringLiteral("UART, %1 baud, 8E1").arg(baud));
     connect(serial_, &QSerialPort::readyRead, this, &Uart::onReadData);
     connect(serial_, &QSerialPort::bytesWritten, this, &Uart::onBytesWritten);
     connect(serial_, &QSerialPort::errorOccurred, this, [this](auto error) {
@@ -51,6 +57,7 @@ Uart::~Uart()
 void Uart::onReadData()
 {
     auto const received = serial_->readAll();
+    record_.AddBytes(recorded_line_, record::Direction::kIn, received);
     for (auto const value : received) {
         rx_callback_(static_cast<std::byte>(value));
     }
@@ -69,6 +76,7 @@ void Uart::onTransmit(QByteArray data)  // NOLINT(performance-unnecessary-value-
         return;
     }
     sender_waits_ = true;
+    record_.AddBytes(recorded_line_, record::Direction::kOut, data);
     bool const taken = serial_->write(data) == data.size();
     if (!taken || (!data.isEmpty() && !serial_->flush())) {
         Lose();

@@ -9,8 +9,10 @@
 #include <QByteArray>
 #include <QObject>
 #include <QSemaphore>
+#include <functional>
 
 #include "hal/uart/i_uart_driver.h"
+#include "record/sink.h"
 
 class QSerialPort;
 
@@ -21,9 +23,12 @@ public:
     // Opens `port` at `baud` bits a second with 8 data bits, even parity and 1 stop bit, as the
     // STM32 bootloader requires. A port that cannot be opened ends the whole process with exit
     // status 1: nothing works without it, and starting again is the customer's only remedy.
-    // `semaphore` is borrowed and must outlive this object. Move the object to its thread before
-    // that thread starts.
-    Uart(QString const& port, unsigned baud, QSemaphore* semaphore, QObject* parent);
+    // `before_exit` may then say why, in the system's words. `semaphore` and `record` are borrowed
+    // and must outlive this object. Move the object to its thread before that thread starts.
+    // record: gets the line's bytes, on that thread.
+    Uart(QString const& port, unsigned baud, QSemaphore* semaphore, QObject* parent,
+         record::ISink& record = record::NoSink(),
+         std::function<void(QString const& reason)> const& before_exit = {});
     ~Uart() override;
 
 public Q_SLOTS:
@@ -41,6 +46,8 @@ private:
     QSemaphore* semaphore_;
     QSerialPort* serial_;
     hal::uart::RxByte_ISR rx_callback_;
+    record::ISink& record_;
+    uint32_t recorded_line_ = 0;
     bool sender_waits_ = false;  // since the last onTransmit, nothing was reported as written
     bool lost_ = false;
 };

@@ -11,18 +11,18 @@ namespace stm32_updater {
 
 QStringList ListDfuDevices(QString const& dfu_util_path, std::chrono::milliseconds timeout)
 {
-    // Declared before the process, whose destructor may still deliver output.
+    // Declared before the process, which may still deliver output when it is destroyed.
     QByteArray listing;
-    QProcess dfu_util;
-    QObject::connect(&dfu_util, &QProcess::readyReadStandardOutput, &dfu_util,
-                     [&dfu_util, &listing] {
-                         listing += dfu_util.readAllStandardOutput();
+    auto const dfu_util = MakeChildProcess();
+    QObject::connect(dfu_util.get(), &QProcess::readyReadStandardOutput, dfu_util.get(),
+                     [&tool = *dfu_util, &listing] {
+                         listing += tool.readAllStandardOutput();
                          listing.truncate(static_cast<qsizetype>(kLongestDfuListing));
                      });
-    dfu_util.start(dfu_util_path, GetListArguments(), QIODevice::ReadWrite);
-    dfu_util.closeReadChannel(QProcess::StandardError);
-    dfu_util.waitForFinished(static_cast<int>(timeout.count()));
-    KillIfRunning(dfu_util);
+    dfu_util->start(dfu_util_path, GetListArguments(), QIODevice::ReadWrite);
+    dfu_util->closeReadChannel(QProcess::StandardError);
+    dfu_util->waitForFinished(static_cast<int>(timeout.count()));
+    KillIfRunning(*dfu_util);
     return ParseDfuListing(listing);
 }
 

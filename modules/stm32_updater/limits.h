@@ -35,7 +35,8 @@ inline constexpr uint8_t kMcuId = 1;
 // size has no room for a trailer.
 inline constexpr size_t kTrailerSize = 8;
 
-// An image is padded with zero bytes to a multiple of this: the bootloader takes whole words only.
+// An image is padded with zero bytes to a multiple of this. AN3155 asks for whole words; what a
+// chip's flash needs beyond that is for the image's builder, and bundle_check reports it.
 inline constexpr size_t kWordSize = 4;
 
 // The smallest file that becomes an image with room for a trailer when it is padded.
@@ -55,6 +56,10 @@ inline constexpr Milliseconds kExtendedEraseTimeout{5000};
 // How long the reset line is held, and how long the bootloader then has to start.
 inline constexpr Milliseconds kResetPause{100};
 inline constexpr Milliseconds kBootPause{200};
+
+// The most pages that one (short) Erase can name: the count is one byte, the number of pages minus
+// 1, and 0xFF in it means the whole flash (AN3155). The engine does not look at it.
+inline constexpr size_t kMaxShortErasePages = 255;
 
 // Progress is reported at each multiple of this many bytes.
 inline constexpr size_t kProgressStep = 0x2000;

@@ -4,9 +4,11 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QStandardPaths>
+#include <QTemporaryFile>
 #include <QThread>
 #include <QTimer>
 #include <algorithm>
+#include <cstdio>
 #include <iterator>
 #include <utility>
 
@@ -17,17 +19,30 @@
 namespace stm32_updater {
 namespace {
 
-// The tool can still write to the channel, but nothing accumulates here.
-void DiscardOutput(QProcess& process, QProcess::ProcessChannel channel)
+constexpr QLatin1String kTool("dfu-util");
+
+char const* GetEnd(QProcess const& process)
 {
-    process.closeReadChannel(channel);
+    if (process.error() == QProcess::FailedToStart) {
+        return "not-started";
+    }
+    return process.exitStatus() == QProcess::NormalExit ? "normal" : "crashed";
+}
+
+bool IsThere(QFileInfo const& file)
+{
+    return file.exists() || file.isSymLink();
 }
 
 // Removes the file of an earlier run, which must not pass for this unit's area; the tool overwrites
-// no file anyway. False when the file is still there.
+// no file anyway. False when something is still there.
 bool RemoveLeftFile(QString const& path)
 {
-    if (!QFileInfo(path).isFile() || QFile::remove(path) || !QFileInfo(path).isFile()) {
+    QFileInfo const found(path);
+    if ((found.isFile() || found.isSymLink()) && QFile::remove(path)) {
+        return true;
+    }
+    if (!IsThere(QFileInfo(path))) {
         return true;
     }
     qWarning().noquote() << "the OTP area is not read:" << path
@@ -35,11 +50,27 @@ bool RemoveLeftFile(QString const& path)
     return false;
 }
 
-std::vector<std::byte> TakeFile(QString const& path)
+// Anybody can put a file into a shared temporary folder. A file is believed only if it belongs to
+// this user and was written since `marker`, which this user created in the same folder just before
+// the tool ran. A link may lead to somebody else's file, and a pipe would block its reader.
+bool IsOfThisRun(QFileInfo const& file, QFileInfo const& marker)
 {
+    return file.isFile() && !file.isSymLink() && file.ownerId() == marker.ownerId() &&
+           file.lastModified() >= marker.lastModified();
+}
+
+std::vector<std::byte> TakeFile(QString const& path, QFileInfo const& marker)
+{
+    QFileInfo const found(path);
+    if (!IsOfThisRun(found, marker)) {
+        if (IsThere(found)) {
+            qWarning().noquote() << "the OTP area is not read:" << path
+                                 << "was not written by this run of dfu-util";
+        }
+        return {};
+    }
     QFile file(path);
-    // A pipe in the file's place would block until somebody writes to it.
-    if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly)) {
+    if (!file.open(QIODevice::ReadOnly)) {
         return {};
     }
     auto const content = file.readAll();
@@ -62,9 +93,9 @@ Stm32DfuUtilUpdater::Stm32DfuUtilUpdater(QObject* parent, QString device, QStrin
       device_(std::move(device)),
       times_(times)
 {
-    // The tool's error messages go to the terminal that started this program.
-    process_->setProcessChannelMode(QProcess::ForwardedErrorChannel);
     connect(process_, &QProcess::readyReadStandardOutput, this, &Stm32DfuUtilUpdater::FollowOutput);
+    connect(process_, &QProcess::readyReadStandardError, this, &Stm32DfuUtilUpdater::FollowErrors);
+    connect(process_, &QProcess::errorOccurred, this, &Stm32DfuUtilUpdater::onProcessError);
     connect(process_, &QProcess::finished, this, &Stm32DfuUtilUpdater::onProcessFinished);
 }
 
@@ -79,9 +110,12 @@ bool Stm32DfuUtilUpdater::Update(std::string file_path, unsigned int address)
             static_cast<Qt::ConnectionType>(Qt::DirectConnection | Qt::UniqueConnection));
 
     output_.clear();
-    process_->start(dfu_util_path_,
-                    GetDownloadArguments(device_, QString::fromStdString(file_path), address),
-                    QIODevice::ReadWrite);
+    facts_ = {};
+    since_start_.start();
+    auto const arguments =
+        GetDownloadArguments(device_, QString::fromStdString(file_path), address);
+    RecordStart(arguments);
+    process_->start(dfu_util_path_, arguments, QIODevice::ReadWrite);
     running_ = true;
     erasing_ = true;
     Q_EMIT EraseStarted();
@@ -92,14 +126,21 @@ bool Stm32DfuUtilUpdater::Update(std::string file_path, unsigned int address)
 void Stm32DfuUtilUpdater::WaitForDownload()
 {
     constexpr int kWithoutLimit = -1;
-    // Nothing looks at the output any more.
-    DiscardOutput(*process_, QProcess::StandardOutput);
     process_->waitForFinished(kWithoutLimit);
 }
 
 void Stm32DfuUtilUpdater::FollowOutput()
 {
-    AppendToTail(output_, process_->readAllStandardOutput());
+    auto const bytes = process_->readAllStandardOutput();
+    RecordOutput(bytes);
+    AppendToTail(output_, bytes);
+}
+
+void Stm32DfuUtilUpdater::FollowErrors()
+{
+    auto const bytes = process_->readAllStandardError();
+    RecordErrors(bytes);
+    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stderr);
 }
 
 void Stm32DfuUtilUpdater::ReadOutputLater()
@@ -114,8 +155,10 @@ void Stm32DfuUtilUpdater::ReadOutput()
         return;
     }
     if (auto const percentage = FindDownloadPercentage(std::exchange(output_, {}))) {
+        facts_.percent = *percentage;
         if (erasing_) {
             erasing_ = false;
+            facts_.erase_time = std::chrono::milliseconds(since_start_.elapsed());
             Q_EMIT EraseFinished();
         }
         Q_EMIT ProgressUpdate(*percentage);
@@ -123,9 +166,24 @@ void Stm32DfuUtilUpdater::ReadOutput()
     ReadOutputLater();
 }
 
-void Stm32DfuUtilUpdater::onProcessFinished(int /*exit_code*/, QProcess::ExitStatus status)
+void Stm32DfuUtilUpdater::onProcessError(QProcess::ProcessError error)
+{
+    if (error == QProcess::FailedToStart) {
+        facts_.start_error = process_->errorString();
+        RecordEnd(*process_, GetEnd(*process_));
+        if (failed_start_) {
+            failed_start_();
+        }
+    }
+}
+
+void Stm32DfuUtilUpdater::onProcessFinished(int exit_code, QProcess::ExitStatus status)
 {
     running_ = false;
+    facts_.write_time = std::chrono::milliseconds(since_start_.elapsed()) - facts_.erase_time;
+    facts_.crashed = status == QProcess::CrashExit;
+    facts_.exit_code = exit_code;
+    RecordEnd(*process_, GetEnd(*process_));
     Q_EMIT UpdateFinished(status == QProcess::NormalExit);
 }
 
@@ -136,15 +194,74 @@ std::vector<std::byte> Stm32DfuUtilUpdater::GetOtp(unsigned address, unsigned lo
     if (!RemoveLeftFile(path)) {
         return {};
     }
-    QProcess dfu_util;
-    dfu_util.start(dfu_util_path_, GetOtpArguments(device_, path, address, size),
-                   QIODevice::ReadWrite);
-    DiscardOutput(dfu_util, QProcess::StandardOutput);
-    DiscardOutput(dfu_util, QProcess::StandardError);
-    // The outcome does not matter: what counts is the file.
-    dfu_util.waitForFinished(static_cast<int>(times_.otp_limit.count()));
-    KillIfRunning(dfu_util);
-    return TakeFile(path);
+    QTemporaryFile marker(path + QStringLiteral(".XXXXXX"));
+    if (!marker.open()) {
+        qWarning().noquote() << "the OTP area is not read:" << marker.errorString();
+        return {};
+    }
+    RunForOtp(GetOtpArguments(device_, path, address, size));
+    auto otp = TakeFile(path, QFileInfo(marker));
+    if (!otp.empty()) {
+        auto const line = record_->AddLine(kTool + QLatin1String(" file"),
+                                           QStringLiteral("the OTP area as the tool wrote it"));
+        record_->AddBytes(line, record::Direction::kIn, otp);
+    }
+    return otp;
+}
+
+void Stm32DfuUtilUpdater::RunForOtp(QStringList const& arguments)
+{
+    facts_ = {};
+    auto const dfu_util = MakeChildProcess();
+    // Nothing accumulates here, however much the tool prints.
+    connect(dfu_util.get(), &QProcess::readyReadStandardOutput, this,
+            [this, &dfu_util] { RecordOutput(dfu_util->readAllStandardOutput()); });
+    connect(dfu_util.get(), &QProcess::readyReadStandardError, this,
+            [this, &dfu_util] { RecordErrors(dfu_util->readAllStandardError()); });
+    RecordStart(arguments);
+    dfu_util->start(dfu_util_path_, arguments, QIODevice::ReadWrite);
+    // The outcome matters to nobody but support: what counts is the file.
+    auto const ended = dfu_util->waitForFinished(static_cast<int>(times_.otp_limit.count()));
+    if (!ended) {
+        facts_.start_error = dfu_util->errorString();
+    }
+    auto const is_late = dfu_util->state() != QProcess::NotRunning;
+    KillIfRunning(*dfu_util);
+    facts_.crashed = dfu_util->exitStatus() == QProcess::CrashExit;
+    facts_.exit_code = dfu_util->exitCode();
+    RecordEnd(*dfu_util, is_late ? "killed" : GetEnd(*dfu_util));
+}
+
+void Stm32DfuUtilUpdater::RecordStart(QStringList const& arguments)
+{
+    auto const line = record_->AddLine(
+        kTool,
+        QStringLiteral("USB DFU, %1: the tool's arguments and standard output").arg(device_));
+    QByteArray bytes;
+    for (auto const& argument : arguments) {
+        bytes += argument.toUtf8() + '\0';
+    }
+    record_->AddBytes(line, record::Direction::kOut, bytes);
+}
+
+void Stm32DfuUtilUpdater::RecordOutput(QByteArray const& bytes)
+{
+    record_->AddBytes(record_->AddLine(kTool, {}), record::Direction::kIn, bytes);
+}
+
+void Stm32DfuUtilUpdater::RecordErrors(QByteArray const& bytes)
+{
+    AppendToTail(facts_.errors, bytes);
+    auto const line = record_->AddLine(kTool + QLatin1String(" stderr"),
+                                       QStringLiteral("the tool's standard error"));
+    record_->AddBytes(line, record::Direction::kIn, bytes);
+}
+
+void Stm32DfuUtilUpdater::RecordEnd(QProcess const& process, char const* status)
+{
+    record_->AddEvent({QLatin1String(record::events::kExit),
+                       {{QLatin1String(record::fields::kCode), QString::number(process.exitCode())},
+                        {QLatin1String(record::fields::kStatus), QLatin1String(status)}}});
 }
 
 bool Stm32DfuUtilUpdater::Update(std::span<std::byte const> /*image*/,

@@ -4,24 +4,39 @@
 #pragma once
 
 #include <QByteArray>
+#include <QElapsedTimer>
 #include <QObject>
 #include <QProcess>
 #include <QString>
+#include <QStringList>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string>
 #include <vector>
 
 #include "modules/stm32_updater/i_stm32_updater.h"
 #include "modules/stm32_updater/limits.h"
+#include "record/sink.h"
 
 namespace stm32_updater {
 
 struct DfuUtilTimes {
     std::chrono::milliseconds poll = kDfuPollInterval;  // between two looks at a download's output
     std::chrono::milliseconds otp_limit = kDfuOtpTimeout;  // for a whole read of the OTP area
+};
+
+// What is known about the last run of the tool, for whoever explains it afterwards.
+struct DfuUtilFacts {
+    std::chrono::milliseconds erase_time{0};  // of a download: until its first percentage was seen
+    std::chrono::milliseconds write_time{0};  // of a download: from then on
+    int percent = 0;                          // of a download, as last seen
+    bool crashed = false;                     // or killed
+    int exit_code = 0;                        // unless it crashed
+    QString start_error;                      // empty for a tool that was started
+    QByteArray errors;                        // the last that it printed to standard error
 };
 
 // Everything runs on the thread to which the object belongs; a download needs that thread's event
@@ -35,6 +50,10 @@ public:
     Stm32DfuUtilUpdater(QObject* parent, QString device, QString dfu_util_path,
                         DfuUtilTimes times = {});
 
+    // From now on each run of the tool is recorded: its arguments, what it prints, the OTP area and
+    // how it ended. `record` must outlive this object.
+    void SetRecord(record::ISink& record) { record_ = &record; }
+
     // Writes a file to flash at `address`. Only starts the tool and always returns true; the
     // signals report the rest. Must not be called while a download runs. For a tool that cannot be
     // started, EraseStarted remains the only signal.
@@ -42,7 +61,8 @@ public:
 
     // Reads the OTP area into a file in the temporary directory, and that file into memory. Blocks
     // for up to the limit. Returns what the tool wrote, even if that is not `size` bytes; empty on
-    // failure. The file is removed before and after; if that fails before, the tool does not run.
+    // failure, and if the file is not this user's or not of this run. The file is removed before
+    // and after; if that fails before, the tool does not run.
     std::vector<std::byte> GetOtp(unsigned address, unsigned long size) override;
 
     // The tool cannot write an image from memory: these do nothing and return false.
@@ -61,6 +81,11 @@ public:
     // has ended.
     void ReadOutput();
 
+    DfuUtilFacts const& Facts() const { return facts_; }
+
+    // Called when the tool of a download cannot be started: no signal reports that.
+    void SetStartFailureHandler(std::function<void()> handler) { failed_start_ = handler; }
+
 Q_SIGNALS:
     void EraseStarted();
     // The first download bar was seen; the tool's own messages about erasing are ignored.
@@ -75,8 +100,17 @@ public Q_SLOTS:
 
 private:
     void WaitForDownload();
+    // Returns when the tool has ended or was killed.
+    void RunForOtp(QStringList const& arguments);
     // Reads the output as it comes: what accumulates between two looks must stay bounded.
     void FollowOutput();
+    // Passes the tool's error messages on to the terminal that started this program.
+    void FollowErrors();
+    void onProcessError(QProcess::ProcessError error);
+    void RecordStart(QStringList const& arguments);
+    void RecordOutput(QByteArray const& bytes);
+    void RecordErrors(QByteArray const& bytes);
+    void RecordEnd(QProcess const& process, char const* status);
     void ReadOutputLater();
 
     QString dfu_util_path_;
@@ -86,6 +120,10 @@ private:
     bool erasing_ = false;
     QByteArray output_;  // the last of what was printed since the last look
     DfuUtilTimes times_;
+    DfuUtilFacts facts_;
+    QElapsedTimer since_start_;
+    std::function<void()> failed_start_;
+    record::ISink* record_ = &record::NoSink();
 };
 
 }  // namespace stm32_updater

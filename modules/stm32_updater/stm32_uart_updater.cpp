@@ -26,12 +26,38 @@ constexpr uint8_t kProtocolVersion33 = 0x33;
 constexpr std::array kBootModeMarker{std::byte{'P'}, std::byte{'U'}, std::byte{'W'},
                                      std::byte{'F'}};
 
-// The default argument makes the location that of the caller, which the text then names.
-[[noreturn]] void Fail(std::string const& message,
-                       std::source_location const& location = std::source_location::current())
+std::string DescribeMissing(size_t expected, std::span<std::byte const> received,
+                            Milliseconds timeout)
 {
-    throw kelvane::ExceptionString(message.c_str(), location);
+    if (received.empty()) {
+        return fmt::format("no answer within {} ms", timeout.count());
+    }
+    std::string bytes;
+    for (auto const value : received) {
+        bytes += fmt::format(" {:02x}", std::to_integer<unsigned>(value));
+    }
+    return fmt::format("{} of {} bytes came, then nothing for {} ms:{}", received.size(), expected,
+                       timeout.count(), bytes);
 }
+
+// Sets `time` to how long it existed, also when an exception ends it.
+class Stopwatch {
+public:
+    Stopwatch(Waits const& waits, std::chrono::milliseconds& time)
+        : waits_(waits), time_(time), start_(waits.now())
+    {}
+    ~Stopwatch()
+    {
+        time_ = std::chrono::duration_cast<std::chrono::milliseconds>(waits_.now() - start_);
+    }
+    Stopwatch(Stopwatch const&) = delete;
+    Stopwatch& operator=(Stopwatch const&) = delete;
+
+private:
+    Waits const& waits_;
+    std::chrono::milliseconds& time_;
+    std::chrono::steady_clock::time_point start_;
+};
 
 }  // namespace
 
@@ -76,6 +102,7 @@ bool Stm32UartUpdater::ConnectDevice()
     saved_setup_ = uart_.GetSetup();
     uart_.Setup(rate_, hal::uart::IUartDriver::Settings::k8E1);
     Subscribe();
+    facts_ = {};
     try {
         Connect();
         return true;
@@ -94,6 +121,7 @@ void Stm32UartUpdater::DisconnectDevice()
 std::vector<std::byte> Stm32UartUpdater::GetOtp(unsigned address, unsigned long size)
 {
     std::vector<std::byte> otp;
+    facts_.failure.clear();
     try {
         while (otp.size() < size) {
             auto const rest = size - otp.size();
@@ -113,6 +141,7 @@ void Stm32UartUpdater::ExitDfu(unsigned start_address, unsigned boot_mode_addres
     auto const setup = uart_.GetSetup();
     uart_.Setup(rate_, hal::uart::IUartDriver::Settings::k8E1);
     Subscribe();
+    facts_.failure.clear();
     try {
         CmdWrite(boot_mode_address, kBootModeMarker);
         JumpTo(start_address);
@@ -129,6 +158,43 @@ void Stm32UartUpdater::SendFailureLog(char const* text)
     etl::string<256> line;
     fmt::format_to(std::back_inserter(line), "{}", text);
     detail::DoLog(common::log_level_t::kError, line);
+}
+
+// ---- What is noted for whoever explains a failure ----
+
+void Stm32UartUpdater::Begin(char const* name, char const* request)
+{
+    command_name_ = name;
+    request_ = request;
+    address_.reset();
+}
+
+void Stm32UartUpdater::Fail(std::string const& message, std::string const& cause,
+                            std::source_location const& location)
+{
+    facts_.failure = DescribeStep() + ": " + cause;
+    throw kelvane::ExceptionString(message.c_str(), location);
+}
+
+std::string Stm32UartUpdater::DescribeStep() const
+{
+    if (!address_) {
+        return request_;
+    }
+    auto const step = fmt::format("{} at 0x{:08X}", request_, *address_);
+    auto const body_size = facts_.image_size - std::min(facts_.image_size, kTrailerSize);
+    auto const offset = size_t{*address_ - image_address_};
+    if (facts_.image_size == 0 || *address_ < image_address_ || offset > body_size) {
+        return step;
+    }
+    auto const body_blocks = (body_size + kMaxBlock - 1) / kMaxBlock;
+    auto const block = offset == body_size ? body_blocks : offset / kMaxBlock;
+    return step + fmt::format(", block {} of {}", block + 1, body_blocks + 1);
+}
+
+std::chrono::milliseconds Stm32UartUpdater::TimeSinceSent() const
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(waits_.now() - sent_at_);
 }
 
 // ---- The session ----
@@ -151,22 +217,26 @@ uint16_t Stm32UartUpdater::Connect()
     waits_.pause(kBootPause);
     second_hook_();
 
-    command_name_ = "Init con";
+    Begin("Init con", "the first byte, 0x7F");
     SendToDfu(std::array{kSyncByte});
     WaitForDfuAck(kAnswerTimeout);
 
     auto const supported = CmdGet();
     commands_ = static_cast<uint16_t>(supported >> 16);
     auto const version = static_cast<uint8_t>(supported & 0xFF);
+    facts_.bootloader_version = version;
     if (version != kProtocolVersion31 && version != kProtocolVersion33) {
-        Fail(fmt::format("protocol version wrong: 0x{:02x}", version));
+        Fail(fmt::format("protocol version wrong: 0x{:02x}", version),
+             fmt::format("bootloader version 0x{:02x} is not supported", version));
     }
     get_variant_ = version == kProtocolVersion31 ? 14 : 15;
 
     auto const product_id = CmdGetId();
+    facts_.product_id = product_id;
     auto const* config = FindFlashConfig(product_id);
     if (config == nullptr) {
-        Fail(fmt::format("product ID not supported: 0x{:04x}", product_id));
+        Fail(fmt::format("product ID not supported: 0x{:04x}", product_id),
+             fmt::format("product id 0x{:04x} is not supported", product_id));
     }
     flash_config_ = *config;
     return product_id;
@@ -183,6 +253,11 @@ bool Stm32UartUpdater::DoUpdate(std::span<std::byte const> image, ProgressCallba
     }
     try {
         progress_ = progress;
+        facts_.failure.clear();
+        facts_.image_size = image.size();
+        facts_.written = 0;
+        facts_.refused_blocks = 0;
+        image_address_ = address;
         progress_(State::kProgramming, 0);
         // The value is not needed, but a bootloader without this command is not the expected one.
         CmdGetVerRops();
@@ -198,8 +273,10 @@ bool Stm32UartUpdater::DoUpdate(std::span<std::byte const> image, ProgressCallba
 
 void Stm32UartUpdater::EraseFlash(size_t image_size)
 {
+    Stopwatch const stopwatch(waits_, facts_.erase_time);
     if (!flash_config_) {
-        Fail(fmt::format("no chip identified, command {}", command_name_));
+        Fail(fmt::format("no chip identified, command {}", command_name_),
+             "the chip was not identified before");
     }
     auto const size = static_cast<int32_t>(image_size);
     auto const page_size = static_cast<int32_t>(flash_config_->page_size);
@@ -228,6 +305,7 @@ void Stm32UartUpdater::EraseFlash(size_t image_size)
 
 void Stm32UartUpdater::WriteImage(std::span<std::byte const> image, unsigned address)
 {
+    Stopwatch const stopwatch(waits_, facts_.write_time);
     auto const body_size = image.size() - kTrailerSize;
     std::array<std::byte, kTrailerSize> trailer{};
     std::copy_n(image.subspan(body_size).begin(), 4, trailer.begin());
@@ -248,6 +326,8 @@ void Stm32UartUpdater::RunClosingHooks()
 
 void Stm32UartUpdater::JumpTo(uint32_t start_address)
 {
+    request_ = "Go";
+    address_ = start_address;
     SendCommand(Command::kGo);
     WaitForDfuAck(kAnswerTimeout);
     // The firmware starts at once, so the answer to the address is not waited for.
@@ -258,7 +338,7 @@ void Stm32UartUpdater::JumpTo(uint32_t start_address)
 
 uint32_t Stm32UartUpdater::CmdGet()
 {
-    command_name_ = "Get";
+    Begin("Get", "Get");
     SendCommand(Command::kGet);
     WaitForDfuAck(kAnswerTimeout);
     auto const n = WaitForNBytesToReceive(kAnswerTimeout);
@@ -274,9 +354,10 @@ uint32_t Stm32UartUpdater::CmdGet()
 
 std::byte Stm32UartUpdater::CmdGetVerRops()
 {
-    command_name_ = "Get Ver Rops";
+    Begin("Get Ver Rops", "Get Version");
     if ((commands_ & GetCommandBit(Command::kGetVersionReadProtection)) == 0) {
-        Fail(fmt::format("Invalid DFU version, command {}", command_name_));
+        Fail(fmt::format("Invalid DFU version, command {}", command_name_),
+             "the bootloader does not list this command");
     }
     SendCommand(Command::kGetVersionReadProtection);
     WaitForDfuAck(kAnswerTimeout);
@@ -287,12 +368,13 @@ std::byte Stm32UartUpdater::CmdGetVerRops()
 
 uint16_t Stm32UartUpdater::CmdGetId()
 {
-    command_name_ = "Get ID";
+    Begin("Get ID", "Get ID");
     SendCommand(Command::kGetId);
     WaitForDfuAck(kAnswerTimeout);
     auto const n = WaitForNBytesToReceive(kAnswerTimeout);
     if (n >= 3) {
-        Fail(fmt::format("Too many bytes, not {}", n));
+        Fail(fmt::format("Too many bytes, not {}", n),
+             fmt::format("{} bytes announced, 2 expected", n));
     }
     uint16_t product_id = 0;
     for (auto const part : WaitForData(n, kAnswerTimeout)) {
@@ -304,11 +386,13 @@ uint16_t Stm32UartUpdater::CmdGetId()
 
 std::span<std::byte const> Stm32UartUpdater::CmdRead(uint32_t address, size_t n)
 {
-    command_name_ = "Read";
+    Begin("Read", "Read Memory");
     // The command can request more than rx_data_ holds.
     if (n > kRxCapacity) {
-        Fail(fmt::format("Too many bytes to receive, command {}", command_name_));
+        Fail(fmt::format("Too many bytes to receive, command {}", command_name_),
+             fmt::format("{} bytes requested, {} at most", n, kRxCapacity));
     }
+    address_ = address;
     SendCommand(Command::kReadMemory);
     WaitForDfuAck(kAnswerTimeout);
     SendToDfu(GetAddressBytes(address));
@@ -323,11 +407,12 @@ void Stm32UartUpdater::CmdWrite(uint32_t address, std::span<std::byte const> con
     if (data.empty()) {
         return;
     }
-    command_name_ = "Write";
+    Begin("Write", "Write Memory");
     for (size_t offset = 0; offset < data.size();) {
         auto const block = data.subspan(offset, std::min(data.size() - offset, kMaxBlock));
         WriteBlock(address + static_cast<uint32_t>(offset), block);
         offset += block.size();
+        facts_.written += block.size();
         if (offset % kProgressStep == 0) {
             progress_(State::kProgramming, static_cast<unsigned>(offset * 100 / data.size()));
         }
@@ -337,9 +422,11 @@ void Stm32UartUpdater::CmdWrite(uint32_t address, std::span<std::byte const> con
 void Stm32UartUpdater::WriteBlock(uint32_t address, std::span<std::byte const> block)
 {
     auto const too_many = [this] {
-        Fail(fmt::format("{} NACKs received, command {}", kMaxRefusals, command_name_));
+        Fail(fmt::format("{} NACKs received, command {}", kMaxRefusals, command_name_),
+             fmt::format("refused {} times (NACK)", kMaxRefusals + 1));
     };
-    for (unsigned nacks = 0;; ++nacks) {
+    address_ = address;
+    for (unsigned nacks = 0;; ++nacks, ++facts_.refused_blocks) {
         if (nacks > kMaxRefusals) {
             too_many();
         }
@@ -348,6 +435,7 @@ void Stm32UartUpdater::WriteBlock(uint32_t address, std::span<std::byte const> b
                 too_many();
             }
             ++nacks;
+            ++facts_.refused_blocks;
         }
         SendToDfu(GetWriteBytes(block));
         if (WaitForDfuAckNack(kAnswerTimeout)) {
@@ -368,7 +456,7 @@ bool Stm32UartUpdater::StartWrite(uint32_t address)
 
 void Stm32UartUpdater::CmdErase(std::span<std::byte const> const& pages)
 {
-    command_name_ = "Erase";
+    Begin("Erase", "Erase");
     SendCommand(Command::kErase);
     WaitForDfuAck(kAnswerTimeout);
     SendToDfu(GetEraseBytes(pages));
@@ -377,7 +465,7 @@ void Stm32UartUpdater::CmdErase(std::span<std::byte const> const& pages)
 
 void Stm32UartUpdater::CmdEraseExt(std::span<uint16_t const> const& pages)
 {
-    command_name_ = "Erase Ext";
+    Begin("Erase Ext", "Extended Erase");
     SendCommand(Command::kExtendedErase);
     WaitForDfuAck(kAnswerTimeout);
     SendToDfu(GetExtendedEraseBytes(pages));
@@ -390,6 +478,7 @@ void Stm32UartUpdater::SendToDfu(std::span<std::byte const> const& data)
 {
     if (!data.empty()) {
         uart_.Transmit(data);
+        sent_at_ = waits_.now();
     }
 }
 
@@ -401,7 +490,8 @@ void Stm32UartUpdater::SendCommand(Command command)
 void Stm32UartUpdater::WaitForDfuAck(Milliseconds timeout)
 {
     if (!WaitForDfuAckNack(timeout)) {
-        Fail(fmt::format("NACK received, command {}", command_name_));
+        Fail(fmt::format("NACK received, command {}", command_name_),
+             fmt::format("refused (NACK) after {} ms", TimeSinceSent().count()));
     }
 }
 
@@ -412,7 +502,9 @@ bool Stm32UartUpdater::WaitForDfuAckNack(Milliseconds timeout)
         LearnAck(answer);
     }
     if (answer != ack_byte_ && answer != nack_byte_) {
-        Fail(fmt::format("Invalid ACK/NACK received 0x{:02x}, command {}", answer, command_name_));
+        Fail(fmt::format("Invalid ACK/NACK received 0x{:02x}, command {}", answer, command_name_),
+             fmt::format("0x{:02x} after {} ms, ACK 0x{:02x} or NACK 0x{:02x} expected", answer,
+                         TimeSinceSent().count(), ack_byte_, nack_byte_));
     }
     return answer == ack_byte_;
 }
@@ -428,7 +520,9 @@ void Stm32UartUpdater::LearnAck(uint8_t answer)
             nack_byte_ = 0x3F;
             break;
         default:
-            Fail(fmt::format("Invalid ACK byte setup 0x{:02x}, command {}", answer, command_name_));
+            Fail(fmt::format("Invalid ACK byte setup 0x{:02x}, command {}", answer, command_name_),
+                 fmt::format("0x{:02x} after {} ms, ACK 0x79 or 0x75 expected", answer,
+                             TimeSinceSent().count()));
     }
     ack_byte_ = answer;
     ack_learned_ = true;
@@ -438,7 +532,8 @@ size_t Stm32UartUpdater::WaitForNBytesToReceive(Milliseconds timeout)
 {
     auto const last = std::to_integer<size_t>(WaitForData(1, timeout)[0]);
     if (last >= kRxCapacity) {
-        Fail(fmt::format("Too many bytes to receive, command {}", command_name_));
+        Fail(fmt::format("Too many bytes to receive, command {}", command_name_),
+             fmt::format("{} bytes announced, {} at most", last + 1, kRxCapacity));
     }
     return last + 1;
 }
@@ -450,8 +545,13 @@ std::span<std::byte const> Stm32UartUpdater::WaitForData(size_t n, Milliseconds 
         if (auto const value = rx_queue_.Pop()) {
             rx_data_.push_back(*value);
         } else if (!waits_.acquire(rx_signal_, timeout)) {
-            Fail(fmt::format("receive timeout for {} bytes, command {}", n, command_name_));
+            Fail(fmt::format("receive timeout for {} bytes, command {}", n, command_name_),
+                 DescribeMissing(n, rx_data_, timeout));
         }
+    }
+    if (auto const time = TimeSinceSent(); n > 0 && time > facts_.slowest_answer) {
+        facts_.slowest_answer = time;
+        facts_.slowest_request = request_;
     }
     return rx_data_;
 }

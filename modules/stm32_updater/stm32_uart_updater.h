@@ -3,11 +3,13 @@
 // are made in command_bytes.h; the line is whatever implements hal::uart::IUartDriver.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <mutex>
 #include <optional>
+#include <source_location>
 #include <span>
 #include <string>
 #include <vector>
@@ -18,6 +20,7 @@
 #include "modules/stm32_updater/i_stm32_updater.h"
 #include "modules/stm32_updater/limits.h"
 #include "modules/stm32_updater/rx_queue.h"
+#include "modules/stm32_updater/session_facts.h"
 #include "runtime/i_dispatcher.h"
 #include "runtime/task.h"
 #include "runtime/time.h"
@@ -36,6 +39,11 @@ struct Waits {
     // Blocks for `duration`.
     std::function<void(Milliseconds duration)> pause = [](Milliseconds duration) {
         kelvane::time::delay(duration);
+    };
+
+    // Only measures: nothing that the engine does depends on it.
+    std::function<std::chrono::steady_clock::time_point()> now = [] {
+        return std::chrono::steady_clock::now();
     };
 };
 
@@ -74,11 +82,23 @@ public:
     bool ConnectDevice() override;
     void DisconnectDevice() override;
 
+    // Since the last ConnectDevice. Only on the thread of the operations, and between them.
+    SessionFacts const& Facts() const { return facts_; }
+
 private:
     // The session (ConnectDevice).
     uint16_t Connect();
     void Subscribe();
     void SendFailureLog(char const* text);
+
+    // `name` goes into the error texts, `request` into the facts: AN3155's own name.
+    void Begin(char const* name, char const* request);
+    // Notes the cause, and throws the message. The default argument makes the location that of the
+    // caller, which the message then names.
+    [[noreturn]] void Fail(std::string const& message, std::string const& cause,
+                           std::source_location const& location = std::source_location::current());
+    std::string DescribeStep() const;
+    std::chrono::milliseconds TimeSinceSent() const;
 
     // The update, step by step.
     bool DoUpdate(std::span<std::byte const> image, ProgressCallback const& progress,
@@ -138,6 +158,12 @@ private:
     Rate rate_;
     Waits waits_;
     char const* command_name_ = "";
+
+    SessionFacts facts_;
+    char const* request_ = "";         // that is in progress, for the facts
+    std::optional<uint32_t> address_;  // of that request
+    uint32_t image_address_ = 0;       // of the last Update
+    std::chrono::steady_clock::time_point sent_at_;
 };
 
 }  // namespace stm32_updater

@@ -10,6 +10,8 @@
 #   FW_NOTARY_PROFILE  the name under which `xcrun notarytool store-credentials` stored the credentials;
 #                      or instead an App Store Connect key:
 #   FW_NOTARY_KEY, FW_NOTARY_KEY_ID, FW_NOTARY_ISSUER  its file, id and issuer
+#   FW_BUNDLE_CHECK    the program bundle_check; if not set, the one in PATH
+#   FW_BENCH_PACKAGE   ON: the image is for benches and may carry firmware that is not for customers
 # The exit status is 0 if SIGNED.dmg can be shipped, 1 if not, and 2 if the arguments or the environment
 # are wrong.
 set -euo pipefail
@@ -45,9 +47,11 @@ read_credentials() {
 
 check_for_tools() {
     local tool
-    for tool in codesign xcrun spctl hdiutil ditto otool file; do
+    for tool in codesign xcrun spctl hdiutil ditto otool lipo file; do
         command -v "$tool" >/dev/null || usage_error "$tool was not found; is this a Mac with Xcode's tools?"
     done
+    command -v "$bundle_check" >/dev/null ||
+        usage_error "bundle_check was not found; set FW_BUNDLE_CHECK to the program in its disk image"
 }
 
 unpack() {
@@ -93,22 +97,42 @@ check_tool() {
     [ ! -e "$tool" ] || is_program "$tool" || fail "dfu-util is not a program for macOS"
 }
 
+# read_plist KEY: the text of a key in the application's Info.plist.
+read_plist() {
+    tr -d '[:space:]' <"$app/Contents/Info.plist" | sed -n "s/.*<key>$1<\/key><string>\([^<]*\)<.*/\1/p"
+}
+
+# What bundle_check calls an error never reaches a customer, nor does firmware for others.
+check_bundle() {
+    local rules=(--package-version "$(read_plist CFBundleShortVersionString)") status=0
+    [ "${FW_BENCH_PACKAGE:-}" = ON ] || rules+=(--for-customers)
+    "$bundle_check" "${rules[@]}" "$app" || status=$?
+    # 1: warnings only.
+    [ "$status" -le 1 ] || fail "bundle_check refuses the application ($status); its report is above"
+}
+
+# Code that lacks one of the program's processors is not loaded on a Mac with that processor.
+check_processors() {
+    local processors path
+    read -ra processors <<<"$(lipo -archs "$main_program")"
+    [ ${#processors[@]} -gt 0 ] || fail "$main_program names no processor"
+    while IFS= read -r path; do
+        [ -f "$path" ] || continue
+        lipo "$path" -verify_arch "${processors[@]}" ||
+            fail "$path is not for all processors of the program: ${processors[*]}"
+    done <"$work/inner_code"
+}
+
 # A library on the build computer does not exist on a customer's.
 check_libraries() {
     local path outside
     while IFS= read -r path; do
         [ -f "$path" ] || continue
-        outside=$(otool -L "$path")
+        outside=$(otool -arch all -L "$path")
         outside=$(sed -n 's/^[[:space:]]\{1,\}\(.*\) (compatibility.*/\1/p' <<<"$outside" |
             grep -Ev '^(@rpath|@executable_path|@loader_path|/usr/lib|/System/Library)/' || true)
         [ -z "$outside" ] || fail "$path needs a library from outside the bundle: $outside"
     done < <(cat "$work/inner_code"; echo "$main_program")
-}
-
-# The oldest macOS that the application declares: LSMinimumSystemVersion.
-read_oldest_system() {
-    tr -d '[:space:]' <"$app/Contents/Info.plist" |
-        sed -n 's/.*<key>LSMinimumSystemVersion<\/key><string>\([0-9.]*\)<.*/\1/p'
 }
 
 # newer_than VERSION: prints the systems in otool's list of load commands that are newer than VERSION.
@@ -128,7 +152,7 @@ newer_than() {
 # An older macOS does not even load code that was built for a newer one.
 check_systems() {
     local oldest path commands newer
-    oldest=$(read_oldest_system)
+    oldest=$(read_plist LSMinimumSystemVersion)
     [ -n "$oldest" ] || fail "Info.plist names no LSMinimumSystemVersion"
     while IFS= read -r path; do
         [ -f "$path" ] || continue
@@ -206,6 +230,7 @@ unsigned=$1
 signed=$2
 [ -f "$unsigned" ] || usage_error "$unsigned does not exist"
 [ ! -e "$signed" ] || usage_error "$signed already exists"
+bundle_check=${FW_BUNDLE_CHECK:-bundle_check}
 read_credentials
 check_for_tools
 
@@ -220,6 +245,8 @@ main_program=$app/Contents/MacOS/$(basename "$app" .app)
 list_inner_code >"$work/inner_code"
 check_driver
 check_tool
+check_bundle
+check_processors
 check_libraries
 check_systems
 sign_application

@@ -27,6 +27,9 @@ public:
     // owner then takes its port away. False again after Reset().
     bool HasLeft() const { return has_left_; }
 
+    // The unit is on a host again. One that has its own power supply is as it was before.
+    void ComeBack() { has_left_ = false; }
+
     // While silent the unit ignores what it receives. A reset does not end this.
     void SetSilent(bool silent) { silent_ = silent; }
 
@@ -48,6 +51,19 @@ protected:
     // start of the OTP area.
     void AddMemoryOf(Chip const& chip, std::span<std::byte const> otp);
 
+    // The next three are for a system bootloader, after AddMemoryOf().
+
+    // Whether the client may use the memory at `address`: it exists, and is not the bootloader's.
+    bool IsOpen(uint32_t address) const;
+
+    // Whether a write of `size` bytes to `address` is refused because it is not made of whole
+    // programming units.
+    bool RefusesUnits(uint32_t address, size_t size) const;
+
+    // Stores what the memory takes of a write. Returns why the rest is lost, for the journal; empty
+    // when everything is stored. Throws std::out_of_range.
+    std::string StoreWrite(uint32_t address, std::span<std::byte const> data);
+
     // True while the unit ignores what it receives.
     bool HearsNothing() const { return silent_ || hung_; }
     bool IsHung() const { return hung_; }
@@ -64,6 +80,7 @@ protected:
     JournalEntry entry_;
 
 private:
+    Chip chip_{};
     ChipMemory memory_;
     FaultList faults_;
     Journal journal_;

@@ -197,7 +197,7 @@ DfuAnswer DfuseBootloader::Upload(DfuControl const& control)
     } else {
         auto const address = BlockAddress(control.value);
         entry_ = {.command = "read", .address = address, .size = control.length};
-        if (!Memory().Contains(address, control.length)) {
+        if (!IsOpen(address) || !Memory().Contains(address, control.length)) {
             return Stall(DfuStatus::kTarget, "address");
         }
         data = Memory().Read(address, control.length);
@@ -295,7 +295,7 @@ void DfuseBootloader::Begin(TimePoint now)
 void DfuseBootloader::SetAddress()
 {
     entry_ = {.command = "set-address", .address = pending_.address};
-    if (!Memory().KindAt(pending_.address)) {
+    if (!IsOpen(pending_.address)) {
         Fail(static_cast<uint8_t>(DfuStatus::kTarget), "address");
         return;
     }
@@ -330,17 +330,25 @@ std::chrono::microseconds DfuseBootloader::Write()
 {
     auto const& [operation, address, data] = pending_;
     entry_ = {.command = "write", .address = address, .size = data.size()};
-    if (!Memory().Contains(address, data.size())) {
+    if (!IsOpen(address) || !Memory().Contains(address, data.size())) {
         Fail(static_cast<uint8_t>(DfuStatus::kTarget), "address");
+        return {};
+    }
+    if (RefusesUnits(address, data.size())) {
+        Fail(static_cast<uint8_t>(DfuStatus::kWrite), "alignment");
         return {};
     }
     auto busy = options_.times.Program(data.size());
     if (OperationFaultStrikes(FaultMoment::kWrite, busy)) {
         return busy;
     }
-    Memory().Write(address, data);
+    auto lost = StoreWrite(address, data);
+    if (!lost.empty() && options_.chip.write_habits.reports_errors) {
+        Fail(static_cast<uint8_t>(DfuStatus::kWrite), std::move(lost));
+        return busy;
+    }
     ++writes_;
-    Finish(Outcome::kAck);
+    Finish(Outcome::kAck, std::move(lost));
     return busy;
 }
 

@@ -45,6 +45,7 @@ enum class DfuState : uint8_t {
 enum class DfuStatus : uint8_t {
     kOk = 0x00,
     kTarget = 0x01,  // ST: an address where the operation is not possible
+    kWrite = 0x03,
     kVendor = 0x0B,  // ST: a command that the unit refuses
     kStalledPacket = 0x0F,
 };

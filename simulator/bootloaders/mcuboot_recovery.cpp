@@ -12,9 +12,6 @@
 namespace simulator {
 namespace {
 
-constexpr uint8_t kReadRequest = 0;
-constexpr uint8_t kWriteRequest = 2;
-
 // A request's operation, group and command in one number, for the switches below.
 constexpr uint32_t KindOf(uint8_t operation, uint16_t group, uint8_t command)
 {
@@ -66,6 +63,13 @@ QCborValue Find(std::vector<CborEntry> const& entries, QLatin1String key)
     return found == entries.end() ? QCborValue() : found->value;
 }
 
+// There is one slot, 0, which is also meant when a request names none.
+bool NamesOtherSlot(std::vector<CborEntry> const& entries)
+{
+    auto const slot = Find(entries, QLatin1String("image"));
+    return !slot.isUndefined() && slot != QCborValue(0);
+}
+
 QCborMap MakeResult(uint32_t error_code)
 {
     return {{QStringLiteral("rc"), qint64{error_code}}};
@@ -91,6 +95,7 @@ McubootRecovery::McubootRecovery(McubootRecoveryOptions options)
 {
     Memory().AddRegion(MemoryKind::kFlash, kFlashStart,
                        std::vector(options_.chip.flash_size, std::byte{0xFF}));
+    BeDeafWhileBusy();
 }
 
 void McubootRecovery::Reset()
@@ -99,6 +104,18 @@ void McubootRecovery::Reset()
     line_.clear();
     upload_ = {};
     SerialBootloader::Reset();
+    Talk("*** Booting MCUboot ***\r\n");
+}
+
+void McubootRecovery::Talk(std::string_view first_line)
+{
+    if (!options_.talks) {
+        return;
+    }
+    Print(first_line);
+    for (int line = 1; line < kTalkLines; ++line) {
+        Print(kForeignLine, kTalkPause);
+    }
 }
 
 UnitStatus McubootRecovery::Status() const
@@ -226,13 +243,14 @@ void McubootRecovery::EraseSlot(SmpMessage const& request)
     Memory().EraseFlash(0, options_.chip.flash_size);
     erased_pages_ += options_.chip.Pages();
     upload_ = {};
-    Complete(request, MakeResult(0), kBanks * options_.times.mass_erase);
+    Complete(request, MakeResult(0), kBanks * options_.times.mass_erase + GetDelayOfErase());
 }
 
 void McubootRecovery::RestartUnit(SmpMessage const& request)
 {
     Complete(request, MakeResult(0));
     state_ = UnitState::kRunning;
+    Talk("*** Booting application ***\r\n");
 }
 
 void McubootRecovery::TakeChunk(SmpMessage const& request, Entries const& entries)
@@ -240,7 +258,7 @@ void McubootRecovery::TakeChunk(SmpMessage const& request, Entries const& entrie
     auto const data = Find(entries, QLatin1String("data"));
     auto const offset = Find(entries, QLatin1String("off"));
     auto const image_size = Find(entries, QLatin1String("len"));
-    if (!data.isByteArray() || !offset.isInteger()) {
+    if (!data.isByteArray() || !offset.isInteger() || NamesOtherSlot(entries)) {
         Refuse(request, kRcInvalidValue);
         return;
     }
@@ -323,7 +341,16 @@ std::chrono::microseconds McubootRecovery::StartUpload(uint32_t size)
     Memory().EraseFlash(0, pages * page_size);
     erased_pages_ += static_cast<unsigned>(pages);
     upload_ = {true, size, 0};
-    return static_cast<int>(pages) * options_.times.page_erase;
+    return static_cast<int>(pages) * options_.times.page_erase + GetDelayOfErase();
+}
+
+std::chrono::microseconds McubootRecovery::GetDelayOfErase()
+{
+    std::chrono::milliseconds delay{0};
+    for (auto const& fault : Faults().Strike(FaultMoment::kErase)) {
+        delay += std::chrono::milliseconds(fault.parameter);
+    }
+    return delay;
 }
 
 void McubootRecovery::Refuse(SmpMessage const& request, uint32_t error_code)
@@ -353,7 +380,11 @@ void McubootRecovery::SendAnswer(SmpMessage const& request, QCborMap const& answ
     }
     auto const lines = MakeSmpLines(block, static_cast<qsizetype>(options_.answer_line));
     auto const bytes = std::as_bytes(std::span(lines));
-    Send({bytes.begin(), bytes.end()}, busy);
+    if (options_.log_lines) {
+        Print(kForeignLine);
+        busy += options_.line_pause;
+    }
+    Send({bytes.begin(), bytes.end()}, busy, options_.line_pause);
 }
 
 }  // namespace simulator

@@ -1,7 +1,8 @@
 // A unit in MCUboot's serial recovery mode, with the vendor's own OTP command in addition: answers
 // requests and stores the image. No port, no thread, no clock, and no code of the updater.
 //
-// A line that is not a good request gets no answer; the journal says why.
+// A line that is not a good request gets no answer; the journal says why. The unit reads its line
+// only between two requests: what comes while it erases or programs is lost.
 #pragma once
 
 #include <QByteArray>
@@ -11,6 +12,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 #include "simulator/bootloaders/cbor_map.h"
@@ -36,7 +38,16 @@ struct McubootRecoveryOptions {
     size_t answer_line = 0;  // characters of base64 in a line of an answer; 0: all in one line
     bool definite_maps = false;
     ChipTimes times;
+    // What it prints on the line beside its answers.
+    bool talks = false;      // a banner after each reset; the application's console once that runs
+    bool log_lines = false;  // a line of its log at each request, before it works on it
+    // How long it pauses between two lines: after the log's, and between those of an answer.
+    std::chrono::microseconds line_pause{0};
 };
+
+// How the unit talks when nobody has asked: this many lines, with a pause before each.
+inline constexpr int kTalkLines = 20;
+inline constexpr std::chrono::milliseconds kTalkPause{100};
 
 // Not thread-safe.
 class McubootRecovery final : public SerialBootloader {
@@ -78,6 +89,8 @@ private:
     bool IsStorable(Chunk const& chunk) const;
     std::chrono::microseconds Store(Chunk const& chunk);
     std::chrono::microseconds StartUpload(uint32_t size);
+    std::chrono::microseconds GetDelayOfErase();
+    void Talk(std::string_view first_line);
 
     void Refuse(SmpMessage const& request, uint32_t error_code);
     void Complete(SmpMessage const& request, QCborMap const& answer,

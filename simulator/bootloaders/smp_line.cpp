@@ -56,7 +56,7 @@ QByteArray MakePacket(SmpMessage const& message, unsigned payload_size)
 {
     QByteArray packet;
     packet.append(static_cast<char>(message.operation));
-    packet.append('\0');
+    packet.append(static_cast<char>(message.flags));
     Append16(packet, payload_size);
     Append16(packet, message.group);
     packet.append(static_cast<char>(message.sequence));
@@ -81,6 +81,12 @@ SmpRequest ReadPacket(QByteArray const& packet)
     }
     SmpMessage message;
     message.operation = static_cast<uint8_t>(packet[0]);
+    if (message.operation != kReadRequest && message.operation != kWriteRequest) {
+        return {std::nullopt, "operation"};
+    }
+    if (packet[1] != 0) {
+        return {std::nullopt, "flags"};
+    }
     message.group = static_cast<uint16_t>(Read16(packet, 4));
     message.sequence = static_cast<uint8_t>(packet[6]);
     message.command = static_cast<uint8_t>(packet[7]);

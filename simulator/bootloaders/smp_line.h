@@ -11,21 +11,27 @@
 
 namespace simulator {
 
+inline constexpr uint8_t kReadRequest = 0;
+inline constexpr uint8_t kWriteRequest = 2;
+
 struct SmpMessage {
-    uint8_t operation = 0;  // requests: 0 read, 2 write; answers: one more than their request
+    uint8_t operation = 0;  // of a request, as above; of an answer, one more than its request's
     uint16_t group = 0;
     uint8_t sequence = 0;
     uint8_t command = 0;
     QByteArray payload;
+    uint8_t flags = 0;  // reserved, always 0
 };
 
 struct SmpRequest {
     std::optional<SmpMessage> message;
-    std::string_view problem;  // why there is no message: "marker", "base64", "length", "checksum"
+    // Why there is no message: "marker", "base64", "length", "checksum", "operation", "flags".
+    std::string_view problem;
 };
 
 // Reads one line without its newline. A request is always one line: one that continues on further
-// lines is refused at its first.
+// lines is refused at its first. An answer, which a unit may hear as an echo of its own, is not a
+// request, and neither is a message with flags, whose meaning a later protocol may define.
 SmpRequest ReadSmpRequest(QByteArray const& line);
 
 // The block that is sent as base64: its length, the message, its check value. `claimed_size`: what

@@ -28,8 +28,8 @@ constexpr unsigned kEraseSecondBank = 0xFFFD;
 constexpr unsigned kEraseFirstBank = 0xFFFE;
 constexpr unsigned kEraseAll = 0xFFFF;
 
-// Flash is programmed in whole words; the client pads the last one.
-constexpr size_t kWordSize = 4;
+// The vector table, which an application begins with: stack pointer and start address.
+constexpr size_t kVectorSize = 4;
 constexpr size_t kMarkerSize = 4;
 
 constexpr unsigned ToUnsigned(std::byte byte)
@@ -101,6 +101,7 @@ Stm32Bootloader::Stm32Bootloader(Stm32BootloaderOptions options)
 void Stm32Bootloader::Reset()
 {
     state_ = State::kWaitingForSync;
+    speed_is_wrong_ = false;
     phase_ = Phase::kCommand;
     buffer_.clear();
     write_cut_.reset();
@@ -133,12 +134,7 @@ void Stm32Bootloader::Take(std::byte byte)
         return;
     }
     if (state_ == State::kWaitingForSync) {
-        if (byte == kSync) {
-            state_ = State::kSynchronised;
-            ++connects_;
-            entry_ = {.command = "sync"};
-            Complete();
-        }
+        Synchronise(byte);
         return;
     }
     buffer_.push_back(byte);
@@ -146,6 +142,22 @@ void Stm32Bootloader::Take(std::byte byte)
     if (!IsHung() && buffer_.size() >= BytesNeeded()) {
         Handle(std::exchange(buffer_, {}));
     }
+}
+
+void Stm32Bootloader::Synchronise(std::byte byte)
+{
+    if (speed_is_wrong_ || (byte != kSync && !options_.stray_bytes_spoil_sync)) {
+        return;
+    }
+    entry_ = {.command = "sync"};
+    if (byte != kSync) {
+        Finish(Outcome::kSilent, "speed");
+        speed_is_wrong_ = true;
+        return;
+    }
+    state_ = State::kSynchronised;
+    ++connects_;
+    Complete();
 }
 
 // The number of bytes that complete the phase, as far as the bytes collected so far show it.
@@ -328,11 +340,24 @@ bool Stm32Bootloader::TakeAddress(std::span<std::byte const> bytes)
         Refuse("checksum");
         return false;
     }
-    if (!Memory().KindAt(address_)) {
+    if (!IsOpen(address_)) {
         Refuse("address");
         return false;
     }
     return true;
+}
+
+// Flash and RAM can be executed; the bootloader loads the stack pointer from there before it jumps.
+bool Stm32Bootloader::CanStart(uint32_t address) const
+{
+    if (Memory().KindAt(address) == MemoryKind::kOtp || !Memory().Contains(address, kVectorSize)) {
+        return false;
+    }
+    auto vector = Memory().Read(address, kVectorSize);
+    std::ranges::reverse(vector);
+    auto const stack = ToUnsigned(vector);
+    bool const is_in_ram = stack > kRamStart && stack - kRamStart <= options_.chip.ram_size;
+    return is_in_ram || !options_.go_checks_stack;
 }
 
 void Stm32Bootloader::HandleReadAddress(std::span<std::byte const> bytes)
@@ -367,6 +392,10 @@ void Stm32Bootloader::HandleGoAddress(std::span<std::byte const> bytes)
     if (!TakeAddress(bytes)) {
         return;
     }
+    if (!CanStart(address_)) {
+        Refuse("target");
+        return;
+    }
     Complete();
     jump_address_ = address_;
     state_ = State::kRunning;
@@ -381,7 +410,7 @@ void Stm32Bootloader::HandleWriteAddress(std::span<std::byte const> bytes)
         Refuse("fault");
         return;
     }
-    if (Memory().KindAt(address_) != MemoryKind::kRam && address_ % kWordSize != 0) {
+    if (RefusesUnits(address_, 0)) {
         Refuse("alignment");
         return;
     }
@@ -404,14 +433,19 @@ void Stm32Bootloader::HandleWriteData(std::span<std::byte const> bytes)
         Refuse("address");
         return;
     }
-    bool const is_ram = Memory().KindAt(address_) == MemoryKind::kRam;
-    if (!is_ram && data.size() % kWordSize != 0) {
-        Refuse("alignment");
+    if (RefusesUnits(address_, data.size())) {
+        Refuse("incomplete");
         return;
     }
-    Memory().Write(address_, data);
+    auto lost = StoreWrite(address_, data);
+    if (!lost.empty() && options_.chip.write_habits.reports_errors) {
+        Refuse(std::move(lost));
+        return;
+    }
     ++writes_;
-    Complete(is_ram ? std::chrono::microseconds{0} : options_.times.Program(data.size()));
+    bool const is_ram = Memory().KindAt(address_) == MemoryKind::kRam;
+    Complete(is_ram ? std::chrono::microseconds{0} : options_.times.Program(data.size()),
+             std::move(lost));
 }
 
 void Stm32Bootloader::HandleErasePages(std::span<std::byte const> bytes)
@@ -520,9 +554,9 @@ void Stm32Bootloader::Refuse(std::string reason)
     Send({options_.ack_pair.nack});
 }
 
-void Stm32Bootloader::Complete(std::chrono::microseconds busy)
+void Stm32Bootloader::Complete(std::chrono::microseconds busy, std::string lost)
 {
-    Finish(Outcome::kAck);
+    Finish(Outcome::kAck, std::move(lost));
     Acknowledge(busy);
 }
 

@@ -1,8 +1,9 @@
 // The system bootloader of an STM32 on its UART, as ST's application note AN3155 describes it: the
 // state machine alone, without port, thread or clock.
 //
-// Until the bootloader has received 0x7F it ignores every other byte. Afterwards 0x7F is a command
-// code like any other: the bootloader waits for its complement, and refuses.
+// The bootloader measures the line's speed from 0x7F, the first byte after a reset. If another byte
+// comes first, the measurement is wrong and the bootloader deaf until the next reset. Once it is
+// synchronised, 0x7F is a command code like any other: it waits for the complement, and refuses.
 #pragma once
 
 #include <chrono>
@@ -45,6 +46,12 @@ struct Stm32BootloaderOptions {
     // byte over an empty list sends FF FF. Not every part accepts that; with false it is refused as
     // a wrong checksum.
     bool accept_ff_ff_erase = true;
+    // With false, bytes before 0x7F are ignored, as by a chip that measures the speed in hardware
+    // and rejects a byte of another shape.
+    bool stray_bytes_spoil_sync = true;
+    // Go is refused when the first word at its address, the stack pointer that the application
+    // begins with, is not in RAM. AN3155 asks for an address in flash or RAM only.
+    bool go_checks_stack = false;
     ChipTimes times;
 };
 
@@ -84,6 +91,7 @@ private:
     };
 
     void Take(std::byte byte) override;
+    void Synchronise(std::byte byte);
     size_t BytesNeeded() const;
     void Handle(std::span<std::byte const> bytes);
 
@@ -103,19 +111,21 @@ private:
     void HandleErasePages(std::span<std::byte const> bytes);
     void HandleExtendedErasePages(std::span<std::byte const> bytes);
     bool TakeAddress(std::span<std::byte const> bytes);
+    bool CanStart(uint32_t address) const;
     void EraseList(std::vector<unsigned> const& pages);
     void EraseRange(std::string name, unsigned first_page, unsigned pages, unsigned banks);
     bool EraseFaultStrikes();
     void CutWriteIfDue();
 
     void Refuse(std::string reason);
-    void Complete(std::chrono::microseconds busy = {});
+    void Complete(std::chrono::microseconds busy = {}, std::string lost = {});
     void Acknowledge(std::chrono::microseconds busy = {});
     void SendCounted(std::vector<std::byte> bytes);
 
     Stm32BootloaderOptions options_;
 
     State state_ = State::kWaitingForSync;
+    bool speed_is_wrong_ = false;
     Phase phase_ = Phase::kCommand;
     std::vector<std::byte> buffer_;  // bytes of the phase so far
     uint32_t address_ = 0;           // of the command in progress

@@ -5,11 +5,6 @@
 #include <utility>
 
 namespace simulator {
-namespace {
-
-constexpr std::byte kErased{0xFF};
-
-}  // namespace
 
 void ChipMemory::AddRegion(MemoryKind kind, uint32_t start, std::vector<std::byte> bytes)
 {
@@ -48,6 +43,20 @@ void ChipMemory::Write(uint32_t address, std::span<std::byte const> data)
         programmed_over_unerased_ += cells[i] == kErased ? 0U : 1U;
         cells[i] &= data[i];
     }
+}
+
+bool ChipMemory::ProgramUnit(uint32_t address, std::span<std::byte const> unit)
+{
+    auto const cells = At(address, unit.size());
+    auto const is_zero = [](std::byte byte) { return byte == std::byte{0}; };
+    auto const programmed = unit.size() - static_cast<size_t>(std::ranges::count(cells, kErased));
+    bool const is_flash = KindAt(address) == MemoryKind::kFlash;
+    if (programmed != 0 && !(is_flash && std::ranges::all_of(unit, is_zero))) {
+        programmed_over_unerased_ += programmed;
+        return false;
+    }
+    std::ranges::copy(unit, cells.begin());
+    return true;
 }
 
 void ChipMemory::Load(uint32_t address, std::span<std::byte const> data)

@@ -10,6 +10,8 @@
 
 namespace simulator {
 
+inline constexpr std::byte kErased{0xFF};
+
 enum class MemoryKind { kFlash, kOtp, kRam };
 
 class ChipMemory {
@@ -24,10 +26,14 @@ public:
     // True when all of `size` bytes from `address` lie in one region.
     bool Contains(uint32_t address, size_t size) const;
 
-    // Both throw std::out_of_range unless Contains() is true. Write follows the rules of the kind
-    // of memory.
+    // All three throw std::out_of_range unless Contains() is true.
     std::vector<std::byte> Read(uint32_t address, size_t size) const;
+    // Stores bytes of any number: as they are in RAM, by clearing bits elsewhere.
     void Write(uint32_t address, std::span<std::byte const> data);
+    // Programs one unit of flash or OTP area, whose bytes share one error-correction code. A unit
+    // that is not erased cannot take another code: it stays as it is, and the result is false. The
+    // only exception is that flash takes zeros in a whole unit (RM0440, RM0456).
+    bool ProgramUnit(uint32_t address, std::span<std::byte const> unit);
 
     // Stores bytes as a production line or debugger would, whatever the rules of programming.
     // Throws std::out_of_range.
@@ -36,8 +42,8 @@ public:
     // Sets `size` bytes from `offset` of the flash region to 0xFF. Throws std::out_of_range.
     void EraseFlash(size_t offset, size_t size);
 
-    // How many flash or OTP bytes were programmed although they were not erased. A real part
-    // refuses that; here the bits are combined and the bytes counted.
+    // How many flash or OTP bytes that were not erased were to be programmed by Write() or
+    // ProgramUnit().
     uint64_t ProgrammedOverUnerased() const { return programmed_over_unerased_; }
 
 private:

@@ -85,6 +85,7 @@ void SerialConnection::DropPending()
 {
     pending_.clear();
     lateness_ = {};
+    deaf_until_ = {};
 }
 
 void SerialConnection::Run()
@@ -128,6 +129,8 @@ void SerialConnection::RunTasks()
     for (auto const& task : tasks) {
         task();
     }
+    // A task may have reset the unit.
+    Schedule(bootloader_.TakeUnasked(), LinePacer::Clock::now());
 }
 
 void SerialConnection::ReadLine()
@@ -138,8 +141,15 @@ void SerialConnection::ReadLine()
         return;
     }
     auto const bytes = std::span(buffer).first(static_cast<size_t>(count));
-    pacer_.Receive(ArrivalAt(LinePacer::Clock::now()), bytes.size());
-    Schedule(bootloader_.Receive(bytes));
+    auto const arrival = ArrivalAt(LinePacer::Clock::now());
+    pacer_.Receive(arrival, bytes.size());
+    if (arrival < deaf_until_) {
+        return;
+    }
+    auto const begun = Schedule(bootloader_.Receive(bytes));
+    if (bootloader_.IsDeafWhileBusy()) {
+        deaf_until_ = begun;
+    }
     if (bootloader_.HasLeft()) {
         Unplug();
     }
@@ -153,17 +163,19 @@ LinePacer::TimePoint SerialConnection::ArrivalAt(LinePacer::TimePoint now) const
     return std::max(now - transit_.to_unit - lateness_, std::min(now, pacer_.SentAt()));
 }
 
-void SerialConnection::Schedule(std::vector<Answer> const& answers)
+LinePacer::TimePoint SerialConnection::Schedule(std::vector<Answer> const& answers,
+                                                LinePacer::TimePoint start)
 {
     for (auto const& [bytes, busy, consumed] : answers) {
-        auto const earliest = std::max(pacer_.ReceivedAt(consumed), pacer_.SentAt()) + busy;
+        start = std::max({start, pacer_.ReceivedAt(consumed), pacer_.SentAt()}) + busy;
         for (size_t offset = 0; offset < bytes.size(); offset += kUsbPacketSize) {
             auto const packet =
                 std::span(bytes).subspan(offset, std::min(kUsbPacketSize, bytes.size() - offset));
-            auto const over = pacer_.Send(earliest, packet.size());
+            auto const over = pacer_.Send(start, packet.size());
             pending_.push_back({over - transit_.to_client, {packet.begin(), packet.end()}});
         }
     }
+    return start;
 }
 
 void SerialConnection::SendDue()

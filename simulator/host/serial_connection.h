@@ -56,7 +56,10 @@ private:
     void RunTasks();
     void ReadLine();
     LinePacer::TimePoint ArrivalAt(LinePacer::TimePoint now) const;
-    void Schedule(std::vector<Answer> const& answers);
+    // The answers count from `start`, or from the moment when their request was complete if that is
+    // later. Returns when the last of them begins to leave the unit.
+    LinePacer::TimePoint Schedule(std::vector<Answer> const& answers,
+                                  LinePacer::TimePoint start = {});
     void SendDue();
     void Wake() const;
 
@@ -66,7 +69,8 @@ private:
     LineTransit transit_;
     LinePacer::Clock::duration lateness_{0};  // of the latest answer
     std::deque<Pending> pending_;
-    int wake_;  // an eventfd
+    LinePacer::TimePoint deaf_until_;  // for a unit that is deaf while it is busy
+    int wake_;                         // an eventfd
     std::mutex tasks_mutex_;
     std::vector<std::function<void()>> tasks_;  // guarded by tasks_mutex_
     std::atomic<bool> stop_ = false;

@@ -5,6 +5,7 @@
 #include <QCommandLineParser>
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -65,7 +66,7 @@ struct Settings {
     ProgramOptions program;
     Protocol protocol = Protocol::kStm32;
     Chip chip = kChips.front();
-    ChipTimes times;
+    bool has_real_times = false;
     std::optional<uint32_t> otp_address;
     std::optional<uint32_t> otp_size;
     std::optional<uint8_t> model_id = 1;
@@ -140,13 +141,31 @@ constexpr std::array kOptions{
            [](Settings& s, Value const& v) { s.program.journal_path = v.Text(); }},
     Option{"flash-in", "file", "What is in the flash at the start.", SetFlash},
     Option{"real-times", nullptr, "Erasing and programming take their time.",
-           [](Settings& s, Value const&) { s.times = kRealTimes; }},
+           [](Settings& s, Value const&) { s.has_real_times = true; }},
     Option{"model-id-slot", "number", "stm32, dfu: OTP record that holds the model ID (0).",
            [](Settings& s, Value const& v) { s.model_id_slot = v.Number(); }},
     Option{"otp-address", "address", "stm32, dfu: start of the OTP area, if not the chip's own.",
            [](Settings& s, Value const& v) { s.otp_address = v.Number(); }},
     Option{"otp-size", "number", "stm32, dfu: bytes of the OTP area, if not the chip's own.",
            [](Settings& s, Value const& v) { s.otp_size = v.Number(); }},
+    Option{"incomplete-units", "habit",
+           "stm32, dfu: what becomes of data that do not fill their last double word (STM32U5: "
+           "quad word): lost (the default of the STM32G4) or filled (with FF; of the STM32U5).",
+           [](Settings& s, Value const& v) {
+               s.chip.write_habits.fills_last_unit =
+                   v.OneOf<bool>({{"lost", false}, {"filled", true}});
+           }},
+    Option{"flash-errors", "habit",
+           "stm32, dfu: a write that flash does not take is acknowledged and lost (ignored, the "
+           "default) or refused (reported).",
+           [](Settings& s, Value const& v) {
+               s.chip.write_habits.reports_errors =
+                   v.OneOf<bool>({{"ignored", false}, {"reported", true}});
+           }},
+    Option{"self-powered", nullptr,
+           "stm32, mcuboot: plugging the unit in does not reset it, so its bootloader stays where "
+           "it was.",
+           [](Settings& s, Value const&) { s.program.unit.self_powered = true; }},
     Option{"erase-commands", "set",
            "stm32: what it offers: legacy, extended (the default), both or none.",
            [](Settings& s, Value const& v) {
@@ -167,6 +186,13 @@ constexpr std::array kOptions{
            [](Settings& s, Value const& v) { s.stm32.boot_mode_address = v.Number(); }},
     Option{"refuse-ff-ff-erase", nullptr, "stm32: FF FF to Erase is a wrong checksum.",
            [](Settings& s, Value const&) { s.stm32.accept_ff_ff_erase = false; }},
+    Option{"ignore-stray-bytes", nullptr,
+           "stm32: bytes before 7F are ignored; by default they spoil the measurement of the speed "
+           "until a reset.",
+           [](Settings& s, Value const&) { s.stm32.stray_bytes_spoil_sync = false; }},
+    Option{"go-checks-stack", nullptr,
+           "stm32: Go is refused when the stack pointer at its address is not in RAM.",
+           [](Settings& s, Value const&) { s.stm32.go_checks_stack = true; }},
     Option{"line-buffer", "number", "mcuboot: longest line that it takes, in bytes (2048).",
            [](Settings& s, Value const& v) { s.mcuboot.line_buffer = v.Number(); }},
     Option{"answer-line", "number",
@@ -174,6 +200,16 @@ constexpr std::array kOptions{
            [](Settings& s, Value const& v) { s.mcuboot.answer_line = v.Number(); }},
     Option{"definite-maps", nullptr, "mcuboot: answers begin with the size of their map.",
            [](Settings& s, Value const&) { s.mcuboot.definite_maps = true; }},
+    Option{"talks", nullptr,
+           "mcuboot: prints a banner when it is reset or plugged in, and the application's console "
+           "once that runs.",
+           [](Settings& s, Value const&) { s.mcuboot.talks = true; }},
+    Option{"log-lines", nullptr, "mcuboot: prints a line of its log at each request.",
+           [](Settings& s, Value const&) { s.mcuboot.log_lines = true; }},
+    Option{"line-pause", "ms", "mcuboot: pauses between two lines that it sends; 0, the default.",
+           [](Settings& s, Value const& v) {
+               s.mcuboot.line_pause = std::chrono::milliseconds(v.Number());
+           }},
     Option{"foreign-unit", "number",
            "dfu: the unit of this number has another product's ids (1209:0002).",
            [](Settings& s, Value const& v) { s.program.foreign_unit = v.Number(); }},
@@ -200,16 +236,17 @@ ProgramOptions MakeProgramOptions(Settings settings)
     auto& unit = settings.program.unit;
     settings.chip.otp_address = settings.otp_address.value_or(settings.chip.otp_address);
     settings.chip.otp_size = settings.otp_size.value_or(settings.chip.otp_size);
+    auto const times = settings.has_real_times ? settings.chip.real_times : ChipTimes{};
     switch (settings.protocol) {
         case Protocol::kStm32:
             settings.stm32.chip = settings.chip;
             settings.stm32.otp = MakeOtp(settings);
-            settings.stm32.times = settings.times;
+            settings.stm32.times = times;
             unit.bootloader = settings.stm32;
             break;
         case Protocol::kMcuboot:
             settings.mcuboot.chip = settings.chip;
-            settings.mcuboot.times = settings.times;
+            settings.mcuboot.times = times;
             if (settings.model_is_empty) {
                 settings.mcuboot.otp[kModelIdKey] = {};
             } else if (settings.model_id) {
@@ -219,8 +256,7 @@ ProgramOptions MakeProgramOptions(Settings settings)
             unit.bits_per_byte = kBitsPerByte8N1;
             break;
         case Protocol::kDfu:
-            unit.bootloader =
-                DfuseBootloaderOptions{settings.chip, MakeOtp(settings), settings.times};
+            unit.bootloader = DfuseBootloaderOptions{settings.chip, MakeOtp(settings), times};
             break;
     }
     return std::move(settings.program);

@@ -112,6 +112,8 @@ TEST_F(MainWindowDetection, RepeatsTheDisconnectUntilItIsAnsweredAndThenFindsThe
 
 TEST_F(MainWindowDetection, EndsForGoodWithTwoUnitsWhileNoneIsReady)
 {
+    QStringList notes;
+    environment_.write_note = [&](QString const& note) { notes.append(note); };
     environment_.intervals = {.first = 1ms, .after_connect = 5ms, .idle = 5ms};
     ports_ = {Lumen(u"ttyUSB0"_s), Lumen(u"ttyUSB1"_s)};
     MakeWindow();
@@ -121,6 +123,9 @@ TEST_F(MainWindowDetection, EndsForGoodWithTwoUnitsWhileNoneIsReady)
 
     EXPECT_FALSE(QTest::qWaitFor([&] { return looks_ > 1; }, 50));
     EXPECT_EQ(record_->Events(), QStringList());
+    EXPECT_EQ(notes, QStringList({u"the search for units has ended: more than one is attached "
+                                  "(ttyUSB0 (10c4:ea60), ttyUSB1 (10c4:ea60)); start the program "
+                                  "again with one"_s}));
 }
 
 TEST_F(MainWindowUsbDetection, ConnectsOnceToTheOnlyDeviceAndStopsLooking)

@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <pwd.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -98,6 +99,37 @@ TEST(LogDirectory, IsWhereTheSystemKeepsSuchFiles)
         EXPECT_EQ(GetLogDirectory(u"debian"_s, home, not_absolute),
                   u"/home/ann/.local/state/kelvane-firmware-updater"_s);
     }
+    EXPECT_EQ(GetLogDirectory(u"macOS"_s, u""_s, u"/state"_s), u""_s);
+    EXPECT_EQ(GetLogDirectory(u"debian"_s, u""_s, u""_s), u""_s);
+    EXPECT_EQ(GetLogDirectory(u"debian"_s, u""_s, u"/state"_s),
+              u"/state/kelvane-firmware-updater"_s);
+}
+
+TEST(LogDirectory, IsBelowTheHomeFolderOfTheUserDatabaseIfTheVariableIsNoPath)
+{
+    auto const before = qgetenv("HOME");
+    auto const registered = QFile::decodeName(::getpwuid(::getuid())->pw_dir);
+    qputenv("HOME", "/home/ann");
+    EXPECT_EQ(GetHomeDirectory(), u"/home/ann"_s);
+    for (auto const* no_path : {"", "ann"}) {
+        qputenv("HOME", no_path);
+        EXPECT_EQ(GetHomeDirectory(), registered) << no_path;
+    }
+    qunsetenv("HOME");
+    EXPECT_EQ(GetHomeDirectory(), registered);
+    qputenv("HOME", before);
+}
+
+TEST_F(SupportLogTest, WritesNothingWithoutAFolder)
+{
+    auto const before = QDir::currentPath();
+    ASSERT_TRUE(QDir::setCurrent(root_.path()));
+    SupportLog log{QString()};
+    log.Write(u"one");
+    QDir::setCurrent(before);
+
+    EXPECT_FALSE(QFile::exists(log.CurrentFile()));
+    EXPECT_TRUE(QDir(root_.path()).isEmpty());
 }
 
 TEST_F(SupportLogTest, StampsEveryEntryIndentsItsFurtherLinesAndContinuesAnEarlierRun)
@@ -236,6 +268,19 @@ TEST_F(SupportLogTest, RecordsWhatTheSharedCodePrints)
     kelvane::PrintToConsole(" after");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "\nNACK received, command Erase after");
     EXPECT_THAT(Lines(), ElementsAre(EndsWith(" output: NACK received, command Erase")));
+}
+
+TEST_F(SupportLogTest, CountsMessagesThatRepeatThemselves)
+{
+    auto const output = GetOutput([this] {
+        SupportLogTap const tap(log_);
+        for (int i = 0; i < 1000; ++i) {
+            qInfo("silent");
+        }
+    });
+    EXPECT_EQ(QString::fromStdString(output).count(u"silent"_s), 1000) << "elsewhere they stay";
+    EXPECT_THAT(Lines(), ElementsAre(EndsWith(" info: silent"), EndsWith(" info: silent"),
+                                     EndsWith(" (the line above came 998 more times)")));
 }
 
 TEST_F(SupportLogTest, IgnoresMessagesThatTheWritingItselfCauses)

@@ -122,7 +122,7 @@ TEST(FirmwareFile, MustBeLongEnough)
         {Unit::Mcuboot, image.left(7),
          "error: The firmware file has 7 bytes; an image has at least 8."},
         {Unit::Usb, image.left(8), ""},
-        {Unit::Stm32G4, image.left(12), ""},
+        {Unit::Stm32G4, image.left(16), ""},
     });
 }
 
@@ -188,7 +188,6 @@ TEST(FirmwareFile, ShouldConsistOfWholeWordsWhoseLastOneIsFree)
          "warning: The image has 1023 bytes, which is not a multiple of 4: the program pads it "
          "with "
          "zero bytes and then replaces the last four; bytes of the image that are lost: 3."},
-        {Unit::Usb, image + "\xFF\xFF\xFF", "note: The image has 1023 bytes"},
         {Unit::Mcuboot, MakeMcubootParts(1023).Image(), ""},
         {Unit::Stm32G4, image + "\x01\x02\x03\x04",
          "note: The last four bytes of the image, 01 02 03 04, are not written; 01 00 00 00 "
@@ -205,9 +204,8 @@ TEST(ImageInFlash, MustFitAfterItsAddress)
          "0x479 "
          "from 0x08000000 on.",
          false},
-        {Unit::Stm32U5, 1024 * 1024, "note: On the chip 0x482 the image covers 128 pages"},
-        {Unit::Stm32U5, 2048 * 1024 + 4,
-         "error: The image has 2097156 bytes, more than fit into the flash of the chip 0x482 from",
+        {Unit::Stm32U5, 2048 * 1024 + 8,
+         "error: The image has 2097160 bytes, more than fit into the flash of the chip 0x482 from",
          false},
         {Unit::Usb, 512 * 1024, ""},
         {Unit::Mcuboot, 2048 * 1024, ""},
@@ -228,29 +226,32 @@ TEST(ImageInFlash, MustBeErasedInTheTimeThatTheProgramWaits)
 {
     ExpectImageFindings<qint64>({
         {Unit::Stm32G4, 40 * 2048, ""},
-        {Unit::Stm32G4, 40 * 2048 + 4,
+        {Unit::Stm32G4, 40 * 2048 + 8,
          "note: On the chips 0x469, 0x479 the image covers 41 pages, which take about 1.0 s to "
          "erase. A bootloader that lists the short Erase command has 1 s for it, enough for 40 "
          "pages, so the update fails with such a unit; one that lists only Extended Erase has 5 "
          "s."},
         {Unit::Stm32G4, 204 * 2048, "note: On the chips 0x469, 0x479 the image covers 204 pages"},
-        {Unit::Stm32G4, 204 * 2048 + 4,
+        {Unit::Stm32G4, 204 * 2048 + 8,
          "error: On the chips 0x469, 0x479 the image covers 205 pages, which take about 5.0 s to "
          "erase; the program waits only 5 s, so the update fails."},
-        {Unit::Stm32U5, 40 * 2048 + 4, ""},
-        {Unit::Stm32U5, 204 * 8192, "note: On the chip 0x482 the image covers 204 pages"},
-        {Unit::Stm32U5, 204 * 8192 + 4, "error: On the chip 0x482 the image covers 205 pages"},
+        // 255 pages, which take 0.87 s.
+        {Unit::Stm32U5, 255 * 8192 - 8,
+         "warning: The image has 2088952 bytes, and the flash of the chip 0x482 is programmed 16 "
+         "bytes at a time. The last 8 bytes, which are written by themselves, are fewer."},
     });
 }
 
-TEST(ImageInFlash, HasPageNumbersThatFitIntoOneByte)
+TEST(ImageInFlash, HasNoMorePagesThanTheShortEraseCanName)
 {
-    EXPECT_FALSE(Finds(ImageBundle(Unit::Stm32G4, qint64{256 * 2048}), "config.ini:1: warning: "));
+    EXPECT_FALSE(Finds(ImageBundle(Unit::Stm32G4, qint64{255 * 2048}), "config.ini:1: warning: "));
     ExpectImageFindings<qint64>(
-        {{Unit::Stm32G4, 256 * 2048 + 4,
-          "warning: On the chips 0x469, 0x479 the image covers 257 pages, whose numbers "
-          "do not fit into one byte: with a bootloader that lists the short Erase "
-          "command",
+        {{Unit::Stm32G4, 255 * 2048 + 8,
+          "warning: On the chips 0x469, 0x479 the image covers 256 pages, but the short Erase "
+          "command can name only 255 (its count byte for 256 means the whole flash): the update "
+          "fails with a unit whose bootloader lists that command.",
+          false},
+         {Unit::Stm32U5, 255 * 8192 + 8, "warning: On the chip 0x482 the image covers 256 pages",
           false}});
 }
 
@@ -266,7 +267,7 @@ TEST(VectorTable, HasAStackInRamAndAResetHandlerInTheImage)
         "error: The image has no vector table at 0x08000000: the second word, 0x08000100, is not "
         "the odd address of a reset handler. Use the raw image that is linked for 0x08000000, made "
         "with 'objcopy -O binary FILE.elf FILE.bin', or correct programming_address.";
-    for (auto const unit : {Unit::Stm32G4, Unit::Usb, Unit::Stm32U5}) {
+    for (auto const unit : {Unit::Stm32G4, Unit::Usb}) {
         ExpectImageFindings<QByteArray>({
             {unit, QByteArray(1024, '\xFF'),
              "error: Every byte of the image is 0xff, so there is no firmware in it; build it "
@@ -292,9 +293,17 @@ TEST(VectorTable, HasAStackInRamAndAResetHandlerInTheImage)
         {Unit::Usb, table(0x10008000, kReset), ""},
         {Unit::Usb, table(0x10008004, kReset), kNoStack},
         {Unit::Usb, table(0x10000000, kReset), kNoStack},
-        {Unit::Stm32U5, table(0x20020004, kReset), ""},
-        {Unit::Stm32U5, table(0x10004000, kReset), kNoStack},
     });
+    // Another family.
+    for (auto const& [stack, has_stack] : {std::pair(0x20020004U, true), {0x10004000U, false}}) {
+        ImageBundle bundle(Unit::Usb, table(stack, kReset));
+        bundle.Set("otp_address", "0x0BFA0000");
+        EXPECT_TRUE(has_stack
+                        ? FindsNothing(bundle)
+                        : FindsOnly(bundle,
+                                    "config.ini:1: error: firmware_filename: The image has "
+                                    "no vector table at 0x08000000: the first word, 0x10004000"));
+    }
 }
 
 TEST(VectorTable, IsWhereTheUnitIsStarted)

@@ -17,17 +17,20 @@ using namespace bundle_check;
 
 TEST(Prediction, AddsUpWhatATransportDoes)
 {
+    auto const g4 = GetChipsByOtp(0x1FFF7000).front();
+    auto const u5 = GetChipsByOtp(0x0BFA0000).front();
     // 100 pages take 2.45 s; 800 blocks put (204800 + 9600) * 11 bits on a line of 460800 bits a
     // second, 5.118 s; 25600 double words take 2.099 s.
-    EXPECT_NEAR(PredictUart(204800, 2048), 9.667, 0.001);
-    EXPECT_NEAR(PredictUart(204800, 8192), 7.829, 0.001);
+    EXPECT_NEAR(PredictUart(204800, g4), 9.667, 0.001);
+    // 25 pages take 0.085 s, 12800 quad words 1.510 s.
+    EXPECT_NEAR(PredictUart(204800, u5), 6.714, 0.001);
     // 100 pages, 100 transfers of 5 ms, 25600 double words, 1 s.
-    EXPECT_NEAR(PredictUsb(204800, 2048), 6.049, 0.001);
+    EXPECT_NEAR(PredictUsb(204800, g4), 6.049, 0.001);
     // 73 pages take 1.79 s; 100 chunks: 1.6 s of pauses; (151800 * 4 / 3 + 6000) * 10 bits at
     // 115200, 18.09 s; 18538 double words, 1.52 s.
-    EXPECT_NEAR(PredictMcuboot(148300, 2048, 115200), 23.0, 0.01);
-    EXPECT_NEAR(PredictMcuboot(148300, 2048, 921600), 7.17, 0.01);
-    EXPECT_EQ(PredictMcuboot(148300, 2048, 0), 0);
+    EXPECT_NEAR(PredictMcuboot(148300, g4, 115200), 23.0, 0.01);
+    EXPECT_NEAR(PredictMcuboot(148300, g4, 921600), 7.17, 0.01);
+    EXPECT_EQ(PredictMcuboot(148300, g4, 0), 0);
 }
 
 TEST(Prediction, IsGivenForEachProductByInterfaceAndBaudRateIfThereIsAnImage)

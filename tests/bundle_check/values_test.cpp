@@ -202,7 +202,7 @@ otp_address=0x1FFF0000 => warning: 0x1fff0000 is not in the one-time-programmabl
 )");
 }
 
-TEST(Addresses, MustBeInFlashOnAMultipleOfEightAndWhereTheProgramErases)
+TEST(Addresses, MustBeInFlashOnAProgrammingUnitAndWhereTheProgramErases)
 {
     ExpectFindings({
         {{{"programming_address", "0x20000000"}},
@@ -232,6 +232,11 @@ TEST(Addresses, MustBeInFlashOnAMultipleOfEightAndWhereTheProgramErases)
          "image",
          false},
     });
+    ExpectFindings(
+        {{{{"otp_address", "0x0BFA0000"}, {"programming_address", "0x08000008"}},
+          "config.ini:3: error: programming_address: 0x08000008 is not a multiple of 16, "
+          "and flash is programmed 16 bytes at a time, so the unit does not store",
+          false}});
     // dfu-util erases where it writes.
     for (uint32_t const address : {0x08004000U, 0x08000008U}) {
         BundleFolder bundle;

@@ -30,6 +30,7 @@ TEST_P(EveryTransport, RefusesAnotherModelWithoutTouchingTheUnit)
     ExpectScreen(IsRefused);
     ExpectScreenStays(IsRefused, 2s);
     ExpectUnitIsUntouched();
+    ExpectLogged(u" unit refused on .*; model 222; this firmware is for "_s);
 }
 
 TEST_P(EveryTransport, RefusesAUnitWithoutAModel)
@@ -37,6 +38,7 @@ TEST_P(EveryTransport, RefusesAUnitWithoutAModel)
     Start(u"--model-id none"_s);
     ExpectScreen(IsRefused);
     ExpectUnitIsUntouched();
+    ExpectLogged(u" unit refused on .*; no model"_s);
 }
 
 TEST_P(EveryTransport, UpdatesAnyModelWhenTheFirmwareIsForService)
@@ -45,6 +47,8 @@ TEST_P(EveryTransport, UpdatesAnyModelWhenTheFirmwareIsForService)
     Start(u"--model-id 222"_s);
     UpdateToTheEnd();
     EXPECT_EQ(CountInJournal(u"read"_s), 0);
+    ExpectLogged(u" unit found on .*; model not checked"_s);
+    ExpectLogged(u" update succeeded: %1 bytes in "_s.arg(bundle_.ReadFirmware().size()));
 }
 
 TEST_P(EveryTransport, LeavesTracesThatAUnitBeforeItsUpdateDoesNotHave)

@@ -90,11 +90,12 @@ TEST_P(EveryHarmlessFault, DelaysTheUpdateOnly)
     EXPECT_NE(unit_->Status(u"fault-strikes"_s), u"0"_s);
 }
 
-INSTANTIATE_TEST_SUITE_P(, EveryHarmlessFault,
-                         testing::Values(Row{"AlmostTenSecondsForTheFirstChunk",
-                                             "fault late-answer 1 1 9900"},
-                                         Row{"ChunkIsAskedForAgain", "fault keep-offset 20 3"}),
-                         NameOf);
+INSTANTIATE_TEST_SUITE_P(
+    , EveryHarmlessFault,
+    testing::Values(Row{"AlmostTenSecondsForTheFirstChunk", "fault late-answer 1 1 9900"},
+                    Row{"AlmostTenSecondsForTheErase", "fault slow-erase 1 1 9900"},
+                    Row{"ChunkIsAskedForAgain", "fault keep-offset 20 3"}),
+    NameOf);
 
 // Options of the unit, and after a comma a fault.
 class EveryMcubootUnit : public McubootTransport, public testing::WithParamInterface<Row> {};
@@ -116,6 +117,8 @@ INSTANTIATE_TEST_SUITE_P(, EveryMcubootUnit,
                                          Row{"DefiniteMaps", "--definite-maps"},
                                          Row{"ShortestLineBuffer", "--line-buffer 2039"},
                                          Row{"NoNextOffset", ",fault omit-offset 1 1000"},
+                                         Row{"RealTimes", "--real-times"},
+                                         Row{"ItsLogOnTheLine", "--log-lines"},
                                          Row{"LogLinesBefore", ",fault foreign-line-before 1 1000"},
                                          Row{"LogLinesAfter", ",fault foreign-line-after 1 1000"}),
                          NameOf);
@@ -143,6 +146,51 @@ TEST_F(McubootTransport, AsksAUnitThatDoesNotAnswerEveryFourSecondsUntilItDoes)
     UpdateToTheEnd();
 }
 
+// The banner makes the first answer unusable; the console comes when nobody asks.
+TEST_F(McubootTransport, UpdatesAUnitThatPrintsABannerWhenItIsPluggedInAndItsConsoleAfterwards)
+{
+    Start(u"--units 0 --talks"_s);
+    ExpectScreen(IsWaiting);
+    unit_->Command(u"plug"_s);
+    UpdateToTheEnd();
+    ExpectScreenStays(IsDoneWithoutText, 3s);
+    unit_->Command(u"unplug"_s);
+    ExpectScreen(IsWaiting);
+}
+
+// The end of a line counts as the end of an answer once nothing follows at once.
+class EveryMcubootPause : public McubootTransport, public testing::WithParamInterface<Row> {};
+
+TEST_P(EveryMcubootPause, LeavesTheUnitWaitingAndUntouched)
+{
+    Start(u"--line-pause 50 "_s + QString::fromLatin1(GetParam().value));
+    ExpectScreen(IsWaiting);
+    ExpectScreenStays(IsWaiting, 6s);
+    EXPECT_GE(CountInJournal(u"image-state seq=0 ack"_s), 1);
+    ExpectUnitIsUntouched();
+}
+
+INSTANTIATE_TEST_SUITE_P(, EveryMcubootPause,
+                         testing::Values(Row{"AfterALogLine", "--log-lines"},
+                                         Row{"WithinAnAnswer", "--answer-line 20"}),
+                         NameOf);
+
+// The program gives up after about 13 seconds. The unit loses what a new start of the program asks
+// until it has erased.
+TEST_F(McubootTransport, FindsAUnitAgainThatErasesForLongerThanTheProgramWaits)
+{
+    Start();
+    PressUpdateWith(u"fault slow-erase 1 1 20000"_s);
+    ExpectScreen(IsFailed);
+    program_.reset();
+    auto const asked = CountInJournal(u"image-state"_s);
+    StartProgram();
+    ExpectScreen(IsWaiting);
+    ExpectScreenStays(IsWaiting, 3s);
+    EXPECT_EQ(CountInJournal(u"image-state"_s), asked);
+    UpdateToTheEnd();
+}
+
 TEST_F(McubootTransport, WaitsForAPortThatCannotBeOpenedYet)
 {
     PlugIn();
@@ -150,8 +198,21 @@ TEST_F(McubootTransport, WaitsForAPortThatCannotBeOpenedYet)
     StartProgram();
     ExpectScreen(IsWaiting);
     ExpectScreenStays(IsWaiting, 3s);
+    ExpectLogged(u" no unit answers on .*: the port cannot be opened: .+"_s);
     unit_->Command(u"block off"_s);
     UpdateToTheEnd();
+}
+
+TEST_F(McubootTransport, KeepsTheProgramAliveUntilTheUploadHasReturnedWhenItsWindowIsClosed)
+{
+    Start();
+    StartUpdate();
+    ExpectScreen(IsUpdating);
+    program_->CloseWindow();
+    EXPECT_EQ(program_->WaitForExit(60s), 0);
+    ExpectUnitHoldsImage();
+    ExpectLogged(u" the window was closed during the update"_s);
+    ExpectLogged(u" update succeeded: "_s);
 }
 
 // ---- Updates that fail ----

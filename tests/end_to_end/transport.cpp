@@ -117,6 +117,13 @@ void Transport::ExpectUnitHoldsImage()
     }
 }
 
+void Transport::ExpectLogged(QString const& pattern) const
+{
+    auto const log = QString::fromUtf8(program_->ReadLog());
+    EXPECT_EQ(log.count(QRegularExpression(pattern)), 1) << pattern.toStdString() << " in\n"
+                                                         << log.toStdString();
+}
+
 void Transport::ExpectUnitIsUntouched()
 {
     static QRegularExpression const traces(u"erase|write|upload|reset|go|leave"_s);

@@ -23,6 +23,36 @@ TEST_F(UartFailure, GoesBackToWaitingWhenAReadyUnitIsPulledOutAndFindsItAgain)
     UpdateToTheEnd();
 }
 
+// Its bootloader waits for a command, and 7F is none.
+TEST_F(UartFailure, FindsAUnitWithItsOwnSupplyAgainOnlyAfterAReset)
+{
+    Start(u"--self-powered"_s);
+    ExpectScreen(IsReady);
+    unit_->Command(u"unplug"_s);
+    ExpectScreen(IsWaiting);
+    unit_->Command(u"plug"_s);
+    // Every second 7F is taken for the check byte of the one before.
+    ExpectScreen([this](Screen const& screen) {
+        return IsWaiting(screen) && CountInJournal(u"command-0x7f nack complement"_s) > 0;
+    });
+    unit_->Command(u"reset"_s);
+    UpdateToTheEnd();
+}
+
+TEST_F(UartFailure, FindsAUnitWhoseSpeedMeasurementWasSpoiltOnlyAfterAReset)
+{
+    PlugIn();
+    QFile line(unit_->Property(u"pty"_s));
+    ASSERT_TRUE(line.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
+    ASSERT_EQ(line.write("A", 1), 1);
+    StartProgram();
+    ExpectScreen(IsWaiting);
+    ExpectScreenStays(IsWaiting, 6s);
+    EXPECT_EQ(unit_->Journal(), QStringList{u"sync silent speed"_s});
+    unit_->Command(u"reset"_s);
+    UpdateToTheEnd();
+}
+
 // The command that begins the fault, and those that end it.
 class EveryBadFirstAnswer : public UartFailure, public testing::WithParamInterface<Row> {};
 
@@ -39,6 +69,10 @@ TEST_P(EveryBadFirstAnswer, IsAskedForAgainUntilItIsRight)
         unit_->Command(command);
     }
     UpdateToTheEnd();
+    auto const log = program_->ReadLog();
+    EXPECT_EQ(log.count(" no unit answers on "), 2) << "its begin and, with a count, its end";
+    EXPECT_EQ(log.count(" the same "), GetParam().name == std::string("Silence") ? 1 : 0)
+        << log.toStdString();
 }
 
 INSTANTIATE_TEST_SUITE_P(, EveryBadFirstAnswer,
@@ -121,6 +155,7 @@ TEST_F(UartFailure, EndsWithStatusOneWhenThePortCannotBeOpenedHoweverBusyTheMach
     for (int start = 0; start < 6; ++start) {
         StartProgram();
         EXPECT_EQ(program_->WaitForExit(60s), 1);
+        ExpectLogged(u"ttyUSB\\d+ cannot be opened: .+; the program ends"_s);
         load.emplace_back([](std::stop_token const& stop) {
             while (!stop.stop_requested()) {
             }

@@ -26,7 +26,8 @@ class EveryChip : public UartTransport, public testing::WithParamInterface<Chip>
 TEST_P(EveryChip, IsFoundVerifiedWrittenAndStarted)
 {
     auto const [product_id, erase_commands] = GetParam();
-    Start(QString::asprintf("--product-id %s --erase-commands %s", product_id, erase_commands));
+    Start(QString::asprintf("--product-id %s --erase-commands %s --go-checks-stack", product_id,
+                            erase_commands));
     UpdateToTheEnd();
 
     auto const journal = unit_->Journal();
@@ -72,10 +73,32 @@ TEST_F(UartUpdate, WritesAUnitThatSpeaksTheOtherAcknowledgePair)
 
 TEST_F(UartUpdate, PadsAnImageThatIsNotAMultipleOfFourWithZeros)
 {
-    bundle_.WriteFirmware(QByteArray(1000, '\x5A') + QByteArray("abc"));
+    bundle_.WriteFirmware(QByteArray(1000, '\x5A') + QByteArray("abcdefg"));
     Start();
     UpdateToTheEnd();
 }
+
+// Nothing is read back, so bundle_check has to say it: the trailer begins in the middle of a double
+// word of the STM32G4 or a quad word of the STM32U5.
+class EverySplitTrailer : public UartTransport, public testing::WithParamInterface<Row> {};
+
+TEST_P(EverySplitTrailer, IsShownAsDoneAlthoughTheUnitDoesNotStoreIt)
+{
+    auto const parts = QString::fromLatin1(GetParam().value).split(u' ');
+    auto const size = parts.last().toUInt();
+    bundle_.WriteFirmware(QByteArray(size, '\x5A'));
+    Start(u"--product-id "_s + parts.first());
+    StartUpdate();
+    ExpectScreen(IsDone);
+    auto const config = ReadUartConfig(QSettings(bundle_.ConfigPath(), QSettings::IniFormat));
+    EXPECT_EQ(unit_->ReadMemory(config.programming_address + size - 4, 4), QByteArray(4, '\xFF'));
+    EXPECT_EQ(CountInJournal(u" 8 ack alignment"_s), 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(UartUpdate, EverySplitTrailer,
+                         testing::Values(Row{"OfDoubleWords", "0x469 1004"},
+                                         Row{"OfQuadWords", "0x482 1008"}),
+                         NameOf);
 
 TEST_F(UartUpdate, StartsOnceHoweverOftenTheButtonIsPressed)
 {
@@ -101,6 +124,8 @@ TEST_F(UartUpdate, KeepsTheProgramAliveUntilTheUploadHasReturnedWhenItsWindowIsC
     program_->CloseWindow();
     EXPECT_EQ(program_->WaitForExit(60s), 0);
     ExpectUnitHoldsImage();
+    ExpectLogged(u" the window was closed during the update"_s);
+    ExpectLogged(u" update succeeded: "_s);
 }
 
 TEST_F(UartUpdate, LeavesALogOfVersionConfigurationPortsAndStates)

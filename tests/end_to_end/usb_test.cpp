@@ -99,6 +99,8 @@ TEST_F(Usb, KeepsTheProgramAliveUntilTheToolHasWrittenEverythingWhenItsWindowIsC
     ExpectUnitIsStillInItsBootloader();
     EXPECT_EQ(program_->WaitForExit(60s), 0);
     ExpectUnitHoldsImage();
+    ExpectLogged(u" the window was closed during the update"_s);
+    ExpectLogged(u" update succeeded: "_s);
 }
 
 // ---- Units that are not updated ----
@@ -200,6 +202,7 @@ TEST_F(Usb, StaysErasingWhenTheToolIsGoneBeforeTheDownloadAndCanBeClosed)
     ExpectScreen(IsErasing);
     ExpectScreenStays(IsErasing, 3s);
     ExpectUnitIsUntouched();
+    ExpectLogged(u" update failed after 0 of .*: dfu-util did not run to its end: "_s);
     program_->CloseWindow();
     EXPECT_EQ(program_->WaitForExit(), 0);
 }

@@ -24,6 +24,10 @@ struct Exception {
 constexpr Exception kExceptions[] = {
     // The driver's interface, not the port behind it.
     {"modules/", "hal/uart/i_uart_driver.h"},
+    // Where the bytes of a session pass. The rest of both folders is shared with the device
+    // firmware, which keeps no record.
+    {"hal/uart/uart.", "record/sink.h"},
+    {"modules/stm32_updater/stm32_dfu_util_updater.", "record/sink.h"},
     // What the model check looks at; the header needs no linking.
     {"bundle_check/", "updater/model_id.h"},
     // The units themselves are written without a look at the product. Their program may state its
@@ -61,11 +65,13 @@ std::string TopFolder(std::string const& path)
 std::map<std::string, std::set<std::string>> const kFoldersBelow{
     {"bundle_check", {"config", "modules", "mcuboot"}},
     {"config", {}},
-    {"app", {"config", "updater", "modules", "mcuboot", "hal", "runtime"}},
-    {"updater", {"modules", "mcuboot", "hal", "runtime"}},
+    {"session_view", {"record", "modules", "mcuboot"}},
+    {"app", {"config", "updater", "modules", "mcuboot", "hal", "record", "runtime"}},
+    {"updater", {"modules", "mcuboot", "hal", "record", "runtime"}},
     {"modules", {"runtime"}},
     {"mcuboot", {"runtime"}},
     {"hal", {"runtime"}},
+    {"record", {}},
     {"runtime", {}},
     {"simulator", {}},
 };

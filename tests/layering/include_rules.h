@@ -22,8 +22,8 @@ std::vector<std::string> FindIncludes(std::string const& text);
 // Each function returns one line for each offence: "hal/uart/uart.cpp includes app/backend.h".
 
 // Includes of a folder above or beside one's own: app -> updater -> modules, mcuboot, hal ->
-// runtime, and app, bundle_check -> config. Nobody includes tests or simulator. The exceptions are
-// a list in the source file.
+// runtime, app -> updater -> record, and app, bundle_check -> config. Nobody includes tests or
+// simulator. The exceptions are a list in the source file.
 std::vector<std::string> FindUpwardIncludes(std::vector<SourceFile> const& files);
 
 // The headers of each circle, in the order in which they include each other.

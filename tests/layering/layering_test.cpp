@@ -16,8 +16,8 @@ namespace {
 
 std::vector<SourceFile> const& Sources()
 {
-    static auto const sources = ReadSources(
-        FW_SOURCE_DIR, {"app", "config", "updater", "modules", "mcuboot", "hal", "runtime"});
+    static auto const sources = ReadSources(FW_SOURCE_DIR, {"app", "config", "updater", "modules",
+                                                            "mcuboot", "hal", "record", "runtime"});
     return sources;
 }
 
@@ -52,6 +52,7 @@ TEST(Layering, LooksAtAllSources)
     EXPECT_TRUE(has("updater/uart_firmware_updater.cpp"));
     EXPECT_TRUE(has("modules/stm32_updater/stm32_uart_updater.cpp"));
     EXPECT_TRUE(has("hal/uart/uart.cpp"));
+    EXPECT_TRUE(has("record/event.cpp"));
     EXPECT_TRUE(has("runtime/dispatcher.cpp"));
     EXPECT_TRUE(IsCoreHeader("QString") && IsCoreHeader("QtCore/QString"));
     EXPECT_FALSE(IsCoreHeader("QWidget"));
@@ -66,11 +67,11 @@ TEST(Layering, TheProgramKeepsToTheRules)
 
 TEST(Layering, NoHeadersIncludeEachOtherInACircle)
 {
-    EXPECT_THAT(
-        FindCircles(ReadSources(FW_SOURCE_DIR,
-                                {"app", "config", "updater", "modules", "mcuboot", "hal", "runtime",
-                                 "bundle_check", "simulator", "tests", "benchmarks", "fuzz"})),
-        IsEmpty());
+    EXPECT_THAT(FindCircles(ReadSources(
+                    FW_SOURCE_DIR,
+                    {"app", "config", "updater", "modules", "mcuboot", "hal", "record", "runtime",
+                     "bundle_check", "session_view", "simulator", "tests", "benchmarks", "fuzz"})),
+                IsEmpty());
 }
 
 TEST(Layering, TheSimulatorAndTheBundleCheckerKeepToTheRules)
@@ -80,6 +81,14 @@ TEST(Layering, TheSimulatorAndTheBundleCheckerKeepToTheRules)
     EXPECT_THAT(checker, testing::Not(IsEmpty()));
     EXPECT_THAT(FindUpwardIncludes(checker), IsEmpty());
     EXPECT_THAT(FindForbiddenQt(checker, IsCoreHeader), IsEmpty());
+}
+
+TEST(Layering, TheReaderOfRecordsKeepsToTheRules)
+{
+    auto const reader = ReadSources(FW_SOURCE_DIR, {"session_view"});
+    EXPECT_THAT(reader, testing::Not(IsEmpty()));
+    EXPECT_THAT(FindUpwardIncludes(reader), IsEmpty());
+    EXPECT_THAT(FindForbiddenQt(reader, IsCoreHeader), IsEmpty());
 }
 
 TEST(Layering, OnlyTheTableSpellsTheConfigurationsKeys)

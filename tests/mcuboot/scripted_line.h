@@ -68,6 +68,7 @@ public:
     QByteArray Read(std::chrono::milliseconds time) override;
     void Clear() override;
     void Pause(std::chrono::milliseconds time) override;
+    std::chrono::milliseconds Time() const override { return now_; }
 
 private:
     struct Due {

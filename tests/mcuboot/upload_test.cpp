@@ -200,6 +200,45 @@ TEST_F(UploadTest, EndsAtTheFirstAnswerThatIsMissingUnusableOrAnError)
     EXPECT_EQ(UploadImage("image").outcome, Outcome::kNoAnswer);
 }
 
+TEST_F(UploadTest, ExplainsWhyItEnded)
+{
+    struct Row {
+        ScriptedLine::Piece piece;
+        char const* cause;
+    };
+    for (auto const& [piece, cause] : {
+             Row{{}, "no answer within 3000 ms"},
+             Row{{RcAnswer(7), 36ms}, "error code 7 after 39 ms"},
+             Row{{"boot\x01\n", 4ms},
+                 "6 bytes after 7 ms, not a good answer: no line of it is a frame: "
+                 "\"boot\\x01\\x0a\""},
+             Row{{OffAnswer(-5)}, "the unit asks for offset -5"},
+         }) {
+        Asks({1483});
+        line_.AnswersInPieces({piece});
+        EXPECT_EQ(UploadImage(Pattern(4000)).cause.toStdString(),
+                  std::string("chunk 2 of 3 at offset 1483: ") + cause);
+    }
+    Asks(Repeat(16, {0}));
+    EXPECT_EQ(UploadImage(Pattern(4000)).cause.toStdString(),
+              "chunk 1 of 3 at offset 0: the unit asks for offset 0 again and gets no further");
+}
+
+TEST_F(UploadTest, CountsItsRepeatsAndItsSlowestAnswers)
+{
+    line_.AnswersInPieces({{OffAnswer(1483), 900ms}});
+    line_.AnswersInPieces({{OffAnswer(1483), 20ms}});
+    line_.AnswersInPieces({{OffAnswer(2966), 50ms}});
+    line_.StaysSilent();
+    auto const figures = UploadImage(Pattern(4000)).figures;
+    EXPECT_EQ(figures.image_size, 4000);
+    EXPECT_EQ(figures.acknowledged, 2966);
+    EXPECT_EQ(figures.repeated_chunks, 1);
+    EXPECT_EQ(figures.first_answer, 903ms);
+    EXPECT_EQ(figures.slowest_answer, 3003ms);
+    EXPECT_EQ(figures.slowest_offset, 2966);
+}
+
 TEST_F(UploadTest, WaitsTenSecondsForAChunkAtTheStartAndThreeForAnyOther)
 {
     using Row = std::pair<std::vector<int>, std::chrono::milliseconds>;

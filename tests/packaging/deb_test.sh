@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Runs one test of the Debian package:
 #   deb_test.sh BUILD_DIRECTORY TEST
-# build            cpack makes the package from what has been built; the other tests need it
+# build            cpack makes the packages from what has been built; the other tests need them
 # contents         files, directories, owners, permissions and dependencies
 # metadata         desktop entry, AppStream data and udev rules are valid
-# lintian          Debian's own checker finds no error
+# lintian          Debian's own checker finds no error, also not in the package of bundle_check
+# bundle_check     the program in the package of bundle_check finds the demonstration clean
 # throw_away_root  dpkg installs the package into a temporary directory, the program there shows its
 #                  window with the product's title, and removal leaves nothing behind
 # this_machine     the same with apt-get on the machine itself; only as root and with
@@ -55,7 +56,11 @@ test_build() {
     need cpack dpkg-deb dpkg-shlibdeps file
     rm -rf "$packages"
     # The builder's umask must not affect the package.
-    (umask 077 && cpack --config "$build/CPackConfig.cmake" -B "$packages")
+    (
+        umask 077
+        cpack --config "$build/CPackConfig.cmake" -B "$packages"
+        cpack --config "$build/CPackBundleCheck.cmake" -B "$packages"
+    )
     find_package
 }
 
@@ -110,7 +115,16 @@ test_metadata() {
 test_lintian() {
     find_package
     need lintian
-    lintian --fail-on error "$deb"
+    lintian --fail-on error "$packages"/*.deb
+}
+
+test_bundle_check() {
+    find_package
+    make_work
+    local found=("$packages"/kelvane-bundle-check_*.deb)
+    dpkg-deb --extract "${found[0]}" "$work"
+    "$work/usr/bin/bundle_check" --for-customers "$build/bundle"
+    dpkg-deb --field "${found[0]}" Depends | grep --quiet libqt6gui6 || fail "no dependency on Qt"
 }
 
 # expect_entry WINDOW PROGRAM ENTRY: checks that a desktop finds the entry, and so the icon, of the window:

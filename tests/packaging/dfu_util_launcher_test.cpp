@@ -8,6 +8,7 @@
 #include <QTemporaryDir>
 #include <utility>
 
+#include "tests/support/files.h"
 #include "tests/support/stand_in_tool.h"
 
 using namespace Qt::StringLiterals;
@@ -34,9 +35,11 @@ QStringList Split(QString const& text)
 
 QString const kDownload = u"-d 0483:df11 -a 0 -s 0X08000000:fast:leave -D fw.bin"_s;
 
-Ended RunProgram(QString const& program, QString const& path, QStringList const& arguments)
+Ended RunProgram(QString const& program, QString const& path, QStringList const& arguments,
+                 QString const& working_directory = {})
 {
     QProcess process;
+    process.setWorkingDirectory(working_directory);
     auto environment = QProcessEnvironment::systemEnvironment();
     environment.insert(u"PATH"_s, path);
     process.setProcessEnvironment(environment);
@@ -148,32 +151,78 @@ TEST_F(DfuUtilLauncher, EndsByTheSignalThatEndsTheTool)
     EXPECT_EQ(Launch({}).status, QProcess::CrashExit);
 }
 
-TEST_F(DfuUtilLauncher, SkipsItsCopiesAndWhatCannotBeRun)
+TEST_F(DfuUtilLauncher, SkipsEveryLauncherAndWhatCannotBeRun)
 {
     MakeOldTool();
     QTemporaryDir folders;
     QDir const root(folders.path());
     ASSERT_TRUE(root.mkpath(u"bundle"_s) && root.mkpath(u"other_bundle"_s) &&
-                root.mkpath(u"file"_s) && root.mkpath(u"folder/dfu-util"_s));
+                root.mkpath(u"later_bundle"_s) && root.mkpath(u"file"_s) &&
+                root.mkpath(u"folder/dfu-util"_s));
     auto const launcher = root.filePath(u"bundle/dfu-util"_s);
+    auto const later = root.filePath(u"later_bundle/dfu-util"_s);
     ASSERT_TRUE(QFile::copy(kLauncher, launcher));
     ASSERT_TRUE(QFile::copy(kLauncher, root.filePath(u"other_bundle/dfu-util"_s)));
+    ASSERT_TRUE(QFile::copy(kLauncher, later));
+    WriteFile(later, ReadFile(kLauncher) + "\n# of another version\n");
     ASSERT_TRUE(QFile(root.filePath(u"file/dfu-util"_s)).open(QIODevice::WriteOnly));
     QString path;
-    for (auto const& folder : {u"bundle"_s, u"other_bundle"_s, u"file"_s, u"folder"_s}) {
+    for (auto const& folder :
+         {u"bundle"_s, u"other_bundle"_s, u"later_bundle"_s, u"file"_s, u"folder"_s}) {
         path += root.filePath(folder) + u':';
     }
 
-    RunProgram(launcher, path + tool_.FilePath({}) + u':' + kSystemPath, {u"-l"_s});
+    auto const ended =
+        RunProgram(launcher, path + tool_.FilePath({}) + u':' + kSystemPath, {u"-l"_s});
 
+    EXPECT_EQ(ended.errors, "");
     EXPECT_EQ(tool_.Arguments(), QStringList{u"-l"_s});
+}
+
+// Such a script calls the launcher again, which would find the script again.
+TEST_F(DfuUtilLauncher, IsKilledIfTheToolIsAScriptThatCallsALauncher)
+{
+    tool_.Does("[ \"$(wc -l <\"$here/process_ids\")\" -lt 20 ] && exec " + kLauncher.toLocal8Bit() +
+               " \"$@\"\n");
+
+    for (auto const& arguments : {Split(u"-l -a0"_s), Split(kDownload)}) {
+        auto const ended = Launch(arguments);
+
+        EXPECT_EQ(ended.status, QProcess::CrashExit);
+        EXPECT_TRUE(ended.errors.contains("called by the tool that " + kLauncher.toLocal8Bit()))
+            << ended.errors.constData();
+    }
+    EXPECT_EQ(tool_.ProcessIds().size(), 3) << "the list, the question about fast, the download";
+}
+
+TEST_F(DfuUtilLauncher, NeverRunsAnythingFromTheCurrentFolder)
+{
+    StandInTool current;
+    current.Does("");
+    for (auto const& tool : {u"sed"_s, u"grep"_s}) {
+        ASSERT_TRUE(QFile::copy(current.Path(), current.FilePath(tool)));
+    }
+    MakeOldTool();
+    ASSERT_TRUE(QDir(current.FilePath({})).mkdir(u"below"_s));
+    ASSERT_TRUE(QFile::copy(current.Path(), current.FilePath(u"below/dfu-util"_s)));
+
+    for (auto const& entries : {u""_s, u"."_s, u"below:./:"_s}) {
+        auto const path = entries + u':' + tool_.FilePath({}) + u':' + kSystemPath + u':' + entries;
+        RunProgram(kLauncher, path, Split(kDownload), current.FilePath({}));
+        auto const all = tool_.Arguments();
+        EXPECT_EQ(all.mid(all.size() - 8), Split(QString(kDownload).remove(u":fast"_s)))
+            << entries.toStdString();
+        auto const alone = RunProgram(kLauncher, entries, {u"-l"_s}, current.FilePath({}));
+        EXPECT_EQ(alone.status, QProcess::CrashExit) << entries.toStdString();
+    }
+    EXPECT_EQ(current.Arguments(), QStringList()) << "of what lies in the current folder";
 }
 
 // The updater counts every other end as a success.
 TEST_F(DfuUtilLauncher, IsKilledIfThereIsNoTool)
 {
     QTemporaryDir programs;
-    for (auto const* program : {"cmp", "grep", "sed"}) {
+    for (auto const* program : {"grep", "sed"}) {
         auto const name = QString::fromLatin1(program);
         ASSERT_TRUE(QFile::link(u"/usr/bin/"_s + name, programs.filePath(name)));
     }

@@ -7,13 +7,12 @@
 import os
 import plistlib
 import struct
-import subprocess
 import sys
-import tempfile
 import unittest
 from pathlib import Path
 
-PACKAGING = Path(__file__).resolve().parents[2] / "packaging"
+from in_directory import PACKAGING, InDirectory
+
 CMAKE = sys.argv[1]
 
 PNG_16 = b"\x89PNG\r\n\x1a\n sixteen"
@@ -31,22 +30,15 @@ def make_ico(*pictures):
     return head + body
 
 
-class InDirectory(unittest.TestCase):
-    def setUp(self):
-        directory = tempfile.TemporaryDirectory()
-        self.addCleanup(directory.cleanup)
-        self.directory = Path(directory.name)
-
-    def path(self, name, content=None):
-        path = self.directory / name
-        if content is not None:
-            path.write_bytes(content)
-        return path
-
-    def call(self, *command):
-        return subprocess.run(
-            [str(word) for word in command], capture_output=True, text=True, timeout=60
-        )
+PRODUCT = """
+set(FW_PRODUCT_TITLE "Nordvik Tide Updater")
+set(FW_PRODUCT_VERSION 3.1.0)
+set(FW_PRODUCT_PACKAGE nordvik-tide-updater)
+set(FW_PRODUCT_ID com.nordvik.tideupdater)
+set(FW_PRODUCT_VENDOR Nordvik)
+set(FW_PRODUCT_CONTACT "Nordvik Support <support@nordvik.example>")
+set(FW_PRODUCT_HOMEPAGE https://nordvik.example)
+"""
 
 
 class Icons(InDirectory):
@@ -100,61 +92,6 @@ class Icons(InDirectory):
             self.assertRegex(result.stderr, "not an icon file|cut off")
 
 
-class UdevRules(InDirectory):
-    def rules(self, config):
-        self.path("config.ini", config.encode())
-        return self.call(
-            PACKAGING / "linux/make_udev_rules.py", self.path("config.ini"), self.path("rules")
-        )
-
-    def lines(self, config):
-        result = self.rules(config)
-        self.assertEqual(result.returncode, 0, result.stderr)
-        return self.path("rules").read_text().splitlines()
-
-    def test_without_products_the_rules_name_the_serial_adapter_and_the_dfu_bootloader(self):
-        lines = self.lines("")
-
-        self.assertEqual(
-            [line for line in lines if not line.startswith("#")],
-            [
-                'ACTION=="remove", GOTO="kelvane_firmware_updater_end"',
-                'SUBSYSTEM=="usb", ENV{DEVTYPE}=="usb_device", ATTR{idVendor}=="10c4", '
-                'ATTR{idProduct}=="ea60", ENV{ID_MM_DEVICE_IGNORE}="1"',
-                'SUBSYSTEM=="tty", ATTRS{idVendor}=="10c4", ATTRS{idProduct}=="ea60", '
-                'ENV{ID_MM_DEVICE_IGNORE}="1", TAG+="uaccess"',
-                'SUBSYSTEM=="usb", ENV{DEVTYPE}=="usb_device", ATTR{idVendor}=="0483", '
-                'ATTR{idProduct}=="df11", ENV{ID_MM_DEVICE_IGNORE}="1", TAG+="uaccess"',
-                'LABEL="kelvane_firmware_updater_end"',
-            ],
-        )
-
-    def test_a_serial_product_becomes_a_serial_port_with_ids_of_four_lower_case_digits(self):
-        lines = self.lines("interface=mcuboot_serial\nproduct_list=One:1209:1, Two:0x2FE3:ABCD\n")
-
-        ports = [line for line in lines if line.startswith('SUBSYSTEM=="tty"')]
-        self.assertEqual(len(ports), 3)
-        self.assertIn('ATTRS{idVendor}=="1209", ATTRS{idProduct}=="0001"', ports[1])
-        self.assertIn('ATTRS{idVendor}=="2fe3", ATTRS{idProduct}=="abcd"', ports[2])
-
-    def test_a_usb_product_becomes_a_usb_device(self):
-        lines = self.lines('product_list="One:1209:0002" ; a remark\ninterface = usb\n')
-
-        self.assertTrue(any('"1209"' in line and 'SUBSYSTEM=="usb"' in line and "uaccess" in line for line in lines))
-        self.assertFalse(any('"1209"' in line and 'SUBSYSTEM=="tty"' in line for line in lines))
-
-    def test_ids_that_the_rules_always_name_are_not_repeated(self):
-        self.assertEqual(self.lines("product_list=One:10C4:EA60\n"), self.lines(""))
-
-    def test_a_malformed_id_is_refused_and_no_rules_are_written(self):
-        for entry in ("One", "One:10c4", "One:10c4:", "One:10c4:ea601", 'One:10c4:", RUN+=x', "One:-1:2"):
-            result = self.rules(f"product_list={entry}\n")
-
-            self.assertEqual(result.returncode, 1, entry)
-            self.assertIn("is not NAME:VENDOR:PRODUCT", result.stderr)
-            self.assertFalse(self.path("rules").exists())
-
-
 class DfuUtil(InDirectory):
     HELP = "  -s --dfuse-address address<:...>\n\t\tleave\t\tLeave DFU mode\n"
 
@@ -190,6 +127,7 @@ cmake_minimum_required(VERSION 3.25)
 project(stand_in VERSION 1.0.0 LANGUAGES CXX)
 set(APPLE TRUE)
 add_executable(firmware_updater main.cpp)
+add_executable(bundle_check main.cpp)
 add_executable(Qt6::qmake IMPORTED)
 set_target_properties(Qt6::qmake PROPERTIES IMPORTED_LOCATION "${{CMAKE_SOURCE_DIR}}/qt/qmake")
 add_subdirectory("{PACKAGING}" packaging)
@@ -202,12 +140,19 @@ add_subdirectory("{PACKAGING}" packaging)
         self.path("CMakeLists.txt", self.PROJECT.encode())
         self.path("main.cpp", b"int main() {}\n")
         self.path("product/config.ini", b"firmware_filename=a.bin\n")
-        self.program("qt/macdeployqt", 'echo "$@" >"$CALLED"; find "$1" -type f >>"$CALLED"')
+        self.path("product/AppIcon.ico", make_ico((16, PNG_16)))
+        self.path("product/product.cmake", PRODUCT.encode())
+        self.macdeployqt("QtCore.framework/QtCore libqcocoa.dylib libqoffscreen.dylib")
         self.program("dfu-util", "printf '\\t\\tfast\\n'")
         self.program("Driver.app/Contents/MacOS/CP210xVCPDriver", "")
 
-    def program(self, name, script):
-        self.path(name, f"#!/bin/sh\n{script}\n".encode()).chmod(0o755)
+    def macdeployqt(self, copied):
+        self.program("qt/macdeployqt", f"""
+            echo "$@" >>"$CALLED"; find "$1" -type f >>"$CALLED"
+            for file in {copied}; do
+                case $file in Qt*) folder=Frameworks ;; *) folder=PlugIns/platforms ;; esac
+                install -D /dev/null "$1/Contents/$folder/$file"
+            done""")
 
     def configure(self, *options):
         return self.call(
@@ -215,13 +160,17 @@ add_subdirectory("{PACKAGING}" packaging)
             "-D", f"FW_PRODUCT_RESOURCES={self.path('product')}", *options
         )  # fmt: skip
 
-    def install(self):
+    def build(self):
         os.environ["CALLED"] = str(self.path("called"))
-        for command in (("--build",), ("--install", "--prefix", self.path("installed"))):
-            result = self.call(CMAKE, command[0], self.path("build"), *command[1:])
-            self.assertEqual(result.returncode, 0, result.stdout + result.stderr)
-        app = self.path("installed/Kelvane Firmware Updater.app")
-        return app, {str(file.relative_to(app)) for file in app.rglob("*") if file.is_file()}
+        self.succeed(CMAKE, "--build", self.path("build"))
+
+    def install(self, name="Nordvik Tide Updater.app", *options):
+        """Returns the installed application and its files, without those that macdeployqt copies."""
+        self.build()
+        self.succeed(CMAKE, "--install", self.path("build"), "--prefix", self.path("installed"), *options)
+        app = self.path("installed") / name
+        files = {str(file.relative_to(app)) for file in app.rglob("*") if file.is_file()}
+        return app, {file for file in files if not file.startswith(("Contents/Frameworks", "Contents/PlugIns"))}
 
     def test_every_file_is_where_the_program_looks_for_it(self):
         result = self.configure(
@@ -233,9 +182,10 @@ add_subdirectory("{PACKAGING}" packaging)
 
         self.assertEqual(files, {
             "Contents/Info.plist",
-            "Contents/MacOS/Kelvane Firmware Updater",
+            "Contents/MacOS/Nordvik Tide Updater",
             "Contents/MacOS/dfu-util",
             "Contents/Resources/AppIcon.icns",
+            "Contents/Resources/AppIcon.ico",
             "Contents/Resources/config.ini",
             "Contents/Resources/CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver",
         })  # fmt: skip
@@ -246,7 +196,7 @@ add_subdirectory("{PACKAGING}" packaging)
         self.assertEqual(called, f"{app} -always-overwrite -executable={app}/Contents/MacOS/dfu-util")
         self.assertEqual(
             {str(Path(file).relative_to(app)) for file in present},
-            {"Contents/Info.plist", "Contents/MacOS/Kelvane Firmware Updater", "Contents/MacOS/dfu-util"},
+            {"Contents/Info.plist", "Contents/MacOS/Nordvik Tide Updater", "Contents/MacOS/dfu-util"},
         )
 
     def test_a_driver_application_in_the_product_is_copied_unchanged(self):
@@ -280,11 +230,13 @@ add_subdirectory("{PACKAGING}" packaging)
         app, files = self.install()
 
         plist = plistlib.loads((app / "Contents/Info.plist").read_bytes())
-        self.assertEqual(plist["CFBundleIdentifier"], "com.kelvane.firmwareupdater")
+        self.assertEqual(plist["CFBundleIdentifier"], "com.nordvik.tideupdater")
         self.assertEqual(plist["CFBundlePackageType"], "APPL")
         self.assertIn("Contents/Resources/" + plist["CFBundleIconFile"], files)
         self.assertIn("Contents/MacOS/" + plist["CFBundleExecutable"], files)
-        self.assertEqual(plist["CFBundleShortVersionString"], "1.0.0")
+        self.assertEqual(plist["CFBundleName"], "Nordvik Tide Updater")
+        self.assertEqual(plist["CFBundleShortVersionString"], "3.1.0")
+        self.assertEqual(plist["CFBundleVersion"], "3.1.0")
         self.assertEqual(plist["LSMinimumSystemVersion"], "12.0")
         self.assertIs(plist["NSHighResolutionCapable"], True)
 
@@ -296,6 +248,34 @@ add_subdirectory("{PACKAGING}" packaging)
             self.assertIn(f"{part} is not set: do not ship this bundle", " ".join(result.stderr.split()))
         _, files = self.install()
         self.assertNotIn("Contents/MacOS/dfu-util", files)
+
+    def test_a_macdeployqt_that_copies_nothing_is_noticed(self):
+        self.configure()
+        self.build()
+        for copied in ("libqcocoa.dylib", "QtCore.framework/QtCore"):
+            self.macdeployqt(copied)
+
+            result = self.call(CMAKE, "--install", self.path("build"), "--prefix", self.path(copied))
+
+            self.assertNotEqual(result.returncode, 0, f"only {copied} was copied")
+            self.assertIn("macdeployqt did not copy", result.stderr)
+
+    def test_bundle_check_is_an_application_in_a_disk_image_of_its_own(self):
+        self.configure()
+
+        app, files = self.install("bundle_check.app", "--component", "bundle_check")
+
+        self.assertEqual(files, {"Contents/Info.plist", "Contents/MacOS/bundle_check"})
+        called = self.path("called").read_text().splitlines()[0]
+        self.assertTrue(called.startswith(f"{app} -always-overwrite"), called)
+        self.assertEqual([path.name for path in self.path("installed").iterdir()], ["bundle_check.app"])
+        names = []
+        for config in ("CPackConfig.cmake", "CPackBundleCheck.cmake"):
+            self.path("print.cmake", f"""include("{self.path('build') / config}")
+message("${{CPACK_PACKAGE_FILE_NAME}} ${{CPACK_DMG_VOLUME_NAME}}")""".encode())
+            names.append(self.succeed(CMAKE, "-P", self.path("print.cmake")).stderr.strip())
+        self.assertEqual(names, ["nordvik-tide-updater-3.1.0 Nordvik Tide Updater",
+                                 "kelvane-bundle-check-1.0.0 Kelvane bundle_check"])
 
     def test_a_folder_that_is_not_the_driver_application_or_not_a_product_is_refused(self):
         for option, folder, reason in (

@@ -21,7 +21,8 @@ cat >"$work/bin/codesign" <<'END'
 line=${0##*/}
 for word in "$@"; do line+=" [${word#"$TMPDIR"/sign_and_notarise.??????/}]"; done
 echo "$line" >>"$CALLS"
-[ "$(wc -l <"$CALLS")" != "${FAIL_AT:-}" ] || exit 1
+# bundle_check exits with 1 if there are only warnings.
+[ "$(wc -l <"$CALLS")" != "${FAIL_AT:-}" ] || { [ "${0##*/}" = bundle_check ] && exit 2; exit 1; }
 last=${!#}
 case "$line" in
     codesign*--verify*"${UNSIGNED:-nothing}]") exit 1 ;;
@@ -33,11 +34,14 @@ case "$line" in
     ditto*) cp -R "$1" "$2" ;;
     "otool [-arch] [all] [-l]"*dfu-util]) printf 'cmd LC_BUILD_VERSION\n minos %s\n version 955.1\n' "${NEEDS:-12.0}" ;;
     "otool [-arch] [all] [-l]"*) printf 'cmd LC_VERSION_MIN_MACOSX\n version %s\ncmd LC_SOURCE_VERSION\n version 99.0\n' "${OLD_STYLE:-10.9}" ;;
-    "otool [-L]"*) printf '%s:\n\t@rpath/QtCore (compatibility version 6.0.0)\n\t%s (compatibility version 1.0.0)\n' "$last" "${LIBRARY:-/usr/lib/libSystem.B.dylib}" ;;
+    "otool [-arch] [all] [-L]"*) printf '%s (architecture x86_64):\n\t@rpath/QtCore (compatibility version 6.0.0)\n%s (architecture arm64):\n\t%s (compatibility version 1.0.0)\n' "$last" "$last" "${LIBRARY:-/usr/lib/libSystem.B.dylib}" ;;
+    "lipo [-archs]"*) echo "${PROCESSORS-x86_64 arm64}" ;;
+    "lipo "*"/${ONE_PROCESSOR:-nothing}] [-verify_arch] [x86_64] [arm64]") exit 1 ;;
+    bundle_check*) exit "${VERDICT:-0}" ;;
 esac
 END
 chmod +x "$work/bin/codesign"
-for tool in xcrun spctl hdiutil ditto otool; do ln "$work/bin/codesign" "$work/bin/$tool"; done
+for tool in xcrun spctl hdiutil ditto otool lipo bundle_check; do ln "$work/bin/codesign" "$work/bin/$tool"; done
 
 # What `file` recognises as a program for macOS.
 for program in "MacOS/${app%.app}" MacOS/dfu-util Frameworks/QtCore.framework/Versions/A/QtCore \
@@ -45,7 +49,10 @@ for program in "MacOS/${app%.app}" MacOS/dfu-util Frameworks/QtCore.framework/Ve
     install -D <(printf '\xcf\xfa\xed\xfe\x0c\x00\x00\x01%b' '\0\0\0\0\02\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0') "$contents/$program"
 done
 ln -s Versions/A/QtCore "$contents/Frameworks/QtCore.framework/QtCore"
-printf '<key>LSMinimumSystemVersion</key>\n<string>12</string>\n' >"$contents/Info.plist"
+{
+    printf '<key>CFBundleShortVersionString</key>\n<string>3.1.0</string>\n'
+    printf '<key>LSMinimumSystemVersion</key>\n<string>12</string>\n'
+} >"$contents/Info.plist"
 echo unsigned >"$work/unsigned.dmg"
 echo key >"$work/key.p8"
 
@@ -90,11 +97,12 @@ verify="codesign [--verify] [--deep] [--strict]"
 submit="[--keychain-profile] [kelvane] [--wait] [--output-format] [plist]"
 expect 0 "can be shipped"
 [ "$(cat "$work/signed.dmg")" = signed ] || complain "no signed image was created"
-diff <(grep -v '^otool' "$calls") - <<END || complain "the calls differ from the expected ones"
+diff <(grep -v -e '^otool' -e '^lipo' "$calls") - <<END || complain "the calls differ from the expected ones"
 hdiutil [attach] [-readonly] [-nobrowse] [-noautoopen] [-mountpoint] [mounted] [$work/unsigned.dmg]
 ditto [mounted] [contents]
 hdiutil [detach] [mounted]
 $verify [--test-requirement] [=anchor apple generic] [contents/$app/Contents/$driver]
+bundle_check [--package-version] [3.1.0] [--for-customers] [contents/$app]
 $sign [--options] [runtime] [contents/$app/Contents/Frameworks/QtCore.framework/Versions/A/QtCore]
 $sign [--options] [runtime] [contents/$app/Contents/PlugIns/platforms/libqcocoa.dylib]
 $sign [--options] [runtime] [contents/$app/Contents/Frameworks/QtCore.framework]
@@ -152,6 +160,15 @@ expect_refusal_without "$work/image/$app" "must contain exactly one application"
 expect_refusal "dfu-util needs macOS 14.0, but the application declares that it runs on 12" NEEDS=14.0
 expect_refusal "needs macOS 12.0.1" OLD_STYLE=12.0.1
 expect_refusal "needs a library from outside the bundle: /opt/libusb.dylib" LIBRARY=/opt/libusb.dylib
+expect_refusal "bundle_check refuses the application" VERDICT=2
+expect 0 "can be shipped" VERDICT=1
+expect 0 "can be shipped" FW_BENCH_PACKAGE=ON
+grep -q '^bundle_check \[--package-version\] \[3.1.0\] \[contents' "$calls" || complain "benches need no customers' firmware"
+expect 2 "bundle_check was not found" FW_BUNDLE_CHECK=/nowhere/bundle_check
+for code in QtCore libfmt.10.dylib libqcocoa.dylib dfu-util; do
+    expect_refusal "$code is not for all processors of the program: x86_64 arm64" ONE_PROCESSOR=$code
+done
+expect_refusal "names no processor" PROCESSORS=
 chmod a-x "$contents/$driver/Contents/MacOS/CP210xVCPDriver"
 expect_refusal "contains no executable program"
 chmod a+x "$contents/$driver/Contents/MacOS/CP210xVCPDriver"

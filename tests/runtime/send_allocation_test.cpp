@@ -1,4 +1,4 @@
-// The send path of the bus and the heap, in a program of its own that counts allocations.
+// The bus and the heap, in a program of its own that counts allocations and lets them fail.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -82,4 +82,37 @@ TEST_F(SendAllocationTest, AnsweringAndLoggingDoNotAllocate)
 
     EXPECT_EQ(allocations, 0U);
     EXPECT_EQ(listener_.messages, 4 * 31);
+}
+
+TEST(AddListenerAllocation, AFailedOneRegistersNothing)
+{
+    constexpr std::array message{std::byte{0}, std::byte{3}, std::byte{0}, std::byte{9}};
+    constexpr std::array messages{std::pair<SubsystemId, MessageId>{0, 3}};
+    dispatcher::Dispatcher bus({}, 1);
+    CountingListener listener;
+    ListenerCookie cookie;
+    int failures = 0;
+    for (uint64_t n = 1; cookie == nullptr; ++n) {
+        FailAllocation(n);
+        try {
+            cookie = bus.AddListener(5, messages, listener);
+        } catch (std::bad_alloc const&) {
+            ++failures;
+        }
+        FailAllocation(0);
+        if (cookie == nullptr) {
+            EXPECT_FALSE(bus.TaskIsAttached(5)) << n;
+            bus.SendMessage(message);
+            EXPECT_EQ(listener.messages, 0) << n;
+        }
+    }
+    EXPECT_GT(failures, 0);
+    bus.SendMessage(message);
+    EXPECT_EQ(listener.messages, 1);
+
+    std::vector<ListenerCookie> rest;
+    for (int i = 0; i < 31; ++i) {
+        rest.push_back(bus.AddListener(5, messages, listener));
+        EXPECT_NE(rest.back(), nullptr) << "slot " << i << " was lost to a failure";
+    }
 }

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "tests/simulator/bootloader_client.h"
 #include "tests/simulator/dfu_unit_test_support.h"
@@ -58,8 +59,11 @@ protected:
         return directory_.filePath(QString::fromLatin1(name));
     }
 
-    // An image whose last block is shorter than the others.
-    Bytes WriteImage() { return test::WriteImageFile(FilePath("image.bin"), 9 * kPageSize + 301); }
+    // An image whose last block is shorter than the others, by default made of whole double words.
+    Bytes WriteImage(size_t size = 9 * kPageSize + 304)
+    {
+        return test::WriteImageFile(FilePath("image.bin"), size);
+    }
 
     std::string LastLine() { return ToText(plugged_.unit.Journal().back()); }
 
@@ -118,6 +122,23 @@ TEST_F(DfuUtil, ErasesWritesAndStartsAnImageAndFindsTheUnitUnderANewNumberAfterw
     EXPECT_EQ(Run(u"-l"_s), 0);
     EXPECT_THAT(output_, HasSubstr("devnum=2"));
     ExpectImageCanBeWritten();
+}
+
+// The tool sends the odd bytes as they are and ends well; the STM32G4 has only whole double words.
+TEST_F(DfuUtil, WritesAllOfAnImageExceptAnIncompleteDoubleWordAtItsEnd)
+{
+    auto const image = WriteImage(3 * kPageSize + 13);
+
+    EXPECT_EQ(Run(kDownload), 0) << output_;
+
+    auto expected = image;
+    std::fill_n(expected.end() - 5, 5, std::byte{0xFF});
+    EXPECT_EQ(plugged_.unit.ReadMemory(kFlashStart, image.size()), expected);
+    std::vector<std::string> lines;
+    for (auto const& entry : plugged_.unit.Journal()) {
+        lines.push_back(ToText(entry));
+    }
+    EXPECT_THAT(lines, testing::Contains("write 0x08001800 13 ack incomplete"));
 }
 
 TEST_F(DfuUtil, ReadsTheOtpAreaAndTheFlash)

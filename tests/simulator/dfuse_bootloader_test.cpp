@@ -101,8 +101,18 @@ class DfuseConversations : public Dfuse, public testing::WithParamInterface<Conv
 
 TEST_P(DfuseConversations, GoAsTheStandardAndTheApplicationNoteSay)
 {
+    auto options = Options();
+    options.chip = GetParam().options.chip;
+    bootloader_ = DfuseBootloader(options);
     test::ExpectConversation(bootloader_, GetParam().steps,
                              [this](std::string const& request) { return Ask(request); });
+}
+
+DfuseBootloaderOptions WithHabits(WriteHabits const& habits)
+{
+    DfuseBootloaderOptions options;
+    options.chip.write_habits = habits;
+    return options;
 }
 
 std::vector<Conversation> ListConversations()
@@ -156,13 +166,34 @@ std::vector<Conversation> ListConversations()
          "load 0x08000000 00; load 0x0807FFFF 00; carry-out 0 41 > ready = erase all ack; "
          "memory 0x08000000 1 > FF; memory 0x0807FFFF 1 > FF; unit erased > 256"},
         {"WritesBlockTwoAtTheAddressPointerAndTheNextOnesAfterIt",
-         "carry-out 0 21 00 10 00 08 > ready; carry-out 2 01 02 03 04 > ready; "
-         "carry-out 4 05 06 07 08 > ready = write 0x08002000 4 ack; "
-         "memory 0x08001000 4 > 01 02 03 04; memory 0x08002000 4 > 05 06 07 08; "
-         "unit writes > 2; unit over-unerased > 0; carry-out 4 0A > ready; "
-         "memory 0x08002000 1 > 00; unit over-unerased > 1"},
+         "carry-out 0 21 00 10 00 08 > ready; carry-out 2 01 02 03 04 05 06 07 08 > ready; "
+         "carry-out 4 11 12 13 14 15 16 17 18 > ready = write 0x08002000 8 ack; "
+         "memory 0x08001000 4 > 01 02 03 04; memory 0x08002000 4 > 11 12 13 14; "
+         "unit writes > 2; unit over-unerased > 0"},
+        {"StoresOfABlockWhatTheFlashTakes",
+         "carry-out 2 01 02 03 04 05 06 07 08 09 0A 0B > ready "
+         "= write 0x08000000 11 ack incomplete; "
+         "memory 0x08000000 11 > 01 02 03 04 05 06 07 08 FF FF FF; "
+         "carry-out 2 11 12 13 14 15 16 17 18 > ready = write 0x08000000 8 ack not-erased; "
+         "memory 0x08000000 4 > 01 02 03 04; unit over-unerased > 8; "
+         "carry-out 0 21 04 00 00 08 > ready; "
+         "carry-out 2 01 02 03 04 > ready = write 0x08000004 4 ack alignment"},
+        {"FillsAnIncompleteUnitIfThatIsItsHabit",
+         "carry-out 2 01 02 03 > ready = write 0x08000000 3 ack; memory 0x08000000 4 > 01 02 03 FF",
+         WithHabits({.fills_last_unit = true})},
+        {"EndsAWriteThatTheFlashDoesNotTakeWithAnErrorIfThatIsItsHabit",
+         "carry-out 2 01 02 03 > error 03 = write 0x08000000 3 nack alignment; "
+         "memory 0x08000000 1 > FF; clear > done; load 0x08000000 01; "
+         "carry-out 2 01 02 03 04 05 06 07 08 > error 03 = write 0x08000000 8 nack not-erased; "
+         "unit writes > 0",
+         WithHabits({.reports_errors = true})},
+        {"RamOfTheBootloader",
+         "carry-out 0 21 00 00 00 20 > error 01 = set-address 0x20000000 nack address; "
+         "clear > done; carry-out 0 21 00 40 00 20 > ready; carry-out 2 01 > ready; "
+         "memory 0x20004000 1 > 01"},
         {"LeavesItsHostAfterAnEmptyDownloadAndIsBackAfterAReset",
-         "carry-out 2 01 02 03 04 > ready; download 0 > done; state > 06; unit left > no; "
+         "carry-out 2 01 02 03 04 05 06 07 08 > ready; download 0 > done; state > 06; "
+         "unit left > no; "
          "status > 00 00 00 00 07 00; unit left > yes; unit state > running; "
          "unit jump > 0x08000000; status > none; reset; unit left > no; status > idle; "
          "memory 0x08000000 4 > 01 02 03 04; unit jump > none"},

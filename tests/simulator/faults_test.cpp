@@ -60,12 +60,14 @@ TEST(Faults, AreRefusedByAUnitThatCannotShowThem)
     EXPECT_NO_THROW(faults.Add({FaultKind::kLateAnswer}));
 }
 
+// Whatever its parameter: none is given here.
 TEST(Faults, EveryKindChangesAnUpdateAndAllIsWellOnceItIsClearedAndTheUnitReset)
 {
     auto const update = [](Stm32Bootloader& unit) {
         std::vector<test::Bytes> answers;
-        for (auto const* step : {"02 FD 44 BB FF FF 00", "31 CE", "08 00 00 00 08",
-                                 "03 01 02 03 04 07", "11 EE", "08 00 00 00 08", "03 FC"}) {
+        for (auto const* step :
+             {"02 FD 44 BB FF FF 00", "31 CE", "08 00 00 00 08", "07 01 02 03 04 05 06 07 08 0F",
+              "11 EE", "08 00 00 00 08", "03 FC"}) {
             answers.push_back(Ask(unit, step));
         }
         return answers;
@@ -74,9 +76,8 @@ TEST(Faults, EveryKindChangesAnUpdateAndAllIsWellOnceItIsClearedAndTheUnitReset)
     auto const good = update(undisturbed);
 
     for (auto const kind : kStm32FaultKinds) {
-        // One of the answers is a lone ACK: cut to nothing it shows.
         auto unit = MakeSynchronised();
-        unit.Faults().Add({kind, 1, 1, kind == FaultKind::kCutAnswer ? 0U : 2U});
+        unit.Faults().Add({kind});
 
         EXPECT_EQ(update(unit) == good, kind == FaultKind::kLateAnswer) << GetName(kind);
         EXPECT_EQ(unit.Faults().Strikes(), 1U) << GetName(kind);
@@ -85,6 +86,21 @@ TEST(Faults, EveryKindChangesAnUpdateAndAllIsWellOnceItIsClearedAndTheUnitReset)
         unit.Reset();
         EXPECT_EQ(Ask(unit, "7F"), Hex("79")) << GetName(kind);
         EXPECT_EQ(update(unit), good) << GetName(kind);
+    }
+}
+
+TEST(Faults, ThatInvertBitsInvertOneIfNoneIsNamed)
+{
+    for (auto const kind : {FaultKind::kFlipReadData, FaultKind::kWrongCheckValue}) {
+        FaultList faults(std::span(&kind, 1));
+        faults.Add({kind});
+        faults.Add({kind, 1, 1, 0x40});
+
+        auto const striking = faults.Strike(GetMoment(kind));
+
+        ASSERT_EQ(striking.size(), 2U);
+        EXPECT_EQ(striking[0].parameter, 1U) << GetName(kind);
+        EXPECT_EQ(striking[1].parameter, 0x40U) << GetName(kind);
     }
 }
 
@@ -120,19 +136,21 @@ TEST(Faults, ChangeOneAnswerOnlyAndNothingInTheMemory)
     }
 }
 
-constexpr auto kFirstWrite = "31 CE 08 00 00 00 08 03 01 02 03 04 07 > 79 79 79";
+constexpr auto kFirstWrite = "31 CE 08 00 00 00 08 07 01 02 03 04 05 06 07 08 0F > 79 79 79";
 
 TEST(Faults, RefuseAWriteAtEachOfItsSteps)
 {
     for (auto const& [fault, refused] :
          {std::pair{"nack-write-command", "31 CE > 1F"},
-          std::pair{"nack-write-address", "31 CE 08 00 00 04 0C > 79 1F"},
-          std::pair{"nack-write-data", "31 CE 08 00 00 04 0C 03 01 02 03 04 07 > 79 79 1F"}}) {
+          std::pair{"nack-write-address", "31 CE 08 00 00 08 00 > 79 1F"},
+          std::pair{"nack-write-data",
+                    "31 CE 08 00 00 08 00 07 01 02 03 04 05 06 07 08 0F > 79 79 1F"}}) {
         auto unit = MakeSynchronised();
-        ExpectHexConversation(unit,
-                              fmt::format("fault {} 2; {}; {}; memory 0x08000004 4 > FF FF FF FF; "
-                                          "31 CE 08 00 00 04 0C 03 05 06 07 08 0F > 79 79 79",
-                                          fault, kFirstWrite, refused));
+        ExpectHexConversation(
+            unit, fmt::format("fault {} 2; {}; {}; memory 0x08000008 4 > FF FF FF FF; "
+                              "31 CE 08 00 00 08 00 07 05 06 07 08 09 0A 0B 0C 0F > 79 79 79; "
+                              "memory 0x08000008 4 > 05 06 07 08",
+                              fault, kFirstWrite, refused));
     }
 }
 
@@ -152,14 +170,15 @@ TEST(Faults, HangOrVanishInsideAWriteBeforeAnythingIsProgrammed)
 {
     for (auto const& [fault, has_left] :
          {std::pair{"silent-in-write", "no"}, std::pair{"vanish-in-write", "yes"}}) {
-        for (auto const cut : {0U, 1U, 3U, 4U, 100U}) {
+        for (auto const cut : {0U, 1U, 7U, 8U, 100U}) {
             auto unit = MakeSynchronised();
             ExpectHexConversation(
                 unit, fmt::format("fault {} 2 1 {}; {}; "
-                                  "31 CE 08 00 00 04 0C 03 05 06 07 08 0F > {} silent fault; "
-                                  "unit left > {}; memory 0x08000004 4 > FF FF FF FF",
+                                  "31 CE 08 00 00 08 00 07 05 06 07 08 09 0A 0B 0C 0F > {} "
+                                  "silent fault; unit left > {}; "
+                                  "memory 0x08000008 8 > FF FF FF FF FF FF FF FF",
                                   fault, cut, kFirstWrite,
-                                  cut == 0 ? "= write" : "79 79 = write 0x08000004", has_left));
+                                  cut == 0 ? "= write" : "79 79 = write 0x08000008", has_left));
         }
     }
 }
@@ -173,9 +192,9 @@ TEST(Journal, HasEveryCommandInOrderAndPassesItToItsSinkAtOnce)
     Ask(unit, "44 BB 00 01 00 00 00 01 00");
     Ask(unit, "21 DE 08 00 00 00 08");
 
-    EXPECT_EQ(heard, (std::vector<std::string>{"write 0x08000000 4 ack", "extended-erase 0-1 ack",
+    EXPECT_EQ(heard, (std::vector<std::string>{"write 0x08000000 8 ack", "extended-erase 0-1 ack",
                                                "go 0x08000000 ack"}));
-    JournalEntry const write{"write", 0x08000000, 4, "", Outcome::kAck, ""};
+    JournalEntry const write{"write", 0x08000000, 8, "", Outcome::kAck, ""};
     EXPECT_EQ(unit.GetJournal().Entries()[1], write) << "after the sync";
 }
 

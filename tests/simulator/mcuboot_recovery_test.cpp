@@ -1,4 +1,5 @@
-// The simulated unit in serial recovery mode: its bytes, its answers, its faults, its journal.
+// The simulated unit in serial recovery mode: its bytes, its answers, its habits, its faults, its
+// journal.
 #include "simulator/bootloaders/mcuboot_recovery.h"
 
 #include <gmock/gmock.h>
@@ -155,7 +156,12 @@ TEST(RecoveryBytes, JournalSaysWhyALineIsNotARequest)
           std::pair{QByteArray("\x06\x09"
                                "AAwAAAADAAEAAL//fNY=\n"),
                     "length"},
-          std::pair{MakeSmpLines(stamped_as_an_answer), "checksum"}}) {
+          std::pair{MakeSmpLines(stamped_as_an_answer), "checksum"},
+          // An answer, a request that no operation has, and a request with flags.
+          std::pair{MakeRequest(1, 1, 0, "bfff"), "operation"},
+          std::pair{MakeRequest(4, 1, 0, "bfff"), "operation"},
+          std::pair{MakeSmpLines(MakeSmpRequest({0, 1, 0, 0, QByteArray::fromHex("bfff"), 1})),
+                    "flags"}}) {
         EXPECT_EQ(Ask(unit, line), "");
         EXPECT_EQ(LastLine(unit), std::string("line silent ") + why);
     }
@@ -234,6 +240,12 @@ std::vector<Conversation> ListConversations()
         {"ChunkWithoutAnImage",
          "second > rc 3; upload bf646461746141aa636f666600ff > rc 3; "
          "upload bf636f666600636c656e01ff > rc 3; upload bf646461746141aaff > rc 3"},
+        // Slot 1, the slot "0", a later chunk for slot 1; and an image for the only slot, unnamed.
+        {"ChunkForAnotherSlot",
+         "upload bf6464617461410a636f666600636c656e0165696d61676501ff > rc 3; "
+         "upload bf6464617461410a636f666600636c656e0165696d6167656130ff > rc 3; unit erased > 0; "
+         "first > off 4; upload bf6464617461420506636f66660465696d61676501ff > rc 3; "
+         "upload bf6464617461410a636f666600636c656e01ff > off 1"},
         // Beyond the image, where the image ends, and beyond the slot.
         {"ChunkOutsideOfTheImage",
          "first > off 4; second > off 6; upload bf6464617461420506636f666605ff > rc 3; "
@@ -301,6 +313,104 @@ TEST(McubootRecovery, TakesTheTimesOfItsFlash)
     EXPECT_EQ(second[0].busy, std::chrono::microseconds(82));
 }
 
+// ---- Habits ----
+
+// "82 start": after 82 ms a start line. "continuation" and lines of text likewise.
+std::vector<std::string> Describe(std::vector<Answer> const& answers)
+{
+    std::vector<std::string> lines;
+    for (auto const& answer : answers) {
+        auto const text = ToArray(answer.bytes);
+        EXPECT_EQ(text.indexOf('\n'), text.size() - 1) << "one line each";
+        auto const pause = std::chrono::duration_cast<std::chrono::milliseconds>(answer.busy);
+        lines.push_back(std::to_string(pause.count()) + ' ' +
+                        (text.startsWith("\x06\x09")   ? "start"
+                         : text.startsWith("\x04\x14") ? "continuation"
+                                                       : text.trimmed().toStdString()));
+    }
+    return lines;
+}
+
+std::vector<std::string> TalkAfter(std::string const& first_line)
+{
+    std::vector<std::string> lines(kTalkLines, "100 [00:00:01.250] flash: 2 areas");
+    lines.front() = "0 " + first_line;
+    return lines;
+}
+
+TEST(RecoveryHabits, PrintsABannerAtAResetAndTheConsoleAfterARestart)
+{
+    McubootRecoveryOptions options;
+    options.talks = true;
+    McubootRecovery unit(options);
+    EXPECT_EQ(Describe(unit.TakeUnasked()), std::vector<std::string>()) << "not powered yet";
+    unit.Reset();
+    EXPECT_EQ(Describe(unit.TakeUnasked()), TalkAfter("*** Booting MCUboot ***"));
+
+    auto console = TalkAfter("*** Booting application ***");
+    console.insert(console.begin(), "0 start");
+    EXPECT_EQ(Describe(unit.Receive(ToBytes(kRestart))), console);
+
+    unit.Reset();
+    auto late = TalkAfter("*** Booting MCUboot ***");
+    late.emplace_back("0 start");
+    EXPECT_EQ(Describe(unit.Receive(ToBytes(kErase))), late) << "not taken before";
+}
+
+TEST(RecoveryHabits, AreNotThoseOfAUnitThatHasNoOptions)
+{
+    McubootRecovery unit({});
+    unit.Reset();
+    EXPECT_EQ(Describe(unit.TakeUnasked()), std::vector<std::string>());
+    EXPECT_EQ(Describe(unit.Receive(ToBytes(kErase))), std::vector<std::string>{"0 start"});
+    EXPECT_EQ(Describe(unit.Receive(ToBytes(kRestart))), std::vector<std::string>{"0 start"});
+}
+
+TEST(RecoveryHabits, PausesBetweenTheLinesThatItSends)
+{
+    auto const log = std::string("0 [00:00:01.250] flash: 2 areas");
+    struct {
+        bool log_lines;
+        size_t answer_line;
+        std::vector<std::string> lines;
+    } const rows[] = {
+        {false, 0, {"0 start"}},
+        {true, 0, {log, "20 start"}},
+        // Body of 18 bytes: 24 characters.
+        {false, 10, {"0 start", "20 continuation", "20 continuation"}},
+        {true, 12, {log, "20 start", "20 continuation"}},
+    };
+    for (auto const& row : rows) {
+        McubootRecoveryOptions options;
+        options.log_lines = row.log_lines;
+        options.answer_line = row.answer_line;
+        options.line_pause = std::chrono::milliseconds(20);
+        McubootRecovery unit(options);
+        EXPECT_EQ(Describe(unit.Receive(ToBytes(kErase))), row.lines);
+        unit.Faults().Add({FaultKind::kCutAnswer});
+        EXPECT_EQ(Describe(unit.Receive(ToBytes(kErase))),
+                  row.log_lines ? std::vector{log} : std::vector<std::string>())
+            << "the log is not an answer";
+    }
+}
+
+TEST(RecoveryHabits, LosesTheRestOfAPieceWhileItWorks)
+{
+    McubootRecoveryOptions options;
+    options.times = kRealTimes;
+    McubootRecovery busy(options);
+    McubootRecovery idle({});
+    EXPECT_TRUE(busy.IsDeafWhileBusy());
+    for (auto* unit : {&idle, &busy}) {
+        // The erase takes its time in one of them; what follows is half a request more.
+        auto const answers =
+            unit->Receive(ToBytes(kFirst + kSecond + "\x06\x09" + kState.first(4)));
+        EXPECT_EQ(answers.size(), unit == &idle ? 2U : 1U);
+        EXPECT_EQ(Ask(*unit, kState.sliced(4) + '\n').isEmpty(), unit == &busy);
+        EXPECT_FALSE(Ask(*unit, "\x06\x09" + kState + '\n').isEmpty());
+    }
+}
+
 // ---- Faults ----
 
 TEST(RecoveryFaults, EveryKindStrikesOnceAndAllIsWellAfterAReset)
@@ -314,12 +424,22 @@ TEST(RecoveryFaults, EveryKindStrikesOnceAndAllIsWellAfterAReset)
     for (auto const kind : kMcubootFaultKinds) {
         auto unit = UnitWithFault(kind, 3);
         auto const answers = update(unit);
-        EXPECT_EQ(answers == good, kind == FaultKind::kLateAnswer) << GetName(kind);
+        auto const is_only_slow = kind == FaultKind::kLateAnswer || kind == FaultKind::kSlowErase;
+        EXPECT_EQ(answers == good, is_only_slow) << GetName(kind);
         EXPECT_EQ(unit.Faults().Strikes(), 1U) << GetName(kind);
         unit.Faults().Clear();
         unit.Reset();
         EXPECT_EQ(update(unit), good) << GetName(kind);
         EXPECT_EQ(Stored(unit, 6), "010203040506") << GetName(kind);
+    }
+}
+
+TEST(RecoveryFaults, MakeAnEraseOfTheSlotSlow)
+{
+    for (auto const& request : {kFirst, kErase}) {
+        auto unit = UnitWithFault(FaultKind::kSlowErase, 700);
+        EXPECT_EQ(Describe(unit.Receive(ToBytes(request))), std::vector<std::string>{"700 start"});
+        EXPECT_EQ(Describe(unit.Receive(ToBytes(request))), std::vector<std::string>{"0 start"});
     }
 }
 

@@ -51,6 +51,22 @@ TEST(SimulatedUnitProgram, IsTheUnitThatItsOptionsDescribe)
                                             "read 0x1fff7000 5 ack\n"));
 }
 
+TEST(SimulatedUnitProgram, MakesAUnitWithTheHabitsThatItsOptionsName)
+{
+    auto unit = Start(
+        u"--product-id 0x469 --incomplete-units filled --flash-errors reported "
+        "--ignore-stray-bytes --go-checks-stack --self-powered"_s);
+
+    EXPECT_EQ(Open(unit).Ask(Hex("00 7F"), 1), Hex("79"));
+    EXPECT_EQ(unit.Ask(u"unplug"_s), u"ok"_s);
+    EXPECT_TRUE(unit.Ask(u"plug"_s).startsWith(u"ok "_s));
+    auto client = RawClient(unit.Ask(u"plug"_s).section(u"pty="_s, 1).toStdString());
+    EXPECT_EQ(client.Ask(Hex("31 CE 08 00 00 00 08 00 01 01"), 3), Hex("79 79 79"));
+    EXPECT_EQ(client.Ask(Hex("31 CE 08 00 00 04 0C"), 2), Hex("79 1F"));
+    EXPECT_EQ(client.Ask(Hex("21 DE 08 00 00 00 08"), 2), Hex("79 1F"));
+    EXPECT_EQ(unit.Status(u"connects"_s), u"1"_s);
+}
+
 TEST(SimulatedUnitProgram, MakesAUnitInSerialRecoveryMode)
 {
     auto unit = Start(
@@ -72,6 +88,22 @@ TEST(SimulatedUnitProgram, MakesAUnitInSerialRecoveryMode)
     EXPECT_EQ(unit.Status(u"connects"_s), u"0"_s);
     EXPECT_EQ(unit.Status(u"erased"_s), u"256"_s);
     EXPECT_EQ(unit.Journal(), QStringList{u"erase-slot seq=255 ack"_s});
+}
+
+TEST(SimulatedUnitProgram, MakesAUnitInSerialRecoveryModeThatPrintsItsLog)
+{
+    auto unit = Start(u"--protocol mcuboot --talks --log-lines --line-pause 1"_s);
+    auto client = Open(unit);
+    QByteArray const banner = "*** Booting MCUboot ***\r\n";
+    EXPECT_EQ(test::ToArray(client.Receive(static_cast<size_t>(banner.size()))), banner);
+    client.Receive((kTalkLines - 1) * kForeignLine.size());
+
+    auto const answer = test::ToArray(client.Ask(test::ToBytes("\x06\x09"
+                                                               "AAwCAAACAAH/Bb//um4=\n"),
+                                                 kForeignLine.size() + 27));
+
+    EXPECT_TRUE(answer.startsWith(kForeignLine.data()));
+    EXPECT_EQ(test::BodyOf(answer).mid(10).chopped(2).toHex(), "bf62726300ff");
 }
 
 TEST(SimulatedUnitProgram, MakesAUnitInItsUsbBootloaderThatIsNumberedAnewWhenItIsPluggedInAgain)
@@ -136,7 +168,8 @@ TEST(SimulatedUnitProgram, EndsAndTidiesUpWithItsInputOrASignal)
 TEST(SimulatedUnitProgram, RefusesAnOptionThatItCannotUse)
 {
     for (auto const* options : {"--product-id 0x483", "--ack 7a", "--vid 10000", "--model-id 256",
-                                "--flash-in /none", "--protocol usb", "--baud x", "--nonsense 1"}) {
+                                "--flash-in /none", "--flash-errors x", "--incomplete-units x",
+                                "--protocol usb", "--baud x", "--nonsense 1"}) {
         QProcess process;
         process.start(QStringLiteral(SIMULATED_UNIT_PROGRAM),
                       QString::fromLatin1(options).split(u' '));

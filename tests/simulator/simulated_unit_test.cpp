@@ -11,6 +11,7 @@
 
 #include "simulator/program/control_session.h"
 #include "tests/simulator/port_test_support.h"
+#include "tests/simulator/recovery_client.h"
 
 namespace simulator {
 namespace {
@@ -35,6 +36,31 @@ TEST(SimulatedUnit, AnswersOnItsLineAndWaitsForSynchronisationAgainAfterAResetOr
 
     EXPECT_EQ(RawClient(plugged.Pty()).Ask(Hex("7F"), 1), Hex("79"));
     EXPECT_EQ(plugged.unit.Status().connects, 3U);
+}
+
+TEST(SimulatedUnit, StaysInItsBootloaderWhenItIsPluggedInAgainAndHasItsOwnSupply)
+{
+    auto options = test::UniqueOptions();
+    options.self_powered = true;
+    PluggedUnit plugged(std::move(options));
+    EXPECT_EQ(RawClient(plugged.Pty()).Ask(Hex("7F"), 1), Hex("79"));
+    plugged.unit.Unplug();
+
+    plugged.unit.Plug();
+
+    EXPECT_EQ(RawClient(plugged.Pty()).Ask(Hex("02 FD 7F 7F"), 6), Hex("79 01 04 69 79 1F"));
+    // A unit that a fault took from its host comes back as well; it hangs until its reset.
+    plugged.unit.AddFault({FaultKind::kVanishInWrite});
+    RawClient client(plugged.Pty());
+    client.Send(Hex("31 CE"));
+    EXPECT_TRUE(client.HangsUp());
+    plugged.unit.Plug();
+    RawClient other(plugged.Pty());
+    other.Send(Hex("7F"));
+    EXPECT_EQ(other.Receive(1, 50), Bytes());
+    EXPECT_TRUE(plugged.unit.Status().plugged);
+    plugged.unit.Reset();
+    EXPECT_EQ(RawClient(plugged.Pty()).Ask(Hex("7F"), 1), Hex("79"));
 }
 
 TEST(SimulatedUnit, LeavesItsLineWhenAFaultStrikes)
@@ -77,6 +103,49 @@ TEST(SimulatedUnit, MayBeControlledFromSeveralThreadsWhileItIsServed)
     }
     other.join();
     EXPECT_EQ(plugged.unit.Status().connects, 50U);
+}
+
+// ---- A unit that talks unasked, and one that does not hear while it works ----
+
+TEST(SimulatedUnit, PrintsItsBannerOnItsLineWhenItIsPluggedInAndWhenItIsReset)
+{
+    auto options = test::UniqueOptions();
+    McubootRecoveryOptions bootloader;
+    bootloader.talks = true;
+    options.bootloader = bootloader;
+    PluggedUnit plugged(std::move(options));
+    RawClient client(plugged.Pty());
+    auto const banner = test::ToBytes("*** Booting MCUboot ***\r\n");
+    auto const line = test::ToBytes(kForeignLine.data());
+    EXPECT_EQ(client.Receive(banner.size()), banner);
+    EXPECT_EQ(client.Receive(line.size()), line);
+
+    plugged.unit.Reset();
+
+    EXPECT_EQ(client.Receive(banner.size()), banner) << "in the middle of the first";
+}
+
+TEST(SimulatedUnit, LosesWhatComesWhileItErasesItsSlot)
+{
+    auto options = test::UniqueOptions();
+    options.bootloader = McubootRecoveryOptions();
+    PluggedUnit plugged(std::move(options));
+    plugged.unit.AddFault({FaultKind::kSlowErase, 1, 1, 200});
+    RawClient client(plugged.Pty());
+    auto const erase = [](uint8_t sequence) {
+        return test::ToBytes(test::MakeRequest(2, 1, 5, "bfff", sequence));
+    };
+    constexpr size_t kAnswerSize = 27;
+
+    client.Send(erase(0));
+    while (plugged.unit.Journal().empty()) {
+    }
+    client.Send(erase(1));
+
+    EXPECT_EQ(client.Receive(kAnswerSize).size(), kAnswerSize);
+    EXPECT_EQ(test::BodyOf(test::ToArray(client.Ask(erase(2), kAnswerSize))).at(8), 2)
+        << "the sequence number";
+    EXPECT_EQ(plugged.unit.Journal().size(), 2U);
 }
 
 // ---- Time: the only test that looks at a clock ----

@@ -11,7 +11,7 @@ import pathlib
 import subprocess
 import sys
 
-SHIPPED = ("app", "config", "updater", "modules", "mcuboot", "hal", "runtime")
+SHIPPED = ("app", "config", "updater", "modules", "mcuboot", "hal", "record", "runtime")
 root = pathlib.Path(__file__).resolve().parent.parent.parent
 
 

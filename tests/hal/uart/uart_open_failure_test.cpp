@@ -4,6 +4,7 @@
 
 #include <QCoreApplication>
 #include <QThread>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 
@@ -17,7 +18,10 @@ namespace {
 void Open(std::string const& path)
 {
     QSemaphore semaphore(1);
-    Uart const uart(QString::fromStdString(path), stm32_updater::kBaudRate, &semaphore, nullptr);
+    Uart const uart(QString::fromStdString(path), stm32_updater::kBaudRate, &semaphore, nullptr,
+                    record::NoSink(), [](QString const& reason) {
+                        std::fprintf(stderr, "Reason: %s.\n", reason.toLocal8Bit().constData());
+                    });
 }
 
 // As in the application: the main thread runs its event loop, the worker opens the port. Whatever
@@ -41,7 +45,7 @@ protected:
 TEST_F(OpenFailureTest, EndsTheProcessWithStatusOneAndNamesThePort)
 {
     EXPECT_EXIT(Open("/etc/hostname"), ::testing::ExitedWithCode(1),
-                "Failed to open port .*hostname");
+                "Reason: [^.]+[.]\n.*Failed to open port .*hostname");
     EXPECT_EXIT(
         {
             simulator::PseudoTerminal const line;

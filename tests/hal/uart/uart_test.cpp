@@ -13,6 +13,7 @@
 
 #include "modules/stm32_updater/limits.h"
 #include "simulator/host/pseudo_terminal.h"
+#include "tests/support/collected_record.h"
 
 namespace hal::uart::test {
 namespace {
@@ -68,6 +69,22 @@ TEST_F(UartTest, OpensItsPortWithTheGivenSpeedAndTheFramingOfTheBootloader)
     PseudoTerminal const other;
     Uart const slow(PathOf(other), 9600, &semaphore, nullptr);
     EXPECT_EQ(other.Speed(), 9600U);
+}
+
+TEST_F(UartTest, HandsItsBytesToTheRecordInBothDirections)
+{
+    PseudoTerminal other;
+    CollectedRecord record;
+    Uart recorded(PathOf(other), kBaudRate, &semaphore, nullptr, record);
+    recorded.onTransmit("\x7F");
+    other.Send("\x79\x1F");
+
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return record.Bytes(PathOf(other), record::Direction::kIn) == "\x79\x1F"; },
+        kTimeoutMs));
+    EXPECT_EQ(record.Bytes(PathOf(other), record::Direction::kOut), "\x7F");
+    EXPECT_EQ(record.Texts().value(0),
+              QStringLiteral("line 1 %1: UART, 460800 baud, 8E1").arg(PathOf(other)));
 }
 
 TEST_F(UartTest, PassesReceivedBytesOnInOrderOnItsThreadToTheLatestCallbackOnly)

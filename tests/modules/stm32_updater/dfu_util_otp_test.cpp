@@ -62,6 +62,17 @@ protected:
     }
 
     bool FileIsLeft() const { return QFile::exists(tool_.OtpPath()); }
+
+    std::string InTheWay() const
+    {
+        return "W: the OTP area is not read: " + tool_.OtpPath().toStdString() +
+               " is in the way and cannot be removed";
+    }
+    std::string NotOfThisRun() const
+    {
+        return "W: the OTP area is not read: " + tool_.OtpPath().toStdString() +
+               " was not written by this run of dfu-util";
+    }
 };
 
 TEST_F(DfuUtilOtp, ReturnsWhatTheToolWroteAndRemovesTheFile)
@@ -99,14 +110,82 @@ TEST_F(DfuUtilOtp, TakesTheFileHoweverTheToolEnds)
 
 TEST_F(DfuUtilOtp, IsEmptyWithoutAToolOrAFile)
 {
+    CollectedLog const log;
     EXPECT_THAT(updater_.GetOtp(kOtp, 512), IsEmpty());
     tool_.Does("exit 74\n");
     EXPECT_THAT(updater_.GetOtp(kOtp, 512), IsEmpty());
-    ASSERT_TRUE(QDir().mkpath(tool_.OtpPath()));
+    EXPECT_THAT(log.Lines(), IsEmpty());
+}
+
+TEST_F(DfuUtilOtp, DoesNotRunTheToolIfSomethingElseIsInTheFilesPlace)
+{
+    tool_.Does("");
+    auto const path = tool_.OtpPath();
+    CollectedLog const log;
+    ASSERT_TRUE(QDir().mkpath(path));
     EXPECT_THAT(updater_.GetOtp(kOtp, 512), IsEmpty()) << "a directory";
-    ASSERT_TRUE(QDir().rmdir(tool_.OtpPath()));
-    ASSERT_EQ(mkfifo(tool_.OtpPath().toLocal8Bit().constData(), 0600), 0);
+    ASSERT_TRUE(QDir().rmdir(path));
+    ASSERT_EQ(mkfifo(path.toLocal8Bit().constData(), 0600), 0);
     EXPECT_THAT(updater_.GetOtp(kOtp, 512), IsEmpty()) << "a pipe, which nobody waits for";
+
+    EXPECT_THAT(tool_.ProcessIds(), IsEmpty());
+    EXPECT_THAT(log.Lines(), ElementsAre(InTheWay(), InTheWay()));
+}
+
+TEST_F(DfuUtilOtp, RemovesALinkButNotWhatItLeadsTo)
+{
+    tool_.Write(u"somebodys"_s, "data");
+    UnitHas("ab");
+    for (auto const& target : {u"somebodys"_s, u"nothing"_s}) {
+        ASSERT_TRUE(QFile::link(tool_.FilePath(target), tool_.OtpPath()));
+
+        EXPECT_THAT(updater_.GetOtp(kOtp, 512), SizeIs(2)) << target.toStdString();
+    }
+    EXPECT_EQ(tool_.Read(u"somebodys"_s), "data");
+    EXPECT_FALSE(tool_.Has(u"nothing"_s));
+}
+
+// What somebody else may put in the file's place while the tool runs.
+TEST_F(DfuUtilOtp, IgnoresAFileThatThisRunDidNotWrite)
+{
+    struct {
+        char const* kind;
+        QByteArray commands;
+    } const rows[] = {
+        {"link", "ln -s \"$here/area\" \"$last_argument\"\n"},
+        {"dangling link", "ln -s \"$here/nothing\" \"$last_argument\"\n"},
+        {"earlier file",
+         "cp \"$here/area\" \"$here/old\"; touch -d '1 hour ago' \"$here/old\"\n"
+         "mv \"$here/old\" \"$last_argument\"\n"},
+        {"pipe", "mkfifo \"$last_argument\"\n"},
+        {"folder", "mkdir \"$last_argument\"\n"},
+    };
+    tool_.Write(u"area"_s, "ab");
+    for (auto const& [kind, commands] : rows) {
+        tool_.Does(commands);
+        CollectedLog const log;
+
+        EXPECT_THAT(updater_.GetOtp(kOtp, 512), IsEmpty()) << kind;
+
+        EXPECT_THAT(log.Lines(), ElementsAre(NotOfThisRun())) << kind;
+        EXPECT_EQ(tool_.Read(u"area"_s), "ab") << kind;
+        QFile::remove(tool_.OtpPath());
+    }
+    QDir().rmdir(tool_.OtpPath());
+}
+
+TEST_F(DfuUtilOtp, IgnoresAFileOfAnotherUser)
+{
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "only root can make such a file";
+    }
+    tool_.Write(u"area"_s, "ab");
+    tool_.Does("read_unit_as area; chown 65534 \"$last_argument\"\n");
+    CollectedLog const log;
+
+    EXPECT_THAT(updater_.GetOtp(kOtp, 512), IsEmpty());
+
+    EXPECT_THAT(log.Lines(), ElementsAre(NotOfThisRun()));
 }
 
 TEST_F(DfuUtilOtp, RemovesTheFileOfAnEarlierRunBeforeTheToolRuns)
@@ -134,9 +213,7 @@ TEST_F(DfuUtilOtp, DoesNotRunTheToolWhenTheFileOfAnEarlierRunCannotBeRemoved)
     EXPECT_THAT(updater_.GetOtp(kOtp, 512), IsEmpty());
 
     EXPECT_THAT(tool_.ProcessIds(), IsEmpty());
-    EXPECT_THAT(log.Lines(),
-                ElementsAre("W: the OTP area is not read: " + tool_.OtpPath().toStdString() +
-                            " is in the way and cannot be removed"));
+    EXPECT_THAT(log.Lines(), ElementsAre(InTheWay()));
 }
 
 TEST_F(DfuUtilOtp, TakesWhatIsThereWhenTheTimeIsUpAndEndsTheTool)

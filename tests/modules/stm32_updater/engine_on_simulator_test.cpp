@@ -25,7 +25,7 @@ using simulator::Stm32BootloaderOptions;
 using ::testing::ElementsAre;
 
 constexpr uint32_t kFlash = 0x08000000;
-constexpr uint32_t kBootMode = 0x20001000;
+constexpr uint32_t kBootMode = 0x20004000;
 constexpr uint8_t kMcuId = 0x2A;
 
 Bytes WithTrailer(Bytes image)
@@ -118,7 +118,7 @@ TEST_P(ChipTest, HoldsTheImageAndItsTrailerAndRunsAfterwards)
         alternative_ack ? simulator::kAlternativeAckPair : simulator::kStandardAckPair;
     options.protocol_version = version;
     Bench bench(options, mass_erase);
-    auto const image = PatternImage(3 * chip.page_size + 12);
+    auto const image = PatternImage(3 * chip.page_size + 8);
 
     EXPECT_TRUE(bench.Run(image).All());
 
@@ -145,6 +145,64 @@ TEST(EngineOnSimulator, FillsTheWholeFlashOfAChip)
     EXPECT_TRUE(bench.Run(image).All());
 
     EXPECT_EQ(bench.Flash(image.size()), WithTrailer(image));
+}
+
+// The trailer is written by itself: 8 bytes, a whole double word of the STM32G4, but half a quad
+// word of the STM32U5. So the size decides whether the flash takes it, and on the STM32U5 also what
+// the bootloader makes of an incomplete quad word.
+TEST(EngineOnSimulator, StoresAnImageWhollyOnlyIfItsTrailerSuitsTheFlash)
+{
+    constexpr simulator::WriteHabits kLoses;
+    constexpr simulator::WriteHabits kFills{.fills_last_unit = true};
+    constexpr simulator::WriteHabits kReports{.reports_errors = true};
+    constexpr simulator::WriteHabits kFillsAndReports{.fills_last_unit = true,
+                                                      .reports_errors = true};
+    struct Row {
+        uint16_t product_id;
+        simulator::WriteHabits habits;
+        std::vector<size_t> good_sizes;  // of those below
+    };
+    std::vector<size_t> const sizes{8, 12, 16, 20, 24, 512, 516, 520, 524};
+    std::vector<size_t> const multiples_of_8{8, 16, 24, 512, 520};
+    std::vector<size_t> const odd_multiples_of_8{8, 24, 520};
+    for (auto const& [product_id, habits, good_sizes] :
+         {Row{0x469, kLoses, multiples_of_8}, Row{0x469, kFills, multiples_of_8},
+          Row{0x469, kReports, multiples_of_8}, Row{0x469, kFillsAndReports, multiples_of_8},
+          Row{0x482, kLoses, {}}, Row{0x482, kFills, odd_multiples_of_8}, Row{0x482, kReports, {}},
+          Row{0x482, kFillsAndReports, odd_multiples_of_8}}) {
+        for (auto const size : sizes) {
+            SCOPED_TRACE(::testing::Message()
+                         << std::hex << product_id << std::dec << ": " << size << " bytes, fills "
+                         << habits.fills_last_unit << ", reports " << habits.reports_errors);
+            auto options = UnitOptions(simulator::FindChip(product_id).value());
+            options.chip.write_habits = habits;
+            Bench bench(options);
+            auto const image = PatternImage(size);
+            bool const is_good = std::ranges::find(good_sizes, size) != good_sizes.end();
+
+            auto const result = bench.Run(image);
+
+            EXPECT_EQ(bench.Flash(size) == WithTrailer(image), is_good);
+            // Nothing is read back, so only a bootloader that reports errors ends the update.
+            EXPECT_EQ(result.updated, is_good || !habits.reports_errors);
+        }
+    }
+}
+
+TEST(EngineOnSimulator, ErasesAtMost255PagesWithTheShortCommand)
+{
+    auto options = UnitOptions();
+    options.commands = simulator::ListCommands(EraseCommands::kLegacy);
+    auto const page_size = options.chip.page_size;
+    {
+        Bench bench(options);
+        EXPECT_TRUE(bench.Run(PatternImage(kMaxShortErasePages * page_size)).All());
+        EXPECT_THAT(bench.ErasedPages(), ElementsAre("0-254"));
+    }
+    // The count byte then means the whole flash, and the bootloader takes the pages for commands.
+    Bench bench(options);
+    EXPECT_FALSE(bench.Run(PatternImage((kMaxShortErasePages + 1) * page_size)).updated);
+    EXPECT_THAT(bench.ErasedPages(), ElementsAre("all"));
 }
 
 // The parameter with which each kind has an effect.

@@ -302,6 +302,7 @@ TEST_P(FaultMatrixTest, EndsTheOperationWithTheRightTextAfterTheRightTime)
     EXPECT_THAT(printed,
                 harmless ? ::testing::Matcher<std::string>(IsEmpty()) : IsFailure(ExpectedText()));
     EXPECT_EQ(log.Lines().size(), harmless ? 0U : 1U);
+    EXPECT_EQ(updater->Facts().failure.empty(), harmless);
     EXPECT_EQ(time.timeouts, ExpectedTimeouts());
     EXPECT_SCRIPT_DONE();
 }

@@ -2,6 +2,7 @@
 // waits: what has not arrived by then does not arrive any more, so the wait has timed out.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -15,6 +16,7 @@ namespace stm32_updater::test {
 struct VirtualTime {
     std::vector<uint32_t> timeouts;              // ms, of the waits that ended without a byte
     std::deque<std::function<void()>> arrivals;  // what comes during the next waits, one for each
+    std::chrono::steady_clock::time_point now;   // a test moves it in an arrival
 
     Waits GetWaits()
     {
@@ -24,10 +26,12 @@ struct VirtualTime {
                     bool const acquired = signal.try_acquire() || Arrive(signal);
                     if (!acquired) {
                         timeouts.push_back(timeout.count());
+                        now += timeout;
                     }
                     return acquired;
                 },
-            .pause = [](Milliseconds) {},
+            .pause = [this](Milliseconds duration) { now += duration; },
+            .now = [this] { return now; },
         };
     }
 

@@ -27,6 +27,7 @@ protected:
         QByteArray Read(std::chrono::milliseconds time) override { return line_.Read(time); }
         void Clear() override { line_.Clear(); }
         void Pause(std::chrono::milliseconds time) override { line_.Pause(time); }
+        std::chrono::milliseconds Time() const override { return line_.Time(); }
 
     private:
         mcuboot::ILine& line_;
@@ -37,8 +38,10 @@ protected:
     {
         updater_ = std::make_unique<McubootSerialUpdater>(
             ImagePath(), 921600, verbose, fw_target_type, nullptr,
-            [this](QString const& name, unsigned, QObject*) -> std::unique_ptr<mcuboot::ILine> {
+            [this](QString const& name, unsigned, QObject*,
+                   QString* reason) -> std::unique_ptr<mcuboot::ILine> {
                 EXPECT_EQ(open_lines_, 0) << "a port cannot be opened twice";
+                *reason = QStringLiteral("no such port");
                 return name == kPort ? std::make_unique<OpenLine>(line_, open_lines_) : nullptr;
             });
     }

@@ -1,0 +1,66 @@
+#include "bundle_check/package_checks.h"
+
+#include <QRegularExpression>
+#include <QVersionNumber>
+
+#include "bundle_check/checks.h"
+
+using namespace Qt::StringLiterals;
+
+namespace bundle_check {
+
+namespace {
+
+void CheckTarget(Config const& config, Findings& findings)
+{
+    auto const target = config.TargetType();
+    if (target.compare(QLatin1StringView(kCustomerTarget), Qt::CaseInsensitive) != 0) {
+        findings.Fail(config.PlaceOf(config_keys::kFwTargetType),
+                      u"%1 is not firmware for customers; set it to customer, or make a package "
+                      "for benches."_s.arg(Quote(target)));
+    }
+}
+
+// The first number in the text with all that follows after dots: 2.4.0 in "v2.4.0 beta".
+QVersionNumber FindVersion(QString const& text)
+{
+    static QRegularExpression const number(u"[0-9]+(\\.[0-9]+)*"_s);
+    return QVersionNumber::fromString(number.match(text).captured());
+}
+
+// Whether the numbers of `version` begin with those of `beginning`; missing ones are 0.
+bool BeginsWith(QVersionNumber const& version, QVersionNumber const& beginning)
+{
+    auto const segments = beginning.segments();
+    for (int i = 0; i < segments.size(); ++i) {
+        if (segments[i] != (i < version.segmentCount() ? version.segmentAt(i) : 0)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void CheckVersion(Config const& config, QString const& version, Findings& findings)
+{
+    auto const shown = ReadWindowTexts(config.Settings()).fw_version;
+    auto const firmware = FindVersion(shown);
+    if (!firmware.isNull() && !BeginsWith(QVersionNumber::fromString(version), firmware)) {
+        findings.Fail(config.PlaceOf(config_keys::kFwVersion),
+                      u"%1 is not the version of the package, %2; a package of the next firmware "
+                      "must have a higher version."_s.arg(Quote(shown), Quote(version)));
+    }
+}
+
+}  // namespace
+
+void CheckPackage(Config const& config, PackageRules const& rules, Findings& findings)
+{
+    if (rules.for_customers) {
+        CheckTarget(config, findings);
+    }
+    if (!rules.version.isEmpty()) {
+        CheckVersion(config, rules.version, findings);
+    }
+}
+
+}  // namespace bundle_check

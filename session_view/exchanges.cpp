@@ -1,0 +1,58 @@
+#include "session_view/exchanges.h"
+
+#include <algorithm>
+
+namespace session_view {
+namespace {
+
+void MarkRepeats(QList<Exchange>& exchanges)
+{
+    QString last_write;
+    for (auto& exchange : exchanges) {
+        if (exchange.phase == Phase::kWrite) {
+            exchange.is_repeat = exchange.request == last_write;
+            last_write = exchange.request;
+        }
+    }
+}
+
+}  // namespace
+
+QList<Exchange> ReadExchanges(record::Recording const& recording)
+{
+    QList<Exchange> exchanges;
+    for (qsizetype line = 0; line < recording.interfaces.size(); ++line) {
+        auto const& description = recording.interfaces[line].description;
+        if (description.startsWith(QLatin1String("UART"))) {
+            exchanges += ReadUartExchanges(recording, line);
+        } else if (description.startsWith(QLatin1String("MCUboot"))) {
+            exchanges += ReadMcubootExchanges(recording, line);
+        }
+    }
+    exchanges += ReadDfuUtilRuns(recording);
+    std::stable_sort(exchanges.begin(), exchanges.end(),
+                     [](auto const& a, auto const& b) { return a.start < b.start; });
+    MarkRepeats(exchanges);
+    return exchanges;
+}
+
+QString ToHex(QByteArray const& bytes, qsizetype most)
+{
+    auto const text = QString::fromLatin1(bytes.left(most).toHex(' '));
+    return bytes.size() > most ? text + QStringLiteral(" ...") : text;
+}
+
+QString ToText(QByteArray const& bytes, qsizetype most)
+{
+    QString text;
+    for (auto const value : bytes.left(most)) {
+        auto const code = static_cast<unsigned char>(value);
+        text += code >= 0x20 && code < 0x7F
+                    ? QString(QLatin1Char(value))
+                    : QStringLiteral("\\x%1").arg(uint{code}, 2, 16, QLatin1Char('0'));
+    }
+    auto const rest = bytes.size() > most ? QStringLiteral("...") : QString();
+    return QLatin1Char('"') + text + QLatin1Char('"') + rest;
+}
+
+}  // namespace session_view

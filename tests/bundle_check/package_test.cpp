@@ -1,0 +1,72 @@
+// The rules for a bundle that is packed, for customers or for benches.
+#include "bundle_check/bundle_checker.h"
+#include "tests/bundle_check/bundle_folder.h"
+
+using namespace Qt::StringLiterals;
+
+namespace bundle_check {
+namespace {
+
+// The texts of the errors about these rules.
+QStringList GetErrors(BundleFolder const& bundle, PackageRules const& rules)
+{
+    QStringList errors;
+    for (auto const& finding : CheckBundle(bundle.Root(), rules).findings.Sorted()) {
+        if (finding.severity == Severity::Error) {
+            errors.append(finding.place.key + u": "_s + finding.text);
+        }
+    }
+    return errors;
+}
+
+TEST(PackageRules, RefuseAllButCustomersFirmwareInAPackageForCustomers)
+{
+    BundleFolder bundle;
+    struct {
+        char const* target;
+        bool refused;
+    } const rows[] = {{"customer", false}, {"CUSTOMER", false}, {"service", true},
+                      {"costumer", true},  {"beta", true},      {"", true}};
+    for (auto const& [target, refused] : rows) {
+        bundle.Set("fw_target_type", target);
+        auto const expected =
+            u"fw_target_type: '%1' is not firmware for customers; set it to customer, or make a "
+            "package for benches."_s.arg(QLatin1StringView(target));
+        EXPECT_EQ(GetErrors(bundle, {.for_customers = true, .version = {}}).contains(expected),
+                  refused)
+            << target;
+        EXPECT_FALSE(GetErrors(bundle, {}).contains(expected)) << target;
+    }
+    bundle.Remove("fw_target_type");
+    EXPECT_FALSE(GetErrors(bundle, {.for_customers = true, .version = {}}).isEmpty());
+}
+
+TEST(PackageRules, RefuseAPackageWithAnotherVersionThanTheFirmwares)
+{
+    BundleFolder bundle;
+    struct {
+        char const* shown;
+        char const* package;
+        bool refused;
+    } const rows[] = {
+        {"2.4.0", "2.4.0", false},   {"2.4", "2.4.0", false},   {"v2.4.0 beta", "2.4.0", false},
+        {"2.4.0", "2.4.0.1", false}, {"2.4.0", "2.4.1", true},  {"2.4.1", "2.4", true},
+        {"2.4.0", "24.0", true},     {"2026.11.21", "3", true}, {"A7", "7.0.0", false},
+        {"A7", "8", true},           {"next", "1.0.0", false},  {"2.4.0", "", false},
+    };
+    for (auto const& [shown, package, refused] : rows) {
+        bundle.Set("fw_version", shown);
+        auto const expected =
+            u"fw_version: '%1' is not the version of the package, '%2'; a package of the next "
+            "firmware must have a higher version."_s.arg(QLatin1StringView(shown),
+                                                         QLatin1StringView(package));
+        auto const version = QString::fromLatin1(package);
+        auto const errors = GetErrors(bundle, {.for_customers = false, .version = version});
+        EXPECT_EQ(errors.filter(u"the version of the package"_s),
+                  refused ? QStringList{expected} : QStringList())
+            << shown << " as " << package;
+    }
+}
+
+}  // namespace
+}  // namespace bundle_check

@@ -1,0 +1,122 @@
+// The sentences of the support log about a session: what they say, and that a result which repeats
+// itself for hours takes two lines. The transports' tests have the causes.
+#include "updater/session_notes.h"
+
+#include <gmock/gmock.h>
+
+#include "tests/updater/otp_area.h"
+#include "updater/model_id.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+using testing::ElementsAre;
+using testing::MatchesRegex;
+
+class SessionNotesTest : public testing::Test {
+protected:
+    SessionNotesTest()
+    {
+        notes_->SetSink([this](QString const& line) { lines_.push_back(line.toStdString()); });
+    }
+
+    // One attempt that ends without an answer.
+    void Fail(QString const& failure)
+    {
+        notes_->ConnectRequested(u"ttyX"_s);
+        notes_->failure = failure;
+        notes_->NotAnswered();
+    }
+
+    std::vector<std::string> lines_;
+    std::unique_ptr<SessionNotes> notes_ = std::make_unique<SessionNotes>();
+};
+
+}  // namespace
+
+TEST_F(SessionNotesTest, HasUnitAndModelOfAUnitThatIsFoundOrRefused)
+{
+    notes_->ConnectRequested(u"ttyX"_s);
+    notes_->unit = u"STM32"_s;
+    notes_->Found();
+    notes_->model = u"model 7"_s;
+    notes_->Refused();
+    notes_->ConnectRequested(u"ttyY"_s);
+    notes_->Found();
+
+    EXPECT_THAT(lines_,
+                ElementsAre("unit found on ttyX: STM32", "unit refused on ttyX: STM32; model 7",
+                            "unit found on ttyY: "));
+}
+
+TEST_F(SessionNotesTest, CountsTheSameResultUntilAnotherComes)
+{
+    for (int i = 0; i < 100; ++i) {
+        Fail(u"silence"_s);
+    }
+    EXPECT_THAT(lines_, ElementsAre("no unit answers on ttyX: silence"));
+    Fail(u"noise"_s);
+    Fail(u"noise"_s);
+    notes_->Disconnected();
+    Fail(u"noise"_s);
+    Fail(u"noise"_s);
+    notes_.reset();
+
+    auto const repeats = [](char const* times, char const* what) {
+        return MatchesRegex("the same " + std::string(times) +
+                            " more times, the last at [0-9:]{8}: no unit answers on ttyX: " + what);
+    };
+    EXPECT_THAT(lines_, ElementsAre("no unit answers on ttyX: silence", repeats("99", "silence"),
+                                    "no unit answers on ttyX: noise", repeats("1", "noise"),
+                                    "no unit answers on ttyX: noise", repeats("1", "noise")));
+}
+
+TEST_F(SessionNotesTest, HasFiguresOfAnUpdateAndTheCauseOfItsFailure)
+{
+    notes_->UpdateStarted();
+    notes_->image_size = 520;
+    notes_->written = 256;
+    notes_->failure = u"silence"_s;
+    notes_->figures = u"erase 0.1 s"_s;
+    notes_->UpdateEnded(false);
+    notes_->UpdateEnded(true);
+    notes_->NotRestarted();
+
+    EXPECT_THAT(
+        lines_,
+        ElementsAre("update failed after 256 of 520 bytes and 0.0 s: silence; erase 0.1 s",
+                    MatchesRegex("update succeeded: 256 bytes in 0.0 s, [0-9.]+ kB/s; erase 0.1 s"),
+                    "the updated unit was not restarted: silence"));
+}
+
+TEST(SessionNotes, WithoutASinkAreDropped)
+{
+    SessionNotes notes;
+    notes.ConnectRequested({});
+    notes.Found();
+}
+
+TEST(Identity, IsThatOfTheFirstRecords)
+{
+    auto const otp = [](QByteArray const& bytes) {
+        auto const padded = bytes.leftJustified(512, '\xFF');
+        auto const* const begin = reinterpret_cast<std::byte const*>(padded.constData());
+        return std::vector<std::byte>(begin, begin + padded.size());
+    };
+    auto const model = QByteArray::fromHex(
+                           "11472301"
+                           "09")
+                           .leftJustified(16, '\0');
+    auto const serial = QByteArray::fromHex("AFA4A63C") + QByteArray("K-00123\0\0\0\0\0", 12);
+    auto const full = QByteArray::fromHex("AFA4A63C") + QByteArray("123456789012");
+
+    EXPECT_EQ(DescribeModelIn(otp(model + serial), {7, 12}, {}),
+              u"model 9; this firmware is for 7, 12; serial number K-00123"_s);
+    EXPECT_EQ(DescribeModelIn(otp(full + model), {9}, {}),
+              u"model 9; this firmware is for 9; serial number 123456789012"_s);
+    EXPECT_EQ(DescribeModelIn(otp({}), {}, {}),
+              u"no model record in 512 bytes of OTP; this firmware is for no model"_s);
+    EXPECT_EQ(DescribeModelIn({}, {7}, u"Read Memory: silence"_s),
+              u"the OTP area cannot be read: Read Memory: silence"_s);
+}

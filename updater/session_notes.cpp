@@ -1,0 +1,167 @@
+#include "updater/session_notes.h"
+
+#include <QSerialPortInfo>
+#include <QStringList>
+#include <chrono>
+#include <utility>
+
+#include "updater/model_id.h"
+#include "updater/otp_handler.h"
+
+namespace {
+
+QString Join(QStringList parts)
+{
+    parts.removeAll(QString());
+    return parts.join(QStringLiteral("; "));
+}
+
+}  // namespace
+
+UnitIdentity ReadIdentity(std::vector<std::byte> const& otp)
+{
+    otp::OtpHandler<kOtpRecordSize, kOtpRecords> const handler(
+        otp, [](auto /*record*/, unsigned char /*index*/) { return otp::kWritten; });
+    UnitIdentity identity;
+    if (auto const record = handler.FindRecord(kModelIdTag)) {
+        identity.model = std::to_integer<uint8_t>((*record)[kModelIdOffset]);
+    }
+    if (auto const text = handler.Read(kSerialNumberTag)) {
+        // One record at most: a text without an end runs on into the following records.
+        auto const end = text->substr(0, kOtpRecordSize - kModelIdOffset);
+        identity.serial_number =
+            QString::fromLatin1(end.data(), static_cast<qsizetype>(end.size()));
+    }
+    return identity;
+}
+
+QString DescribeModel(UnitIdentity const& identity, QList<uint8_t> const& accepted,
+                      QString const& otherwise)
+{
+    QStringList models;
+    for (auto const id : accepted) {
+        models.append(QString::number(id));
+    }
+    auto const found = identity.model ? QStringLiteral("model %1").arg(*identity.model) : otherwise;
+    auto const wanted =
+        QStringLiteral("this firmware is for ") +
+        (models.isEmpty() ? QStringLiteral("no model") : models.join(QStringLiteral(", ")));
+    auto const serial_number = identity.serial_number.isEmpty()
+                                   ? QString()
+                                   : QStringLiteral("serial number %1").arg(identity.serial_number);
+    return Join({found, wanted, serial_number});
+}
+
+QString DescribeModelIn(std::vector<std::byte> const& otp, QList<uint8_t> const& accepted,
+                        QString const& failure)
+{
+    if (otp.empty()) {
+        return QStringLiteral("the OTP area cannot be read: ") + failure;
+    }
+    return DescribeModel(ReadIdentity(otp), accepted,
+                         QStringLiteral("no model record in %1 bytes of OTP").arg(otp.size()));
+}
+
+QString DescribePort(QString const& port_name)
+{
+    QSerialPortInfo const info(port_name);
+    if (!info.hasVendorIdentifier() || !info.hasProductIdentifier()) {
+        return port_name;
+    }
+    return port_name + QStringLiteral(" (%1:%2)")
+                           .arg(info.vendorIdentifier(), 4, 16, QLatin1Char('0'))
+                           .arg(info.productIdentifier(), 4, 16, QLatin1Char('0'));
+}
+
+QString DescribeSeconds(std::chrono::milliseconds time)
+{
+    return QStringLiteral("%1 s").arg(std::chrono::duration<double>(time).count(), 0, 'f', 1);
+}
+
+SessionNotes::~SessionNotes()
+{
+    WriteRepeats();
+}
+
+void SessionNotes::Write(QString const& line) const
+{
+    if (sink_) {
+        sink_(line);
+    }
+}
+
+void SessionNotes::ConnectRequested(QString const& port)
+{
+    port_ = port;
+    unit.clear();
+    model.clear();
+    failure.clear();
+}
+
+void SessionNotes::Disconnected()
+{
+    WriteRepeats();
+    last_.clear();
+}
+
+QString SessionNotes::DescribeUnit() const
+{
+    return Join({unit, model});
+}
+
+void SessionNotes::Report(QString const& result, QString const& details)
+{
+    auto const line = result + QStringLiteral(" on ") + port_ + QStringLiteral(": ") + details;
+    if (line == last_) {
+        ++repeats_;
+        last_time_ = QTime::currentTime();
+        return;
+    }
+    WriteRepeats();
+    last_ = line;
+    Write(line);
+}
+
+void SessionNotes::WriteRepeats()
+{
+    if (repeats_ > 0) {
+        Write(QStringLiteral("the same %1 more times, the last at %2: %3")
+                  .arg(std::exchange(repeats_, 0))
+                  .arg(last_time_.toString(QStringLiteral("HH:mm:ss")), last_));
+    }
+}
+
+void SessionNotes::UpdateStarted()
+{
+    Disconnected();
+    image_size = 0;
+    written = 0;
+    figures.clear();
+    failure.clear();
+    update_time_.start();
+}
+
+void SessionNotes::UpdateEnded(bool succeeded)
+{
+    std::chrono::milliseconds const time{update_time_.elapsed()};
+    if (!succeeded) {
+        Write(Join({QStringLiteral("update failed after %1 of %2 bytes and %3: %4")
+                        .arg(written)
+                        .arg(image_size)
+                        .arg(DescribeSeconds(time), failure),
+                    figures}));
+        return;
+    }
+    auto const rate =
+        time.count() > 0 ? static_cast<double>(written) / static_cast<double>(time.count()) : 0.0;
+    Write(Join({QStringLiteral("update succeeded: %1 bytes in %2, %3 kB/s")
+                    .arg(written)
+                    .arg(DescribeSeconds(time))
+                    .arg(rate, 0, 'f', 1),
+                figures}));
+}
+
+void SessionNotes::NotRestarted()
+{
+    Write(QStringLiteral("the updated unit was not restarted: ") + failure);
+}

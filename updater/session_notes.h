@@ -1,0 +1,97 @@
+// Sentences about a session for the support log, which a person on the telephone can read: what was
+// found, why it was refused, how an update went and why it failed. The backends fill in what they
+// learn; nothing that they do depends on it.
+#pragma once
+
+#include <QElapsedTimer>
+#include <QList>
+#include <QString>
+#include <QTime>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <utility>
+#include <vector>
+
+// What a unit's OTP area tells about it.
+struct UnitIdentity {
+    std::optional<uint8_t> model;
+    QString serial_number;  // empty when there is none
+};
+
+UnitIdentity ReadIdentity(std::vector<std::byte> const& otp);
+
+// "model 9; this firmware is for 7, 12", with the serial number if there is one. Without a model,
+// `otherwise` takes its place.
+QString DescribeModel(UnitIdentity const& identity, QList<uint8_t> const& accepted,
+                      QString const& otherwise);
+
+// The same for an OTP area that was read; `failure` says why it is empty.
+QString DescribeModelIn(std::vector<std::byte> const& otp, QList<uint8_t> const& accepted,
+                        QString const& failure);
+
+// In place of the above for firmware that is written to every model.
+inline QString const kNoModelCheck = QStringLiteral("model not checked: service firmware");
+
+// "ttyUSB0 (10c4:ea60)"; the name alone when the port is not on USB or is gone.
+QString DescribePort(QString const& port_name);
+
+// Not thread-safe: all calls come from the backend's thread.
+class SessionNotes {
+public:
+    using Sink = std::function<void(QString const& line)>;
+
+    // Writes what is held back.
+    ~SessionNotes();
+
+    // Where the sentences go; nowhere at first. Before the first of the calls below.
+    void SetSink(Sink sink) { sink_ = std::move(sink); }
+
+    void Write(QString const& line) const;
+
+    // ---- A connect ----
+
+    // Forgets what was learned before.
+    void ConnectRequested(QString const& port);
+
+    // What is known so far.
+    QString unit;     // what answered
+    QString model;    // what DescribeModel returned, or why there was no check
+    QString failure;  // why the last operation failed
+
+    // A result that is the same as the last one is counted, and the count is written when another
+    // one comes: a silent unit is asked every few seconds, for hours.
+    void Found() { Report(QStringLiteral("unit found"), DescribeUnit()); }
+    void Refused() { Report(QStringLiteral("unit refused"), DescribeUnit()); }
+    void NotAnswered() { Report(QStringLiteral("no unit answers"), failure); }
+    void Disconnected();
+
+    // ---- An update ----
+
+    void UpdateStarted();
+
+    size_t image_size = 0;  // bytes
+    size_t written = 0;     // of these, acknowledged by the unit
+    QString figures;        // times and counts, after the bytes
+
+    void UpdateEnded(bool succeeded);
+    // A unit that was updated and cannot be restarted.
+    void NotRestarted();
+
+private:
+    QString DescribeUnit() const;
+    void Report(QString const& result, QString const& details);
+    void WriteRepeats();
+
+    Sink sink_;
+    QString port_;
+    QString last_;
+    int repeats_ = 0;
+    QTime last_time_;
+    QElapsedTimer update_time_;
+};
+
+// "3.2 s"
+QString DescribeSeconds(std::chrono::milliseconds time);
