@@ -43,13 +43,6 @@ std::vector<Chip> GetPossibleChips(Config const& config)
     return GetChipsByOtp(config.Number(config_keys::kOtpAddress));
 }
 
-// The smallest unit in which one of the chips programs its flash, in bytes.
-uint32_t GetFlashUnit(std::vector<Chip> const& chips)
-{
-    auto const get_unit = [](Chip const& chip) { return chip.Figures().unit; };
-    return get_unit(std::ranges::min(chips, {}, get_unit));
-}
-
 // A sentence for a value that is in flash only when its digits are read as hexadecimal.
 QString SuggestPrefix(Config const& config, Key const& key, std::vector<Chip> const& chips)
 {
@@ -60,6 +53,13 @@ QString SuggestPrefix(Config const& config, Key const& key, std::vector<Chip> co
     return is_number && !digits.startsWith(u"0x"_s) && std::ranges::any_of(chips, in_flash)
                ? u" For hexadecimal write %1."_s.arg(Hex(address))
                : QString();
+}
+
+// The smallest unit in which one of the chips programs its flash, in bytes.
+uint32_t GetFlashUnit(std::vector<Chip> const& chips)
+{
+    auto const get_unit = [](Chip const& chip) { return chip.Figures().unit; };
+    return get_unit(std::ranges::min(chips, {}, get_unit));
 }
 
 void CheckInFlash(Config const& config, Key const& key, Findings& findings)

@@ -30,8 +30,8 @@ struct Request {
     QDir shipped;  // the folder that holds all of the bundle
     QDir resources;
     QString application_dir;
-    QString pictures;
     PackageRules rules;
+    QString pictures;
 };
 
 // The folder that holds, or would hold, the program; everything else is found from there.
@@ -94,10 +94,12 @@ bool CheckConfigText(QByteArray const& text, IniLines const& lines, Findings& fi
 }
 
 // Everything that depends on the settings' values, but for what is seen.
-void CheckConfig(Config const& config, BundlePaths const& paths, Report& report)
+void CheckConfig(Config const& config, BundlePaths const& paths, PackageRules const& rules,
+                 Report& report)
 {
     report.interface_name = GetInterfaceName(config.Type());
     CheckValues(config, report.findings);
+    CheckPackage(config, rules, report.findings);
     CheckAddresses(config, report.findings);
     QDir const resources(paths.resources);
     if (auto const size = CheckImage(config, resources, report.findings)) {
@@ -158,15 +160,14 @@ void CheckConfigFile(Request const& request, BundlePaths const& paths, Report& r
     }
     QSettings const settings(path, QSettings::IniFormat);
     Config const config(lines, settings);
-    CheckConfig(config, paths, report);
-    CheckPackage(config, request.rules, report.findings);
+    CheckConfig(config, paths, request.rules, report);
     CheckWindow(config, request, report.findings);
     CheckFolder(request.shipped, resources, GetFirmwarePath(resources, settings), report.findings);
 }
 
 }  // namespace
 
-Report CheckBundle(QString const& path, QString const& pictures, PackageRules const& rules)
+Report CheckBundle(QString const& path, PackageRules const& rules, QString const& pictures)
 {
     Report report;
     if (!IsFolder(path)) {
@@ -192,7 +193,7 @@ Report CheckBundle(QString const& path, QString const& pictures, PackageRules co
         return report;
     }
     CheckConfigFile(
-        {GetShippedFolder(path, resources), resources, *application_dir, pictures, rules}, paths,
+        {GetShippedFolder(path, resources), resources, *application_dir, rules, pictures}, paths,
         report);
     CheckDriver(resources, *application_dir, report.findings);
     return report;

@@ -57,7 +57,7 @@ constexpr Magic kTextMagics[] = {
 
 QString Describe(Cure cure)
 {
-    auto const from_elf = u"make the raw image with 'objcopy -O binary FILE.elf FILE.bin'"_s;
+    auto from_elf = u"make the raw image with 'objcopy -O binary FILE.elf FILE.bin'"_s;
     auto const otherwise = u"; of an ELF file, "_s + from_elf;
     switch (cure) {
         case Cure::FromHex:

@@ -1,5 +1,5 @@
-// bundle_check PATH: reports what is wrong with a bundle before a customer sees it, draws its
-// window, or prints the udev rules of its package.
+// bundle_check PATH: reports what is wrong with a bundle before a customer sees it, or prints the
+// udev rules of its package.
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -34,10 +34,10 @@ bool Print(QByteArray const& text)
     return written == static_cast<size_t>(text.size()) && std::fflush(stdout) == 0;
 }
 
-int Check(QString const& path, QString const& pictures, bundle_check::PackageRules const& rules,
+int Check(QString const& path, bundle_check::PackageRules const& rules, QString const& pictures,
           bool as_json)
 {
-    auto const report = bundle_check::CheckBundle(path, pictures, rules);
+    auto const report = bundle_check::CheckBundle(path, rules, pictures);
     auto const text =
         as_json ? bundle_check::FormatJson(report) : bundle_check::FormatText(report).toUtf8();
     return Print(text) ? bundle_check::GetExitStatus(report) : kUnusable;
@@ -88,8 +88,8 @@ int Run(QStringList const& arguments)
     if (parser.isSet(udev_rules)) {
         return PrintUdevRules(paths[0]);
     }
-    return Check(paths[0], parser.value(pictures),
-                 {parser.isSet(for_customers), parser.value(package_version)}, parser.isSet(json));
+    return Check(paths[0], {parser.isSet(for_customers), parser.value(package_version)},
+                 parser.value(pictures), parser.isSet(json));
 }
 
 }  // namespace

@@ -140,9 +140,7 @@ void CheckVectorTable(Config const& config, QByteArray const& image, Findings& f
     }
     auto const start = GetStart(config, placed).value_or(placed.Begin());
     auto const table = placed.TableAt(start);
-    auto const fault =
-        table ? placed.DescribeFault(*table) : u"there is no room for one in the image"_s;
-    if (fault.isEmpty()) {
+    if (table && placed.DescribeFault(*table).isEmpty()) {
         CheckMarkerAgainstStack(config, *table, findings);
         return;
     }
@@ -153,6 +151,8 @@ void CheckVectorTable(Config const& config, QByteArray const& image, Findings& f
                       "%2."_s.arg(Hex32(start), Hex32(placed.Begin())));
         return;
     }
+    auto const fault =
+        table ? placed.DescribeFault(*table) : u"there is no room for one in the image"_s;
     findings.Fail(place,
                   u"The image has no vector table at %1: %2. Use the raw image that is linked for "
                   "%3, made with 'objcopy -O binary FILE.elf FILE.bin', or correct %4."_s.arg(

@@ -82,30 +82,6 @@ TEST(Process, WritesJsonWhenAsked)
     }
 }
 
-TEST(Process, AppliesTheRulesOfAPackage)
-{
-    BundleFolder bundle;
-    EXPECT_EQ(RunCheck({bundle.Root(), u"--for-customers"_s}).status, 0);
-    bundle.Set("fw_target_type", "service");
-    EXPECT_NE(RunCheck({bundle.Root()}).status, 2);
-    ExpectError({u"--for-customers"_s, bundle.Root()}, "'service' is not firmware for customers");
-    ExpectError({u"--package-version"_s, u"77"_s, bundle.Root()}, "of the package, '77'");
-}
-
-TEST(Process, PrintsUdevRules)
-{
-    BundleFolder const bundle;
-    auto const outcome = RunCheck({u"--udev-rules"_s, bundle.Path(u"Resources"_s)});
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_TRUE(outcome.output.endsWith("LABEL=\"firmware_updater_end\"\n"))
-        << outcome.output.constData();
-    EXPECT_EQ(outcome.errors, "");
-    auto const failed = RunCheck({u"--udev-rules"_s, u"/nowhere"_s});
-    EXPECT_EQ(failed.status, 2);
-    EXPECT_EQ(failed.output, "");
-    EXPECT_TRUE(failed.errors.contains("'/nowhere' does not exist")) << failed.errors.constData();
-}
-
 TEST(Process, DrawsTheWindowInEveryState)
 {
     QTemporaryDir const folder;
@@ -143,6 +119,30 @@ TEST(Process, ReportsPicturesThatItCannotDrawOrWrite)
                     "error: No pictures of the window were drawn; correct the other errors first.");
     }
     EXPECT_TRUE(QDir(folder.path()).isEmpty());
+}
+
+TEST(Process, AppliesTheRulesOfAPackage)
+{
+    BundleFolder bundle;
+    EXPECT_EQ(RunCheck({bundle.Root(), u"--for-customers"_s}).status, 0);
+    bundle.Set("fw_target_type", "service");
+    EXPECT_NE(RunCheck({bundle.Root()}).status, 2);
+    ExpectError({u"--for-customers"_s, bundle.Root()}, "'service' is not firmware for customers");
+    ExpectError({u"--package-version"_s, u"77"_s, bundle.Root()}, "of the package, '77'");
+}
+
+TEST(Process, PrintsUdevRules)
+{
+    BundleFolder const bundle;
+    auto const outcome = RunCheck({u"--udev-rules"_s, bundle.Path(u"Resources"_s)});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_TRUE(outcome.output.endsWith("LABEL=\"firmware_updater_end\"\n"))
+        << outcome.output.constData();
+    EXPECT_EQ(outcome.errors, "");
+    auto const failed = RunCheck({u"--udev-rules"_s, u"/nowhere"_s});
+    EXPECT_EQ(failed.status, 2);
+    EXPECT_EQ(failed.output, "");
+    EXPECT_TRUE(failed.errors.contains("'/nowhere' does not exist")) << failed.errors.constData();
 }
 
 TEST(Process, PrintsItsUsage)

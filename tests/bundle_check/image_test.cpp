@@ -267,7 +267,7 @@ TEST(VectorTable, HasAStackInRamAndAResetHandlerInTheImage)
         "error: The image has no vector table at 0x08000000: the second word, 0x08000100, is not "
         "the odd address of a reset handler. Use the raw image that is linked for 0x08000000, made "
         "with 'objcopy -O binary FILE.elf FILE.bin', or correct programming_address.";
-    for (auto const unit : {Unit::Stm32G4, Unit::Usb, Unit::Stm32U5}) {
+    for (auto const unit : {Unit::Stm32G4, Unit::Usb}) {
         ExpectImageFindings<QByteArray>({
             {unit, QByteArray(1024, '\xFF'),
              "error: Every byte of the image is 0xff, so there is no firmware in it; build it "
@@ -293,9 +293,17 @@ TEST(VectorTable, HasAStackInRamAndAResetHandlerInTheImage)
         {Unit::Usb, table(0x10008000, kReset), ""},
         {Unit::Usb, table(0x10008004, kReset), kNoStack},
         {Unit::Usb, table(0x10000000, kReset), kNoStack},
-        {Unit::Stm32U5, table(0x20020004, kReset), ""},
-        {Unit::Stm32U5, table(0x10004000, kReset), kNoStack},
     });
+    // Another family.
+    for (auto const& [stack, has_stack] : {std::pair(0x20020004U, true), {0x10004000U, false}}) {
+        ImageBundle bundle(Unit::Usb, table(stack, kReset));
+        bundle.Set("otp_address", "0x0BFA0000");
+        EXPECT_TRUE(has_stack
+                        ? FindsNothing(bundle)
+                        : FindsOnly(bundle,
+                                    "config.ini:1: error: firmware_filename: The image has "
+                                    "no vector table at 0x08000000: the first word, 0x10004000"));
+    }
 }
 
 TEST(VectorTable, IsWhereTheUnitIsStarted)
