@@ -81,13 +81,15 @@ QString Describe(Step const& step)
             return u"cover the window"_s + pause;
         case Step::Kind::kWaitEvent:
             return u"wait until the window changes"_s + pause;
+        case Step::Kind::kWaitReady:
+            return u"wait for a unit"_s + pause;
     }
     return {};
 }
 
 QString ChooseUnitOptions(Chance& chance, targetInterfaceType type)
 {
-    constexpr std::array kPaces{"0", "0", "460800", "460800", "57600"};
+    constexpr std::array kPaces{"0", "460800", "460800", "115200", "57600"};
     auto options = u"--baud %1"_s.arg(QLatin1String(chance.Of(kPaces)));
     if (type == TargetUart) {
         constexpr std::array kErases{"legacy", "extended", "both"};
@@ -100,7 +102,7 @@ QString ChooseUnitOptions(Chance& chance, targetInterfaceType type)
 
 qsizetype ChooseImageSize(Chance& chance)
 {
-    constexpr std::array<qsizetype, 5> kSizes{16, 1024, 6000, 16'000, 30'000};
+    constexpr std::array<qsizetype, 5> kSizes{16, 6000, 16'000, 30'000, 30'000};
     return chance.Of(kSizes);
 }
 
@@ -142,32 +144,57 @@ QList<Step> ChooseSteps(Chance& chance, targetInterfaceType type, QString const&
             add(steps, u"plug 1 "_s + name);
         };
     };
+    auto const press = [&](QList<Step>& steps) {
+        auto const times = chance.OneIn(2) ? 1 : 1 + static_cast<int>(chance.Below(4));
+        steps.append({Step::Kind::kPress, {}, times, ChoosePause(chance)});
+    };
+    auto const fault = [&](QList<Step>& steps) { add(steps, ChooseFault(chance, type)); };
+    std::vector<Choice> const losses{{10, unit(u"unplug 1"_s)},      {6, replug(first_name)},
+                                     {6, replug(other_name)},        {6, unit(u"fade 1"_s)},
+                                     {4, unit(u"silent on"_s)},      {4, unit(u"reset 1"_s)},
+                                     {2, simple(Step::Kind::kClose)}};
+    // A unit that is found anew.
+    auto const fresh = [&](QList<Step>& steps) {
+        add(steps, u"unplug 1"_s);
+        simple(Step::Kind::kWaitEvent)(steps);
+        add(steps, u"clear-faults"_s);
+        add(steps, u"plug 1"_s);
+        simple(Step::Kind::kWaitReady)(steps);
+    };
+    // An update in which something happens.
+    auto const update = [&](QList<Step>& steps) {
+        if (!chance.OneIn(3)) {
+            fresh(steps);
+        }
+        if (chance.OneIn(2)) {
+            fault(steps);
+        }
+        press(steps);
+        if (!chance.OneIn(3)) {
+            AddOneOf(losses, chance, steps);
+        }
+        if (chance.OneIn(2)) {
+            press(steps);
+        }
+    };
     std::vector<Choice> const choices{
-        {10, unit(u"plug 1"_s)},
-        {8, unit(u"unplug 1"_s)},
-        {6, replug(first_name)},
-        {6, replug(other_name)},
-        {5, unit(u"fade 1"_s)},
-        {5, unit(u"reset 1"_s)},
-        {3, unit(u"silent on"_s)},
+        {30, update},
+        {6, unit(u"plug 1"_s)},
         {3, unit(u"silent off"_s)},
         {1, unit(u"block on"_s)},
         {2, unit(u"block off"_s)},
         {1, unit(u"plug 2"_s)},
         {2, unit(u"unplug 2"_s)},
         {4, unit(u"clear-faults"_s)},
-        {14, [&](QList<Step>& steps) { add(steps, ChooseFault(chance, type)); }},
-        {20,
-         [&](QList<Step>& steps) {
-             auto const times = chance.OneIn(2) ? 1 : 1 + static_cast<int>(chance.Below(4));
-             steps.append({Step::Kind::kPress, {}, times, ChoosePause(chance)});
-         }},
-        {22, simple(Step::Kind::kWaitEvent)},
-        {4, simple(Step::Kind::kCover)},
-        {2, simple(Step::Kind::kClose)},
+        {6, fault},
+        {6, press},
+        {4, simple(Step::Kind::kWaitEvent)},
+        {6, simple(Step::Kind::kWaitReady)},
+        {3, simple(Step::Kind::kCover)},
+        {8, [&](QList<Step>& steps) { AddOneOf(losses, chance, steps); }},
     };
     QList<Step> steps;
-    auto const count = 5 + chance.Below(12);
+    auto const count = 3 + chance.Below(6);
     for (uint32_t i = 0; i < count; ++i) {
         AddOneOf(choices, chance, steps);
     }

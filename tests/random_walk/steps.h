@@ -36,6 +36,7 @@ struct Step {
         kClose,      // the window
         kCover,      // hides the window for a moment, so that it must be painted again
         kWaitEvent,  // until the window changes, for a few seconds at most
+        kWaitReady,  // until a unit is ready, for some seconds at most
     };
     Kind kind;
     QString command{};

@@ -5,6 +5,8 @@
 #include <QRegularExpression>
 #include <QScreen>
 #include <algorithm>
+#include <cstdio>
+#include <sstream>
 
 #include "mcuboot/limits.h"
 #include "modules/stm32_updater/limits.h"
@@ -145,6 +147,9 @@ void Walk::Play(Step const& step)
         case Step::Kind::kWaitEvent:
             WaitForEvent(5s);
             break;
+        case Step::Kind::kWaitReady:
+            WaitForReady(8s);
+            break;
     }
     Pass(step.pause);
 }
@@ -220,6 +225,15 @@ void Walk::WaitForEvent(Milliseconds limit)
     auto const events = log_.events;
     auto const end = clock_.elapsed() + limit.count();
     while (!is_ended_ && log_.events == events && clock_.elapsed() < end) {
+        Pass(kStep);
+    }
+}
+
+void Walk::WaitForReady(Milliseconds limit)
+{
+    auto const end = clock_.elapsed() + limit.count();
+    while (!is_ended_ && phase_ == Phase::kRunning && clock_.elapsed() < end &&
+           !(log_.unit_ready && log_.shown.button_enabled == true)) {
         Pass(kStep);
     }
 }
@@ -413,6 +427,7 @@ void Walk::Check()
     }
     if (log_.events != events) {
         last_event_ = last_activity_ = clock_.elapsed();
+        Note(u"        window: "_s + log_.last_event);
     }
     if (!is_running) {
         TakeEndOfProgram();
@@ -512,6 +527,9 @@ bool Walk::ShowsWhatTheLogSays(Screen const& screen) const
 void Walk::Note(QString const& text)
 {
     notes_.append(u"%1 %2"_s.arg(clock_.elapsed(), 8).arg(text));
+    if (qEnvironmentVariableIsSet("FW_WALK_NOTES")) {
+        std::puts(qPrintable(notes_.constLast()));
+    }
 }
 
 void Walk::Fail(QString const& what)

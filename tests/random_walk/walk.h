@@ -67,6 +67,7 @@ private:
     void CloseWindow();
     void CoverWindow();
     void WaitForEvent(Milliseconds limit);
+    void WaitForReady(Milliseconds limit);
     void Recover();
     bool TryFreshUnit();
     void UpdateFreshUnit();

@@ -62,6 +62,7 @@ void Count(WindowLog& log, WindowEvent event)
 {
     using enum WindowEvent;
     ++log.events;
+    log.last_event = GetEventName(event);
     log.requested += event == UpdateRequested ? 1 : 0;
     log.started += event == UpdateStarted ? 1 : 0;
     log.succeeded += event == UpdateSucceeded ? 1 : 0;

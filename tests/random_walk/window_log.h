@@ -17,6 +17,7 @@ struct WindowLog {
     int connected = 0;
     int refused = 0;
     int events = 0;  // all of them, others included
+    QString last_event;
 
     bool unit_ready = false;
     // A look may have found two units while none was ready: the search has ended for this run.
