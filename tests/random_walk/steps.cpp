@@ -158,6 +158,7 @@ QList<Step> ChooseSteps(Chance& chance, targetInterfaceType type, QString const&
         add(steps, u"unplug 1"_s);
         simple(Step::Kind::kWaitEvent)(steps);
         add(steps, u"clear-faults"_s);
+        add(steps, u"silent off"_s);
         add(steps, u"plug 1"_s);
         simple(Step::Kind::kWaitReady)(steps);
     };
