@@ -17,7 +17,6 @@ constexpr int kMeasuredWaits = 4;
 // Weight of one measurement in the average: the last few seconds count.
 constexpr double kWeight = 0.05;
 
-constexpr double kSpinSeconds = 5;
 constexpr double kSpinPart = 0.9;   // of the time in which it ran or wanted to
 constexpr double kLeastPart = 0.1;  // of the time in which it ran
 
@@ -77,10 +76,10 @@ QString SpinWatch::Look(pid_t process)
         timer_.start();
         return {};
     }
-    auto const seconds = static_cast<double>(timer_.elapsed()) / 1e3;
-    if (seconds < kSpinSeconds) {
+    if (timer_.elapsed() < period_.count()) {
         return {};
     }
+    auto const seconds = static_cast<double>(timer_.elapsed()) / 1e3;
     QString spinning;
     auto const threads = ReadThreads(process);
     for (auto const& [id, now] : threads) {

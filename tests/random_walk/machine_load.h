@@ -30,11 +30,16 @@ private:
 // time in which it was ready to run and had to wait counts as well.
 class SpinWatch {
 public:
+    // `period`: how long a thread must spin to be found.
+    explicit SpinWatch(std::chrono::milliseconds period = std::chrono::seconds(5)) : period_(period)
+    {}
+
     // `process`: whose threads are watched. To be called often; returns the description of a thread
-    // that has spun for some seconds, or an empty text.
+    // that has spun for a whole period, or an empty text. Throws std::runtime_error on a system
+    // that does not measure threads.
     QString Look(pid_t process);
 
-    // The largest part of a processor that one thread has used for some seconds, from 0 to 1.
+    // The largest part of a processor that one thread has used for a whole period, from 0 to 1.
     double Highest() const { return highest_; }
 
 private:
@@ -44,6 +49,7 @@ private:
     };
     static std::map<QString, Times> ReadThreads(pid_t process);
 
+    std::chrono::milliseconds period_;
     QElapsedTimer timer_;
     pid_t process_ = 0;
     std::map<QString, Times> threads_;

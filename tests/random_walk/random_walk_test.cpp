@@ -46,10 +46,12 @@ protected:
                                            : std::random_device()() % kSeeds;
     }
 
-    // Without the variable, one round.
     static qint64 GetMilliseconds()
     {
-        return 1000 * qEnvironmentVariableIntValue("FW_WALK_SECONDS");
+        constexpr int kSeconds = 30;
+        bool is_given = false;
+        auto const given = qEnvironmentVariableIntValue("FW_WALK_SECONDS", &is_given);
+        return 1000 * (is_given ? given : kSeconds);
     }
 };
 

@@ -287,14 +287,16 @@ bool Walk::TryFreshUnit()
 void Walk::UpdateFreshUnit()
 {
     Command(u"plug 1 "_s + (chance_.OneIn(2) ? first_name_ : other_name_));
-    Require(u"a fresh unit is found"_s, [this] { return log_.unit_ready; }, kFoundLimit);
+    auto const is_found = [this] { return log_.unit_ready; };
+    Require(u"a fresh unit is found"_s, is_found, kFoundLimit);
     RequireScreen(u"the window shows that a unit is ready"_s, IsReady);
     auto const journal = unit_->Journal();
     auto const unerased = unit_->Status(u"over-unerased"_s);
     auto const updates = log_.started;
     Press(1 + static_cast<int>(chance_.Below(3)));
     Note(u"pressed"_s);
-    Require(u"an update starts"_s, [&] { return log_.started > updates; }, kFoundLimit);
+    auto const has_started = [&] { return log_.started > updates; };
+    Require(u"an update starts"_s, has_started, kFoundLimit);
     // The check of each moment bounds the time without a sign from the unit.
     while (!is_ended_ && log_.IsBusy()) {
         Pass(kStep);

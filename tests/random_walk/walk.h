@@ -1,6 +1,21 @@
 // One random walk: a simulated unit, the finished program with its window on this process's screen,
 // and a seed that decides what happens to both. What must hold is checked all the time; each round
 // ends with a good unit that is plugged in anew and must be found and updated.
+//
+// These outcomes are permitted, since they are documented limits:
+// - Over UART, a port that cannot be opened ends the program with status 1. The port must be one
+// that is
+//   away or blocked, or was so a second ago. The program is then started again.
+// - Two units at once, while none is ready, end the search for good. The program is then closed and
+//   started again.
+// - A second press counts if a connect has enabled the button in the meantime. The log shows that.
+// - A connect that takes too long is followed by the next one, which ends its session. A fresh unit
+// is
+//   therefore plugged in only when all requests of the round have been answered.
+// - The error text of a failed update stays in the bar until a unit is unplugged or, over UART, the
+// next
+//   update starts. The screen is compared with the table of the window's states.
+// - A process whose window was closed goes on until its update has ended.
 #pragma once
 
 #include <QElapsedTimer>
