@@ -333,12 +333,14 @@ void Walk::StartProgram()
     auto environment = unit_->Environment();
     environment.insert(u"TMPDIR"_s, temporary_.path());
     program_ = std::make_unique<Program>(bundle_, environment);
+    process_ = FindChildProcess(QCoreApplication::applicationPid(), "firmware_updater");
     ++totals_.programs;
     phase_ = Phase::kRunning;
     is_ended_ = false;
     is_overdue_ = false;
     presses_ = 0;
     log_ = {};
+    log_size_ = 0;
     last_activity_ = last_event_ = clock_.elapsed();
     Note(u"the program is started"_s);
     Require(
@@ -419,8 +421,26 @@ void Walk::Check()
         return;
     }
     bool const is_running = program_->IsRunning();
+    ReadLog();
+    if (!is_running) {
+        TakeEndOfProgram();
+        return;
+    }
+    CheckEndComesInTime();
+    if (auto const spinning = spin_watch_.Look(process_); !spinning.isEmpty()) {
+        Fail(spinning);
+    }
+}
+
+void Walk::ReadLog()
+{
+    auto const text = program_->ReadLog();
+    if (text.size() == log_size_) {
+        return;
+    }
+    log_size_ = text.size();
     auto const events = log_.events;
-    log_ = ReadWindowLog(program_->ReadLog(), type_);
+    log_ = ReadWindowLog(text, type_);
     if (!log_.contradiction.isEmpty()) {
         Fail(log_.contradiction);
     }
@@ -430,16 +450,6 @@ void Walk::Check()
     if (log_.events != events) {
         last_event_ = last_activity_ = clock_.elapsed();
         Note(u"        window: "_s + log_.last_event);
-    }
-    if (!is_running) {
-        TakeEndOfProgram();
-        return;
-    }
-    CheckEndComesInTime();
-    auto const process = FindChildProcess(QCoreApplication::applicationPid(), "firmware_updater");
-    if (auto const spinning = process == 0 ? QString() : spin_watch_.Look(process);
-        !spinning.isEmpty()) {
-        Fail(spinning);
     }
 }
 

@@ -98,6 +98,7 @@ private:
     // Lets time pass and checks what must hold at any moment.
     void Pass(Milliseconds time);
     void Check();
+    void ReadLog();
     void CheckEndComesInTime();
     QString ReadUnitActivity();
     // Waits for what must become true within the limit, stretched by the machine's load.
@@ -129,7 +130,9 @@ private:
     bool is_ended_ = true;
     bool is_overdue_ = false;  // what must end has not, and is reported
     int presses_ = 0;          // of this program
+    pid_t process_ = 0;
     WindowLog log_;
+    qsizetype log_size_ = 0;
     QString activity_;
     qint64 last_activity_ = 0;  // of the unit or the window, by clock_
     qint64 last_event_ = 0;     // of the window
