@@ -4,7 +4,6 @@
 #include <array>
 #include <functional>
 #include <iterator>
-#include <span>
 #include <vector>
 
 #include "mcuboot/limits.h"
@@ -43,27 +42,121 @@ uint32_t ChooseParameter(Chance& chance, FaultKind kind)
     }
 }
 
-// What a step may be, and how often it is.
-struct Choice {
-    uint32_t weight;
-    std::function<void(QList<Step>&)> add;
-};
+class StepList {
+public:
+    StepList(Chance& chance, targetInterfaceType type, QString const& first_name,
+             QString const& other_name)
+        : chance_(chance), type_(type), first_name_(first_name), other_name_(other_name)
+    {}
 
-void AddOneOf(std::span<Choice const> choices, Chance& chance, QList<Step>& steps)
-{
-    uint32_t sum = 0;
-    for (auto const& choice : choices) {
-        sum += choice.weight;
+    QList<Step> const& Steps() const { return steps_; }
+
+    void AddAny()
+    {
+        AddOneOf({{30, [this] { AddUpdate(); }},
+                  {8, [this] { AddLoss(); }},
+                  {6, [this] { AddFault(); }},
+                  {6, [this] { AddPress(); }},
+                  {6, [this] { Add(Step::Kind::kWaitReady); }},
+                  {4, [this] { Add(Step::Kind::kWaitEvent); }},
+                  {3, [this] { Add(Step::Kind::kCover); }},
+                  {6, [this] { AddUnit(u"plug 1"_s); }},
+                  {4, [this] { AddUnit(u"clear-faults"_s); }},
+                  {3, [this] { AddUnit(u"silent off"_s); }},
+                  {2, [this] { AddUnit(u"block off"_s); }},
+                  {2, [this] { AddUnit(u"unplug 2"_s); }},
+                  {1, [this] { AddUnit(u"block on"_s); }},
+                  {1, [this] { AddUnit(u"plug 2"_s); }}});
     }
-    auto left = chance.Below(sum);
-    for (auto const& choice : choices) {
-        if (left < choice.weight) {
-            choice.add(steps);
-            return;
+
+private:
+    struct Choice {
+        uint32_t weight;  // how often it is chosen, compared with the others
+        std::function<void()> add;
+    };
+
+    void AddOneOf(std::vector<Choice> const& choices)
+    {
+        uint32_t sum = 0;
+        for (auto const& choice : choices) {
+            sum += choice.weight;
         }
-        left -= choice.weight;
+        auto left = chance_.Below(sum);
+        auto choice = choices.begin();
+        for (; left >= choice->weight; ++choice) {
+            left -= choice->weight;
+        }
+        choice->add();
     }
-}
+
+    void Add(Step::Kind kind) { steps_.append({kind, {}, 1, ChoosePause(chance_)}); }
+
+    void AddUnit(QString const& command)
+    {
+        steps_.append({Step::Kind::kUnit, command, 1, ChoosePause(chance_)});
+    }
+
+    void AddReplug(QString const& name)
+    {
+        AddUnit(u"unplug 1"_s);
+        AddUnit(u"plug 1 "_s + name);
+    }
+
+    void AddPress()
+    {
+        auto const times = chance_.OneIn(2) ? 1 : 1 + static_cast<int>(chance_.Below(4));
+        steps_.append({Step::Kind::kPress, {}, times, ChoosePause(chance_)});
+    }
+
+    void AddFault() { AddUnit(ChooseFault(chance_, type_)); }
+
+    // Something that ends an update.
+    void AddLoss()
+    {
+        AddOneOf({{10, [this] { AddUnit(u"unplug 1"_s); }},
+                  {6, [this] { AddReplug(first_name_); }},
+                  {6, [this] { AddReplug(other_name_); }},
+                  {6, [this] { AddUnit(u"fade 1"_s); }},
+                  {4, [this] { AddUnit(u"silent on"_s); }},
+                  {4, [this] { AddUnit(u"reset 1"_s); }},
+                  {2, [this] { Add(Step::Kind::kClose); }}});
+    }
+
+    // A unit that is found anew.
+    void AddFreshUnit()
+    {
+        AddUnit(u"unplug 1"_s);
+        Add(Step::Kind::kWaitEvent);
+        AddUnit(u"clear-faults"_s);
+        AddUnit(u"silent off"_s);
+        AddUnit(u"plug 1"_s);
+        Add(Step::Kind::kWaitReady);
+    }
+
+    // An update in which something happens.
+    void AddUpdate()
+    {
+        if (!chance_.OneIn(3)) {
+            AddFreshUnit();
+        }
+        if (chance_.OneIn(2)) {
+            AddFault();
+        }
+        AddPress();
+        if (!chance_.OneIn(3)) {
+            AddLoss();
+        }
+        if (chance_.OneIn(2)) {
+            AddPress();
+        }
+    }
+
+    Chance& chance_;
+    targetInterfaceType type_;
+    QString first_name_;
+    QString other_name_;
+    QList<Step> steps_;
+};
 
 }  // namespace
 
@@ -127,77 +220,10 @@ QString ChooseFault(Chance& chance, targetInterfaceType type)
 QList<Step> ChooseSteps(Chance& chance, targetInterfaceType type, QString const& first_name,
                         QString const& other_name)
 {
-    auto const add = [&](QList<Step>& steps, QString const& command) {
-        steps.append({Step::Kind::kUnit, command, 1, ChoosePause(chance)});
-    };
-    auto const unit = [&](QString const& command) {
-        return [&add, command](QList<Step>& steps) { add(steps, command); };
-    };
-    auto const simple = [&](Step::Kind kind) {
-        return [&chance, kind](QList<Step>& steps) {
-            steps.append({kind, {}, 1, ChoosePause(chance)});
-        };
-    };
-    auto const replug = [&](QString const& name) {
-        return [&add, name](QList<Step>& steps) {
-            add(steps, u"unplug 1"_s);
-            add(steps, u"plug 1 "_s + name);
-        };
-    };
-    auto const press = [&](QList<Step>& steps) {
-        auto const times = chance.OneIn(2) ? 1 : 1 + static_cast<int>(chance.Below(4));
-        steps.append({Step::Kind::kPress, {}, times, ChoosePause(chance)});
-    };
-    auto const fault = [&](QList<Step>& steps) { add(steps, ChooseFault(chance, type)); };
-    std::vector<Choice> const losses{{10, unit(u"unplug 1"_s)},      {6, replug(first_name)},
-                                     {6, replug(other_name)},        {6, unit(u"fade 1"_s)},
-                                     {4, unit(u"silent on"_s)},      {4, unit(u"reset 1"_s)},
-                                     {2, simple(Step::Kind::kClose)}};
-    // A unit that is found anew.
-    auto const fresh = [&](QList<Step>& steps) {
-        add(steps, u"unplug 1"_s);
-        simple(Step::Kind::kWaitEvent)(steps);
-        add(steps, u"clear-faults"_s);
-        add(steps, u"silent off"_s);
-        add(steps, u"plug 1"_s);
-        simple(Step::Kind::kWaitReady)(steps);
-    };
-    // An update in which something happens.
-    auto const update = [&](QList<Step>& steps) {
-        if (!chance.OneIn(3)) {
-            fresh(steps);
-        }
-        if (chance.OneIn(2)) {
-            fault(steps);
-        }
-        press(steps);
-        if (!chance.OneIn(3)) {
-            AddOneOf(losses, chance, steps);
-        }
-        if (chance.OneIn(2)) {
-            press(steps);
-        }
-    };
-    std::vector<Choice> const choices{
-        {30, update},
-        {6, unit(u"plug 1"_s)},
-        {3, unit(u"silent off"_s)},
-        {1, unit(u"block on"_s)},
-        {2, unit(u"block off"_s)},
-        {1, unit(u"plug 2"_s)},
-        {2, unit(u"unplug 2"_s)},
-        {4, unit(u"clear-faults"_s)},
-        {6, fault},
-        {6, press},
-        {4, simple(Step::Kind::kWaitEvent)},
-        {6, simple(Step::Kind::kWaitReady)},
-        {3, simple(Step::Kind::kCover)},
-        {8, [&](QList<Step>& steps) { AddOneOf(losses, chance, steps); }},
-    };
-    QList<Step> steps;
+    StepList list(chance, type, first_name, other_name);
     auto const count = 3 + chance.Below(6);
     for (uint32_t i = 0; i < count; ++i) {
-        AddOneOf(choices, chance, steps);
+        list.AddAny();
     }
-    return steps;
+    return list.Steps();
 }

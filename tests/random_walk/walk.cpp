@@ -59,11 +59,10 @@ QString WalkTotals::ToText() const
                .arg(closed)
                .arg(unopenable_ports)
                .arg(stopped_searches) +
-           u"longest silence in an update %1 ms, busiest thread %2 of a processor, waits up to %3 "
-           u"times "
-           u"too long"_s.arg(longest_silent_update.count())
-               .arg(highest_thread, 0, 'f', 2)
-               .arg(highest_load_factor, 0, 'f', 2);
+           u"longest silence in an update %1 ms, busiest thread %2 of a processor, "_s
+               .arg(longest_silent_update.count())
+               .arg(highest_thread, 0, 'f', 2) +
+           u"waits up to %1 times too long"_s.arg(highest_load_factor, 0, 'f', 2);
 }
 
 // ---- Beginning and end ----
@@ -78,9 +77,8 @@ Walk::Walk(QString const& staged_bundle, uint32_t seed, WalkTotals& totals)
 {
     clock_.start();
     ++totals_.walks;
-    auto const size = ChooseImageSize(chance_);
-    bundle_.WriteFirmware(QByteArray(size, '\x5A'));
-    Note(u"unit: %1, image: %2 bytes"_s.arg(options_).arg(size));
+    Note(u"unit: "_s + options_);
+    WriteNewImage();
     unit_ = std::make_unique<UnitProcess>(GetUnitOptions(bundle_) +
                                           options_.split(u' ', Qt::SkipEmptyParts));
     first_name_ = unit_->Property(u"port"_s).section(u'/', -1);
@@ -284,8 +282,18 @@ bool Walk::TryFreshUnit()
     return true;
 }
 
+// Unlike the last one, so that what is left of an earlier update is not taken for this one.
+void Walk::WriteNewImage()
+{
+    QByteArray image(ChooseImageSize(chance_), '\0');
+    std::ranges::generate(image, [this] { return static_cast<char>(chance_.Below(256)); });
+    bundle_.WriteFirmware(image);
+    Note(u"the image now has %1 bytes"_s.arg(image.size()));
+}
+
 void Walk::UpdateFreshUnit()
 {
+    WriteNewImage();
     Command(u"plug 1 "_s + (chance_.OneIn(2) ? first_name_ : other_name_));
     auto const is_found = [this] { return log_.unit_ready; };
     Require(u"a fresh unit is found"_s, is_found, kFoundLimit);
@@ -541,6 +549,7 @@ void Walk::Note(QString const& text)
     notes_.append(u"%1 %2"_s.arg(clock_.elapsed(), 8).arg(text));
     if (qEnvironmentVariableIsSet("FW_WALK_NOTES")) {
         std::puts(qPrintable(notes_.constLast()));
+        std::fflush(stdout);
     }
 }
 

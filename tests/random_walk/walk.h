@@ -85,6 +85,7 @@ private:
     void WaitForReady(Milliseconds limit);
     void Recover();
     bool TryFreshUnit();
+    void WriteNewImage();
     void UpdateFreshUnit();
     void CheckFreshUnit(QStringList const& journal_before, QString const& unerased_before);
 
