@@ -59,7 +59,6 @@ public:
                   {6, [this] { AddPress(); }},
                   {6, [this] { Add(Step::Kind::kWaitReady); }},
                   {4, [this] { Add(Step::Kind::kWaitEvent); }},
-                  {3, [this] { Add(Step::Kind::kCover); }},
                   {6, [this] { AddUnit(u"plug 1"_s); }},
                   {4, [this] { AddUnit(u"clear-faults"_s); }},
                   {3, [this] { AddUnit(u"silent off"_s); }},
@@ -170,8 +169,6 @@ QString Describe(Step const& step)
             return u"press x%1"_s.arg(step.times) + pause;
         case Step::Kind::kClose:
             return u"close the window"_s + pause;
-        case Step::Kind::kCover:
-            return u"cover the window"_s + pause;
         case Step::Kind::kWaitEvent:
             return u"wait until the window changes"_s + pause;
         case Step::Kind::kWaitReady:

@@ -34,7 +34,6 @@ struct Step {
         kUnit,       // `command` to the simulated unit
         kPress,      // of the button, `times` times, whatever its colour
         kClose,      // the window
-        kCover,      // hides the window for a moment, so that it must be painted again
         kWaitEvent,  // until the window changes, for a few seconds at most
         kWaitReady,  // until a unit is ready, for some seconds at most
     };

@@ -20,6 +20,9 @@ namespace {
 constexpr std::chrono::milliseconds kStep = 40ms;
 // For what the window does by itself: to appear, to be painted, to go.
 constexpr std::chrono::milliseconds kWindowLimit = 10s;
+constexpr std::chrono::milliseconds kPaintLimit = 3s;
+// How often a running program must show that its window answers.
+constexpr std::chrono::milliseconds kAnswerPeriod = 1500ms;
 // A look every 4 seconds at most, and a connect.
 constexpr std::chrono::milliseconds kFoundLimit = 12s;
 // No connect is under way any more: one on a port that is gone ends within its first time-out.
@@ -59,6 +62,7 @@ QString WalkTotals::ToText() const
                .arg(closed)
                .arg(unopenable_ports)
                .arg(stopped_searches) +
+           u"the window answered %1 times; "_s.arg(answers) +
            u"longest silence in an update %1 ms, busiest thread %2 of a processor, "_s
                .arg(longest_silent_update.count())
                .arg(highest_thread, 0, 'f', 2) +
@@ -139,9 +143,6 @@ void Walk::Play(Step const& step)
         case Step::Kind::kClose:
             CloseWindow();
             break;
-        case Step::Kind::kCover:
-            CoverWindow();
-            break;
         case Step::Kind::kWaitEvent:
             WaitForEvent(5s);
             break;
@@ -200,22 +201,6 @@ void Walk::CloseWindow()
     Require(
         u"the window goes when it is closed"_s,
         [this] { return is_ended_ || !program_->HasWindow(); }, kWindowLimit);
-}
-
-// The X server keeps nothing of what is covered: only the program can paint it again.
-void Walk::CoverWindow()
-{
-    if (phase_ == Phase::kClosing || is_ended_) {
-        return;
-    }
-    cover_.show();
-    Require(
-        u"a window of another program covers the updater's"_s,
-        [this] { return is_ended_ || !program_->Look(); }, kWindowLimit);
-    cover_.hide();
-    Require(
-        u"the window is painted again after it was covered"_s,
-        [this] { return is_ended_ || program_->Look(); }, kWindowLimit);
 }
 
 void Walk::WaitForEvent(Milliseconds limit)
@@ -344,8 +329,7 @@ void Walk::StartProgram()
     process_ = FindChildProcess(QCoreApplication::applicationPid(), "firmware_updater");
     ++totals_.programs;
     phase_ = Phase::kRunning;
-    is_ended_ = false;
-    is_overdue_ = false;
+    is_ended_ = is_overdue_ = is_covered_ = has_appeared_ = false;
     presses_ = 0;
     log_ = {};
     log_size_ = 0;
@@ -354,6 +338,7 @@ void Walk::StartProgram()
     Require(
         u"the window appears"_s, [this] { return is_ended_ || program_->Look(); },
         2 * kWindowLimit);
+    has_appeared_ = true;
 }
 
 // It may have been closed, or ended by a port that could not be opened.
@@ -438,6 +423,28 @@ void Walk::Check()
     if (auto const spinning = spin_watch_.Look(process_); !spinning.isEmpty()) {
         Fail(spinning);
     }
+    CheckWindowAnswers();
+}
+
+// The X server keeps nothing of what is covered: only the program can paint it again.
+void Walk::CheckWindowAnswers()
+{
+    auto const age = Milliseconds(clock_.elapsed() - last_answer_);
+    if (phase_ == Phase::kClosing || is_covered_ || !has_appeared_ || age < kAnswerPeriod) {
+        return;
+    }
+    is_covered_ = true;
+    cover_.show();
+    Require(
+        u"a window of another program covers the updater's"_s,
+        [this] { return is_ended_ || !program_->Look(); }, kWindowLimit);
+    cover_.hide();
+    Require(
+        u"the window is painted again after it was covered"_s,
+        [this] { return is_ended_ || program_->Look(); }, kPaintLimit);
+    is_covered_ = false;
+    last_answer_ = clock_.elapsed();
+    ++totals_.answers;
 }
 
 void Walk::ReadLog()

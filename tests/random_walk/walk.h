@@ -46,6 +46,7 @@ struct WalkTotals {
     int connected = 0;
     int programs = 0;
     int closed = 0;
+    int answers = 0;  // of a window that was covered
     // Documented ends and restarts.
     int unopenable_ports = 0;
     int stopped_searches = 0;
@@ -80,7 +81,6 @@ private:
     void Command(QString const& command);
     void Press(int times);
     void CloseWindow();
-    void CoverWindow();
     void WaitForEvent(Milliseconds limit);
     void WaitForReady(Milliseconds limit);
     void Recover();
@@ -101,6 +101,7 @@ private:
     void Check();
     void ReadLog();
     void CheckEndComesInTime();
+    void CheckWindowAnswers();
     QString ReadUnitActivity();
     // Waits for what must become true within the limit, stretched by the machine's load.
     void Require(QString const& what, std::function<bool()> const& is_true, Milliseconds limit);
@@ -129,6 +130,9 @@ private:
     std::unique_ptr<Program> program_;  // after unit_: it must end first
     Phase phase_ = Phase::kRunning;
     bool is_ended_ = true;
+    bool has_appeared_ = false;  // its window
+    bool is_covered_ = false;
+    qint64 last_answer_ = 0;   // of the window, by clock_
     bool is_overdue_ = false;  // what must end has not, and is reported
     int presses_ = 0;          // of this program
     pid_t process_ = 0;
