@@ -128,6 +128,9 @@ private:
         Add(Step::Kind::kWaitEvent);
         AddUnit(u"clear-faults"_s);
         AddUnit(u"silent off"_s);
+        if (chance_.OneIn(3)) {
+            AddFault();  // during the connect
+        }
         AddUnit(u"plug 1"_s);
         Add(Step::Kind::kWaitReady);
     }
