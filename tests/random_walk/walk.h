@@ -141,6 +141,7 @@ private:
     QString activity_;
     qint64 last_activity_ = 0;  // of the unit or the window, by clock_
     qint64 last_event_ = 0;     // of the window
+    qint64 last_rest_ = 0;      // without an update
 
     QWidget cover_;
     LoadMeter load_;
