@@ -11,7 +11,7 @@ namespace {
 QStringList GetErrors(BundleFolder const& bundle, PackageRules const& rules)
 {
     QStringList errors;
-    for (auto const& finding : CheckBundle(bundle.Root(), {}, rules).findings.Sorted()) {
+    for (auto const& finding : CheckBundle(bundle.Root(), rules).findings.Sorted()) {
         if (finding.severity == Severity::Error) {
             errors.append(finding.place.key + u": "_s + finding.text);
         }

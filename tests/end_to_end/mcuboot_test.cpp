@@ -132,6 +132,20 @@ TEST_F(McubootTransport, RefusesAUnitWhoseModelIsEmpty)
     ExpectUnitIsUntouched();
 }
 
+// The bar has no text of its own during an update over this transport.
+TEST_F(McubootTransport, LeavesTheTextOfARefusalInTheBarWhenTheUnitIsUpdatedAfterAll)
+{
+    PlugIn();
+    unit_->Command(u"fault error-code 2 1 5"_s);
+    StartProgram();
+    ExpectScreen(IsRefused);
+    StartUpdate();
+    ExpectScreen([](Screen const& screen) {
+        return screen == Screen{u"DONE"_s, ButtonStyle::Ready, 100, ErrorText()};
+    });
+    ExpectUnitHoldsImage();
+}
+
 TEST_F(McubootTransport, AsksAUnitThatDoesNotAnswerEveryFourSecondsUntilItDoes)
 {
     PlugIn();
