@@ -27,6 +27,7 @@ public:
 
     void Clear() override { line_->Clear(); }
     void Pause(std::chrono::milliseconds time) override { line_->Pause(time); }
+    std::chrono::milliseconds Time() const override { return line_->Time(); }
 
 private:
     std::unique_ptr<mcuboot::ILine> line_;
