@@ -247,15 +247,18 @@ bool McubootSerialUpdater::upload(QString const& path, std::function<void(int)> 
 void McubootSerialUpdater::NoteUpload(mcuboot::UploadResult const& result)
 {
     auto const& figures = result.figures;
-    notes_.failure = result.cause;
     notes_.image_size = static_cast<size_t>(figures.image_size);
     notes_.written = static_cast<size_t>(figures.acknowledged);
+    if (!line_) {
+        notes_.failure = QStringLiteral("no unit is connected");
+        return;
+    }
+    notes_.failure = result.cause;
     notes_.figures =
         QStringLiteral(
-            "first answer, with the erase, %1, %2 repeated chunks, slowest other answer "
-            "%3 ms at offset %4")
-            .arg(DescribeSeconds(figures.first_answer))
-            .arg(figures.repeated_chunks)
+            "first answer, with the erase, %1, %2, slowest other answer %3 ms at offset %4")
+            .arg(DescribeSeconds(figures.first_answer),
+                 DescribeCount(figures.repeated_chunks, QStringLiteral("repeated chunk")))
             .arg(figures.slowest_answer.count())
             .arg(figures.slowest_offset);
 }

@@ -1,7 +1,9 @@
 #include "updater/session_notes.h"
 
+#include <QRegularExpression>
 #include <QSerialPortInfo>
 #include <QStringList>
+#include <algorithm>
 #include <chrono>
 #include <utility>
 
@@ -14,6 +16,12 @@ QString Join(QStringList parts)
 {
     parts.removeAll(QString());
     return parts.join(QStringLiteral("; "));
+}
+
+QString GetKind(QString line)
+{
+    static QRegularExpression const measured(QStringLiteral(R"(\d+ (ms|bytes?)|".*"(\.\.\.)?)"));
+    return line.remove(measured);
 }
 
 }  // namespace
@@ -56,7 +64,8 @@ QString DescribeModelIn(std::vector<std::byte> const& otp, QList<uint8_t> const&
                         QString const& failure)
 {
     if (otp.empty()) {
-        return QStringLiteral("the OTP area cannot be read: ") + failure;
+        return QStringLiteral("the OTP area cannot be read") +
+               (failure.isEmpty() ? QString() : QStringLiteral(": ") + failure);
     }
     return DescribeModel(ReadIdentity(otp), accepted,
                          QStringLiteral("no model record in %1 bytes of OTP").arg(otp.size()));
@@ -73,6 +82,12 @@ QString DescribePort(QString const& port_name)
                            .arg(info.productIdentifier(), 4, 16, QLatin1Char('0'));
 }
 
+QString DescribeCount(qint64 count, QString const& thing)
+{
+    return QString::number(count) + QLatin1Char(' ') + thing +
+           (count == 1 ? QString() : QStringLiteral("s"));
+}
+
 QString DescribeSeconds(std::chrono::milliseconds time)
 {
     return QStringLiteral("%1 s").arg(std::chrono::duration<double>(time).count(), 0, 'f', 1);
@@ -83,11 +98,23 @@ SessionNotes::~SessionNotes()
     WriteRepeats();
 }
 
+void SessionNotes::SetSink(Sink sink, Sink held_back)
+{
+    sink_ = std::move(sink);
+    held_back_ = std::move(held_back);
+}
+
 void SessionNotes::Write(QString const& line) const
 {
     if (sink_) {
         sink_(line);
     }
+}
+
+void SessionNotes::WriteLast(QString const& line)
+{
+    WriteRepeats();
+    Write(line);
 }
 
 void SessionNotes::ConnectRequested(QString const& port)
@@ -101,7 +128,7 @@ void SessionNotes::ConnectRequested(QString const& port)
 void SessionNotes::Disconnected()
 {
     WriteRepeats();
-    last_.clear();
+    results_.clear();
 }
 
 QString SessionNotes::DescribeUnit() const
@@ -111,23 +138,36 @@ QString SessionNotes::DescribeUnit() const
 
 void SessionNotes::Report(QString const& result, QString const& details)
 {
+    constexpr qsizetype kMostKinds = 4;
     auto const line = result + QStringLiteral(" on ") + port_ + QStringLiteral(": ") + details;
-    if (line == last_) {
-        ++repeats_;
-        last_time_ = QTime::currentTime();
+    auto const kind = GetKind(line);
+    auto const known = std::ranges::find(results_, kind, &Result::kind);
+    if (known != results_.end()) {
+        known->line = line;
+        ++known->repeats;
+        known->time = QTime::currentTime();
+        if (held_back_) {
+            held_back_(line);
+        }
         return;
     }
     WriteRepeats();
-    last_ = line;
+    if (results_.size() == kMostKinds) {
+        results_.removeFirst();
+    }
+    results_.append({kind, line});
     Write(line);
 }
 
 void SessionNotes::WriteRepeats()
 {
-    if (repeats_ > 0) {
-        Write(QStringLiteral("the same %1 more times, the last at %2: %3")
-                  .arg(std::exchange(repeats_, 0))
-                  .arg(last_time_.toString(QStringLiteral("HH:mm:ss")), last_));
+    for (auto& result : results_) {
+        if (result.repeats > 0) {
+            Write(QStringLiteral("the same %1, the last at %2: %3")
+                      .arg(DescribeCount(std::exchange(result.repeats, 0),
+                                         QStringLiteral("more time")),
+                           result.time.toString(QStringLiteral("HH:mm:ss")), result.line));
+        }
     }
 }
 

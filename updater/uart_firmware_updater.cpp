@@ -70,8 +70,8 @@ bool UartFirmwareUpdater::connect(QString const& port)
     uart_thread_ = std::make_unique<QThread>();
     uart_ = new Uart(port, stm32_updater::kBaudRate, &tx_semaphore_, nullptr, GetRecord(),
                      [this, &port](QString const& reason) {
-                         notes_.Write(port + QStringLiteral(" cannot be opened: ") + reason +
-                                      QStringLiteral("; the program ends"));
+                         notes_.WriteLast(port + QStringLiteral(" cannot be opened: ") + reason +
+                                          QStringLiteral("; the program ends"));
                      });
     uart_->moveToThread(uart_thread_.get());
     uart_thread_->start(QThread::InheritPriority);
@@ -95,9 +95,9 @@ void UartFirmwareUpdater::NoteFacts()
     }
     notes_.image_size = facts.image_size;
     notes_.written = facts.written;
-    notes_.figures = QStringLiteral("erase %1, writing %2, %3 refused blocks, slowest answer %4 ms")
-                         .arg(DescribeSeconds(facts.erase_time), DescribeSeconds(facts.write_time))
-                         .arg(facts.refused_blocks)
+    notes_.figures = QStringLiteral("erase %1, writing %2, %3, slowest answer %4 ms")
+                         .arg(DescribeSeconds(facts.erase_time), DescribeSeconds(facts.write_time),
+                              DescribeCount(facts.refused_blocks, QStringLiteral("refused block")))
                          .arg(facts.slowest_answer.count());
     if (!facts.slowest_request.empty()) {
         notes_.figures += QStringLiteral(" to ") + QString::fromStdString(facts.slowest_request);
