@@ -27,7 +27,7 @@ void FirmwareUpdaterBase::ConnectAndVerify(QString const& port_name,
     notes_.ConnectRequested(DescribePort(port_name));
     record_->BeginSession(port_name);
     if (!connect(port_name)) {
-        notes_.NotAnswered();
+        notes_.NotConnected();
         Q_EMIT UpdateConnectionStatus(ConnectionStatus::Disconnected);
         return;
     }

@@ -121,7 +121,9 @@ bool McubootSerialUpdater::readImageState()
         WarnOfFailure("readImageState", answer, QStringLiteral("no response from device"));
     }
     NoteAnswer(QStringLiteral("image state"), answer);
-    notes_.unit = QStringLiteral("MCUboot serial recovery");
+    if (!answer.payload.isEmpty()) {
+        notes_.unit = QStringLiteral("MCUboot serial recovery");
+    }
     return answer.outcome == Outcome::kSuccess;
 }
 

@@ -125,6 +125,15 @@ void SessionNotes::ConnectRequested(QString const& port)
     failure.clear();
 }
 
+void SessionNotes::NotConnected()
+{
+    if (unit.isEmpty()) {
+        Report(QStringLiteral("no unit answers"), failure);
+    } else {
+        Report(QStringLiteral("unit refused"), Join({unit, failure}));
+    }
+}
+
 void SessionNotes::Disconnected()
 {
     WriteRepeats();

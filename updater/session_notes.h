@@ -69,7 +69,8 @@ public:
     // of step, is asked every few seconds, for hours.
     void Found() { Report(QStringLiteral("unit found"), DescribeUnit()); }
     void Refused() { Report(QStringLiteral("unit refused"), DescribeUnit()); }
-    void NotAnswered() { Report(QStringLiteral("no unit answers"), failure); }
+    // A connect that failed: the unit is refused as well if it has answered (`unit` is not empty).
+    void NotConnected();
     void Disconnected();
 
     // ---- An update ----

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <optional>
 #include <span>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -88,10 +89,13 @@ void UartFirmwareUpdater::NoteFacts()
 {
     auto const& facts = updater_->Facts();
     notes_.failure = QString::fromStdString(facts.failure);
-    if (facts.product_id && facts.bootloader_version) {
-        notes_.unit = QString::fromStdString(fmt::format(
-            "STM32 with product id 0x{:04x}, bootloader version {}.{}", *facts.product_id,
-            *facts.bootloader_version >> 4, *facts.bootloader_version & 0xF));
+    if (facts.bootloader_version) {
+        auto const chip = facts.product_id
+                              ? fmt::format("STM32 with product id 0x{:04x}, ", *facts.product_id)
+                              : std::string();
+        notes_.unit = QString::fromStdString(fmt::format("{}bootloader version {}.{}", chip,
+                                                         *facts.bootloader_version >> 4,
+                                                         *facts.bootloader_version & 0xF));
     }
     notes_.image_size = facts.image_size;
     notes_.written = facts.written;

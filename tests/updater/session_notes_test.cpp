@@ -28,7 +28,7 @@ protected:
     {
         notes_->ConnectRequested(u"ttyX"_s);
         notes_->failure = failure;
-        notes_->NotAnswered();
+        notes_->NotConnected();
     }
 
     static testing::Matcher<std::string> Repeats(std::string const& times, std::string const& what)
@@ -90,6 +90,17 @@ TEST_F(SessionNotesTest, CountsResultsThatAlternate)
 
     EXPECT_THAT(lines_, ElementsAre(Repeats("49 more times", "silence"),
                                     Repeats("49 more times", "refused"), "unit found on ttyX: "));
+}
+
+TEST_F(SessionNotesTest, CallAUnitRefusedThatAnsweredButCannotBeUsed)
+{
+    notes_->ConnectRequested(u"ttyX"_s);
+    notes_->unit = u"STM32 with product id 0x0410"_s;
+    notes_->failure = u"it is not supported"_s;
+    notes_->NotConnected();
+
+    EXPECT_THAT(lines_, ElementsAre("unit refused on ttyX: STM32 with product id 0x0410; it is not "
+                                    "supported"));
 }
 
 TEST_F(SessionNotesTest, HandOverWhatTheyHoldBack)

@@ -62,7 +62,8 @@ TEST_F(RecoveryNotes, NameWhatAConnectFoundOrWhyItFailed)
                  "error code 5 after 6 ms; this firmware is for 65"},
              Row{{},
                  {RcAnswer(8)},
-                 "no unit answers on port: image state: error code 8 after 6 ms"},
+                 "unit refused on port: MCUboot serial recovery; image state: error code 8 after 6 "
+                 "ms"},
              Row{{},
                  {"noise\n"},
                  "no unit answers on port: image state: 6 bytes after 6 ms, not a good answer: no "
