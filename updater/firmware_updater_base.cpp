@@ -2,6 +2,8 @@
 
 #include <QMetaType>
 
+#include "updater/serial_line.h"
+
 FirmwareUpdaterBase::FirmwareUpdaterBase(QObject* parent) : QObject(parent)
 {
     // Both cross threads as arguments of queued signals.

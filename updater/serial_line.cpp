@@ -1,6 +1,7 @@
 #include "updater/serial_line.h"
 
 #include <QSerialPort>
+#include <QSerialPortInfo>
 #include <QThread>
 #include <utility>
 
@@ -95,4 +96,15 @@ std::unique_ptr<mcuboot::ILine> OpenSerialLine(QString const& port_name, unsigne
         return nullptr;
     }
     return std::make_unique<SerialLine>(port.release());
+}
+
+QString DescribePort(QString const& port_name)
+{
+    QSerialPortInfo const info(port_name);
+    if (!info.hasVendorIdentifier() || !info.hasProductIdentifier()) {
+        return port_name;
+    }
+    return port_name + QStringLiteral(" (%1:%2)")
+                           .arg(info.vendorIdentifier(), 4, 16, QLatin1Char('0'))
+                           .arg(info.productIdentifier(), 4, 16, QLatin1Char('0'));
 }

@@ -1,4 +1,5 @@
-// The line of MCUboot serial recovery over a serial port of the system.
+// The line of MCUboot serial recovery over a serial port of the system, and the description of such
+// a port.
 #pragma once
 
 #include <QString>
@@ -26,3 +27,6 @@ using LineOpener = std::function<std::unique_ptr<mcuboot::ILine>(
 // `owner`.
 std::unique_ptr<mcuboot::ILine> OpenSerialLine(QString const& port_name, unsigned baud,
                                                QObject* owner, QString* reason = nullptr);
+
+// "ttyUSB0 (10c4:ea60)"; the name alone when the port is not on USB or is gone.
+QString DescribePort(QString const& port_name);

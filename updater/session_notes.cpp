@@ -1,7 +1,6 @@
 #include "updater/session_notes.h"
 
 #include <QRegularExpression>
-#include <QSerialPortInfo>
 #include <QStringList>
 #include <algorithm>
 #include <chrono>
@@ -69,17 +68,6 @@ QString DescribeModelIn(std::vector<std::byte> const& otp, QList<uint8_t> const&
     }
     return DescribeModel(ReadIdentity(otp), accepted,
                          QStringLiteral("no model record in %1 bytes of OTP").arg(otp.size()));
-}
-
-QString DescribePort(QString const& port_name)
-{
-    QSerialPortInfo const info(port_name);
-    if (!info.hasVendorIdentifier() || !info.hasProductIdentifier()) {
-        return port_name;
-    }
-    return port_name + QStringLiteral(" (%1:%2)")
-                           .arg(info.vendorIdentifier(), 4, 16, QLatin1Char('0'))
-                           .arg(info.productIdentifier(), 4, 16, QLatin1Char('0'));
 }
 
 QString DescribeCount(qint64 count, QString const& thing)

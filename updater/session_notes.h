@@ -35,9 +35,6 @@ QString DescribeModelIn(std::vector<std::byte> const& otp, QList<uint8_t> const&
 // In place of the above for firmware that is written to every model.
 inline QString const kNoModelCheck = QStringLiteral("model not checked: service firmware");
 
-// "ttyUSB0 (10c4:ea60)"; the name alone when the port is not on USB or is gone.
-QString DescribePort(QString const& port_name);
-
 // Not thread-safe: all calls come from the backend's thread.
 class SessionNotes {
 public:
