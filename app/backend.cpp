@@ -1,5 +1,7 @@
 #include "app/backend.h"
 
+#include <utility>
+
 #include "updater/mcuboot_serial_updater.h"
 #include "updater/uart_firmware_updater.h"
 #include "updater/usb_firmware_updater.h"
@@ -29,9 +31,9 @@ std::unique_ptr<FirmwareUpdaterBase> MakeMcubootUpdater(QSettings const& setting
                                                         QString const& firmware_path)
 {
     constexpr bool kVerbose = false;
-    auto const config = ReadMcubootConfig(settings);
+    auto config = ReadMcubootConfig(settings);
     return std::make_unique<McubootSerialUpdater>(firmware_path, config.baud, kVerbose,
-                                                  config.fw_target_type, nullptr);
+                                                  std::move(config.fw_target_type), nullptr);
 }
 
 }  // namespace

@@ -33,7 +33,7 @@ int main(int argc, char* argv[])
     auto backend = MakeBackend(settings, firmware_path, paths.dfu_util);
     auto& updater = *backend.updater;
     auto const write_note = [&log](QString const& line) { log.Write(line); };
-    updater.SetNotes(write_note);
+    updater.SetNotes(write_note, [&log](QString const& line) { log.PassOn(line); });
     auto environment = WindowEnvironment::System();
     environment.write_note = write_note;
     record::SessionRecorder recorder(GetRecorderSetup(log_directory, backend.type, log));

@@ -35,10 +35,13 @@ QString RepeatedLines::Finish()
     if (held_back == 0) {
         return {};
     }
-    return group == 1 ? QStringLiteral("(the line above came %1 more times)").arg(held_back)
-                      : QStringLiteral("(the %1 lines above went on: %2 more lines)")
-                            .arg(group)
-                            .arg(held_back);
+    auto const ending = held_back == 1 ? QString() : QStringLiteral("s");
+    return group == 1
+               ? QStringLiteral("(the line above came %1 more time%2)").arg(held_back).arg(ending)
+               : QStringLiteral("(the %1 lines above went on: %2 more line%3)")
+                     .arg(group)
+                     .arg(held_back)
+                     .arg(ending);
 }
 
 bool RepeatedLines::Repeats(qsizetype group) const

@@ -68,7 +68,7 @@ record::RecorderSetup GetRecorderSetup(QString const& log_directory, targetInter
                                        SupportLog& log)
 {
     return {
-        log_directory + QStringLiteral("/sessions"),
+        log_directory.isEmpty() ? QString() : log_directory + QStringLiteral("/sessions"),
         GetTransportName(type),
         {QSysInfo::currentCpuArchitecture(),
          QStringLiteral("%1, kernel %2")

@@ -36,6 +36,9 @@ void WriteToTappedLog(QString const& text)
     for (auto const& line : lines) {
         log->Write(line);
     }
+    if (lines.isEmpty()) {
+        log->PassOn(text);
+    }
 }
 
 QLatin1String GetName(QtMsgType type)
@@ -129,6 +132,14 @@ void SupportLog::Write(QStringView text)
     writing = false;
 }
 
+void SupportLog::PassOn(QStringView text)
+{
+    std::lock_guard const lock(mutex_);
+    if (listener_) {
+        listener_(text);
+    }
+}
+
 void SupportLog::SetListener(std::function<void(QStringView)> listener)
 {
     std::lock_guard const lock(mutex_);
@@ -200,4 +211,5 @@ SupportLogTap::~SupportLogTap()
     if (auto const count = repeated_lines.Finish(); !count.isEmpty()) {
         log->Write(count);
     }
+    repeated_lines = {};
 }

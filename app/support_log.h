@@ -36,8 +36,11 @@ public:
     // when this returns. Messages that Qt prints because of the writing itself are not logged.
     void Write(QStringView text);
 
-    // From now on gets each text before it is written, on the thread that writes it. Must not write
-    // to the log. An empty one ends that.
+    // Gives a text that is only counted to the listener.
+    void PassOn(QStringView text);
+
+    // From now on gets each text before it is written or passed on, on that thread. Must not use
+    // the log. An empty one ends that.
     void SetListener(std::function<void(QStringView)> listener);
 
     QString CurrentFile() const { return GetFile(0); }

@@ -48,9 +48,10 @@ QString DescribeCause(Answer const& answer)
         case Outcome::kNoAnswer:
             return QStringLiteral("no answer within") + time;
         case Outcome::kUnusable:
-            return QStringLiteral("%1 bytes after%2, not a good answer: %3: %4")
+            return QStringLiteral("%1 %2 after%3, not a good answer: %4: %5")
                 .arg(answer.raw.size())
-                .arg(time, DescribeFrameError(answer.frame_error), Quote(answer.raw));
+                .arg(answer.raw.size() == 1 ? QLatin1String("byte") : QLatin1String("bytes"), time,
+                     DescribeFrameError(answer.frame_error), Quote(answer.raw));
         case Outcome::kErrorCode:
             return QStringLiteral("error code %1 after").arg(answer.error_code) + time;
         case Outcome::kNoData:

@@ -36,6 +36,10 @@ bool IsFinished(QString const& name)
 // The oldest first.
 QStringList ListRecords(QString const& folder)
 {
+    // An empty path would be the current folder.
+    if (folder.isEmpty()) {
+        return {};
+    }
     auto const names = QDir(folder).entryList({QLatin1Char('*') + kSuffix},
                                               QDir::Files | QDir::Hidden, QDir::Name);
     QStringList records;
@@ -55,7 +59,7 @@ SessionFolder::SessionFolder(QString path, Limits const& limits)
 
 bool SessionFolder::Create() const
 {
-    return QDir().mkpath(path_);
+    return !path_.isEmpty() && QDir().mkpath(path_);
 }
 
 QString SessionFolder::MakePath(QDateTime const& time, QString const& transport) const

@@ -14,7 +14,7 @@ inline constexpr char kUnfinished[] = "unfinished";
 
 class SessionFolder {
 public:
-    // The folder need not exist.
+    // The folder need not exist. Without a path (empty) it cannot be created and has no files.
     SessionFolder(QString path, Limits const& limits);
 
     bool Create() const;

@@ -2,6 +2,8 @@
 
 #include <QMetaType>
 
+#include "updater/serial_line.h"
+
 FirmwareUpdaterBase::FirmwareUpdaterBase(QObject* parent) : QObject(parent)
 {
     // Both cross threads as arguments of queued signals.
@@ -27,7 +29,7 @@ void FirmwareUpdaterBase::ConnectAndVerify(QString const& port_name,
     notes_.ConnectRequested(port_name);
     record_->BeginSession(port_name);
     if (!connect(port_name)) {
-        notes_.NotAnswered();
+        notes_.NotConnected();
         Q_EMIT UpdateConnectionStatus(ConnectionStatus::Disconnected);
         return;
     }

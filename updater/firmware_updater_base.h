@@ -39,9 +39,12 @@ public:
     // Reads the unit's model identifier. True when it is in the list.
     virtual bool verifyDeviceId(QList<uint8_t> const& device_ids) = 0;
 
-    // Where sentences about the sessions go, for support. Called on the backend's thread. Before
-    // the first connect.
-    void SetNotes(SessionNotes::Sink sink) { notes_.SetSink(std::move(sink)); }
+    // Where sentences about the sessions go, for support, and where those that are only counted.
+    // Called on the backend's thread. Before the first connect.
+    void SetNotes(SessionNotes::Sink sink, SessionNotes::Sink held_back = {})
+    {
+        notes_.SetSink(std::move(sink), std::move(held_back));
+    }
     // Each request to connect begins a session in `record`, which gets the bytes of all lines. To
     // be called before the first request; `record` must outlive the backend. Without it, nothing is
     // recorded.

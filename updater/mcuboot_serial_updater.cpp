@@ -120,12 +120,14 @@ bool McubootSerialUpdater::readImageState()
     if (verbose_ || answer.outcome == Outcome::kErrorCode) {
         WarnOfFailure("readImageState", answer, QStringLiteral("no response from device"));
     }
-    NoteAnswer(QStringLiteral("image state"), answer);
-    notes_.unit = QStringLiteral("MCUboot serial recovery");
+    noteAnswer(QStringLiteral("image state"), answer);
+    if (!answer.payload.isEmpty()) {
+        notes_.unit = QStringLiteral("MCUboot serial recovery");
+    }
     return answer.outcome == Outcome::kSuccess;
 }
 
-void McubootSerialUpdater::NoteAnswer(QString const& request, mcuboot::Answer const& answer)
+void McubootSerialUpdater::noteAnswer(QString const& request, mcuboot::Answer const& answer)
 {
     auto const cause = mcuboot::DescribeCause(answer);
     notes_.failure = cause.isEmpty() ? QString() : request + QStringLiteral(": ") + cause;
@@ -134,7 +136,7 @@ void McubootSerialUpdater::NoteAnswer(QString const& request, mcuboot::Answer co
 std::optional<QByteArray> McubootSerialUpdater::readOtpData(uint32_t key)
 {
     auto const [answer, data] = mcuboot::QueryOtp(exchange_, key);
-    NoteAnswer(QStringLiteral("OTP value 0x%1").arg(key, 8, 16, QLatin1Char('0')), answer);
+    noteAnswer(QStringLiteral("OTP value 0x%1").arg(key, 8, 16, QLatin1Char('0')), answer);
     if (answer.error_code == mcuboot::kOtpKeyNotFound) {
         qWarning().noquote() << QStringLiteral(
                                     "McubootSerialUpdater::readOtpData: key 0x%1 not found in OTP")
@@ -181,10 +183,10 @@ bool McubootSerialUpdater::verifyDeviceId(QList<uint8_t> const& device_ids)
         qDebug().noquote() << "McubootSerialUpdater::verifyDeviceId: device model ID"
                            << int{*model_id} << "serial number" << serial_number;
     }
-    return IsListed(*model_id, device_ids);
+    return isListed(*model_id, device_ids);
 }
 
-bool McubootSerialUpdater::IsListed(uint8_t model_id, QList<uint8_t> const& device_ids) const
+bool McubootSerialUpdater::isListed(uint8_t model_id, QList<uint8_t> const& device_ids) const
 {
     auto const listed = device_ids.contains(model_id);
     if (verbose_ && listed) {
@@ -237,25 +239,28 @@ bool McubootSerialUpdater::upload(QString const& path, std::function<void(int)> 
         return false;
     }
     auto const result = mcuboot::Upload(exchange_, *image, progress);
-    NoteUpload(result);
+    noteUpload(result);
     if (verbose_ && result.outcome != Outcome::kSuccess) {
         qWarning().noquote() << "McubootSerialUpdater:" << DescribeFailure(result);
     }
     return result.outcome == Outcome::kSuccess;
 }
 
-void McubootSerialUpdater::NoteUpload(mcuboot::UploadResult const& result)
+void McubootSerialUpdater::noteUpload(mcuboot::UploadResult const& result)
 {
     auto const& figures = result.figures;
-    notes_.failure = result.cause;
     notes_.image_size = static_cast<size_t>(figures.image_size);
     notes_.written = static_cast<size_t>(figures.acknowledged);
+    if (!line_) {
+        notes_.failure = QStringLiteral("no unit is connected");
+        return;
+    }
+    notes_.failure = result.cause;
     notes_.figures =
         QStringLiteral(
-            "first answer, with the erase, %1, %2 repeated chunks, slowest other answer "
-            "%3 ms at offset %4")
-            .arg(DescribeSeconds(figures.first_answer))
-            .arg(figures.repeated_chunks)
+            "first answer, with the erase, %1, %2, slowest other answer %3 ms at offset %4")
+            .arg(DescribeSeconds(figures.first_answer),
+                 DescribeCount(figures.repeated_chunks, QStringLiteral("repeated chunk")))
             .arg(figures.slowest_answer.count())
             .arg(figures.slowest_offset);
 }

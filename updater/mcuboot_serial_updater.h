@@ -122,9 +122,9 @@ public Q_SLOTS:
     void onDisconnectDevice() override { DisconnectAndReport(); }
 
 private:
-    bool IsListed(uint8_t model_id, QList<uint8_t> const& device_ids) const;
-    void NoteAnswer(QString const& request, mcuboot::Answer const& answer);
-    void NoteUpload(mcuboot::UploadResult const& result);
+    bool isListed(uint8_t model_id, QList<uint8_t> const& device_ids) const;
+    void noteAnswer(QString const& request, mcuboot::Answer const& answer);
+    void noteUpload(mcuboot::UploadResult const& result);
 
     unsigned baud_;
     bool verbose_;

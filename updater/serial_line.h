@@ -1,4 +1,5 @@
-// The line of MCUboot serial recovery over a serial port of the system.
+// The line of MCUboot serial recovery over a serial port of the system, and the description of such
+// a port.
 #pragma once
 
 #include <QString>

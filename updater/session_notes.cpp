@@ -1,6 +1,8 @@
 #include "updater/session_notes.h"
 
+#include <QRegularExpression>
 #include <QStringList>
+#include <algorithm>
 #include <chrono>
 #include <utility>
 
@@ -14,6 +16,12 @@ QString Join(QStringList parts)
 {
     parts.removeAll(QString());
     return parts.join(QStringLiteral("; "));
+}
+
+QString GetKind(QString line)
+{
+    static QRegularExpression const measured(QStringLiteral(R"(\d+ (ms|bytes?)|".*"(\.\.\.)?)"));
+    return line.remove(measured);
 }
 
 }  // namespace
@@ -56,10 +64,17 @@ QString DescribeModelIn(std::vector<std::byte> const& otp, QList<uint8_t> const&
                         QString const& failure)
 {
     if (otp.empty()) {
-        return QStringLiteral("the OTP area cannot be read: ") + failure;
+        return QStringLiteral("the OTP area cannot be read") +
+               (failure.isEmpty() ? QString() : QStringLiteral(": ") + failure);
     }
     return DescribeModel(ReadIdentity(otp), accepted,
                          QStringLiteral("no model record in %1 bytes of OTP").arg(otp.size()));
+}
+
+QString DescribeCount(qint64 count, QString const& thing)
+{
+    return QString::number(count) + QLatin1Char(' ') + thing +
+           (count == 1 ? QString() : QStringLiteral("s"));
 }
 
 QString DescribeSeconds(std::chrono::milliseconds time)
@@ -72,11 +87,23 @@ SessionNotes::~SessionNotes()
     WriteRepeats();
 }
 
+void SessionNotes::SetSink(Sink sink, Sink held_back)
+{
+    sink_ = std::move(sink);
+    held_back_ = std::move(held_back);
+}
+
 void SessionNotes::Write(QString const& line) const
 {
     if (sink_) {
         sink_(line);
     }
+}
+
+void SessionNotes::WriteLast(QString const& line)
+{
+    WriteRepeats();
+    Write(line);
 }
 
 void SessionNotes::ConnectRequested(QString const& port)
@@ -87,10 +114,19 @@ void SessionNotes::ConnectRequested(QString const& port)
     failure.clear();
 }
 
+void SessionNotes::NotConnected()
+{
+    if (unit.isEmpty()) {
+        Report(QStringLiteral("no unit answers"), failure);
+    } else {
+        Report(QStringLiteral("unit refused"), Join({unit, failure}));
+    }
+}
+
 void SessionNotes::Disconnected()
 {
     WriteRepeats();
-    last_.clear();
+    results_.clear();
 }
 
 QString SessionNotes::DescribeUnit() const
@@ -103,24 +139,40 @@ void SessionNotes::Report(QString const& result, QString const& details)
     if (!sink_) {
         return;
     }
-    if (auto const all = result + port_ + details; std::exchange(last_, all) == all) {
-        ++repeats_;
-        last_time_ = QTime::currentTime();
+    constexpr qsizetype kMostKinds = 4;
+    auto const describe = [&] {
+        return result + QStringLiteral(" on ") + port_description_ + QStringLiteral(": ") + details;
+    };
+    auto const kind = GetKind(result + port_ + details);
+    auto const known = std::ranges::find(results_, kind, &Result::kind);
+    if (known != results_.end()) {
+        known->line = describe();
+        ++known->repeats;
+        known->time = QTime::currentTime();
+        if (held_back_) {
+            held_back_(known->line);
+        }
         return;
     }
     WriteRepeats();
+    if (results_.size() == kMostKinds) {
+        results_.removeFirst();
+    }
     // Only now: the system takes its time to describe a port.
-    last_line_ =
-        result + QStringLiteral(" on ") + DescribePort(port_) + QStringLiteral(": ") + details;
-    Write(last_line_);
+    port_description_ = DescribePort(port_);
+    results_.append({kind, describe()});
+    Write(results_.last().line);
 }
 
 void SessionNotes::WriteRepeats()
 {
-    if (repeats_ > 0) {
-        Write(QStringLiteral("the same %1 more times, the last at %2: %3")
-                  .arg(std::exchange(repeats_, 0))
-                  .arg(last_time_.toString(QStringLiteral("HH:mm:ss")), last_line_));
+    for (auto& result : results_) {
+        if (result.repeats > 0) {
+            Write(QStringLiteral("the same %1, the last at %2: %3")
+                      .arg(DescribeCount(std::exchange(result.repeats, 0),
+                                         QStringLiteral("more time")),
+                           result.time.toString(QStringLiteral("HH:mm:ss")), result.line));
+        }
     }
 }
 

@@ -43,10 +43,13 @@ public:
     // Writes what is held back.
     ~SessionNotes();
 
-    // Where the sentences go; nowhere at first. Before the first of the calls below.
-    void SetSink(Sink sink) { sink_ = std::move(sink); }
+    // Where the sentences go; nowhere at first. held_back: gets those that are only counted. Before
+    // the first of the calls below.
+    void SetSink(Sink sink, Sink held_back = {});
 
     void Write(QString const& line) const;
+    // Before the process ends at once.
+    void WriteLast(QString const& line);
 
     // ---- A connect ----
 
@@ -58,11 +61,13 @@ public:
     QString model;    // what DescribeModel returned, or why there was no check
     QString failure;  // why the last operation failed
 
-    // A result that is the same as the last one is counted, and the count is written when another
-    // one comes: a silent unit is asked every few seconds, for hours.
+    // A result that differs from one of the last few at most in what was measured or received is
+    // counted, and the counts are written when another one comes: a silent unit, or one that is out
+    // of step, is asked every few seconds, for hours.
     void Found() { Report(QStringLiteral("unit found"), DescribeUnit()); }
     void Refused() { Report(QStringLiteral("unit refused"), DescribeUnit()); }
-    void NotAnswered() { Report(QStringLiteral("no unit answers"), failure); }
+    // A connect that failed: the unit is refused as well if it has answered (`unit` is not empty).
+    void NotConnected();
     void Disconnected();
 
     // ---- An update ----
@@ -78,18 +83,27 @@ public:
     void NotRestarted();
 
 private:
+    struct Result {
+        QString kind;  // without what was measured or received
+        QString line;  // the last of them
+        int repeats = 0;
+        QTime time{};  // of the last repeat
+    };
+
     QString DescribeUnit() const;
     void Report(QString const& result, QString const& details);
     void WriteRepeats();
 
     Sink sink_;
+    Sink held_back_;
     QString port_;
-    QString last_;  // what tells the last result from others
-    QString last_line_;
-    int repeats_ = 0;
-    QTime last_time_;
+    QString port_description_;
+    QList<Result> results_;  // the newest kind last
     QElapsedTimer update_time_;
 };
+
+// "1 refused block", "2 refused blocks"
+QString DescribeCount(qint64 count, QString const& thing);
 
 // "3.2 s"
 QString DescribeSeconds(std::chrono::milliseconds time);

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <optional>
 #include <span>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -70,8 +71,8 @@ bool UartFirmwareUpdater::connect(QString const& port)
     uart_thread_ = std::make_unique<QThread>();
     uart_ = new Uart(port, stm32_updater::kBaudRate, &tx_semaphore_, nullptr, GetRecord(),
                      [this, &port](QString const& reason) {
-                         notes_.Write(port + QStringLiteral(" cannot be opened: ") + reason +
-                                      QStringLiteral("; the program ends"));
+                         notes_.WriteLast(port + QStringLiteral(" cannot be opened: ") + reason +
+                                          QStringLiteral("; the program ends"));
                      });
     uart_->moveToThread(uart_thread_.get());
     uart_thread_->start(QThread::InheritPriority);
@@ -88,16 +89,19 @@ void UartFirmwareUpdater::NoteFacts()
 {
     auto const& facts = updater_->Facts();
     notes_.failure = QString::fromStdString(facts.failure);
-    if (facts.product_id && facts.bootloader_version) {
-        notes_.unit = QString::fromStdString(fmt::format(
-            "STM32 with product id 0x{:04x}, bootloader version {}.{}", *facts.product_id,
-            *facts.bootloader_version >> 4, *facts.bootloader_version & 0xF));
+    if (facts.bootloader_version) {
+        auto const chip = facts.product_id
+                              ? fmt::format("STM32 with product id 0x{:04x}, ", *facts.product_id)
+                              : std::string();
+        notes_.unit = QString::fromStdString(fmt::format("{}bootloader version {}.{}", chip,
+                                                         *facts.bootloader_version >> 4,
+                                                         *facts.bootloader_version & 0xF));
     }
     notes_.image_size = facts.image_size;
     notes_.written = facts.written;
-    notes_.figures = QStringLiteral("erase %1, writing %2, %3 refused blocks, slowest answer %4 ms")
-                         .arg(DescribeSeconds(facts.erase_time), DescribeSeconds(facts.write_time))
-                         .arg(facts.refused_blocks)
+    notes_.figures = QStringLiteral("erase %1, writing %2, %3, slowest answer %4 ms")
+                         .arg(DescribeSeconds(facts.erase_time), DescribeSeconds(facts.write_time),
+                              DescribeCount(facts.refused_blocks, QStringLiteral("refused block")))
                          .arg(facts.slowest_answer.count());
     if (!facts.slowest_request.empty()) {
         notes_.figures += QStringLiteral(" to ") + QString::fromStdString(facts.slowest_request);

@@ -13,6 +13,9 @@ namespace {
 // "dfu-util ended with exit code 74: dfu-util: No DFU capable USB device available"
 QString DescribeRun(stm32_updater::DfuUtilFacts const& facts)
 {
+    if (!facts.file_error.isEmpty()) {
+        return facts.file_error;
+    }
     if (!facts.start_error.isEmpty()) {
         return QStringLiteral("dfu-util did not run to its end: ") + facts.start_error;
     }

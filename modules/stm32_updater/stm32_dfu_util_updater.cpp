@@ -42,12 +42,7 @@ bool RemoveLeftFile(QString const& path)
     if ((found.isFile() || found.isSymLink()) && QFile::remove(path)) {
         return true;
     }
-    if (!IsThere(QFileInfo(path))) {
-        return true;
-    }
-    qWarning().noquote() << "the OTP area is not read:" << path
-                         << "is in the way and cannot be removed";
-    return false;
+    return !IsThere(QFileInfo(path));
 }
 
 // Anybody can put a file into a shared temporary folder. A file is believed only if it belongs to
@@ -59,16 +54,8 @@ bool IsOfThisRun(QFileInfo const& file, QFileInfo const& marker)
            file.lastModified() >= marker.lastModified();
 }
 
-std::vector<std::byte> TakeFile(QString const& path, QFileInfo const& marker)
+std::vector<std::byte> TakeFile(QString const& path)
 {
-    QFileInfo const found(path);
-    if (!IsOfThisRun(found, marker)) {
-        if (IsThere(found)) {
-            qWarning().noquote() << "the OTP area is not read:" << path
-                                 << "was not written by this run of dfu-util";
-        }
-        return {};
-    }
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
         return {};
@@ -191,16 +178,22 @@ std::vector<std::byte> Stm32DfuUtilUpdater::GetOtp(unsigned address, unsigned lo
 {
     auto const path = QStandardPaths::writableLocation(QStandardPaths::TempLocation) +
                       QStringLiteral("/kelvane_otp.bin");
+    facts_ = {};
     if (!RemoveLeftFile(path)) {
-        return {};
+        return RefuseOtp(path + QStringLiteral(" is in the way and cannot be removed"));
     }
     QTemporaryFile marker(path + QStringLiteral(".XXXXXX"));
     if (!marker.open()) {
-        qWarning().noquote() << "the OTP area is not read:" << marker.errorString();
-        return {};
+        return RefuseOtp(marker.errorString());
     }
     RunForOtp(GetOtpArguments(device_, path, address, size));
-    auto otp = TakeFile(path, QFileInfo(marker));
+    QFileInfo const found(path);
+    if (!IsOfThisRun(found, QFileInfo(marker))) {
+        return IsThere(found)
+                   ? RefuseOtp(path + QStringLiteral(" was not written by this run of dfu-util"))
+                   : std::vector<std::byte>();
+    }
+    auto otp = TakeFile(path);
     if (!otp.empty()) {
         auto const line = record_->AddLine(kTool + QLatin1String(" file"),
                                            QStringLiteral("the OTP area as the tool wrote it"));
@@ -209,9 +202,15 @@ std::vector<std::byte> Stm32DfuUtilUpdater::GetOtp(unsigned address, unsigned lo
     return otp;
 }
 
+std::vector<std::byte> Stm32DfuUtilUpdater::RefuseOtp(QString const& reason)
+{
+    qWarning().noquote() << "the OTP area is not read:" << reason;
+    facts_.file_error = reason;
+    return {};
+}
+
 void Stm32DfuUtilUpdater::RunForOtp(QStringList const& arguments)
 {
-    facts_ = {};
     auto const dfu_util = MakeChildProcess();
     // Nothing accumulates here, however much the tool prints.
     connect(dfu_util.get(), &QProcess::readyReadStandardOutput, this,

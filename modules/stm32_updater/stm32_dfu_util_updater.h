@@ -37,6 +37,7 @@ struct DfuUtilFacts {
     int exit_code = 0;                        // unless it crashed
     QString start_error;                      // empty for a tool that was started
     QByteArray errors;                        // the last that it printed to standard error
+    QString file_error;  // of a read of the OTP area: why its file was not used or made
 };
 
 // Everything runs on the thread to which the object belongs; a download needs that thread's event
@@ -100,6 +101,8 @@ public Q_SLOTS:
 
 private:
     void WaitForDownload();
+    // Logs and notes the reason; returns nothing.
+    std::vector<std::byte> RefuseOtp(QString const& reason);
     // Returns when the tool has ended or was killed.
     void RunForOtp(QStringList const& arguments);
     // Reads the output as it comes: what accumulates between two looks must stay bounded.

@@ -103,6 +103,7 @@ bool Stm32UartUpdater::ConnectDevice()
     uart_.Setup(rate_, hal::uart::IUartDriver::Settings::k8E1);
     Subscribe();
     facts_ = {};
+    image_address_.reset();
     try {
         Connect();
         return true;
@@ -142,6 +143,7 @@ void Stm32UartUpdater::ExitDfu(unsigned start_address, unsigned boot_mode_addres
     uart_.Setup(rate_, hal::uart::IUartDriver::Settings::k8E1);
     Subscribe();
     facts_.failure.clear();
+    image_address_.reset();
     try {
         CmdWrite(boot_mode_address, kBootModeMarker);
         JumpTo(start_address);
@@ -183,10 +185,10 @@ std::string Stm32UartUpdater::DescribeStep() const
     }
     auto const step = fmt::format("{} at 0x{:08X}", request_, *address_);
     auto const body_size = facts_.image_size - std::min(facts_.image_size, kTrailerSize);
-    auto const offset = size_t{*address_ - image_address_};
-    if (facts_.image_size == 0 || *address_ < image_address_ || offset > body_size) {
+    if (!image_address_ || *address_ < *image_address_ || *address_ - *image_address_ > body_size) {
         return step;
     }
+    auto const offset = size_t{*address_ - *image_address_};
     auto const body_blocks = (body_size + kMaxBlock - 1) / kMaxBlock;
     auto const block = offset == body_size ? body_blocks : offset / kMaxBlock;
     return step + fmt::format(", block {} of {}", block + 1, body_blocks + 1);
@@ -247,17 +249,17 @@ uint16_t Stm32UartUpdater::Connect()
 bool Stm32UartUpdater::DoUpdate(std::span<std::byte const> image, ProgressCallback const& progress,
                                 unsigned address)
 {
+    facts_.failure.clear();
+    facts_.image_size = image.size();
+    facts_.written = 0;
+    facts_.erase_time = facts_.write_time = {};
+    facts_.refused_blocks = 0;
     // Too small for a trailer: refused before anything is erased.
     if (image.size() < kTrailerSize) {
         return false;
     }
     try {
         progress_ = progress;
-        facts_.failure.clear();
-        facts_.image_size = image.size();
-        facts_.written = 0;
-        facts_.refused_blocks = 0;
-        image_address_ = address;
         progress_(State::kProgramming, 0);
         // The value is not needed, but a bootloader without this command is not the expected one.
         CmdGetVerRops();
@@ -306,6 +308,7 @@ void Stm32UartUpdater::EraseFlash(size_t image_size)
 void Stm32UartUpdater::WriteImage(std::span<std::byte const> image, unsigned address)
 {
     Stopwatch const stopwatch(waits_, facts_.write_time);
+    image_address_ = address;
     auto const body_size = image.size() - kTrailerSize;
     std::array<std::byte, kTrailerSize> trailer{};
     std::copy_n(image.subspan(body_size).begin(), 4, trailer.begin());
@@ -412,7 +415,7 @@ void Stm32UartUpdater::CmdWrite(uint32_t address, std::span<std::byte const> con
         auto const block = data.subspan(offset, std::min(data.size() - offset, kMaxBlock));
         WriteBlock(address + static_cast<uint32_t>(offset), block);
         offset += block.size();
-        facts_.written += block.size();
+        facts_.written += image_address_ ? block.size() : 0;
         if (offset % kProgressStep == 0) {
             progress_(State::kProgramming, static_cast<unsigned>(offset * 100 / data.size()));
         }

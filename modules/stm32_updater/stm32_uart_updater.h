@@ -162,7 +162,8 @@ private:
     SessionFacts facts_;
     char const* request_ = "";         // that is in progress, for the facts
     std::optional<uint32_t> address_;  // of that request
-    uint32_t image_address_ = 0;       // of the last Update
+    // Where the image is written; nothing while something else is.
+    std::optional<uint32_t> image_address_;
     std::chrono::steady_clock::time_point sent_at_;
 };
 

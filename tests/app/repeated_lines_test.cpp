@@ -50,12 +50,14 @@ TEST(RepeatedLines, CountsTheLinesOfAGroupFromItsThirdTimeOn)
 {
     EXPECT_THAT(Filter("abababac"),
                 ElementsAre("a", "b", "a", "b", "(the 2 lines above went on: 3 more lines)", "c"));
+    EXPECT_THAT(Filter("ababa"),
+                ElementsAre("a", "b", "a", "b", "(the 2 lines above went on: 1 more line)"));
     EXPECT_THAT(Filter("xabcdabcdabcd"), ElementsAre("x", "a", "b", "c", "d", "a", "b", "c", "d",
                                                      "(the 4 lines above went on: 4 more lines)"));
 }
 
 TEST(RepeatedLines, RecognisesTheNextRepetitionAnew)
 {
-    EXPECT_THAT(Filter("aaabaaa"), ElementsAre("a", "a", "(the line above came 1 more times)", "b",
-                                               "a", "a", "(the line above came 1 more times)"));
+    EXPECT_THAT(Filter("aaabaaa"), ElementsAre("a", "a", "(the line above came 1 more time)", "b",
+                                               "a", "a", "(the line above came 1 more time)"));
 }

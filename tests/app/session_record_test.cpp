@@ -153,3 +153,8 @@ TEST_F(SessionRecord, ThatCannotBeWrittenIsInTheLog)
 
     EXPECT_EQ(ReadFile(log_.CurrentFile()).count(" no record of the session is kept: "), 1);
 }
+
+TEST_F(SessionRecord, HasNoFolderWithoutOneForTheLog)
+{
+    EXPECT_EQ(GetRecorderSetup({}, TargetUart, log_).folder, QString());
+}

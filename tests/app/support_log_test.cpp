@@ -283,6 +283,22 @@ TEST_F(SupportLogTest, CountsMessagesThatRepeatThemselves)
                                      EndsWith(" (the line above came 998 more times)")));
 }
 
+TEST_F(SupportLogTest, HandsOverToItsListenerWhatItOnlyCounts)
+{
+    std::vector<std::string> heard;
+    log_.SetListener([&](QStringView text) { heard.push_back(text.toString().toStdString()); });
+    GetOutput([this] {
+        SupportLogTap const tap(log_);
+        for (int i = 0; i < 5; ++i) {
+            qInfo("silent");
+        }
+    });
+    log_.SetListener({});
+
+    EXPECT_THAT(heard, ElementsAre("info: silent", "info: silent", "info: silent", "info: silent",
+                                   "info: silent", "(the line above came 3 more times)"));
+}
+
 TEST_F(SupportLogTest, IgnoresMessagesThatTheWritingItselfCauses)
 {
     // Qt warns about such a name at each attempt to use it.

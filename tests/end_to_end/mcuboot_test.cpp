@@ -158,6 +158,8 @@ TEST_F(McubootTransport, AsksAUnitThatDoesNotAnswerEveryFourSecondsUntilItDoes)
     EXPECT_LE(asked, 4);
     unit_->Command(u"clear-faults"_s);
     UpdateToTheEnd();
+    ExpectLogged(u" the same \\d more times?, the last at .*: no unit answers on "_s);
+    EXPECT_EQ(program_->ReadLog().count(" no unit answers on "), 2) << "its begin and its end";
 }
 
 // The banner makes the first answer unusable; the console comes when nobody asks.

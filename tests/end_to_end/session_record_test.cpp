@@ -135,6 +135,7 @@ protected:
         return bytes;
     }
 
+    bool IsMcuboot() const { return QLatin1String(GetParam().name) == u"mcuboot"; }
     bool IsUsb() const { return QLatin1String(GetParam().name) == u"usb"; }
 
     QTemporaryDir state_;
@@ -190,6 +191,10 @@ TEST_P(EveryRecord, OfARefusedUnitHasNoUpdate)
 {
     StartAndPlugIn(u"--model-id 222"_s);
     ExpectScreen(IsRefused);
+    if (IsMcuboot()) {
+        // It is refused several times, and each record replaces the one before it.
+        ExpectScreenStays(IsRefused, 14s);
+    }
     CloseProgram();
 
     auto const recording = ReadRecord(u"refused"_s);
@@ -197,6 +202,10 @@ TEST_P(EveryRecord, OfARefusedUnitHasNoUpdate)
     EXPECT_EQ(ListValues(recording, events::kStatus, fields::kValue), QStringList(u"refused"_s));
     EXPECT_TRUE(ListValues(recording, events::kWindow, fields::kState).contains(u"unit refused"_s));
     EXPECT_EQ(ListValues(recording, events::kUpdateStarted, ""), QStringList());
+    EXPECT_EQ(ListValues(recording, events::kLog, fields::kText)
+                  .filter(QRegularExpression(u"^unit refused on .*model 222; "_s))
+                  .size(),
+              1);
 }
 
 TEST_P(EveryRecord, OfAFailedUpdateIsNamedSo)

@@ -62,10 +62,9 @@ protected:
 
     void ExpectUnitHoldsImage();
     // Nothing was erased, written, uploaded or restarted.
+    void ExpectUnitIsUntouched();
     // The program's log has this pattern once.
     void ExpectLogged(QString const& pattern) const;
-
-    void ExpectUnitIsUntouched();
     // By the program's log, every update since its start has ended exactly once, the last one with
     // `outcome`: "succeeded" or "failed".
     void ExpectOneOutcomeEach(QString const& outcome);

@@ -132,3 +132,18 @@ TEST_F(SessionFolderTest, NeedNotExist)
     EXPECT_TRUE(folder.Create());
     EXPECT_TRUE(QDir(temporary_.filePath(QStringLiteral("a/b"))).exists());
 }
+
+TEST_F(SessionFolderTest, TouchesNothingWithoutAPath)
+{
+    MakeFile("2026-11-21T17-01-02Z-uart.pcapng");
+    auto const before = QDir::currentPath();
+    ASSERT_TRUE(QDir::setCurrent(temporary_.path()));
+    SessionFolder const folder(QString(), {.records = 0});
+    folder.NameLeftOvers();
+    folder.RemoveOldest(true);
+    auto const is_created = folder.Create();
+    QDir::setCurrent(before);
+
+    EXPECT_FALSE(is_created);
+    EXPECT_THAT(List(), ElementsAre("2026-11-21T17-01-02Z-uart.pcapng"));
+}

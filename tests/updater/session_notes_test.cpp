@@ -12,7 +12,9 @@ using namespace Qt::StringLiterals;
 namespace {
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::MatchesRegex;
+using testing::SizeIs;
 
 class SessionNotesTest : public testing::Test {
 protected:
@@ -26,7 +28,13 @@ protected:
     {
         notes_->ConnectRequested(u"ttyX"_s);
         notes_->failure = failure;
-        notes_->NotAnswered();
+        notes_->NotConnected();
+    }
+
+    static testing::Matcher<std::string> Repeats(std::string const& times, std::string const& what)
+    {
+        return MatchesRegex("the same " + times +
+                            ", the last at [0-9:]{8}: no unit answers on ttyX: " + what);
     }
 
     std::vector<std::string> lines_;
@@ -63,13 +71,80 @@ TEST_F(SessionNotesTest, CountsTheSameResultUntilAnotherComes)
     Fail(u"noise"_s);
     notes_.reset();
 
-    auto const repeats = [](char const* times, char const* what) {
-        return MatchesRegex("the same " + std::string(times) +
-                            " more times, the last at [0-9:]{8}: no unit answers on ttyX: " + what);
-    };
-    EXPECT_THAT(lines_, ElementsAre("no unit answers on ttyX: silence", repeats("99", "silence"),
-                                    "no unit answers on ttyX: noise", repeats("1", "noise"),
-                                    "no unit answers on ttyX: noise", repeats("1", "noise")));
+    EXPECT_THAT(lines_,
+                ElementsAre("no unit answers on ttyX: silence", Repeats("99 more times", "silence"),
+                            "no unit answers on ttyX: noise", Repeats("1 more time", "noise"),
+                            "no unit answers on ttyX: noise", Repeats("1 more time", "noise")));
+}
+
+TEST_F(SessionNotesTest, CountsResultsThatAlternate)
+{
+    for (int i = 0; i < 50; ++i) {
+        Fail(u"silence"_s);
+        Fail(u"refused"_s);
+    }
+    EXPECT_THAT(lines_, ElementsAre("no unit answers on ttyX: silence",
+                                    "no unit answers on ttyX: refused"));
+    lines_.clear();
+    notes_->Found();
+
+    EXPECT_THAT(lines_, ElementsAre(Repeats("49 more times", "silence"),
+                                    Repeats("49 more times", "refused"), "unit found on ttyX: "));
+}
+
+TEST_F(SessionNotesTest, CallAUnitRefusedThatAnsweredButCannotBeUsed)
+{
+    notes_->ConnectRequested(u"ttyX"_s);
+    notes_->unit = u"STM32 with product id 0x0410"_s;
+    notes_->failure = u"it is not supported"_s;
+    notes_->NotConnected();
+
+    EXPECT_THAT(lines_, ElementsAre("unit refused on ttyX: STM32 with product id 0x0410; it is not "
+                                    "supported"));
+}
+
+TEST_F(SessionNotesTest, HandOverWhatTheyHoldBack)
+{
+    std::vector<std::string> held_back;
+    notes_->SetSink({}, [&](QString const& line) { held_back.push_back(line.toStdString()); });
+    Fail(u"no answer within 1 ms"_s);
+    Fail(u"no answer within 2 ms"_s);
+
+    EXPECT_THAT(held_back, ElementsAre("no unit answers on ttyX: no answer within 2 ms"));
+}
+
+TEST_F(SessionNotesTest, WriteTheirCountsBeforeALastLine)
+{
+    Fail(u"silence"_s);
+    Fail(u"silence"_s);
+    notes_->WriteLast(u"the end"_s);
+
+    EXPECT_THAT(lines_, ElementsAre("no unit answers on ttyX: silence",
+                                    Repeats("1 more time", "silence"), "the end"));
+}
+
+TEST_F(SessionNotesTest, RemembersAFewResultsOnly)
+{
+    for (auto const* const failure : {"a", "b", "c", "d", "e", "a"}) {
+        Fail(QLatin1String(failure));
+    }
+    EXPECT_THAT(lines_, SizeIs(6));
+}
+
+TEST_F(SessionNotesTest, CountsResultsThatDifferOnlyInWhatIsMeasured)
+{
+    Fail(u"image state: no answer within 2664 ms"_s);
+    Fail(u"image state: no answer within 2671 ms"_s);
+    Fail(u"2 bytes after 6 ms, not a good answer: no line: \"ab\""_s);
+    Fail(u"1 byte after 7 ms, not a good answer: no line: \"\"\"..."_s);
+    Fail(u"error code 5 after 6 ms"_s);
+    Fail(u"error code 7 after 6 ms"_s);
+
+    EXPECT_THAT(lines_,
+                ElementsAre("no unit answers on ttyX: image state: no answer within 2664 ms",
+                            Repeats("1 more time", "image state: no answer within 2671 ms"),
+                            HasSubstr("2 bytes after 6 ms"), HasSubstr("the same 1 more time"),
+                            HasSubstr("error code 5"), HasSubstr("error code 7")));
 }
 
 TEST_F(SessionNotesTest, HasFiguresOfAnUpdateAndTheCauseOfItsFailure)
@@ -119,4 +194,5 @@ TEST(Identity, IsThatOfTheFirstRecords)
               u"no model record in 512 bytes of OTP; this firmware is for no model"_s);
     EXPECT_EQ(DescribeModelIn({}, {7}, u"Read Memory: silence"_s),
               u"the OTP area cannot be read: Read Memory: silence"_s);
+    EXPECT_EQ(DescribeModelIn({}, {7}, {}), u"the OTP area cannot be read"_s);
 }

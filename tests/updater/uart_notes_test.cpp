@@ -80,6 +80,9 @@ TEST_F(UartNotes, NameWhatAConnectFoundOrWhyItFailed)
     EXPECT_THAT(NotesOfAConnect({{.kind = FaultKind::kNackCommand, .at = 3}}, {kModel}),
                 ElementsAre(MatchesRegex(".*unit refused on .*; the OTP area cannot be read: Read "
                                          "Memory at 0x1FFF7000: refused .NACK. after [0-9]+ ms")));
+    EXPECT_THAT(NotesOfAConnect({{.kind = FaultKind::kNackCommand, .at = 2}}, {kModel}),
+                ElementsAre(MatchesRegex(".*unit refused on .*: bootloader version 3.1; Get ID: "
+                                         "refused .NACK. after [0-9]+ ms")));
     EXPECT_THAT(
         NotesOfAConnect({{.kind = FaultKind::kDropAnswer}}, {kModel}),
         ElementsAre(on_port("no unit answers") + "the first byte, 0x7F: no answer within 1000 ms"));

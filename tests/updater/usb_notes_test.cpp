@@ -1,11 +1,13 @@
 // What the support log says about each way in which a session over USB can end.
 #include <gmock/gmock.h>
 
+#include <QDir>
 #include <QTest>
 #include <memory>
 
 #include "tests/support/backend_signals.h"
 #include "tests/support/stand_in_tool.h"
+#include "tests/support/warnings.h"
 #include "updater/usb_firmware_updater.h"
 
 using namespace Qt::StringLiterals;
@@ -13,6 +15,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::MatchesRegex;
 
 constexpr char kOnUsb[] = " on USB: a DFU device with the ids 0483:df11; ";
@@ -80,6 +83,22 @@ TEST_F(UsbNotes, NameWhatAConnectFoundOrWhyItFailed)
     EXPECT_THAT(NotesOfAConnect("echo 'dfu-util: No DFU capable device' >&2\nexit 74\n", {12}),
                 ElementsAre(refused + "the OTP area cannot be read: dfu-util ended with exit code "
                                       "74: dfu-util: No DFU capable device"));
+}
+
+TEST_F(UsbNotes, NameAFileThatIsInTheWayOrIsNotTheTools)
+{
+    auto const refused = "unit refused" + std::string(kOnUsb) +
+                         "the OTP area cannot be read: " + tool_.OtpPath().toStdString();
+    ExpectWarning(HasSubstr("is in the way and cannot be removed"));
+    ExpectWarning(HasSubstr("was not written by this run of dfu-util"));
+    ASSERT_TRUE(QDir().mkpath(tool_.OtpPath()));
+    EXPECT_THAT(NotesOfAConnect("", {12}),
+                ElementsAre(refused + " is in the way and cannot be removed"));
+    ASSERT_TRUE(QDir().rmdir(tool_.OtpPath()));
+    EXPECT_THAT(NotesOfAConnect("ln -s /dev/null \"$last_argument\"\n", {12}),
+                ElementsAre(refused + " was not written by this run of dfu-util"));
+    EXPECT_THAT(NotesOfAConnect("exit 3\n", {12}),
+                ElementsAre(HasSubstr("dfu-util ended with exit code 3")));
 }
 
 TEST_F(UsbNotes, NameADfuUtilThatIsMissing)

@@ -166,6 +166,42 @@ TEST_F(SessionFactsTest, CountAnUpdateThatSucceeds)
     EXPECT_EQ(facts.failure, "");
 }
 
+TEST_F(SessionFactsTest, NameNoBlockOfTheImageForTheStartOfTheNewFirmware)
+{
+    ExpectErased();
+    ExpectWrite({0x08, 0x00, 0x00, 0x00, 0x08}, Slice(kFactsImage, 0, 256));
+    ExpectWrite({0x08, 0x00, 0x01, 0x00, 0x09}, Slice(kFactsImage, 256, 256));
+    ExpectWrite({0x08, 0x00, 0x02, 0x00, 0x0A}, TrailerOf(kFactsImage));
+    EXPECT_TRUE(Update(kFactsImage));
+
+    ExpectWrite({0x20, 0x00, 0x10, 0x00, 0x30}, ToBytes({'P', 'U', 'W', 'F'}));
+    uart.Expect({0x21, 0xDE}).Answer({0x1F});
+    EXPECT_EQ(FailureOf([this] { updater->ExitDfu(0x08000000, 0x20001000); }),
+              "Go at 0x08000000: refused (NACK) after 0 ms");
+    EXPECT_EQ(updater->Facts().written, kFactsImage.size()) << "the marker is not of the image";
+}
+
+TEST_F(SessionFactsTest, BeginAnewWithEachUpdate)
+{
+    Connect();
+    ExpectGetVersion();
+    uart.Expect({0x44, 0xBB}).Answer({0x79});
+    uart.Expect({0x00, 0x00, 0x00, 0x00, 0x00});
+    AnswerAfter(700ms, {0x79});
+    uart.Expect({0x31, 0xCE});
+    AnswerAfter(30ms, {0x42});
+    UpdateFailure();
+    ASSERT_EQ(updater->Facts().erase_time, 700ms);
+    ASSERT_EQ(updater->Facts().write_time, 30ms);
+
+    EXPECT_FALSE(Update(PatternImage(4)));
+
+    EXPECT_EQ(updater->Facts().image_size, 4U);
+    EXPECT_EQ(updater->Facts().erase_time, 0ms);
+    EXPECT_EQ(updater->Facts().write_time, 0ms);
+    EXPECT_EQ(updater->Facts().failure, "");
+}
+
 TEST_F(SessionFactsTest, BeginAnewWithEachConnect)
 {
     uart.Expect({0x7F});

@@ -62,11 +62,16 @@ TEST_F(RecoveryNotes, NameWhatAConnectFoundOrWhyItFailed)
                  "error code 5 after 6 ms; this firmware is for 65"},
              Row{{},
                  {RcAnswer(8)},
-                 "no unit answers on port: image state: error code 8 after 6 ms"},
+                 "unit refused on port: MCUboot serial recovery; image state: error code 8 after 6 "
+                 "ms"},
              Row{{},
                  {"noise\n"},
                  "no unit answers on port: image state: 6 bytes after 6 ms, not a good answer: no "
                  "line of it is a frame: \"noise\\x0a\""},
+             Row{{},
+                 {"\n"},
+                 "no unit answers on port: image state: 1 byte after 6 ms, not a good answer: no "
+                 "line of it is a frame: \"\\x0a\""},
              Row{{}, {""}, "no unit answers on port: image state: no answer within 2001 ms"},
          }) {
         MakeNotingUpdater(type);
@@ -89,7 +94,7 @@ TEST_F(RecoveryNotes, CountTheBytesOfAnUpdateAndNameTheChunkThatFailed)
     EXPECT_THAT(
         NotesOfAnUpdate({OffAnswer(1483), OffAnswer(1483), OffAnswer(2966), OffAnswer(4000)}),
         ElementsAre(MatchesRegex("update succeeded: 4000 bytes in .* s, .* kB/s; first answer, "
-                                 "with the erase, 0.0 s, 1 repeated chunks, slowest other answer 6 "
+                                 "with the erase, 0.0 s, 1 repeated chunk, slowest other answer 6 "
                                  "ms at offset 1483")));
     EXPECT_THAT(NotesOfAnUpdate({OffAnswer(1483), RcAnswer(7)}),
                 ElementsAre(MatchesRegex("update failed after 1483 of 4000 bytes and .* s: chunk 2 "
@@ -102,6 +107,11 @@ TEST_F(RecoveryNotes, CountTheBytesOfAnUpdateAndNameTheChunkThatFailed)
     EXPECT_THAT(NotesOfAnUpdate({OffAnswer(1483), ""}),
                 ElementsAre(MatchesRegex("update failed after 1483 of 4000 bytes and .* s: chunk 2 "
                                          "of 3 at offset 1483: no answer within 3000 ms; .*")));
+    notes_.clear();
+    updater_->disconnect();
+    updater_->onStartUpdate();
+    EXPECT_THAT(notes_, ElementsAre(MatchesRegex("update failed after 0 of 4000 bytes and .* s: no "
+                                                 "unit is connected")));
 }
 
 }  // namespace
