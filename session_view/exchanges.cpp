@@ -5,13 +5,16 @@
 namespace session_view {
 namespace {
 
+// A refused write is tried again, whatever part of it was refused. A unit that lost a line asks for
+// the same offset once more.
 void MarkRepeats(QList<Exchange>& exchanges)
 {
-    QString last_write;
+    Exchange const* last_write = nullptr;
     for (auto& exchange : exchanges) {
         if (exchange.phase == Phase::kWrite) {
-            exchange.is_repeat = exchange.request == last_write;
-            last_write = exchange.request;
+            exchange.is_repeat = last_write != nullptr && (last_write->is_refused ||
+                                                           exchange.request == last_write->request);
+            last_write = &exchange;
         }
     }
 }

@@ -5,6 +5,7 @@
 #include <QList>
 #include <QString>
 #include <cstdint>
+#include <optional>
 
 #include "record/pcapng_reader.h"
 
@@ -20,7 +21,10 @@ struct Exchange {
     Phase phase = Phase::kOther;
     QString request{};  // "Write Memory 0x08001300, 256 bytes"
     QString outcome{};  // "ACK"; empty without an answer
-    bool is_repeat = false;
+    bool is_refused = false;
+    bool is_repeat = false;         // of a write: of the one before it
+    std::optional<qint64> place{};  // of a write: its address, or its offset in the image
+    QByteArray data{};              // what it writes there
 
     // From the last byte sent to the last one received; 0 without an answer.
     uint64_t GetAnswerTime() const { return end > sent ? end - sent : 0; }
@@ -46,11 +50,13 @@ QList<Exchange> ReadMcubootExchanges(record::Recording const& recording, qsizety
 QList<Exchange> ReadDfuUtilRuns(record::Recording const& recording);
 
 // For these: the packets of one line as raw exchanges. `continues` decides whether bytes that are
-// sent belong to the request before them.
-template <typename Continues>
+// sent belong to the request before them, `is_answered` whether what comes from now on is no part
+// of the answer, so that its time does not count.
+template <typename Continues, typename IsAnswered>
 QList<RawExchange> SplitExchanges(record::Recording const& recording, qsizetype line,
-                                  Continues const& continues)
+                                  Continues const& continues, IsAnswered const& is_answered)
 {
+    bool answered = false;
     QList<RawExchange> exchanges;
     for (auto const& packet : recording.packets) {
         if (packet.interface != line || packet.bytes.isEmpty()) {
@@ -59,6 +65,7 @@ QList<RawExchange> SplitExchanges(record::Recording const& recording, qsizetype 
         bool const is_sent = packet.direction == record::Direction::kOut;
         if (exchanges.isEmpty() || (is_sent && !continues(exchanges.last(), packet.bytes))) {
             exchanges.append({packet.time, packet.time, 0, {}, {}});
+            answered = false;
         }
         auto& exchange = exchanges.last();
         if (is_sent) {
@@ -66,7 +73,8 @@ QList<RawExchange> SplitExchanges(record::Recording const& recording, qsizetype 
             exchange.sent = packet.time;
         } else {
             exchange.answer += packet.bytes;
-            exchange.end = packet.time;
+            exchange.end = answered ? exchange.end : packet.time;
+            answered = answered || is_answered(exchange);
         }
     }
     return exchanges;
