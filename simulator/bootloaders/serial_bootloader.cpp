@@ -62,9 +62,10 @@ std::vector<Answer> SerialBootloader::Receive(std::span<std::byte const> bytes)
     return std::exchange(answers_, {});
 }
 
-void SerialBootloader::Send(std::vector<std::byte> bytes, std::chrono::microseconds busy)
+void SerialBootloader::Send(std::vector<std::byte> bytes, std::chrono::microseconds busy,
+                            bool hurries_earlier)
 {
-    Answer answer{std::move(bytes), busy, consumed_};
+    Answer answer{std::move(bytes), busy, consumed_, hurries_earlier};
     for (auto const& fault : Faults().Strike(FaultMoment::kAnswer)) {
         Spoil(answer, fault);
     }

@@ -20,6 +20,9 @@ struct Answer {
     std::chrono::microseconds busy{0};
     // How many bytes of the received piece had been taken when this answer was due.
     size_t consumed = 0;
+    // Earlier answers that are still on their way leave at once: the client has not waited for
+    // them.
+    bool hurries_earlier = false;
 };
 
 // The bytes of all `answers`, for callers that ignore their times.
@@ -38,7 +41,8 @@ protected:
     virtual void Take(std::byte byte) = 0;
 
     // Sends, with the faults that strike now.
-    void Send(std::vector<std::byte> bytes, std::chrono::microseconds busy = {});
+    void Send(std::vector<std::byte> bytes, std::chrono::microseconds busy = {},
+              bool hurries_earlier = false);
 
 private:
     std::vector<Answer> answers_;  // to the piece being received

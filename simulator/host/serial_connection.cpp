@@ -155,7 +155,10 @@ LinePacer::TimePoint SerialConnection::ArrivalAt(LinePacer::TimePoint now) const
 
 void SerialConnection::Schedule(std::vector<Answer> const& answers)
 {
-    for (auto const& [bytes, busy, consumed] : answers) {
+    for (auto const& [bytes, busy, consumed, hurries_earlier] : answers) {
+        if (hurries_earlier) {
+            HurryPending();
+        }
         auto const earliest = std::max(pacer_.ReceivedAt(consumed), pacer_.SentAt()) + busy;
         for (size_t offset = 0; offset < bytes.size(); offset += kUsbPacketSize) {
             auto const packet =
@@ -164,6 +167,15 @@ void SerialConnection::Schedule(std::vector<Answer> const& answers)
             pending_.push_back({over - transit_.to_client, {packet.begin(), packet.end()}});
         }
     }
+}
+
+void SerialConnection::HurryPending()
+{
+    auto const now = LinePacer::Clock::now();
+    for (auto& pending : pending_) {
+        pending.due = std::min(pending.due, now);
+    }
+    pacer_.ForgetSent(now);
 }
 
 void SerialConnection::SendDue()

@@ -57,6 +57,7 @@ private:
     void ReadLine();
     LinePacer::TimePoint ArrivalAt(LinePacer::TimePoint now) const;
     void Schedule(std::vector<Answer> const& answers);
+    void HurryPending();
     void SendDue();
     void Wake() const;
 

@@ -12,6 +12,7 @@
 
 #include "simulator/chips/otp_image.h"
 #include "simulator/program/control_session.h"
+#include "simulator/program/replay_file.h"
 
 namespace simulator {
 namespace {
@@ -73,6 +74,8 @@ struct Settings {
     size_t model_id_slot = 0;
     Stm32BootloaderOptions stm32;
     McubootRecoveryOptions mcuboot;
+    std::optional<ReplayedUnitOptions> replay;
+    uint32_t replay_speed = 1;
 };
 
 struct Option {
@@ -174,6 +177,15 @@ constexpr std::array kOptions{
            [](Settings& s, Value const& v) { s.mcuboot.answer_line = v.Number(); }},
     Option{"definite-maps", nullptr, "mcuboot: answers begin with the size of their map.",
            [](Settings& s, Value const&) { s.mcuboot.definite_maps = true; }},
+    Option{"replay", "file",
+           "Answers as the unit did whose session was recorded in this file, over a serial line, "
+           "and falls silent at the first byte that differs; instead of --protocol.",
+           [](Settings& s, Value const& v) {
+               s.replay = ReadReplay(QString::fromStdString(v.Text()));
+           }},
+    Option{"replay-speed", "number",
+           "Recorded delays are divided by it; 0: there are none; the default is 1.",
+           [](Settings& s, Value const& v) { s.replay_speed = v.Number(); }},
     Option{"foreign-unit", "number",
            "dfu: the unit of this number has another product's ids (1209:0002).",
            [](Settings& s, Value const& v) { s.program.foreign_unit = v.Number(); }},
@@ -198,6 +210,11 @@ std::vector<std::byte> MakeOtp(Settings const& settings)
 ProgramOptions MakeProgramOptions(Settings settings)
 {
     auto& unit = settings.program.unit;
+    if (settings.replay) {
+        settings.replay->speed = settings.replay_speed;
+        unit.bootloader = *settings.replay;
+        return std::move(settings.program);
+    }
     settings.chip.otp_address = settings.otp_address.value_or(settings.chip.otp_address);
     settings.chip.otp_size = settings.otp_size.value_or(settings.chip.otp_size);
     switch (settings.protocol) {
