@@ -135,6 +135,11 @@ QList<Exchange> ReadMcubootExchanges(record::Recording const& recording, qsizety
     for (auto const& raw : SplitExchanges(recording, line, continues, is_answered)) {
         Exchange exchange{.start = raw.start, .sent = raw.sent, .end = raw.end};
         DescribeLine(raw.request, exchange);
+        if (exchange.phase == Phase::kRestart && raw.answer.isEmpty()) {
+            exchange.outcome = QStringLiteral("sent, and no answer is awaited");
+            exchanges.append(exchange);
+            continue;
+        }
         exchange.outcome = raw.request.isEmpty()
                                ? ToText(raw.answer)
                                : DescribeSmpAnswer(raw.answer) + DescribeOtherText(raw.answer);

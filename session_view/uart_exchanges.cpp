@@ -180,6 +180,26 @@ qsizetype CountParts(QByteArray const& request)
     return is_erase || request.size() <= kCommandSize + kAddressSize ? 2 : 3;
 }
 
+// How long an answer with data is as a whole; 0 for one that has none.
+qsizetype GetAnswerSize(QByteArray const& request, QByteArray const& answer)
+{
+    auto const after_address = kCommandSize + kAddressSize;
+    switch (GetCommand(request).value_or(Command::kGo)) {
+        case Command::kGet:
+        case Command::kGetId:
+            return answer.size() < 2 ? 5 : GetByte(answer, 1) + 4;
+        case Command::kReadMemory:
+            return 3 + GetByte(request, after_address) + 1;
+        case Command::kGetVersionReadProtection:
+        case Command::kGo:
+        case Command::kWriteMemory:
+        case Command::kErase:
+        case Command::kExtendedErase:
+            break;
+    }
+    return 0;
+}
+
 QString DescribeBootloaderAnswer(QByteArray const& request, QByteArray const& answer)
 {
     if (answer.isEmpty()) {
@@ -190,20 +210,23 @@ QString DescribeBootloaderAnswer(QByteArray const& request, QByteArray const& an
     if (command && IsAck(last) && answer.size() < CountParts(request)) {
         return QStringLiteral("no answer to ") + QLatin1String(GetLastPart(request));
     }
-    if (command == Command::kGetId && answer.size() == 5) {
+    if (IsNack(last) && answer.size() <= CountParts(request)) {
+        return command ? QStringLiteral("NACK to ") + QLatin1String(GetLastPart(request))
+                       : QStringLiteral("NACK");
+    }
+    if (auto const size = GetAnswerSize(request, answer); size > 0 && answer.size() != size) {
+        return QStringLiteral("%1 of %2 bytes: ").arg(answer.size()).arg(size) + ToHex(answer);
+    }
+    if (command == Command::kGetId) {
         return QStringLiteral("product id 0x") + QString::fromLatin1(answer.mid(2, 2).toHex());
     }
-    if (command == Command::kGet && answer.size() > 3) {
+    if (command == Command::kGet) {
         return QStringLiteral("bootloader version 0x%1, commands ")
                    .arg(GetByte(answer, 2), 2, 16, QLatin1Char('0')) +
                ToHex(answer.mid(3, answer.size() - 4));
     }
-    if (command == Command::kReadMemory && answer.size() > 3) {
+    if (command == Command::kReadMemory) {
         return QStringLiteral("ACK, ") + ToHex(answer.mid(3));
-    }
-    if (IsNack(last)) {
-        return command ? QStringLiteral("NACK to ") + QLatin1String(GetLastPart(request))
-                       : QStringLiteral("NACK");
     }
     return IsAck(last) ? QStringLiteral("ACK") : ToHex(answer);
 }

@@ -264,7 +264,9 @@ QString FormatCause(QList<Exchange> const& exchanges, QList<TimedEvent> const& t
 {
     auto const cause = FindCause(timed_events);
     if (!cause.isEmpty()) {
-        return QStringLiteral("cause: ") + Clean(cause) + QLatin1Char('\n');
+        bool const is_good = cause.startsWith(QLatin1String("update succeeded"));
+        return (is_good ? QStringLiteral("result: ") : QStringLiteral("cause: ")) + Clean(cause) +
+               QLatin1Char('\n');
     }
     if (exchanges.isEmpty()) {
         return QStringLiteral("cause: nothing was sent to the unit\n");
