@@ -24,7 +24,7 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
 SOURCES = (
-    "app", "config", "updater", "modules", "mcuboot", "hal", "runtime", "bundle_check", "simulator", "packaging", "tests",
+    "app", "config", "updater", "modules", "mcuboot", "hal", "runtime", "bundle_check", "session_view", "record", "simulator", "packaging", "tests",
 )  # fmt: skip
 # Others whose figures the documents repeat, though not all of them.
 OTHER_HEADERS = ("app/unit_detection.h", "app/serial_driver.h", "config/startup_config.h", "updater/model_id.h")
