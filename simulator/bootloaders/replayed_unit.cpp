@@ -47,7 +47,9 @@ std::string FormatByte(QByteArray const& bytes, qsizetype index)
 }  // namespace
 
 ReplayedUnit::ReplayedUnit(ReplayedUnitOptions options)
-    : SerialBootloader({}), has_smp_lines_(options.has_smp_lines), speed_(options.speed)
+    : SerialBootloader(std::span<FaultKind const>()),
+      has_smp_lines_(options.has_smp_lines),
+      speed_(options.speed)
 {
     std::chrono::nanoseconds last{0};
     for (auto const& packet : options.packets) {
