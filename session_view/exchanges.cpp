@@ -1,6 +1,7 @@
 #include "session_view/exchanges.h"
 
 #include <algorithm>
+#include <map>
 
 namespace session_view {
 namespace {
@@ -24,12 +25,18 @@ void MarkRepeats(QList<Exchange>& exchanges)
 QList<Exchange> ReadExchanges(record::Recording const& recording)
 {
     QList<Exchange> exchanges;
-    for (qsizetype line = 0; line < recording.interfaces.size(); ++line) {
+    std::map<qsizetype, LinePackets> lines;
+    for (auto const& packet : recording.packets) {
+        if (!packet.bytes.isEmpty()) {
+            lines[packet.interface].append(&packet);
+        }
+    }
+    for (auto const& [line, packets] : lines) {
         auto const& description = recording.interfaces[line].description;
         if (description.startsWith(QLatin1String("UART"))) {
-            exchanges += ReadUartExchanges(recording, line);
+            exchanges += ReadUartExchanges(packets);
         } else if (description.startsWith(QLatin1String("MCUboot"))) {
-            exchanges += ReadMcubootExchanges(recording, line);
+            exchanges += ReadMcubootExchanges(packets);
         }
     }
     exchanges += ReadDfuUtilRuns(recording);

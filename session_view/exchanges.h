@@ -45,35 +45,35 @@ QList<Exchange> ReadExchanges(record::Recording const& recording);
 
 // ---- One transport each ----
 
-QList<Exchange> ReadUartExchanges(record::Recording const& recording, qsizetype line);
-QList<Exchange> ReadMcubootExchanges(record::Recording const& recording, qsizetype line);
+// The packets of one line that hold bytes, in their order.
+using LinePackets = QList<record::RecordedPacket const*>;
+
+QList<Exchange> ReadUartExchanges(LinePackets const& packets);
+QList<Exchange> ReadMcubootExchanges(LinePackets const& packets);
 QList<Exchange> ReadDfuUtilRuns(record::Recording const& recording);
 
-// For these: the packets of one line as raw exchanges. `continues` decides whether bytes that are
+// For these: the packets as raw exchanges. `continues` decides whether bytes that are
 // sent belong to the request before them, `is_answered` whether what comes from now on is no part
 // of the answer, so that its time does not count.
 template <typename Continues, typename IsAnswered>
-QList<RawExchange> SplitExchanges(record::Recording const& recording, qsizetype line,
-                                  Continues const& continues, IsAnswered const& is_answered)
+QList<RawExchange> SplitExchanges(LinePackets const& packets, Continues const& continues,
+                                  IsAnswered const& is_answered)
 {
     bool answered = false;
     QList<RawExchange> exchanges;
-    for (auto const& packet : recording.packets) {
-        if (packet.interface != line || packet.bytes.isEmpty()) {
-            continue;
-        }
-        bool const is_sent = packet.direction == record::Direction::kOut;
-        if (exchanges.isEmpty() || (is_sent && !continues(exchanges.last(), packet.bytes))) {
-            exchanges.append({packet.time, packet.time, 0, {}, {}});
+    for (auto const* packet : packets) {
+        bool const is_sent = packet->direction == record::Direction::kOut;
+        if (exchanges.isEmpty() || (is_sent && !continues(exchanges.last(), packet->bytes))) {
+            exchanges.append({packet->time, packet->time, 0, {}, {}});
             answered = false;
         }
         auto& exchange = exchanges.last();
         if (is_sent) {
-            exchange.request += packet.bytes;
-            exchange.sent = packet.time;
+            exchange.request += packet->bytes;
+            exchange.sent = packet->time;
         } else {
-            exchange.answer += packet.bytes;
-            exchange.end = answered ? exchange.end : packet.time;
+            exchange.answer += packet->bytes;
+            exchange.end = answered ? exchange.end : packet->time;
             answered = answered || is_answered(exchange);
         }
     }

@@ -119,7 +119,7 @@ QString DescribeOtherText(QByteArray const& answer)
 
 }  // namespace
 
-QList<Exchange> ReadMcubootExchanges(record::Recording const& recording, qsizetype line)
+QList<Exchange> ReadMcubootExchanges(LinePackets const& packets)
 {
     QList<Exchange> exchanges;
     // The program writes each request as one line at once, and only a long one in several pieces.
@@ -132,7 +132,7 @@ QList<Exchange> ReadMcubootExchanges(record::Recording const& recording, qsizety
         return exchange.answer.endsWith('\n') && exchange.answer.size() <= kLongestAnswer &&
                mcuboot::ReadFrame(exchange.answer).error == mcuboot::FrameError::kNone;
     };
-    for (auto const& raw : SplitExchanges(recording, line, continues, is_answered)) {
+    for (auto const& raw : SplitExchanges(packets, continues, is_answered)) {
         Exchange exchange{.start = raw.start, .sent = raw.sent, .end = raw.end};
         DescribeLine(raw.request, exchange);
         if (exchange.phase == Phase::kRestart && raw.answer.isEmpty()) {

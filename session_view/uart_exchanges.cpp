@@ -233,11 +233,11 @@ QString DescribeBootloaderAnswer(QByteArray const& request, QByteArray const& an
 
 }  // namespace
 
-QList<Exchange> ReadUartExchanges(record::Recording const& recording, qsizetype line)
+QList<Exchange> ReadUartExchanges(LinePackets const& packets)
 {
     QList<Exchange> exchanges;
     auto const is_answered = [](RawExchange const& /*exchange*/) { return false; };
-    for (auto const& raw : SplitExchanges(recording, line, Continues, is_answered)) {
+    for (auto const& raw : SplitExchanges(packets, Continues, is_answered)) {
         Exchange exchange{.start = raw.start, .sent = raw.sent, .end = raw.end};
         if (raw.request.isEmpty()) {
             exchange.request = QStringLiteral("Unasked");

@@ -9,7 +9,9 @@
 #include <QImage>
 #include <QProcess>
 #include <QTemporaryDir>
+#include <ostream>
 #include <string>
+#include <utility>
 
 #include "tests/end_to_end/program.h"
 #include "tests/end_to_end/test_bundle.h"
@@ -172,27 +174,35 @@ protected:
     int status_ = -1;
 };
 
-TEST_F(ReplayTest, TheWindowComesToTheRecordedEndOnEachTransport)
+struct RecordedRow {
+    char const* name;
+    char const* staged_bundle;
+    char const* transport;
+    char const* outcome;
+
+    friend void PrintTo(RecordedRow const& row, std::ostream* stream) { *stream << row.name; }
+};
+
+class EveryReplayTest : public ReplayTest, public testing::WithParamInterface<RecordedRow> {};
+
+TEST_P(EveryReplayTest, TheWindowComesToTheRecordedEnd)
 {
-    struct Recorded {
-        char const* name;
-        char const* staged_bundle;
-        char const* transport;
-        char const* outcome;
-    };
-    for (auto const& [name, staged_bundle, transport, outcome] :
-         {Recorded{"uart-block-refused", FW_STAGED_BUNDLE, "uart", "failed"},
-          Recorded{"uart-cut-answer", FW_STAGED_BUNDLE, "uart", "not-connected"},
-          Recorded{"mcuboot-offset-asked-for-again", FW_STAGED_MCUBOOT_BUNDLE, "mcuboot", "done"},
-          Recorded{"usb-other-model", FW_STAGED_USB_BUNDLE, "usb", "refused"},
-          Recorded{"usb-error-in-write", FW_STAGED_USB_BUNDLE, "usb", "done"}}) {
-        Replay(name, staged_bundle, transport);
-        EXPECT_EQ(status_, 0) << name << '\n' << output_;
-        EXPECT_THAT(output_, HasSubstr(std::string("replayed             ") + outcome + '\n'));
-        EXPECT_THAT(output_, HasSubstr("The session ended as recorded.")) << name;
-        EXPECT_THAT(output_, Not(HasSubstr("difference"))) << name;
-    }
+    auto const& [name, staged_bundle, transport, outcome] = GetParam();
+    Replay(name, staged_bundle, transport);
+    EXPECT_EQ(status_, 0) << output_;
+    EXPECT_THAT(output_, HasSubstr(std::string("replayed             ") + outcome + '\n'));
+    EXPECT_THAT(output_, HasSubstr("The session ended as recorded."));
+    EXPECT_THAT(output_, Not(HasSubstr("difference")));
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    , EveryReplayTest,
+    testing::Values(RecordedRow{"uart-block-refused", FW_STAGED_BUNDLE, "uart", "failed"},
+                    RecordedRow{"uart-cut-answer", FW_STAGED_BUNDLE, "uart", "not-connected"},
+                    RecordedRow{"mcuboot-offset-asked-for-again", FW_STAGED_MCUBOOT_BUNDLE,
+                                "mcuboot", "done"},
+                    RecordedRow{"usb-other-model", FW_STAGED_USB_BUNDLE, "usb", "refused"},
+                    RecordedRow{"usb-error-in-write", FW_STAGED_USB_BUNDLE, "usb", "done"}));
 
 TEST_F(ReplayTest, ADifferenceIsNamedAndCountsEvenIfTheEndIsTheSame)
 {
