@@ -1,6 +1,5 @@
 #include "session_view/exchanges.h"
 
-#include <algorithm>
 #include <map>
 
 namespace session_view {
@@ -40,8 +39,7 @@ QList<Exchange> ReadExchanges(record::Recording const& recording)
         }
     }
     exchanges += ReadDfuUtilRuns(recording);
-    std::stable_sort(exchanges.begin(), exchanges.end(),
-                     [](auto const& a, auto const& b) { return a.start < b.start; });
+    exchanges = SortBy(exchanges, [](auto const& exchange) { return exchange.start; });
     MarkRepeats(exchanges);
     return exchanges;
 }

@@ -5,6 +5,7 @@
 #include <QList>
 #include <QString>
 #include <cstdint>
+#include <map>
 #include <optional>
 
 #include "record/pcapng_reader.h"
@@ -78,6 +79,21 @@ QList<RawExchange> SplitExchanges(LinePackets const& packets, Continues const& c
         }
     }
     return exchanges;
+}
+
+// The values in the order of their keys, and equal ones in the order that they have.
+template <typename Value, typename GetKey>
+QList<Value> SortBy(QList<Value> const& values, GetKey const& get_key)
+{
+    std::multimap<uint64_t, Value> sorted;
+    for (auto const& value : values) {
+        sorted.emplace(get_key(value), value);
+    }
+    QList<Value> list;
+    for (auto const& [key, value] : sorted) {
+        list.append(value);
+    }
+    return list;
 }
 
 // "79 1f 00 ...", at most `most` bytes.

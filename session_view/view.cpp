@@ -103,9 +103,7 @@ QList<TimedLine> MakeLines(record::Recording const& recording)
     for (auto const& [time, event] : ReadEvents(recording)) {
         lines.append({time, time, DescribeEvent(event)});
     }
-    std::stable_sort(lines.begin(), lines.end(),
-                     [](auto const& a, auto const& b) { return a.time < b.time; });
-    return lines;
+    return SortBy(lines, [](auto const& line) { return line.time; });
 }
 
 uint64_t GetStart(record::Recording const& recording)
@@ -212,14 +210,13 @@ QString FormatInnerErase(QList<Exchange> const& exchanges, QList<TimedEvent> con
                      .arg(FormatSeconds(first->GetAnswerTime()));
 }
 
-QString FormatSlowest(QList<Exchange> exchanges)
+QString FormatSlowest(QList<Exchange> const& exchanges)
 {
     constexpr qsizetype kShown = 3;
-    std::stable_sort(exchanges.begin(), exchanges.end(), [](auto const& a, auto const& b) {
-        return a.GetAnswerTime() > b.GetAnswerTime();
-    });
+    auto const sorted =
+        SortBy(exchanges, [](auto const& exchange) { return ~exchange.GetAnswerTime(); });
     QString text;
-    for (auto const& exchange : exchanges.mid(0, kShown)) {
+    for (auto const& exchange : sorted.mid(0, kShown)) {
         if (exchange.GetAnswerTime() > 0) {
             text += QStringLiteral("    ") + Clean(FormatExchange(exchange)) + QLatin1Char('\n');
         }

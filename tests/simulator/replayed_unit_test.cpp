@@ -187,9 +187,10 @@ TEST(ReplayedUnit, ALineWithoutAMessageIsComparedAsItIs)
     EXPECT_EQ(LastLine(unit),
               "difference silent packet 10, byte 2 of 2 in its message: 0x42 expected, nothing "
               "received");
-    unit.Reset();
-    Ask(unit, Bytes(100000, std::byte{'A'}));
-    EXPECT_EQ(LastLine(unit).substr(0, 28), "difference silent packet 10,");
+
+    auto other = Packets().Sent("41 42 0A").MakeWithLines();
+    Ask(other, Bytes(100000, std::byte{'A'}));
+    EXPECT_EQ(LastLine(other).substr(0, 29), "difference silent packet 10, ") << "without an end";
 }
 
 TEST(ReplayedUnit, TheFirstLineBeginsAgainAtAnyTime)
