@@ -14,6 +14,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -242,7 +243,9 @@ TEST_P(Replay, EndsAsRecorded)
 
 INSTANTIATE_TEST_SUITE_P(, Replay, testing::ValuesIn(ListRecordings()), [](auto const& row) {
     auto name = row.param;
-    std::ranges::replace_if(name, [](char c) { return std::isalnum(c) == 0; }, '_');
+    for (auto& character : name) {
+        character = std::isalnum(static_cast<unsigned char>(character)) != 0 ? character : '_';
+    }
     return name;
 });
 

@@ -68,6 +68,10 @@ Demo::Demo(DemoOptions options)
                                           : std::optional(ReadRecordedEnd(options_.replay))),
       bundle_(CopyBundle())
 {
+    if (recorded_ && recorded_->transport != options_.transport) {
+        throw UsageError(std::string("the record is of the transport ") +
+                         RowOf(recorded_->transport).name);
+    }
     auto const actual = GetTransport(bundle_);
     if (actual != options_.transport) {
         auto const name = std::string(RowOf(actual).name);

@@ -224,12 +224,16 @@ TEST_F(ReplayTest, ADifferenceIsNamedAndCountsEvenIfTheEndIsTheSame)
     }
 }
 
-TEST_F(ReplayTest, AnotherImageIsRefusedAtOnce)
+TEST_F(ReplayTest, AnotherImageOrTransportIsRefusedAtOnce)
 {
     Start({u"--replay"_s, QStringLiteral(FW_RECORDINGS "/uart-done.pcapng")});
     EXPECT_EQ(Finish(), 2);
     EXPECT_THAT(output_, HasSubstr("another image: 4000 bytes with the SHA-256 c236481c"));
     EXPECT_THAT(output_, HasSubstr("use --bundle"));
+
+    Start({u"--replay"_s, QStringLiteral(FW_RECORDINGS "/usb-done.pcapng")});
+    EXPECT_EQ(Finish(), 2);
+    EXPECT_THAT(output_, HasSubstr("the record is of the transport usb"));
 
     Start({u"--replay"_s, QStringLiteral(FW_RUN)});
     EXPECT_EQ(Finish(), 1);

@@ -24,7 +24,8 @@ struct RecordedEnd {
 // Throws std::runtime_error when the file cannot be read or is no record of a session.
 RecordedEnd ReadRecordedEnd(QString const& path);
 
-// The outcome that the updater's log shows since its latest start, in the same words; empty before there is one.
+// The outcome that the updater's log shows since its latest start, in the same words; empty before
+// there is one.
 QString FindOutcome(QByteArray const& log);
 
 // A sentence when `firmware` is not the recorded image; else empty.
