@@ -52,15 +52,20 @@ QList<Exchange> ReadDfuUtilRuns(record::Recording const& recording)
             output.clear();
         } else if (name == QLatin1String("dfu-util") || name == QLatin1String("dfu-util stderr")) {
             output += packet.bytes;
+        } else if (name == QLatin1String("dfu-util file") && !runs.isEmpty()) {
+            runs.last().outcome +=
+                QStringLiteral("; it wrote a file of %1 bytes").arg(packet.bytes.size());
         }
         for (auto const& comment : packet.comments) {
             auto const event = record::ParseEvent(comment);
             if (event && event->name == QLatin1String(record::events::kExit) && !runs.isEmpty()) {
                 runs.last().end = packet.time;
-                runs.last().outcome =
-                    QStringLiteral("exit code %1 (%2): %3")
-                        .arg(event->GetValue(record::fields::kCode),
-                             event->GetValue(record::fields::kStatus), GetLastLine(output));
+                auto const line = GetLastLine(output);
+                runs.last().outcome = QStringLiteral("exit code %1 (%2)")
+                                          .arg(event->GetValue(record::fields::kCode),
+                                               event->GetValue(record::fields::kStatus)) +
+                                      (line.isEmpty() ? line : QStringLiteral(": ") + line);
+                output.clear();
             }
         }
     }

@@ -1,17 +1,20 @@
 #include "session_view/exchanges.h"
 
-#include <algorithm>
+#include <map>
 
 namespace session_view {
 namespace {
 
+// A refused write is tried again, whatever part of it was refused. A unit that lost a line asks for
+// the same offset once more.
 void MarkRepeats(QList<Exchange>& exchanges)
 {
-    QString last_write;
+    Exchange const* last_write = nullptr;
     for (auto& exchange : exchanges) {
         if (exchange.phase == Phase::kWrite) {
-            exchange.is_repeat = exchange.request == last_write;
-            last_write = exchange.request;
+            exchange.is_repeat = last_write != nullptr && (last_write->is_refused ||
+                                                           exchange.request == last_write->request);
+            last_write = &exchange;
         }
     }
 }
@@ -21,17 +24,22 @@ void MarkRepeats(QList<Exchange>& exchanges)
 QList<Exchange> ReadExchanges(record::Recording const& recording)
 {
     QList<Exchange> exchanges;
-    for (qsizetype line = 0; line < recording.interfaces.size(); ++line) {
+    std::map<qsizetype, LinePackets> lines;
+    for (auto const& packet : recording.packets) {
+        if (!packet.bytes.isEmpty()) {
+            lines[packet.interface].append(&packet);
+        }
+    }
+    for (auto const& [line, packets] : lines) {
         auto const& description = recording.interfaces[line].description;
         if (description.startsWith(QLatin1String("UART"))) {
-            exchanges += ReadUartExchanges(recording, line);
+            exchanges += ReadUartExchanges(packets);
         } else if (description.startsWith(QLatin1String("MCUboot"))) {
-            exchanges += ReadMcubootExchanges(recording, line);
+            exchanges += ReadMcubootExchanges(packets);
         }
     }
     exchanges += ReadDfuUtilRuns(recording);
-    std::stable_sort(exchanges.begin(), exchanges.end(),
-                     [](auto const& a, auto const& b) { return a.start < b.start; });
+    exchanges = SortBy(exchanges, [](auto const& exchange) { return exchange.start; });
     MarkRepeats(exchanges);
     return exchanges;
 }

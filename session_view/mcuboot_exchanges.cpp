@@ -1,6 +1,7 @@
 // The requests of MCUboot serial recovery and their answers from the bytes of a line.
 
 #include <QtEndian>
+#include <algorithm>
 
 #include "mcuboot/request_maps.h"
 #include "mcuboot/smp_frame.h"
@@ -61,8 +62,13 @@ void DescribeLine(QByteArray const& line, Exchange& exchange)
         auto const offset = mcuboot::cborDecodeMapInt(request->payload, "off").value_or(0);
         auto const data =
             mcuboot::cborDecodeMapBstr(request->payload, "data").value_or(QByteArray());
-        return name(Phase::kWrite,
-                    QStringLiteral("Upload %1..%2").arg(offset).arg(offset + data.size()));
+        if (!data.isEmpty()) {
+            exchange.place = offset;
+            exchange.data = data;
+        }
+        return name(Phase::kWrite, QStringLiteral("Upload %1..%2")
+                                       .arg(offset)
+                                       .arg(offset + std::max<qint64>(data.size() - 1, 0)));
     }
     if (is(mcuboot::kOsGroup, mcuboot::kResetCommand)) {
         return name(Phase::kRestart, QStringLiteral("Reset"));
@@ -95,20 +101,48 @@ QString DescribeSmpAnswer(QByteArray const& answer)
     return QStringLiteral("rc 0");
 }
 
+// What a unit printed beside its answer, whose lines begin with a marker.
+QString DescribeOtherText(QByteArray const& answer)
+{
+    if (mcuboot::ReadFrame(answer).error != mcuboot::FrameError::kNone) {
+        return {};  // shown as it is
+    }
+    QByteArray others;
+    for (auto const& line : answer.split('\n')) {
+        if (!line.trimmed().isEmpty() && !line.startsWith("\x06\x09") &&
+            !line.startsWith("\x04\x14")) {
+            others += line;
+        }
+    }
+    return others.isEmpty() ? QString() : QStringLiteral(", beside it ") + ToText(others);
+}
+
 }  // namespace
 
-QList<Exchange> ReadMcubootExchanges(record::Recording const& recording, qsizetype line)
+QList<Exchange> ReadMcubootExchanges(LinePackets const& packets)
 {
     QList<Exchange> exchanges;
     // The program writes each request as one line at once, and only a long one in several pieces.
     auto const continues = [](RawExchange const& exchange, QByteArray const& /*bytes*/) {
         return exchange.answer.isEmpty() && !exchange.request.endsWith('\n');
     };
-    for (auto const& raw : SplitExchanges(recording, line, continues)) {
+    // A chatty unit may print more before the next request.
+    constexpr qsizetype kLongestAnswer = 8192;  // far above any; a broken file must not take long
+    auto const is_answered = [](RawExchange const& exchange) {
+        return exchange.answer.endsWith('\n') && exchange.answer.size() <= kLongestAnswer &&
+               mcuboot::ReadFrame(exchange.answer).error == mcuboot::FrameError::kNone;
+    };
+    for (auto const& raw : SplitExchanges(packets, continues, is_answered)) {
         Exchange exchange{.start = raw.start, .sent = raw.sent, .end = raw.end};
         DescribeLine(raw.request, exchange);
-        exchange.outcome =
-            raw.request.isEmpty() ? ToText(raw.answer) : DescribeSmpAnswer(raw.answer);
+        if (exchange.phase == Phase::kRestart && raw.answer.isEmpty()) {
+            exchange.outcome = QStringLiteral("sent, and no answer is awaited");
+            exchanges.append(exchange);
+            continue;
+        }
+        exchange.outcome = raw.request.isEmpty()
+                               ? ToText(raw.answer)
+                               : DescribeSmpAnswer(raw.answer) + DescribeOtherText(raw.answer);
         exchanges.append(exchange);
     }
     return exchanges;

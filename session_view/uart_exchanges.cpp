@@ -1,5 +1,6 @@
 // The STM32 bootloader's commands (AN3155) from the bytes of a line.
 
+#include <QtEndian>
 #include <optional>
 
 #include "modules/stm32_updater/command_bytes.h"
@@ -12,6 +13,7 @@ using stm32_updater::Command;
 
 constexpr qsizetype kCommandSize = 2;
 constexpr qsizetype kAddressSize = 5;
+constexpr qsizetype kBeforeData = kCommandSize + kAddressSize + 1;  // of a Write Memory
 
 uint8_t GetByte(QByteArray const& bytes, qsizetype index)
 {
@@ -149,6 +151,55 @@ void DescribeCommand(QByteArray const& request, Exchange& exchange)
          QStringLiteral("Command 0x%1").arg(GetByte(request, 0), 2, 16, QLatin1Char('0')));
 }
 
+// A command's parts are accepted one by one. The name of the last part that was sent.
+char const* GetLastPart(QByteArray const& request)
+{
+    auto const command = GetCommand(request);
+    bool const has_address = command == Command::kReadMemory || command == Command::kWriteMemory ||
+                             command == Command::kGo;
+    if (request.size() <= kCommandSize) {
+        return "the command";
+    }
+    if (!has_address) {
+        return "the pages";
+    }
+    if (request.size() <= kCommandSize + kAddressSize) {
+        return "the address";
+    }
+    return command == Command::kReadMemory ? "the length" : "the data";
+}
+
+// How many answers the parts that were sent have at least.
+qsizetype CountParts(QByteArray const& request)
+{
+    if (request.size() <= kCommandSize) {
+        return 1;
+    }
+    auto const command = GetCommand(request);
+    bool const is_erase = command == Command::kErase || command == Command::kExtendedErase;
+    return is_erase || request.size() <= kCommandSize + kAddressSize ? 2 : 3;
+}
+
+// How long an answer with data is as a whole; 0 for one that has none.
+qsizetype GetAnswerSize(QByteArray const& request, QByteArray const& answer)
+{
+    auto const after_address = kCommandSize + kAddressSize;
+    switch (GetCommand(request).value_or(Command::kGo)) {
+        case Command::kGet:
+        case Command::kGetId:
+            return answer.size() < 2 ? 5 : GetByte(answer, 1) + 4;
+        case Command::kReadMemory:
+            return 3 + GetByte(request, after_address) + 1;
+        case Command::kGetVersionReadProtection:
+        case Command::kGo:
+        case Command::kWriteMemory:
+        case Command::kErase:
+        case Command::kExtendedErase:
+            break;
+    }
+    return 0;
+}
+
 QString DescribeBootloaderAnswer(QByteArray const& request, QByteArray const& answer)
 {
     if (answer.isEmpty()) {
@@ -156,31 +207,51 @@ QString DescribeBootloaderAnswer(QByteArray const& request, QByteArray const& an
     }
     auto const last = GetByte(answer, answer.size() - 1);
     auto const command = GetCommand(request);
-    if (command == Command::kGetId && answer.size() == 5) {
+    if (command && IsAck(last) && answer.size() < CountParts(request)) {
+        return QStringLiteral("no answer to ") + QLatin1String(GetLastPart(request));
+    }
+    if (IsNack(last) && answer.size() <= CountParts(request)) {
+        return command ? QStringLiteral("NACK to ") + QLatin1String(GetLastPart(request))
+                       : QStringLiteral("NACK");
+    }
+    if (auto const size = GetAnswerSize(request, answer); size > 0 && answer.size() != size) {
+        return QStringLiteral("%1 of %2 bytes: ").arg(answer.size()).arg(size) + ToHex(answer);
+    }
+    if (command == Command::kGetId) {
         return QStringLiteral("product id 0x") + QString::fromLatin1(answer.mid(2, 2).toHex());
     }
-    if (command == Command::kGet && answer.size() > 3) {
+    if (command == Command::kGet) {
         return QStringLiteral("bootloader version 0x%1, commands ")
                    .arg(GetByte(answer, 2), 2, 16, QLatin1Char('0')) +
                ToHex(answer.mid(3, answer.size() - 4));
     }
-    if (command == Command::kReadMemory && answer.size() > 3) {
+    if (command == Command::kReadMemory) {
         return QStringLiteral("ACK, ") + ToHex(answer.mid(3));
-    }
-    if (IsNack(last)) {
-        return QStringLiteral("NACK");
     }
     return IsAck(last) ? QStringLiteral("ACK") : ToHex(answer);
 }
 
 }  // namespace
 
-QList<Exchange> ReadUartExchanges(record::Recording const& recording, qsizetype line)
+QList<Exchange> ReadUartExchanges(LinePackets const& packets)
 {
     QList<Exchange> exchanges;
-    for (auto const& raw : SplitExchanges(recording, line, Continues)) {
+    auto const is_answered = [](RawExchange const& /*exchange*/) { return false; };
+    for (auto const& raw : SplitExchanges(packets, Continues, is_answered)) {
         Exchange exchange{.start = raw.start, .sent = raw.sent, .end = raw.end};
+        if (raw.request.isEmpty()) {
+            exchange.request = QStringLiteral("Unasked");
+            exchange.outcome = ToHex(raw.answer);
+            exchanges.append(exchange);
+            continue;
+        }
         DescribeCommand(raw.request, exchange);
+        exchange.is_refused =
+            raw.answer.size() > 0 && IsNack(static_cast<uint8_t>(raw.answer.back()));
+        if (exchange.phase == Phase::kWrite && raw.request.size() > kBeforeData + 1) {
+            exchange.place = qFromBigEndian<uint32_t>(raw.request.constData() + kCommandSize);
+            exchange.data = raw.request.mid(kBeforeData).chopped(1);
+        }
         exchange.outcome = DescribeBootloaderAnswer(raw.request, raw.answer);
         exchanges.append(exchange);
     }

@@ -18,6 +18,7 @@ namespace fields = record::fields;
 
 constexpr uint64_t kMillisecond = 1'000'000;  // ns
 constexpr uint64_t kSecond = 1000 * kMillisecond;
+constexpr qsizetype kTimeWidth = 10;  // characters
 
 struct TimedEvent {
     uint64_t time = 0;
@@ -35,6 +36,19 @@ QList<TimedEvent> ReadEvents(record::Recording const& recording)
         }
     }
     return found;
+}
+
+// A file from elsewhere must not steer the terminal, and each line stays one line.
+QString Clean(QString text)
+{
+    for (auto& character : text) {
+        auto const category = character.category();
+        if (category == QChar::Other_Control || category == QChar::Other_Format ||
+            category == QChar::Separator_Line || category == QChar::Separator_Paragraph) {
+            character = QLatin1Char(' ');
+        }
+    }
+    return text;
 }
 
 QString FormatMilliseconds(uint64_t time)
@@ -68,7 +82,8 @@ QString DescribeEvent(record::Event const& event)
     for (auto const& field : event.fields) {
         values.append(field.value);
     }
-    return QStringLiteral("* ") + event.name + QLatin1Char(' ') + values.join(QLatin1Char(' '));
+    values.prepend(event.name);
+    return QStringLiteral("* ") + values.join(QLatin1Char(' '));
 }
 
 // A line of the output that belongs to a moment.
@@ -88,9 +103,7 @@ QList<TimedLine> MakeLines(record::Recording const& recording)
     for (auto const& [time, event] : ReadEvents(recording)) {
         lines.append({time, time, DescribeEvent(event)});
     }
-    std::stable_sort(lines.begin(), lines.end(),
-                     [](auto const& a, auto const& b) { return a.time < b.time; });
-    return lines;
+    return SortBy(lines, [](auto const& line) { return line.time; });
 }
 
 uint64_t GetStart(record::Recording const& recording)
@@ -120,14 +133,22 @@ QString FormatHead(record::Recording const& recording)
 {
     auto const time = QDateTime::fromMSecsSinceEpoch(
         static_cast<qint64>(GetStart(recording) / kMillisecond), Qt::UTC);
-    auto text = QStringLiteral("%1, %2, %3\n%4, %5 long\n")
-                    .arg(recording.section.application, recording.section.system,
-                         recording.section.hardware, time.toString(Qt::ISODateWithMs),
-                         FormatSeconds(GetEnd(recording) - GetStart(recording)));
+    QStringList writer{recording.section.application, recording.section.system,
+                       recording.section.hardware};
+    writer.removeAll(QString());
+    QStringList lines{
+        writer.isEmpty() ? QStringLiteral("unknown program") : writer.join(QStringLiteral(", ")),
+        QStringLiteral("%1, %2 long")
+            .arg(time.toString(Qt::ISODateWithMs),
+                 FormatSeconds(GetEnd(recording) - GetStart(recording)))};
     for (auto const& interface : recording.interfaces) {
         if (!interface.description.isEmpty()) {
-            text += QStringLiteral("%1: %2\n").arg(interface.name, interface.description);
+            lines.append(interface.name + QStringLiteral(": ") + interface.description);
         }
+    }
+    QString text;
+    for (auto const& line : lines) {
+        text += Clean(line) + QLatin1Char('\n');
     }
     return text;
 }
@@ -157,27 +178,53 @@ QString FormatPhase(QList<Exchange> const& exchanges, Phase phase, char const* n
         return {};
     }
     auto const repeated = repeats == 0 ? QString() : QStringLiteral(", %1 repeated").arg(repeats);
-    return QStringLiteral("%1: %2, %3 requests%4\n")
-        .arg(QLatin1String(name), FormatSeconds(end - start))
-        .arg(count)
-        .arg(repeated);
+    auto const requests =
+        count == 1 ? QStringLiteral("1 request") : QStringLiteral("%1 requests").arg(count);
+    return QStringLiteral("%1: %2, %3%4\n")
+        .arg(QLatin1String(name), FormatSeconds(end - start), requests, repeated);
 }
 
-QString FormatSlowest(QList<Exchange> exchanges)
+std::optional<uint64_t> FindTime(QList<TimedEvent> const& timed_events, char const* name)
+{
+    auto const found = std::ranges::find_if(
+        timed_events, [&](auto const& timed) { return timed.event.name == QLatin1String(name); });
+    return found == timed_events.end() ? std::nullopt : std::optional(found->time);
+}
+
+// The erase that no request of its own asks for: dfu-util does it before it writes, and MCUboot
+// before it answers the first chunk.
+QString FormatInnerErase(QList<Exchange> const& exchanges, QList<TimedEvent> const& timed_events)
+{
+    auto const start = FindTime(timed_events, events::kEraseStarted);
+    auto const end = FindTime(timed_events, events::kEraseFinished);
+    if (start && end && *end >= *start) {
+        return QStringLiteral("    erase, within the write: %1\n")
+            .arg(FormatSeconds(*end - *start));
+    }
+    auto const first = std::ranges::find_if(exchanges, [](Exchange const& exchange) {
+        return exchange.phase == Phase::kWrite && exchange.place == 0 && exchange.end > 0;
+    });
+    return first == exchanges.end()
+               ? QString()
+               : QStringLiteral("    erase, at most, within the first chunk: %1\n")
+                     .arg(FormatSeconds(first->GetAnswerTime()));
+}
+
+QString FormatSlowest(QList<Exchange> const& exchanges)
 {
     constexpr qsizetype kShown = 3;
-    std::stable_sort(exchanges.begin(), exchanges.end(), [](auto const& a, auto const& b) {
-        return a.GetAnswerTime() > b.GetAnswerTime();
-    });
+    auto const sorted =
+        SortBy(exchanges, [](auto const& exchange) { return ~exchange.GetAnswerTime(); });
     QString text;
-    for (auto const& exchange : exchanges.mid(0, kShown)) {
+    for (auto const& exchange : sorted.mid(0, kShown)) {
         if (exchange.GetAnswerTime() > 0) {
-            text += QStringLiteral("    ") + FormatExchange(exchange) + QLatin1Char('\n');
+            text += QStringLiteral("    ") + Clean(FormatExchange(exchange)) + QLatin1Char('\n');
         }
     }
     return text.isEmpty() ? text : QStringLiteral("slowest answers:\n") + text;
 }
 
+// The log's sentences about an outcome (docs/troubleshooting.md lists them), without their level.
 bool IsCause(QString const& line)
 {
     constexpr std::array kBeginnings{"update failed", "update succeeded", "the window shows",
@@ -210,6 +257,21 @@ QString FindOutcome(QList<TimedEvent> const& timed_events)
     return QStringLiteral("unfinished: the program ended, or still runs");
 }
 
+QString FormatCause(QList<Exchange> const& exchanges, QList<TimedEvent> const& timed_events)
+{
+    auto const cause = FindCause(timed_events);
+    if (!cause.isEmpty()) {
+        bool const is_good = cause.startsWith(QLatin1String("update succeeded"));
+        return (is_good ? QStringLiteral("result: ") : QStringLiteral("cause: ")) + Clean(cause) +
+               QLatin1Char('\n');
+    }
+    if (exchanges.isEmpty()) {
+        return QStringLiteral("cause: nothing was sent to the unit\n");
+    }
+    return QStringLiteral("cause, as the record has no sentence about it: the last request was ") +
+           Clean(FormatExchange(exchanges.last())) + QLatin1Char('\n');
+}
+
 }  // namespace
 
 QString FormatConversation(record::Recording const& recording)
@@ -223,7 +285,8 @@ QString FormatConversation(record::Recording const& recording)
                 QStringLiteral("--- nothing for %1 ---\n").arg(FormatSeconds(line.time - last_end));
         }
         last_end = std::max(last_end, line.end);
-        text += QStringLiteral("%1  %2\n").arg(FormatSeconds(line.time - start), 10).arg(line.text);
+        text += FormatSeconds(line.time - start).rightJustified(kTimeWidth) + QStringLiteral("  ") +
+                Clean(line.text) + QLatin1Char('\n');
     }
     return text + FormatError(recording);
 }
@@ -232,19 +295,14 @@ QString FormatSummary(record::Recording const& recording)
 {
     auto const exchanges = ReadExchanges(recording);
     auto const timed_events = ReadEvents(recording);
-    auto text =
-        FormatHead(recording) + QStringLiteral("outcome: %1\n").arg(FindOutcome(timed_events));
+    auto text = FormatHead(recording) +
+                QStringLiteral("outcome: %1\n").arg(Clean(FindOutcome(timed_events)));
     for (auto const& [phase, name] : kPhases) {
         text += FormatPhase(exchanges, phase, name);
+        text += phase == Phase::kWrite ? FormatInnerErase(exchanges, timed_events) : QString();
     }
-    text += FormatSlowest(exchanges);
-    auto const cause = FindCause(timed_events);
-    if (!cause.isEmpty()) {
-        text += QStringLiteral("cause: %1\n").arg(cause);
-    } else if (!exchanges.isEmpty()) {
-        text += QStringLiteral("last request: %1\n").arg(FormatExchange(exchanges.last()));
-    }
-    return text + FormatError(recording);
+    return text + FormatSlowest(exchanges) + FormatCause(exchanges, timed_events) +
+           FormatError(recording);
 }
 
 }  // namespace session_view

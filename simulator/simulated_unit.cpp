@@ -13,6 +13,8 @@ SimulatedUnit::SimulatedUnit(std::shared_ptr<UsbTestbed> testbed, SimulatedUnitO
         MakeSerial(std::move(testbed), options, std::make_unique<Stm32Bootloader>(*stm32));
     } else if (auto* const mcuboot = std::get_if<McubootRecoveryOptions>(&options.bootloader)) {
         MakeSerial(std::move(testbed), options, std::make_unique<McubootRecovery>(*mcuboot));
+    } else if (auto* const replayed = std::get_if<ReplayedUnitOptions>(&options.bootloader)) {
+        MakeSerial(std::move(testbed), options, std::make_unique<ReplayedUnit>(*replayed));
     } else {
         auto& dfuse = std::get<DfuseBootloaderOptions>(options.bootloader);
         options.usb_device.memories = MakeMemoryNames(dfuse.chip);

@@ -13,6 +13,7 @@
 #include "simulator/bootloaders/dfu_descriptors.h"
 #include "simulator/bootloaders/dfuse_bootloader.h"
 #include "simulator/bootloaders/mcuboot_recovery.h"
+#include "simulator/bootloaders/replayed_unit.h"
 #include "simulator/bootloaders/stm32_bootloader.h"
 #include "simulator/host/unit_connection.h"
 #include "simulator/host/usb_serial_port.h"
@@ -23,7 +24,9 @@ namespace simulator {
 
 struct SimulatedUnitOptions {
     // The kind of unit, with the options of its bootloader.
-    std::variant<Stm32BootloaderOptions, McubootRecoveryOptions, DfuseBootloaderOptions> bootloader;
+    std::variant<Stm32BootloaderOptions, McubootRecoveryOptions, DfuseBootloaderOptions,
+                 ReplayedUnitOptions>
+        bootloader;
     // Its identity on its host. A serial bootloader uses the first, the DFU bootloader the second.
     UsbSerialPortOptions port;
     UsbDfuIdentity usb_device;

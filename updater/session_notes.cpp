@@ -140,13 +140,13 @@ void SessionNotes::Report(QString const& result, QString const& details)
         return;
     }
     constexpr qsizetype kMostKinds = 4;
-    auto const describe = [&] {
-        return result + QStringLiteral(" on ") + port_description_ + QStringLiteral(": ") + details;
+    auto const describe = [&](QString const& port) {
+        return result + QStringLiteral(" on ") + port + QStringLiteral(": ") + details;
     };
     auto const kind = GetKind(result + port_ + details);
     auto const known = std::ranges::find(results_, kind, &Result::kind);
     if (known != results_.end()) {
-        known->line = describe();
+        known->line = describe(known->port);
         ++known->repeats;
         known->time = QTime::currentTime();
         if (held_back_) {
@@ -159,8 +159,8 @@ void SessionNotes::Report(QString const& result, QString const& details)
         results_.removeFirst();
     }
     // Only now: the system takes its time to describe a port.
-    port_description_ = DescribePort(port_);
-    results_.append({kind, describe()});
+    auto const port = DescribePort(port_);
+    results_.append({kind, port, describe(port)});
     Write(results_.last().line);
 }
 

@@ -85,6 +85,7 @@ public:
 private:
     struct Result {
         QString kind;  // without what was measured or received
+        QString port;  // described
         QString line;  // the last of them
         int repeats = 0;
         QTime time{};  // of the last repeat
@@ -97,7 +98,6 @@ private:
     Sink sink_;
     Sink held_back_;
     QString port_;
-    QString port_description_;
     QList<Result> results_;  // the newest kind last
     QElapsedTimer update_time_;
 };

@@ -71,9 +71,14 @@ void ChipBootloader::Finish(Outcome outcome, std::string reason)
 
 void ChipBootloader::Hang(FaultKind kind)
 {
-    Finish(Outcome::kSilent, "fault");
-    hung_ = true;
+    Hang("fault");
     has_left_ = kind == FaultKind::kVanishInWrite || kind == FaultKind::kVanishInErase;
+}
+
+void ChipBootloader::Hang(std::string reason)
+{
+    Finish(Outcome::kSilent, std::move(reason));
+    hung_ = true;
 }
 
 }  // namespace simulator

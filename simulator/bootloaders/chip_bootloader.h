@@ -75,6 +75,9 @@ protected:
     // vanish also takes it from its host.
     void Hang(FaultKind kind);
 
+    // Falls silent until the reset, with this reason in the journal.
+    void Hang(std::string reason);
+
     void Leave() { has_left_ = true; }
 
     JournalEntry entry_;

@@ -76,9 +76,9 @@ bool SerialBootloader::IsLosing() const
 }
 
 void SerialBootloader::Send(std::vector<std::byte> bytes, std::chrono::microseconds busy,
-                            std::chrono::microseconds line_pause)
+                            std::chrono::microseconds line_pause, bool hurries_earlier)
 {
-    Answer answer{std::move(bytes), busy, consumed_};
+    Answer answer{std::move(bytes), busy, consumed_, hurries_earlier};
     for (auto const& fault : Faults().Strike(FaultMoment::kAnswer)) {
         Spoil(answer, fault);
     }

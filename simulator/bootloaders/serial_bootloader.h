@@ -21,6 +21,9 @@ struct Answer {
     std::chrono::microseconds busy{0};
     // How many bytes of the received piece had been taken when this answer was due.
     size_t consumed = 0;
+    // Earlier answers that are still on their way leave at once: the client has not waited for
+    // them.
+    bool hurries_earlier = false;
 };
 
 // A line that other software on the unit may print.
@@ -54,9 +57,9 @@ protected:
     virtual void Take(std::byte byte) = 0;
 
     // Sends an answer, with the faults that strike now. After each of its newlines that more bytes
-    // follow, the unit pauses for `line_pause`.
+    // follow, the unit pauses for `line_pause`. hurries_earlier: see Answer.
     void Send(std::vector<std::byte> bytes, std::chrono::microseconds busy = {},
-              std::chrono::microseconds line_pause = {});
+              std::chrono::microseconds line_pause = {}, bool hurries_earlier = false);
 
     // Sends text that is not an answer: no fault strikes.
     void Print(std::string_view text, std::chrono::microseconds busy = {});

@@ -166,7 +166,10 @@ LinePacer::TimePoint SerialConnection::ArrivalAt(LinePacer::TimePoint now) const
 LinePacer::TimePoint SerialConnection::Schedule(std::vector<Answer> const& answers,
                                                 LinePacer::TimePoint start)
 {
-    for (auto const& [bytes, busy, consumed] : answers) {
+    for (auto const& [bytes, busy, consumed, hurries_earlier] : answers) {
+        if (hurries_earlier) {
+            HurryPending();
+        }
         start = std::max({start, pacer_.ReceivedAt(consumed), pacer_.SentAt()}) + busy;
         for (size_t offset = 0; offset < bytes.size(); offset += kUsbPacketSize) {
             auto const packet =
@@ -176,6 +179,15 @@ LinePacer::TimePoint SerialConnection::Schedule(std::vector<Answer> const& answe
         }
     }
     return start;
+}
+
+void SerialConnection::HurryPending()
+{
+    auto const now = LinePacer::Clock::now();
+    for (auto& pending : pending_) {
+        pending.due = std::min(pending.due, now);
+    }
+    pacer_.ForgetSent(now);
 }
 
 void SerialConnection::SendDue()

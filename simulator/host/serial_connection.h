@@ -60,6 +60,7 @@ private:
     // later. Returns when the last of them begins to leave the unit.
     LinePacer::TimePoint Schedule(std::vector<Answer> const& answers,
                                   LinePacer::TimePoint start = {});
+    void HurryPending();
     void SendDue();
     void Wake() const;
 

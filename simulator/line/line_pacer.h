@@ -5,6 +5,7 @@
 // neither rounding nor the caller's delays add up.
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 
@@ -37,6 +38,9 @@ public:
 
     // When all that was sent has arrived; the clock's epoch before the first byte.
     TimePoint SentAt() const { return EndOf(sent_); }
+
+    // What was to be sent later than `now` was sent by then.
+    void ForgetSent(TimePoint now) { sent_ = {std::min(SentAt(), now), 0}; }
 
     Clock::duration WireTime(size_t bytes) const;
 

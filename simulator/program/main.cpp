@@ -43,7 +43,9 @@ std::unique_ptr<simulator::SimulatedUnit> MakeUnit(
         };
     }
     auto unit = std::make_unique<simulator::SimulatedUnit>(testbed, std::move(unit_options));
-    unit->LoadMemory(simulator::kFlashStart, options.flash);
+    if (!options.flash.empty()) {
+        unit->LoadMemory(simulator::kFlashStart, options.flash);
+    }
     return unit;
 }
 

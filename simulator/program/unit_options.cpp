@@ -13,6 +13,7 @@
 
 #include "simulator/chips/otp_image.h"
 #include "simulator/program/control_session.h"
+#include "simulator/program/replay_file.h"
 
 namespace simulator {
 namespace {
@@ -74,6 +75,8 @@ struct Settings {
     size_t model_id_slot = 0;
     Stm32BootloaderOptions stm32;
     McubootRecoveryOptions mcuboot;
+    std::optional<ReplayedUnitOptions> replay;
+    uint32_t replay_speed = 1;
 };
 
 struct Option {
@@ -210,6 +213,15 @@ constexpr std::array kOptions{
            [](Settings& s, Value const& v) {
                s.mcuboot.line_pause = std::chrono::milliseconds(v.Number());
            }},
+    Option{"replay", "file",
+           "Answers as the unit did whose session was recorded in this file, over a serial line, "
+           "and falls silent at the first byte that differs; instead of --protocol.",
+           [](Settings& s, Value const& v) {
+               s.replay = ReadReplay(QString::fromStdString(v.Text()));
+           }},
+    Option{"replay-speed", "number",
+           "Recorded delays are divided by it; 0: there are none; the default is 1.",
+           [](Settings& s, Value const& v) { s.replay_speed = v.Number(); }},
     Option{"foreign-unit", "number",
            "dfu: the unit of this number has another product's ids (1209:0002).",
            [](Settings& s, Value const& v) { s.program.foreign_unit = v.Number(); }},
@@ -234,6 +246,11 @@ std::vector<std::byte> MakeOtp(Settings const& settings)
 ProgramOptions MakeProgramOptions(Settings settings)
 {
     auto& unit = settings.program.unit;
+    if (settings.replay) {
+        settings.replay->speed = settings.replay_speed;
+        unit.bootloader = *settings.replay;
+        return std::move(settings.program);
+    }
     settings.chip.otp_address = settings.otp_address.value_or(settings.chip.otp_address);
     settings.chip.otp_size = settings.otp_size.value_or(settings.chip.otp_size);
     auto const times = settings.has_real_times ? settings.chip.real_times : ChipTimes{};

@@ -26,8 +26,8 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
 SOURCES = (
-    "app", "config", "updater", "modules", "mcuboot", "record", "hal", "runtime", "bundle_check", "simulator",
-    "packaging", "tests",
+    "app", "config", "updater", "modules", "mcuboot", "record", "hal", "runtime", "bundle_check",
+    "session_view", "simulator", "packaging", "tests",
 )  # fmt: skip
 # Others whose figures the documents repeat, though not all of them.
 OTHER_HEADERS = ("app/unit_detection.h", "app/serial_driver.h", "config/startup_config.h", "record/limits.h",

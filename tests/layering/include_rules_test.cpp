@@ -71,6 +71,8 @@ TEST(UpwardIncludes, AreThoseOfAFolderThatIsNotBelow)
         {"simulator/programme/a.cpp", "mcuboot/limits.h", false},
         {"simulator/program/main.cpp", "mcuboot/limits.h", true},
         {"simulator/program/main.cpp", "mcuboot/smp_frame.h", false},
+        {"simulator/program/a.cpp", "record/pcapng_reader.h", true},
+        {"simulator/bootloaders/a.cpp", "record/pcapng_reader.h", false},
         {"simulator/program/main.cpp", "config/startup_config.h", false},
     };
     for (auto const& [path, include, allowed] : rows) {

@@ -1,5 +1,6 @@
 // The program simulated_unit as a script or another test starts it: through its standard input and
 // output.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
@@ -7,6 +8,7 @@
 #include <QProcess>
 #include <QTemporaryDir>
 
+#include "tests/session_view/recorded_session.h"
 #include "tests/simulator/port_test_support.h"
 #include "tests/simulator/recovery_client.h"
 #include "tests/support/files.h"
@@ -127,6 +129,72 @@ TEST(SimulatedUnitProgram, MakesAUnitInItsUsbBootloaderThatIsNumberedAnewWhenItI
     EXPECT_EQ(read_product_id(3), "df11");
     EXPECT_EQ(unit.Ask(u"fault error-in-write 1 1 3"_s), u"ok"_s);
     EXPECT_EQ(unit.Status(u"port"_s), u"/dev/bus/usb/001/003"_s);
+}
+
+TEST(SimulatedUnitProgram, AnswersAsARecordedUnitUntilSomethingDiffers)
+{
+    auto unit = Start(u"--replay-speed 0 --replay " FW_RECORDINGS u"/uart-other-model.pcapng"_s);
+    auto client = Open(unit);
+
+    EXPECT_EQ(client.Ask(Hex("7F"), 1), Hex("79"));
+    EXPECT_EQ(client.Ask(Hex("00 FF"), 1), Hex("79"));
+    EXPECT_EQ(unit.Status(u"connects"_s), u"1"_s);
+    client.Send(Hex("11 EE"));
+
+    EXPECT_TRUE(client.Receive(100, 100).size() > 1) << "the rest of the answer to Get";
+    EXPECT_THAT(
+        unit.Journal().last().toStdString(),
+        testing::MatchesRegex("difference silent packet [0-9]+, byte 1 of 2: 0x02 expected, "
+                              "0x11 received"));
+    EXPECT_EQ(unit.Ask(u"dump 0x08000000 4 /dev/null"_s).section(u' ', 0, 0), u"error"_s);
+}
+
+TEST(SimulatedUnitProgram, ALateAnswerLeavesAtOnceWhenTheClientHasNotWaitedForIt)
+{
+    QTemporaryDir const directory;
+    auto const path = directory.filePath(u"record.pcapng"_s);
+    RecordedSession session;
+    session.AddInterface(u"ttyUSB0"_s, u"UART, 460800 baud, 8E1"_s);
+    session.Send("\x7F");
+    session.Receive("\x79");
+    session.Wait(std::chrono::hours(1));  // a unit that prints something in the meantime
+    session.Receive("A");
+    session.Send("\x01");
+    session.Receive("\x02");
+    WriteFile(path, session.Bytes());
+    auto unit = Start(u"--replay %1"_s.arg(path));
+    auto client = Open(unit);
+
+    EXPECT_EQ(client.Ask(Hex("7F"), 1), Hex("79"));
+    EXPECT_EQ(client.Ask(Hex("01"), 2), Hex("41 02"));
+}
+
+TEST(SimulatedUnitProgram, NamesTheReasonWhyAFileCannotBeReplayed)
+{
+    QTemporaryDir const directory;
+    RecordedSession no_line;
+    RecordedSession no_bytes;
+    no_bytes.AddInterface(u"ttyUSB0"_s, u"UART, 460800 baud, 8E1"_s);
+    RecordedSession gap = no_bytes;
+    gap.Send("\x7F");
+    gap.Note(record::events::kGap);
+    struct Row {
+        QByteArray file;
+        char const* reason;
+    };
+    for (auto const& [file, reason] :
+         {Row{"no record", "record.pcapng: "}, Row{no_line.Bytes(), "no serial line was recorded"},
+          Row{no_bytes.Bytes(), "nothing was sent to the recorded unit"},
+          Row{gap.Bytes(), "packets are missing at packet 2"}}) {
+        auto const path = directory.filePath(u"record.pcapng"_s);
+        WriteFile(path, file);
+        QProcess process;
+        process.start(QStringLiteral(SIMULATED_UNIT_PROGRAM), {u"--replay"_s, path});
+
+        ASSERT_TRUE(process.waitForFinished(test::kTimeoutMs)) << reason;
+        EXPECT_EQ(process.exitCode(), 1) << reason;
+        EXPECT_THAT(process.readAllStandardError().toStdString(), testing::HasSubstr(reason));
+    }
 }
 
 TEST(SimulatedUnitProgram, StartsWithNoUnitOrWithTwoAndPrintsWhatAClientNeeds)

@@ -12,6 +12,7 @@
 #include "modules/stm32_updater/limits.h"
 #include "tests/end_to_end/bundle_unit.h"
 #include "tests/end_to_end/screens.h"
+#include "tests/support/files.h"
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -20,6 +21,7 @@ namespace {
 
 constexpr Program::Limit kStateLimit = 60s;
 constexpr Program::Limit kPersonLimit = 15min;
+constexpr Program::Limit kReplayLimit = 10min;  // a slow line's whole update
 constexpr qsizetype kLogLines = 15;
 
 struct Row {
@@ -60,8 +62,16 @@ targetInterfaceType FindTransport(QString const& name)
 }
 
 Demo::Demo(DemoOptions options)
-    : options_(std::move(options)), directory_(options_.directory), bundle_(CopyBundle())
+    : options_(std::move(options)),
+      directory_(options_.directory),
+      recorded_(options_.replay.isEmpty() ? std::nullopt
+                                          : std::optional(ReadRecordedEnd(options_.replay))),
+      bundle_(CopyBundle())
 {
+    if (recorded_ && recorded_->transport != options_.transport) {
+        throw UsageError(std::string("the record is of the transport ") +
+                         RowOf(recorded_->transport).name);
+    }
     auto const actual = GetTransport(bundle_);
     if (actual != options_.transport) {
         auto const name = std::string(RowOf(actual).name);
@@ -70,6 +80,12 @@ Demo::Demo(DemoOptions options)
                          name);
     }
     CheckBundle();
+    if (recorded_) {
+        if (auto const other = DescribeOtherImage(*recorded_, bundle_.ReadFirmware());
+            !other.isEmpty()) {
+            throw UsageError((other + u"; use --bundle"_s).toStdString());
+        }
+    }
     unit_ = MakeUnit();
 }
 
@@ -107,13 +123,20 @@ void Demo::CheckBundle() const
 
 std::unique_ptr<UnitProcess> Demo::MakeUnit() const
 {
+    auto const journal = directory_.filePath(u"unit-journal.txt"_s);
+    QFile::remove(journal);
+    if (recorded_ && options_.transport != TargetUsb) {
+        return std::make_unique<UnitProcess>(GetUnitOptions(bundle_) +
+                                             QStringList{u"--units"_s, u"0"_s, u"--replay"_s,
+                                                         options_.replay, u"--journal"_s, journal});
+    }
     auto const options = QStringList{u"--units"_s,
                                      u"0"_s,
                                      u"--real-times"_s,
                                      u"--baud"_s,
                                      QString::number(Baud()),
                                      u"--journal"_s,
-                                     directory_.filePath(u"unit-journal.txt"_s)};
+                                     recorded_ ? QProcess::nullDevice() : journal};
     return std::make_unique<UnitProcess>(GetUnitOptions(bundle_) + options);
 }
 
@@ -132,12 +155,13 @@ bool Demo::Run()
     auto environment = unit_->Environment();
     environment.insert(u"TMPDIR"_s, directory_.absoluteFilePath(u"tmp"_s));
     program_ = std::make_unique<Program>(bundle_, environment, directory_.absolutePath());
-    if (options_.by_itself) {
-        UpdateByItself();
+    bool as_expected = false;
+    if (recorded_) {
+        as_expected = ReplaySession();
     } else {
-        UpdateByPerson();
+        options_.by_itself ? UpdateByItself() : UpdateByPerson();
+        as_expected = CompareUnit();
     }
-    auto const as_expected = CompareUnit();
     if (options_.keep_open) {
         Print(u"Close the window to end."_s);
         WaitUntil([this] { return !program_->IsRunning(); }, Program::Limit::max());
@@ -153,7 +177,7 @@ void Demo::UpdateByItself()
         return screen.button == u"DONE"_s && screen.progress == 100;
     };
     Reach(u"waiting"_s, IsWaiting);
-    unit_->Command(u"plug"_s);
+    PlugIn();
     Reach(u"ready"_s, IsReady);
     program_->PressUpdate();
     // A short update may be done before anyone looks.
@@ -173,7 +197,7 @@ void Demo::UpdateByPerson()
         u"The window waits; the unit is plugged in in 3 seconds. Press UPDATE when it turns "
         "black."_s);
     program_->WaitForExit(3s);
-    unit_->Command(u"plug"_s);
+    PlugIn();
     auto const is_updated = [this] { return unit_->Status(u"state"_s) == u"running"_s; };
     auto const has_failed = [this] { return program_->ReadLog().contains("update failed"); };
     WaitUntil([&] { return is_updated() || has_failed() || !program_->IsRunning(); }, kPersonLimit);
@@ -229,6 +253,78 @@ std::runtime_error Demo::Failure(QString const& text) const
     return std::runtime_error((text + u"\nThe end of its log, in "_s + directory_.path() +
                                u":\n    "_s + end.join(u"\n    "_s))
                                   .toStdString());
+}
+
+void Demo::PlugIn()
+{
+    if (recorded_ && options_.transport == TargetUsb) {
+        WriteStandIn();
+    } else {
+        unit_->Command(u"plug"_s);
+    }
+}
+
+// In the place of the tool that has found no unit until now.
+void Demo::WriteStandIn() const
+{
+    auto const quote = [](QString text) {
+        return u'\'' + text.replace(u"'"_s, u"'\\''"_s) + u'\'';
+    };
+    auto const script = u"#!/bin/sh\nexec %1 %2 1 %3 \"$@\"\n"_s.arg(
+        quote(QStringLiteral(FW_REPLAYED_DFU_UTIL)), quote(options_.replay),
+        quote(directory_.absoluteFilePath(u"unit-journal.txt"_s)));
+    auto const next = bundle_.DfuUtil() + u".next"_s;
+    WriteFile(next, script.toUtf8());
+    QFile::setPermissions(next, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    QFile::remove(bundle_.DfuUtil());
+    QFile::rename(next, bundle_.DfuUtil());
+}
+
+bool Demo::ReplaySession()
+{
+    if (options_.by_itself) {
+        Reach(u"waiting"_s, IsWaiting);
+    } else {
+        Print(u"The window waits; the recorded unit is plugged in in 3 seconds."_s +
+              (recorded_->has_update ? u" Press UPDATE when it turns black."_s : QString()));
+        program_->WaitForExit(3s);
+    }
+    PlugIn();
+    auto const read_outcome = [this] { return FindOutcome(program_->ReadLog()); };
+    auto const is_over = [&] {
+        auto const outcome = read_outcome();
+        bool const goes_on = recorded_->has_update && outcome == u"connected"_s;
+        return (!outcome.isEmpty() && !goes_on) || !program_->IsRunning();
+    };
+    if (options_.by_itself && recorded_->has_update) {
+        program_->WaitFor([&](Screen const& screen) { return IsReady(screen) || is_over(); },
+                          kReplayLimit);
+        if (!is_over()) {
+            program_->PressUpdate();
+        }
+    }
+    auto const is_over_in_time =
+        WaitUntil(is_over, options_.by_itself ? kReplayLimit : kPersonLimit);
+    if (options_.by_itself) {
+        program_->SavePicture(directory_.filePath(u"%1-end.png"_s.arg(++pictures_)));
+    }
+    return PrintReplay(is_over_in_time ? read_outcome() : QString());
+}
+
+bool Demo::PrintReplay(QString const& outcome) const
+{
+    auto const name = [](QString const& text) { return text.isEmpty() ? u"no outcome"_s : text; };
+    auto const journal = QString::fromUtf8(ReadFile(directory_.filePath(u"unit-journal.txt"_s)));
+    auto const differences = journal.split(u'\n').filter(u"difference"_s);
+    for (auto const& line : differences) {
+        PrintResult(u"unit"_s, line);
+    }
+    PrintResult(u"recorded"_s, name(recorded_->outcome));
+    PrintResult(u"replayed"_s, name(outcome));
+    bool const is_same = outcome == recorded_->outcome && differences.isEmpty();
+    Print(is_same ? u"The session ended as recorded."_s
+                  : u"FAILED: the session did not go as recorded."_s);
+    return is_same;
 }
 
 bool Demo::CompareUnit()

@@ -9,13 +9,18 @@
 #include <QImage>
 #include <QProcess>
 #include <QTemporaryDir>
+#include <ostream>
 #include <string>
+#include <utility>
 
 #include "tests/end_to_end/program.h"
 #include "tests/end_to_end/test_bundle.h"
+#include "tests/support/pattern_image.h"
 
 using namespace Qt::StringLiterals;
+using testing::ContainsRegex;
 using testing::HasSubstr;
+using testing::Not;
 
 namespace {
 
@@ -151,11 +156,96 @@ TEST_F(McubootDemoTest, EndsAtOnceWithAPictureWhenTheWindowShowsAFailure)
     EXPECT_TRUE(QFile::exists(Directory() + u"/3-not-reached.png"_s));
 }
 
+// Bundles with the image of the recordings.
+class ReplayTest : public DemoTest {
+protected:
+    void Replay(char const* recording, char const* staged_bundle, char const* transport)
+    {
+        TestBundle bundle(QString::fromUtf8(staged_bundle));
+        bundle.WriteFirmware(PatternImage<QByteArray>(kRecordedImage));
+        output_.clear();
+        Start({u"--bundle"_s, bundle.Root(), u"--transport"_s, QString::fromUtf8(transport),
+               u"--replay"_s,
+               QStringLiteral(FW_RECORDINGS "/%1.pcapng").arg(QLatin1String(recording))});
+        status_ = Finish();
+    }
+
+    static constexpr size_t kRecordedImage = 4000;
+    int status_ = -1;
+};
+
+struct RecordedRow {
+    char const* name;
+    char const* staged_bundle;
+    char const* transport;
+    char const* outcome;
+
+    friend void PrintTo(RecordedRow const& row, std::ostream* stream) { *stream << row.name; }
+};
+
+class EveryReplayTest : public ReplayTest, public testing::WithParamInterface<RecordedRow> {};
+
+TEST_P(EveryReplayTest, TheWindowComesToTheRecordedEnd)
+{
+    auto const& [name, staged_bundle, transport, outcome] = GetParam();
+    Replay(name, staged_bundle, transport);
+    EXPECT_EQ(status_, 0) << output_;
+    EXPECT_THAT(output_, HasSubstr(std::string("replayed             ") + outcome + '\n'));
+    EXPECT_THAT(output_, HasSubstr("The session ended as recorded."));
+    EXPECT_THAT(output_, Not(HasSubstr("difference")));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , EveryReplayTest,
+    testing::Values(RecordedRow{"uart-block-refused", FW_STAGED_BUNDLE, "uart", "failed"},
+                    RecordedRow{"uart-cut-answer", FW_STAGED_BUNDLE, "uart", "not-connected"},
+                    RecordedRow{"mcuboot-offset-asked-for-again", FW_STAGED_MCUBOOT_BUNDLE,
+                                "mcuboot", "done"},
+                    RecordedRow{"usb-other-model", FW_STAGED_USB_BUNDLE, "usb", "refused"},
+                    RecordedRow{"usb-error-in-write", FW_STAGED_USB_BUNDLE, "usb", "done"}));
+
+TEST_F(ReplayTest, ADifferenceIsNamedAndCountsEvenIfTheEndIsTheSame)
+{
+    bundle_.WriteFirmware(PatternImage<QByteArray>(kRecordedImage));
+    bundle_.SetKey(u"otp_address"_s, u"0x1FFF7800"_s);
+    for (auto const& [name, outcome] : {std::pair{"other-model", "refused"}, {"done", "done"}}) {
+        output_.clear();
+        Start({u"--replay"_s,
+               QStringLiteral(FW_RECORDINGS "/uart-%1.pcapng").arg(QLatin1String(name))});
+
+        EXPECT_EQ(Finish(), 1) << name;
+        EXPECT_THAT(
+            output_,
+            ContainsRegex(
+                "difference silent packet [0-9]+, byte 3 of 5: 0x70 expected, 0x78 received"));
+        EXPECT_THAT(output_, HasSubstr(std::string("recorded             ") + outcome + '\n'));
+        EXPECT_THAT(output_, HasSubstr("replayed             refused\n"));
+        EXPECT_THAT(output_, HasSubstr("FAILED: the session did not go as recorded."));
+    }
+}
+
+TEST_F(ReplayTest, AnotherImageOrTransportIsRefusedAtOnce)
+{
+    Start({u"--replay"_s, QStringLiteral(FW_RECORDINGS "/uart-done.pcapng")});
+    EXPECT_EQ(Finish(), 2);
+    EXPECT_THAT(output_, HasSubstr("another image: 4000 bytes with the SHA-256 c236481c"));
+    EXPECT_THAT(output_, HasSubstr("use --bundle"));
+
+    Start({u"--replay"_s, QStringLiteral(FW_RECORDINGS "/usb-done.pcapng")});
+    EXPECT_EQ(Finish(), 2);
+    EXPECT_THAT(output_, HasSubstr("the record is of the transport usb"));
+
+    Start({u"--replay"_s, QStringLiteral(FW_RUN)});
+    EXPECT_EQ(Finish(), 1);
+    EXPECT_THAT(output_, HasSubstr("FAILED: " FW_RUN ": "));
+}
+
 TEST(Run, RefusesAWrongOptionAndPrintsItsHelpBeforeAnythingIsBuilt)
 {
     QProcess run;
-    for (auto const* arguments : {"--transport serial", "--baud fast", "--nonsense", "--bundle",
-                                  "--bundle /", "--keep-open --headless", "--help"}) {
+    for (auto const* arguments :
+         {"--transport serial", "--baud fast", "--nonsense", "--bundle", "--bundle /",
+          "--replay /none", "--replay " FW_RUN, "--keep-open --headless", "--help"}) {
         auto const is_help = std::string(arguments) == "--help";
         run.start(QStringLiteral(FW_RUN), QString::fromLatin1(arguments).split(u' '));
         ASSERT_TRUE(run.waitForFinished()) << arguments;

@@ -19,6 +19,7 @@ DemoOptions ReadOptions(QCoreApplication const& application)
         {u"bundle"_s, u"A bundle of one's own."_s, u"folder"_s},
         {u"baud"_s, u"The line's pace in bits a second."_s, u"number"_s},
         {u"directory"_s, u"For files."_s, u"folder"_s, u"build/run"_s},
+        {u"replay"_s, u"The record of a session, whose unit answers."_s, u"file"_s},
         {u"by-itself"_s, u"Presses the button and keeps pictures."_s},
         {u"keep-open"_s, u"Leaves the window open."_s},
     });
@@ -31,6 +32,7 @@ DemoOptions ReadOptions(QCoreApplication const& application)
     options.transport = FindTransport(parser.value(u"transport"_s));
     options.bundle = parser.value(u"bundle"_s);
     options.directory = parser.value(u"directory"_s);
+    options.replay = parser.value(u"replay"_s);
     options.by_itself = parser.isSet(u"by-itself"_s);
     options.keep_open = parser.isSet(u"keep-open"_s);
     if (parser.isSet(u"baud"_s)) {
