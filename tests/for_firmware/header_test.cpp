@@ -54,17 +54,14 @@ qsizetype GetLongestLine()
 }
 
 struct Figure {
+    constexpr Figure(uint64_t in_header, uint64_t in_product)
+        : header(in_header), product(in_product)
+    {}
     uint64_t header;
     uint64_t product;
 };
 
-#define FIGURE(name, product)                    \
-    {                                            \
-        #name, Figure                            \
-        {                                        \
-            name, static_cast<uint64_t>(product) \
-        }                                        \
-    }
+#define FIGURE(name, product) std::pair(#name, Figure(name, static_cast<uint64_t>(product)))
 
 // Each constant of the header, and the product's figure that it repeats.
 std::map<std::string, Figure> GetFigures()
