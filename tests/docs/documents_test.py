@@ -24,11 +24,12 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
 SOURCES = (
-    "app", "config", "updater", "modules", "mcuboot", "hal", "runtime", "bundle_check", "simulator", "packaging", "tests",
+    "app", "config", "updater", "modules", "mcuboot", "hal", "runtime", "bundle_check", "make_otp", "for_firmware", "simulator", "packaging",
+    "tests",
 )  # fmt: skip
 # Others whose figures the documents repeat, though not all of them.
 OTHER_HEADERS = ("app/unit_detection.h", "app/serial_driver.h", "config/startup_config.h", "record/limits.h",
-                 "updater/model_id.h")
+                 "updater/model_id.h", "mcuboot/request_maps.h")
 HEADERS = ("modules/stm32_updater/limits.h", "mcuboot/limits.h")
 TRANSPORT_PAGES = [f"docs/transports/{name}.md" for name in ("uart", "usb", "mcuboot")]
 
