@@ -21,17 +21,22 @@ struct ToolResult {
     QByteArray errors;
 };
 
-ToolResult RunTool(QStringList const& arguments)
+ToolResult RunProgram(QString const& program, QStringList const& arguments)
 {
     constexpr int kLimitMs = 60'000;
     QProcess process;
-    process.start(QStringLiteral(FW_MAKE_OTP), arguments);
+    process.start(program, arguments);
     bool const ended = process.waitForFinished(kLimitMs);
     EXPECT_TRUE(ended) << "no end after " << kLimitMs << " ms";
     process.kill();
     bool const normal = ended && process.exitStatus() == QProcess::NormalExit;
     return {normal ? process.exitCode() : -1, process.readAllStandardOutput(),
             process.readAllStandardError()};
+}
+
+ToolResult RunTool(QStringList const& arguments)
+{
+    return RunProgram(QStringLiteral(FW_MAKE_OTP), arguments);
 }
 
 class MakeOtp : public testing::Test {
@@ -161,7 +166,13 @@ TEST_F(MakeOtp, MakesTheOtpValuesOfASimulatedUnitInSerialRecovery)
 TEST_F(MakeOtp, DoesNotFitAUnitIfItIsLongerThanItsOtpArea)
 {
     WriteFile(path_, QByteArray(513, '\xFF'));
-    EXPECT_THROW(UnitProcess({u"--product-id"_s, u"0x482"_s, u"--otp"_s, path_}),
-                 std::runtime_error);
-    EXPECT_THROW(UnitProcess({u"--otp"_s, u"/nowhere"_s}), std::runtime_error);
+    auto const too_long = RunProgram(QStringLiteral(FW_SIMULATED_UNIT),
+                                     {u"--product-id"_s, u"0x482"_s, u"--otp"_s, path_});
+    EXPECT_NE(too_long.status, 0);
+    EXPECT_TRUE(too_long.errors.contains("--otp: longer than the chip's OTP area"))
+        << too_long.errors.constData();
+    auto const missing = RunProgram(QStringLiteral(FW_SIMULATED_UNIT), {u"--otp"_s, u"/nowhere"_s});
+    EXPECT_NE(missing.status, 0);
+    EXPECT_TRUE(missing.errors.contains("--otp: not usable: /nowhere"))
+        << missing.errors.constData();
 }
