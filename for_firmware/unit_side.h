@@ -81,12 +81,12 @@ static inline uint8_t const* unit_find_otp_record(uint8_t const* otp, size_t siz
 }
 
 // Whether an update over UART reached its end: what the firmware or the boot code asks at start-up.
-// `image_end` points behind the image's last byte.
-static inline bool unit_image_is_complete(uint8_t const* image_end)
+// `last_word` points to the image's last four bytes. Give it a symbol of the linker script: the
+// compiler knows the value of a constant, and would not look into the flash.
+static inline bool unit_image_is_complete(uint8_t const* last_word)
 {
-    uint8_t const* const word = image_end - 4;
-    uint32_t const value = (uint32_t)word[0] | (uint32_t)word[1] << 8 | (uint32_t)word[2] << 16 |
-                           (uint32_t)word[3] << 24;
+    uint32_t const value = (uint32_t)last_word[0] | (uint32_t)last_word[1] << 8 |
+                           (uint32_t)last_word[2] << 16 | (uint32_t)last_word[3] << 24;
     return value == UNIT_LAST_WORD;
 }
 

@@ -7,9 +7,9 @@ uint8_t const* c11_find_otp_record(uint8_t const* otp, size_t size, uint32_t tag
     return unit_find_otp_record(otp, size, tag);
 }
 
-bool c11_image_is_complete(uint8_t const* image_end)
+bool c11_image_is_complete(uint8_t const* last_word)
 {
-    return unit_image_is_complete(image_end);
+    return unit_image_is_complete(last_word);
 }
 
 uint16_t c11_request_check(uint8_t const* packet, size_t size)

@@ -11,7 +11,7 @@ extern "C" {
 #endif
 
 uint8_t const* c11_find_otp_record(uint8_t const* otp, size_t size, uint32_t tag);
-bool c11_image_is_complete(uint8_t const* image_end);
+bool c11_image_is_complete(uint8_t const* last_word);
 uint16_t c11_request_check(uint8_t const* packet, size_t size);
 uint16_t c11_answer_check(uint8_t const* packet, size_t size);
 

@@ -225,7 +225,7 @@ TEST(CompleteImage, EndsWithTheNumberOfTheMicrocontrollerAndThreeZeros)
         {{0x01, 0x00, 0x00, 0x01}, false},
     };
     for (auto const& [end, complete] : rows) {
-        EXPECT_EQ(unit_image_is_complete(end.data() + end.size()), complete) << end[0];
-        EXPECT_EQ(c11_image_is_complete(end.data() + end.size()), complete) << end[0];
+        EXPECT_EQ(unit_image_is_complete(end.data()), complete) << end[0];
+        EXPECT_EQ(c11_image_is_complete(end.data()), complete) << end[0];
     }
 }

@@ -156,7 +156,7 @@ public:
     bool IsComplete(size_t size)
     {
         auto const flash = Flash(size);
-        return unit_image_is_complete(reinterpret_cast<uint8_t const*>(flash.data() + size));
+        return unit_image_is_complete(reinterpret_cast<uint8_t const*>(flash.data() + size - 4));
     }
 
     simulator::Stm32Bootloader& Unit() { return line_.Unit(); }
