@@ -26,4 +26,21 @@ void OtpImage::SetModelId(size_t slot, uint8_t model_id)
     SetRecord(slot, kModelIdTag, std::array{static_cast<std::byte>(model_id)});
 }
 
+std::map<uint32_t, std::vector<std::byte>> ReadOtpRecords(std::span<std::byte const> area)
+{
+    constexpr uint32_t kNotProgrammed = 0xFFFFFFFF;
+    std::map<uint32_t, std::vector<std::byte>> payloads;
+    for (; area.size() >= kOtpRecordSize; area = area.subspan(kOtpRecordSize)) {
+        uint32_t tag = 0;
+        for (size_t i = 0; i < sizeof(tag); ++i) {
+            tag |= std::to_integer<uint32_t>(area[i]) << (8 * i);
+        }
+        auto const payload = area.subspan(sizeof(tag), kOtpPayloadSize);
+        if (tag != kNotProgrammed) {
+            payloads.try_emplace(tag, payload.begin(), payload.end());
+        }
+    }
+    return payloads;
+}
+
 }  // namespace simulator

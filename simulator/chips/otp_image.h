@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <span>
 #include <vector>
 
@@ -31,5 +32,9 @@ public:
 private:
     std::vector<std::byte> bytes_;
 };
+
+// The payloads of all programmed records by their tags; of two with the same tag, the first one. An
+// incomplete record at the end does not count.
+std::map<uint32_t, std::vector<std::byte>> ReadOtpRecords(std::span<std::byte const> area);
 
 }  // namespace simulator

@@ -73,6 +73,7 @@ struct Settings {
     std::optional<uint8_t> model_id = 1;
     bool model_is_empty = false;
     size_t model_id_slot = 0;
+    std::optional<std::vector<std::byte>> otp;  // instead of one made from the model ID
     Stm32BootloaderOptions stm32;
     McubootRecoveryOptions mcuboot;
     std::optional<ReplayedUnitOptions> replay;
@@ -101,15 +102,17 @@ void SetModelId(Settings& settings, Value const& value)
     }
 }
 
-void SetFlash(Settings& settings, Value const& value)
+std::vector<std::byte> ReadBytes(Value const& path)
 {
-    std::ifstream file(value.Text(), std::ios::binary);
+    std::ifstream file(path.Text(), std::ios::binary);
     std::vector<char> const chars{std::istreambuf_iterator<char>(file), {}};
     if (!file) {
-        throw value.Error();
+        throw path.Error();
     }
-    std::ranges::transform(chars, std::back_inserter(settings.program.flash),
+    std::vector<std::byte> bytes;
+    std::ranges::transform(chars, std::back_inserter(bytes),
                            [](char c) { return static_cast<std::byte>(c); });
+    return bytes;
 }
 
 // In the order of --help. An option that is not given changes nothing: the defaults are those of
@@ -142,7 +145,11 @@ constexpr std::array kOptions{
            [](Settings& s, Value const& v) { s.program.first_port = v.Number(); }},
     Option{"journal", "file", "Writes the commands received to this file (unit K > 1: FILE.K).",
            [](Settings& s, Value const& v) { s.program.journal_path = v.Text(); }},
-    Option{"flash-in", "file", "What is in the flash at the start.", SetFlash},
+    Option{"flash-in", "file", "What is in the flash at the start.",
+           [](Settings& s, Value const& v) { s.program.flash = ReadBytes(v); }},
+    Option{"otp", "file",
+           "What is at the start of the OTP area, as make_otp writes it, instead of a model ID.",
+           [](Settings& s, Value const& v) { s.otp = ReadBytes(v); }},
     Option{"real-times", nullptr, "Erasing and programming take their time.",
            [](Settings& s, Value const&) { s.has_real_times = true; }},
     Option{"model-id-slot", "number", "stm32, dfu: OTP record that holds the model ID (0).",
@@ -236,6 +243,11 @@ constexpr char const* kDescription =
 
 std::vector<std::byte> MakeOtp(Settings const& settings)
 {
+    if (settings.otp) {
+        return settings.otp->size() <= settings.chip.otp_size
+                   ? *settings.otp
+                   : throw std::invalid_argument("--otp: longer than the chip's OTP area");
+    }
     OtpImage otp(settings.chip.otp_size);
     if (settings.model_id) {
         otp.SetModelId(settings.model_id_slot, *settings.model_id);
@@ -264,7 +276,9 @@ ProgramOptions MakeProgramOptions(Settings settings)
         case Protocol::kMcuboot:
             settings.mcuboot.chip = settings.chip;
             settings.mcuboot.times = times;
-            if (settings.model_is_empty) {
+            if (settings.otp) {
+                settings.mcuboot.otp = ReadOtpRecords(*settings.otp);
+            } else if (settings.model_is_empty) {
                 settings.mcuboot.otp[kModelIdKey] = {};
             } else if (settings.model_id) {
                 settings.mcuboot.otp[kModelIdKey] = {std::byte{*settings.model_id}};

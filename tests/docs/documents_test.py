@@ -27,11 +27,11 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parents[2]
 SOURCES = (
     "app", "config", "updater", "modules", "mcuboot", "record", "hal", "runtime", "bundle_check",
-    "session_view", "simulator", "packaging", "tests",
+    "session_view", "make_otp", "for_firmware", "simulator", "packaging", "tests",
 )  # fmt: skip
 # Others whose figures the documents repeat, though not all of them.
 OTHER_HEADERS = ("app/unit_detection.h", "app/serial_driver.h", "config/startup_config.h", "record/limits.h",
-                 "updater/model_id.h")
+                 "updater/model_id.h", "mcuboot/request_maps.h")
 HEADERS = ("modules/stm32_updater/limits.h", "mcuboot/limits.h")
 TRANSPORT_PAGES = [f"docs/transports/{name}.md" for name in ("uart", "usb", "mcuboot")]
 

@@ -30,6 +30,8 @@ constexpr Exception kExceptions[] = {
     {"modules/stm32_updater/stm32_dfu_util_updater.", "record/sink.h"},
     // What the model check looks at; the header needs no linking.
     {"bundle_check/", "updater/model_id.h"},
+    {"make_otp/", "updater/model_id.h"},
+    {"make_otp/", "updater/otp_handler.h"},
     // The units themselves are written without a look at the product. Their program may state its
     // figures.
     {"simulator/program/", "modules/stm32_updater/limits.h"},
@@ -69,6 +71,8 @@ std::map<std::string, std::set<std::string>> const kFoldersBelow{
     {"bundle_check", {"config", "modules", "mcuboot"}},
     {"config", {}},
     {"session_view", {"record", "modules", "mcuboot"}},
+    {"make_otp", {}},
+    {"for_firmware", {}},
     {"app", {"config", "updater", "modules", "mcuboot", "hal", "record", "runtime"}},
     {"updater", {"modules", "mcuboot", "hal", "record", "runtime"}},
     {"modules", {"runtime"}},

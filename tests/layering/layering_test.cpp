@@ -68,9 +68,9 @@ TEST(Layering, TheProgramKeepsToTheRules)
 TEST(Layering, NoHeadersIncludeEachOtherInACircle)
 {
     EXPECT_THAT(FindCircles(ReadSources(
-                    FW_SOURCE_DIR,
-                    {"app", "config", "updater", "modules", "mcuboot", "hal", "record", "runtime",
-                     "bundle_check", "session_view", "simulator", "tests", "benchmarks", "fuzz"})),
+                    FW_SOURCE_DIR, {"app", "config", "updater", "modules", "mcuboot", "hal",
+                                    "record", "runtime", "bundle_check", "session_view", "make_otp",
+                                    "for_firmware", "simulator", "tests", "benchmarks", "fuzz"})),
                 IsEmpty());
 }
 
@@ -89,6 +89,22 @@ TEST(Layering, TheReaderOfRecordsKeepsToTheRules)
     EXPECT_THAT(reader, testing::Not(IsEmpty()));
     EXPECT_THAT(FindUpwardIncludes(reader), IsEmpty());
     EXPECT_THAT(FindForbiddenQt(reader, IsCoreHeader), IsEmpty());
+}
+
+TEST(Layering, TheToolAndTheHeaderForTheUnitsSideKeepToTheRules)
+{
+    for (auto const* folder : {"make_otp", "for_firmware"}) {
+        auto const sources = ReadSources(FW_SOURCE_DIR, {folder});
+        EXPECT_THAT(sources, testing::Not(IsEmpty())) << folder;
+        EXPECT_THAT(FindUpwardIncludes(sources), IsEmpty());
+        EXPECT_THAT(FindForbiddenQt(sources, IsCoreHeader), IsEmpty());
+    }
+}
+
+TEST(Layering, TheHeaderForDeviceFirmwareIncludesOnlyWhatEveryCCompilerHas)
+{
+    EXPECT_THAT(ReadSources(FW_SOURCE_DIR, {"for_firmware"}).at(0).includes,
+                testing::ElementsAre("stdbool.h", "stddef.h", "stdint.h"));
 }
 
 TEST(Layering, OnlyTheTableSpellsTheConfigurationsKeys)
