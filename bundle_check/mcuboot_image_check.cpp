@@ -158,14 +158,14 @@ private:
     {
         if (header_.protected_size > 0 &&
             FindAreaEnd(header_.TlvBegin(), kProtectedMagic) != header_.HashedSize()) {
-            Fail(u"The image's protected TLV area is missing or not whole"_s);
+            Fail(u"The image's protected TLV area is missing or incomplete"_s);
             return std::nullopt;
         }
         auto const begin = header_.HashedSize();
         auto const end = FindAreaEnd(begin, kTlvMagic);
         auto const digest = end ? FindTlv(begin, *end, kSha256) : std::nullopt;
         if (!digest) {
-            Fail(u"The image's TLV area is missing or not whole"_s);
+            Fail(u"The image's TLV area is missing or incomplete"_s);
             return std::nullopt;
         }
         CheckDigest(*digest);
@@ -209,7 +209,7 @@ private:
                            u"%1 bytes of padding follow the image, up to the size of its slot, and "
                            "the unit receives them as well; sign it without '--pad'."_s.arg(count));
         } else {
-            Fail(u"%1 bytes that belong to nothing follow the image's TLV area"_s.arg(count));
+            Fail(u"%1 bytes that are not part of the image follow its TLV area"_s.arg(count));
         }
     }
 

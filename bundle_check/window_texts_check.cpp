@@ -126,10 +126,10 @@ void ReportCut(ShownText const& shown, Fits const& fits, bool is_for_macos, Find
         QString::number(fit.free), fit.is_width ? QString() : u" of height"_s,
         QString::number(fit.needed), QString::number(on_macos ? kMacosDpi : kOtherDpi), there,
         QString::number(kMacosDpi));
-    auto const cure = shown.IsOwn()        ? u"use fonts with smaller letters"_s
-                      : fit.is_width       ? u"shorten it, or use narrower fonts"_s
-                      : fit.lost_lines > 0 ? u"shorten it, or use fonts with lower lines"_s
-                                           : u"use fonts with lower letters"_s;
+    bool const can_be_shortened = !shown.IsOwn() && (fit.is_width || fit.lost_lines > 0);
+    auto const cure = !can_be_shortened ? u"use fonts with smaller letters"_s
+                      : fit.is_width    ? u"shorten it, or use narrower fonts"_s
+                                        : u"shorten it, or use fonts with a smaller line height"_s;
     bool const is_elsewhere = is_for_macos && fits.macos.fits;
     findings.Add(is_elsewhere ? Severity::Note : Severity::Error, shown.place,
                  u"%1; %2; %3."_s.arg(DescribeCut(shown, fit), figures, cure));
@@ -269,7 +269,7 @@ void CheckFixedTexts(Config const& config, WindowView& view, Findings& findings)
         findings.Warn(
             config.PlaceOf(key),
             u"After a failure the window asks to repeat the steps %1 to %2, but no line of "
-            "the instructions begins with %3; number what puts the unit into boot mode."_s
+            "the instructions begins with %3; number the steps that put the unit into boot mode."_s
                 .arg(steps.first)
                 .arg(steps.last)
                 .arg(missing.join(u" or "_s)));
@@ -278,8 +278,8 @@ void CheckFixedTexts(Config const& config, WindowView& view, Findings& findings)
         findings.Warn(
             config.PlaceOf(key),
             u"The window always asks for a cable with USB-C connector, but the "
-            "instructions name %1; describe the plug at the computer's side, or none."_s.arg(
-                Quote(connector)));
+            "instructions name %1; describe only the computer's end of the cable, or no plug."_s
+                .arg(Quote(connector)));
     }
 }
 

@@ -90,14 +90,14 @@ TEST(McubootImage, IsAsLongAsItsHeaderSays)
 
 TEST(McubootImage, EndsWithAWholeTlvAreaThatHasTheDigest)
 {
-    constexpr char kNotWhole[] = "error: The image's TLV area is missing or not whole;";
+    constexpr char kIncomplete[] = "error: The image's TLV area is missing or incomplete;";
     auto const image = MakeGoodImage();
-    ExpectImage(image.chopped(1), kNotWhole);
-    ExpectImage(image.chopped(36), kNotWhole);
-    ExpectImage(Change(image, 1064, ToBytes<uint16_t>(0x6908)), kNotWhole);
-    ExpectImage(Change(image, 1066, ToBytes<uint16_t>(3)), kNotWhole);
-    ExpectImage(Change(image, 1070, ToBytes<uint16_t>(33)), kNotWhole);
-    ExpectImage(Change(image, 1070, ToBytes<uint16_t>(31)), kNotWhole);
+    ExpectImage(image.chopped(1), kIncomplete);
+    ExpectImage(image.chopped(36), kIncomplete);
+    ExpectImage(Change(image, 1064, ToBytes<uint16_t>(0x6908)), kIncomplete);
+    ExpectImage(Change(image, 1066, ToBytes<uint16_t>(3)), kIncomplete);
+    ExpectImage(Change(image, 1070, ToBytes<uint16_t>(33)), kIncomplete);
+    ExpectImage(Change(image, 1070, ToBytes<uint16_t>(31)), kIncomplete);
     ExpectImage(WithArea([](QByteArray const&) { return MakeTlvArea(0x6907, {}); }),
                 "error: The image's TLV area has no SHA-256;");
     ExpectImage(WithArea([](QByteArray const& digest) {
@@ -119,10 +119,11 @@ TEST(McubootImage, EndsWithAWholeTlvAreaThatHasTheDigest)
 TEST(McubootImage, MayHaveProtectedTlvs)
 {
     auto const area = MakeTlvArea(0x6908, MakeTlv(0x50, "count"));
-    constexpr char kNotWhole[] = "error: The image's protected TLV area is missing or not whole;";
+    constexpr char kIncomplete[] =
+        "error: The image's protected TLV area is missing or incomplete;";
     ExpectImage(MakeProtectedImage(area), "");
-    ExpectImage(MakeProtectedImage(MakeTlvArea(0x6907, MakeTlv(0x50, "count"))), kNotWhole);
-    ExpectImage(MakeProtectedImage(area + "more"), kNotWhole);
+    ExpectImage(MakeProtectedImage(MakeTlvArea(0x6907, MakeTlv(0x50, "count"))), kIncomplete);
+    ExpectImage(MakeProtectedImage(area + "more"), kIncomplete);
 }
 
 TEST(McubootImage, IsNotPaddedToItsSlot)
@@ -136,7 +137,7 @@ TEST(McubootImage, IsNotPaddedToItsSlot)
     ExpectImage(image + QByteArray(116, '\xFF'), kPadded);
     ExpectImage(image + QByteArray(100, '\xFF') + trailer, kPadded);
     ExpectImage(image + "rest",
-                "error: 4 bytes that belong to nothing follow the image's TLV area");
+                "error: 4 bytes that are not part of the image follow its TLV area");
 }
 
 TEST(McubootImage, HasTheVersionThatTheWindowShows)

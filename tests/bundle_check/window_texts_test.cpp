@@ -71,7 +71,7 @@ TEST(ShownTexts, ThatAreCutOffAreErrorsWithWhatRemains)
          u"]*lines?; "
          "231 pixels of height are free, \\d+ needed at 96 dpi \\(it fits at 72 dpi.*; shorten it, "
          "or "
-         "use fonts with lower lines\\."_s},
+         "use fonts with a smaller line height\\."_s},
     };
     for (auto const& [key, value, finding] : rows) {
         BundleFolder bundle;
@@ -174,7 +174,7 @@ instructions_text="1. a\n2. b\n3. c" => clean
 instructions_text="Instructions\n\n 1  a\n2) b\n- 3: c" => clean
 instructions_text="Step 1: a\nStep 2: b\nStep 3: c" => clean
 instructions_text="Schritt 1 a\nSchritt 2 b\nSchritt 3 c" => clean
-instructions_text="1. a\n2. b" => warning: After a failure the window asks to repeat the steps 1 to 3, but no line of the instructions begins with 3; number what puts the unit into boot mode.
+instructions_text="1. a\n2. b" => warning: After a failure the window asks to repeat the steps 1 to 3, but no line of the instructions begins with 3; number the steps that put the unit into boot mode.
 instructions_text="Plug in.\nReset." => warning: After a failure the window asks to repeat the steps 1 to 3, but no line of the instructions begins with 1 or 2 or 3;
 instructions_text="11. a\n2. b\n3. c" => warning: After a failure the window asks to repeat the steps 1 to 3, but no line of the instructions begins with 1;
 )");
