@@ -2,6 +2,7 @@
 
 #include <QList>
 #include <QtEndian>
+#include <array>
 
 namespace simulator {
 namespace {
@@ -25,15 +26,30 @@ void Append16(QByteArray& bytes, unsigned number)
     bytes.append(static_cast<char>(number & 0xFF));
 }
 
-// CRC-16 with the polynomial 0x1021, highest bit first.
+// CRC-16 with the polynomial 0x1021, highest bit first: what the register becomes when this byte
+// leaves it.
+constexpr unsigned ShiftByte(unsigned byte)
+{
+    unsigned crc = byte << 8;
+    for (int bit = 0; bit < 8; ++bit) {
+        crc = (crc << 1 & 0xFFFF) ^ ((crc & 0x8000) != 0 ? 0x1021 : 0);
+    }
+    return crc;
+}
+
+constexpr auto kShiftedBytes = [] {
+    std::array<unsigned, 256> table{};
+    for (unsigned byte = 0; byte < table.size(); ++byte) {
+        table.at(byte) = ShiftByte(byte);
+    }
+    return table;
+}();
+
 unsigned GetCrc(QByteArray const& bytes, unsigned crc)
 {
     for (auto const byte : bytes) {
-        for (int mask = 0x80; mask != 0; mask >>= 1) {
-            bool const input = (byte & mask) != 0;
-            bool const top = (crc & 0x8000) != 0;
-            crc = (crc << 1 & 0xFFFF) ^ (input != top ? 0x1021 : 0);
-        }
+        auto const leaving = crc >> 8 ^ static_cast<uint8_t>(byte);
+        crc = (crc << 8 & 0xFFFF) ^ kShiftedBytes[leaving];
     }
     return crc;
 }

@@ -101,6 +101,9 @@ std::vector<UartSetup> ListUartSetups()
             setups.push_back(setup);
         }
     }
+    setups.push_back(MakeSetup(simulator::kChips.front().product_id, kExtended, true, 0x31));
+    setups.back().name += ", stray bytes ignored";
+    setups.back().unit.stray_bytes_spoil_sync = false;
     return setups;
 }
 

@@ -23,7 +23,7 @@ struct UartSetup {
 };
 
 // Every chip with every set of erase commands, both pairs of answers and both protocol versions;
-// and the mass erases.
+// the mass erases; and a chip that ignores stray bytes before the first one.
 std::vector<UartSetup> ListUartSetups();
 
 // Three blocks and a trailer. Each write begins with a whole programming unit of every chip.

@@ -25,6 +25,7 @@ constexpr size_t kChunk = 1483;
 // Four chunks, the last one short. A multiple of every chip's unit of programming.
 constexpr size_t kMcubootImageSize = 3 * kChunk + 15;
 constexpr std::byte kModel{7};
+constexpr char kStartOfAnswer[] = "\x06\x09";
 
 // No session takes longer, even if every answer is late and the unit goes back again and again.
 constexpr Time kMcubootEndless = 10min;
@@ -56,6 +57,18 @@ std::vector<McubootSetup> ListMcubootSetups()
     setups.back().unit.definite_maps = true;
     setups.push_back(MakeMcubootSetup(first, ", answers in several lines"));
     setups.back().unit.answer_line = 16;
+    setups.push_back(MakeMcubootSetup(first, ", a banner and a console"));
+    setups.back().unit.talks = true;
+    // A unit that works between its log's line and the answer, or pauses for longer between two
+    // lines, cannot be updated; see docs/known-limits.md.
+    setups.push_back(MakeMcubootSetup(first, ", a log line before each answer"));
+    setups.back().unit.log_lines = true;
+    setups.back().unit.times = {};
+    setups.push_back(MakeMcubootSetup(first, ", short pauses between all lines"));
+    setups.back().unit.log_lines = true;
+    setups.back().unit.times = {};
+    setups.back().unit.answer_line = 16;
+    setups.back().unit.line_pause = 2ms;
     return setups;
 }
 
@@ -83,6 +96,13 @@ void McubootBench::Restore()
     unit_.Faults().Clear();
     unit_.GetJournal().Clear();
     unit_.Memory().Load(simulator::kFlashStart, flash_before_);
+    ResetUnit();
+}
+
+// What it has not sent by then is lost.
+void McubootBench::ResetUnit()
+{
+    unit_.TakeUnasked();
     unit_.Reset();
 }
 
@@ -101,12 +121,16 @@ std::vector<std::byte> McubootBench::FlashAfter(size_t requests) const
     return flash;
 }
 
-// What the backend does from the moment when a unit is found.
+// What the backend does from the moment when a unit is found. If the unit prints a banner, from
+// when it has done so: the program asks such a unit again.
 McubootBench::Attempt McubootBench::Try(mcuboot::Exchange& exchange, SessionFaults const& faults)
 {
     VirtualWire wire(unit_, kBaud, simulator::kBitsPerByte8N1, faults.wire);
     for (auto const& fault : faults.unit) {
         unit_.Faults().Add(fault);
+    }
+    if (setup_.unit.talks) {
+        wire.Pass(simulator::kTalkLines * simulator::kTalkPause);
     }
     VirtualLine line(wire);
     exchange.Attach(line);
@@ -184,7 +208,7 @@ SessionVerdict McubootBench::Judge(Attempt const& attempt, mcuboot::Exchange& ex
 std::string McubootBench::CheckSecondAttempt(mcuboot::Exchange& exchange, size_t requests)
 {
     unit_.Faults().Clear();
-    unit_.Reset();
+    ResetUnit();
     auto const [known, is_new] = second_attempts_.try_emplace(
         {unit_.Memory().Read(simulator::kFlashStart, setup_.unit.chip.flash_size), requests % 256});
     if (is_new && Classify(Try(exchange, {})) != SessionEnd::kUpdated) {
@@ -199,14 +223,22 @@ size_t McubootBench::FindRequest(WireFault const& fault) const
     auto const begins_after = [&](auto const& begin) {
         return begin.at(direction) > fault.position;
     };
-    auto const next = std::ranges::find_if(sound_.requests, begins_after);
+    // What comes before the first request meets its answer.
+    auto const next =
+        std::find_if(sound_.requests.begin() + 1, sound_.requests.end(), begins_after);
     return static_cast<size_t>(next - sound_.requests.begin()) - 1;
+}
+
+// Whether the program discards this byte before it asks for anything.
+bool McubootBench::IsInBanner(WireFault const& fault) const
+{
+    return fault.direction == Direction::kToHost && fault.position < sound_.requests.front()[1];
 }
 
 // How a request before the restart ends when its answer ends in front of this byte.
 Outcome McubootBench::PredictCut(size_t position, size_t request) const
 {
-    if (position == sound_.requests[request][1]) {
+    if (position <= sound_.requests[request][1]) {
         return Outcome::kNoAnswer;
     }
     auto const end = static_cast<qsizetype>(sound_.requests[request + 1][1]);
@@ -291,11 +323,17 @@ std::string McubootBench::ExplainOne(WireFault const& fault) const
     if (fault.direction == Direction::kToUnit) {
         return fault.value == std::byte{'\n'} ? "an empty line is ignored" : std::string();
     }
+    if (IsInBanner(fault)) {
+        return "what comes before the first request is discarded";
+    }
     auto const end = static_cast<qsizetype>(sound_.requests[request + 1][1]);
     auto const position = static_cast<qsizetype>(fault.position);
     auto const behind = sound_.received.mid(position + 1, end - position - 1);
     if (std::ranges::all_of(behind, [](char byte) { return byte == '=' || byte == '\n'; })) {
         return "what follows an answer's check value does not count, nor does its newline";
+    }
+    if (behind.contains(kStartOfAnswer)) {
+        return "a line without a marker is no part of an answer";
     }
     auto const next = fault.kind == WireFaultKind::kExtraAfter ? position + 1 : position;
     bool const is_line =

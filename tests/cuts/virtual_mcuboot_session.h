@@ -65,6 +65,7 @@ private:
     };
 
     void Restore();
+    void ResetUnit();
     Attempt Try(mcuboot::Exchange& exchange, SessionFaults const& faults);
     static void Converse(mcuboot::Exchange& exchange, Attempt& attempt, QByteArray const& image);
     SessionVerdict Judge(Attempt const& attempt, mcuboot::Exchange& exchange);
@@ -72,6 +73,7 @@ private:
     std::vector<std::byte> FlashAfter(size_t requests) const;
     // The request that a byte belongs to, itself or its answer.
     size_t FindRequest(WireFault const& fault) const;
+    bool IsInBanner(WireFault const& fault) const;
     static Time GetLimit(size_t request);  // for its answer
     mcuboot::Outcome PredictCut(size_t position, size_t request) const;
 

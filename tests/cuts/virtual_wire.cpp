@@ -53,7 +53,11 @@ VirtualWire::VirtualWire(simulator::SerialBootloader& unit, unsigned baud, unsig
       byte_time_(Time(1s) * bits_per_byte / baud),
       to_unit_{Select(faults, Direction::kToUnit)},
       to_host_{Select(faults, Direction::kToHost)}
-{}
+{
+    for (auto const& answer : unit_.TakeUnasked()) {
+        Queue(packet_end_ + answer.busy, answer.bytes);
+    }
+}
 
 size_t VirtualWire::Lane::CountSound(size_t size) const
 {
@@ -142,11 +146,23 @@ void VirtualWire::HandToUnit(std::span<std::byte const> bytes)
     }
     auto const start = std::max(now_, sent_to_unit_);
     sent_to_unit_ = start + GetWireTime(bytes.size());
-    for (auto const& answer : unit_.Receive(bytes)) {
-        auto const asked = start + GetWireTime(answer.consumed);
-        Queue(std::max(asked, packet_end_) + answer.busy, answer.bytes);
+    auto const lost = std::min(bytes.size(), CountBytesBefore(deaf_until_ - start));
+    auto const heard_from = start + GetWireTime(lost);
+    for (auto const& answer : unit_.Receive(bytes.subspan(lost))) {
+        auto const asked = heard_from + GetWireTime(answer.consumed);
+        auto const begin = std::max(asked, packet_end_) + answer.busy;
+        if (unit_.IsDeafWhileBusy()) {
+            deaf_until_ = begin;
+        }
+        Queue(begin, answer.bytes);
     }
     is_dead_ = is_dead_ || unit_.HasLeft();
+}
+
+// How many bytes the line brings before this time has passed.
+size_t VirtualWire::CountBytesBefore(Time time) const
+{
+    return time <= Time{0} ? 0 : static_cast<size_t>((time - 1ns) / byte_time_);
 }
 
 void VirtualWire::Queue(Time earliest, std::span<std::byte const> bytes)

@@ -4,7 +4,7 @@
 //
 // Time passes only where the host waits. The unit works on what it receives at once, and its
 // answers arrive when the line's speed and the unit's own times allow, in packets as from a USB
-// bridge.
+// bridge. A unit that is deaf while it is busy loses what arrives before its answer begins.
 #pragma once
 
 #include <chrono>
@@ -59,6 +59,7 @@ enum class Chance { kLater, kLast };
 class VirtualWire {
 public:
     // `unit` must outlive the wire. Several faults may be at one byte; they act in their order.
+    // Takes what the unit sends unasked, as after a reset; its times count from now.
     VirtualWire(simulator::SerialBootloader& unit, unsigned baud, unsigned bits_per_byte,
                 std::vector<WireFault> faults = {});
 
@@ -113,6 +114,7 @@ private:
     };
 
     Time GetWireTime(size_t bytes) const { return byte_time_ * static_cast<int64_t>(bytes); }
+    size_t CountBytesBefore(Time time) const;
     void HandToUnit(std::span<std::byte const> bytes);
     void Queue(Time earliest, std::span<std::byte const> bytes);
     void Append(std::byte byte);
@@ -128,6 +130,7 @@ private:
     bool is_dead_ = false;
     Time now_{0};
     Time sent_to_unit_{0};          // when the last byte reaches the unit
+    Time deaf_until_{0};            // until then, the unit loses what arrives
     Hold hold_next_ = Hold::kNone;  // for the next packet
     Packet packet_;                 // being filled
     Time packet_end_{0};            // when its last byte reaches the host

@@ -21,6 +21,9 @@ public:
     simulator::UnitStatus Status() const override { return {}; }
     std::string const& Taken() const { return taken_; }
 
+    using SerialBootloader::BeDeafWhileBusy;
+    using SerialBootloader::Print;
+
 private:
     void Take(std::byte byte) override
     {
@@ -124,6 +127,34 @@ TEST_F(VirtualWireTest, BytesTakeTheLinesTimeAndTheUnits)
     EXPECT_EQ(Receive(wire), "c");
     EXPECT_EQ(Receive(wire), "");
     EXPECT_EQ(wire.Now(), 2 * (1ms + 10us) + 10us + 1s + kLimit);
+}
+
+TEST_F(VirtualWireTest, AUnitSpeaksWithoutBeingAsked)
+{
+    unit_.Print("hello", 2ms);
+    unit_.Print("again", 3ms);
+    VirtualWire wire(unit_, 1'000'000, 10);
+    Send(wire);
+    EXPECT_EQ(Receive(wire), "hello");
+    EXPECT_EQ(wire.Now(), 2ms + 50us);
+    EXPECT_EQ(Receive(wire), "again");
+    EXPECT_EQ(Receive(wire), "a") << "asked meanwhile, it answers when it has said all";
+    EXPECT_EQ(wire.Now(), 6ms + 110us);
+}
+
+TEST_F(VirtualWireTest, ADeafUnitLosesWhatArrivesWhileItIsBusy)
+{
+    unit_.BeDeafWhileBusy();
+    VirtualWire wire(unit_, 1'000'000, 10);
+    Send(wire);
+    EXPECT_EQ(unit_.Taken(), "a") << "busy from 10 us to 1,010 us";
+    // The first and the second byte arrive before that, the third with the answer.
+    wire.Pass(980us);
+    Send(wire);
+    EXPECT_EQ(unit_.Taken(), "ac");
+    EXPECT_EQ(Receive(wire), "a");
+    EXPECT_EQ(Receive(wire), "c");
+    EXPECT_EQ(wire.Now(), 2ms + 30us) << "after the first answer's end at 1,020 us";
 }
 
 TEST_F(VirtualWireTest, AStalledByteComesJustBeforeOrJustAfterTheLastWait)
