@@ -100,7 +100,9 @@ UploadResult UploadChunk(Exchange& exchange, QByteArray const& image, int32_t of
     }
     auto const answer = exchange.Ask({kSmpWrite, kImageGroup, kUploadCommand, *map},
                                      offset == 0 ? kFirstChunkTimeout : kChunkTimeout);
-    NoteAnswer(figures, offset, answer.time);
+    if (answer.outcome != Outcome::kNoAnswer) {
+        NoteAnswer(figures, offset, answer.time);
+    }
     if (answer.outcome != Outcome::kSuccess) {
         return fail(answer);
     }

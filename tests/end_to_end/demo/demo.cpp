@@ -167,6 +167,10 @@ bool Demo::Run()
         WaitUntil([this] { return !program_->IsRunning(); }, Program::Limit::max());
     } else if (!options_.by_itself) {
         program_->WaitForExit(3s);  // for a person to see the end of it
+    } else {
+        // As a person would: a program that is killed leaves its session's record without an end.
+        program_->CloseWindow();
+        program_->WaitForExit(10s);
     }
     return as_expected;
 }
