@@ -136,7 +136,7 @@ QString SessionNotes::DescribeUnit() const
 
 void SessionNotes::Report(QString const& result, QString const& details)
 {
-    if (!sink_) {
+    if (!sink_ && !held_back_) {
         return;
     }
     constexpr qsizetype kMostKinds = 4;
