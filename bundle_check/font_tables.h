@@ -1,4 +1,4 @@
-// The tables of an OpenType font file, as the OpenType specification describes them ("Font file").
+// The tables of an OpenType font file, as OpenType describes them ("Font file").
 // Pure.
 #pragma once
 

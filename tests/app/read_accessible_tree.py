@@ -41,7 +41,7 @@ def describe(widget):
         value = widget.get_value_iface()
         words.append(f"{value.get_current_value():g} of "
                      f"{value.get_minimum_value():g} to {value.get_maximum_value():g}")
-    # All labels are enabled, and nobody is told so.
+    # All labels are enabled, and no client reports that.
     if role == BUTTON:
         states = widget.get_state_set()
         words += [name for state, name in STATES.items() if states.contains(state)]

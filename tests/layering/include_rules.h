@@ -29,8 +29,8 @@ std::vector<std::string> FindUpwardIncludes(std::vector<SourceFile> const& files
 // The headers of each circle, in the order in which they include each other.
 std::vector<std::string> FindCircles(std::vector<SourceFile> const& files);
 
-// Outside app/, Qt means Qt Core, but for the named files that own a serial port or draw the window.
-// `is_core_header` says whether an include belongs to Qt Core.
+// Outside app/, Qt means Qt Core, but for the named files that own a serial port or draw the
+// window. `is_core_header` says whether an include belongs to Qt Core.
 std::vector<std::string> FindForbiddenQt(
     std::vector<SourceFile> const& files,
     std::function<bool(std::string const&)> const& is_core_header);
