@@ -145,6 +145,7 @@ void CheckWindow(Config const& config, Request const& request, Findings& finding
 void CheckConfigFile(Request const& request, BundlePaths const& paths, Report& report)
 {
     auto const& resources = request.resources;
+    auto const of_keys = request.rules.for_customers ? Severity::Error : Severity::Warning;
     auto const path = GetConfigPath(resources);
     auto const text = ReadConfigText(path, report.findings);
     auto const lines = ScanIni(text.value_or(QByteArray()));
@@ -155,14 +156,15 @@ void CheckConfigFile(Request const& request, BundlePaths const& paths, Report& r
         CheckPictures(resources, report.findings);
         CheckFonts(resources, report.findings);
         ReportMissingPictures(request, report.findings);
-        CheckFolder(request.shipped, resources, {}, report.findings);
+        CheckFolder(request.shipped, resources, {}, of_keys, report.findings);
         return;
     }
     QSettings const settings(path, QSettings::IniFormat);
     Config const config(lines, settings);
     CheckConfig(config, paths, request.rules, report);
     CheckWindow(config, request, report.findings);
-    CheckFolder(request.shipped, resources, GetFirmwarePath(resources, settings), report.findings);
+    CheckFolder(request.shipped, resources, GetFirmwarePath(resources, settings), of_keys,
+                report.findings);
 }
 
 }  // namespace

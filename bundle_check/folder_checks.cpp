@@ -19,11 +19,12 @@ namespace {
 struct Stray {
     char16_t const* pattern;  // of the whole name, without regard to case
     char16_t const* text;     // the end of "'NAME' ..."
+    bool is_key = false;
 };
 
 constexpr Stray kStrays[] = {
     {uR"(.*\.(pem|key|p8|p12|pfx|jks|keystore|mobileprovision)|id_(rsa|dsa|ecdsa|ed25519))",
-     u"is, by its name, a key or a certificate, and everyone who has the bundle can read it"},
+     u"is, by its name, a key or a certificate, and everyone who has the bundle can read it", true},
     {uR"(\.(git|svn|hg|bzr)|\.git(ignore|attributes|modules))", u"belongs to version control"},
     {uR"(.*(~|\.(bak|old|orig|rej|sav|save|tmp|swp|swo))|#.*#|\.#.*|.* - copy(\..*)?|copy of .*)",
      u"is, by its name, a backup or a temporary file"},
@@ -42,8 +43,8 @@ QRegularExpression Compile(char16_t const* pattern)
                               QRegularExpression::CaseInsensitiveOption);
 }
 
-// Why a file of this name does not belong into a bundle, as the end of a sentence, or null.
-char16_t const* FindStray(QString const& name)
+// Why a file of this name does not belong into a bundle, or null.
+Stray const* FindStray(QString const& name)
 {
     static auto const patterns = [] {
         std::vector<QRegularExpression> compiled;
@@ -54,7 +55,7 @@ char16_t const* FindStray(QString const& name)
     }();
     for (size_t i = 0; i < patterns.size(); ++i) {
         if (patterns[i].match(name).hasMatch()) {
-            return kStrays[i].text;
+            return &kStrays[i];
         }
     }
     return nullptr;
@@ -69,10 +70,12 @@ bool HasNameOfImage(QString const& name)
 class FolderCheck {
 public:
     // `image`: what the configuration names; need not be a file.
-    FolderCheck(QDir const& root, QDir const& resources, QString const& image, Findings& findings)
+    FolderCheck(QDir const& root, QDir const& resources, QString const& image, Severity of_keys,
+                Findings& findings)
         : root_(root),
           resources_(QDir::cleanPath(resources.absolutePath()) + u'/'),
           image_(QFileInfo(image).isFile() ? QFileInfo(image).canonicalFilePath() : QString()),
+          of_keys_(of_keys),
           findings_(findings)
     {}
 
@@ -97,24 +100,27 @@ private:
         return !reported_.isEmpty() && path.startsWith(reported_ + u'/');
     }
 
-    void Warn(QFileInfo const& entry, QString const& text)
+    void Report(QFileInfo const& entry, QString const& text, Severity severity = Severity::Warning)
     {
         reported_ = entry.filePath();
-        findings_.Warn({}, u"%1 %2; remove it from the bundle."_s.arg(
-                               Quote(root_.relativeFilePath(entry.filePath())), text));
+        findings_.Add(severity, {},
+                      u"%1 %2; remove it from the bundle."_s.arg(
+                          Quote(root_.relativeFilePath(entry.filePath())), text));
     }
 
     void CheckEntry(QFileInfo const& entry)
     {
-        if (auto const* text = FindStray(entry.fileName())) {
-            Warn(entry, QString::fromUtf16(text));
+        if (auto const* stray = FindStray(entry.fileName())) {
+            Report(entry, QString::fromUtf16(stray->text),
+                   stray->is_key ? of_keys_ : Severity::Warning);
             return;
         }
         if (entry.isFile() && IsKeyFile(entry)) {
-            Warn(entry, u"contains a private key, and everyone who has the bundle can read it"_s);
+            Report(entry, u"contains a private key, and everyone who has the bundle can read it"_s,
+                   of_keys_);
         } else if (entry.isFile() && IsUnusedImage(entry)) {
-            Warn(entry, u"looks like a firmware image, but %1 does not name it"_s.arg(
-                            QString(config_keys::kFirmwareFilename.name)));
+            Report(entry, u"looks like a firmware image, but %1 does not name it"_s.arg(
+                              QString(config_keys::kFirmwareFilename.name)));
         }
     }
 
@@ -137,15 +143,17 @@ private:
     QDir root_;
     QString resources_;
     QString image_;
+    Severity of_keys_;
     Findings& findings_;
     QString reported_;
 };
 
 }  // namespace
 
-void CheckFolder(QDir const& root, QDir const& resources, QString const& image, Findings& findings)
+void CheckFolder(QDir const& root, QDir const& resources, QString const& image, Severity of_keys,
+                 Findings& findings)
 {
-    FolderCheck(root, resources, image, findings).Run();
+    FolderCheck(root, resources, image, of_keys, findings).Run();
 }
 
 }  // namespace bundle_check

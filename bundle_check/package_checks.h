@@ -11,7 +11,8 @@ namespace bundle_check {
 class Config;
 
 struct PackageRules {
-    // The package may reach a customer, so fw_target_type must be "customer".
+    // The package may reach a customer, so fw_target_type must be "customer", and a key in the
+    // bundle is an error.
     bool for_customers = false;
     // The package's version must begin with the numbers in fw_version, so that the package of the
     // next firmware has a higher one. Empty: they are not compared.
