@@ -213,7 +213,7 @@ TEST_F(UartUpdate, WritesTheImageReportsItsProgressMarksTheBootModeAndStartsTheF
 TEST_F(UartUpdate, PadsTheImageWithZerosToAMultipleOfFourBytes)
 {
     // Padded to 8 or 16 bytes, which the unit's flash takes.
-    for (size_t const size : {5, 6, 7, 8, 13, 14, 15, 16}) {
+    for (size_t const size : {5U, 6U, 7U, 8U, 13U, 14U, 15U, 16U}) {
         unit_->Reset();
         signals_.clear();
         Update(Pattern(size));

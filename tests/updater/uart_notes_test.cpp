@@ -44,7 +44,7 @@ protected:
     }
 
     // What is noted about an update of the unit, just reset, with this fault.
-    std::vector<std::string> NotesOfAnUpdate(qsizetype size,
+    std::vector<std::string> NotesOfAnUpdate(size_t size,
                                              std::vector<simulator::Fault> const& faults = {})
     {
         unit_->Reset();
