@@ -89,7 +89,7 @@ QByteArray MakeEntry(QStringView text)
 
 QString GetHomeDirectory()
 {
-    auto const home = qEnvironmentVariable("HOME");
+    auto home = qEnvironmentVariable("HOME");
     if (QDir::isAbsolutePath(home)) {
         return home;
     }

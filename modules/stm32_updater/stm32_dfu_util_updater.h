@@ -15,6 +15,7 @@
 #include <functional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "modules/stm32_updater/i_stm32_updater.h"
@@ -85,7 +86,10 @@ public:
     DfuUtilFacts const& Facts() const { return facts_; }
 
     // Called when the tool of a download cannot be started: no signal reports that.
-    void SetStartFailureHandler(std::function<void()> handler) { failed_start_ = handler; }
+    void SetStartFailureHandler(std::function<void()> handler)
+    {
+        failed_start_ = std::move(handler);
+    }
 
 Q_SIGNALS:
     void EraseStarted();

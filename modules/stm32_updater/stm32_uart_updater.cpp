@@ -183,7 +183,7 @@ std::string Stm32UartUpdater::DescribeStep() const
     if (!address_) {
         return request_;
     }
-    auto const step = fmt::format("{} at 0x{:08X}", request_, *address_);
+    auto step = fmt::format("{} at 0x{:08X}", request_, *address_);
     auto const body_size = facts_.image_size - std::min(facts_.image_size, kTrailerSize);
     if (!image_address_ || *address_ < *image_address_ || *address_ - *image_address_ > body_size) {
         return step;
