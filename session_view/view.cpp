@@ -131,8 +131,9 @@ QString FormatError(record::Recording const& recording)
 
 QString FormatHead(record::Recording const& recording)
 {
-    auto const time = QDateTime::fromMSecsSinceEpoch(
-        static_cast<qint64>(GetStart(recording) / kMillisecond), Qt::UTC);
+    auto const time =
+        QDateTime::fromMSecsSinceEpoch(static_cast<qint64>(GetStart(recording) / kMillisecond))
+            .toUTC();
     QStringList writer{recording.section.application, recording.section.system,
                        recording.section.hardware};
     writer.removeAll(QString());

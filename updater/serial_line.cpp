@@ -5,20 +5,15 @@
 #include <QThread>
 #include <utility>
 
-#include "hal/uart/port_loss.h"
+#include "hal/uart/port_watch.h"
 
 namespace {
 
 class SerialLine final : public mcuboot::ILine {
 public:
     // `port` is open.
-    explicit SerialLine(QSerialPort* port) : port_(port)
+    explicit SerialLine(QSerialPort* port) : port_(port), watch_(new hal::uart::PortWatch(port))
     {
-        QObject::connect(port, &QSerialPort::errorOccurred, port, [this](auto error) {
-            if (hal::uart::IsLoss(error)) {
-                Lose();
-            }
-        });
         QObject::connect(port, &QSerialPort::readyRead, port, [this] {
             if (!reading_) {
                 port_->readAll();
@@ -35,27 +30,29 @@ public:
 
     void Write(QByteArray const& bytes) override
     {
-        if (!lost_ && (port_->write(bytes) != bytes.size() || !port_->flush())) {
-            Lose();
+        if (!watch_->IsLost() && (port_->write(bytes) != bytes.size() || !port_->flush())) {
+            watch_->Lose(port_->errorString());
         }
     }
 
     // What has arrived is in the port object only after a wait has fetched it.
     QByteArray Read(std::chrono::milliseconds time) override
     {
-        if (lost_) {
+        if (watch_->IsLost()) {
             return {};
         }
         reading_ = true;
-        port_->waitForReadyRead(static_cast<int>(time.count()));
+        if (!port_->waitForReadyRead(static_cast<int>(time.count()))) {
+            watch_->Check();
+        }
         reading_ = false;
         // A port that was lost in the meantime is closed and has nothing.
-        return lost_ ? QByteArray() : port_->readAll();
+        return watch_->IsLost() ? QByteArray() : port_->readAll();
     }
 
     void Clear() override
     {
-        if (!lost_) {
+        if (!watch_->IsLost()) {
             port_->clear(QSerialPort::AllDirections);
         }
     }
@@ -66,16 +63,9 @@ public:
     }
 
 private:
-    void Lose()
-    {
-        if (!std::exchange(lost_, true)) {
-            hal::uart::CloseLostPort(*port_);
-        }
-    }
-
-    QSerialPort* port_;     // a child of the owner
-    bool reading_ = false;  // somebody waits for what comes
-    bool lost_ = false;
+    QSerialPort* port_;            // a child of the owner
+    hal::uart::PortWatch* watch_;  // a child of the port
+    bool reading_ = false;         // somebody waits for what comes
 };
 
 }  // namespace

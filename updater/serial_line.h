@@ -18,9 +18,8 @@ using LineOpener = std::function<std::unique_ptr<mcuboot::ILine>(
 // Opens the port at `baud` bits per second in both directions, 8 data bits, no parity, one stop
 // bit, no flow control. Null when it cannot be opened; nothing is left behind then.
 //
-// A port that reports its own loss is closed at once, for it would report it without end. While the
-// thread runs its event loop, nobody asks, and what comes then is discarded: a unit prints its
-// console after the restart.
+// A lost port is closed. While the thread runs its event loop, nobody asks, and what comes then is
+// discarded: a unit prints its console after the restart.
 //
 // The port object is a child of `owner` and belongs to the thread that calls this, as does the
 // line. Destroying the line closes the port at once and deletes the port object later, or with

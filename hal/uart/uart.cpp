@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <utility>
 
-#include "hal/uart/port_loss.h"
+#include "hal/uart/port_watch.h"
 
 namespace {
 
@@ -42,11 +42,7 @@ Uart::Uart(QString const& port, unsigned baud, QSemaphore* semaphore, QObject* p
     recorded_line_ = record_.AddLine(port, QStringLiteral("UART, %1 baud, 8E1").arg(baud));
     connect(serial_, &QSerialPort::readyRead, this, &Uart::onReadData);
     connect(serial_, &QSerialPort::bytesWritten, this, &Uart::onBytesWritten);
-    connect(serial_, &QSerialPort::errorOccurred, this, [this](auto error) {
-        if (hal::uart::IsLoss(error)) {
-            Lose();
-        }
-    });
+    watch_ = new hal::uart::PortWatch(serial_, [this] { WakeSender(); });
 }
 
 Uart::~Uart()
@@ -71,7 +67,7 @@ void Uart::onSetRxCallback(hal::uart::RxByte_ISR callback)
 // By value: a queued signal hands over a copy that belongs to this thread.
 void Uart::onTransmit(QByteArray data)  // NOLINT(performance-unnecessary-value-param)
 {
-    if (lost_) {
+    if (watch_->IsLost()) {
         semaphore_->release(1);
         return;
     }
@@ -79,7 +75,7 @@ void Uart::onTransmit(QByteArray data)  // NOLINT(performance-unnecessary-value-
     record_.AddBytes(recorded_line_, record::Direction::kOut, data);
     bool const taken = serial_->write(data) == data.size();
     if (!taken || (!data.isEmpty() && !serial_->flush())) {
-        Lose();
+        watch_->Lose(serial_->errorString());
     }
 }
 
@@ -89,12 +85,8 @@ void Uart::onBytesWritten(qint64 /*bytes*/)
     semaphore_->release(1);
 }
 
-void Uart::Lose()
+void Uart::WakeSender()
 {
-    if (std::exchange(lost_, true)) {
-        return;
-    }
-    hal::uart::CloseLostPort(*serial_);
     if (std::exchange(sender_waits_, false)) {
         semaphore_->release(1);
     }

@@ -1,9 +1,8 @@
 // Owns the serial port of one connection, on its own thread: writes what UartInterface hands over
 // and passes every received byte to the receive callback.
 //
-// A port that reports its own loss, because the cable was pulled, is closed at its first error, for
-// it would report that error without end. A sender that waits is woken once; whatever is sent
-// afterwards is taken as if it had been written. The engine then fails by its own time limits.
+// A lost port is closed. A sender that waits is woken once; whatever is sent afterwards is taken as
+// if it had been written. The engine then fails by its own time limits.
 #pragma once
 
 #include <QByteArray>
@@ -15,6 +14,10 @@
 #include "record/sink.h"
 
 class QSerialPort;
+
+namespace hal::uart {
+class PortWatch;
+}
 
 class Uart : public QObject {
     Q_OBJECT
@@ -41,13 +44,13 @@ public Q_SLOTS:
     void onBytesWritten(qint64 bytes);
 
 private:
-    void Lose();  // the second call does nothing
+    void WakeSender();
 
     QSemaphore* semaphore_;
     QSerialPort* serial_;
+    hal::uart::PortWatch* watch_ = nullptr;  // a child of the port
     hal::uart::RxByte_ISR rx_callback_;
     record::ISink& record_;
     uint32_t recorded_line_ = 0;
     bool sender_waits_ = false;  // since the last onTransmit, nothing was reported as written
-    bool lost_ = false;
 };

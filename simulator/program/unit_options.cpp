@@ -309,7 +309,9 @@ ProgramOptions ReadProgramOptions(QStringList const& arguments)
     for (auto const& option : kOptions) {
         auto const name = QString::fromLatin1(option.name);
         if (parser.isSet(name)) {
-            option.apply(settings, {option.name, parser.value(name).toStdString()});
+            // Qt warns when it is asked for the value of an option that takes none.
+            auto const value = option.value_name != nullptr ? parser.value(name) : QString();
+            option.apply(settings, {option.name, value.toStdString()});
         }
     }
     return MakeProgramOptions(std::move(settings));

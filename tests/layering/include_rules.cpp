@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr std::string_view kSerialPortOwners[] = {"hal/uart/uart.cpp", "hal/uart/port_loss.cpp",
+constexpr std::string_view kSerialPortOwners[] = {"hal/uart/uart.cpp", "hal/uart/port_watch.cpp",
                                                   "app/window_environment.cpp",
                                                   "updater/serial_line.cpp"};
 

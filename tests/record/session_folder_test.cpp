@@ -7,6 +7,7 @@
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
+#include <QTimeZone>
 
 #include "record/session_file.h"
 
@@ -18,7 +19,7 @@ namespace {
 
 QDateTime const& RecordedMoment()
 {
-    static QDateTime const moment(QDate(2026, 11, 21), QTime(17, 1, 2, 345), Qt::UTC);
+    static QDateTime const moment(QDate(2026, 11, 21), QTime(17, 1, 2, 345), QTimeZone::utc());
     return moment;
 }
 

@@ -53,9 +53,18 @@ TEST_F(LostPort, IsClosedAtItsFirstErrorAndReportsNoMore)
 {
     HangUp();
     ASSERT_TRUE(WaitForClose());
-    EXPECT_EQ(errors, 1);
     EXPECT_FALSE(QTest::qWaitFor([&] { return errors > 1; }, 100));
     EXPECT_EQ(semaphore.available(), 0) << "no sender was waiting";
+}
+
+// Qt 6.8 is silent about the end of a line; older ones are made so.
+TEST_F(LostPort, IsNoticedWhenItReportsNothing)
+{
+    uart.onTransmit({});
+    Port().blockSignals(true);
+    HangUp();
+    ASSERT_TRUE(WaitForClose());
+    EXPECT_EQ(semaphore.available(), 1);
 }
 
 // An empty write is never reported, so its sender is certainly waiting.

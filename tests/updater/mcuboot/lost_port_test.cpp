@@ -51,7 +51,6 @@ TEST_F(LostLine, IsClosedAtItsFirstErrorWhileNobodyAsks)
 {
     HangUp();
     ASSERT_TRUE(WaitForClose());
-    EXPECT_EQ(errors_, 1);
     EXPECT_FALSE(QTest::qWaitFor([&] { return errors_ > 1; }, 100));
 }
 
@@ -75,6 +74,15 @@ TEST_F(LostLine, IsClosedByEachOperationThatMeetsTheError)
     }
 }
 
+// Qt 6.8 is silent about the end of a line; older ones are made so.
+TEST_F(LostLine, IsNoticedWhenThePortReportsNothing)
+{
+    Port().blockSignals(true);
+    HangUp();
+    EXPECT_EQ(line_->Read(100ms), "");
+    EXPECT_FALSE(Port().isOpen());
+}
+
 TEST_F(LostLine, TakesWhatIsWrittenAndReturnsNothingAtOnce)
 {
     HangUp();
@@ -85,7 +93,7 @@ TEST_F(LostLine, TakesWhatIsWrittenAndReturnsNothingAtOnce)
     line_->Clear();
     EXPECT_EQ(line_->Read(10s), "");
     EXPECT_LT(timer.elapsed(), 1000);
-    EXPECT_EQ(errors_, 1);
+    EXPECT_LE(errors_, 1);
     EXPECT_EQ(log_.Lines().size(), 1U)
         << "the loss alone; no complaint about a port that is closed";
 }
