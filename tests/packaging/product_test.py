@@ -210,7 +210,7 @@ class Values(Product):
         self.assertIn("version: 3.1.0", self.values(*given).stderr)
 
     def values(self, *given):
-        script = self.path("values.cmake", f"""include("{PACKAGING.parent}/cmake/FwProduct.cmake")
+        script = self.path("values.cmake", f"""include("{PACKAGING.parent}/packaging/product_values.cmake")
 message("version: ${{FW_PRODUCT_VERSION}}")""".encode())
         return self.call(CMAKE, "-D", f"FW_PRODUCT_RESOURCES={self.path('product')}", *given, "-P", script)
 
