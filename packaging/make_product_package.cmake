@@ -8,6 +8,10 @@ cmake_minimum_required(VERSION 3.25)
 
 set(FW_DRIVER_NAME CP210xVCPDriver.app)
 # Made when the vendor tools are built: FW_PACKAGE_SYSTEM, FW_PROGRAM, FW_BUNDLE_CHECK.
+if(NOT EXISTS "${CMAKE_CURRENT_LIST_DIR}/tools.cmake")
+  message(FATAL_ERROR "This is the source tree, which has no programs. Install the vendor tools and call their "
+    "make_product_package: cmake --install BUILD --strip --prefix DIR")
+endif()
 include("${CMAKE_CURRENT_LIST_DIR}/tools.cmake")
 include("${CMAKE_CURRENT_LIST_DIR}/product_values.cmake")
 
