@@ -17,6 +17,6 @@ execute_process(COMMAND "${FW_BUNDLE_CHECK}" ${rules} "${bundle}"
 # 1: warnings only.
 message("bundle_check:\n${report}")
 if(NOT status MATCHES "^[01]$")
-  message(FATAL_ERROR "No package is made, because bundle_check refuses the bundle (${status}); its report "
+  message(FATAL_ERROR "No package is made, because bundle_check refuses the product (${status}); its report "
     "is above. The option --bench allows another target type than customer, and nothing else.")
 endif()

@@ -85,6 +85,7 @@ class Product(InDirectory):
         result = self.make(*options)
         self.assertEqual(result.returncode, 1, result.stdout)
         self.assertEqual(list(self.path("packages").iterdir()), [])
+        self.assertNotRegex(result.stderr, "CMake|Call Stack")
         return " ".join((result.stdout + result.stderr).split())
 
     def field(self, package, name):

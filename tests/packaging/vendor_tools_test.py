@@ -42,15 +42,15 @@ class VendorTools(unittest.TestCase):
             self.assertEqual({file.name for file in (TOOLS / "resources" / folder).iterdir()},
                              {"KelvaneSans-Regular.otf", "KelvaneSans-Bold.otf"})  # fmt: skip
 
-    def test_every_command_runs_and_its_manual_page_has_its_options_and_no_other_version(self):
+    def test_every_command_runs_and_its_manual_page_has_its_options(self):
         for command in COMMANDS:
             printed = run(USR / "bin" / command, "--help").stdout
-            options = set(re.findall(r"^(?:#)? *(?:-h, )?(--?[a-zA-Z][a-z-]*)", printed, re.MULTILINE)) - {"--help"}
+            options = set(re.findall(r"^ *(?:-h, )?(--?[a-zA-Z][a-z-]*)", printed, re.MULTILINE)) - {"--help"}
             self.assertTrue(options, command)
             manual = read_manual(command)
             for option in options:
-                self.assertIn(f"{option}", manual, f"the manual page of {command}")
-            self.assertNotIn("@", manual)
+                self.assertIn(option, manual, f"the manual page of {command}")
+            self.assertNotIn("@", manual, "a placeholder is left")
 
     def test_no_package_that_it_depends_on_is_a_compiler(self):
         package, = PACKAGES.glob("kelvane-vendor-tools_*.deb")
