@@ -31,5 +31,5 @@ fw_check_product_value(FW_PRODUCT_ID "^[A-Za-z][A-Za-z0-9-]*(\\.[A-Za-z][A-Za-z0
 fw_check_product_value(FW_PRODUCT_CONTACT "^[^<>\n]+ <[^<>@ ]+@[^<>@ ]+>$"
   "the name and mail address of your support, for example Nordvik Support <support@nordvik.example>")
 fw_check_product_value(FW_PRODUCT_HOMEPAGE "^https?://[^\"'`<>& ]+$" "a web address of the product")
-fw_check_product_value(FW_PRODUCT_SLOT_SIZE "^([1-9][0-9]*)?$"
-  "the size in bytes of the slot in an MCUboot unit, for example 458752, or nothing")
+fw_check_product_value(FW_PRODUCT_SLOT_SIZE "^([1-9][0-9]*|0x[0-9A-Fa-f]+)?$"
+  "the size in bytes of the slot in an MCUboot unit, for example 0x38000, or nothing")
