@@ -214,6 +214,15 @@ License: OFL-1.1
             self.assertNotEqual(result.returncode, 0)
             self.assertIn(f"options: {options} BUNDLE\n", result.stderr)
 
+    def test_an_image_that_is_larger_than_the_slot_is_refused(self):
+        if "--slot-size" not in self.call(USR / "bin/bundle_check", "--help").stdout:
+            self.skipTest("bundle_check does not compare the image with the slot")
+        shutil.rmtree(self.path("product"))
+        shutil.copytree(BUILD / "bundle-mcuboot/Contents/Resources", self.path("product"))
+
+        self.assertIn("more than the slot of 229376", self.refusal("-D", "FW_PRODUCT_SLOT_SIZE=0x38000"))
+        self.package("-D", "FW_PRODUCT_SLOT_SIZE=0x70000")
+
     def test_wrong_arguments_are_refused_before_anything_is_made(self):
         for arguments, reason in (((), "no folder"), (("a", "b"), "only one folder"), (("--faster",), "--faster"),
                                   (("a", "--output"), "needs a value"), (("a",), "no config.ini")):
