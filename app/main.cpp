@@ -3,6 +3,7 @@
 
 #include <QApplication>
 #include <QDir>
+#include <QFileInfo>
 #include <QSysInfo>
 
 #include "app/backend.h"
@@ -21,7 +22,8 @@ int main(int argc, char* argv[])
     SupportLogTap const tap(log);
     QApplication const application(argc, argv);
     QCoreApplication::setApplicationVersion(QStringLiteral(FW_VERSION));
-    QGuiApplication::setDesktopFileName(QStringLiteral(FW_APPLICATION_ID));
+    // The command's name, which each product's package chooses, is also that of its desktop entry.
+    QGuiApplication::setDesktopFileName(QFileInfo(QString::fromLocal8Bit(argv[0])).fileName());
     auto const paths = GetBundlePaths(QCoreApplication::applicationDirPath());
     QApplication::setStyle(QStringLiteral("fusion"));
 

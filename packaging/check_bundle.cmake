@@ -1,19 +1,22 @@
 # Lets bundle_check look at the bundle that is about to be packed, and stops if it finds an error. Needs
-#   FW_BUNDLE_CHECK     the program
-#   FW_BUNDLE           the bundle: the folder that contains Contents
-#   FW_PRODUCT_VERSION  the version of the package
-#   FW_BENCH_PACKAGE    true: the package is for benches and may carry firmware that is not for customers
-# cpack runs it; by hand: cmake -D FW_BUNDLE_CHECK=... -P check_bundle.cmake
+#   FW_BUNDLE_CHECK       the program
+#   bundle                the bundle: the folder that contains Contents
+#   FW_PRODUCT_VERSION    the version of the package
+#   FW_PRODUCT_SLOT_SIZE  the size of the unit's slot in bytes, or empty
+#   FW_BENCH_PACKAGE      true: the package is for benches and may carry firmware that is not for customers
 
 set(rules --package-version "${FW_PRODUCT_VERSION}")
 if(NOT FW_BENCH_PACKAGE)
   list(APPEND rules --for-customers)
 endif()
-execute_process(COMMAND "${FW_BUNDLE_CHECK}" ${rules} "${FW_BUNDLE}"
+if(FW_PRODUCT_SLOT_SIZE)
+  list(APPEND rules --slot-size ${FW_PRODUCT_SLOT_SIZE})
+endif()
+execute_process(COMMAND "${FW_BUNDLE_CHECK}" ${rules} "${bundle}"
   RESULT_VARIABLE status OUTPUT_VARIABLE report ERROR_VARIABLE report TIMEOUT 120)
 # 1: warnings only.
 message("bundle_check:\n${report}")
 if(NOT status MATCHES "^[01]$")
-  message(FATAL_ERROR "No package is made, because bundle_check refuses the bundle (${status}); its report "
-    "is above. FW_BENCH_PACKAGE=ON allows another target type than customer, and nothing else.")
+  message(FATAL_ERROR "No package is made, because bundle_check refuses the product (${status}); its report "
+    "is above. The option --bench allows another target type than customer, and nothing else.")
 endif()

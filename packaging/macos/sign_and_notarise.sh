@@ -10,7 +10,8 @@
 #   FW_NOTARY_PROFILE  the name under which `xcrun notarytool store-credentials` stored the credentials;
 #                      or instead an App Store Connect key:
 #   FW_NOTARY_KEY, FW_NOTARY_KEY_ID, FW_NOTARY_ISSUER  its file, id and issuer
-#   FW_BUNDLE_CHECK    the program bundle_check; if not set, the one in PATH
+#   FW_BUNDLE_CHECK    the program bundle_check; if not set, that of the vendor tools with this script, or else
+#                      the one in PATH
 #   FW_BENCH_PACKAGE   ON: the image is for benches and may carry firmware that is not for customers
 # The exit status is 0 if SIGNED.dmg can be shipped, 1 if not, and 2 if the arguments or the environment
 # are wrong.
@@ -51,7 +52,7 @@ check_for_tools() {
         command -v "$tool" >/dev/null || usage_error "$tool was not found; is this a Mac with Xcode's tools?"
     done
     command -v "$bundle_check" >/dev/null ||
-        usage_error "bundle_check was not found; set FW_BUNDLE_CHECK to the program in its disk image"
+        usage_error "bundle_check was not found; set FW_BUNDLE_CHECK to the program in the vendor tools"
 }
 
 unpack() {
@@ -230,7 +231,9 @@ unsigned=$1
 signed=$2
 [ -f "$unsigned" ] || usage_error "$unsigned does not exist"
 [ ! -e "$signed" ] || usage_error "$signed already exists"
-bundle_check=${FW_BUNDLE_CHECK:-bundle_check}
+bundle_check=$(dirname "$0")/../../bundle_check.app/Contents/MacOS/bundle_check
+[ -x "$bundle_check" ] || bundle_check=bundle_check
+bundle_check=${FW_BUNDLE_CHECK:-$bundle_check}
 read_credentials
 check_for_tools
 

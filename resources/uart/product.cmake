@@ -1,8 +1,7 @@
-# The packages of this demonstration product. It is not part of the product's bundle.
+# The package of this demonstration product. This file is not part of it.
 set(FW_PRODUCT_TITLE "Kelvane Firmware Updater")
 set(FW_PRODUCT_VERSION 2.4.0)
 set(FW_PRODUCT_PACKAGE kelvane-firmware-updater)
-# A desktop finds the entry, and so the icon, that belongs to a window by this identifier.
 set(FW_PRODUCT_ID com.kelvane.firmwareupdater)
 set(FW_PRODUCT_VENDOR "Kelvane")
 set(FW_PRODUCT_CONTACT "Kelvane Support <support@kelvane.example>")

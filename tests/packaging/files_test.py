@@ -1,13 +1,15 @@
 #!/usr/bin/env python3
-"""Tests what the scripts and install rules in packaging/ write into a package.
+"""Tests what the scripts in packaging/ write into a package, and where files go on macOS.
 
     files_test.py CMAKE
 """
 
 import os
 import plistlib
+import shutil
 import struct
 import sys
+import tempfile
 import unittest
 from pathlib import Path
 
@@ -111,7 +113,7 @@ class DfuUtil(InDirectory):
         result = self.check(f"cat <<'END'\nfaster than ever\n{self.HELP}\t\tfaster\nEND\n")
 
         self.assertEqual(result.returncode, 1)
-        self.assertIn(f"FW_DFU_UTIL: {self.path('dfu-util')} does not accept", " ".join(result.stderr.split()))
+        self.assertIn(f"{self.path('dfu-util')} does not accept", " ".join(result.stderr.split()))
 
     def test_a_tool_that_fails_or_is_missing_is_refused(self):
         self.assertEqual(self.check("exit 3").returncode, 1)
@@ -119,66 +121,124 @@ class DfuUtil(InDirectory):
         self.assertEqual(self.call(CMAKE, *missing).returncode, 1)
 
 
-class MacBundle(InDirectory):
-    """The install rules for macOS, with a dummy program and a stand-in for macdeployqt."""
+MACDEPLOYQT = """#!/bin/sh
+echo "$@" >>"$CALLED"; find "$1" -type f >>"$CALLED"
+for file in ${COPIED-QtCore.framework/QtCore libqcocoa.dylib libqoffscreen.dylib}; do
+    case $file in Qt*) folder=Frameworks ;; *) folder=PlugIns/platforms ;; esac
+    install -D /dev/null "$1/Contents/$folder/$file"
+done
+"""
+FAST = "printf '\\t\\tfast\\n'"
+# Copies what would be in the disk image.
+CPACK = """
+sed -n 's/^set(\\(CPACK_[A-Z_]*\\) \\[==\\[\\(.*\\)\\]==\\])$/\\1=\\2/p' "$2" >"$CALLED"
+work=$(dirname "$2")
+cp -R "$work/stage" "$work/packages/image.dmg"
+"""
 
-    PROJECT = f"""
+
+class OnAMac(InDirectory):
+    """The rules for macOS, with dummy programs and stand-ins for macdeployqt and cpack."""
+
+    @classmethod
+    def setUpClass(cls):
+        folder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(folder.cleanup)
+        cls.project = Path(folder.name)
+        (cls.project / "qt").mkdir()
+        (cls.project / "qt/macdeployqt").write_text(MACDEPLOYQT)
+        (cls.project / "qt/dfu-util").write_text(f"#!/bin/sh\n{FAST}\n")
+        for name in ("macdeployqt", "dfu-util"):
+            (cls.project / "qt" / name).chmod(0o755)
+        (cls.project / "main.cpp").write_text("int main() {}\n")
+        (cls.project / "CMakeLists.txt").write_text(f"""
 cmake_minimum_required(VERSION 3.25)
 project(stand_in VERSION 1.0.0 LANGUAGES CXX)
+set(PROJECT_SOURCE_DIR "{PACKAGING.parent}")
 set(APPLE TRUE)
-add_executable(firmware_updater main.cpp)
-add_executable(bundle_check main.cpp)
+foreach(program firmware_updater bundle_check make_otp session_view)
+  add_executable(${{program}} main.cpp)
+endforeach()
 add_executable(Qt6::qmake IMPORTED)
 set_target_properties(Qt6::qmake PROPERTIES IMPORTED_LOCATION "${{CMAKE_SOURCE_DIR}}/qt/qmake")
 add_subdirectory("{PACKAGING}" packaging)
-"""
+""")
+        test = cls()
+        test.succeed(CMAKE, "-G", "Ninja", "-S", cls.project, "-B", cls.project / "build",
+                     "-D", f"FW_DFU_UTIL={cls.project / 'qt/dfu-util'}",
+                     "-D", "CMAKE_OSX_DEPLOYMENT_TARGET=12.0")  # fmt: skip
+        test.succeed(CMAKE, "--build", cls.project / "build")
+        os.environ["CALLED"] = str(cls.project / "called")
+        test.succeed(CMAKE, "--install", cls.project / "build", "--prefix", cls.project / "installed")
+        cls.tools = cls.project / "installed/kelvane-vendor-tools"
+        cls.called = (cls.project / "called").read_text().splitlines()
 
     def setUp(self):
         super().setUp()
-        for name in ("qt", "product", "Driver.app/Contents/MacOS"):
+        for name in ("product", "Driver.app/Contents/MacOS"):
             self.path(name).mkdir(parents=True)
-        self.path("CMakeLists.txt", self.PROJECT.encode())
-        self.path("main.cpp", b"int main() {}\n")
         self.path("product/config.ini", b"firmware_filename=a.bin\n")
         self.path("product/AppIcon.ico", make_ico((16, PNG_16)))
         self.path("product/product.cmake", PRODUCT.encode())
-        self.macdeployqt("QtCore.framework/QtCore libqcocoa.dylib libqoffscreen.dylib")
-        self.program("dfu-util", "printf '\\t\\tfast\\n'")
         self.program("Driver.app/Contents/MacOS/CP210xVCPDriver", "")
-
-    def macdeployqt(self, copied):
-        self.program("qt/macdeployqt", f"""
-            echo "$@" >>"$CALLED"; find "$1" -type f >>"$CALLED"
-            for file in {copied}; do
-                case $file in Qt*) folder=Frameworks ;; *) folder=PlugIns/platforms ;; esac
-                install -D /dev/null "$1/Contents/$folder/$file"
-            done""")
-
-    def configure(self, *options):
-        return self.call(
-            CMAKE, "-G", "Ninja", "-S", self.directory, "-B", self.path("build"),
-            "-D", f"FW_PRODUCT_RESOURCES={self.path('product')}", *options
-        )  # fmt: skip
-
-    def build(self):
+        self.path("bin").mkdir()
+        self.program("bin/cpack", CPACK)
         os.environ["CALLED"] = str(self.path("called"))
-        self.succeed(CMAKE, "--build", self.path("build"))
+        self.addCleanup(os.environ.update, PATH=os.environ["PATH"])
+        os.environ["PATH"] = f"{self.path('bin')}:{os.environ['PATH']}"
 
-    def install(self, name="Nordvik Tide Updater.app", *options):
-        """Returns the installed application and its files, without those that macdeployqt copies."""
-        self.build()
-        self.succeed(CMAKE, "--install", self.path("build"), "--prefix", self.path("installed"), *options)
-        app = self.path("installed") / name
-        files = {str(file.relative_to(app)) for file in app.rglob("*") if file.is_file()}
-        return app, {file for file in files if not file.startswith(("Contents/Frameworks", "Contents/PlugIns"))}
+    def make(self, *options):
+        return self.call(self.tools / "packaging/make_product_package", "--output", self.path("made"), *options,
+                         self.path("product"))  # fmt: skip
+
+    def make_app(self, *options):
+        """Returns the application in the disk image, and its files without those that macdeployqt copied."""
+        result = self.make(*options)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(result.stdout, f"{self.path('made')}/image.dmg\n")
+        app = self.path("made/image.dmg/Nordvik Tide Updater.app")
+        return app, list_files(app)
+
+    def test_the_vendor_tools_are_one_folder_with_qt_in_both_applications(self):
+        self.assertEqual([path.name for path in (self.project / "installed").iterdir()], ["kelvane-vendor-tools"])
+        self.assertEqual(list_files(self.tools / "bundle_check.app"), {
+            "Contents/Info.plist",
+            "Contents/MacOS/bundle_check", "Contents/MacOS/make_otp", "Contents/MacOS/session_view",
+        })  # fmt: skip
+        self.assertEqual(list_files(self.tools / "firmware_updater.app"), {
+            "Contents/Info.plist", "Contents/MacOS/firmware_updater", "Contents/MacOS/dfu-util",
+        })  # fmt: skip
+        updater, checker = (line for line in self.called if " -always-overwrite" in line)
+        app = self.tools / "firmware_updater.app"
+        self.assertEqual(updater, f"{app} -always-overwrite -executable={app}/Contents/MacOS/dfu-util")
+        app = self.tools / "bundle_check.app"
+        self.assertEqual(checker, f"{app} -always-overwrite -executable={app}/Contents/MacOS/make_otp "
+                                  f"-executable={app}/Contents/MacOS/session_view")  # fmt: skip
+        for file in ("packaging/macos/sign_and_notarise.sh", "packaging/dfu-util-launcher"):
+            self.assertTrue(os.access(self.tools / file, os.X_OK), file)
+        for file in ("docs/for-vendors/README.md", "for_firmware/unit_side.h", "resources/uart/product.cmake"):
+            self.assertTrue((self.tools / file).is_file(), file)
+        self.assertFalse((self.tools / "packaging/linux").exists())
+        self.assertEqual(self.read_cpack(self.project / "build/CPackConfig.cmake"),
+                         "kelvane-vendor-tools-1.0.0 Kelvane vendor tools")  # fmt: skip
+
+    def read_cpack(self, config):
+        self.path("print.cmake", f"""include("{config}")
+message("${{CPACK_PACKAGE_FILE_NAME}} ${{CPACK_DMG_VOLUME_NAME}}")""".encode())
+        return self.succeed(CMAKE, "-P", self.path("print.cmake")).stderr.strip()
+
+    def test_a_macdeployqt_that_copies_nothing_is_noticed(self):
+        self.addCleanup(os.environ.pop, "COPIED")
+        for copied in ("libqcocoa.dylib", "QtCore.framework/QtCore"):
+            os.environ["COPIED"] = copied
+
+            result = self.call(CMAKE, "--install", self.project / "build", "--prefix", self.path(copied))
+
+            self.assertNotEqual(result.returncode, 0, f"only {copied} was copied")
+            self.assertIn("macdeployqt did not copy", result.stderr)
 
     def test_every_file_is_where_the_program_looks_for_it(self):
-        result = self.configure(
-            "-D", f"FW_DFU_UTIL={self.path('dfu-util')}", "-D", f"FW_DRIVER_APP={self.path('Driver.app')}"
-        )
-        self.assertEqual(result.returncode, 0, result.stderr)
-
-        app, files = self.install()
+        app, files = self.make_app("--driver", self.path("Driver.app"))
 
         self.assertEqual(files, {
             "Contents/Info.plist",
@@ -189,45 +249,39 @@ add_subdirectory("{PACKAGING}" packaging)
             "Contents/Resources/config.ini",
             "Contents/Resources/CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver",
         })  # fmt: skip
-        for name in ("Contents/MacOS/dfu-util", "Contents/Resources/CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver"):
+        for name in ("Contents/MacOS/Nordvik Tide Updater", "Contents/MacOS/dfu-util",
+                     "Contents/Resources/CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver"):  # fmt: skip
             self.assertTrue(os.access(app / name, os.X_OK), name)
-        # Libraries are copied for both programs, and before the driver application is installed.
-        called, *present = self.path("called").read_text().splitlines()
-        self.assertEqual(called, f"{app} -always-overwrite -executable={app}/Contents/MacOS/dfu-util")
-        self.assertEqual(
-            {str(Path(file).relative_to(app)) for file in present},
-            {"Contents/Info.plist", "Contents/MacOS/Nordvik Tide Updater", "Contents/MacOS/dfu-util"},
-        )
+        self.assertTrue((app / "Contents/Frameworks/QtCore.framework/QtCore").is_file())
+        values = self.path("called").read_text().splitlines()
+        for line in ("CPACK_GENERATOR=DragNDrop", "CPACK_PACKAGE_FILE_NAME=nordvik-tide-updater-3.1.0",
+                     "CPACK_DMG_VOLUME_NAME=Nordvik Tide Updater"):  # fmt: skip
+            self.assertIn(line, values)
 
     def test_a_driver_application_in_the_product_is_copied_unchanged(self):
         program = "CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver"
         self.path("Driver.app").rename(self.path("product/CP210xVCPDriver.app"))
         self.path("product/CP210xVCPDriver.app/Contents/Current").symlink_to("MacOS")
 
-        result = self.configure()
+        app, _ = self.make_app()
 
-        self.assertEqual(result.returncode, 0, result.stderr)
-        self.assertNotIn("FW_DRIVER_APP", result.stderr)
-        app, _ = self.install()
         self.assertEqual((app / "Contents/Resources" / program).stat().st_mode & 0o777, 0o755)
         self.assertTrue((app / "Contents/Resources/CP210xVCPDriver.app/Contents/Current").is_symlink())
-        self.assertNotIn("CP210xVCPDriver", self.path("called").read_text(), "was there before macdeployqt ran")
 
-    def test_a_driver_application_that_is_set_explicitly_replaces_the_one_in_the_product(self):
+    def test_a_driver_application_or_dfu_util_that_is_given_replaces_the_one_that_is_there(self):
         self.path("product/CP210xVCPDriver.app/Contents/MacOS").mkdir(parents=True)
         self.program("product/CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver", "the product's")
-        self.program("Driver.app/Contents/MacOS/CP210xVCPDriver", "the named one")
+        self.program("Driver.app/Contents/MacOS/CP210xVCPDriver", "the given one")
+        tool = self.program("dfu-util", f"{FAST}\n# the given one")
 
-        self.configure("-D", f"FW_DRIVER_APP={self.path('Driver.app')}")
+        app, _ = self.make_app("--driver", self.path("Driver.app"), "--dfu-util", tool)
 
-        app, _ = self.install()
         program = app / "Contents/Resources/CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver"
-        self.assertIn("the named one", program.read_text())
+        self.assertIn("the given one", program.read_text())
+        self.assertIn("the given one", (app / "Contents/MacOS/dfu-util").read_text())
 
     def test_info_plist_describes_the_bundle(self):
-        self.configure("-D", "CMAKE_OSX_DEPLOYMENT_TARGET=12.0")
-
-        app, files = self.install()
+        app, files = self.make_app()
 
         plist = plistlib.loads((app / "Contents/Info.plist").read_bytes())
         self.assertEqual(plist["CFBundleIdentifier"], "com.nordvik.tideupdater")
@@ -240,52 +294,40 @@ add_subdirectory("{PACKAGING}" packaging)
         self.assertEqual(plist["LSMinimumSystemVersion"], "12.0")
         self.assertIs(plist["NSHighResolutionCapable"], True)
 
-    def test_a_bundle_without_tool_and_driver_is_built_with_a_warning(self):
-        result = self.configure()
+    def test_a_signature_of_the_program_alone_is_not_copied_but_those_inside_are(self):
+        for folder in ("Contents", "Contents/Frameworks/QtCore.framework"):
+            signature = self.tools / "firmware_updater.app" / folder / "_CodeSignature"
+            signature.mkdir()
+            self.addCleanup(shutil.rmtree, signature)
 
-        self.assertEqual(result.returncode, 0, result.stderr)
-        for part in ("FW_DFU_UTIL", "FW_DRIVER_APP"):
-            self.assertIn(f"{part} is not set: do not ship this bundle", " ".join(result.stderr.split()))
-        _, files = self.install()
-        self.assertNotIn("Contents/MacOS/dfu-util", files)
+        app, _ = self.make_app()
 
-    def test_a_macdeployqt_that_copies_nothing_is_noticed(self):
-        self.configure()
-        self.build()
-        for copied in ("libqcocoa.dylib", "QtCore.framework/QtCore"):
-            self.macdeployqt(copied)
+        self.assertFalse((app / "Contents/_CodeSignature").exists())
+        self.assertTrue((app / "Contents/Frameworks/QtCore.framework/_CodeSignature").exists())
 
-            result = self.call(CMAKE, "--install", self.path("build"), "--prefix", self.path(copied))
+    def test_a_folder_that_is_not_the_driver_application_is_refused(self):
+        result = self.make("--driver", self.path("product"))
 
-            self.assertNotEqual(result.returncode, 0, f"only {copied} was copied")
-            self.assertIn("macdeployqt did not copy", result.stderr)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("is not the driver application", " ".join(result.stderr.split()))
 
-    def test_bundle_check_is_an_application_in_a_disk_image_of_its_own(self):
-        self.configure()
+    def test_what_bundle_check_refuses_is_not_packed(self):
+        check = self.tools / "bundle_check.app/Contents/MacOS/bundle_check"
+        check.rename(self.path("aside"))
+        self.addCleanup(self.path("aside").replace, check)
+        check.write_text('#!/bin/sh\necho "checked: $*"\nexit 2\n')
+        check.chmod(0o755)
 
-        app, files = self.install("bundle_check.app", "--component", "bundle_check")
+        result = self.make()
 
-        self.assertEqual(files, {"Contents/Info.plist", "Contents/MacOS/bundle_check"})
-        called = self.path("called").read_text().splitlines()[0]
-        self.assertTrue(called.startswith(f"{app} -always-overwrite"), called)
-        self.assertEqual([path.name for path in self.path("installed").iterdir()], ["bundle_check.app"])
-        names = []
-        for config in ("CPackConfig.cmake", "CPackBundleCheck.cmake"):
-            self.path("print.cmake", f"""include("{self.path('build') / config}")
-message("${{CPACK_PACKAGE_FILE_NAME}} ${{CPACK_DMG_VOLUME_NAME}}")""".encode())
-            names.append(self.succeed(CMAKE, "-P", self.path("print.cmake")).stderr.strip())
-        self.assertEqual(names, ["nordvik-tide-updater-3.1.0 Nordvik Tide Updater",
-                                 "kelvane-bundle-check-1.0.0 Kelvane bundle_check"])
+        self.assertEqual(result.returncode, 1)
+        self.assertRegex(result.stderr, "checked: --package-version 3.1.0 --for-customers .*Nordvik Tide Updater.app\n")
+        self.assertEqual(list(self.path("made").iterdir()), [])
 
-    def test_a_folder_that_is_not_the_driver_application_or_not_a_product_is_refused(self):
-        for option, folder, reason in (
-            ("FW_DRIVER_APP", "product", "is not the driver application"),
-            ("FW_PRODUCT_RESOURCES", "qt", "FW_PRODUCT_RESOURCES: there is no"),
-        ):
-            result = self.configure("-D", f"{option}={self.path(folder)}")
 
-            self.assertEqual(result.returncode, 1)
-            self.assertIn(reason, " ".join(result.stderr.split()))
+def list_files(app):
+    files = {str(file.relative_to(app)) for file in app.rglob("*") if file.is_file()}
+    return {file for file in files if not file.startswith(("Contents/Frameworks", "Contents/PlugIns"))}
 
 
 if __name__ == "__main__":

@@ -165,6 +165,16 @@ expect 0 "can be shipped" VERDICT=1
 expect 0 "can be shipped" FW_BENCH_PACKAGE=ON
 grep -q '^bundle_check \[--package-version\] \[3.1.0\] \[contents' "$calls" || complain "benches need no customers' firmware"
 expect 2 "bundle_check was not found" FW_BUNDLE_CHECK=/nowhere/bundle_check
+# In the vendor tools, the script finds their bundle_check.
+mkdir -p "$work/tools/packaging/macos" "$work/tools/bundle_check.app/Contents/MacOS"
+mv "$work/bin/bundle_check" "$work/tools/bundle_check.app/Contents/MacOS/"
+expect 2 "bundle_check was not found"
+in_source_tree=$script
+script=$work/tools/packaging/macos/sign.sh
+cp "$in_source_tree" "$script"
+expect 0 "can be shipped"
+script=$in_source_tree
+mv "$work/tools/bundle_check.app/Contents/MacOS/bundle_check" "$work/bin/"
 for code in QtCore libfmt.10.dylib libqcocoa.dylib dfu-util; do
     expect_refusal "$code is not for all processors of the program: x86_64 arm64" ONE_PROCESSOR=$code
 done

@@ -1,25 +1,8 @@
-# The version of the program, and what its packages take from the product that they carry: title, version,
-# identifiers, vendor. A product states these in product.cmake, in its folder (docs/for-vendors/packaging.md
-# describes them, resources/uart/product.cmake is an example). A value given with -D takes precedence.
+# What a package takes from the product that it carries: title, version, identifiers, vendor. A product states
+# these in product.cmake, in its folder FW_PRODUCT_RESOURCES (docs/for-vendors/packaging.md describes them,
+# resources/uart/product.cmake is an example). A value given with -D takes precedence.
 
-# Of the program itself, for its log and for the package of bundle_check.
-set(FW_VERSION 1.0.0)
-set(FW_VENDOR "Kelvane")
-set(FW_CONTACT "Kelvane Support <support@kelvane.example>")
-set(FW_HOMEPAGE "https://kelvane.example")
-set(FW_BUNDLE_CHECK_PACKAGE kelvane-bundle-check)
-
-set(FW_PRODUCT_RESOURCES "" CACHE PATH
-  "The resource directory of the product to package; if not set, a demonstration's")
-
-if(FW_PRODUCT_RESOURCES AND NOT EXISTS "${FW_PRODUCT_RESOURCES}/config.ini")
-  message(FATAL_ERROR "FW_PRODUCT_RESOURCES: there is no ${FW_PRODUCT_RESOURCES}/config.ini")
-endif()
-set(fw_product_folder "${FW_PRODUCT_RESOURCES}")
-if(NOT fw_product_folder)
-  set(fw_product_folder "${CMAKE_CURRENT_LIST_DIR}/../resources/uart")
-endif()
-include("${fw_product_folder}/product.cmake" OPTIONAL)
+include("${FW_PRODUCT_RESOURCES}/product.cmake" OPTIONAL)
 
 # fw_check_product_value(NAME PATTERN DESCRIPTION): a value given with -D replaces that of product.cmake;
 # whichever holds must match.
@@ -29,7 +12,7 @@ macro(fw_check_product_value name pattern description)
   endif()
   if(NOT "${${name}}" MATCHES "${pattern}")
     message(FATAL_ERROR "${name} is \"${${name}}\", but must be ${description}. Set it in "
-      "${fw_product_folder}/product.cmake, or with -D ${name}=...; see docs/for-vendors/packaging.md.")
+      "${FW_PRODUCT_RESOURCES}/product.cmake, or with -D ${name}=...; see docs/for-vendors/packaging.md.")
   endif()
 endmacro()
 
@@ -48,3 +31,5 @@ fw_check_product_value(FW_PRODUCT_ID "^[A-Za-z][A-Za-z0-9-]*(\\.[A-Za-z][A-Za-z0
 fw_check_product_value(FW_PRODUCT_CONTACT "^[^<>\n]+ <[^<>@ ]+@[^<>@ ]+>$"
   "the name and mail address of your support, for example Nordvik Support <support@nordvik.example>")
 fw_check_product_value(FW_PRODUCT_HOMEPAGE "^https?://[^\"'`<>& ]+$" "a web address of the product")
+fw_check_product_value(FW_PRODUCT_SLOT_SIZE "^([1-9][0-9]*|0x[0-9A-Fa-f]+)?$"
+  "the size in bytes of the slot in an MCUboot unit, for example 0x38000, or nothing")
