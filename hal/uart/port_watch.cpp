@@ -4,6 +4,7 @@
 
 #include <QDebug>
 #include <QSerialPort>
+#include <QTimer>
 #include <cerrno>
 #include <utility>
 
@@ -44,7 +45,8 @@ PortWatch::PortWatch(QSerialPort* port, std::function<void()> on_loss)
             Lose(port_->errorString());
         }
     });
-    startTimer(kInterval);
+    // Queued, so that it starts on the thread to which the port may yet be moved.
+    QMetaObject::invokeMethod(this, &PortWatch::CheckRepeatedly, Qt::QueuedConnection);
 }
 
 void PortWatch::Check()
@@ -69,9 +71,14 @@ void PortWatch::Lose(QString const& reason)
     }
 }
 
-void PortWatch::timerEvent(QTimerEvent* /*event*/)
+void PortWatch::CheckRepeatedly()
 {
     Check();
+    if (port_->isOpen()) {
+        // A timer of this object's own would have to be stopped on its thread, and a port may be
+        // destroyed after its thread has ended.
+        QTimer::singleShot(kInterval, this, &PortWatch::CheckRepeatedly);
+    }
 }
 
 }  // namespace hal::uart

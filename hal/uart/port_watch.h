@@ -34,10 +34,9 @@ public:
     // does nothing.
     void Lose(QString const& reason);
 
-protected:
-    void timerEvent(QTimerEvent* event) override;
-
 private:
+    void CheckRepeatedly();
+
     QSerialPort* port_;
     std::function<void()> on_loss_;
     bool lost_ = false;
