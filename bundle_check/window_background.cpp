@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "bundle_check/files.h"
+#include "bundle_check/png_file.h"
 #include "bundle_check/window_checks.h"
 
 using namespace Qt::StringLiterals;
@@ -164,6 +165,35 @@ bool ShowsPicture(QImage const& background, QImage const& picture)
     return true;
 }
 
+// False if the file is no picture, or one that cannot be decoded.
+bool CheckPngFile(QString const& path, QString const& name, Findings& findings)
+{
+    auto const file = ReadHead(path, kMostResourceBytes);
+    auto const fault = !file             ? u"cannot be read"_s
+                       : file->isEmpty() ? u"is empty"_s
+                       : !IsPng(*file)   ? QString()
+                                         : FindPngFault(*file);
+    if (!fault.isEmpty()) {
+        bool const is_damaged = file && !file->isEmpty();
+        findings.Fail({}, u"%1 %2, so the window has no picture; save it again as PNG."_s.arg(
+                              Quote(name), is_damaged ? u"is damaged (%1)"_s.arg(fault) : fault));
+        return false;
+    }
+    if (IsPng(*file)) {
+        return true;
+    }
+    QImageReader reader(path);
+    reader.setDecideFormatFromContent(true);
+    if (!reader.canRead()) {
+        findings.Fail(
+            {}, u"%1 is not a picture, so the window has none; save it as PNG."_s.arg(Quote(name)));
+        return false;
+    }
+    findings.Warn({}, u"%1 is a %2 picture, whatever its name; save it as PNG."_s.arg(
+                          Quote(name), QString::fromLatin1(reader.format()).toUpper()));
+    return true;
+}
+
 }  // namespace
 
 bool CheckPictures(QDir const& resources, Findings& findings)
@@ -196,10 +226,7 @@ bool CheckPictures(QDir const& resources, Findings& findings)
     }
     for (auto const& name : pictures.mid(0, 1)) {
         CheckLink({}, resources, resources.filePath(name), findings);
-        auto const head = ReadHead(resources.filePath(name), 8);
-        if (!head || *head != "\x89PNG\r\n\x1A\n") {
-            findings.Warn({}, u"%1 is not a PNG file."_s.arg(Quote(name)));
-        }
+        are_safe = are_safe && CheckPngFile(resources.filePath(name), name, findings);
     }
     return are_safe;
 }
