@@ -16,20 +16,6 @@ namespace {
 // What the program examines.
 constexpr size_t kWholeOtpArea = kOtpRecords * kOtpRecordSize;
 
-QString Hex(uint64_t number, int digits = 8)
-{
-    return u"0x"_s + QString::number(number, 16).rightJustified(digits, u'0');
-}
-
-QString Name(std::vector<Chip> const& chips)
-{
-    QStringList names;
-    for (auto const& chip : chips) {
-        names.append(Hex(chip.memories.product_id, 3));
-    }
-    return (names.size() == 1 ? u"the chip "_s : u"the chips "_s) + names.join(u", "_s);
-}
-
 template <typename Predicate>
 std::vector<Chip> Filter(std::vector<Chip> chips, Predicate predicate)
 {
@@ -130,11 +116,14 @@ void CheckBootModeAddress(Config const& config, Findings& findings)
         findings.Fail(place, u"%1 is in neither the RAM nor the flash of %2."_s.arg(Hex(address),
                                                                                     Name(chips)));
     } else if (address < kRamStart + kBootloaderRamSize) {
-        findings.Warn(
+        // An error, because it works with no unit. By AN3155 the bootloader refuses to write there.
+        // The program then does not send Go, since the marker comes first, so that the firmware is
+        // not even started. A bootloader that took the marker would overwrite it with its own data.
+        findings.Fail(
             place,
-            u"%1 is in the RAM below %2, which the bootloader reserves: it refuses the "
-            "marker, the new firmware does not start, and the window still shows DONE. "
-            "Choose a higher address."_s.arg(Hex(address), Hex(kRamStart + kBootloaderRamSize)));
+            u"%1 is in the RAM below %2, which the bootloader itself uses, so the marker "
+            "never reaches the firmware; choose an address from %2 on. The window shows "
+            "DONE nevertheless."_s.arg(Hex(address), Hex(kRamStart + kBootloaderRamSize)));
     }
     if (address % stm32_updater::kWordSize != 0) {
         findings.Fail(place,
@@ -304,7 +293,11 @@ void CheckAgainstImage(Config const& config, uint64_t size, Findings& findings)
         return address >= begin && address < begin + size;
     };
     auto const& start = config_keys::kStartAddress;
-    if (config.HoldsNumber(start) && !covers(config.Number(start))) {
+    auto const chips = GetPossibleChips(config);
+    // An address outside flash has been reported.
+    bool const is_in_flash = std::ranges::any_of(
+        chips, [&](Chip const& chip) { return chip.HasFlashAt(config.Number(start)); });
+    if (config.HoldsNumber(start) && is_in_flash && !covers(config.Number(start))) {
         findings.Warn(config.PlaceOf(start), u"The unit is started at %1, outside the image."_s.arg(
                                                  Hex(config.Number(start))));
     }

@@ -111,12 +111,11 @@ TEST(FirmwareFile, MustBeLongEnough)
 {
     auto const image = MakeStm32Image(100);
     ExpectImageFindings<QByteArray>({
-        {Unit::Stm32G4, "", "error: The firmware file is empty."},
+        {Unit::Stm32G4, "", "error: The firmware file 'firmware.bin' is empty."},
         {Unit::Stm32G4, image.left(4),
          "error: The firmware file has 4 bytes; an image has at least 5."},
-        {Unit::Stm32G4, image.left(5), "warning: The image has 5 bytes", false},
         {Unit::Stm32G4, image.left(5),
-         "error: The image has no vector table at 0x08000000: there is no room for one", false},
+         "error: The image has no vector table at 0x08000000: there is no room for one"},
         {Unit::Usb, image.left(7),
          "error: The firmware file has 7 bytes; an image has at least 8."},
         {Unit::Mcuboot, image.left(7),
@@ -126,10 +125,14 @@ TEST(FirmwareFile, MustBeLongEnough)
     });
 }
 
+// Nothing else is reported about a file of another kind, whatever its size: it would only follow.
 TEST(FirmwareFile, MustBeARawImage)
 {
     constexpr char kFromElf[] = "make the raw image with 'objcopy -O binary FILE.elf FILE.bin'";
-    auto const rest = QByteArray(100, '\xFF');
+    constexpr char kNoFirmware[] =
+        "name the raw image instead, made with 'objcopy -O binary FILE.elf FILE.bin'";
+    constexpr char kUnpack[] = "unpack it; if that gives an ELF file, make the raw image with";
+    auto const rest = QByteArray(101, '\xFF');
     struct {
         QByteArray content;
         char const* name;
@@ -137,20 +140,29 @@ TEST(FirmwareFile, MustBeARawImage)
     } const rows[] = {
         {QByteArray("\x7F") + "ELF" + rest, "an ELF file", kFromElf},
         {"\xCF\xFA\xED\xFE" + rest, "a Mach-O program", kFromElf},
+        {"\xCA\xFE\xBA\xBE" + rest, "a universal Mach-O program", kFromElf},
+        {"MZ\x90" + rest, "a program for Windows", kNoFirmware},
+        {"!<arch>\n" + rest, "a static library", kFromElf},
         {"DfuSe" + rest, "a DfuSe file", kFromElf},
         {"UF2\n\x57\x51\x5D\x9E" + rest, "a UF2 file", kFromElf},
-        {"\x1F\x8B" + rest, "a gzip archive", "unpack it with 'gunzip'; of an ELF file, "},
-        {"PK\x03\x04" + rest, "a ZIP archive", "unpack it with 'unzip'; of an ELF file, "},
-        {QByteArray("\xFD") + "7zXZ" + rest, "an xz archive", "unpack it; of an ELF file, "},
-        {"\x89PNG\r\n\x1A\n" + rest, "a PNG picture", kFromElf},
-        {"<!DOCTYPE html>\n<title>404</title>", "an HTML page", kFromElf},
-        {"\r\n\t<HTML>", "an HTML page", kFromElf},
-        {"<?xml version='1.0'?>", "an XML file", kFromElf},
-        {"{\n  \"image\": 1\n}\n", "a JSON file", kFromElf},
-        {"[1, 2, 3]\n", "a JSON file", kFromElf},
+        {"\x1F\x8B" + rest, "a gzip archive",
+         "unpack it with 'gunzip'; if that gives an ELF file, make the raw image with"},
+        {"PK\x03\x04" + rest, "a ZIP archive", "unpack it with 'unzip'; if that gives an ELF"},
+        {QByteArray("\xFD") + "7zXZ" + rest, "an xz archive", kUnpack},
+        {"firmware.bin" + QByteArray(245, '\0') + "ustar" + rest, "a tar archive",
+         "unpack it with 'tar -xf'; if that gives an ELF"},
+        {"\x89PNG\r\n\x1A\n" + rest, "a PNG picture", kNoFirmware},
+        {"<!DOCTYPE html>\n<title>404</title>", "an HTML page", kNoFirmware},
+        {"\r\n\t<HTML>", "an HTML page", kNoFirmware},
+        {"<?xml version='1.0'?>", "an XML file", kNoFirmware},
+        {"{\n  \"image\": 1\n}\n", "a JSON file", kNoFirmware},
+        {"[1, 2, 3]\n", "a JSON file", kNoFirmware},
         {"version https://git-lfs.github.com/spec/v1\noid sha256:00\nsize 12\n",
-         "a Git LFS pointer", "get the file itself with 'git lfs pull'; of an ELF file, "},
-        {"firmware goes here\n", "a text file", kFromElf},
+         "a Git LFS pointer",
+         "get the file itself with 'git lfs pull'; if that gives an ELF file, make"},
+        {"firmware goes here\n", "a text file", kNoFirmware},
+        {"?", "a text file", kNoFirmware},
+        {QByteArray("\xFF\xFE:\0000\0", 6) + rest, "a text file", kNoFirmware},
         {":020000040800F2\n" + rest, "an Intel HEX file",
          "make the raw image with 'objcopy -I ihex -O binary FILE.hex FILE.bin'"},
         {"\r\n\n  :020000040800f2\n", "an Intel HEX file", "make the raw image with 'objcopy -I"},
@@ -158,26 +170,35 @@ TEST(FirmwareFile, MustBeARawImage)
         {"S0030000FC\r\n" + rest, "an S-record file",
          "make the raw image with 'objcopy -I srec -O binary FILE.s19 FILE.bin'"},
         {"\ns00600004844521b\n", "an S-record file", "make the raw image with 'objcopy -I srec"},
-        {MakeStm32Image(100) + "UFD\x10" + rest.left(4), "a file with a DFU suffix",
+        {MakeStm32Image(101) + "UFD\x10" + rest.left(4), "a file with a DFU suffix",
          "remove the suffix with 'dfu-suffix -D FILE', or make the raw image with"},
     };
-    for (auto const unit : {Unit::Stm32G4, Unit::Usb, Unit::Mcuboot}) {
-        for (auto const& [content, name, cure] : rows) {
-            auto const finding = QByteArray("error: The firmware file is ") + name +
-                                 ", and the program writes every byte of it as it is; " + cure;
-            ExpectImageFindings<QByteArray>({{unit, content, finding.constData(), false}});
-        }
+    for (auto const& [content, name, cure] : rows) {
+        auto const finding = QByteArray("error: The firmware file is ") + name +
+                             ", and the program writes every byte of it as it is; " + cure;
+        ExpectImageFindings<QByteArray>({{Unit::Stm32G4, content, finding.constData()}});
     }
     ExpectImageFindings<QByteArray>(
         {{Unit::Mcuboot, QByteArray("\x7F") + "ELF" + rest,
           "error: The firmware file is an ELF file, and the program writes every byte of it as it "
           "is; make the raw image with 'objcopy -O binary FILE.elf FILE.bin', and sign it with "
-          "'imgtool sign'."},
-         {Unit::Usb, MakeMcubootParts(1000).Image(),
+          "'imgtool sign' if it is not signed yet."},
+         {Unit::Usb, "text", "error: The firmware file is a text file"},
+         {Unit::Usb, MakeMcubootParts(1001).Image(),
           "error: The firmware file is an image for MCUboot, which begins with a header and cannot "
           "be started over this interface; use the raw image, made with 'objcopy -O binary "
-          "FILE.elf FILE.bin', or write interface=mcuboot_serial.",
-          false}});
+          "FILE.elf FILE.bin', or write interface=mcuboot_serial."},
+         {Unit::Stm32G4, MakeMcubootParts(1001).Image(),
+          "error: The firmware file is an image for MCUboot"}});
+}
+
+TEST(FirmwareFile, OfAnotherKindIsRecognisedAtAnySize)
+{
+    BundleFolder bundle;
+    bundle.Write(QString::fromLatin1(kImage), QByteArray("\x7F") + "ELF");
+    ASSERT_TRUE(QFile::resize(bundle.Path(QString::fromLatin1(kImage)), 40 * 1024 * 1024));
+    EXPECT_TRUE(
+        FindsOnly(bundle, "config.ini:1: error: firmware_filename: The firmware file is an ELF"));
 }
 
 TEST(FirmwareFile, ShouldConsistOfWholeWordsWhoseLastOneIsFree)
@@ -210,7 +231,9 @@ TEST(ImageInFlash, MustFitAfterItsAddress)
         {Unit::Usb, 512 * 1024, ""},
         {Unit::Mcuboot, 2048 * 1024, ""},
         {Unit::Mcuboot, 2048 * 1024 + 1,
-         "warning: The image has 2097153 bytes, more than the flash of any supported chip."},
+         "warning: The image has 2097153 bytes, more than the flash of any supported chip; give "
+         "the "
+         "size of the unit's slot with --slot-size."},
         {Unit::Mcuboot, qint64{0x80000000},
          "error: The image has 2147483648 bytes, more than MCUboot's serial recovery can count."},
     });
@@ -295,14 +318,17 @@ TEST(VectorTable, HasAStackInRamAndAResetHandlerInTheImage)
         {Unit::Usb, table(0x10000000, kReset), kNoStack},
     });
     // Another family.
-    for (auto const& [stack, has_stack] : {std::pair(0x20020004U, true), {0x10004000U, false}}) {
+    for (auto const& [stack, has_stack] :
+         {std::pair(0x20020004U, true), {0x28004000U, true}, {0x10004000U, false}}) {
         ImageBundle bundle(Unit::Usb, table(stack, kReset));
         bundle.Set("otp_address", "0x0BFA0000");
         EXPECT_TRUE(has_stack
                         ? FindsNothing(bundle)
                         : FindsOnly(bundle,
                                     "config.ini:1: error: firmware_filename: The image has "
-                                    "no vector table at 0x08000000: the first word, 0x10004000"));
+                                    "no vector table at 0x08000000: the first word, 0x10004000, "
+                                    "is not an initial stack pointer, a multiple of 4 in the RAM "
+                                    "of the chip 0x482."));
     }
 }
 
