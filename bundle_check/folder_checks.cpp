@@ -25,7 +25,7 @@ struct Stray {
 constexpr Stray kStrays[] = {
     {uR"(.*\.(pem|key|p8|p12|pfx|jks|keystore|mobileprovision)|id_(rsa|dsa|ecdsa|ed25519))",
      u"is, by its name, a key or a certificate", true},
-    {uR"(\.(git|svn|hg|bzr)|\.git(ignore|attributes|modules))", u"belongs to version control"},
+    {uR"(\.(git|svn|hg|bzr)|\.git(ignore|attributes|keep|modules))", u"belongs to version control"},
     {uR"(.*(~|\.(bak|old|orig|rej|sav|save|tmp|swp|swo))|#.*#|\.#.*|.* - copy(\..*)?|copy of .*)",
      u"is, by its name, a backup or a temporary file"},
     {uR"(\.DS_Store|Thumbs\.db|desktop\.ini|__MACOSX|\._.*)",

@@ -50,6 +50,7 @@ TEST(ShippedFolder, HasNoKeysAndNothingThatWasLeftOver)
         {"keys/id_ed25519", kKey},
         {".git/key.pem", kGit},
         {".gitignore", kGit},
+        {".gitkeep", kGit},
         {".svn/entries", kGit},
         {"config.ini~", kBackup},
         {"config.ini.bak", kBackup},

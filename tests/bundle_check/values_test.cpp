@@ -170,6 +170,7 @@ TEST(DeviceIdList, HasDecimalNumbersOfOneByte)
 {
     ExpectFindings(R"(
 device_id_list=7, 0x10 => error: '0x10' is not a decimal number; write 16. The program reads 0.
+device_id_list=7; 8 => warning: An unquoted semicolon ends the value, so the program reads only '7'; separate the entries with commas, or put the comment on its own line.
 device_id_list=7, => error: A comma without an identifier is read as the model identifier 0; remove the comma.
 device_id_list="41;42" => error: '41;42' is not a decimal number; separate identifiers with commas.
 device_id_list= => error: The list is empty, which the program reads as the model identifier 0; write the identifiers that this firmware is for, separated by commas.
@@ -193,15 +194,15 @@ TEST(Addresses, MustBeWhereTheProgramAndTheUnitCanUseThem)
 {
     ExpectFindings(R"(
 start_address=0x08000002 => warning: 0x08000002 is not a multiple of 4
-start_address=0 => error: 0x00000000 is not in the flash of the chips 0x469, 0x479.
-start_address=0x08000400 => warning: The unit is started at 0x08000400, outside the image.
-boot_mode_address=0x30000000 => error: 0x30000000 is in neither the RAM nor the flash of the chips 0x469, 0x479.
+start_address=0 => error: 0x00000000 is not in the flash of the chips 0x469, 0x479. It begins at 0x08000000.
+start_address=0x08000400 => warning: The unit is started at 0x08000400, outside the image; to start the new firmware write 0x08000000.
+boot_mode_address=0x30000000 => error: 0x30000000 is in neither the RAM nor the flash of the chips 0x469, 0x479; choose an address from 0x20004000 on.
 boot_mode_address=0x08010000 => warning: 0x08010000 is in flash, where the marker can be written only once
 boot_mode_address=0x20014002 => error: 0x20014002 is not a multiple of 4
 boot_mode_address=0x20000000 => error: 0x20000000 is in the RAM below 0x20004000
 boot_mode_address=0x20003ffc => error: 0x20003ffc is in the RAM below 0x20004000, which the bootloader itself uses, so the marker never reaches the firmware; choose an address from 0x20004000 on.
 boot_mode_address=0x20004000 => clean
-otp_address=0x1FFF0000 => warning: 0x1fff0000 is not in the one-time-programmable area of any supported chip.
+otp_address=0x1FFF0000 => warning: 0x1fff0000 is not in the one-time-programmable area of any supported chip, which is at 0x1fff7000 on the chips 0x469, 0x479, 0x0bfa0000 on the chip 0x482.
 )");
 }
 
