@@ -1,7 +1,7 @@
 // What is reported about an image that was signed for MCUboot, or was not.
 #include <gtest/gtest.h>
 
-#include "tests/bundle_check/bundle_folder.h"
+#include "tests/bundle_check/image_findings.h"
 #include "tests/bundle_check/test_images.h"
 
 using namespace Qt::StringLiterals;
@@ -9,14 +9,6 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr qsizetype kFirmwareSize = 1000;
-
-BundleFolder MakeMcubootBundle(QByteArray const& image)
-{
-    BundleFolder bundle;
-    bundle.UseMcuboot();
-    bundle.Write(u"Resources/firmware.bin"_s, image);
-    return bundle;
-}
 
 QByteArray MakeGoodImage()
 {
@@ -42,14 +34,9 @@ QByteArray MakeProtectedImage(QByteArray const& area)
     return MakeMcubootParts(kFirmwareSize, area).Image();
 }
 
-void ExpectImage(QByteArray const& image, QByteArray const& text)
+void ExpectImage(QByteArray const& image, QByteArray const& finding)
 {
-    auto const bundle = MakeMcubootBundle(image);
-    auto const colon = text.indexOf(':') + 1;
-    EXPECT_TRUE(text.isEmpty() ? FindsNothing(bundle)
-                               : FindsOnly(bundle, "config.ini:1: " + text.left(colon) +
-                                                       " firmware_filename:" + text.mid(colon)))
-        << text.constData();
+    ExpectImageFindings({{Unit::Mcuboot, image, finding}});
 }
 
 }  // namespace
@@ -159,7 +146,7 @@ TEST(McubootImage, HasTheVersionThatTheWindowShows)
     auto const version = [](QByteArray const& shown, QByteArray const& bytes) {
         auto parts = MakeMcubootParts(kFirmwareSize);
         parts.header.replace(20, bytes.size(), bytes);
-        auto bundle = MakeMcubootBundle(parts.Image());
+        ImageBundle bundle(Unit::Mcuboot, parts.Image());
         bundle.Set("fw_version", shown);
         return bundle;
     };
