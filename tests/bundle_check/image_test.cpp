@@ -148,8 +148,7 @@ TEST(FirmwareFile, ShouldConsistOfWholeWordsWhoseLastOneIsFree)
     ExpectImageFindings({
         {Unit::G4, image + "\xFF\xFF\xFF",
          "warning: The image has 1023 bytes, which is not a multiple of 4: the program pads it "
-         "with "
-         "zero bytes and then replaces the last four; bytes of the image that are lost: 3."},
+         "with zero bytes and then replaces the last four; bytes of the image that are lost: 3."},
         {Unit::Mcuboot, MakeMcubootParts(1023).Image(), ""},
         {Unit::G4, image + "\x01\x02\x03\x04",
          "note: The last four bytes of the image, 01 02 03 04, are not written; 01 00 00 00 "
