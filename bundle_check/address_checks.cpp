@@ -132,9 +132,10 @@ void CheckBootModeAddress(Config const& config, Findings& findings)
             u"%1 is in neither the RAM nor the flash of %2; choose an address "
             "from %3 on."_s.arg(Hex(address), Name(chips), Hex(kRamStart + kBootloaderRamSize)));
     } else if (address < kRamStart + kBootloaderRamSize) {
-        // An error, because it works with no unit. By AN3155 the bootloader refuses to write there.
-        // The program then does not send Go, since the marker comes first, so that the firmware is
-        // not even started. A bootloader that took the marker would overwrite it with its own data.
+        // An error, because it works with no unit. The bootloader refuses to write there (see
+        // kBootloaderRamSize), and the program, which writes the marker before it sends Go, then
+        // does not even start the firmware. A bootloader that did accept the marker would overwrite
+        // it with its own data.
         findings.Fail(
             place,
             u"%1 is in the RAM below %2, which the bootloader itself uses, so the marker "

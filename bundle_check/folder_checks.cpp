@@ -111,8 +111,7 @@ private:
     {
         Add(entry, of_keys_,
             u"%1, and everyone who has the bundle can read it; remove it from the bundle, and "
-            u"replace "
-            "the key if such a bundle was shipped."_s.arg(text));
+            "replace the key if such a bundle was shipped."_s.arg(text));
     }
 
     void Add(QFileInfo const& entry, Severity severity, QString const& text)
