@@ -16,20 +16,6 @@ namespace {
 // What the program examines.
 constexpr size_t kWholeOtpArea = kOtpRecords * kOtpRecordSize;
 
-QString Hex(uint64_t number, int digits = 8)
-{
-    return u"0x"_s + QString::number(number, 16).rightJustified(digits, u'0');
-}
-
-QString Name(std::vector<Chip> const& chips)
-{
-    QStringList names;
-    for (auto const& chip : chips) {
-        names.append(Hex(chip.memories.product_id, 3));
-    }
-    return (names.size() == 1 ? u"the chip "_s : u"the chips "_s) + names.join(u", "_s);
-}
-
 template <typename Predicate>
 std::vector<Chip> Filter(std::vector<Chip> chips, Predicate predicate)
 {
@@ -43,16 +29,30 @@ std::vector<Chip> GetPossibleChips(Config const& config)
     return GetChipsByOtp(config.Number(config_keys::kOtpAddress));
 }
 
-// A sentence for a value that is in flash only when its digits are read as hexadecimal.
-QString SuggestPrefix(Config const& config, Key const& key, std::vector<Chip> const& chips)
+// What to write instead of an address outside flash. The digits may have been meant as hexadecimal.
+QString SuggestFlash(Config const& config, Key const& key, std::vector<Chip> const& chips)
 {
     auto digits = config.Value(key).toString().trimmed();
     bool is_number = false;
     auto const address = digits.toUInt(&is_number, 16);
     auto const in_flash = [&](Chip const& chip) { return chip.HasFlashAt(address); };
     return is_number && !digits.startsWith(u"0x"_s) && std::ranges::any_of(chips, in_flash)
-               ? u" For hexadecimal write %1."_s.arg(Hex(address))
-               : QString();
+               ? u"For hexadecimal write %1."_s.arg(Hex(address))
+               : u"It begins at %1."_s.arg(Hex(chips.front().flash.flash_start));
+}
+
+// "0x1fff7000 on the chips 0x469, 0x479, 0x0bfa0000 on the chip 0x482"
+QString DescribeOtpAreas()
+{
+    QStringList areas;
+    for (auto const& chip : GetChips()) {
+        auto const start = chip.memories.otp_start;
+        auto const area = u"%1 on %2"_s.arg(Hex(start), Name(GetChipsByOtp(start)));
+        if (!areas.contains(area)) {
+            areas.append(area);
+        }
+    }
+    return areas.join(u", "_s);
 }
 
 // The smallest unit in which one of the chips programs its flash, in bytes.
@@ -69,8 +69,8 @@ void CheckInFlash(Config const& config, Key const& key, Findings& findings)
     auto const in_flash = [&](Chip const& chip) { return chip.HasFlashAt(address); };
     if (config.HoldsNumber(key) && std::ranges::none_of(chips, in_flash)) {
         findings.Fail(config.PlaceOf(key),
-                      u"%1 is not in the flash of %2.%3"_s.arg(Hex(address), Name(chips),
-                                                               SuggestPrefix(config, key, chips)));
+                      u"%1 is not in the flash of %2. %3"_s.arg(Hex(address), Name(chips),
+                                                                SuggestFlash(config, key, chips)));
     }
 }
 
@@ -127,14 +127,20 @@ void CheckBootModeAddress(Config const& config, Findings& findings)
                       u"%1 is in flash, where the marker can be written only once between two "
                       "erases; choose an address in RAM."_s.arg(Hex(address)));
     } else if (std::ranges::none_of(chips, in_ram)) {
-        findings.Fail(place, u"%1 is in neither the RAM nor the flash of %2."_s.arg(Hex(address),
-                                                                                    Name(chips)));
-    } else if (address < kRamStart + kBootloaderRamSize) {
-        findings.Warn(
+        findings.Fail(
             place,
-            u"%1 is in the RAM below %2, which the bootloader reserves: it refuses the "
-            "marker, the new firmware does not start, and the window still shows DONE. "
-            "Choose a higher address."_s.arg(Hex(address), Hex(kRamStart + kBootloaderRamSize)));
+            u"%1 is in neither the RAM nor the flash of %2; choose an address "
+            "from %3 on."_s.arg(Hex(address), Name(chips), Hex(kRamStart + kBootloaderRamSize)));
+    } else if (address < kRamStart + kBootloaderRamSize) {
+        // An error, because it works with no unit. The bootloader refuses to write there (see
+        // kBootloaderRamSize), and the program, which writes the marker before it sends Go, then
+        // does not even start the firmware. A bootloader that did accept the marker would overwrite
+        // it with its own data.
+        findings.Fail(
+            place,
+            u"%1 is in the RAM below %2, which the bootloader itself uses, so the marker "
+            "never reaches the firmware; choose an address from %2 on. The window shows "
+            "DONE nevertheless."_s.arg(Hex(address), Hex(kRamStart + kBootloaderRamSize)));
     }
     if (address % stm32_updater::kWordSize != 0) {
         findings.Fail(place,
@@ -157,8 +163,8 @@ void CheckOtp(Config const& config, Findings& findings)
     };
     if (!is_otp(address)) {
         findings.Warn(config.PlaceOf(key),
-                      u"%1 is not in the one-time-programmable area of any supported chip."_s.arg(
-                          Hex(address)));
+                      u"%1 is not in the one-time-programmable area of any supported chip, which "
+                      "is at %2."_s.arg(Hex(address), DescribeOtpAreas()));
     } else if (size > 0 && !is_otp(uint64_t{address} + size - 1)) {
         findings.Warn(config.PlaceOf(config_keys::kOtpSize),
                       u"%1 bytes from %2 reach beyond the one-time-programmable area of %3; use "
@@ -304,9 +310,14 @@ void CheckAgainstImage(Config const& config, uint64_t size, Findings& findings)
         return address >= begin && address < begin + size;
     };
     auto const& start = config_keys::kStartAddress;
-    if (config.HoldsNumber(start) && !covers(config.Number(start))) {
-        findings.Warn(config.PlaceOf(start), u"The unit is started at %1, outside the image."_s.arg(
-                                                 Hex(config.Number(start))));
+    auto const chips = GetPossibleChips(config);
+    // An address outside flash has been reported.
+    bool const is_in_flash = std::ranges::any_of(
+        chips, [&](Chip const& chip) { return chip.HasFlashAt(config.Number(start)); });
+    if (config.HoldsNumber(start) && is_in_flash && !covers(config.Number(start))) {
+        findings.Warn(config.PlaceOf(start),
+                      u"The unit is started at %1, outside the image; to start the new firmware "
+                      "write %2."_s.arg(Hex(config.Number(start)), Hex(begin)));
     }
     auto const& marker = config_keys::kBootModeAddress;
     if (config.HoldsNumber(marker) && covers(config.Number(marker))) {

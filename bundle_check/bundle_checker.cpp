@@ -34,22 +34,6 @@ struct Request {
     QString pictures;
 };
 
-// The folder that holds, or would hold, the program; everything else is found from there.
-std::optional<QString> FindApplicationDir(QString const& path)
-{
-    auto const folder = QDir::cleanPath(QDir(path).absolutePath());
-    if (IsFolder(folder + u"/Contents"_s)) {
-        return folder + u"/Contents/MacOS"_s;
-    }
-    if (IsFolder(folder + u"/Resources"_s)) {
-        return folder + u"/MacOS"_s;
-    }
-    if (QFileInfo(folder).fileName() == QLatin1String("Resources")) {
-        return QDir::cleanPath(folder + u"/../MacOS"_s);
-    }
-    return std::nullopt;
-}
-
 // All that is shipped with the folder that was given. Where that is not known, it is the Resources
 // folder, which a vendor's sources may surround.
 QDir GetShippedFolder(QString const& path, QDir const& resources)
@@ -102,7 +86,7 @@ void CheckConfig(Config const& config, BundlePaths const& paths, PackageRules co
     CheckPackage(config, rules, report.findings);
     CheckAddresses(config, report.findings);
     QDir const resources(paths.resources);
-    if (auto const size = CheckImage(config, resources, report.findings)) {
+    if (auto const size = CheckImage(config, resources, rules.slot_size, report.findings)) {
         report.predictions = Predict(config, static_cast<uint64_t>(*size));
     }
     if (config.Type() == TargetUsb) {

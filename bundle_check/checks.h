@@ -96,8 +96,10 @@ void CheckAddresses(Config const& config, Findings& findings);
 void CheckImageInFlash(Config const& config, uint64_t size, Findings& findings);
 
 // The firmware image: whether the file can be one, and whether it fits. Returns its size in bytes,
-// or nothing when there is none to be written.
-std::optional<qint64> CheckImage(Config const& config, QDir const& resources, Findings& findings);
+// or nothing when there is none to be written. `slot_size`: what the unit has room for, in bytes;
+// 0: unknown. Only MCUboot has slots; other units are compared with their flash.
+std::optional<qint64> CheckImage(Config const& config, QDir const& resources, qint64 slot_size,
+                                 Findings& findings);
 
 // What does not belong into a folder that is shipped: private keys, version control, backups, and
 // images other than `image`, the file that the configuration names (which need not exist). Looks at

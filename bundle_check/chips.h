@@ -3,6 +3,8 @@
 // RM0456 (STM32U5), and the bootloader's share from ST's application note AN2606.
 #pragma once
 
+#include <QString>
+#include <QStringList>
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -18,14 +20,13 @@ using stm32_updater::FlashConfig;
 struct ChipMemories {
     uint16_t product_id;  // as in flash_configs
     uint32_t otp_start;
-    uint32_t otp_size;  // bytes
-    uint32_t ram_size;  // bytes, from kRamStart
-    uint32_t ccm_size;  // bytes, from kCcmStart; 0: the chip has no such memory
+    uint32_t otp_size;         // bytes
+    uint32_t ram_size;         // bytes, from kRamStart
+    uint32_t other_ram_start;  // not next to the other; only the firmware uses it
+    uint32_t other_ram_size;   // bytes
 };
 
 inline constexpr uint32_t kRamStart = 0x20000000;
-// The STM32G4's core-coupled memory, which is also the last part of its RAM.
-inline constexpr uint32_t kCcmStart = 0x10000000;
 // The bytes of RAM, from kRamStart, that the bootloader reserves for itself and refuses to write.
 inline constexpr uint32_t kBootloaderRamSize = 16 * 1024;
 
@@ -33,10 +34,12 @@ inline constexpr uint32_t kBootloaderRamSize = 16 * 1024;
 inline constexpr uint64_t kDfuTransferSize = 2048;
 inline constexpr double kDfuTransferSeconds = 0.005;
 
+// The other RAM of the STM32G4 is its core-coupled memory, which is also the last part of the RAM;
+// that of the STM32U5 is SRAM4.
 inline constexpr std::array kChipMemories{
-    ChipMemories{0x469, 0x1FFF7000, 1024, 128 * 1024, 32 * 1024},
-    ChipMemories{0x479, 0x1FFF7000, 1024, 112 * 1024, 16 * 1024},
-    ChipMemories{0x482, 0x0BFA0000, 512, 768 * 1024, 0},
+    ChipMemories{0x469, 0x1FFF7000, 1024, 128 * 1024, 0x10000000, 32 * 1024},
+    ChipMemories{0x479, 0x1FFF7000, 1024, 112 * 1024, 0x10000000, 16 * 1024},
+    ChipMemories{0x482, 0x0BFA0000, 512, 768 * 1024, 0x28000000, 16 * 1024},
 };
 static_assert(kChipMemories.size() == stm32_updater::flash_configs.size());
 
@@ -61,9 +64,9 @@ struct Chip {
     // A stack grows downwards, so it may begin where its memory ends.
     bool HasStackFrom(uint64_t address) const
     {
-        auto const ccm_end = uint64_t{kCcmStart} + memories.ccm_size;
-        return address > 0 &&
-               (HasRamAt(address - 1) || (address > kCcmStart && address <= ccm_end));
+        auto const other = memories.other_ram_start;
+        return address > 0 && (HasRamAt(address - 1) ||
+                               (address > other && address - other <= memories.other_ram_size));
     }
     bool HasOtpAt(uint64_t address) const
     {
@@ -94,6 +97,23 @@ inline std::vector<Chip> GetChipsByOtp(uint32_t otp_address)
         std::erase_if(chips, others);
     }
     return chips;
+}
+
+// An address, or with fewer digits a product ID, as the findings show them.
+inline QString Hex(uint64_t number, int digits = 8)
+{
+    return QStringLiteral("0x") + QString::number(number, 16).rightJustified(digits, u'0');
+}
+
+// "the chip 0x482", "the chips 0x469, 0x479"
+inline QString Name(std::vector<Chip> const& chips)
+{
+    QStringList names;
+    for (auto const& chip : chips) {
+        names.append(Hex(chip.memories.product_id, 3));
+    }
+    return (names.size() == 1 ? QStringLiteral("the chip ") : QStringLiteral("the chips ")) +
+           names.join(QStringLiteral(", "));
 }
 
 }  // namespace bundle_check

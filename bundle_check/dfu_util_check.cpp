@@ -28,23 +28,22 @@ Run RunFor(QString const& program, QString const& argument, std::chrono::millise
 {
     constexpr qsizetype kMostOutput = 64 * 1024;
     QDeadlineTimer const deadline(limit);
-    QProcess process;
-    process.setProcessChannelMode(QProcess::MergedChannels);
-    process.setStandardInputFile(QProcess::nullDevice());
-    process.start(program, {argument});
+    auto const process = stm32_updater::MakeChildProcess();
+    process->setProcessChannelMode(QProcess::MergedChannels);
+    process->setStandardInputFile(QProcess::nullDevice());
+    process->start(program, {argument});
     Run run;
-    run.started = process.waitForStarted(static_cast<int>(deadline.remainingTime()));
+    run.started = process->waitForStarted(static_cast<int>(deadline.remainingTime()));
     while (run.started && run.output.size() < kMostOutput &&
-           process.waitForReadyRead(static_cast<int>(deadline.remainingTime()))) {
-        run.output += process.readAll();
+           process->waitForReadyRead(static_cast<int>(deadline.remainingTime()))) {
+        run.output += process->readAll();
     }
     // No wait for a tool that has written this much: all further output would be kept.
-    run.finished = process.state() == QProcess::NotRunning ||
+    run.finished = process->state() == QProcess::NotRunning ||
                    (run.output.size() < kMostOutput &&
-                    process.waitForFinished(static_cast<int>(deadline.remainingTime())));
-    run.output = (run.output + process.readAll()).left(kMostOutput);
-    run.crashed = run.finished && process.exitStatus() == QProcess::CrashExit;
-    stm32_updater::KillIfRunning(process);
+                    process->waitForFinished(static_cast<int>(deadline.remainingTime())));
+    run.output = (run.output + process->readAll()).left(kMostOutput);
+    run.crashed = run.finished && process->exitStatus() == QProcess::CrashExit;
     return run;
 }
 

@@ -10,7 +10,18 @@ namespace bundle_check {
 
 namespace {
 
-enum class Cure { FromElf, FromHex, FromSRecord, FromDfu, Gunzip, Unzip, Unpack, LfsPull };
+enum class Cure {
+    FromElf,
+    FromHex,
+    FromSRecord,
+    FromDfu,
+    Gunzip,
+    Unzip,
+    Untar,
+    Unpack,
+    LfsPull,
+    NameAnother,  // no firmware at all
+};
 
 struct Magic {
     QByteArrayView bytes;
@@ -29,36 +40,41 @@ constexpr Magic kMagics[] = {
            "ELF"),
      u"an ELF file", Cure::FromElf},
     {Bytes("\xCF\xFA\xED\xFE"), u"a Mach-O program", Cure::FromElf},
+    {Bytes("\xCA\xFE\xBA\xBE"), u"a universal Mach-O program", Cure::FromElf},
+    {Bytes("MZ"), u"a program for Windows", Cure::NameAnother},
+    {Bytes("!<arch>\n"), u"a static library", Cure::FromElf},
     {Bytes("DfuSe"), u"a DfuSe file", Cure::FromElf},
     {Bytes("UF2\n\x57\x51\x5D\x9E"), u"a UF2 file", Cure::FromElf},
     {Bytes("\x1F\x8B"), u"a gzip archive", Cure::Gunzip},
     {Bytes("PK\x03\x04"), u"a ZIP archive", Cure::Unzip},
-    {Bytes("PK\x05\x06"), u"an empty ZIP archive", Cure::FromElf},
+    {Bytes("PK\x05\x06"), u"an empty ZIP archive", Cure::NameAnother},
     {Bytes("BZh"), u"a bzip2 archive", Cure::Unpack},
     {Bytes("\xFD"
            "7zXZ"),
      u"an xz archive", Cure::Unpack},
     {Bytes("7z\xBC\xAF\x27\x1C"), u"a 7z archive", Cure::Unpack},
     {Bytes("\x28\xB5\x2F\xFD"), u"a zstd archive", Cure::Unpack},
-    {Bytes("\x89PNG"), u"a PNG picture", Cure::FromElf},
-    {Bytes("\xFF\xD8\xFF"), u"a JPEG picture", Cure::FromElf},
-    {Bytes("%PDF-"), u"a PDF document", Cure::FromElf},
+    {Bytes("\x89PNG"), u"a PNG picture", Cure::NameAnother},
+    {Bytes("\xFF\xD8\xFF"), u"a JPEG picture", Cure::NameAnother},
+    {Bytes("%PDF-"), u"a PDF document", Cure::NameAnother},
+    {Bytes("\xFF\xFE"), u"a text file", Cure::NameAnother},  // UTF-16
+    {Bytes("\xFE\xFF"), u"a text file", Cure::NameAnother},
 };
 
 // In lower case. Only what the whole head, as text, begins with.
 constexpr Magic kTextMagics[] = {
     {Bytes("version https://git-lfs.github.com/spec/"), u"a Git LFS pointer", Cure::LfsPull},
-    {Bytes("<!doctype html"), u"an HTML page", Cure::FromElf},
-    {Bytes("<html"), u"an HTML page", Cure::FromElf},
-    {Bytes("<?xml"), u"an XML file", Cure::FromElf},
-    {Bytes("{"), u"a JSON file", Cure::FromElf},
-    {Bytes("["), u"a JSON file", Cure::FromElf},
+    {Bytes("<!doctype html"), u"an HTML page", Cure::NameAnother},
+    {Bytes("<html"), u"an HTML page", Cure::NameAnother},
+    {Bytes("<?xml"), u"an XML file", Cure::NameAnother},
+    {Bytes("{"), u"a JSON file", Cure::NameAnother},
+    {Bytes("["), u"a JSON file", Cure::NameAnother},
 };
 
 QString Describe(Cure cure)
 {
     auto from_elf = u"make the raw image with 'objcopy -O binary FILE.elf FILE.bin'"_s;
-    auto const otherwise = u"; of an ELF file, "_s + from_elf;
+    auto const then = u"; if that gives an ELF file, "_s + from_elf;
     switch (cure) {
         case Cure::FromHex:
             return u"make the raw image with 'objcopy -I ihex -O binary FILE.hex FILE.bin'"_s;
@@ -67,13 +83,17 @@ QString Describe(Cure cure)
         case Cure::FromDfu:
             return u"remove the suffix with 'dfu-suffix -D FILE', or "_s + from_elf;
         case Cure::Gunzip:
-            return u"unpack it with 'gunzip'"_s + otherwise;
+            return u"unpack it with 'gunzip'"_s + then;
         case Cure::Unzip:
-            return u"unpack it with 'unzip'"_s + otherwise;
+            return u"unpack it with 'unzip'"_s + then;
+        case Cure::Untar:
+            return u"unpack it with 'tar -xf'"_s + then;
         case Cure::Unpack:
-            return u"unpack it"_s + otherwise;
+            return u"unpack it"_s + then;
         case Cure::LfsPull:
-            return u"get the file itself with 'git lfs pull'"_s + otherwise;
+            return u"get the file itself with 'git lfs pull'"_s + then;
+        case Cure::NameAnother:
+            return u"name the raw image instead, made with 'objcopy -O binary FILE.elf FILE.bin'"_s;
         case Cure::FromElf:
             break;
     }
@@ -136,7 +156,14 @@ std::optional<FileKind> FindText(QByteArray const& text)
             return MakeKind(QString::fromUtf16(magic.name), magic.cure);
         }
     }
-    return MakeKind(u"a text file"_s, Cure::FromElf);
+    return MakeKind(u"a text file"_s, Cure::NameAnother);
+}
+
+// The first entry's header has the format's name behind the file's name and attributes.
+bool IsTar(QByteArray const& head)
+{
+    constexpr qsizetype kFormatAt = 257;
+    return head.mid(kFormatAt).startsWith("ustar");
 }
 
 // The suffix is 16 bytes long. It ends with its signature, its length and a check value.
@@ -155,6 +182,9 @@ std::optional<FileKind> FindForeignKind(QByteArray const& head, QByteArray const
             return MakeKind(QString::fromUtf16(magic.name), magic.cure);
         }
     }
+    if (IsTar(head)) {
+        return MakeKind(u"a tar archive"_s, Cure::Untar);
+    }
     auto const text = SkipToText(head);
     if (auto const records = FindRecords(text)) {
         return records;
@@ -166,12 +196,6 @@ std::optional<FileKind> FindForeignKind(QByteArray const& head, QByteArray const
         return MakeKind(u"a file with a DFU suffix"_s, Cure::FromDfu);
     }
     return std::nullopt;
-}
-
-bool IsPrivateKey(QByteArray const& head)
-{
-    auto const text = SkipToText(head).left(64);
-    return text.startsWith("-----BEGIN ") && text.contains("PRIVATE KEY-----");
 }
 
 }  // namespace bundle_check

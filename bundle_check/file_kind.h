@@ -20,7 +20,4 @@ inline constexpr qsizetype kKindTail = 16;
 // last kKindTail bytes; both the whole file when it is shorter.
 std::optional<FileKind> FindForeignKind(QByteArray const& head, QByteArray const& tail);
 
-// Whether a private key in one of the usual notations begins here.
-bool IsPrivateKey(QByteArray const& head);
-
 }  // namespace bundle_check

@@ -26,6 +26,17 @@ bool HasProgram(QString const& application_dir, std::initializer_list<char const
     });
 }
 
+std::optional<QByteArray> ReadFrom(QString const& path, qint64 begin, qint64 limit)
+{
+    QFile file(path);
+    if (!DescribeFileFault(path).isEmpty() || !file.open(QIODevice::ReadOnly) ||
+        !file.seek(begin)) {
+        return std::nullopt;
+    }
+    auto bytes = file.read(limit);
+    return file.error() == QFileDevice::NoError ? std::optional(std::move(bytes)) : std::nullopt;
+}
+
 }  // namespace
 
 QString DescribeFileFault(QString const& path)
@@ -52,12 +63,12 @@ QString DescribeProgramFault(QString const& path)
 
 std::optional<QByteArray> ReadHead(QString const& path, qint64 limit)
 {
-    QFile file(path);
-    if (!DescribeFileFault(path).isEmpty() || !file.open(QIODevice::ReadOnly)) {
-        return std::nullopt;
-    }
-    auto head = file.read(limit);
-    return file.error() == QFileDevice::NoError ? std::optional(std::move(head)) : std::nullopt;
+    return ReadFrom(path, 0, limit);
+}
+
+std::optional<QByteArray> ReadTail(QString const& path, qint64 limit)
+{
+    return ReadFrom(path, std::max(qint64{0}, QFileInfo(path).size() - limit), limit);
 }
 
 void CheckLink(Place const& place, QDir const& resources, QString const& path, Findings& findings)
@@ -76,6 +87,21 @@ void CheckLink(Place const& place, QDir const& resources, QString const& path, F
 QStringList ListFiles(QDir const& directory, QString const& pattern)
 {
     return directory.entryList({pattern}, QDir::Files, QDir::Name);
+}
+
+std::optional<QString> FindApplicationDir(QString const& path)
+{
+    auto const folder = QDir::cleanPath(QDir(path).absolutePath());
+    if (QFileInfo(folder + u"/Contents"_s).isDir()) {
+        return folder + u"/Contents/MacOS"_s;
+    }
+    if (QFileInfo(folder + u"/Resources"_s).isDir()) {
+        return folder + u"/MacOS"_s;
+    }
+    if (QFileInfo(folder).fileName() == QLatin1String("Resources")) {
+        return QDir::cleanPath(folder + u"/../MacOS"_s);
+    }
+    return std::nullopt;
 }
 
 bool IsTooLarge(QString const& path)

@@ -25,6 +25,9 @@ inline constexpr char kElfHead[] = {0x7F, 'E', 'L', 'F', 0};
 // The first bytes of a regular file, at most `limit`; nothing when it cannot be read.
 std::optional<QByteArray> ReadHead(QString const& path, qint64 limit);
 
+// The last ones.
+std::optional<QByteArray> ReadTail(QString const& path, qint64 limit);
+
 // Warns when `path`, or a folder on the way to it, is a symbolic link that leads out of the bundle:
 // its target exists on the vendor's computer only. A file that does not exist leads nowhere, and is
 // reported elsewhere.
@@ -32,6 +35,11 @@ void CheckLink(Place const& place, QDir const& resources, QString const& path, F
 
 // The names of the files that match, sorted, so that the same bundle always gives the same report.
 QStringList ListFiles(QDir const& directory, QString const& pattern);
+
+// The folder that holds, or would hold, the program of a bundle; everything else is found from
+// there. `path`: the folder that holds Contents, an application bundle, or its Contents or
+// Resources folder. Nothing for any other folder.
+std::optional<QString> FindApplicationDir(QString const& path);
 
 // More bytes than a font or a picture has. The window reads such files whole.
 inline constexpr qint64 kMostResourceBytes = 32 * 1024 * 1024;

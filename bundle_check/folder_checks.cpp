@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "bundle_check/checks.h"
-#include "bundle_check/file_kind.h"
 #include "bundle_check/files.h"
+#include "bundle_check/key_file.h"
 #include "config/bundle_paths.h"
 
 using namespace Qt::StringLiterals;
@@ -19,18 +19,20 @@ namespace {
 struct Stray {
     char16_t const* pattern;  // of the whole name, without regard to case
     char16_t const* text;     // the end of "'NAME' ..."
-    bool is_key = false;
+    bool is_key = false;      // a text of its own follows
 };
 
 constexpr Stray kStrays[] = {
     {uR"(.*\.(pem|key|p8|p12|pfx|jks|keystore|mobileprovision)|id_(rsa|dsa|ecdsa|ed25519))",
-     u"is, by its name, a key or a certificate, and everyone who has the bundle can read it", true},
-    {uR"(\.(git|svn|hg|bzr)|\.git(ignore|attributes|modules))", u"belongs to version control"},
+     u"is, by its name, a key or a certificate", true},
+    {uR"(\.(git|svn|hg|bzr)|\.git(ignore|attributes|keep|modules))", u"belongs to version control"},
     {uR"(.*(~|\.(bak|old|orig|rej|sav|save|tmp|swp|swo))|#.*#|\.#.*|.* - copy(\..*)?|copy of .*)",
      u"is, by its name, a backup or a temporary file"},
     {uR"(\.DS_Store|Thumbs\.db|desktop\.ini|__MACOSX|\._.*)",
      u"was left by a file manager or an archive program"},
-    {uR"(\.(env|idea|vscode)|.*\.(map|lst|o|obj|a|su|d))", u"is left over from a build"},
+    {uR"(\.env(\..*)?)", u"has, by its name, environment variables, which often contain passwords"},
+    {uR"(\.(idea|vscode))", u"has the settings of a development environment"},
+    {uR"(.*\.(map|lst|o|obj|a|su|d))", u"is left over from a build"},
 };
 
 constexpr char16_t kImagePattern[] =
@@ -100,35 +102,43 @@ private:
         return !reported_.isEmpty() && path.startsWith(reported_ + u'/');
     }
 
-    void Report(QFileInfo const& entry, QString const& text, Severity severity = Severity::Warning)
+    void Report(QFileInfo const& entry, QString const& text)
+    {
+        Add(entry, Severity::Warning, u"%1; remove it from the bundle."_s.arg(text));
+    }
+
+    void ReportKey(QFileInfo const& entry, QString const& text)
+    {
+        Add(entry, of_keys_,
+            u"%1, and everyone who has the bundle can read it; remove it from the bundle, and "
+            "replace the key if such a bundle was shipped."_s.arg(text));
+    }
+
+    void Add(QFileInfo const& entry, Severity severity, QString const& text)
     {
         reported_ = entry.filePath();
         findings_.Add(severity, {},
-                      u"%1 %2; remove it from the bundle."_s.arg(
-                          Quote(root_.relativeFilePath(entry.filePath())), text));
+                      u"%1 %2"_s.arg(Quote(root_.relativeFilePath(entry.filePath())), text));
     }
 
     void CheckEntry(QFileInfo const& entry)
     {
         if (auto const* stray = FindStray(entry.fileName())) {
-            Report(entry, QString::fromUtf16(stray->text),
-                   stray->is_key ? of_keys_ : Severity::Warning);
-            return;
-        }
-        if (entry.isFile() && IsKeyFile(entry)) {
-            Report(entry, u"contains a private key, and everyone who has the bundle can read it"_s,
-                   of_keys_);
+            auto const text = QString::fromUtf16(stray->text);
+            stray->is_key ? ReportKey(entry, text) : Report(entry, text);
+        } else if (auto const key = FindKey(entry); !key.isEmpty()) {
+            ReportKey(entry, u"contains "_s + key);
         } else if (entry.isFile() && IsUnusedImage(entry)) {
             Report(entry, u"looks like a firmware image, but %1 does not name it"_s.arg(
                               QString(config_keys::kFirmwareFilename.name)));
         }
     }
 
-    static bool IsKeyFile(QFileInfo const& entry)
+    static QString FindKey(QFileInfo const& entry)
     {
-        constexpr qint64 kLargestKey = 64 * 1024;
-        return entry.size() <= kLargestKey &&
-               IsPrivateKey(ReadHead(entry.filePath(), kKindHead).value_or(QByteArray()));
+        auto const may_be_key = entry.isFile() && entry.size() < kMostKeyBytes;
+        auto const content = may_be_key ? ReadHead(entry.filePath(), kMostKeyBytes) : std::nullopt;
+        return content ? FindPrivateKey(*content) : QString();
     }
 
     // The driver is an application with files of its own.

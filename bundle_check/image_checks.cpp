@@ -42,19 +42,18 @@ void CheckLocation(Place const& place, QDir const& resources, QString const& pat
 }
 
 // True if the file may be a raw image.
-bool CheckKind(Config const& config, Place const& place, QByteArray const& bytes,
-               Findings& findings)
+bool CheckKind(Config const& config, Place const& place, QByteArray const& head,
+               QByteArray const& tail, Findings& findings)
 {
-    auto const kind = FindForeignKind(bytes.first(std::min(kKindHead, bytes.size())),
-                                      bytes.last(std::min(kKindTail, bytes.size())));
+    auto const kind = FindForeignKind(head, tail);
     if (kind) {
         auto const signing = config.Type() == TargetMcubootSerial
-                                 ? u", and sign it with 'imgtool sign'"_s
+                                 ? u", and sign it with 'imgtool sign' if it is not signed yet"_s
                                  : QString();
         findings.Fail(place,
                       u"The firmware file is %1, and the program writes every byte of it as it is; "
                       "%2%3."_s.arg(kind->name, kind->cure, signing));
-    } else if (config.Type() != TargetMcubootSerial && bytes.startsWith(kMcubootMagic)) {
+    } else if (config.Type() != TargetMcubootSerial && head.startsWith(kMcubootMagic)) {
         findings.Fail(
             place,
             u"The firmware file is an image for MCUboot, which begins with a header and "
@@ -81,18 +80,18 @@ void CheckLastWord(Config const& config, Place const& place, QByteArray const& b
     }
 }
 
-void CheckContents(Config const& config, Place const& place, QByteArray const& image,
+// True if the bytes are an image for the transport.
+bool CheckContents(Config const& config, Place const& place, QByteArray const& image,
                    Findings& findings)
 {
-    if (!CheckKind(config, place, image, findings)) {
-        return;
-    }
     if (config.Type() == TargetMcubootSerial) {
-        CheckMcubootImage(config, image, findings);
-    } else {
-        CheckLastWord(config, place, image, findings);
-        CheckVectorTable(config, image, findings);
+        return CheckMcubootImage(config, image, findings);
     }
+    bool const is_image = CheckVectorTable(config, image, findings);
+    if (is_image) {
+        CheckLastWord(config, place, image, findings);
+    }
+    return is_image;
 }
 
 // Whether the flash takes such a size is checked in CheckImageInFlash().
@@ -108,7 +107,7 @@ void CheckAlignment(Config const& config, Place const& place, qint64 size, Findi
 }
 
 // As far as is known, no unit with MCUboot holds a larger image than the supported chips do.
-void CheckMcubootSize(Place const& place, qint64 size, Findings& findings)
+void CheckMcubootSize(Place const& place, qint64 size, qint64 slot_size, Findings& findings)
 {
     auto const chips = GetChips();
     auto const largest = std::ranges::max(chips, {}, &Chip::FlashSize).FlashSize();
@@ -116,51 +115,57 @@ void CheckMcubootSize(Place const& place, qint64 size, Findings& findings)
         findings.Fail(
             place,
             u"The image has %1 bytes, more than MCUboot's serial recovery can count."_s.arg(size));
-    } else if (static_cast<uint64_t>(size) > largest) {
-        findings.Warn(
-            place,
-            u"The image has %1 bytes, more than the flash of any supported chip."_s.arg(size));
+    } else if (slot_size > 0 && size > slot_size) {
+        findings.Fail(place,
+                      u"The image has %1 bytes, %2 more than the slot of %3; make the firmware "
+                      "smaller, or correct --slot-size."_s.arg(size)
+                          .arg(size - slot_size)
+                          .arg(slot_size));
+    } else if (slot_size == 0 && static_cast<uint64_t>(size) > largest) {
+        findings.Warn(place,
+                      u"The image has %1 bytes, more than the flash of any supported chip; give "
+                      "the size of the unit's slot with --slot-size."_s.arg(size));
     }
 }
 
-// The file's size, if there is a file that can be read and is long enough.
+// The file's size, if it is an image that can be read and is long enough.
 std::optional<qint64> CheckFile(Config const& config, Place const& place, QDir const& resources,
                                 Findings& findings)
 {
     auto const path = GetFirmwarePath(resources, config.Settings());
     auto const name = Quote(resources.relativeFilePath(path));
     auto const fault = DescribeFileFault(path);
-    if (!fault.isEmpty()) {
-        findings.Fail(place, u"The firmware file %1 %2."_s.arg(name, fault));
-        return std::nullopt;
-    }
     auto const size = QFileInfo(path).size();
-    auto const shortest = GetShortestImage(config.Type());
-    if (size < shortest) {
-        findings.Fail(
-            place,
-            size == 0
-                ? u"The firmware file is empty."_s
-                : u"The firmware file has %1 bytes; an image has at least %2."_s.arg(size).arg(
-                      shortest));
+    if (!fault.isEmpty() || size == 0) {
+        findings.Fail(place, u"The firmware file %1 %2."_s.arg(
+                                 name, fault.isEmpty() ? u"is empty"_s : fault));
         return std::nullopt;
     }
-    // Far larger ones than any chip holds are reported by their size alone.
+    // Far larger ones than any chip holds are reported by their kind and size alone.
     constexpr qint64 kMostBytes = 32 * 1024 * 1024;
     auto const bytes = ReadHead(path, kMostBytes);
-    if (!bytes || bytes->size() != std::min(size, kMostBytes)) {
+    auto const tail = ReadTail(path, kKindTail);
+    if (!bytes || bytes->size() != std::min(size, kMostBytes) || !tail) {
         findings.Fail(place, u"The firmware file %1 cannot be read."_s.arg(name));
         return std::nullopt;
     }
-    if (size <= kMostBytes) {
-        CheckContents(config, place, *bytes, findings);
+    if (!CheckKind(config, place, bytes->first(std::min(kKindHead, bytes->size())), *tail,
+                   findings)) {
+        return std::nullopt;
     }
-    return size;
+    if (auto const shortest = GetShortestImage(config.Type()); size < shortest) {
+        findings.Fail(place, u"The firmware file has %1 bytes; an image has at least %2."_s.arg(
+                                 QString::number(size), QString::number(shortest)));
+        return std::nullopt;
+    }
+    bool const is_image = size > kMostBytes || CheckContents(config, place, *bytes, findings);
+    return is_image ? std::optional(size) : std::nullopt;
 }
 
 }  // namespace
 
-std::optional<qint64> CheckImage(Config const& config, QDir const& resources, Findings& findings)
+std::optional<qint64> CheckImage(Config const& config, QDir const& resources, qint64 slot_size,
+                                 Findings& findings)
 {
     auto const path = GetFirmwarePath(resources, config.Settings());
     if (path == resources.filePath(QString())) {
@@ -174,7 +179,7 @@ std::optional<qint64> CheckImage(Config const& config, QDir const& resources, Fi
     }
     CheckAlignment(config, place, *size, findings);
     if (config.Type() == TargetMcubootSerial) {
-        CheckMcubootSize(place, *size, findings);
+        CheckMcubootSize(place, *size, slot_size, findings);
     } else {
         CheckImageInFlash(config, static_cast<uint64_t>(*size), findings);
     }

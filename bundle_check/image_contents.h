@@ -16,14 +16,17 @@ Number ReadLittleEndian(QByteArray const& bytes, qsizetype offset)
     return qFromLittleEndian<Number>(bytes.constData() + offset);
 }
 
+// Each returns false if the bytes are no image for the transport at all; nothing else about them is
+// worth a finding then.
+
 // A Cortex-M image begins with its vector table: the initial stack pointer, then the address at
 // which it starts. Compares both with the chip's memories, with the image's place in flash and with
 // the start address and the boot-mode marker. For UART and USB.
-void CheckVectorTable(Config const& config, QByteArray const& image, Findings& findings);
+bool CheckVectorTable(Config const& config, QByteArray const& image, Findings& findings);
 
 // An image for MCUboot begins with a header; behind the firmware it has an area of TLVs, entries of
-// type, length and value, one of which is the SHA-256 of what lies before the area.
-void CheckMcubootImage(Config const& config, QByteArray const& image, Findings& findings);
+// type, length and value, one of which is the digest of what lies before the area.
+bool CheckMcubootImage(Config const& config, QByteArray const& image, Findings& findings);
 
 // The first bytes of a header of MCUboot.
 inline constexpr char kMcubootMagic[] = "\x3D\xB8\xF3\x96";

@@ -115,10 +115,13 @@ void CheckSemicolon(IniEntry const& entry, Findings& findings)
 {
     auto const* key = config_keys::Find(entry.key);
     if (entry.semicolon && key != nullptr && !IsComplete(entry, key->form)) {
+        bool const is_list = key->form == Form::DeviceIds || key->form == Form::Products;
         findings.Warn(PlaceOf(entry),
-                      u"An unquoted semicolon ends the value, so the program reads only %1; put "
-                      "the value in quotation marks, or the comment on its own line."_s.arg(
-                          Quote(QString::fromUtf8(entry.value))));
+                      u"An unquoted semicolon ends the value, so the program reads only %1; %2, or "
+                      "put the comment on its own line."_s.arg(
+                          Quote(QString::fromUtf8(entry.value)),
+                          is_list ? u"separate the entries with commas"_s
+                                  : u"put the value in quotation marks"_s));
     }
 }
 

@@ -24,8 +24,9 @@ void CheckUsbId(Place const& place, QString const& entry, QString const& id_text
     auto const id = id_text.toUInt(&is_number, kHexadecimal);
     auto const read_as = QString::number(id & kLargest, kHexadecimal);
     if (!is_number) {
-        findings.Fail(place, u"In %1 the %2 %3 is not a hexadecimal number and is read as 0."_s.arg(
-                                 Quote(entry), name, Quote(id_text)));
+        findings.Fail(place,
+                      u"In %1 the %2 %3 is not a hexadecimal number and is read as 0; write "
+                      "up to four digits, like ea60."_s.arg(Quote(entry), name, Quote(id_text)));
     } else if (id > kLargest) {
         findings.Fail(place,
                       u"In %1 the %2 has more than four hexadecimal digits; the program "
@@ -120,21 +121,34 @@ bool CheckQuotedList(Place const& place, QVariant const& value, Findings& findin
     return true;
 }
 
-void CheckDeviceId(Place const& place, QString const& text, uint8_t read_as, Findings& findings)
+// True when the text is an identifier.
+bool CheckDeviceId(Place const& place, QString const& text, uint8_t read_as, Findings& findings)
 {
     constexpr int kLargest = 255;
     static QRegularExpression const decimal(u"^\\s*[+-]?[0-9]+\\s*$"_s);
     bool fits_int = false;
     auto const id = text.toInt(&fits_int);
     auto const reading = u"The program reads %1."_s.arg(QString::number(read_as));
-    if (!decimal.match(text).hasMatch()) {
-        findings.Fail(place,
-                      u"%1 is not a decimal number; separate identifiers with commas. %2"_s.arg(
-                          Quote(text), reading));
+    if (text.trimmed().isEmpty()) {
+        findings.Fail(
+            place,
+            u"A comma without an identifier is read as the model identifier 0; remove the "
+            "comma."_s);
+    } else if (!decimal.match(text).hasMatch()) {
+        bool is_number = false;
+        auto const number = text.trimmed().toUInt(&is_number, 0);
+        findings.Fail(place, u"%1 is not a decimal number; %2. %3"_s.arg(
+                                 Quote(text),
+                                 is_number ? u"write %1"_s.arg(number)
+                                           : u"separate identifiers with commas"_s,
+                                 reading));
     } else if (!fits_int || id < 0 || id > kLargest) {
         findings.Fail(place, u"%1 does not fit into one byte; identifiers are 0 to %2. %3"_s.arg(
                                  Quote(text), QString::number(kLargest), reading));
+    } else {
+        return true;
     }
+    return false;
 }
 
 }  // namespace
@@ -173,7 +187,9 @@ void CheckDeviceIds(Config const& config, Findings& findings)
     auto const ids = ReadDeviceIds(config.Settings());
     QSet<uint8_t> seen;
     for (qsizetype i = 0; i < ids.size() && i < texts.size(); ++i) {
-        CheckDeviceId(place, texts[i], ids[i], findings);
+        if (!CheckDeviceId(place, texts[i], ids[i], findings)) {
+            continue;
+        }
         if (seen.contains(ids[i])) {
             findings.Warn(place, u"The model identifier %1 appears twice."_s.arg(ids[i]));
         }

@@ -67,10 +67,14 @@ int Run(QStringList const& arguments)
     QCommandLineOption const package_version(
         u"package-version"_s,
         u"For a package of this version: an error if it is not the firmware's."_s, u"VERSION"_s);
+    QCommandLineOption const slot(
+        u"slot-size"_s,
+        u"For MCUboot: an image larger than the unit's slot is an error. In decimal or with 0x."_s,
+        u"BYTES"_s);
     QCommandLineOption const udev_rules(
         u"udev-rules"_s,
-        u"Check nothing; print the udev rules for the units. PATH is config.ini or its folder."_s);
-    parser.addOptions({help, json, pictures, for_customers, package_version, udev_rules});
+        u"Check nothing; print the udev rules for the units. PATH may also be a config.ini."_s);
+    parser.addOptions({help, json, pictures, for_customers, package_version, slot, udev_rules});
     parser.addPositionalArgument(u"PATH"_s,
                                  u"The folder that contains Contents, an application bundle, or "
                                  "its Contents or Resources folder."_s);
@@ -85,11 +89,21 @@ int Run(QStringList const& arguments)
         std::fputs((fault + u"\n\n"_s + parser.helpText()).toLocal8Bit().constData(), stderr);
         return kUnusable;
     }
+    auto const slot_size = bundle_check::ReadByteCount(parser.value(slot));
+    if (parser.isSet(slot) && !slot_size) {
+        auto const fault =
+            u"--slot-size: %1 is not a number of bytes; write it in decimal or with "
+            "0x, like 262144 or 0x40000."_s.arg(bundle_check::Quote(parser.value(slot)));
+        std::fputs((fault + u'\n').toLocal8Bit().constData(), stderr);
+        return kUnusable;
+    }
     if (parser.isSet(udev_rules)) {
         return PrintUdevRules(paths[0]);
     }
-    return Check(paths[0], {parser.isSet(for_customers), parser.value(package_version)},
-                 parser.value(pictures), parser.isSet(json));
+    return Check(
+        paths[0],
+        {parser.isSet(for_customers), parser.value(package_version), slot_size.value_or(0)},
+        parser.value(pictures), parser.isSet(json));
 }
 
 }  // namespace

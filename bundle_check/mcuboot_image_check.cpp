@@ -1,7 +1,10 @@
 // An image as it was signed for MCUboot: header, firmware, TLV area. All numbers are little-endian;
 // the layout is in MCUboot's document "Bootloader", sections "Image format" and "TLVs".
 #include <QCryptographicHash>
+#include <QHash>
 #include <QRegularExpression>
+#include <algorithm>
+#include <iterator>
 #include <optional>
 
 #include "bundle_check/image_contents.h"
@@ -30,7 +33,19 @@ constexpr uint32_t kEncryptedFlags = 0x04 | 0x08;
 constexpr uint16_t kProtectedMagic = 0x6908;
 constexpr uint16_t kTlvMagic = 0x6907;
 constexpr qsizetype kTlvHead = 4;
-constexpr uint16_t kSha256 = 0x10;
+
+struct Hash {
+    uint16_t type;  // of its TLV
+    QCryptographicHash::Algorithm algorithm;
+    char16_t const* name;
+};
+
+// An image has one of them, as its signature needs it.
+constexpr Hash kHashes[] = {
+    {0x10, QCryptographicHash::Sha256, u"SHA-256"},
+    {0x11, QCryptographicHash::Sha384, u"SHA-384"},
+    {0x12, QCryptographicHash::Sha512, u"SHA-512"},
+};
 
 // What an image that is padded to the size of its slot ends with.
 constexpr char kTrailerMagic[] = "\x77\xC2\x95\xF3\x60\xD2\xEF\x7F\x35\x52\x50\x0F\x2C\xB6\x79\x80";
@@ -68,15 +83,16 @@ public:
           place_(config.PlaceOf(config_keys::kFirmwareFilename))
     {}
 
-    void Run()
+    // False if it is no image for MCUboot.
+    bool Run()
     {
         if (!bytes_.startsWith(GetMagic())) {
             ReportMissingHeader();
-            return;
+            return false;
         }
         if (bytes_.size() < kShortestHeader) {
             Fail(u"The image is cut off in its MCUboot header"_s);
-            return;
+            return false;
         }
         header_ = ReadHeader(bytes_);
         auto const end = CheckHeader() ? CheckTlvs() : std::nullopt;
@@ -84,6 +100,7 @@ public:
             CheckRest(*end);
         }
         CheckVersion();
+        return true;
     }
 
 private:
@@ -101,7 +118,9 @@ private:
                 "file that is merged with the bootloader; use the signed image of the firmware "
                 "alone."_s.arg(at));
         } else {
-            Fail(u"The image has no MCUboot header, and MCUboot does not start such an image"_s);
+            findings_.Fail(place_,
+                           u"The image has no MCUboot header, and MCUboot does not start such an "
+                           "image; sign the raw image with 'imgtool sign'."_s);
         }
     }
 
@@ -136,21 +155,21 @@ private:
         return is_whole ? std::optional(end) : std::nullopt;
     }
 
-    // The value of the first entry of a type; empty if there is none, nothing if the entries do not
-    // fill the area.
-    std::optional<QByteArray> FindTlv(qint64 begin, qint64 end, uint16_t type) const
+    // The first value of each type; nothing if the entries do not fill the area.
+    std::optional<QHash<uint16_t, QByteArray>> ReadTlvs(qint64 begin, qint64 end) const
     {
-        QByteArray found;
+        QHash<uint16_t, QByteArray> values;
         auto at = begin + kTlvHead;
         while (at + kTlvHead <= end) {
+            auto const type = ReadLittleEndian<uint16_t>(bytes_, at);
             auto const length = ReadLittleEndian<uint16_t>(bytes_, at + 2);
             auto const value = at + kTlvHead;
-            if (found.isEmpty() && ReadLittleEndian<uint16_t>(bytes_, at) == type) {
-                found = bytes_.mid(value, length);
+            if (!values.contains(type)) {
+                values[type] = bytes_.mid(value, length);
             }
             at = value + length;
         }
-        return at == end ? std::optional(found) : std::nullopt;
+        return at == end ? std::optional(values) : std::nullopt;
     }
 
     // Where the last area ends.
@@ -163,31 +182,35 @@ private:
         }
         auto const begin = header_.HashedSize();
         auto const end = FindAreaEnd(begin, kTlvMagic);
-        auto const digest = end ? FindTlv(begin, *end, kSha256) : std::nullopt;
-        if (!digest) {
+        auto const tlvs = end ? ReadTlvs(begin, *end) : std::nullopt;
+        if (!tlvs) {
             Fail(u"The image's TLV area is missing or incomplete"_s);
             return std::nullopt;
         }
-        CheckDigest(*digest);
+        CheckDigest(*tlvs);
         return end;
     }
 
-    void CheckDigest(QByteArray const& digest)
+    void CheckDigest(QHash<uint16_t, QByteArray> const& tlvs)
     {
-        if (digest.isEmpty()) {
-            Fail(u"The image's TLV area has no SHA-256"_s);
+        auto const* const hash = std::ranges::find_if(
+            kHashes, [&](Hash const& known) { return tlvs.contains(known.type); });
+        if (hash == std::end(kHashes)) {
+            Fail(u"The image's TLV area has no SHA-256, SHA-384 or SHA-512"_s);
             return;
         }
+        auto const name = QString::fromUtf16(hash->name);
         if ((header_.flags & kEncryptedFlags) != 0) {
-            findings_.Note(place_, u"The image is encrypted, so its SHA-256 was not compared."_s);
+            findings_.Note(place_,
+                           u"The image is encrypted, so its %1 was not compared."_s.arg(name));
             return;
         }
-        auto const computed = QCryptographicHash::hash(bytes_.first(header_.HashedSize()),
-                                                       QCryptographicHash::Sha256);
-        if (digest != computed) {
+        auto const computed =
+            QCryptographicHash::hash(bytes_.first(header_.HashedSize()), hash->algorithm);
+        if (tlvs[hash->type] != computed) {
             Fail(
-                u"The SHA-256 in the image's TLV area is not that of the image, which was changed "
-                "or damaged after it was signed"_s);
+                u"The %1 in the image's TLV area is not that of the image, which was changed or "
+                "damaged after it was signed"_s.arg(name));
         }
     }
 
@@ -242,9 +265,9 @@ private:
 
 }  // namespace
 
-void CheckMcubootImage(Config const& config, QByteArray const& image, Findings& findings)
+bool CheckMcubootImage(Config const& config, QByteArray const& image, Findings& findings)
 {
-    McubootCheck(config, image, findings).Run();
+    return McubootCheck(config, image, findings).Run();
 }
 
 }  // namespace bundle_check

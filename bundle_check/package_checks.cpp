@@ -51,7 +51,29 @@ void CheckVersion(Config const& config, QString const& version, Findings& findin
     }
 }
 
+// The image is compared with the slot where there is one, by CheckImage().
+void CheckSlot(Config const& config, Findings& findings)
+{
+    if (config.Type() != TargetMcubootSerial) {
+        findings.Warn(config.PlaceOf(config_keys::kInterface),
+                      u"Only MCUboot has a slot, and the interface is %1; leave out --slot-size, "
+                      "or write %2=%3."_s.arg(GetInterfaceName(config.Type()),
+                                              QString(config_keys::kInterface.name),
+                                              GetInterfaceName(TargetMcubootSerial)));
+    }
+}
+
 }  // namespace
+
+std::optional<qint64> ReadByteCount(QString const& text)
+{
+    static QRegularExpression const form(
+        QRegularExpression::anchoredPattern(u"0[xX][0-9a-fA-F]+|[1-9][0-9]*"_s));
+    bool fits = false;
+    auto const count = text.toLongLong(&fits, 0);
+    return fits && count > 0 && form.match(text).hasMatch() ? std::optional<qint64>(count)
+                                                            : std::nullopt;
+}
 
 void CheckPackage(Config const& config, PackageRules const& rules, Findings& findings)
 {
@@ -60,6 +82,9 @@ void CheckPackage(Config const& config, PackageRules const& rules, Findings& fin
     }
     if (!rules.version.isEmpty()) {
         CheckVersion(config, rules.version, findings);
+    }
+    if (rules.slot_size > 0) {
+        CheckSlot(config, findings);
     }
 }
 

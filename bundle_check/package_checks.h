@@ -1,8 +1,9 @@
-// What a bundle must fulfil in addition when it is packed: that it is firmware for customers, and
-// that the package has the firmware's version.
+// What a bundle must fulfil in addition when it is packed: that it is firmware for customers, that
+// the package has the firmware's version, and that the image fits into the unit's slot.
 #pragma once
 
 #include <QString>
+#include <optional>
 
 #include "bundle_check/report.h"
 
@@ -17,7 +18,13 @@ struct PackageRules {
     // The package's version must begin with the numbers in fw_version, so that the package of the
     // next firmware has a higher one. Empty: they are not compared.
     QString version;
+    // The bytes that the unit's MCUboot has room for, which config.ini does not hold. 0: unknown.
+    qint64 slot_size = 0;
 };
+
+// A number of bytes from 1, in decimal or with 0x; nothing for any other text. A leading 0 is
+// refused, since it means octal in config.ini.
+std::optional<qint64> ReadByteCount(QString const& text);
 
 void CheckPackage(Config const& config, PackageRules const& rules, Findings& findings);
 

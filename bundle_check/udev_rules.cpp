@@ -69,6 +69,19 @@ QString MatchSerialPort(UsbIds const& ids)
            "ENV{ID_MM_DEVICE_IGNORE}=\"1\""_s.arg(ids.vendor, ids.product);
 }
 
+// The config.ini of a bundle, of a folder of a product's sources, or the file itself.
+QString FindConfig(QString const& path)
+{
+    if (!QFileInfo(path).isDir()) {
+        return path;
+    }
+    auto const own = GetConfigPath(QDir(path));
+    auto const application_dir = FindApplicationDir(path);
+    return application_dir && !QFileInfo::exists(own)
+               ? QDir::cleanPath(GetConfigPath(QDir(GetBundlePaths(*application_dir).resources)))
+               : own;
+}
+
 // Looks at the text first: QSettings must not be given every file.
 bool IsReadable(QString const& path, Findings& findings)
 {
@@ -76,8 +89,8 @@ bool IsReadable(QString const& path, Findings& findings)
     auto const fault = DescribeFileFault(path);
     auto const text = fault.isEmpty() ? ReadHead(path, kMostBytes + 1) : std::nullopt;
     if (!text) {
-        findings.Fail({},
-                      u"%1 %2."_s.arg(Quote(path), fault.isEmpty() ? u"cannot be read"_s : fault));
+        findings.Fail({}, u"%1 %2; give the folder of a bundle, or its config.ini."_s.arg(
+                              Quote(path), fault.isEmpty() ? u"cannot be read"_s : fault));
         return false;
     }
     if (text->size() > kMostBytes || text->contains('\0')) {
@@ -109,7 +122,7 @@ QString MakeUdevRules(targetInterfaceType type, QMap<QString, uint32_t> const& p
 
 std::optional<QString> MakeUdevRules(QString const& path, Findings& findings)
 {
-    auto const config = QFileInfo(path).isDir() ? GetConfigPath(QDir(path)) : path;
+    auto const config = FindConfig(path);
     if (!IsReadable(config, findings)) {
         return std::nullopt;
     }

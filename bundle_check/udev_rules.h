@@ -18,8 +18,8 @@ namespace bundle_check {
 // ids. products: as ReadProducts returns them.
 QString MakeUdevRules(targetInterfaceType type, QMap<QString, uint32_t> const& products);
 
-// The same for a config.ini, or for a folder that contains it. Nothing, and the reason in
-// `findings`, when it cannot be read.
+// The same for a config.ini, a folder that contains it, or whatever CheckBundle() takes. Nothing,
+// and the reason in `findings`, when it cannot be read.
 std::optional<QString> MakeUdevRules(QString const& path, Findings& findings);
 
 }  // namespace bundle_check

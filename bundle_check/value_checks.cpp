@@ -133,11 +133,13 @@ bool CheckNumber(Config const& config, Key const& key, Findings& findings)
         return false;
     }
     auto const text = value.toString().trimmed();
+    static QRegularExpression const zeros(u"^0+(?=.)"_s);
     bool const looks_octal = text.size() > 1 && text[0] == u'0' && text[1].isDigit();
     if (key.form == Form::Address && looks_octal) {
         findings.Warn(config.PlaceOf(key),
-                      u"The leading 0 makes %1 an octal number, %2 in decimal; remove the 0, or "
-                      "write 0x for hexadecimal."_s.arg(Quote(text), read_as));
+                      u"The leading 0 makes %1 an octal number, 0x%2; for hexadecimal write 0x%3, "
+                      "for decimal %3."_s.arg(Quote(text), QString::number(config.Number(key), 16),
+                                              QString(text).remove(zeros)));
     }
     return true;
 }
@@ -201,8 +203,8 @@ void CheckInterface(Config const& config, Key const& key, Findings& findings)
                  "lower case."_s.arg(Quote(text), usb, mcuboot, GetInterfaceName(TargetUart)));
 }
 
-// A word that was meant to be one of the two that the program knows.
-void CheckTypingError(Place const& place, QString const& type, Findings& findings)
+// A word that is neither of the two that the program knows, but may have been meant to be one.
+void CheckOtherTarget(Place const& place, QString const& type, Findings& findings)
 {
     auto const folded = type.trimmed().toLower();
     for (auto const* known : {kCustomerTarget, kServiceTarget}) {
@@ -212,8 +214,14 @@ void CheckTypingError(Place const& place, QString const& type, Findings& finding
                 place,
                 u"%1 appears in yellow in the window of every customer, and means nothing "
                 "to the program; did you mean %2?"_s.arg(Quote(type), word));
+            return;
         }
     }
+    // Legal, and right for firmware that testers get, so it leaves the bundle clean.
+    findings.Note(
+        place,
+        u"%1 appears in yellow in the window of every customer; write %2 for a "
+        "window without such a word."_s.arg(Quote(type), QLatin1StringView(kCustomerTarget)));
 }
 
 void CheckTargetType(Config const& config, Key const& key, Findings& findings)
@@ -237,8 +245,8 @@ void CheckTargetType(Config const& config, Key const& key, Findings& findings)
         findings.Warn(place,
                       u"%1 has spaces around it, so it appears in the window; remove them."_s.arg(
                           Quote(type)));
-    } else {
-        CheckTypingError(place, type, findings);
+    } else if (folded != QLatin1StringView(kCustomerTarget)) {
+        CheckOtherTarget(place, type, findings);
     }
 }
 

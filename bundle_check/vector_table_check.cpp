@@ -24,11 +24,6 @@ struct VectorTable {
     uint32_t reset;
 };
 
-QString Hex32(uint32_t number)
-{
-    return u"0x"_s + QString::number(number, 16).rightJustified(8, u'0');
-}
-
 // The image and where it is in flash.
 class PlacedImage {
 public:
@@ -58,23 +53,29 @@ public:
         return VectorTable{ReadLittleEndian<uint32_t>(bytes_, offset),
                            ReadLittleEndian<uint32_t>(bytes_, offset + kTableWord)};
     }
+    // Whether the first word can be what it is in every image for such a chip.
+    bool HasStack(VectorTable const& table) const
+    {
+        return table.stack_pointer % kTableWord == 0 &&
+               std::ranges::any_of(chips_, [&](Chip const& chip) {
+                   return chip.HasStackFrom(table.stack_pointer);
+               });
+    }
     // Why this is not a table, as the end of a sentence; an empty text if it is one.
     QString DescribeFault(VectorTable const& table) const
     {
-        auto const holds_stack = [&](Chip const& chip) {
-            return chip.HasStackFrom(table.stack_pointer);
-        };
-        if (table.stack_pointer % kTableWord != 0 || std::ranges::none_of(chips_, holds_stack)) {
-            return u"the first word, %1, is not an initial stack pointer in the chip's RAM"_s.arg(
-                Hex32(table.stack_pointer));
+        if (!HasStack(table)) {
+            return u"the first word, %1, is not an initial stack pointer, a multiple of %2 in the "
+                   "RAM of %3"_s.arg(Hex(table.stack_pointer), QString::number(kTableWord),
+                                     Name(chips_));
         }
         if (table.reset % 2 != kThumb) {
             return u"the second word, %1, is not the odd address of a reset handler"_s.arg(
-                Hex32(table.reset));
+                Hex(table.reset));
         }
         if (!Holds(table.reset - kThumb)) {
             return u"its reset handler at %1 is outside the image, which is written to %2"_s.arg(
-                Hex32(table.reset - kThumb), Hex32(begin_));
+                Hex(table.reset - kThumb), Hex(begin_));
         }
         return {};
     }
@@ -115,7 +116,7 @@ void CheckMarkerAgainstStack(Config const& config, VectorTable const& table, Fin
                       u"The marker at %1 is where the image's stack begins, which grows downwards "
                       "from %2, so the firmware overwrites it before it is read; choose a word "
                       "that the linker script keeps free, for example from %2 on."_s.arg(
-                          Hex32(marker), Hex32(top)));
+                          Hex(marker), Hex(top)));
     }
 }
 
@@ -129,35 +130,43 @@ std::optional<uint32_t> GetStart(Config const& config, PlacedImage const& image)
     return is_used ? std::optional(start) : std::nullopt;
 }
 
-}  // namespace
-
-void CheckVectorTable(Config const& config, QByteArray const& image, Findings& findings)
+// `placed` is in flash. False if there is nothing like a table.
+bool CheckTable(Config const& config, Place const& place, PlacedImage const& placed,
+                Findings& findings)
 {
-    auto const place = config.PlaceOf(config_keys::kFirmwareFilename);
-    PlacedImage const placed(config, image);
-    if (CheckBlank(place, image, findings) || !placed.IsInFlash()) {
-        return;
-    }
     auto const start = GetStart(config, placed).value_or(placed.Begin());
     auto const table = placed.TableAt(start);
     if (table && placed.DescribeFault(*table).isEmpty()) {
         CheckMarkerAgainstStack(config, *table, findings);
-        return;
+        return true;
     }
     auto const first = placed.TableAt(placed.Begin());
     if (start != placed.Begin() && first && placed.DescribeFault(*first).isEmpty()) {
         findings.Fail(config.PlaceOf(config_keys::kStartAddress),
                       u"The unit is started at %1, but the image's vector table is at %2; write "
-                      "%2."_s.arg(Hex32(start), Hex32(placed.Begin())));
-        return;
+                      "%2."_s.arg(Hex(start), Hex(placed.Begin())));
+        return true;
     }
     auto const fault =
         table ? placed.DescribeFault(*table) : u"there is no room for one in the image"_s;
     findings.Fail(place,
                   u"The image has no vector table at %1: %2. Use the raw image that is linked for "
                   "%3, made with 'objcopy -O binary FILE.elf FILE.bin', or correct %4."_s.arg(
-                      Hex32(start), fault, Hex32(placed.Begin()),
+                      Hex(start), fault, Hex(placed.Begin()),
                       QString(config_keys::kProgrammingAddress.name)));
+    return table && placed.HasStack(*table);
+}
+
+}  // namespace
+
+bool CheckVectorTable(Config const& config, QByteArray const& image, Findings& findings)
+{
+    auto const place = config.PlaceOf(config_keys::kFirmwareFilename);
+    if (CheckBlank(place, image, findings)) {
+        return false;
+    }
+    PlacedImage const placed(config, image);
+    return !placed.IsInFlash() || CheckTable(config, place, placed, findings);
 }
 
 }  // namespace bundle_check

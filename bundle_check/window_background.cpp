@@ -1,4 +1,7 @@
 // The background picture: the file, and what the window makes of it.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <QFileInfo>
 #include <QImageReader>
 #include <QLabel>
@@ -164,6 +167,57 @@ bool ShowsPicture(QImage const& background, QImage const& picture)
     return true;
 }
 
+// Discards what is written to the standard error output as long as it lives: the PNG decoder prints
+// there by itself, past Qt's messages.
+class SilentErrorOutput {
+public:
+    SilentErrorOutput() : saved_(dup(STDERR_FILENO)), nowhere_(open("/dev/null", O_WRONLY))
+    {
+        if (saved_ >= 0 && nowhere_ >= 0) {
+            dup2(nowhere_, STDERR_FILENO);
+        }
+    }
+    ~SilentErrorOutput()
+    {
+        if (saved_ >= 0) {
+            dup2(saved_, STDERR_FILENO);
+            close(saved_);
+        }
+        if (nowhere_ >= 0) {
+            close(nowhere_);
+        }
+    }
+    Q_DISABLE_COPY_MOVE(SilentErrorOutput)
+
+private:
+    int saved_;
+    int nowhere_;
+};
+
+// False if the file is no picture that can be decoded. The window would try again and again.
+bool CheckDecoding(QString const& path, QString const& name, Findings& findings)
+{
+    QImageReader reader(path);
+    reader.setDecideFormatFromContent(true);
+    auto const format = reader.format();
+    auto const is_picture = [&] {
+        SilentErrorOutput const silent;
+        return !reader.read().isNull();
+    }();
+    if (!is_picture) {
+        auto const fault = QFileInfo(path).size() == 0 ? u"is empty"_s
+                           : format.isEmpty()
+                               ? u"is not a picture"_s
+                               : u"cannot be decoded (%1)"_s.arg(reader.errorString());
+        findings.Fail({}, u"%1 %2, so the window has no picture; save it again as PNG."_s.arg(
+                              Quote(name), fault));
+    } else if (format != "png") {
+        findings.Warn({}, u"%1 is a %2 picture, whatever its name; save it as PNG."_s.arg(
+                              Quote(name), QString::fromLatin1(format).toUpper()));
+    }
+    return is_picture;
+}
+
 }  // namespace
 
 bool CheckPictures(QDir const& resources, Findings& findings)
@@ -196,10 +250,7 @@ bool CheckPictures(QDir const& resources, Findings& findings)
     }
     for (auto const& name : pictures.mid(0, 1)) {
         CheckLink({}, resources, resources.filePath(name), findings);
-        auto const head = ReadHead(resources.filePath(name), 8);
-        if (!head || *head != "\x89PNG\r\n\x1A\n") {
-            findings.Warn({}, u"%1 is not a PNG file."_s.arg(Quote(name)));
-        }
+        are_safe = are_safe && CheckDecoding(resources.filePath(name), name, findings);
     }
     return are_safe;
 }
@@ -212,12 +263,6 @@ void CheckBackground(QDir const& resources, WindowView& view, Findings& findings
         QImageReader reader(resources.filePath(name));
         reader.setDecideFormatFromContent(true);
         auto const picture = reader.read();
-        if (picture.isNull()) {
-            findings.Fail({},
-                          u"%1 cannot be decoded (%2), so the window has no picture; save it "
-                          "again as PNG."_s.arg(Quote(name), reader.errorString()));
-            continue;
-        }
         CheckPicture(name, picture, view.Size(), findings);
         if (pictures.size() == 1 && !picture.hasAlphaChannel() &&
             !ShowsPicture(background, picture)) {

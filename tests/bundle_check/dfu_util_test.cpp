@@ -106,7 +106,9 @@ TEST(DfuUtil, DoesNotSupportFastByATextInItThatItsUsageDoesNotList)
 
 TEST(DfuUtil, ThatDoesNotExitOrFloodsItsOutputIsNotWaitedFor)
 {
-    for (auto const* script : {"exec tail -f /dev/null\n", "exec yes dfu-util\n"}) {
+    for (auto const* script :
+         {"exec tail -f /dev/null\n", "exec yes dfu-util\n",
+          "trap '' TERM HUP INT\nwhile :; do read -r line <&1; done\n", "kill -STOP $$\n"}) {
         SCOPED_TRACE(script);
         UsbBundle const bundle(script);
         bundle_check::Findings findings;

@@ -131,10 +131,42 @@ TEST(Process, AppliesTheRulesOfAPackage)
     ExpectError({u"--package-version"_s, u"77"_s, bundle.Root()}, "of the package, '77'");
 }
 
+TEST(Process, ComparesTheImageWithTheSlot)
+{
+    BundleFolder bundle;
+    bundle.UseMcuboot();
+    auto const size = QFile(bundle.Path(u"Resources/firmware.bin"_s)).size();
+    auto const slot = u"--slot-size"_s;
+    for (auto const& fitting : {QString::number(size), u"0x"_s + QString::number(size, 16)}) {
+        EXPECT_EQ(RunCheck({slot, fitting, bundle.Root()}).status, 0) << fitting.toStdString();
+    }
+    ExpectError({slot, QString::number(size - 4), bundle.Root()},
+                "config.ini:1: error: firmware_filename: The image has 1128 bytes, 4 more than the "
+                "slot of 1124; make the firmware smaller, or correct --slot-size.");
+    for (auto const& wrong : {u"64K"_s, u"0"_s, u"-1"_s, u"010000"_s, u""_s, u"0x"_s, u"1e5"_s,
+                              u" 4096"_s, u"4096\n"_s, u"0x1000000000000000000"_s}) {
+        auto const outcome = RunCheck({slot, wrong, bundle.Root()});
+        EXPECT_EQ(outcome.status, 2) << wrong.toStdString();
+        EXPECT_EQ(outcome.output, "") << wrong.toStdString();
+        EXPECT_TRUE(outcome.errors.startsWith("--slot-size: '")) << outcome.errors.constData();
+    }
+}
+
+TEST(Process, WarnsOfASlotWhereThereIsNone)
+{
+    BundleFolder const bundle;
+    auto const outcome = RunCheck({u"--slot-size=4096"_s, bundle.Root()});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_TRUE(outcome.output.startsWith(
+        "config.ini: warning: interface: Only MCUboot has a slot, and the interface is uart; leave "
+        "out --slot-size, or write interface=mcuboot_serial.\n"))
+        << outcome.output.constData();
+}
+
 TEST(Process, PrintsUdevRules)
 {
     BundleFolder const bundle;
-    auto const outcome = RunCheck({u"--udev-rules"_s, bundle.Path(u"Resources"_s)});
+    auto const outcome = RunCheck({u"--udev-rules"_s, bundle.Root()});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_TRUE(outcome.output.endsWith("LABEL=\"firmware_updater_end\"\n"))
         << outcome.output.constData();
@@ -160,7 +192,9 @@ TEST(Process, PrintsItsUsage)
     auto const help = RunCheck({u"--help"_s});
     EXPECT_EQ(help.status, 0);
     EXPECT_TRUE(help.output.startsWith("Usage: ")) << help.output.constData();
-    EXPECT_TRUE(help.output.contains("--json")) << help.output.constData();
+    for (auto const* option : {"--json", "--slot-size <BYTES>"}) {
+        EXPECT_TRUE(help.output.contains(option)) << help.output.constData();
+    }
     EXPECT_EQ(help.errors, "");
 }
 
@@ -246,6 +280,18 @@ TEST(HostileInput, PipesAndGigabytesInsteadOfFiles)
     ExpectError({bundle.Root()}, "firmware.bin' is not a regular file.");
     ASSERT_TRUE(QFile::resize(bundle.Path(u"Resources/config.ini"_s), qint64{1} << 30));
     ExpectError({bundle.Root()}, "config.ini is larger than 1048576 bytes");
+}
+
+// The decoder would print errors of its own.
+TEST(HostileInput, DamagedPictures)
+{
+    auto const picture = MakePicture(665, 517);
+    for (auto const& content : {QByteArray(), picture.left(8), picture.left(100),
+                                picture.chopped(14), QByteArray(picture).replace(60, 1, "?")}) {
+        BundleFolder bundle;
+        bundle.Write(u"Resources/background.png"_s, content);
+        ExpectError({bundle.Root()}, "so the window has no picture; save it again as PNG.\n");
+    }
 }
 
 TEST(HostileInput, LongAndManyLines)

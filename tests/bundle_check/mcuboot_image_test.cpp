@@ -1,7 +1,7 @@
 // What is reported about an image that was signed for MCUboot, or was not.
 #include <gtest/gtest.h>
 
-#include "tests/bundle_check/bundle_folder.h"
+#include "tests/bundle_check/image_findings.h"
 #include "tests/bundle_check/test_images.h"
 
 using namespace Qt::StringLiterals;
@@ -9,14 +9,6 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr qsizetype kFirmwareSize = 1000;
-
-BundleFolder MakeMcubootBundle(QByteArray const& image)
-{
-    BundleFolder bundle;
-    bundle.UseMcuboot();
-    bundle.Write(u"Resources/firmware.bin"_s, image);
-    return bundle;
-}
 
 QByteArray MakeGoodImage()
 {
@@ -42,15 +34,9 @@ QByteArray MakeProtectedImage(QByteArray const& area)
     return MakeMcubootParts(kFirmwareSize, area).Image();
 }
 
-void ExpectImage(QByteArray const& image, char const* finding)
+void ExpectImage(QByteArray const& image, QByteArray const& finding)
 {
-    auto const bundle = MakeMcubootBundle(image);
-    auto const text = QByteArray(finding);
-    auto const colon = text.indexOf(':') + 1;
-    EXPECT_TRUE(text.isEmpty() ? FindsNothing(bundle)
-                               : FindsOnly(bundle, "config.ini:1: " + text.left(colon) +
-                                                       " firmware_filename:" + text.mid(colon)))
-        << finding;
+    ExpectImageFindings({{Unit::Mcuboot, image, finding}});
 }
 
 }  // namespace
@@ -60,7 +46,7 @@ TEST(McubootImage, BeginsWithAHeaderOfItsOwn)
     ExpectImage(MakeGoodImage(), "");
     ExpectImage(MakeStm32Image(kFirmwareSize),
                 "error: The image has no MCUboot header, and MCUboot does not start such an image; "
-                "sign the raw image again with 'imgtool sign'.");
+                "sign the raw image with 'imgtool sign'.");
     ExpectImage(MakeStm32Image(2048) + MakeGoodImage(),
                 "error: The MCUboot header is at byte 2048 of the image and not at its beginning, "
                 "as in a file that is merged with the bootloader; use the signed image of the "
@@ -99,7 +85,7 @@ TEST(McubootImage, EndsWithAWholeTlvAreaThatHasTheDigest)
     ExpectImage(Change(image, 1070, ToBytes<uint16_t>(33)), kIncomplete);
     ExpectImage(Change(image, 1070, ToBytes<uint16_t>(31)), kIncomplete);
     ExpectImage(WithArea([](QByteArray const&) { return MakeTlvArea(0x6907, {}); }),
-                "error: The image's TLV area has no SHA-256;");
+                "error: The image's TLV area has no SHA-256, SHA-384 or SHA-512;");
     ExpectImage(WithArea([](QByteArray const& digest) {
                     return MakeTlvArea(0x6907, MakeTlv(0x01, "key") + MakeTlv(0x10, digest) +
                                                    MakeTlv(0x22, "signature"));
@@ -116,9 +102,24 @@ TEST(McubootImage, EndsWithAWholeTlvAreaThatHasTheDigest)
                 "note: The image is encrypted, so its SHA-256 was not compared.");
 }
 
+TEST(McubootImage, MayHaveALongerDigest)
+{
+    auto const parts = MakeMcubootParts(kFirmwareSize);
+    for (auto const& [type, algorithm, name] :
+         {std::tuple{uint16_t{0x11}, QCryptographicHash::Sha384, "SHA-384"},
+          std::tuple{uint16_t{0x12}, QCryptographicHash::Sha512, "SHA-512"}}) {
+        auto const digest = QCryptographicHash::hash(parts.Hashed(), algorithm);
+        auto const image = parts.Hashed() + MakeTlvArea(0x6907, MakeTlv(type, digest));
+        ExpectImage(image, "");
+        ExpectImage(Change(image, 500, "x"),
+                    QByteArray("error: The ") + name + " in the image's TLV area is not that of");
+    }
+}
+
 TEST(McubootImage, MayHaveProtectedTlvs)
 {
-    auto const area = MakeTlvArea(0x6908, MakeTlv(0x50, "count"));
+    auto const dependency = MakeTlv(0x40, QByteArray(12, '\x01'));
+    auto const area = MakeTlvArea(0x6908, dependency + dependency + MakeTlv(0x50, "count"));
     constexpr char kIncomplete[] =
         "error: The image's protected TLV area is missing or incomplete;";
     ExpectImage(MakeProtectedImage(area), "");
@@ -145,7 +146,7 @@ TEST(McubootImage, HasTheVersionThatTheWindowShows)
     auto const version = [](QByteArray const& shown, QByteArray const& bytes) {
         auto parts = MakeMcubootParts(kFirmwareSize);
         parts.header.replace(20, bytes.size(), bytes);
-        auto bundle = MakeMcubootBundle(parts.Image());
+        ImageBundle bundle(Unit::Mcuboot, parts.Image());
         bundle.Set("fw_version", shown);
         return bundle;
     };

@@ -11,6 +11,7 @@
 #include "bundle_check/bundle_checker.h"
 #include "bundle_check/prediction.h"
 #include "tests/bundle_check/bundle_folder.h"
+#include "tests/bundle_check/test_images.h"
 
 using namespace Qt::StringLiterals;
 using namespace bundle_check;
@@ -42,11 +43,13 @@ TEST(Prediction, IsGivenForEachProductByInterfaceAndBaudRateIfThereIsAnImage)
               "'Lumen' over uart: an update takes about 1 s\n"
               "clean\n"_s);
     bundle.UseMcuboot();
-    bundle.Write(u"Resources/firmware.bin"_s, QByteArray(148300, '\xFF'));
+    bundle.Write(u"Resources/firmware.bin"_s, MakeMcubootParts(148196).Image());
     EXPECT_TRUE(FormatText(CheckBundle(bundle.Root()))
                     .contains(u"'Lumen' over mcuboot_serial: an update takes about 7 s"_s));
     bundle.Set("mcuboot_baud", "115200");
     EXPECT_TRUE(FormatText(CheckBundle(bundle.Root())).contains(u"takes about 23 s"_s));
+    bundle.Write(u"Resources/firmware.bin"_s, QByteArray(148300, '\xFF'));
+    EXPECT_TRUE(CheckBundle(bundle.Root()).predictions.isEmpty()) << "nothing to be written";
     bundle.Delete(u"Resources/firmware.bin"_s);
     EXPECT_TRUE(CheckBundle(bundle.Root()).predictions.isEmpty());
 }

@@ -25,7 +25,8 @@ TEST(Picture, MustBeOnePngFile)
 {
     BundleFolder bundle;
     bundle.Write(u"Resources/background.png"_s, MakePicture(665, 517, Qt::black, "bmp"));
-    EXPECT_TRUE(FindsOnly(bundle, "warning: 'background.png' is not a PNG file."));
+    EXPECT_TRUE(FindsOnly(
+        bundle, "warning: 'background.png' is a BMP picture, whatever its name; save it as PNG."));
     bundle.Delete(u"Resources/background.png"_s);
     EXPECT_TRUE(FindsOnly(bundle, "warning: There is no PNG file in the Resources folder"));
 
@@ -51,6 +52,9 @@ TEST(Picture, MustBeShownAsItIs)
         char const* finding;  // empty: nothing
     } const rows[] = {
         {MakePicture(2 * kWidth, 2 * kHeight), ""},
+        {"",
+         "error: 'background.png' is empty, so the window has no picture; save it again as PNG."},
+        {"text", "error: 'background.png' is not a picture, so the window has no picture; save it"},
         {MakePicture(kWidth, kHeight).left(200), "error: 'background.png' cannot be decoded ("},
         {"\x89PNG\r\n\x1A\n", "error: 'background.png' cannot be decoded ("},
         {MakePicture(kWidth - 1, kHeight - 1),
@@ -87,7 +91,7 @@ TEST(Picture, MustBeDarkBehindTheTexts)
     // Yellow is darker than white.
     bundle.Write(u"Resources/background.png"_s, MakePicture(665, 517, QColor(115, 115, 115)));
     bundle.Set("fw_target_type", "beta");
-    EXPECT_TRUE(FindsOnly(bundle, "error: The text 'Beta' cannot be read in front of"));
+    EXPECT_TRUE(Finds(bundle, "error: The text 'Beta' cannot be read in front of"));
     // Only the place of a text counts.
     QImage picture(665, 517, QImage::Format_RGB32);
     picture.fill(Qt::black);

@@ -93,5 +93,20 @@ TEST(UdevRules, AreNotMadeFromWhatIsNoConfiguration)
     EXPECT_EQ(findings.Count(Severity::Error), 1);
 }
 
+TEST(UdevRules, AreMadeOfAConfigurationOrOfEveryFolderThatTheCheckerTakes)
+{
+    BundleFolder bundle;
+    bundle.Set("product_list", "One:1209:0002");
+    QTemporaryDir const source;
+    auto const copy = source.filePath(u"config.ini"_s);
+    ASSERT_TRUE(QFile::copy(bundle.Path(u"Resources/config.ini"_s), copy));
+    for (auto const& path : {bundle.Root(), bundle.Path(), bundle.Path(u"Resources"_s),
+                             bundle.Path(u"Resources/config.ini"_s), source.path(), copy}) {
+        Findings findings;
+        auto const rules = MakeUdevRules(path, findings);
+        EXPECT_TRUE(rules && rules->contains(u"\"1209\""_s)) << path.toStdString();
+    }
+}
+
 }  // namespace
 }  // namespace bundle_check

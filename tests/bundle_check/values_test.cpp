@@ -52,7 +52,7 @@ start_address=800F000 => error: The program reads '800F000' as 0: it is not a nu
 otp_address= => error: The program reads '' as 0: it is empty. Write it like 0x08000000.
 programming_address=0x100000000 => error: The program reads '0x100000000' as 0: it does not fit into 32 bits.
 boot_mode_address=1, 2 => error: The program reads '1, 2' as 0: the comma turns it into a list.
-boot_mode_address=04000240000 => warning: The leading 0 makes '04000240000' an octal number, 536952832 in decimal;
+boot_mode_address=04000240000 => warning: The leading 0 makes '04000240000' an octal number, 0x20014000; for hexadecimal write 0x4000240000, for decimal 4000240000.
 otp_size=0x200 => error: The program reads '0x200' as 0: only decimal digits are allowed here. Write 512.
 otp_size=0b1000000000 => error: The program reads '0b1000000000' as 0: only decimal digits are allowed here. Write 512.
 otp_size=512 bytes => error: The program reads '512 bytes' as 0: it is not a number. Write decimal digits only, for example 512.
@@ -133,7 +133,7 @@ fw_target_type=Service => warning: 'Service' appears in the window but does not 
 fw_target_type="service " => warning: 'service ' appears in the window but does not skip the model check;
 fw_target_type=CUSTOMER => clean
 fw_target_type="customer " => warning: 'customer ' has spaces around it, so it appears in the window;
-fw_target_type=beta => clean
+fw_target_type=beta => note: 'beta' appears in yellow in the window of every customer; write customer for a window without such a word.
 fw_target_type=costumer => warning: 'costumer' appears in yellow in the window of every customer, and means nothing to the program; did you mean customer?
 fw_target_type=Custmer => warning: 'Custmer' appears in yellow in the window of every customer, and means nothing to the program; did you mean customer?
 fw_target_type=servise => warning: 'servise' appears in yellow in the window of every customer, and means nothing to the program; did you mean service?
@@ -150,7 +150,7 @@ product_list="Lumen:10c4:ea60" => clean
 product_list=Lumen:10c4:ea60:1 => warning: 'Lumen:10c4:ea60:1' has more than the three parts
 product_list=:10c4:ea60 => warning: In ':10c4:ea60' the product has no name;
 product_list=Lumen:10c4:0 => warning: In 'Lumen:10c4:0' the product ID is 0
-product_list=Lumen:10cg:ea60 => error: In 'Lumen:10cg:ea60' the vendor ID '10cg' is not a hexadecimal number and is read as 0.
+product_list=Lumen:10cg:ea60 => error: In 'Lumen:10cg:ea60' the vendor ID '10cg' is not a hexadecimal number and is read as 0; write up to four digits, like ea60.
 product_list=Lumen:10c4: => error: In 'Lumen:10c4:' the product ID '' is not a hexadecimal number
 product_list=Lumen:10c4:1ea60 => error: In 'Lumen:10c4:1ea60' the product ID has more than four hexadecimal digits; the program looks for ea60.
 product_list=Flash:0483:DF11 => warning: The USB IDs 0483:df11 belong to an STM32 in USB boot mode
@@ -169,7 +169,9 @@ TEST(ProductList, NeedsTheBootloadersIdsOverUsb)
 TEST(DeviceIdList, HasDecimalNumbersOfOneByte)
 {
     ExpectFindings(R"(
-device_id_list=7, 0x10 => error: '0x10' is not a decimal number; separate identifiers with commas. The program reads 0.
+device_id_list=7, 0x10 => error: '0x10' is not a decimal number; write 16. The program reads 0.
+device_id_list=7; 8 => warning: An unquoted semicolon ends the value, so the program reads only '7'; separate the entries with commas, or put the comment on its own line.
+device_id_list=7, => error: A comma without an identifier is read as the model identifier 0; remove the comma.
 device_id_list="41;42" => error: '41;42' is not a decimal number; separate identifiers with commas.
 device_id_list= => error: The list is empty, which the program reads as the model identifier 0; write the identifiers that this firmware is for, separated by commas.
 device_id_list="" => error: The list is empty
@@ -183,6 +185,7 @@ device_id_list=-1 => error: '-1' does not fit into one byte; identifiers are 0 t
 device_id_list=4294967303 => error: '4294967303' does not fit into one byte; identifiers are 0 to 255. The program reads 7.
 device_id_list=18446744073709551623 => error: '18446744073709551623' does not fit into one byte; identifiers are 0 to 255. The program reads 0.
 device_id_list=0, 255 => clean
+device_id_list=2, 300, 44 => error: '300' does not fit into one byte; identifiers are 0 to 255. The program reads 44.
 device_id_list=7, 8, 7 => warning: The model identifier 7 appears twice.
 )");
 }
@@ -191,14 +194,15 @@ TEST(Addresses, MustBeWhereTheProgramAndTheUnitCanUseThem)
 {
     ExpectFindings(R"(
 start_address=0x08000002 => warning: 0x08000002 is not a multiple of 4
-start_address=0x08000400 => warning: The unit is started at 0x08000400, outside the image.
-boot_mode_address=0x30000000 => error: 0x30000000 is in neither the RAM nor the flash of the chips 0x469, 0x479.
+start_address=0 => error: 0x00000000 is not in the flash of the chips 0x469, 0x479. It begins at 0x08000000.
+start_address=0x08000400 => warning: The unit is started at 0x08000400, outside the image; to start the new firmware write 0x08000000.
+boot_mode_address=0x30000000 => error: 0x30000000 is in neither the RAM nor the flash of the chips 0x469, 0x479; choose an address from 0x20004000 on.
 boot_mode_address=0x08010000 => warning: 0x08010000 is in flash, where the marker can be written only once
 boot_mode_address=0x20014002 => error: 0x20014002 is not a multiple of 4
-boot_mode_address=0x20000000 => warning: 0x20000000 is in the RAM below 0x20004000
-boot_mode_address=0x20003ffc => warning: 0x20003ffc is in the RAM below 0x20004000, which the bootloader reserves: it refuses
+boot_mode_address=0x20000000 => error: 0x20000000 is in the RAM below 0x20004000
+boot_mode_address=0x20003ffc => error: 0x20003ffc is in the RAM below 0x20004000, which the bootloader itself uses, so the marker never reaches the firmware; choose an address from 0x20004000 on.
 boot_mode_address=0x20004000 => clean
-otp_address=0x1FFF0000 => warning: 0x1fff0000 is not in the one-time-programmable area of any supported chip.
+otp_address=0x1FFF0000 => warning: 0x1fff0000 is not in the one-time-programmable area of any supported chip, which is at 0x1fff7000 on the chips 0x469, 0x479, 0x0bfa0000 on the chip 0x482.
 )");
 }
 
@@ -211,8 +215,7 @@ TEST(Addresses, MustBeInFlashOnAProgrammingUnitAndWhereTheProgramErases)
          false},
         {{{"start_address", "0x20000000"}},
          "config.ini:2: error: start_address: 0x20000000 is not in the flash of the chips 0x469, "
-         "0x479.",
-         false},
+         "0x479."},
         {{{"programming_address", "8000000"}},
          "config.ini:3: error: programming_address: 0x007a1200 is not in the flash of the chips "
          "0x469, 0x479. For hexadecimal write 0x08000000.",
