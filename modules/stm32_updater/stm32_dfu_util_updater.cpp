@@ -167,7 +167,9 @@ void Stm32DfuUtilUpdater::onProcessError(QProcess::ProcessError error)
 void Stm32DfuUtilUpdater::onProcessFinished(int exit_code, QProcess::ExitStatus status)
 {
     running_ = false;
-    facts_.write_time = std::chrono::milliseconds(since_start_.elapsed()) - facts_.erase_time;
+    if (facts_.erase_time) {
+        facts_.write_time = std::chrono::milliseconds(since_start_.elapsed()) - *facts_.erase_time;
+    }
     facts_.crashed = status == QProcess::CrashExit;
     facts_.exit_code = exit_code;
     RecordEnd(*process_, GetEnd(*process_));
