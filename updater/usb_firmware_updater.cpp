@@ -60,6 +60,7 @@ UsbFirmwareUpdater::UsbFirmwareUpdater(QString const& firmware_path, QString con
 
 void UsbFirmwareUpdater::NoteDownload(bool succeeded)
 {
+    EndUpdate();
     auto const& facts = dfu_->Facts();
     auto const size = static_cast<size_t>(QFileInfo(firmware_path_).size());
     notes_.image_size = size;
@@ -103,8 +104,7 @@ bool UsbFirmwareUpdater::verifyDeviceId(QList<uint8_t> const& device_ids)
 
 void UsbFirmwareUpdater::onStartUpdate()
 {
-    Q_EMIT UpdateStarted();
-    notes_.UpdateStarted();
+    BeginUpdate();
     upload(firmware_path_, [this](int percent) { Q_EMIT ProgressUpdate(percent); });
 }
 
