@@ -57,8 +57,8 @@ QStringList ListRecords(QString const& folder)
         }
     }
     auto const tomorrow = FormatTime(QDateTime::currentDateTimeUtc().addDays(1));
-    std::stable_partition(records.begin(), records.end(),
-                          [&](QString const& name) { return name > tomorrow; });
+    auto const ahead = std::upper_bound(records.begin(), records.end(), tomorrow);
+    std::rotate(records.begin(), ahead, records.end());
     return records;
 }
 

@@ -186,7 +186,8 @@ std::vector<std::byte> Stm32DfuUtilUpdater::GetOtp(unsigned address, unsigned lo
     }
     QTemporaryFile marker(path + QStringLiteral(".XXXXXX"));
     if (!marker.open()) {
-        return RefuseOtp(marker.errorString());
+        return RefuseOtp(QStringLiteral("no file can be made in %1: %2")
+                             .arg(QFileInfo(path).path(), marker.errorString()));
     }
     RunForOtp(GetOtpArguments(device_, path, address, size));
     QFileInfo const found(path);

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include <QDir>
+#include <QFileInfo>
 #include <QTest>
 #include <memory>
 
@@ -99,6 +100,19 @@ TEST_F(UsbNotes, NameAFileThatIsInTheWayOrIsNotTheTools)
                 ElementsAre(refused + " was not written by this run of dfu-util"));
     EXPECT_THAT(NotesOfAConnect("exit 3\n", {12}),
                 ElementsAre(HasSubstr("dfu-util ended with exit code 3")));
+}
+
+TEST_F(UsbNotes, NameATemporaryFolderInWhichNoFileCanBeMade)
+{
+    ExpectWarning(HasSubstr("the OTP area is not read: no file can be made in "));
+    auto const folder = QFileInfo(tool_.OtpPath()).path();
+    // Even root can make no file in a file.
+    ASSERT_TRUE(QDir().rmdir(folder));
+    tool_.Write(QFileInfo(folder).fileName(), {});
+    EXPECT_THAT(NotesOfAConnect("", {12}),
+                ElementsAre(MatchesRegex("unit refused.*the OTP area cannot be read: no file can "
+                                         "be made in " +
+                                         folder.toStdString() + ": Not a directory")));
 }
 
 TEST_F(UsbNotes, NameADfuUtilThatIsMissing)
