@@ -139,6 +139,7 @@ bool UartFirmwareUpdater::upload(QString const& path, std::function<void(int)> p
         notes_.failure = QStringLiteral("the image cannot be read");
         return false;
     }
+    notes_.image_size = image->size();
     // Nobody would report the engine's bytes as written.
     if (!IsConnected()) {
         qWarning("UartFirmwareUpdater: no unit is connected");

@@ -119,6 +119,8 @@ TEST_F(UartNotes, NameWhatStoppedAnUpdateBeforeItsFirstByte)
     backend->onStartUpdate();
     backend = MakeNotingBackend(MakeFile(PatternImage<QByteArray>(520)));
     backend->onStartUpdate();
-    EXPECT_THAT(notes_, ElementsAre(MatchesRegex(".*: the image cannot be read"),
-                                    MatchesRegex(".*: no unit is connected")));
+    EXPECT_THAT(notes_,
+                ElementsAre(MatchesRegex(".*: the image cannot be read"),
+                            MatchesRegex("update failed after 0 of 520 bytes and .* s: no unit "
+                                         "is connected")));
 }
