@@ -6,8 +6,6 @@
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QSysInfo>
-#include <atomic>
-#include <memory>
 
 #include "app/support_log.h"
 
@@ -72,12 +70,8 @@ void LogImageOfEachUpdate(FirmwareUpdaterBase const& backend, QString const& fir
 void LogClosingDuringUpdates(QGuiApplication const& application, FirmwareUpdaterBase const& backend,
                              SupportLog& log)
 {
-    auto const running = std::make_shared<std::atomic<bool>>(false);
-    QObject::connect(&backend, &FirmwareUpdaterBase::UpdateStarted, [running] { *running = true; });
-    QObject::connect(&backend, &FirmwareUpdaterBase::UpdateFinished,
-                     [running] { *running = false; });
-    auto const note = [running, &log] {
-        if (*running) {
+    auto const note = [&backend, &log] {
+        if (backend.IsUpdating()) {
             log.Write(QStringLiteral("the window was closed during the update, which goes on"));
         }
     };

@@ -21,6 +21,10 @@ std::atomic<QtMessageHandler> next_handler{nullptr};
 std::mutex repeated_lines_mutex;
 RepeatedLines repeated_lines;
 
+// This thread is in SupportLog::Write. Writing a file may itself make Qt print a message, which the
+// tap brings back to the log.
+thread_local bool is_writing = false;
+
 void WriteToTappedLog(QString const& text)
 {
     auto* const log = tapped_log.load();
@@ -123,17 +127,18 @@ QString SupportLog::GetFile(int age) const
 
 void SupportLog::Write(QStringView text)
 {
-    // Writing a file may itself make Qt print a message, which the tap would bring back here.
-    thread_local bool writing = false;
-    if (std::exchange(writing, true)) {
+    if (std::exchange(is_writing, true)) {
         return;
     }
     Append(text);
-    writing = false;
+    is_writing = false;
 }
 
 void SupportLog::PassOn(QStringView text)
 {
+    if (is_writing) {
+        return;
+    }
     std::lock_guard const lock(mutex_);
     if (listener_) {
         listener_(text);

@@ -75,8 +75,8 @@ QString DescribeFailure(int32_t offset, int32_t total, QString const& cause)
 void NoteAnswer(UploadFigures& figures, int32_t offset, std::chrono::milliseconds time)
 {
     if (offset == 0) {
-        figures.first_answer = std::max(figures.first_answer, time);
-    } else if (time > figures.slowest_answer) {
+        figures.first_answer = std::max(figures.first_answer.value_or(time), time);
+    } else if (!figures.slowest_answer || time > *figures.slowest_answer) {
         figures.slowest_answer = time;
         figures.slowest_offset = offset;
     }

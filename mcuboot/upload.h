@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <optional>
 
 #include "mcuboot/exchange.h"
 
@@ -18,9 +19,9 @@ struct UploadFigures {
     int32_t acknowledged = 0;  // the furthest offset that the unit asked for
     int repeated_chunks = 0;   // chunks sent again because the unit asked for an earlier offset
     // The answer to the first chunk, for which the unit may erase its slot, and the slowest of the
-    // others with its chunk's offset.
-    std::chrono::milliseconds first_answer{0};
-    std::chrono::milliseconds slowest_answer{0};
+    // others with its chunk's offset; none if there was no such answer.
+    std::optional<std::chrono::milliseconds> first_answer{};
+    std::optional<std::chrono::milliseconds> slowest_answer{};
     int32_t slowest_offset = 0;
 };
 

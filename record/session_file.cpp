@@ -157,8 +157,9 @@ bool SessionFile::Finish(QString const& path)
 {
     file_->close();
     QFile::remove(GetReplacementPath(path_));
-    if (!QFile::rename(path_, path)) {
-        error_ = QStringLiteral("it cannot be renamed to %1").arg(path);
+    QFile written(path_);
+    if (!written.rename(path)) {
+        error_ = QStringLiteral("it cannot be renamed to %1: %2").arg(path, written.errorString());
         return false;
     }
     path_ = path;

@@ -4,6 +4,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
+#include <algorithm>
 #include <utility>
 
 #include "record/session_file.h"
@@ -33,7 +34,14 @@ bool IsFinished(QString const& name)
     return GetNamePattern().match(name).hasCaptured(kOutcomeGroup);
 }
 
-// The oldest first.
+// Times in names compare like the names.
+QString FormatTime(QDateTime const& time)
+{
+    return time.toUTC().toString(QStringLiteral("yyyy-MM-ddTHH-mm-ssZ"));
+}
+
+// The oldest first. A record that is more than a day ahead was made while the clock was wrong, so
+// it is older than all others.
 QStringList ListRecords(QString const& folder)
 {
     // An empty path would be the current folder.
@@ -48,6 +56,9 @@ QStringList ListRecords(QString const& folder)
             records.append(name);
         }
     }
+    auto const tomorrow = FormatTime(QDateTime::currentDateTimeUtc().addDays(1));
+    auto const ahead = std::upper_bound(records.begin(), records.end(), tomorrow);
+    std::rotate(records.begin(), ahead, records.end());
     return records;
 }
 
@@ -64,7 +75,7 @@ bool SessionFolder::Create() const
 
 QString SessionFolder::MakePath(QDateTime const& time, QString const& transport) const
 {
-    auto const name = time.toUTC().toString(QStringLiteral("yyyy-MM-ddTHH-mm-ssZ-")) + transport;
+    auto const name = FormatTime(time) + QLatin1Char('-') + transport;
     auto numbered = name;
     for (int number = 2; !QDir(path_).entryList({numbered + QLatin1Char('*')}).isEmpty();
          ++number) {

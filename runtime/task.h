@@ -16,12 +16,17 @@
 
 namespace task {
 
-// A semaphore that any thread may release or acquire. Maximum is nominal: the count is not capped,
+// A semaphore that any thread may release or acquire. Maximum is nominal: the count goes beyond it,
 // so tokens of earlier releases let a later wait return at once, and a waiter must check its
 // condition again. A failure inside release, acquire or try_acquire ends the program.
 template <std::ptrdiff_t Maximum>
 class counting_semaphore {
 public:
+    // A release of more tokens drops the rest: a unit may send bytes for days while nobody waits
+    // for them, and the count is an int. No waiter misses a token that was dropped, because it has
+    // this many others to take before it blocks. A waiter that takes them all needs some 20 ms.
+    static constexpr int kMostTokens = 1 << 20;
+
     // initial >= 0
     explicit counting_semaphore(long initial)
         : semaphore_(std::make_unique<QSemaphore>(static_cast<int>(initial)))
@@ -30,7 +35,12 @@ public:
     static constexpr long max() { return static_cast<long>(Maximum); }
 
     // n >= 0
-    void release(long n = 1) noexcept { semaphore_->release(static_cast<int>(n)); }
+    void release(long n = 1) noexcept
+    {
+        // Several threads at a time may exceed the limit, but only by as much again for each.
+        auto const room = std::max(0, kMostTokens - semaphore_->available());
+        semaphore_->release(static_cast<int>(std::min(n, long{room})));
+    }
 
     // Blocks without limit.
     void acquire() noexcept { semaphore_->acquire(1); }

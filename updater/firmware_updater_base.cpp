@@ -11,15 +11,22 @@ FirmwareUpdaterBase::FirmwareUpdaterBase(QObject* parent) : QObject(parent)
     qRegisterMetaType<ConnectionStatus>("ConnectionStatus");
 }
 
-void FirmwareUpdaterBase::RunUpdate()
+void FirmwareUpdaterBase::BeginUpdate()
 {
+    is_updating_ = true;
     Q_EMIT UpdateStarted();
     notes_.UpdateStarted();
+}
+
+void FirmwareUpdaterBase::RunUpdate()
+{
+    BeginUpdate();
     auto const ok = upload(firmware_path_, [this](int percent) { Q_EMIT ProgressUpdate(percent); });
     notes_.UpdateEnded(ok);
     if (ok) {
         reset();
     }
+    EndUpdate();
     Q_EMIT UpdateFinished(ok);
 }
 

@@ -5,13 +5,13 @@
 #include <QList>
 #include <QObject>
 #include <QString>
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <utility>
 
-#include "updater/session_notes.h"
-
 #include "record/sink.h"
+#include "updater/session_notes.h"
 
 // The result of a connect, verify or disconnect.
 enum class ConnectionStatus {
@@ -50,6 +50,9 @@ public:
     // recorded.
     void SetRecord(record::ISink& record) { record_ = &record; }
 
+    // Whether an update runs, and so would outlive the window. Any thread.
+    bool IsUpdating() const { return is_updating_; }
+
 Q_SIGNALS:
     void UpdateStarted();
     void UpdateFinished(bool status);
@@ -73,11 +76,16 @@ protected:
     void ConnectAndVerify(QString const& port_name, QList<uint8_t> const& device_ids, bool verify);
     void DisconnectAndReport();
 
+    // The two ends of an update. A backend that has no RunUpdate() calls them itself.
+    void BeginUpdate();
+    void EndUpdate() { is_updating_ = false; }
+
     record::ISink& GetRecord() const { return *record_; }
 
     QString firmware_path_;
     SessionNotes notes_;
 
 private:
+    std::atomic<bool> is_updating_{false};
     record::ISink* record_ = &record::NoSink();
 };

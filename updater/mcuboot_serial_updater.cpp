@@ -256,13 +256,16 @@ void McubootSerialUpdater::noteUpload(mcuboot::UploadResult const& result)
         return;
     }
     notes_.failure = result.cause;
-    notes_.figures =
-        QStringLiteral(
-            "first answer, with the erase, %1, %2, slowest other answer %3 ms at offset %4")
-            .arg(DescribeSeconds(figures.first_answer),
-                 DescribeCount(figures.repeated_chunks, QStringLiteral("repeated chunk")))
-            .arg(figures.slowest_answer.count())
-            .arg(figures.slowest_offset);
+    if (!figures.first_answer) {
+        return;
+    }
+    notes_.figures = ListFigures(
+        {DescribePhase(QStringLiteral("first answer, with the erase,"), figures.first_answer),
+         DescribeCount(figures.repeated_chunks, QStringLiteral("repeated chunk")),
+         figures.slowest_answer ? QStringLiteral("slowest other answer %1 ms at offset %2")
+                                      .arg(figures.slowest_answer->count())
+                                      .arg(figures.slowest_offset)
+                                : QString()});
 }
 
 void McubootSerialUpdater::dumpCbor(QByteArray const& payload, QString const& label)

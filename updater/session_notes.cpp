@@ -1,7 +1,6 @@
 #include "updater/session_notes.h"
 
 #include <QRegularExpression>
-#include <QStringList>
 #include <algorithm>
 #include <chrono>
 #include <utility>
@@ -12,10 +11,15 @@
 
 namespace {
 
-QString Join(QStringList parts)
+QString JoinWith(QString const& separator, QStringList parts)
 {
     parts.removeAll(QString());
-    return parts.join(QStringLiteral("; "));
+    return parts.join(separator);
+}
+
+QString Join(QStringList parts)
+{
+    return JoinWith(QStringLiteral("; "), std::move(parts));
 }
 
 QString GetKind(QString line)
@@ -80,6 +84,16 @@ QString DescribeCount(qint64 count, QString const& thing)
 QString DescribeSeconds(std::chrono::milliseconds time)
 {
     return QStringLiteral("%1 s").arg(std::chrono::duration<double>(time).count(), 0, 'f', 1);
+}
+
+QString DescribePhase(QString const& phase, std::optional<std::chrono::milliseconds> time)
+{
+    return time ? phase + QLatin1Char(' ') + DescribeSeconds(*time) : QString();
+}
+
+QString ListFigures(QStringList figures)
+{
+    return JoinWith(QStringLiteral(", "), std::move(figures));
 }
 
 SessionNotes::~SessionNotes()

@@ -6,6 +6,7 @@
 #include <QElapsedTimer>
 #include <QList>
 #include <QString>
+#include <QStringList>
 #include <QTime>
 #include <chrono>
 #include <cstddef>
@@ -107,3 +108,9 @@ QString DescribeCount(qint64 count, QString const& thing);
 
 // "3.2 s"
 QString DescribeSeconds(std::chrono::milliseconds time);
+
+// "erase 3.2 s"; empty for a phase without a time, which was not seen.
+QString DescribePhase(QString const& phase, std::optional<std::chrono::milliseconds> time);
+
+// The texts that are not empty, with commas between them.
+QString ListFigures(QStringList figures);

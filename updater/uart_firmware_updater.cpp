@@ -99,13 +99,15 @@ void UartFirmwareUpdater::NoteFacts()
     }
     notes_.image_size = facts.image_size;
     notes_.written = facts.written;
-    notes_.figures = QStringLiteral("erase %1, writing %2, %3, slowest answer %4 ms")
-                         .arg(DescribeSeconds(facts.erase_time), DescribeSeconds(facts.write_time),
-                              DescribeCount(facts.refused_blocks, QStringLiteral("refused block")))
-                         .arg(facts.slowest_answer.count());
-    if (!facts.slowest_request.empty()) {
-        notes_.figures += QStringLiteral(" to ") + QString::fromStdString(facts.slowest_request);
-    }
+    notes_.figures = ListFigures(
+        {DescribePhase(QStringLiteral("erase"), facts.erase_time),
+         DescribePhase(QStringLiteral("writing"), facts.write_time),
+         facts.write_time ? DescribeCount(facts.refused_blocks, QStringLiteral("refused block"))
+                          : QString(),
+         facts.slowest_answer ? QStringLiteral("slowest answer %1 ms to %2")
+                                    .arg(facts.slowest_answer->count())
+                                    .arg(QString::fromStdString(facts.slowest_request))
+                              : QString()});
 }
 
 void UartFirmwareUpdater::disconnect()
@@ -137,6 +139,7 @@ bool UartFirmwareUpdater::upload(QString const& path, std::function<void(int)> p
         notes_.failure = QStringLiteral("the image cannot be read");
         return false;
     }
+    notes_.image_size = image->size();
     // Nobody would report the engine's bytes as written.
     if (!IsConnected()) {
         qWarning("UartFirmwareUpdater: no unit is connected");

@@ -60,13 +60,16 @@ UsbFirmwareUpdater::UsbFirmwareUpdater(QString const& firmware_path, QString con
 
 void UsbFirmwareUpdater::NoteDownload(bool succeeded)
 {
+    EndUpdate();
     auto const& facts = dfu_->Facts();
     auto const size = static_cast<size_t>(QFileInfo(firmware_path_).size());
     notes_.image_size = size;
-    notes_.written = succeeded ? size : size * static_cast<size_t>(facts.percent) / 100;
+    constexpr int kWhole = 100;
+    auto const percent = static_cast<size_t>(succeeded ? kWhole : std::min(facts.percent, kWhole));
+    notes_.written = size * percent / kWhole;
     notes_.failure = DescribeRun(facts);
-    notes_.figures = QStringLiteral("erase %1, writing %2")
-                         .arg(DescribeSeconds(facts.erase_time), DescribeSeconds(facts.write_time));
+    notes_.figures = ListFigures({DescribePhase(QStringLiteral("erase"), facts.erase_time),
+                                  DescribePhase(QStringLiteral("writing"), facts.write_time)});
     if (succeeded && facts.exit_code != 0) {
         notes_.Write(QStringLiteral("the window shows \"DONE\" although ") + notes_.failure);
     } else {
@@ -101,8 +104,7 @@ bool UsbFirmwareUpdater::verifyDeviceId(QList<uint8_t> const& device_ids)
 
 void UsbFirmwareUpdater::onStartUpdate()
 {
-    Q_EMIT UpdateStarted();
-    notes_.UpdateStarted();
+    BeginUpdate();
     upload(firmware_path_, [this](int percent) { Q_EMIT ProgressUpdate(percent); });
 }
 

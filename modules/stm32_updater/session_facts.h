@@ -18,13 +18,13 @@ struct SessionFacts {
     // Of the last Update.
     size_t image_size = 0;  // bytes, padding included
     size_t written = 0;     // bytes that the bootloader has acknowledged
-    std::chrono::milliseconds erase_time{0};
-    std::chrono::milliseconds write_time{0};
-    unsigned refused_blocks = 0;  // repeats included
+    std::optional<std::chrono::milliseconds> erase_time;  // none: it did not begin
+    std::optional<std::chrono::milliseconds> write_time;  // the same
+    unsigned refused_blocks = 0;                          // repeats included
 
     // The longest that an answer took to come, counted from the last byte sent, and the request.
     std::string slowest_request;
-    std::chrono::milliseconds slowest_answer{0};
+    std::optional<std::chrono::milliseconds> slowest_answer;  // none: nothing was answered
 
     // Why the last operation failed, as a sentence: which request, to which address, what was
     // expected, what came instead and how long it took. Empty while none has failed.

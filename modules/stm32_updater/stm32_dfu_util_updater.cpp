@@ -167,7 +167,9 @@ void Stm32DfuUtilUpdater::onProcessError(QProcess::ProcessError error)
 void Stm32DfuUtilUpdater::onProcessFinished(int exit_code, QProcess::ExitStatus status)
 {
     running_ = false;
-    facts_.write_time = std::chrono::milliseconds(since_start_.elapsed()) - facts_.erase_time;
+    if (facts_.erase_time) {
+        facts_.write_time = std::chrono::milliseconds(since_start_.elapsed()) - *facts_.erase_time;
+    }
     facts_.crashed = status == QProcess::CrashExit;
     facts_.exit_code = exit_code;
     RecordEnd(*process_, GetEnd(*process_));
@@ -184,7 +186,8 @@ std::vector<std::byte> Stm32DfuUtilUpdater::GetOtp(unsigned address, unsigned lo
     }
     QTemporaryFile marker(path + QStringLiteral(".XXXXXX"));
     if (!marker.open()) {
-        return RefuseOtp(marker.errorString());
+        return RefuseOtp(QStringLiteral("no file can be made in %1: %2")
+                             .arg(QFileInfo(path).path(), marker.errorString()));
     }
     RunForOtp(GetOtpArguments(device_, path, address, size));
     QFileInfo const found(path);

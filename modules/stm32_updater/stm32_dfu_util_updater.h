@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <span>
 #include <string>
 #include <utility>
@@ -31,14 +32,16 @@ struct DfuUtilTimes {
 
 // What is known about the last run of the tool, for whoever explains it afterwards.
 struct DfuUtilFacts {
-    std::chrono::milliseconds erase_time{0};  // of a download: until its first percentage was seen
-    std::chrono::milliseconds write_time{0};  // of a download: from then on
-    int percent = 0;                          // of a download, as last seen
-    bool crashed = false;                     // or killed
-    int exit_code = 0;                        // unless it crashed
-    QString start_error;                      // empty for a tool that was started
-    QByteArray errors;                        // the last that it printed to standard error
-    QString file_error;  // of a read of the OTP area: why its file was not used or made
+    // Of a download: until its first percentage was seen, and from then on. A tool that ends before
+    // the first look at its output has neither.
+    std::optional<std::chrono::milliseconds> erase_time;
+    std::optional<std::chrono::milliseconds> write_time;
+    int percent = 0;       // of a download, as last seen
+    bool crashed = false;  // or killed
+    int exit_code = 0;     // unless it crashed
+    QString start_error;   // empty for a tool that was started
+    QByteArray errors;     // the last that it printed to standard error
+    QString file_error;    // of a read of the OTP area: why its file was not used or made
 };
 
 // Everything runs on the thread to which the object belongs; a download needs that thread's event

@@ -43,7 +43,7 @@ std::string DescribeMissing(size_t expected, std::span<std::byte const> received
 // Sets `time` to how long it existed, also when an exception ends it.
 class Stopwatch {
 public:
-    Stopwatch(Waits const& waits, std::chrono::milliseconds& time)
+    Stopwatch(Waits const& waits, std::optional<std::chrono::milliseconds>& time)
         : waits_(waits), time_(time), start_(waits.now())
     {}
     ~Stopwatch()
@@ -55,7 +55,7 @@ public:
 
 private:
     Waits const& waits_;
-    std::chrono::milliseconds& time_;
+    std::optional<std::chrono::milliseconds>& time_;
     std::chrono::steady_clock::time_point start_;
 };
 
@@ -252,7 +252,8 @@ bool Stm32UartUpdater::DoUpdate(std::span<std::byte const> image, ProgressCallba
     facts_.failure.clear();
     facts_.image_size = image.size();
     facts_.written = 0;
-    facts_.erase_time = facts_.write_time = {};
+    facts_.erase_time.reset();
+    facts_.write_time.reset();
     facts_.refused_blocks = 0;
     // Too small for a trailer: refused before anything is erased.
     if (image.size() < kTrailerSize) {
@@ -275,7 +276,6 @@ bool Stm32UartUpdater::DoUpdate(std::span<std::byte const> image, ProgressCallba
 
 void Stm32UartUpdater::EraseFlash(size_t image_size)
 {
-    Stopwatch const stopwatch(waits_, facts_.erase_time);
     if (!flash_config_) {
         Fail(fmt::format("no chip identified, command {}", command_name_),
              "the chip was not identified before");
@@ -459,6 +459,7 @@ bool Stm32UartUpdater::StartWrite(uint32_t address)
 
 void Stm32UartUpdater::CmdErase(std::span<std::byte const> const& pages)
 {
+    Stopwatch const stopwatch(waits_, facts_.erase_time);
     Begin("Erase", "Erase");
     SendCommand(Command::kErase);
     WaitForDfuAck(kAnswerTimeout);
@@ -468,6 +469,7 @@ void Stm32UartUpdater::CmdErase(std::span<std::byte const> const& pages)
 
 void Stm32UartUpdater::CmdEraseExt(std::span<uint16_t const> const& pages)
 {
+    Stopwatch const stopwatch(waits_, facts_.erase_time);
     Begin("Erase Ext", "Extended Erase");
     SendCommand(Command::kExtendedErase);
     WaitForDfuAck(kAnswerTimeout);
@@ -552,7 +554,8 @@ std::span<std::byte const> Stm32UartUpdater::WaitForData(size_t n, Milliseconds 
                  DescribeMissing(n, rx_data_, timeout));
         }
     }
-    if (auto const time = TimeSinceSent(); n > 0 && time > facts_.slowest_answer) {
+    if (auto const time = TimeSinceSent();
+        n > 0 && (!facts_.slowest_answer || time > *facts_.slowest_answer)) {
         facts_.slowest_answer = time;
         facts_.slowest_request = request_;
     }

@@ -35,7 +35,9 @@ inline constexpr ChipTimes kRealTimes{std::chrono::microseconds{24500},
                                       std::chrono::microseconds{24600},
                                       std::chrono::microseconds{82}};
 
-// Likewise of the STM32U5 (data sheet DS13737). A bank is taken to need as long as its 128 pages.
+// Of the STM32U5, approximate: they have not been compared with its data sheet (DS13737). They
+// decide only how long a simulated unit is busy. The same figures in bundle_check/flash_figures.h
+// decide more. A bank is taken to need as long as its 128 pages.
 inline constexpr ChipTimes kRealTimesOfU5{std::chrono::microseconds{3400},
                                           128 * std::chrono::microseconds{3400},
                                           std::chrono::microseconds{118}, kQuadWord};
@@ -68,9 +70,10 @@ struct Chip {
     constexpr unsigned Pages() const { return static_cast<unsigned>(flash_size / page_size); }
 };
 
-// Figures from the reference manuals RM0440 (STM32G4) and RM0456 (STM32U5), and the bootloader's
-// RAM from application note AN2606. Of the STM32G4 the harsher habit is assumed. The STM32U5 must
-// fill the last unit: there are units that are updated by writes of 8 bytes, half a quad word.
+// Figures from the reference manuals RM0440 (STM32G4) and RM0456 (STM32U5). The bootloader's RAM,
+// which application note AN2606 has for each chip, is approximate for the STM32U5; it decides only
+// which writes a simulated unit refuses. Of the STM32G4 the harsher habit is assumed. The STM32U5
+// must fill the last unit: there are units that are updated by writes of 8 bytes, half a quad word.
 inline constexpr std::array kChips{
     Chip{0x469, 512 * 1024, 2048, kDoubleWord, 128 * 1024, 16 * 1024, 0x1FFF7000, 1024, kRealTimes,
          WriteHabits{}},

@@ -3,6 +3,7 @@
 
 #include <QApplication>
 #include <QTemporaryDir>
+#include <QTest>
 #include <QTimer>
 #include <QWidget>
 
@@ -10,6 +11,7 @@
 #include "app/support_log.h"
 #include "tests/support/fake_backend.h"
 #include "tests/support/files.h"
+#include "updater/usb_firmware_updater.h"
 
 namespace {
 
@@ -40,15 +42,30 @@ protected:
 
 TEST_F(ClosingLog, SaysThatTheUpdateGoesOn)
 {
-    Q_EMIT backend_.UpdateStarted();
-    EXPECT_THAT(LogAfterClosing(),
-                EndsWith(" the window was closed during the update, which goes on"));
+    backend_.Record().percentages = {50};
+    std::string log;
+    QObject::connect(&backend_, &FirmwareUpdaterBase::ProgressUpdate,
+                     [&] { log = LogAfterClosing(); });
+    backend_.onStartUpdate();
+    EXPECT_THAT(log, EndsWith(" the window was closed during the update, which goes on"));
 }
 
 TEST_F(ClosingLog, SaysNothingWhenNoUpdateRuns)
 {
     EXPECT_THAT(LogAfterClosing(), IsEmpty());
-    Q_EMIT backend_.UpdateStarted();
-    Q_EMIT backend_.UpdateFinished(true);
+    backend_.onStartUpdate();
+    EXPECT_THAT(LogAfterClosing(), IsEmpty());
+}
+
+// No signal reports that dfu-util could not be started, but nothing runs then.
+TEST_F(ClosingLog, SaysNothingWhenTheUpdateCouldNotStart)
+{
+    UsbFirmwareUpdater backend({}, directory_.filePath(QStringLiteral("no-tool")), 0, 0, 0, {},
+                               nullptr);
+    LogClosingDuringUpdates(*qApp, backend, log_);
+    QStringList notes;
+    backend.SetNotes([&](QString const& line) { notes.append(line); });
+    backend.onStartUpdate();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !notes.isEmpty(); }));
     EXPECT_THAT(LogAfterClosing(), IsEmpty());
 }

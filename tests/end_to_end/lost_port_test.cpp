@@ -121,19 +121,6 @@ protected:
         ExpectUnitIsUpdatedAndProgramEnds();
     }
 
-    // The program opens the port and lets some time pass before it sends the first byte.
-    void PlayBounceDuringConnect()
-    {
-        this->Start(u"--units 0"_s);
-        this->ExpectScreen(IsWaiting);
-        static QRegularExpression const pty(u"pty=(\\S+)"_s);
-        auto const path = pty.match(unit_->Ask(u"plug"_s)).captured(1);
-        ASSERT_TRUE(WaitUntil([&] { return HasOpen(path); }, Program::kLimit));
-        unit_->Command(u"unplug"_s);
-        unit_->Command(u"plug"_s);
-        ExpectUnitIsUpdatedAndProgramEnds();
-    }
-
     void PlayLossInWrite(QString const& place, std::chrono::milliseconds limit)
     {
         this->Start();
@@ -192,14 +179,43 @@ INSTANTIATE_TEST_SUITE_P(, EveryMcubootLoss, testing::ValuesIn(kLosses), NameOf)
 
 // ---- At other moments ----
 
+// The program opens the port and lets some time pass before it sends the first byte.
 TEST_F(UartLostPort, DuringAConnectIsNoticedAndTheNextConnectSucceeds)
 {
-    PlayBounceDuringConnect();
+    Start(u"--units 0"_s);
+    ExpectScreen(IsWaiting);
+    static QRegularExpression const pty(u"pty=(\\S+)"_s);
+    auto const path = pty.match(unit_->Ask(u"plug"_s)).captured(1);
+    ASSERT_TRUE(WaitUntil([&] { return HasOpen(path); }, Program::kLimit));
+    unit_->Command(u"unplug"_s);
+    unit_->Command(u"plug"_s);
+    ExpectUnitIsUpdatedAndProgramEnds();
 }
 
-TEST_F(McubootLostPort, DuringAConnectIsNoticedAndTheNextConnectSucceeds)
+// The port is closed as soon as it reports its loss, and the connect does not wait for the answer
+// until its time-out.
+TEST_F(McubootLostPort, DuringAConnectEndsThatConnectAtOnceAndTheNextOneSucceeds)
 {
-    PlayBounceDuringConnect();
+    PlugIn();
+    unit_->Command(u"fault drop-answer 1"_s);
+    StartProgram();
+    auto const has_asked = [&] { return unit_->Ask(u"status"_s).contains(u"fault-strikes=1"); };
+    ASSERT_TRUE(WaitUntil(has_asked, Program::kLimit));
+    unit_->Command(u"unplug"_s);
+
+    static QRegularExpression const failure(
+        u"no unit answers on .*: image state: no answer within (\\d+) ms"_s);
+    QRegularExpressionMatch failed;
+    auto const has_failed = [&] {
+        failed = failure.match(QString::fromUtf8(program_->ReadLog()));
+        return failed.hasMatch();
+    };
+    ASSERT_TRUE(WaitUntil(has_failed, Program::kLimit)) << program_->ReadLog().toStdString();
+    EXPECT_LT(std::chrono::milliseconds(failed.captured(1).toInt()), mcuboot::kQueryTimeout);
+    ExpectLogged(u"info: lost port .* because of: "_s);
+
+    unit_->Command(u"plug"_s);
+    ExpectUnitIsUpdatedAndProgramEnds();
 }
 
 // A connect that nobody answered leaves its port open.

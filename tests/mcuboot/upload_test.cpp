@@ -237,6 +237,11 @@ TEST_F(UploadTest, CountsItsRepeatsAndItsSlowestAnswers)
     EXPECT_EQ(figures.first_answer, 903ms);
     EXPECT_EQ(figures.slowest_answer, 53ms) << "a time-out is no answer";
     EXPECT_EQ(figures.slowest_offset, 1483);
+
+    line_.StaysSilent();
+    EXPECT_EQ(UploadImage(Pattern(4000)).figures.first_answer, std::nullopt);
+    line_.Answers(OffAnswer(4000));
+    EXPECT_EQ(UploadImage(Pattern(4000)).figures.slowest_answer, std::nullopt);
 }
 
 TEST_F(UploadTest, WaitsTenSecondsForAChunkAtTheStartAndThreeForAnyOther)

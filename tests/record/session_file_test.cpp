@@ -57,6 +57,19 @@ TEST_F(SessionFileTest, IsReadableAndLockedWhileItIsWrittenAndForItsOwnerOnly)
               QFile::Permissions());
 }
 
+TEST_F(SessionFileTest, KeepsItsNameWhenTheLastOneIsTakenAndSaysSo)
+{
+    auto const last = folder_.filePath(QStringLiteral("b.pcapng"));
+    ASSERT_TRUE(QFile::copy(path_, last));
+
+    EXPECT_FALSE(file_.Finish(last));
+
+    EXPECT_EQ(file_.GetError(),
+              QStringLiteral("it cannot be renamed to %1: Destination file exists").arg(last));
+    EXPECT_EQ(file_.GetPath(), path_);
+    EXPECT_TRUE(QFile::exists(path_));
+}
+
 TEST_F(SessionFileTest, GetsItsLastNameAndIsNoLongerLocked)
 {
     auto const last = folder_.filePath(QStringLiteral("b.pcapng"));

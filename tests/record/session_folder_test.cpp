@@ -6,6 +6,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 #include <QTimeZone>
 
@@ -121,6 +122,27 @@ TEST_F(SessionFolderTest, KeepsTheNewestThatFitAndLeavesRoomForAnother)
 
     folder.RemoveOldest(true);
     EXPECT_THAT(List(), ElementsAre("2026-11-21T17-01-03Z-uart-done.pcapng"));
+}
+
+// Otherwise the records of such a clock would push out every new one, for as long as it was ahead.
+TEST_F(SessionFolderTest, TakesRecordsOfAClockThatWasAheadForTheOldest)
+{
+    SessionFolder const folder(temporary_.path(), limits_);
+    std::vector<std::string> records;
+    auto const now = QDateTime::currentDateTimeUtc();
+    // The clock may also have been set back by a moment.
+    for (auto const& time : {now.addSecs(-60), now, now.addSecs(60)}) {
+        auto const path = SessionFolder::GetFinishedPath(
+            folder.MakePath(time, QStringLiteral("uart")), QStringLiteral("done"));
+        records.push_back(QFileInfo(path).fileName().toStdString());
+        MakeFile(records.back().c_str());
+    }
+    MakeFile("2999-01-01T00-00-00Z-uart-done.pcapng");
+    MakeFile("2999-01-02T00-00-00Z-uart-done.pcapng");
+
+    folder.RemoveOldest(false);
+
+    EXPECT_EQ(List(), records);
 }
 
 TEST_F(SessionFolderTest, NeedNotExist)

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <bit>
+#include <limits>
 #include <type_traits>
 
 namespace {
@@ -33,6 +34,33 @@ TEST(CountingSemaphore, StartsWithTheGivenCountAndCountsBeyondItsNominalMaximum)
         EXPECT_TRUE(semaphore.try_acquire());
     }
     EXPECT_FALSE(semaphore.try_acquire());
+}
+
+// A unit that prints its console for half a day while nobody reads would overflow the count.
+TEST(CountingSemaphore, StopsCountingLongBeforeTheCountOverflows)
+{
+    struct Releases {
+        long first;
+        long second;
+    };
+    constexpr long kLargestInt = std::numeric_limits<int>::max();
+    constexpr Releases kRows[] = {{kLargestInt, kLargestInt},
+                                  {std::numeric_limits<long>::max(), 0},
+                                  {long{Semaphore::kMostTokens} - 1, 2}};
+    for (auto const& [first, second] : kRows) {
+        Semaphore semaphore(0);
+        semaphore.release(first);
+        semaphore.release(second);
+        int taken = 0;
+        while (taken <= Semaphore::kMostTokens && semaphore.try_acquire()) {
+            ++taken;
+        }
+        EXPECT_EQ(taken, Semaphore::kMostTokens) << first << " and " << second;
+
+        semaphore.release();
+        EXPECT_TRUE(semaphore.try_acquire());
+        EXPECT_FALSE(semaphore.try_acquire());
+    }
 }
 
 TEST(CountingSemaphore, ATimedWaitEndsWithATokenOrAfterItsTime)

@@ -97,10 +97,15 @@ TEST_F(UartNotes, NameHowAnUpdateEnded)
     EXPECT_THAT(NotesOfAnUpdate(520, {{.kind = FaultKind::kSilentInWrite, .at = 2}}),
                 ElementsAre(MatchesRegex(
                     "update failed after 256 of 520 bytes and [0-9.]+ s: Write Memory at "
-                    "0x08000100, block 2 of 3: no answer within 1000 ms; erase .*")));
+                    "0x08000100, block 2 of 3: no answer within 1000 ms; erase [0-9.]+ s, writing "
+                    "1.[0-9] s, 0 refused blocks, slowest answer .*")));
+    EXPECT_THAT(NotesOfAnUpdate(520, {{.kind = FaultKind::kNackErase}}),
+                ElementsAre(MatchesRegex(
+                    "update failed after 0 of 520 bytes and [0-9.]+ s: Extended Erase: refused "
+                    ".NACK. after [0-9]+ ms; erase [0-9.]+ s, slowest answer .*")));
     EXPECT_THAT(NotesOfAnUpdate(4),
                 ElementsAre(MatchesRegex("update failed after 0 of .* bytes and [0-9.]+ s: the "
-                                         "image is smaller than 5 bytes; .*")));
+                                         "image is smaller than 5 bytes; slowest answer .*")));
     EXPECT_THAT(NotesOfAnUpdate(520, {{.kind = FaultKind::kSilentInWrite, .at = 4}}),
                 ElementsAre(MatchesRegex("update succeeded: .*"),
                             MatchesRegex("the updated unit was not restarted: Write Memory at "
@@ -114,6 +119,8 @@ TEST_F(UartNotes, NameWhatStoppedAnUpdateBeforeItsFirstByte)
     backend->onStartUpdate();
     backend = MakeNotingBackend(MakeFile(PatternImage<QByteArray>(520)));
     backend->onStartUpdate();
-    EXPECT_THAT(notes_, ElementsAre(MatchesRegex(".*: the image cannot be read"),
-                                    MatchesRegex(".*: no unit is connected")));
+    EXPECT_THAT(notes_,
+                ElementsAre(MatchesRegex(".*: the image cannot be read"),
+                            MatchesRegex("update failed after 0 of 520 bytes and .* s: no unit "
+                                         "is connected")));
 }

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include <QDir>
+#include <QFileInfo>
 #include <QTest>
 #include <memory>
 
@@ -101,6 +102,19 @@ TEST_F(UsbNotes, NameAFileThatIsInTheWayOrIsNotTheTools)
                 ElementsAre(HasSubstr("dfu-util ended with exit code 3")));
 }
 
+TEST_F(UsbNotes, NameATemporaryFolderInWhichNoFileCanBeMade)
+{
+    ExpectWarning(HasSubstr("the OTP area is not read: no file can be made in "));
+    auto const folder = QFileInfo(tool_.OtpPath()).path();
+    // Even root can make no file in a file.
+    ASSERT_TRUE(QDir().rmdir(folder));
+    tool_.Write(QFileInfo(folder).fileName(), {});
+    EXPECT_THAT(NotesOfAConnect("", {12}),
+                ElementsAre(MatchesRegex("unit refused.*the OTP area cannot be read: no file can "
+                                         "be made in " +
+                                         folder.toStdString() + ": Not a directory")));
+}
+
 TEST_F(UsbNotes, NameADfuUtilThatIsMissing)
 {
     MakeBackend();
@@ -111,20 +125,43 @@ TEST_F(UsbNotes, NameADfuUtilThatIsMissing)
                 ElementsAre(MatchesRegex("unit refused.*the OTP area cannot be read: dfu-util did "
                                          "not run to its end: .*No such file.*"),
                             MatchesRegex("update failed after 0 of 2000 bytes and .*: dfu-util did "
-                                         "not run to its end: .*No such file.*")));
+                                         "not run to its end: .*No such file[^;]*")));
 }
 
 TEST_F(UsbNotes, NameHowAnUpdateEnded)
 {
     EXPECT_THAT(NotesOfAnUpdate("exit 0\n"),
-                ElementsAre(MatchesRegex("update succeeded: 2000 bytes in .* s, .* kB/s; erase .* "
-                                         "s, writing .* s")));
+                ElementsAre(MatchesRegex("update succeeded: 2000 bytes in .* s, [0-9.]+ kB/s")));
     EXPECT_THAT(NotesOfAnUpdate("for n in 1 2 3 4 5 6; do echo \"line $n\" >&2; done\nexit 74\n"),
                 ElementsAre("the window shows \"DONE\" although dfu-util ended with exit code 74: "
                             "line 2 | line 3 | line 4 | line 5 | line 6"));
     EXPECT_THAT(NotesOfAnUpdate("echo half >&2\nkill -9 $$\n"),
                 ElementsAre(MatchesRegex("update failed after 0 of 2000 bytes and .* s: dfu-util "
-                                         "crashed or was killed: half; erase .*")));
+                                         "crashed or was killed: half")));
+}
+
+// A tool whose progress was not seen has no phases: the notes above have none.
+TEST_F(UsbNotes, NameTheTimesOfErasingAndWritingIfTheToolsProgressWasSeen)
+{
+    tool_.Does("printf 'Download [==] 42%%'; wait_for_test\n");
+    MakeBackend();
+    backend_->onStartUpdate();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return signals_.contains(u"erase finished"_s); }, 15'000));
+    tool_.LetGo();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !notes_.empty(); }, 15'000));
+    EXPECT_THAT(notes_, ElementsAre(MatchesRegex("update succeeded: .* kB/s; erase [1-9][0-9.]* s, "
+                                                 "writing [0-9.]+ s")));
+}
+
+TEST_F(UsbNotes, CountNoMoreBytesThanTheImageHas)
+{
+    tool_.Does("printf 'Download [==] 999%%'; wait_for_test; kill -9 $$\n");
+    MakeBackend();
+    backend_->onStartUpdate();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return signals_.contains(u"erase finished"_s); }, 15'000));
+    tool_.LetGo();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !notes_.empty(); }, 15'000));
+    EXPECT_THAT(notes_, ElementsAre(MatchesRegex("update failed after 2000 of 2000 bytes .*")));
 }
 
 TEST_F(UsbNotes, LeaveTheToolsErrorsOnTheTerminal)

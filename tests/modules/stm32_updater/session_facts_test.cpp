@@ -197,9 +197,29 @@ TEST_F(SessionFactsTest, BeginAnewWithEachUpdate)
     EXPECT_FALSE(Update(PatternImage(4)));
 
     EXPECT_EQ(updater->Facts().image_size, 4U);
-    EXPECT_EQ(updater->Facts().erase_time, 0ms);
-    EXPECT_EQ(updater->Facts().write_time, 0ms);
+    EXPECT_EQ(updater->Facts().erase_time, std::nullopt);
+    EXPECT_EQ(updater->Facts().write_time, std::nullopt);
     EXPECT_EQ(updater->Facts().failure, "");
+}
+
+TEST_F(SessionFactsTest, HaveNoTimesOfWhatWasNotDone)
+{
+    Connect({0x00, 0x01, 0x02, 0x31});
+    EXPECT_EQ(updater->Facts().erase_time, std::nullopt);
+    ExpectGetVersion();
+    ExpectWrite({0x08, 0x00, 0x00, 0x00, 0x08}, Slice(kFactsImage, 0, 256));
+    ExpectWrite({0x08, 0x00, 0x01, 0x00, 0x09}, Slice(kFactsImage, 256, 256));
+    ExpectWrite({0x08, 0x00, 0x02, 0x00, 0x0A}, TrailerOf(kFactsImage));
+    Printed([this] { EXPECT_TRUE(Update(kFactsImage)); });
+    EXPECT_EQ(updater->Facts().erase_time, std::nullopt) << "the unit has no erase command";
+    EXPECT_EQ(updater->Facts().write_time, 0ms);
+
+    Connect();
+    ExpectGetVersion();
+    uart.Expect({0x44, 0xBB}).Answer({0x1F});
+    EXPECT_NE(UpdateFailure(), "");
+    EXPECT_EQ(updater->Facts().erase_time, 0ms);
+    EXPECT_EQ(updater->Facts().write_time, std::nullopt);
 }
 
 TEST_F(SessionFactsTest, BeginAnewWithEachConnect)

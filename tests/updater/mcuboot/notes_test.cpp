@@ -99,6 +99,12 @@ TEST_F(RecoveryNotes, CountTheBytesOfAnUpdateAndNameTheChunkThatFailed)
     EXPECT_THAT(NotesOfAnUpdate({OffAnswer(1483), RcAnswer(7)}),
                 ElementsAre(MatchesRegex("update failed after 1483 of 4000 bytes and .* s: chunk 2 "
                                          "of 3 at offset 1483: error code 7 after 6 ms; .*")));
+    EXPECT_THAT(NotesOfAnUpdate({OffAnswer(4000)}),
+                ElementsAre(MatchesRegex("update succeeded: .* kB/s; first answer, with the erase, "
+                                         "0.0 s, 0 repeated chunks")));
+    EXPECT_THAT(NotesOfAnUpdate({""}),
+                ElementsAre(MatchesRegex("update failed after 0 of 4000 bytes and .* s: chunk 1 of "
+                                         "3 at offset 0: no answer within [0-9]+ ms")));
     QFile::remove(ImagePath());
     EXPECT_THAT(NotesOfAnUpdate({}), ElementsAre(MatchesRegex("update failed after 0 of 0 bytes "
                                                               "and .* s: the image cannot be "
