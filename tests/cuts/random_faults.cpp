@@ -42,15 +42,15 @@ void AddWireFaults(Random& random, std::array<size_t, 2> bytes, size_t start,
     }
 }
 
-simulator::Fault MakeUnitFault(Random& random, std::span<simulator::FaultKind const> kinds,
-                               std::span<std::byte const> telling)
+simulator::Fault MakeUnitFault(Random& random, VirtualTransport const& transport)
 {
-    simulator::Fault fault{random.Pick(kinds)};
+    simulator::Fault fault{random.Pick(transport.unit_faults)};
     fault.at = static_cast<unsigned>(1 + random.Below(40));
     fault.count = static_cast<unsigned>(1 + (random.Below(2) == 0 ? 0 : random.Below(14)));
     // Milliseconds, sizes, offsets, bytes: all of these are of this size.
-    fault.parameter = random.Below(2) == 0 ? std::to_integer<uint32_t>(random.Pick(telling))
-                                           : static_cast<uint32_t>(random.Below(8000));
+    fault.parameter = random.Below(2) == 0
+                          ? std::to_integer<uint32_t>(random.Pick(transport.telling))
+                          : static_cast<uint32_t>(random.Below(8000));
     return fault;
 }
 
@@ -88,16 +88,15 @@ std::string ToText(SessionFaults const& faults)
 }
 
 SessionFaults MakeRandomFaults(Random& random, std::array<size_t, 2> bytes,
-                               std::span<simulator::FaultKind const> kinds,
-                               std::span<std::byte const> telling)
+                               VirtualTransport const& transport)
 {
     SessionFaults faults;
     auto const start = random.Below(1000);
     for (auto count = 1 + random.Below(kMostFaults); count > 0; --count) {
-        AddWireFaults(random, bytes, start, telling, faults.wire);
+        AddWireFaults(random, bytes, start, transport.telling, faults.wire);
     }
     for (auto count = random.Below(3); count > 0; --count) {
-        faults.unit.push_back(MakeUnitFault(random, kinds, telling));
+        faults.unit.push_back(MakeUnitFault(random, transport));
     }
     return faults;
 }

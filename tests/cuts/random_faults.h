@@ -6,10 +6,8 @@
 #include <cstdint>
 #include <span>
 #include <string>
-#include <vector>
 
-#include "simulator/faults.h"
-#include "tests/cuts/virtual_wire.h"
+#include "tests/cuts/virtual_bench.h"
 
 namespace cuts {
 
@@ -31,20 +29,12 @@ private:
     uint64_t state_;
 };
 
-// Faults of the line, and faults that the unit itself has.
-struct SessionFaults {
-    std::vector<WireFault> wire;
-    std::vector<simulator::Fault> unit;
-};
-
 std::string ToText(SessionFaults const& faults);
 
 // One to six faults of the line at any of `bytes` (by direction) or shortly behind the last, but
 // none before a random moment, which lets some sessions come far. Among them are bursts of noise.
-// There are often one or two faults of the unit. `kinds`: those that it can have.
-// `telling`: bytes that mean something to the receiver, and so are more dangerous than others.
+// There are often one or two faults of the unit.
 SessionFaults MakeRandomFaults(Random& random, std::array<size_t, 2> bytes,
-                               std::span<simulator::FaultKind const> kinds,
-                               std::span<std::byte const> telling);
+                               VirtualTransport const& transport);
 
 }  // namespace cuts

@@ -3,8 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cctype>
-#include <map>
+#include <regex>
+#include <utility>
 
 #include "simulator/chips/otp_image.h"
 #include "tests/support/pattern_image.h"
@@ -107,13 +107,8 @@ std::vector<UartSetup> ListUartSetups()
     return setups;
 }
 
-std::vector<std::byte> MakeUartImage()
-{
-    return PatternImage(kUartImageSize);
-}
-
 UartScript::UartScript(UartSetup const& setup)
-    : setup_(setup), flash_before_(MakeFlashBefore(setup))
+    : setup_(setup), image_(PatternImage(kUartImageSize)), flash_before_(MakeFlashBefore(setup))
 {
     AddConnect();
     for (size_t read = 0; read < kUartOtpSize; read += kRead) {
@@ -171,17 +166,6 @@ void UartScript::AddWrite(Step step, size_t begin, size_t size)
     waits_.push_back({step, "Write", 1 + size + 1, 1, effect, begin, size});
 }
 
-std::array<size_t, 2> UartScript::CountBytes() const
-{
-    // The unit acknowledges the address of Go as well.
-    std::array<size_t, 2> bytes{0, 1};
-    for (auto const& wait : waits_) {
-        bytes[0] += wait.to_unit;
-        bytes[1] += wait.to_host;
-    }
-    return bytes;
-}
-
 size_t UartScript::Find(Direction direction, size_t position) const
 {
     size_t end = 0;
@@ -196,7 +180,7 @@ size_t UartScript::Find(Direction direction, size_t position) const
 
 std::vector<std::byte> UartScript::FlashAfter(size_t waits, std::vector<std::byte> flash) const
 {
-    auto image = MakeUartImage();
+    auto image = image_;
     std::ranges::copy(kTrailerEnd, image.end() - 4);
     for (size_t i = 0; i < waits; ++i) {
         auto const& wait = waits_[i];
@@ -218,38 +202,27 @@ bool UartScript::HasTrailer(std::vector<std::byte> const& flash)
 
 std::optional<std::string> FindCommand(std::string const& text)
 {
-    static auto const kTexts = [] {
-        std::map<std::string, std::string> texts;
-        for (std::string const command :
-             {"Init con", "Get", "Get ID", "Read", "Get Ver Rops", "Erase", "Erase Ext", "Write"}) {
-            auto const end = ", command " + command;
-            texts["receive timeout for # bytes" + end] = command;
-            texts["Invalid ACK/NACK received #" + end] = command;
-            texts["NACK received" + end] = command;
+    // Each text with the command that it names, or that it belongs to without naming it.
+    static std::array const kTexts{
+        std::pair{std::regex("(?:receive timeout for [0-9]+ bytes|NACK received|"
+                             "Invalid ACK/NACK received 0x[0-9a-f]{2}), command "
+                             "(Init con|Get|Get ID|Read|Get Ver Rops|Erase|Erase Ext|Write)"),
+                  "$1"},
+        std::pair{std::regex("Invalid ACK byte setup 0x[0-9a-f]{2}, command (Init con)"), "$1"},
+        std::pair{std::regex("Too many bytes to receive, command (Get|Get ID)"), "$1"},
+        std::pair{std::regex("Invalid DFU version, command (Get Ver Rops)"), "$1"},
+        std::pair{std::regex("[0-9]+ NACKs received, command (Write)"), "$1"},
+        std::pair{std::regex("protocol version wrong: 0x[0-9a-f]{2}"), "Get"},
+        std::pair{std::regex("Too many bytes, not [0-9]+"), "Get ID"},
+        std::pair{std::regex("product ID not supported: 0x[0-9a-f]{4}"), "Get ID"},
+    };
+    std::smatch found;
+    for (auto const& [form, command] : kTexts) {
+        if (std::regex_match(text, found, form)) {
+            return found.format(command);
         }
-        texts["Invalid ACK byte setup #, command Init con"] = "Init con";
-        texts["Too many bytes to receive, command Get"] = "Get";
-        texts["protocol version wrong: #"] = "Get";
-        texts["Too many bytes to receive, command Get ID"] = "Get ID";
-        texts["Too many bytes, not #"] = "Get ID";
-        texts["product ID not supported: #"] = "Get ID";
-        texts["Invalid DFU version, command Get Ver Rops"] = "Get Ver Rops";
-        texts["# NACKs received, command Write"] = "Write";
-        return texts;
-    }();
-    // Each number becomes one "#".
-    std::string form;
-    for (size_t i = 0; i < text.size();) {
-        form += text[i];
-        if (std::isdigit(static_cast<unsigned char>(text[i])) == 0) {
-            ++i;
-            continue;
-        }
-        form.back() = '#';
-        i = std::min(text.find_first_not_of("0123456789abcdefx", i), text.size());
     }
-    auto const found = kTexts.find(form);
-    return found == kTexts.end() ? std::nullopt : std::optional(found->second);
+    return std::nullopt;
 }
 
 }  // namespace cuts

@@ -3,7 +3,6 @@
 // after AN3155 and shares no code with the engine.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -34,8 +33,6 @@ inline constexpr size_t kUartOtpSize = 64;
 inline constexpr uint8_t kUartModel = 7;
 inline constexpr uint32_t kUartMarkerAddress = 0x20014000;
 
-std::vector<std::byte> MakeUartImage();
-
 // One wait of the engine for bytes.
 struct UartWait {
     enum class Step { kConnect, kOtp, kUpdate, kRestart };
@@ -56,8 +53,8 @@ class UartScript {
 public:
     explicit UartScript(UartSetup const& setup);
 
+    std::vector<std::byte> const& Image() const { return image_; }
     std::vector<UartWait> const& Waits() const { return waits_; }
-    std::array<size_t, 2> CountBytes() const;  // by direction
 
     // The index of the wait to which a byte belongs.
     size_t Find(Direction direction, size_t position) const;
@@ -76,6 +73,7 @@ private:
     void AddWrite(UartWait::Step step, size_t begin, size_t size);
 
     UartSetup setup_;
+    std::vector<std::byte> image_;
     std::vector<std::byte> flash_before_;
     std::vector<UartWait> waits_;
 };
