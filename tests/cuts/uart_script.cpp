@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <regex>
+#include <string_view>
 #include <utility>
 
 #include "simulator/chips/otp_image.h"
@@ -202,27 +202,24 @@ bool UartScript::HasTrailer(std::vector<std::byte> const& flash)
 
 std::optional<std::string> FindCommand(std::string const& text)
 {
-    // Each text with the command that it names, or that it belongs to without naming it.
-    static std::array const kTexts{
-        std::pair{std::regex("(?:receive timeout for [0-9]+ bytes|NACK received|"
-                             "Invalid ACK/NACK received 0x[0-9a-f]{2}), command "
-                             "(Init con|Get|Get ID|Read|Get Ver Rops|Erase|Erase Ext|Write)"),
-                  "$1"},
-        std::pair{std::regex("Invalid ACK byte setup 0x[0-9a-f]{2}, command (Init con)"), "$1"},
-        std::pair{std::regex("Too many bytes to receive, command (Get|Get ID)"), "$1"},
-        std::pair{std::regex("Invalid DFU version, command (Get Ver Rops)"), "$1"},
-        std::pair{std::regex("[0-9]+ NACKs received, command (Write)"), "$1"},
-        std::pair{std::regex("protocol version wrong: 0x[0-9a-f]{2}"), "Get"},
-        std::pair{std::regex("Too many bytes, not [0-9]+"), "Get ID"},
-        std::pair{std::regex("product ID not supported: 0x[0-9a-f]{4}"), "Get ID"},
-    };
-    std::smatch found;
-    for (auto const& [form, command] : kTexts) {
-        if (std::regex_match(text, found, form)) {
-            return found.format(command);
+    constexpr std::array kNamingOne{"receive timeout for ",      "NACK received",
+                                    "Invalid ACK/NACK received", "Invalid ACK byte setup",
+                                    "Too many bytes to receive", "Invalid DFU version",
+                                    "10 NACKs received"};
+    constexpr std::array kOfOne{std::pair{"protocol version wrong: 0x", "Get"},
+                                std::pair{"Too many bytes, not ", "Get ID"},
+                                std::pair{"product ID not supported: 0x", "Get ID"}};
+    for (auto const& [beginning, command] : kOfOne) {
+        if (text.starts_with(beginning)) {
+            return command;
         }
     }
-    return std::nullopt;
+    constexpr std::string_view kName = ", command ";
+    auto const name = text.find(kName);
+    bool const is_known = std::ranges::any_of(
+        kNamingOne, [&](char const* beginning) { return text.starts_with(beginning); });
+    return is_known && name != std::string::npos ? std::optional(text.substr(name + kName.size()))
+                                                 : std::nullopt;
 }
 
 }  // namespace cuts

@@ -78,8 +78,8 @@ private:
     std::vector<UartWait> waits_;
 };
 
-// The command that a printed failure names or belongs to; nothing when the text is not one of the
-// fixed ones.
+// The command that a printed failure names or belongs to; nothing when the text does not begin like
+// one of the engine's.
 std::optional<std::string> FindCommand(std::string const& text);
 
 }  // namespace cuts

@@ -7,6 +7,7 @@
 #include <iterator>
 #include <map>
 #include <optional>
+#include <span>
 #include <utility>
 
 #include "config/startup_config.h"
@@ -213,8 +214,7 @@ private:
             auto const erased = (kMcubootImageSize + page - 1) / page * page;
             std::fill_n(flash.begin(), erased, std::byte{0xFF});
             auto const size = std::min((requests - kFirstChunk) * kChunk, kMcubootImageSize);
-            std::ranges::copy(PatternImage(kMcubootImageSize) | std::views::take(size),
-                              flash.begin());
+            std::ranges::copy(std::as_bytes(std::span(image_)).first(size), flash.begin());
         }
         return flash;
     }
