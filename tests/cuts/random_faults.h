@@ -3,31 +3,12 @@
 
 #include <array>
 #include <cstddef>
-#include <cstdint>
-#include <span>
 #include <string>
 
 #include "tests/cuts/virtual_bench.h"
+#include "tests/support/random.h"
 
 namespace cuts {
-
-// SplitMix64: the standard's distributions differ between libraries.
-class Random {
-public:
-    explicit Random(uint64_t seed) : state_(seed) {}
-
-    // 0 to `end` - 1.
-    size_t Below(size_t end);
-
-    template <typename T>
-    T const& Pick(std::span<T const> choices)
-    {
-        return choices[Below(choices.size())];
-    }
-
-private:
-    uint64_t state_;
-};
 
 std::string ToText(SessionFaults const& faults);
 

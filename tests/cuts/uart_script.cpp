@@ -65,6 +65,18 @@ bool ListsErase(UartSetup const& setup)
     return Lists(setup, 0x43) || Lists(setup, 0x44);
 }
 
+// With a stack pointer if the unit looks at it.
+std::vector<std::byte> MakeImage(UartSetup const& setup)
+{
+    auto image = PatternImage(kUartImageSize);
+    if (setup.unit.go_checks_stack) {
+        constexpr std::array kStackPointer{std::byte{0x00}, std::byte{0x10}, std::byte{0x00},
+                                           std::byte{0x20}};  // 4 KiB into the RAM
+        std::ranges::copy(kStackPointer, image.begin());
+    }
+    return image;
+}
+
 // The firmware of before, complete with its trailer, and data of its own in the second page. A unit
 // without an erase command erases its flash by itself.
 std::vector<std::byte> MakeFlashBefore(UartSetup const& setup)
@@ -104,11 +116,18 @@ std::vector<UartSetup> ListUartSetups()
     setups.push_back(MakeSetup(simulator::kChips.front().product_id, kExtended, true, 0x31));
     setups.back().name += ", stray bytes ignored";
     setups.back().unit.stray_bytes_spoil_sync = false;
+    setups.push_back(MakeSetup(simulator::kChips.front().product_id, kExtended, true, 0x31));
+    setups.back().name += ", Go checks the stack pointer";
+    setups.back().unit.go_checks_stack = true;
+    setups.push_back(MakeSetup(simulator::kChips.front().product_id, kLegacy, true, 0x31));
+    setups.back().name += ", FF FF refused";
+    setups.back().mass_erase = true;
+    setups.back().unit.accept_ff_ff_erase = false;
     return setups;
 }
 
 UartScript::UartScript(UartSetup const& setup)
-    : setup_(setup), image_(PatternImage(kUartImageSize)), flash_before_(MakeFlashBefore(setup))
+    : setup_(setup), image_(MakeImage(setup)), flash_before_(MakeFlashBefore(setup))
 {
     AddConnect();
     for (size_t read = 0; read < kUartOtpSize; read += kRead) {
@@ -150,7 +169,8 @@ void UartScript::AddErase()
     if (Lists(setup_, 0x43)) {
         waits_.push_back({Step::kUpdate, "Erase", 2, 1});
         size_t const list = setup_.mass_erase ? 2 : 3;
-        waits_.push_back({Step::kUpdate, "Erase", list, 1, Effect::kErase});
+        auto const effect = RefusesErase() ? Effect::kNone : Effect::kErase;
+        waits_.push_back({Step::kUpdate, "Erase", list, 1, effect});
     } else if (Lists(setup_, 0x44)) {
         waits_.push_back({Step::kUpdate, "Erase Ext", 2, 1});
         size_t const list = setup_.mass_erase ? 3 : 5;

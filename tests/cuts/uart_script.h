@@ -22,7 +22,8 @@ struct UartSetup {
 };
 
 // Every chip with every set of erase commands, both pairs of answers and both protocol versions;
-// the mass erases; and a chip that ignores stray bytes before the first one.
+// the mass erases; a chip that ignores stray bytes before the first one, one whose Go looks at the
+// stack pointer, and one that refuses the mass erase.
 std::vector<UartSetup> ListUartSetups();
 
 // Three blocks and a trailer. Each write begins with a whole programming unit of every chip.
@@ -55,6 +56,10 @@ public:
 
     std::vector<std::byte> const& Image() const { return image_; }
     std::vector<UartWait> const& Waits() const { return waits_; }
+
+    // Whether a session without faults ends at the erase. The waits behind it are those of a
+    // session in which the refusal is lost.
+    bool RefusesErase() const { return setup_.mass_erase && !setup_.unit.accept_ff_ff_erase; }
 
     // The index of the wait to which a byte belongs.
     size_t Find(Direction direction, size_t position) const;

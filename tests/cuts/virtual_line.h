@@ -68,6 +68,9 @@ private:
 
     QByteArray Keep(std::vector<std::byte> const& bytes)
     {
+        if (bytes.empty()) {
+            return {};  // nearly always
+        }
         QByteArray const copy(reinterpret_cast<char const*>(bytes.data()),
                               static_cast<qsizetype>(bytes.size()));
         received_ += copy;

@@ -37,6 +37,8 @@ constexpr Time kRepeats = 100ms;
 constexpr char kLostErase[] =
     "undetected: the list of commands has no check value, and lost its erase";
 
+constexpr char kForgedErase[] = "undetected: a refused erase that was acknowledged on the line";
+
 // "\nstm32_uart_updater.cpp:123 text" without the place.
 std::string RemovePlace(std::string const& text)
 {
@@ -103,7 +105,8 @@ public:
             verdict.explanation = ExplainOne(attempt, fault);
         }
         bool const is_wrong = verdict.end == SessionEnd::kFailedWrongFlash ||
-                              (verdict.end == SessionEnd::kWrongFlash && attempt.texts.empty());
+                              (verdict.end == SessionEnd::kWrongFlash && attempt.texts.empty() &&
+                               verdict.explanation != kForgedErase);
         if (is_wrong || (is_unnoticed && verdict.explanation.empty())) {
             verdict.problem += "; undetected";
         }
@@ -216,6 +219,12 @@ private:
         return attempt;
     }
 
+    // The whole flash after a session without faults that found it so.
+    Bytes SoundFlash(Bytes const& found) const
+    {
+        return script_.RefusesErase() ? found : script_.FlashAfter(script_.Waits().size(), found);
+    }
+
     // ---- Each check returns what is wrong, and nothing when all is right ----
 
     // The unit is reset and plugged in again, by the same program.
@@ -226,9 +235,9 @@ private:
             EraseUnit();  // without an erase command the unit erases by itself
         }
         // What the first attempt has lost outside of the image stays lost.
-        auto const expected = script_.FlashAfter(script_.Waits().size(), ReadFlash());
+        auto const expected = SoundFlash(ReadFlash());
         if (!HasLearnedWrongPair(engine.uart)) {
-            return CheckUpdated(Try(engine, {}), expected);
+            return CheckSound(Try(engine, {}), expected);
         }
         // The pair is kept as long as the program runs; see docs/known-limits.md.
         if (Try(engine, {}).step > Step::kConnect) {
@@ -236,7 +245,7 @@ private:
         }
         unit_.Reset();
         Engine other_engine(setup_.mass_erase);
-        return CheckUpdated(Try(other_engine, {}), expected);
+        return CheckSound(Try(other_engine, {}), expected);
     }
 
     bool HasLearnedWrongPair(VirtualUart const& uart) const
@@ -246,14 +255,15 @@ private:
                                                      first == simulator::kAlternativeAckPair.ack);
     }
 
-    std::string CheckUpdated(UartAttempt const& attempt, Bytes const& flash) const
+    std::string CheckSound(UartAttempt const& attempt, Bytes const& flash) const
     {
-        if (attempt.is_updated && attempt.is_running && attempt.flash == flash &&
-            attempt.texts == sound_.texts) {
+        bool const is_good = !script_.RefusesErase();
+        if (attempt.is_updated == is_good && attempt.is_running == is_good &&
+            attempt.flash == flash && attempt.texts == sound_.texts) {
             return {};
         }
         auto const differs = std::ranges::mismatch(attempt.flash, flash).in1;
-        return fmt::format("not updated: {}; flash differs at 0x{:x}; {}",
+        return fmt::format("not like a session without faults: {}; flash differs at 0x{:x}; {}",
                            kSessionEnds.at(static_cast<size_t>(Classify(attempt))),
                            differs - attempt.flash.begin(), fmt::join(attempt.texts, "; "));
     }
@@ -300,7 +310,7 @@ private:
             case WireFaultKind::kStallAbove:
                 return CheckFailsAt(attempt, wait, wait + 1);
             case WireFaultKind::kStallBelow:
-                return CheckUpdated(attempt, new_flash_);
+                return CheckSound(attempt, SoundFlash(flash_before_));
             default:
                 return {};
         }
@@ -348,6 +358,9 @@ private:
             return attempt.flash == new_flash_ ? "undetected: an answer without a check value, and "
                                                  "a byte of no importance"
                                                : kLostErase;
+        }
+        if (wait.command == "Erase" && is_to_host && script_.RefusesErase()) {
+            return kForgedErase;
         }
         if (wait.command == "Write") {
             return is_to_host ? "refused by mistake, and written again" : "refused, and sent again";
