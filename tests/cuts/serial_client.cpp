@@ -65,7 +65,8 @@ SerialClient::SerialClient(std::unique_ptr<FirmwareUpdaterBase> backend, targetI
     backend_->moveToThread(&worker_);
     worker_.start();
     auto* const object = backend_.get();
-    QMetaObject::invokeMethod(object, [this] { t_client = this; }, Qt::QueuedConnection);
+    auto const register_worker = [this] { t_client = this; };
+    QMetaObject::invokeMethod(object, register_worker, Qt::QueuedConnection);
     QObject::connect(object, &Base::UpdateStarted, this,
                      [this] { Show(WindowEvent::UpdateStarted); });
     QObject::connect(object, &Base::UpdateFinished, this, [this](bool status) {
