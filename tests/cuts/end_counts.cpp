@@ -23,18 +23,18 @@ testing::AssertionResult EndCounts::AreInDocument(std::string const& name) const
     auto cells = header_;
     cells.emplace_back("sessions");
     cells.insert(cells.end(), kSessionEnds.begin(), kSessionEnds.end());
-    DocumentTable table(cells);
+    DocumentTable table{cells};
     for (auto const& [title, counts] : rows_) {
         cells = title;
         cells.push_back(std::to_string(std::accumulate(counts.begin(), counts.end(), size_t{0})));
         for (auto const count : counts) {
             cells.push_back(std::to_string(count));
         }
-        table.Add(cells);
+        table.push_back(cells);
     }
-    DocumentTable explanations({"Why the session did not fail", "sessions"});
+    DocumentTable explanations{{"Why the session did not fail", "sessions"}};
     for (auto const& [explanation, count] : explanations_) {
-        explanations.Add({explanation, std::to_string(count)});
+        explanations.push_back({explanation, std::to_string(count)});
     }
     auto const result = IsInDocument(table, name);
     return result ? IsInDocument(explanations, name + "-explained") : result;

@@ -251,7 +251,7 @@ DocumentTable MakeTable(std::vector<CutOutcome> const& outcomes, SerialTransport
     std::vector<std::string> header{"Step"};
     std::ranges::transform(kTableFaults, std::back_inserter(header), GetName);
     header.emplace_back("next attempt");
-    DocumentTable table(header);
+    DocumentTable table{header};
     for (auto const& step : transport.steps) {
         std::vector<CutOutcome> here;
         std::ranges::copy_if(outcomes, std::back_inserter(here), [&](auto const& outcome) {
@@ -265,7 +265,7 @@ DocumentTable MakeTable(std::vector<CutOutcome> const& outcomes, SerialTransport
         auto const updated = std::ranges::count_if(
             here, [](auto const& outcome) { return outcome.run.problem.empty(); });
         row.push_back(std::to_string(updated) + " of " + std::to_string(here.size()) + " done");
-        table.Add(row);
+        table.push_back(row);
     }
     return table;
 }

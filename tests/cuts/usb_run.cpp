@@ -193,9 +193,9 @@ testing::AssertionResult UsbTable::IsInDocument(std::string const& name) const
     if (!IsLongRun()) {
         return testing::AssertionSuccess();
     }
-    DocumentTable table({"During", "What happens", "Cases", "Backend", "Window"});
+    DocumentTable table{{"During", "What happens", "Cases", "Backend", "Window"}};
     for (auto const& [row, cases] : rows_) {
-        table.Add({row[0], row[1], std::to_string(cases), row[2], row[3]});
+        table.push_back({row[0], row[1], std::to_string(cases), row[2], row[3]});
     }
     return cuts::IsInDocument(table, name);
 }
