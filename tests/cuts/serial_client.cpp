@@ -45,10 +45,9 @@ void TakePrinted(std::string_view text)
 bool WaitUntil(std::function<bool()> const& condition, std::chrono::milliseconds limit)
 {
     QDeadlineTimer const end(limit);
-    // So that the wait for more events ends.
-    QTimer at_end;
-    at_end.setSingleShot(true);
-    at_end.start(limit);
+    // So that no wait for more events is without end.
+    QTimer tick;
+    tick.start(std::chrono::milliseconds(500));
     while (!condition()) {
         if (end.hasExpired()) {
             return false;
