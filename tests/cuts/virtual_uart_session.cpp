@@ -293,7 +293,7 @@ private:
         return fits ? "" : "not the text of a command under way";
     }
 
-    // What a cut or a stall leads to is known exactly.
+    // What a cut, a stall or a damaged block leads to is known exactly.
     std::string CheckPrediction(UartAttempt const& attempt, WireFault const& fault) const
     {
         auto const wait = script_.Find(fault.direction, fault.position);
@@ -311,6 +311,14 @@ private:
                 return CheckFailsAt(attempt, wait, wait + 1);
             case WireFaultKind::kStallBelow:
                 return CheckSound(attempt, SoundFlash(flash_before_));
+            case WireFaultKind::kFlip: {
+                // The check value shows it, and the block is sent again. A wrong count, the first
+                // byte, moves the check value.
+                bool const is_in_block = !has_request &&
+                                         awaited.effect == UartWait::Effect::kWrite &&
+                                         script_.Find(fault.direction, fault.position - 1) == wait;
+                return is_in_block ? CheckSound(attempt, new_flash_) : std::string();
+            }
             default:
                 return {};
         }
@@ -362,8 +370,11 @@ private:
         if (wait.command == "Erase" && is_to_host && script_.RefusesErase()) {
             return kForgedErase;
         }
-        if (wait.command == "Write") {
-            return is_to_host ? "refused by mistake, and written again" : "refused, and sent again";
+        if (wait.command == "Write" && !is_to_host) {
+            return "refused, and sent again";
+        }
+        if (wait.command == "Write" && attempt.wire.forged == Bytes{setup_.unit.ack_pair.nack}) {
+            return "refused by mistake, and written again";
         }
         return wait.command == "Init con" && is_extra
                    ? "noise in front of the first byte is ignored"
