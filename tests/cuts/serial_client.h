@@ -19,7 +19,8 @@
 
 namespace cuts {
 
-inline constexpr std::chrono::seconds kPatience{60};
+// Longer than anything may take; each time limit is compared afterwards.
+inline constexpr std::chrono::seconds kPatience{90};
 
 // Handles this thread's events until the condition holds; false if it does not within the limit.
 bool WaitUntil(std::function<bool()> const& condition, std::chrono::milliseconds limit = kPatience);
