@@ -91,20 +91,20 @@ void ExpectNothingIsKept(SerialTransport const& transport)
     QTemporaryDir const folder;
     std::barrier pause(kVisitors + 1);
     std::atomic<int> connects = 0;
+    auto const visit = [&](int number) {
+        Visitor visitor(transport, folder.filePath(u"unit%1"_s.arg(number)));
+        // Each kind of visit once: what is made once is not a leak.
+        visitor.Visit(kKindsOfEnd);
+        pause.arrive_and_wait();
+        pause.arrive_and_wait();
+        connects += visitor.Visit(kVisits);
+        pause.arrive_and_wait();
+        pause.arrive_and_wait();
+    };
     std::vector<std::unique_ptr<QThread>> threads;
     for (int i = 0; i < kVisitors; ++i) {
-        threads
-            .emplace_back(QThread::create([&, i] {
-                Visitor visitor(transport, folder.filePath(u"unit%1"_s.arg(i)));
-                // Each kind of visit once: what is made once is not a leak.
-                visitor.Visit(kKindsOfEnd);
-                pause.arrive_and_wait();
-                pause.arrive_and_wait();
-                connects += visitor.Visit(kVisits);
-                pause.arrive_and_wait();
-                pause.arrive_and_wait();
-            }))
-            ->start();
+        threads.emplace_back(QThread::create(visit, i));
+        threads.back()->start();
     }
     pause.arrive_and_wait();
     auto const resources = GetProcessResources();

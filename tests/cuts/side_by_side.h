@@ -28,7 +28,8 @@ std::vector<Result> RunSideBySide(size_t count, size_t at_once, Run const& run)
     };
     std::vector<std::unique_ptr<QThread>> threads;
     for (size_t i = 0; i < std::min(count, at_once); ++i) {
-        threads.emplace_back(QThread::create(run_some))->start();
+        threads.emplace_back(QThread::create(run_some));
+        threads.back()->start();
     }
     for (auto const& thread : threads) {
         thread->wait();
