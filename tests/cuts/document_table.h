@@ -14,31 +14,17 @@
 
 namespace cuts {
 
-// A table in Markdown. Every row has as many cells as the header; a cell may not contain "|" or a
-// newline.
-class DocumentTable {
-public:
-    explicit DocumentTable(std::vector<std::string> const& header);
+// The rows of a table, of which the first is the header. Every row has as many cells as the header;
+// a cell may not contain "|" or a newline.
+using DocumentTable = std::vector<std::vector<std::string>>;
 
-    // Throws std::invalid_argument for a row of another length or a cell that breaks the table.
-    void Add(std::vector<std::string> const& row);
-
-    QByteArray const& Text() const { return text_; }
-
-private:
-    void Append(std::vector<std::string> const& row);
-
-    size_t columns_;
-    QByteArray text_;
-};
-
-// docs/cut-matrix.md of this source tree.
-QString GetCutMatrixPath();
+// The table in Markdown.
+QByteArray ToMarkdown(DocumentTable const& table);
 
 // Success when the table `name` of the document is `table`. With FW_WRITE_TABLES in the environment
 // the table is written into the document first; programs that run side by side may do so. A failure
 // contains both tables. A document without that table is a failure in either case.
 testing::AssertionResult IsInDocument(DocumentTable const& table, std::string const& name,
-                                      QString const& document_path = GetCutMatrixPath());
+                                      QString const& document_path = QStringLiteral(FW_CUT_MATRIX));
 
 }  // namespace cuts

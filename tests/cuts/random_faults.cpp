@@ -15,7 +15,7 @@ constexpr size_t kBehind = 20;
 
 std::byte MakeValue(Random& random, std::span<std::byte const> telling)
 {
-    return random.Below(2) == 0 ? random.Pick(telling) : static_cast<std::byte>(random.Below(256));
+    return random.OneIn(2) ? random.Pick(telling) : static_cast<std::byte>(random.Below(256));
 }
 
 // `start`: the part of the session, in thousandths, before which nothing happens.
@@ -29,12 +29,12 @@ void AddWireFaults(Random& random, std::array<size_t, 2> bytes, size_t start,
                                        kExtraBefore, kExtraBefore, kExtraAfter, kExtraAfter,
                                        kCut,         kStallBelow,  kStallBelow, kStallAbove};
     WireFault fault{};
-    fault.kind = random.Pick(std::span<WireFaultKind const>(kKinds));
-    fault.direction = random.Below(2) == 0 ? Direction::kToUnit : Direction::kToHost;
+    fault.kind = random.Pick(kKinds);
+    fault.direction = random.OneIn(2) ? Direction::kToUnit : Direction::kToHost;
     auto const size = bytes.at(static_cast<size_t>(fault.direction));
     auto const first = size * start / 1000;
     fault.position = first + random.Below(size - first + kBehind);
-    bool const is_noise = fault.kind == kExtraBefore && random.Below(3) == 0;
+    bool const is_noise = fault.kind == kExtraBefore && random.OneIn(3);
     auto const repeats = is_noise ? 1 + random.Below(kLongestNoise) : 1;
     for (size_t i = 0; i < repeats; ++i) {
         fault.value = MakeValue(random, telling);
@@ -42,28 +42,18 @@ void AddWireFaults(Random& random, std::array<size_t, 2> bytes, size_t start,
     }
 }
 
-simulator::Fault MakeUnitFault(Random& random, std::span<simulator::FaultKind const> kinds,
-                               std::span<std::byte const> telling)
+simulator::Fault MakeUnitFault(Random& random, VirtualTransport const& transport)
 {
-    simulator::Fault fault{random.Pick(kinds)};
-    fault.at = static_cast<unsigned>(1 + random.Below(40));
-    fault.count = static_cast<unsigned>(1 + (random.Below(2) == 0 ? 0 : random.Below(14)));
+    simulator::Fault fault{random.Pick(transport.unit_faults)};
+    fault.at = 1 + random.Below(40U);
+    fault.count = 1 + (random.OneIn(2) ? 0 : random.Below(14U));
     // Milliseconds, sizes, offsets, bytes: all of these are of this size.
-    fault.parameter = random.Below(2) == 0 ? std::to_integer<uint32_t>(random.Pick(telling))
-                                           : static_cast<uint32_t>(random.Below(8000));
+    fault.parameter = random.OneIn(2) ? std::to_integer<uint32_t>(random.Pick(transport.telling))
+                                      : random.Below(uint32_t{8000});
     return fault;
 }
 
 }  // namespace
-
-size_t Random::Below(size_t end)
-{
-    state_ += 0x9E3779B97F4A7C15;
-    auto value = state_;
-    value = (value ^ (value >> 30)) * 0xBF58476D1CE4E5B9;
-    value = (value ^ (value >> 27)) * 0x94D049BB133111EB;
-    return (value ^ (value >> 31)) % end;
-}
 
 std::string ToText(SessionFaults const& faults)
 {
@@ -88,16 +78,15 @@ std::string ToText(SessionFaults const& faults)
 }
 
 SessionFaults MakeRandomFaults(Random& random, std::array<size_t, 2> bytes,
-                               std::span<simulator::FaultKind const> kinds,
-                               std::span<std::byte const> telling)
+                               VirtualTransport const& transport)
 {
     SessionFaults faults;
-    auto const start = random.Below(1000);
+    auto const start = random.Below(size_t{1000});
     for (auto count = 1 + random.Below(kMostFaults); count > 0; --count) {
-        AddWireFaults(random, bytes, start, telling, faults.wire);
+        AddWireFaults(random, bytes, start, transport.telling, faults.wire);
     }
-    for (auto count = random.Below(3); count > 0; --count) {
-        faults.unit.push_back(MakeUnitFault(random, kinds, telling));
+    for (auto count = random.Below(size_t{3}); count > 0; --count) {
+        faults.unit.push_back(MakeUnitFault(random, transport));
     }
     return faults;
 }

@@ -2,12 +2,18 @@
 
 #include <gtest/gtest.h>
 
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QEventLoop>
+#include <QTimer>
 #include <QtGlobal>
 #include <cstdio>
 #include <string_view>
 #include <utility>
 
 #include "runtime/console.h"
+#include "tests/cuts/serial_transport.h"
+#include "tests/support/shown_window.h"
 
 namespace cuts {
 namespace {
@@ -36,28 +42,39 @@ void TakePrinted(std::string_view text)
 
 }  // namespace
 
+bool WaitUntil(std::function<bool()> const& condition, std::chrono::milliseconds limit)
+{
+    QDeadlineTimer const end(limit);
+    // So that no wait for more events is without end.
+    QTimer tick;
+    tick.start(std::chrono::milliseconds(500));
+    while (!condition()) {
+        if (end.hasExpired()) {
+            return false;
+        }
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+    return true;
+}
+
 SerialClient::SerialClient(std::unique_ptr<FirmwareUpdaterBase> backend, targetInterfaceType type)
     : backend_(std::move(backend)), type_(type)
 {
     using Base = FirmwareUpdaterBase;
     backend_->moveToThread(&worker_);
     worker_.start();
+    auto* const object = backend_.get();
     auto const register_worker = [this] { t_client = this; };
-    QMetaObject::invokeMethod(backend_.get(), register_worker, Qt::QueuedConnection);
-    auto* const backend_object = backend_.get();
-    QObject::connect(backend_object, &Base::UpdateStarted, this,
+    QMetaObject::invokeMethod(object, register_worker, Qt::QueuedConnection);
+    QObject::connect(object, &Base::UpdateStarted, this,
                      [this] { Show(WindowEvent::UpdateStarted); });
-    QObject::connect(backend_object, &Base::UpdateFinished, this, [this](bool status) {
+    QObject::connect(object, &Base::UpdateFinished, this, [this](bool status) {
         Show(status ? WindowEvent::UpdateSucceeded : WindowEvent::UpdateFailed);
     });
-    QObject::connect(backend_object, &Base::ProgressUpdate, this,
+    QObject::connect(object, &Base::ProgressUpdate, this,
                      [this](int percent) { shown_.progress_value = percent; });
-    QObject::connect(backend_object, &Base::UpdateConnectionStatus, this,
-                     [this](ConnectionStatus status) {
-                         if (auto const event = GetConnectionEvent(status)) {
-                             Show(*event);
-                         }
-                     });
+    QObject::connect(object, &Base::UpdateConnectionStatus, this,
+                     [this](ConnectionStatus status) { Show(GetConnectionEvent(status).value()); });
 }
 
 SerialClient::~SerialClient()
@@ -66,11 +83,12 @@ SerialClient::~SerialClient()
     worker_.wait();
 }
 
-void SerialClient::Connect(QString const& port, uint8_t model_id)
+void SerialClient::Connect(QString const& port)
 {
     auto* const backend = backend_.get();
     QMetaObject::invokeMethod(
-        backend, [=] { backend->onConnectToDevice(port, {model_id}, true); }, Qt::QueuedConnection);
+        backend, [=] { backend->onConnectToDevice(port, {kUnitModel}, true); },
+        Qt::QueuedConnection);
 }
 
 void SerialClient::Update()
@@ -87,15 +105,32 @@ void SerialClient::Disconnect()
 
 void SerialClient::Show(WindowEvent event)
 {
-    auto const change = GetWindowChange(event, type_);
-    shown_.button_text = change.button_text.value_or(shown_.button_text);
-    shown_.button_enabled = change.button_enabled.value_or(shown_.button_enabled);
-    shown_.progress_value = change.progress_value.value_or(shown_.progress_value);
-    shown_.progress_format = change.progress_format.value_or(shown_.progress_format);
-    shown_.unit_ready = change.unit_ready.value_or(shown_.unit_ready);
-    if (on_event) {
-        on_event(event);
+    ShowChange(shown_, GetWindowChange(event, type_));
+    events_.push_back(event);
+}
+
+std::optional<WindowEvent> SerialClient::WaitForEvent()
+{
+    if (!WaitUntil([this] { return !events_.empty(); })) {
+        return std::nullopt;
     }
+    auto const event = events_.front();
+    events_.pop_front();
+    return event;
+}
+
+std::optional<WindowEvent> SerialClient::Attempt(QString const& port)
+{
+    Connect(port);
+    auto event = WaitForEvent();
+    if (event == WindowEvent::UnitConnected) {
+        Update();
+        do {
+            event = WaitForEvent();
+        } while (event == WindowEvent::UpdateStarted || event == WindowEvent::EraseStarted ||
+                 event == WindowEvent::EraseFinished);
+    }
+    return event;
 }
 
 std::vector<std::string> SerialClient::TakeTexts()

@@ -5,9 +5,12 @@
 #include <QObject>
 #include <QString>
 #include <QThread>
+#include <chrono>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,42 +19,44 @@
 
 namespace cuts {
 
+// Longer than anything may take; each time limit is compared afterwards.
+inline constexpr std::chrono::seconds kPatience{90};
+
+// Handles this thread's events until the condition holds; false if it does not within the limit.
+bool WaitUntil(std::function<bool()> const& condition, std::chrono::milliseconds limit = kPatience);
+
+// Belongs to the thread that constructs it.
 class SerialClient : public QObject {
 public:
-    // What the window shows.
-    struct Shown {
-        QString button_text;
-        bool button_enabled = false;
-        int progress_value = 0;
-        QString progress_format;
-        bool unit_ready = false;
-    };
-
     SerialClient(std::unique_ptr<FirmwareUpdaterBase> backend, targetInterfaceType type);
     // Waits for the worker thread, as the window does.
     ~SerialClient() override;
 
     // Requests to the backend, which handles them in their order.
-    void Connect(QString const& port, uint8_t model_id);
+    void Connect(QString const& port);
     void Update();
     void Disconnect();
 
-    FirmwareUpdaterBase& Backend() { return *backend_; }
-    Shown const& GetShown() const { return shown_; }
+    // Waits for the next event that the window shows; nothing if none comes. Handles this thread's
+    // other events meanwhile.
+    std::optional<WindowEvent> WaitForEvent();
+
+    // Connects, and updates the unit when it is ready. Returns the event that ends the attempt.
+    std::optional<WindowEvent> Attempt(QString const& port);
+
+    WindowChange const& Shown() const { return shown_; }
 
     // What the worker thread has printed or warned of since the last call. Any thread.
     std::vector<std::string> TakeTexts();
     void AddText(std::string text);
-
-    // Called for each signal of the backend, when the window has shown it.
-    std::function<void(WindowEvent)> on_event;
 
 private:
     void Show(WindowEvent event);
 
     std::unique_ptr<FirmwareUpdaterBase> backend_;
     targetInterfaceType type_;
-    Shown shown_;
+    WindowChange shown_;
+    std::deque<WindowEvent> events_;  // not yet waited for
     std::mutex mutex_;
     std::vector<std::string> texts_;  // guarded by mutex_
     QThread worker_;

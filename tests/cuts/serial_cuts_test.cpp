@@ -4,22 +4,19 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
-#include <QEventLoop>
 #include <QTemporaryDir>
 #include <QTest>
 #include <algorithm>
 #include <array>
-#include <functional>
 #include <iterator>
 #include <map>
-#include <memory>
-#include <ranges>
 #include <utility>
 
 #include "tests/cuts/document_table.h"
 #include "tests/cuts/long_run.h"
+#include "tests/cuts/serial_client.h"
 #include "tests/cuts/serial_run.h"
+#include "tests/cuts/side_by_side.h"
 #include "tests/support/files.h"
 #include "tests/support/process_resources.h"
 
@@ -48,137 +45,39 @@ struct PlannedCut {
 
 struct CutOutcome {
     PlannedCut planned;
-    AttemptReport first;
-    std::string problem;
+    SerialRun run;
 };
+
+// By SerialFault and AttemptResult.
+constexpr std::array kFaultNames{"lost from here on", "port gone", "lost", "changed",
+                                 "port gone soon after it"};
+constexpr std::array kResultNames{"no unit", "refused", "failed", "done"};
 
 char const* GetName(SerialFault fault)
 {
-    switch (fault) {
-        case SerialFault::kSilence:
-            return "lost from here on";
-        case SerialFault::kHangUp:
-            return "port gone";
-        case SerialFault::kSwallow:
-            return "lost";
-        case SerialFault::kGarble:
-            return "changed";
-        case SerialFault::kHangUpAfter:
-            return "port gone soon after it";
-    }
-    return "";
+    return kFaultNames.at(static_cast<size_t>(fault));
 }
 
-char const* GetName(AttemptResult result)
+// The bytes of a session that succeeds, in their order.
+std::vector<SessionByte> RecordSession(SerialTransport const& transport, QString const& folder)
 {
-    switch (result) {
-        case AttemptResult::kNoUnit:
-            return "no unit";
-        case AttemptResult::kRefused:
-            return "refused";
-        case AttemptResult::kFailed:
-            return "failed";
-        case AttemptResult::kDone:
-            return "done";
+    auto const unit = PlaySoundUpdate(transport, folder);
+    auto const& journal = unit->Bootloader().GetJournal().Entries();
+    auto const& tape = unit->Tape();
+    std::vector<SessionByte> session;
+    std::array<size_t, 2> bytes{};
+    std::map<std::pair<size_t, bool>, size_t> sizes;
+    for (auto const& [to_unit, command] : tape) {
+        session.push_back({&transport.FindStep(journal.at(command)), to_unit,
+                           bytes[to_unit ? 1 : 0]++, sizes[{command, to_unit}]++, 0, false});
     }
-    return "";
+    for (size_t i = 0; i < tape.size(); ++i) {
+        auto& byte = session[i];
+        byte.to_end = sizes[{tape[i].command, byte.to_unit}] - byte.from_start - 1;
+        byte.ends_answer = !byte.to_unit && (i + 1 == tape.size() || tape[i + 1].to_unit);
+    }
+    return session;
 }
-
-// One transport's session, cut by cut.
-class SerialCutsOf {
-public:
-    explicit SerialCutsOf(SerialTransport const& transport) : transport_(transport)
-    {
-        WriteFile(folder_.filePath(u"image"_s), transport.image);
-        RecordSession();
-    }
-
-    std::vector<SessionByte> const& Session() const { return session_; }
-    std::vector<SerialStep> const& Steps() const { return steps_; }
-
-    std::vector<CutOutcome> Run(std::vector<PlannedCut> const& cuts)
-    {
-        ClientTexts const texts;
-        std::vector<CutOutcome> outcomes(cuts.size());
-        size_t next = 0;
-        size_t running = 0;
-        QEventLoop loop;
-        std::function<void()> const start = [&] {
-            for (; running < kSideBySide && next < cuts.size(); ++next, ++running) {
-                auto const number = next;
-                auto* const run = MakeRun(number, cuts[number].cut);
-                run->Start([&, run, number] {
-                    QMetaObject::invokeMethod(
-                        run,
-                        [&, run, number] {
-                            outcomes[number] = {cuts[number], run->FirstAttempt(), run->Problem()};
-                            // The worker of a stuck one would be waited for.
-                            if (!run->IsStuck()) {
-                                run->deleteLater();
-                            }
-                            --running;
-                            start();
-                            if (running == 0) {
-                                loop.quit();
-                            }
-                        },
-                        Qt::QueuedConnection);
-                });
-            }
-        };
-        start();
-        loop.exec();
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-        return outcomes;
-    }
-
-private:
-    SerialRun* MakeRun(size_t number, std::optional<SerialCut> cut)
-    {
-        auto const comes_back =
-            number % 2 == 0 ? Return::kAfterDisconnect : Return::kUnderAnotherName;
-        return new SerialRun(transport_, folder_.path(), u"unit%1"_s.arg(number), cut, comes_back);
-    }
-
-    void RecordSession()
-    {
-        std::unique_ptr<SerialRun> const run(MakeRun(0, std::nullopt));
-        {
-            ClientTexts const texts;
-            QEventLoop loop;
-            run->Start([&] { loop.quit(); });
-            loop.exec();
-        }
-        EXPECT_EQ(run->Problem(), "");
-        auto const& journal = run->Unit().Bootloader().GetJournal().Entries();
-        for (auto const& entry : journal) {
-            auto const step = transport_.get_step(entry);
-            if (steps_.empty() || steps_.back().name != step.name) {
-                steps_.push_back(step);
-            }
-        }
-        size_t bytes[2] = {0, 0};
-        std::map<std::pair<size_t, bool>, size_t> sizes;
-        auto const& tape = run->Unit().Tape();
-        for (auto const& [to_unit, command] : tape) {
-            auto const name = transport_.get_step(journal.at(command)).name;
-            auto const step = std::ranges::find(steps_, name, &SerialStep::name);
-            session_.push_back(
-                {&*step, to_unit, bytes[to_unit]++, sizes[{command, to_unit}]++, 0, false});
-        }
-        for (size_t i = 0; i < tape.size(); ++i) {
-            session_[i].to_end =
-                sizes[{tape[i].command, tape[i].to_unit}] - session_[i].from_start - 1;
-            session_[i].ends_answer =
-                !tape[i].to_unit && (i + 1 == tape.size() || tape[i + 1].to_unit);
-        }
-    }
-
-    SerialTransport const& transport_;
-    QTemporaryDir folder_;
-    std::vector<SerialStep> steps_;
-    std::vector<SessionByte> session_;
-};
 
 // ---- What is cut ----
 
@@ -268,44 +167,41 @@ void ExpectResult(CutOutcome const& outcome, targetInterfaceType type)
 {
     auto const expected = outcome.planned.byte.step->result;
     if (IsLastingFault(outcome.planned.cut.fault) && !CanDoWithout(outcome.planned, type)) {
-        EXPECT_EQ(outcome.first.result, expected);
+        EXPECT_EQ(outcome.run.result, expected);
     } else {
-        EXPECT_GE(outcome.first.result, expected);
+        EXPECT_GE(outcome.run.result, expected);
     }
-    if (outcome.first.result == AttemptResult::kDone) {
-        EXPECT_TRUE(outcome.first.unit_holds_image);
+    if (outcome.run.result == AttemptResult::kDone) {
+        EXPECT_TRUE(outcome.run.unit_holds_image);
     }
 }
 
-std::chrono::milliseconds GetLimit(PlannedCut const& planned, targetInterfaceType type,
-                                   std::vector<SerialStep> const& steps)
+std::chrono::milliseconds GetLimit(PlannedCut const& planned, SerialTransport const& transport)
 {
     auto const& own = *planned.byte.step;
-    auto limit = own.limit + 1s;
-    if (!IsLastingFault(planned.cut.fault) || CanDoWithout(planned, type)) {
-        auto later = 0ms;
+    auto later = 0ms;
+    if (!IsLastingFault(planned.cut.fault) || CanDoWithout(planned, transport.type)) {
         // The same step may have further commands.
-        for (auto const& step : steps | std::views::drop(&own - steps.data())) {
-            later = std::max(later, step.limit);
+        for (auto const* step = &own; step <= &transport.steps.back(); ++step) {
+            later = std::max(later, step->limit);
         }
-        limit += later;
     }
-    return limit;
+    return own.limit + later + 1s;
 }
 
 // As after any other attempt that ends like this.
-void ExpectShown(AttemptReport const& first)
+void ExpectShown(SerialRun const& run)
 {
-    auto const& shown = first.shown;
+    auto const& shown = run.shown;
     auto const error = u"Error connecting to device \u2014 Disconnect device and repeat step 1-3"_s;
-    bool const is_done = first.result == AttemptResult::kDone;
-    bool const has_begun = is_done || first.result == AttemptResult::kFailed;
-    EXPECT_FALSE(shown.button_enabled);
-    EXPECT_EQ(shown.unit_ready, has_begun);
+    bool const is_done = run.result == AttemptResult::kDone;
+    bool const has_begun = is_done || run.result == AttemptResult::kFailed;
+    EXPECT_EQ(shown.button_enabled, false);
+    EXPECT_EQ(shown.unit_ready.value_or(false), has_begun);
     EXPECT_EQ(shown.button_text, is_done ? u"DONE"_s : has_begun ? u"UPDATING"_s : u"UPDATE"_s);
     EXPECT_EQ(shown.progress_value == 100, is_done);
-    if (first.result == AttemptResult::kNoUnit) {
-        EXPECT_EQ(shown.progress_format, QString());
+    if (run.result == AttemptResult::kNoUnit) {
+        EXPECT_EQ(shown.progress_format.value_or(QString()), QString());
     } else if (!is_done) {
         EXPECT_EQ(shown.progress_format, error);
     }
@@ -315,17 +211,17 @@ void ExpectShown(AttemptReport const& first)
 // of a model that it could not read.
 void ExpectTexts(CutOutcome const& outcome, targetInterfaceType type)
 {
-    auto const& [planned, first, problem] = outcome;
-    if (!IsLastingFault(planned.cut.fault) || first.result != planned.byte.step->result) {
+    auto const& [planned, run] = outcome;
+    if (!IsLastingFault(planned.cut.fault) || run.result != planned.byte.step->result) {
         return;
     }
     auto const& name = planned.byte.step->engine_name;
     if (type == TargetMcubootSerial) {
-        EXPECT_EQ(first.texts.size(), first.result == AttemptResult::kRefused ? 1U : 0U);
-    } else if (first.result != AttemptResult::kDone) {
-        EXPECT_EQ(first.texts.size(), 1U);
+        EXPECT_EQ(run.texts.size(), run.result == AttemptResult::kRefused ? 1U : 0U);
+    } else if (run.result != AttemptResult::kDone) {
+        EXPECT_EQ(run.texts.size(), 1U);
     }
-    for (auto const& text : first.texts) {
+    for (auto const& text : run.texts) {
         EXPECT_THAT(text, testing::ContainsRegex(
                               type == TargetMcubootSerial
                                   ? "readOtpData: (no response|parse error)$"
@@ -336,77 +232,87 @@ void ExpectTexts(CutOutcome const& outcome, targetInterfaceType type)
 // How the sessions that failed by `fault` ended, such as "9 failed, 1 done".
 std::string CountResults(std::vector<CutOutcome> const& outcomes, SerialFault fault)
 {
+    std::array<size_t, kResultNames.size()> counts{};
+    for (auto const& outcome : outcomes) {
+        counts.at(static_cast<size_t>(outcome.run.result)) +=
+            outcome.planned.cut.fault == fault ? 1 : 0;
+    }
     std::string cell;
-    for (auto const result : {AttemptResult::kNoUnit, AttemptResult::kRefused,
-                              AttemptResult::kFailed, AttemptResult::kDone}) {
-        auto const count = std::ranges::count_if(outcomes, [&](auto const& outcome) {
-            return outcome.planned.cut.fault == fault && outcome.first.result == result;
-        });
-        if (count > 0) {
-            cell += (cell.empty() ? "" : ", ") + std::to_string(count) + ' ' + GetName(result);
+    for (size_t i = 0; i < counts.size(); ++i) {
+        if (counts[i] > 0) {
+            cell += (cell.empty() ? "" : ", ") + std::to_string(counts[i]) + ' ' + kResultNames[i];
         }
     }
     return cell;
 }
 
-DocumentTable MakeTable(std::vector<CutOutcome> const& outcomes,
-                        std::vector<SerialStep> const& steps)
+DocumentTable MakeTable(std::vector<CutOutcome> const& outcomes, SerialTransport const& transport)
 {
     std::vector<std::string> header{"Step"};
-    for (auto const fault : kTableFaults) {
-        header.emplace_back(GetName(fault));
-    }
+    std::ranges::transform(kTableFaults, std::back_inserter(header), GetName);
     header.emplace_back("next attempt");
-    DocumentTable table(header);
-    for (auto const& step : steps) {
+    DocumentTable table{header};
+    for (auto const& step : transport.steps) {
         std::vector<CutOutcome> here;
         std::ranges::copy_if(outcomes, std::back_inserter(here), [&](auto const& outcome) {
-            return outcome.planned.byte.step == &step;
+            return outcome.planned.byte.step == &step &&
+                   outcome.planned.cut.fault != SerialFault::kHangUpAfter;
         });
         std::vector<std::string> row{step.name};
         for (auto const fault : kTableFaults) {
             row.push_back(CountResults(here, fault));
         }
-        auto const updated = std::ranges::count(here, std::string(), &CutOutcome::problem);
+        auto const updated = std::ranges::count_if(
+            here, [](auto const& outcome) { return outcome.run.problem.empty(); });
         row.push_back(std::to_string(updated) + " of " + std::to_string(here.size()) + " done");
-        table.Add(row);
+        table.push_back(row);
     }
     return table;
+}
+
+std::vector<CutOutcome> PlayCuts(SerialTransport const& transport, QString const& folder)
+{
+    auto const session = RecordSession(transport, folder);
+    auto planned = PlanCuts(session, transport.type == TargetUart);
+    std::ranges::copy(PlanHangUps(session), std::back_inserter(planned));
+    auto const runs = RunSideBySide<SerialRun>(planned.size(), kSideBySide, [&](size_t number) {
+        return PlayCut(transport, folder, u"unit%1"_s.arg(number), planned[number].cut,
+                       number % 2 == 0 ? Return::kAfterDisconnect : Return::kUnderAnotherName);
+    });
+    std::vector<CutOutcome> outcomes;
+    for (size_t i = 0; i < planned.size(); ++i) {
+        outcomes.push_back({planned[i], runs[i]});
+    }
+    return outcomes;
 }
 
 // What thousands of runs may leave allocated: 600 KiB were measured, whatever their number, which
 // Qt and the C library keep for their threads.
 constexpr qint64 kMostMemoryKept = qint64{2} << 20;
 
-void PlayCuts(SerialCutsOf& cuts, targetInterfaceType type, std::string const& table)
+void ExpectCutsEndWell(SerialTransport const& transport, std::string const& table)
 {
-    auto planned = PlanCuts(cuts.Session(), type == TargetUart);
-    std::ranges::copy(PlanHangUps(cuts.Session()), std::back_inserter(planned));
-    auto outcomes = cuts.Run(planned);
+    QTemporaryDir const folder;
+    WriteFile(folder.filePath(u"image"_s), transport.image);
+    auto const resources = GetProcessResources();
+    auto const memory = GetAllocatedBytes();
+    std::vector<CutOutcome> outcomes;
+    {
+        ClientTexts const texts;
+        outcomes = PlayCuts(transport, folder.path());
+    }
     for (auto const& outcome : outcomes) {
         SCOPED_TRACE(Describe(outcome.planned));
-        EXPECT_EQ(outcome.problem, "");
-        ExpectResult(outcome, type);
-        EXPECT_LE(outcome.first.time_to_end, GetLimit(outcome.planned, type, cuts.Steps()));
-        ExpectShown(outcome.first);
-        ExpectTexts(outcome, type);
+        EXPECT_EQ(outcome.run.problem, "");
+        ExpectResult(outcome, transport.type);
+        EXPECT_LE(outcome.run.time_to_end, GetLimit(outcome.planned, transport));
+        ExpectShown(outcome.run);
+        ExpectTexts(outcome, transport.type);
     }
     if (IsLongRun()) {
-        std::erase_if(outcomes, [](auto const& outcome) {
-            return outcome.planned.cut.fault == SerialFault::kHangUpAfter;
-        });
-        EXPECT_TRUE(IsInDocument(MakeTable(outcomes, cuts.Steps()), table));
+        EXPECT_TRUE(IsInDocument(MakeTable(outcomes, transport), table));
     }
-}
-
-void PlayAllCuts(SerialTransport const& transport, std::string const& table)
-{
-    auto const resources = GetProcessResources();
-    SerialCutsOf cuts(transport);
-    auto const memory = GetAllocatedBytes();
-
-    PlayCuts(cuts, transport.type, table);
-
+    outcomes = {};
     // The system removes a thread from its list a moment after its end.
     EXPECT_TRUE(
         QTest::qWaitFor([&] { return HoldsNoMore(GetProcessResources(), resources); }, 5000))
@@ -417,12 +323,12 @@ void PlayAllCuts(SerialTransport const& transport, std::string const& table)
 
 TEST(SerialCuts, OverUartEndEachUpdateInTimeAndTheNextAttemptSucceeds)
 {
-    PlayAllCuts(GetUartTransport(), "serial-uart");
+    ExpectCutsEndWell(GetUartTransport(), "serial-uart");
 }
 
 TEST(SerialCuts, OverMcubootEndEachUpdateInTimeAndTheNextAttemptSucceeds)
 {
-    PlayAllCuts(GetMcubootTransport(), "serial-mcuboot");
+    ExpectCutsEndWell(GetMcubootTransport(), "serial-mcuboot");
 }
 
 }  // namespace

@@ -2,16 +2,15 @@
 // port is lost, and of what a unit prints unasked.
 #include <gtest/gtest.h>
 
-#include <QEventLoop>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QTimer>
+#include <QThread>
 #include <algorithm>
+#include <atomic>
+#include <barrier>
 #include <chrono>
 #include <ctime>
-#include <functional>
 #include <memory>
-#include <optional>
 #include <vector>
 
 #include "tests/cuts/serial_client.h"
@@ -25,137 +24,60 @@ namespace {
 
 using namespace Qt::StringLiterals;
 
-constexpr int kPatienceMs = 60'000;
+// How a visit ends, and whether the unit comes back under the same name. Only with the same name
+// has the window seen in between that the unit was gone.
+enum class VisitEnd { kDisconnect, kHangUp, kHangUpAndOtherName, kFade, kFadeAndOtherName };
 constexpr int kKindsOfEnd = 5;
 
 // A program and its unit, which is plugged in again and again.
-class Visitor : public QObject {
+class Visitor {
 public:
-    Visitor(SerialTransport const& transport, QString const& folder, int number)
-        : port_(folder + u"/unit%1"_s.arg(number)),
+    Visitor(SerialTransport const& transport, QString const& port)
+        : port_(port),
           unit_(transport.make_unit()),
-          client_(transport.make_backend(folder + u"/image"_s), transport.type)
+          client_(transport.make_backend({}), transport.type)
+    {}
+
+    // Returns how many connects succeeded. Nobody is connected any more.
+    int Visit(int visits)
     {
-        client_.on_event = [this](WindowEvent event) { TakeEvent(event); };
-    }
-
-    // Begins `visits` of them; `on_end` is called when nobody is connected any more.
-    void Start(int visits, std::function<void()> const& on_end)
-    {
-        last_ += visits;
-        on_end_ = on_end;
-        PlugIn();
-    }
-
-    int Connects() const { return connects_; }
-
-private:
-    // How a visit ends, and whether the unit comes back under the same name. Only with the same
-    // name has the window seen in between that the unit was gone.
-    enum class End { kDisconnect, kHangUp, kHangUpAndOtherName, kFade, kFadeAndOtherName };
-
-    void PlugIn()
-    {
-        unit_.Plug(port_);
-        // One visit of ten meets a unit that does not answer.
-        constexpr int kSilentVisit = 10;
-        if (visit_ % kSilentVisit == kSilentVisit - 1) {
-            unit_.Fade();
-        }
-        client_.Connect(port_, kUnitModel);
-    }
-
-    void TakeEvent(WindowEvent event)
-    {
-        if (event == WindowEvent::UnitDisconnected && is_leaving_) {
-            is_leaving_ = false;
-            Next();
-        } else {
-            connects_ += event == WindowEvent::UnitConnected ? 1 : 0;
-            Leave();
-        }
-    }
-
-    void Leave()
-    {
-        client_.TakeTexts();
-        ++visit_;
-        auto const end =
-            visit_ == last_ ? End::kDisconnect : static_cast<End>(visit_ % kKindsOfEnd);
-        if (end == End::kFade || end == End::kFadeAndOtherName) {
-            unit_.Fade();
-        } else if (end != End::kDisconnect) {
-            unit_.Unplug();
-        }
-        if (end == End::kHangUpAndOtherName || end == End::kFadeAndOtherName) {
-            port_ += u'x';
-            Next();
-            return;
-        }
-        is_leaving_ = true;
-        client_.Disconnect();
-    }
-
-    void Next()
-    {
-        if (visit_ < last_) {
-            PlugIn();
-            return;
+        int connects = 0;
+        for (int left = visits; left > 0; --left) {
+            unit_.Plug(port_);
+            // One visit of ten meets a unit that does not answer.
+            if (++visit_ % 10 == 0) {
+                unit_.Fade();
+            }
+            client_.Connect(port_);
+            connects += client_.WaitForEvent() == WindowEvent::UnitConnected ? 1 : 0;
+            client_.TakeTexts();
+            End(left == 1 ? VisitEnd::kDisconnect : static_cast<VisitEnd>(visit_ % kKindsOfEnd));
         }
         unit_.Unplug();
-        on_end_();
+        return connects;
+    }
+
+private:
+    void End(VisitEnd end)
+    {
+        using enum VisitEnd;
+        if (end == kFade || end == kFadeAndOtherName) {
+            unit_.Fade();
+        } else if (end != kDisconnect) {
+            unit_.Unplug();
+        }
+        if (end == kHangUpAndOtherName || end == kFadeAndOtherName) {
+            port_ += u'x';
+            return;
+        }
+        client_.Disconnect();
+        EXPECT_EQ(client_.WaitForEvent(), WindowEvent::UnitDisconnected);
     }
 
     QString port_;
     SerialUnit unit_;
     SerialClient client_;
     int visit_ = 0;
-    int last_ = 0;
-    int connects_ = 0;
-    bool is_leaving_ = false;
-    std::function<void()> on_end_;
-};
-
-// Many of them, side by side.
-class Visitors {
-public:
-    Visitors(SerialTransport const& transport, int count)
-    {
-        for (int i = 0; i < count; ++i) {
-            visitors_.push_back(std::make_unique<Visitor>(transport, folder_.path(), i));
-        }
-    }
-
-    // False if it takes too long.
-    bool Visit(int visits)
-    {
-        QEventLoop loop;
-        auto waiting = visitors_.size();
-        for (auto const& visitor : visitors_) {
-            visitor->Start(visits, [&] {
-                if (--waiting == 0) {
-                    loop.quit();
-                }
-            });
-        }
-        QTimer::singleShot(kPatienceMs, &loop, &QEventLoop::quit);
-        // Not QTest's, which looks for events once in 10 ms.
-        loop.exec();
-        return waiting == 0;
-    }
-
-    int CountConnects() const
-    {
-        int count = 0;
-        for (auto const& visitor : visitors_) {
-            count += visitor->Connects();
-        }
-        return count;
-    }
-
-private:
-    QTemporaryDir folder_;
-    std::vector<std::unique_ptr<Visitor>> visitors_;
 };
 
 // The figures are taken while nobody is connected, and while the backends live: their end would
@@ -166,21 +88,39 @@ void ExpectNothingIsKept(SerialTransport const& transport)
     constexpr int kVisits = 10;
     constexpr qint64 kMostMemoryLeft = 128 << 10;  // 20 KiB were measured
     ClientTexts const texts;
-    Visitors visitors(transport, kVisitors);
-    // Each kind of visit once: what is made once is not a leak.
-    ASSERT_TRUE(visitors.Visit(kKindsOfEnd));
+    QTemporaryDir const folder;
+    std::barrier pause(kVisitors + 1);
+    std::atomic<int> connects = 0;
+    auto const visit = [&](int number) {
+        Visitor visitor(transport, folder.filePath(u"unit%1"_s.arg(number)));
+        // Each kind of visit once: what is made once is not a leak.
+        visitor.Visit(kKindsOfEnd);
+        pause.arrive_and_wait();
+        pause.arrive_and_wait();
+        connects += visitor.Visit(kVisits);
+        pause.arrive_and_wait();
+        pause.arrive_and_wait();
+    };
+    std::vector<std::unique_ptr<QThread>> threads;
+    for (int i = 0; i < kVisitors; ++i) {
+        threads.emplace_back(QThread::create(visit, i));
+        threads.back()->start();
+    }
+    pause.arrive_and_wait();
     auto const resources = GetProcessResources();
     auto const memory = GetAllocatedBytes();
-    auto const connects = visitors.CountConnects();
+    pause.arrive_and_wait();
 
-    ASSERT_TRUE(visitors.Visit(kVisits));
-
-    EXPECT_EQ(visitors.CountConnects() - connects, kVisitors * (kVisits - 1));
-    EXPECT_TRUE(
-        QTest::qWaitFor([&] { return HoldsNoMore(GetProcessResources(), resources); }, kPatienceMs))
+    pause.arrive_and_wait();
+    EXPECT_EQ(connects, kVisitors * (kVisits - 1));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return HoldsNoMore(GetProcessResources(), resources); }))
         << testing::PrintToString(GetProcessResources()) << ", before "
         << testing::PrintToString(resources);
     EXPECT_LE(GetAllocatedBytes() - memory, kMostMemoryLeft);
+    pause.arrive_and_wait();
+    for (auto const& thread : threads) {
+        thread->wait();
+    }
 }
 
 TEST(SerialResources, AreAsBeforeAfterTwoHundredConnectsAndReplugsOverUart)
@@ -213,14 +153,12 @@ void ExpectLostPortTakesNoProcessorTime(SerialTransport const& transport, bool i
     QTemporaryDir const folder;
     SerialUnit unit(transport.make_unit());
     SerialClient client(transport.make_backend({}), transport.type);
-    bool is_answered = false;
-    client.on_event = [&](WindowEvent) { is_answered = true; };
     unit.Plug(folder.filePath(u"port"_s));
     if (is_silent) {
         unit.Fade();
     }
-    client.Connect(folder.filePath(u"port"_s), kUnitModel);
-    ASSERT_TRUE(QTest::qWaitFor([&] { return is_answered; }, kPatienceMs));
+    client.Connect(folder.filePath(u"port"_s));
+    ASSERT_TRUE(client.WaitForEvent());
 
     unit.Unplug();
     auto const before = GetProcessorTime();
@@ -253,17 +191,10 @@ void ExpectConsoleTakesNoMemory(SerialTransport const& transport)
     WriteFile(folder.filePath(u"image"_s), transport.image);
     SerialUnit unit(transport.make_unit());
     SerialClient client(transport.make_backend(folder.filePath(u"image"_s)), transport.type);
-    std::optional<WindowEvent> last;
-    client.on_event = [&](WindowEvent event) { last = event; };
     auto const update = [&] {
         unit.Plug(port);
-        client.Connect(port, kUnitModel);
-        ASSERT_TRUE(
-            QTest::qWaitFor([&] { return last == WindowEvent::UnitConnected; }, kPatienceMs));
-        client.Update();
-        ASSERT_TRUE(QTest::qWaitFor([&] { return RunsFirmware(unit.Bootloader()); }, kPatienceMs));
-        EXPECT_TRUE(
-            QTest::qWaitFor([&] { return last == WindowEvent::UpdateSucceeded; }, kPatienceMs));
+        ASSERT_EQ(client.Attempt(port), WindowEvent::UpdateSucceeded);
+        EXPECT_TRUE(WaitUntil([&] { return RunsFirmware(unit.Bootloader()); }));
     };
     update();
     auto const before = measure();

@@ -1,5 +1,6 @@
 #include "tests/cuts/serial_transport.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "mcuboot/limits.h"
@@ -42,42 +43,30 @@ std::unique_ptr<FirmwareUpdaterBase> MakeUartBackend(QString const& image_path)
                                                  QString(), nullptr);
 }
 
-SerialStep GetUartStep(JournalEntry const& entry)
+std::vector<SerialStep> ListUartSteps()
 {
-    constexpr std::chrono::milliseconds kAnswer = stm32_updater::kAnswerTimeout;
     using enum AttemptResult;
-    auto const& command = entry.command;
-    if (command == "sync") {
-        return {"synchronisation", kNoUnit, kAnswer, "Init con"};
-    }
-    if (command == "get") {
-        return {"Get", kNoUnit, kAnswer, "Get"};
-    }
-    if (command == "get-id") {
-        return {"Get ID", kNoUnit, kAnswer, "Get ID"};
-    }
-    if (command == "read") {
-        return {"Read Memory (OTP area)", kRefused, kAnswer, "Read"};
-    }
-    if (command == "get-version") {
-        return {"Get Version", kFailed, kAnswer, "Get Ver Rops"};
-    }
-    if (command == "extended-erase") {
-        return {"Extended Erase", kFailed, stm32_updater::kExtendedEraseTimeout, "Erase Ext"};
-    }
-    if (command == "write" && entry.address == kBootMode) {
-        return {"Write Memory (boot-mode marker)", kDone, kAnswer, "Write"};
-    }
-    if (command == "write" && entry.size == stm32_updater::kTrailerSize) {
-        return {"Write Memory (trailer)", kFailed, kAnswer, "Write"};
-    }
-    if (command == "write") {
-        return {"Write Memory (image)", kFailed, kAnswer, "Write"};
-    }
-    if (command == "go") {
-        return {"Go", kDone, kAnswer, "Write"};
-    }
-    throw std::runtime_error("not a command of an update: " + command);
+    constexpr std::chrono::milliseconds kAnswer = stm32_updater::kAnswerTimeout;
+    constexpr std::chrono::milliseconds kErase = stm32_updater::kExtendedEraseTimeout;
+    auto const is_trailer = [](JournalEntry const& entry) {
+        return entry.size == stm32_updater::kTrailerSize;
+    };
+    auto const is_image = [](JournalEntry const& entry) {
+        return entry.address != kBootMode && entry.size != stm32_updater::kTrailerSize;
+    };
+    auto const is_marker = [](JournalEntry const& entry) { return entry.address == kBootMode; };
+    return {
+        {"sync", "synchronisation", kNoUnit, kAnswer, "Init con"},
+        {"get", "Get", kNoUnit, kAnswer, "Get"},
+        {"get-id", "Get ID", kNoUnit, kAnswer, "Get ID"},
+        {"read", "Read Memory (OTP area)", kRefused, kAnswer, "Read"},
+        {"get-version", "Get Version", kFailed, kAnswer, "Get Ver Rops"},
+        {"extended-erase", "Extended Erase", kFailed, kErase, "Erase Ext"},
+        {"write", "Write Memory (image)", kFailed, kAnswer, "Write", is_image},
+        {"write", "Write Memory (trailer)", kFailed, kAnswer, "Write", is_trailer},
+        {"write", "Write Memory (boot-mode marker)", kDone, kAnswer, "Write", is_marker},
+        {"go", "Go", kDone, kAnswer, "Write"},
+    };
 }
 
 // ---- MCUboot ----
@@ -104,26 +93,22 @@ constexpr std::chrono::milliseconds ToRealTime(std::chrono::milliseconds timeout
     return timeout / mcuboot::kPass * (mcuboot::kPass + 2ms);
 }
 
-SerialStep GetMcubootStep(JournalEntry const& entry)
+std::vector<SerialStep> ListMcubootSteps()
 {
     using enum AttemptResult;
-    auto const& command = entry.command;
-    if (command == "image-state") {
-        return {"image state", kNoUnit, ToRealTime(mcuboot::kQueryTimeout), {}};
-    }
-    if (command == "read-otp") {
-        return {"OTP read", kRefused, ToRealTime(mcuboot::kQueryTimeout), {}};
-    }
-    if (command == "upload" && entry.address == 0U) {
-        return {"upload, first chunk", kFailed, ToRealTime(mcuboot::kFirstChunkTimeout), {}};
-    }
-    if (command == "upload") {
-        return {"upload, later chunks", kFailed, ToRealTime(mcuboot::kChunkTimeout), {}};
-    }
-    if (command == "reset") {
-        return {"restart", kDone, 0ms, {}};
-    }
-    throw std::runtime_error("not a request of an update: " + command);
+    auto const is_first = [](JournalEntry const& entry) { return entry.address == 0U; };
+    return {
+        {"image-state", "image state", kNoUnit, ToRealTime(mcuboot::kQueryTimeout)},
+        {"read-otp", "OTP read", kRefused, ToRealTime(mcuboot::kQueryTimeout)},
+        {"upload",
+         "upload, first chunk",
+         kFailed,
+         ToRealTime(mcuboot::kFirstChunkTimeout),
+         {},
+         is_first},
+        {"upload", "upload, later chunks", kFailed, ToRealTime(mcuboot::kChunkTimeout)},
+        {"reset", "restart", kDone, 0ms},
+    };
 }
 
 QByteArray WithTrailer(QByteArray image)
@@ -141,7 +126,7 @@ SerialTransport const& GetUartTransport()
 {
     static auto const image = PatternImage<QByteArray>(kUartImageSize);
     static SerialTransport const transport{TargetUart,   image,           WithTrailer(image),
-                                           MakeUartUnit, MakeUartBackend, GetUartStep};
+                                           MakeUartUnit, MakeUartBackend, ListUartSteps()};
     return transport;
 }
 
@@ -149,8 +134,19 @@ SerialTransport const& GetMcubootTransport()
 {
     static auto const image = PatternImage<QByteArray>(kMcubootImageSize);
     static SerialTransport const transport{
-        TargetMcubootSerial, image, image, MakeMcubootUnit, MakeMcubootBackend, GetMcubootStep};
+        TargetMcubootSerial, image, image, MakeMcubootUnit, MakeMcubootBackend, ListMcubootSteps()};
     return transport;
+}
+
+SerialStep const& SerialTransport::FindStep(JournalEntry const& entry) const
+{
+    auto const step = std::ranges::find_if(steps, [&](SerialStep const& row) {
+        return row.command == entry.command && row.is_meant(entry);
+    });
+    if (step == steps.end()) {
+        throw std::runtime_error("not a command of an update: " + entry.command);
+    }
+    return *step;
 }
 
 bool HoldsImage(SerialTransport const& transport, simulator::SerialBootloader const& unit)

@@ -3,9 +3,7 @@
 #pragma once
 
 #include <QString>
-#include <QTemporaryDir>
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -24,10 +22,12 @@ enum class AttemptResult { kNoUnit, kRefused, kFailed, kDone };
 
 // One step of a session: a command, or several of one kind.
 struct SerialStep {
+    std::string command;  // in the unit's journal
     std::string name;
     AttemptResult result;             // of a session that ends here
     std::chrono::milliseconds limit;  // the longest wait for an answer
-    std::string engine_name;          // of the command, in the engine's texts
+    std::string engine_name = {};     // of the command, in the engine's texts
+    bool (*is_meant)(simulator::JournalEntry const& entry) = [](auto const&) { return true; };
 };
 
 struct SerialTransport {
@@ -36,8 +36,10 @@ struct SerialTransport {
     QByteArray expected_flash;
     std::unique_ptr<simulator::SerialBootloader> (*make_unit)();
     std::unique_ptr<FirmwareUpdaterBase> (*make_backend)(QString const& image_path);
-    // The step that a command belongs to, by the unit's journal.
-    SerialStep (*get_step)(simulator::JournalEntry const& entry);
+    std::vector<SerialStep> steps;  // in the order of a session
+
+    // The first step that is meant by a command. Throws std::runtime_error if there is none.
+    SerialStep const& FindStep(simulator::JournalEntry const& entry) const;
 };
 
 SerialTransport const& GetUartTransport();

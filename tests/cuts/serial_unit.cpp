@@ -30,8 +30,9 @@ void SerialUnit::Plug(QString const& path, std::optional<SerialCut> cut)
     bootloader_->Reset();
     bootloader_->GetJournal().Clear();
     cut_ = cut;
-    is_cut_ = silent_ = hung_up_ = hangs_up_soon_ = false;
-    to_unit_ = to_host_ = 0;
+    cut_time_.reset();
+    silent_ = hung_up_ = hangs_up_soon_ = false;
+    carried_ = {};
     tape_.clear();
     line_ = std::make_unique<simulator::PseudoTerminal>();
     // Otherwise the line hangs up whenever its client closes it.
@@ -47,9 +48,8 @@ void SerialUnit::Plug(QString const& path, std::optional<SerialCut> cut)
 void SerialUnit::Unplug()
 {
     if (notifier_) {
-        // It may be what this call comes from.
+        // It stays until the next Plug(), since this call may come from it.
         notifier_->setEnabled(false);
-        notifier_.release()->deleteLater();
     }
     line_.reset();
     if (!path_.isEmpty()) {
@@ -84,21 +84,19 @@ void SerialUnit::Serve()
     for (ssize_t i = 0; i < count && !hung_up_; ++i) {
         TakeFromHost(buffer[static_cast<size_t>(i)]);
     }
-    if (hung_up_) {
-        // What the host has not read is lost with the port.
-        answer_.clear();
-        Unplug();
-    } else {
-        Flush();
+    if (!hung_up_) {
+        // It fits: nobody sends a request before the answer to the last one.
+        [[maybe_unused]] auto const written =
+            write(line_->UnitFd(), answer_.data(), answer_.size());
     }
+    answer_.clear();
     if (hangs_up_soon_) {
         // A timer is too coarse.
         for (auto const end = Clock::now() + cut_->delay; Clock::now() < end;) {
         }
-        Unplug();
     }
-    if (on_progress) {
-        on_progress();
+    if (hung_up_ || hangs_up_soon_) {
+        Unplug();
     }
 }
 
@@ -121,7 +119,7 @@ void SerialUnit::TakeFromHost(std::byte byte)
 // What becomes of a byte on the line.
 std::optional<std::byte> SerialUnit::Carry(bool to_unit, std::byte byte)
 {
-    auto const number = to_unit ? to_unit_++ : to_host_++;
+    auto const number = carried_[to_unit ? 1 : 0]++;
     tape_.push_back({to_unit, command_});
     if (silent_ || hung_up_ || hangs_up_soon_) {
         return std::nullopt;
@@ -134,7 +132,7 @@ std::optional<std::byte> SerialUnit::Carry(bool to_unit, std::byte byte)
 
 std::optional<std::byte> SerialUnit::Strike(std::byte byte)
 {
-    is_cut_ = true;
+    cut_time_ = Clock::now();
     switch (cut_->fault) {
         case SerialFault::kSilence:
             silent_ = true;
@@ -151,13 +149,6 @@ std::optional<std::byte> SerialUnit::Strike(std::byte byte)
             break;
     }
     return byte;
-}
-
-void SerialUnit::Flush()
-{
-    // It fits: nobody sends a request before the answer to the last one.
-    [[maybe_unused]] auto const written = write(line_->UnitFd(), answer_.data(), answer_.size());
-    answer_.clear();
 }
 
 }  // namespace cuts

@@ -4,6 +4,7 @@
 
 #include <QObject>
 #include <QString>
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <functional>
@@ -59,21 +60,17 @@ public:
     // Blocks; `on_piece` is called now and then. False if the host takes nothing for ten seconds.
     bool Print(size_t size, std::function<void()> const& on_piece);
 
-    // Whether the cut has happened.
-    bool IsCut() const { return is_cut_; }
+    // When the cut happened; nothing before that.
+    std::optional<std::chrono::steady_clock::time_point> CutTime() const { return cut_time_; }
 
     // Of the session since the unit was plugged in.
     std::vector<CarriedByte> const& Tape() const { return tape_; }
 
     simulator::SerialBootloader& Bootloader() { return *bootloader_; }
 
-    // Called after each piece of a session, when the unit has taken it.
-    std::function<void()> on_progress;
-
 private:
     void Serve();
     void TakeFromHost(std::byte byte);
-    void Flush();
     std::optional<std::byte> Carry(bool to_unit, std::byte byte);
     std::optional<std::byte> Strike(std::byte byte);
 
@@ -82,12 +79,11 @@ private:
     std::unique_ptr<QSocketNotifier> notifier_;
     QString path_;
     std::optional<SerialCut> cut_;
-    bool is_cut_ = false;
+    std::optional<std::chrono::steady_clock::time_point> cut_time_;
     bool silent_ = false;
     bool hung_up_ = false;
     bool hangs_up_soon_ = false;
-    size_t to_unit_ = 0;
-    size_t to_host_ = 0;
+    std::array<size_t, 2> carried_{};  // bytes, from the unit and to it
     size_t command_ = 0;
     std::vector<CarriedByte> tape_;
     std::vector<std::byte> answer_;  // on its way to the host

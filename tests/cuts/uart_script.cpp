@@ -3,8 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cctype>
-#include <map>
+#include <string_view>
+#include <utility>
 
 #include "simulator/chips/otp_image.h"
 #include "tests/support/pattern_image.h"
@@ -65,6 +65,18 @@ bool ListsErase(UartSetup const& setup)
     return Lists(setup, 0x43) || Lists(setup, 0x44);
 }
 
+// With a stack pointer if the unit looks at it.
+std::vector<std::byte> MakeImage(UartSetup const& setup)
+{
+    auto image = PatternImage(kUartImageSize);
+    if (setup.unit.go_checks_stack) {
+        constexpr std::array kStackPointer{std::byte{0x00}, std::byte{0x10}, std::byte{0x00},
+                                           std::byte{0x20}};  // 4 KiB into the RAM
+        std::ranges::copy(kStackPointer, image.begin());
+    }
+    return image;
+}
+
 // The firmware of before, complete with its trailer, and data of its own in the second page. A unit
 // without an erase command erases its flash by itself.
 std::vector<std::byte> MakeFlashBefore(UartSetup const& setup)
@@ -104,16 +116,18 @@ std::vector<UartSetup> ListUartSetups()
     setups.push_back(MakeSetup(simulator::kChips.front().product_id, kExtended, true, 0x31));
     setups.back().name += ", stray bytes ignored";
     setups.back().unit.stray_bytes_spoil_sync = false;
+    setups.push_back(MakeSetup(simulator::kChips.front().product_id, kExtended, true, 0x31));
+    setups.back().name += ", Go checks the stack pointer";
+    setups.back().unit.go_checks_stack = true;
+    setups.push_back(MakeSetup(simulator::kChips.front().product_id, kLegacy, true, 0x31));
+    setups.back().name += ", FF FF refused";
+    setups.back().mass_erase = true;
+    setups.back().unit.accept_ff_ff_erase = false;
     return setups;
 }
 
-std::vector<std::byte> MakeUartImage()
-{
-    return PatternImage(kUartImageSize);
-}
-
 UartScript::UartScript(UartSetup const& setup)
-    : setup_(setup), flash_before_(MakeFlashBefore(setup))
+    : setup_(setup), image_(MakeImage(setup)), flash_before_(MakeFlashBefore(setup))
 {
     AddConnect();
     for (size_t read = 0; read < kUartOtpSize; read += kRead) {
@@ -155,7 +169,8 @@ void UartScript::AddErase()
     if (Lists(setup_, 0x43)) {
         waits_.push_back({Step::kUpdate, "Erase", 2, 1});
         size_t const list = setup_.mass_erase ? 2 : 3;
-        waits_.push_back({Step::kUpdate, "Erase", list, 1, Effect::kErase});
+        auto const effect = RefusesErase() ? Effect::kNone : Effect::kErase;
+        waits_.push_back({Step::kUpdate, "Erase", list, 1, effect});
     } else if (Lists(setup_, 0x44)) {
         waits_.push_back({Step::kUpdate, "Erase Ext", 2, 1});
         size_t const list = setup_.mass_erase ? 3 : 5;
@@ -169,17 +184,6 @@ void UartScript::AddWrite(Step step, size_t begin, size_t size)
     waits_.push_back({step, "Write", 2, 1});
     waits_.push_back({step, "Write", 5, 1});
     waits_.push_back({step, "Write", 1 + size + 1, 1, effect, begin, size});
-}
-
-std::array<size_t, 2> UartScript::CountBytes() const
-{
-    // The unit acknowledges the address of Go as well.
-    std::array<size_t, 2> bytes{0, 1};
-    for (auto const& wait : waits_) {
-        bytes[0] += wait.to_unit;
-        bytes[1] += wait.to_host;
-    }
-    return bytes;
 }
 
 size_t UartScript::Find(Direction direction, size_t position) const
@@ -196,7 +200,7 @@ size_t UartScript::Find(Direction direction, size_t position) const
 
 std::vector<std::byte> UartScript::FlashAfter(size_t waits, std::vector<std::byte> flash) const
 {
-    auto image = MakeUartImage();
+    auto image = image_;
     std::ranges::copy(kTrailerEnd, image.end() - 4);
     for (size_t i = 0; i < waits; ++i) {
         auto const& wait = waits_[i];
@@ -218,38 +222,24 @@ bool UartScript::HasTrailer(std::vector<std::byte> const& flash)
 
 std::optional<std::string> FindCommand(std::string const& text)
 {
-    static auto const kTexts = [] {
-        std::map<std::string, std::string> texts;
-        for (std::string const command :
-             {"Init con", "Get", "Get ID", "Read", "Get Ver Rops", "Erase", "Erase Ext", "Write"}) {
-            auto const end = ", command " + command;
-            texts["receive timeout for # bytes" + end] = command;
-            texts["Invalid ACK/NACK received #" + end] = command;
-            texts["NACK received" + end] = command;
+    constexpr std::array kNamingOne{"receive timeout for ",      "NACK received",
+                                    "Invalid ACK/NACK received", "Invalid ACK byte setup",
+                                    "Too many bytes to receive", "Invalid DFU version",
+                                    "10 NACKs received"};
+    constexpr std::array kOfOne{std::pair{"protocol version wrong: 0x", "Get"},
+                                std::pair{"Too many bytes, not ", "Get ID"},
+                                std::pair{"product ID not supported: 0x", "Get ID"}};
+    for (auto const& [beginning, command] : kOfOne) {
+        if (text.starts_with(beginning)) {
+            return command;
         }
-        texts["Invalid ACK byte setup #, command Init con"] = "Init con";
-        texts["Too many bytes to receive, command Get"] = "Get";
-        texts["protocol version wrong: #"] = "Get";
-        texts["Too many bytes to receive, command Get ID"] = "Get ID";
-        texts["Too many bytes, not #"] = "Get ID";
-        texts["product ID not supported: #"] = "Get ID";
-        texts["Invalid DFU version, command Get Ver Rops"] = "Get Ver Rops";
-        texts["# NACKs received, command Write"] = "Write";
-        return texts;
-    }();
-    // Each number becomes one "#".
-    std::string form;
-    for (size_t i = 0; i < text.size();) {
-        form += text[i];
-        if (std::isdigit(static_cast<unsigned char>(text[i])) == 0) {
-            ++i;
-            continue;
-        }
-        form.back() = '#';
-        i = std::min(text.find_first_not_of("0123456789abcdefx", i), text.size());
     }
-    auto const found = kTexts.find(form);
-    return found == kTexts.end() ? std::nullopt : std::optional(found->second);
+    constexpr std::string_view kName = ", command ";
+    auto const name = text.find(kName);
+    bool const is_known = std::ranges::any_of(
+        kNamingOne, [&](char const* beginning) { return text.starts_with(beginning); });
+    return is_known && name != std::string::npos ? std::optional(text.substr(name + kName.size()))
+                                                 : std::nullopt;
 }
 
 }  // namespace cuts

@@ -3,7 +3,6 @@
 // after AN3155 and shares no code with the engine.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -23,7 +22,8 @@ struct UartSetup {
 };
 
 // Every chip with every set of erase commands, both pairs of answers and both protocol versions;
-// the mass erases; and a chip that ignores stray bytes before the first one.
+// the mass erases; a chip that ignores stray bytes before the first one, one whose Go looks at the
+// stack pointer, and one that refuses the mass erase.
 std::vector<UartSetup> ListUartSetups();
 
 // Three blocks and a trailer. Each write begins with a whole programming unit of every chip.
@@ -33,8 +33,6 @@ inline constexpr size_t kUartImageSize = 3 * 256 + kUartTrailerSize;
 inline constexpr size_t kUartOtpSize = 64;
 inline constexpr uint8_t kUartModel = 7;
 inline constexpr uint32_t kUartMarkerAddress = 0x20014000;
-
-std::vector<std::byte> MakeUartImage();
 
 // One wait of the engine for bytes.
 struct UartWait {
@@ -56,8 +54,12 @@ class UartScript {
 public:
     explicit UartScript(UartSetup const& setup);
 
+    std::vector<std::byte> const& Image() const { return image_; }
     std::vector<UartWait> const& Waits() const { return waits_; }
-    std::array<size_t, 2> CountBytes() const;  // by direction
+
+    // Whether a session without faults ends at the erase. The waits behind it are those of a
+    // session in which the refusal is lost.
+    bool RefusesErase() const { return setup_.mass_erase && !setup_.unit.accept_ff_ff_erase; }
 
     // The index of the wait to which a byte belongs.
     size_t Find(Direction direction, size_t position) const;
@@ -76,12 +78,13 @@ private:
     void AddWrite(UartWait::Step step, size_t begin, size_t size);
 
     UartSetup setup_;
+    std::vector<std::byte> image_;
     std::vector<std::byte> flash_before_;
     std::vector<UartWait> waits_;
 };
 
-// The command that a printed failure names or belongs to; nothing when the text is not one of the
-// fixed ones.
+// The command that a printed failure names or belongs to; nothing when the text does not begin like
+// one of the engine's.
 std::optional<std::string> FindCommand(std::string const& text);
 
 }  // namespace cuts

@@ -4,14 +4,13 @@
 #include <QDir>
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <optional>
-#include <thread>
 
 #include "app/window_state.h"
 #include "tests/cuts/document_table.h"
 #include "tests/cuts/long_run.h"
 #include "tests/support/files.h"
+#include "tests/support/shown_window.h"
 
 using namespace Qt::StringLiterals;
 
@@ -24,22 +23,6 @@ constexpr int kLookMs = 10;
 
 // How long a process that should not end is watched.
 constexpr int kWatchMs = 300;
-
-// Most of the runs wait.
-constexpr size_t kRunsAtOnce = 40;
-
-// The window as far as a session changes it.
-struct Window {
-    QString button = u"UPDATE"_s;
-    QString bar{};
-
-    void Show(WindowEvent event)
-    {
-        auto const change = GetWindowChange(event, TargetUsb);
-        button = change.button_text.value_or(button);
-        bar = change.progress_format.value_or(bar);
-    }
-};
 
 // The event that a signal causes; none for a percentage and for what is not a signal.
 std::optional<WindowEvent> FindEvent(QString const& signal)
@@ -67,12 +50,6 @@ bool IsStatus(QString const& signal)
 
 }  // namespace
 
-std::string GetErrorText()
-{
-    auto const change = GetWindowChange(WindowEvent::UpdateFailed, TargetUsb);
-    return change.progress_format.value_or(u"none"_s).toStdString();
-}
-
 UsbSession::UsbSession(QString const& tool, QString const& image, QProcessEnvironment environment)
 {
     environment.insert(u"TMPDIR"_s, temporary_.path());
@@ -96,20 +73,31 @@ void UsbSession::Send(QByteArray const& command)
     process_.waitForBytesWritten();
 }
 
-QString UsbSession::WaitFor(QString const& beginning)
+QString UsbSession::FindLine(std::function<bool(QString const& line)> const& is_wanted,
+                             char const* what)
 {
     QString found;
-    auto const what = "no line " + beginning.toStdString();
     WaitUntil(
         [&] {
             while (found.isEmpty() && looked_at_ < lines_.size()) {
                 auto const& line = lines_.at(looked_at_++);
-                found = line.startsWith(beginning) ? line : QString();
+                found = is_wanted(line) ? line : QString();
             }
             return !found.isEmpty();
         },
-        what.c_str());
+        what);
     return found;
+}
+
+QString UsbSession::WaitFor(QString const& beginning)
+{
+    auto const what = "no line " + beginning.toStdString();
+    return FindLine([&](QString const& line) { return line.startsWith(beginning); }, what.c_str());
+}
+
+void UsbSession::WaitForStatus()
+{
+    FindLine(IsStatus, "no status");
 }
 
 void UsbSession::WaitUntil(std::function<bool()> const& condition, char const* what)
@@ -120,19 +108,6 @@ void UsbSession::WaitUntil(std::function<bool()> const& condition, char const* w
             throw UsbTimeout(what + (u": "_s + lines_.join(u", "_s)).toStdString());
         }
     }
-}
-
-void UsbSession::WaitForStatus()
-{
-    WaitUntil(
-        [&] {
-            bool found = false;
-            while (!found && looked_at_ < lines_.size()) {
-                found = IsStatus(lines_.at(looked_at_++));
-            }
-            return found;
-        },
-        "no status");
 }
 
 pid_t UsbSession::AskForTool()
@@ -160,16 +135,19 @@ UsbEnd UsbSession::Close()
     }
     ReadLines(0);
     UsbEnd end;
-    Window window;
+    WindowChange window;
+    window.button_text = u"UPDATE"_s;
     for (auto const& line : lines_) {
         if (auto const event = FindEvent(line)) {
-            window.Show(*event);
+            ShowChange(window, GetWindowChange(*event, TargetUsb));
         }
         end.result = IsStatus(line) ? line.toStdString() : end.result;
         end.problem += line.startsWith(u"warning"_s) ? line.toStdString() + "; " : "";
     }
-    auto const is_error = window.bar.toStdString() == GetErrorText();
-    end.window = (is_error ? window.button + u", "_s + window.bar : window.button).toStdString();
+    auto const bar = window.progress_format.value_or(QString());
+    // The other texts are percentages.
+    end.window = (*window.button_text + (bar.startsWith(u"Error"_s) ? u", "_s + bar : QString()))
+                     .toStdString();
     if (process_.exitCode() != 0 || lines_.isEmpty() || lines_.last() != u"left nothing"_s) {
         end.problem += "ended with: " + lines_.join(u", "_s).toStdString();
     }
@@ -215,31 +193,11 @@ testing::AssertionResult UsbTable::IsInDocument(std::string const& name) const
     if (!IsLongRun()) {
         return testing::AssertionSuccess();
     }
-    DocumentTable table({"During", "What happens", "Cases", "Backend", "Window"});
+    DocumentTable table{{"During", "What happens", "Cases", "Backend", "Window"}};
     for (auto const& [row, cases] : rows_) {
-        table.Add({row[0], row[1], std::to_string(cases), row[2], row[3]});
+        table.push_back({row[0], row[1], std::to_string(cases), row[2], row[3]});
     }
     return cuts::IsInDocument(table, name);
-}
-
-std::vector<UsbEnd> RunSideBySide(size_t count, std::function<UsbEnd(size_t)> const& run)
-{
-    std::vector<UsbEnd> ends(count);
-    std::atomic<size_t> next = 0;
-    std::vector<std::jthread> threads;
-    for (size_t i = 0; i < std::min(count, kRunsAtOnce); ++i) {
-        threads.emplace_back([&] {
-            for (auto index = next++; index < count; index = next++) {
-                try {
-                    ends[index] = run(index);
-                } catch (std::exception const& error) {
-                    ends[index].problem = error.what();
-                }
-            }
-        });
-    }
-    threads.clear();
-    return ends;
 }
 
 }  // namespace cuts

@@ -65,19 +65,19 @@ public:
 
 private:
     void ReadLines(int timeout_ms);
+    QString FindLine(std::function<bool(QString const& line)> const& is_wanted, char const* what);
 
     QTemporaryDir temporary_;
     QProcess process_;
     QStringList lines_;        // all, in order
-    qsizetype looked_at_ = 0;  // by WaitFor()
+    qsizetype looked_at_ = 0;  // by FindLine()
 };
 
 // 'T' for a process that is stopped; '-' for one that is gone.
 char GetProcessState(pid_t process);
 
-// Runs `run` for each index below `count`, many at a time, and returns the results in order. An
-// exception becomes the result's problem.
-std::vector<UsbEnd> RunSideBySide(size_t count, std::function<UsbEnd(size_t)> const& run);
+// Most of the runs wait.
+inline constexpr size_t kUsbRunsAtOnce = 40;
 
 // Compares each run with what is expected of it, and makes the table: a row for each kind of run
 // and each end.
@@ -93,7 +93,8 @@ private:
     std::vector<std::pair<std::vector<std::string>, int>> rows_;  // and the number of cases
 };
 
-// The window's text for every failure.
-std::string GetErrorText();
+// What the window shows after a failure, behind the button's text.
+inline constexpr char kUsbError[] =
+    ", Error connecting to device \u2014 Disconnect device and repeat step 1-3";
 
 }  // namespace cuts

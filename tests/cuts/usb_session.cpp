@@ -17,14 +17,13 @@
 #include <QThread>
 #include <cerrno>
 #include <cstdio>
-#include <filesystem>
 #include <iostream>
-#include <iterator>
 #include <string>
 #include <thread>
 
 #include "modules/stm32_updater/dfu_util_listing.h"
 #include "tests/support/backend_signals.h"
+#include "tests/support/process_resources.h"
 #include "updater/usb_firmware_updater.h"
 
 namespace {
@@ -44,28 +43,6 @@ void Print(std::string const& line)
 void PrintWarning(QtMsgType, QMessageLogContext const&, QString const& text)
 {
     Print("warning: " + text.toStdString());
-}
-
-auto CountEntries(char const* folder)
-{
-    std::filesystem::directory_iterator const entries(folder);
-    return std::distance(begin(entries), end(entries));
-}
-
-auto CountDescriptors()
-{
-    return CountEntries("/proc/self/fd");
-}
-
-// How many threads there are besides `expected`. The system lists a thread for a moment after it
-// has been joined.
-auto CountMoreThreads(std::ptrdiff_t expected)
-{
-    auto const count = [] { return CountEntries("/proc/self/task"); };
-    for (QDeadlineTimer const end(5000); count() > expected && !end.hasExpired();) {
-        std::this_thread::yield();
-    }
-    return count() - expected;
 }
 
 bool HasChildren()
@@ -128,16 +105,20 @@ int main(int argc, char** argv)
 {
     QCoreApplication const application(argc, argv);
     qInstallMessageHandler(PrintWarning);
-    auto const threads = CountEntries("/proc/self/task");
+    auto before = GetProcessResources();
     UseAThreadAndAProcess();
-    CountMoreThreads(threads);
-    auto const descriptors = CountDescriptors();
+    before.descriptors = GetProcessResources().descriptors;
     RunSession(QCoreApplication::arguments().value(1), QCoreApplication::arguments().value(2));
-    auto const more_descriptors = CountDescriptors() - descriptors;
-    auto const more_threads = CountMoreThreads(threads);
-    auto const is_clean = more_descriptors == 0 && more_threads == 0 && !HasChildren();
+    // The system lists a thread for a moment after it has been joined.
+    QDeadlineTimer const end(5000);
+    while (!HoldsNoMore(GetProcessResources(), before) && !end.hasExpired()) {
+        std::this_thread::yield();
+    }
+    auto const after = GetProcessResources();
+    bool const is_clean = HoldsNoMore(after, before) && !HasChildren();
     Print(is_clean ? "left nothing"
-                   : fmt::format("left descriptors {}, threads {}, children {}", more_descriptors,
-                                 more_threads, HasChildren() ? "yes" : "no"));
+                   : fmt::format("before and after: {} and {} descriptors, {} and {} threads; {}",
+                                 before.descriptors, after.descriptors, before.threads,
+                                 after.threads, HasChildren() ? "children" : "no children"));
     return 0;
 }

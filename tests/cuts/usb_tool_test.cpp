@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <QElapsedTimer>
+#include <array>
 #include <chrono>
 #include <deque>
 #include <initializer_list>
@@ -18,6 +19,7 @@
 #include "modules/stm32_updater/dfu_util_output.h"
 #include "modules/stm32_updater/limits.h"
 #include "tests/cuts/long_run.h"
+#include "tests/cuts/side_by_side.h"
 #include "tests/cuts/usb_run.h"
 #include "tests/support/files.h"
 
@@ -28,33 +30,59 @@ namespace {
 
 enum class Phase { kList, kOtpRead, kDownload };
 
+// What the program does with the tool, and what it makes of a tool that does not come to its end.
+struct PhaseRow {
+    char const* name;
+    char const* record;            // the output of dfu-util
+    char const* result;            // what the tool prints when it has the result
+    char const* name_with_result;  // of a tool that has come that far
+    std::chrono::milliseconds limit;
+};
+
+constexpr std::array kPhases{
+    PhaseRow{"looking for units", "dfu_util_0.11_list.txt", "[0483:df11]",
+             "looking for units, one printed", stm32_updater::kDfuListTimeout},
+    PhaseRow{"reading the OTP area", "dfu_util_0.11_upload.txt", "] 100%",
+             "reading the OTP area, all in the file", stm32_updater::kDfuOtpTimeout},
+    PhaseRow{"download", "dfu_util_0.11_download.txt", "] 100%", "download", {}},
+};
+
 enum class ToolEvent { kKilled, kStopped, kStoppedAndClosed, kSilent };
+
+struct EventRow {
+    char const* name;
+    char const* name_in_download;
+    char const* commands;  // of the shell
+};
+
+constexpr char kStop[] = ": >\"$here/there\"\nkill -s STOP $$\n";
+
+constexpr std::array kEvents{
+    EventRow{"the tool is killed", "the tool is killed", "kill -s KILL $$\n"},
+    EventRow{"the tool is stopped; the program kills it after 30 s",
+             "the tool is stopped; nothing ends until it is killed", kStop},
+    EventRow{"", "the tool is stopped, the window closed; the program ends when the tool is killed",
+             kStop},
+    EventRow{"the tool is silent; the program kills it after 30 s",
+             "the tool is silent, and goes on later",
+             ": >\"$here/there\"\nread -r _ <\"$here/gate\"\n"},
+};
 
 struct StandInCase {
     Phase phase;
     ToolEvent event;
     qsizetype pieces;  // of the output, before it happens
+
+    PhaseRow const& InPhase() const { return kPhases.at(static_cast<size_t>(phase)); }
+    EventRow const& Event() const { return kEvents.at(static_cast<size_t>(event)); }
+    bool IsDownload() const { return phase == Phase::kDownload; }
 };
 
-// The recorded output of each phase.
-QString GetRecordPath(Phase phase)
-{
-    auto const folder = QStringLiteral(FW_RECORDED_OUTPUT);
-    switch (phase) {
-        case Phase::kList:
-            return folder + u"/dfu_util_0.11_list.txt"_s;
-        case Phase::kOtpRead:
-            return folder + u"/dfu_util_0.11_upload.txt"_s;
-        case Phase::kDownload:
-            break;
-    }
-    return folder + u"/dfu_util_0.11_download.txt"_s;
-}
-
 // The lines of a tool's output; a carriage return ends one as well, for a bar that moves.
-QByteArrayList ReadRecordedLines(Phase phase)
+QByteArrayList ReadRecordedLines(PhaseRow const& phase)
 {
-    auto const output = ReadFile(GetRecordPath(phase));
+    auto const output =
+        ReadFile(QStringLiteral(FW_RECORDED_OUTPUT) + u'/' + QLatin1String(phase.record));
     QByteArrayList lines(1);
     for (auto const byte : output) {
         lines.last().append(byte);
@@ -115,21 +143,6 @@ private:
     int gate_ = -1;
 };
 
-// The shell commands of an event.
-QByteArray GetCommands(ToolEvent event)
-{
-    switch (event) {
-        case ToolEvent::kKilled:
-            return "kill -s KILL $$\n";
-        case ToolEvent::kStopped:
-        case ToolEvent::kStoppedAndClosed:
-            return ": >\"$here/there\"\nkill -s STOP $$\n";
-        case ToolEvent::kSilent:
-            break;
-    }
-    return ": >\"$here/there\"\nread -r _ <\"$here/gate\"\n";
-}
-
 // How dfu-util fills the file of the OTP area: it opens it before its first bar, and the area comes
 // in one block, before the last.
 QByteArray FillFile(QByteArray const& output)
@@ -141,23 +154,22 @@ QByteArray FillFile(QByteArray const& output)
 
 PlayingTool::PlayingTool(StandInCase const& row)
 {
-    auto const lines = ReadRecordedLines(row.phase);
+    auto const lines = ReadRecordedLines(row.InPhase());
     before_ = lines.first(row.pieces).join();
     WriteFile(folder_.filePath(u"before"_s), before_);
     WriteFile(folder_.filePath(u"after"_s), lines.sliced(row.pieces).join());
     WriteFile(folder_.filePath(u"area"_s), MakeOtpArea());
-    auto const is_download = row.phase == Phase::kDownload;
     WriteFile(Path(),
               "#!/bin/sh\nhere=${0%/*}\necho $$ >>\"$here/process_ids\"\n"
               "for last; do :; done\n" +
-                  QByteArray(is_download ? "case \"$*\" in *-U*)\n"
-                                           "    cp \"$here/area\" \"$last\"\n"
-                                           "    exit\n"
-                                           "esac\n"
-                                         : "") +
+                  QByteArray(row.IsDownload() ? "case \"$*\" in *-U*)\n"
+                                                "    cp \"$here/area\" \"$last\"\n"
+                                                "    exit\n"
+                                                "esac\n"
+                                              : "") +
                   "cat \"$here/before\"\n" +
                   (row.phase == Phase::kOtpRead ? FillFile(before_) : QByteArray()) +
-                  GetCommands(row.event) + "cat \"$here/after\"\n");
+                  row.Event().commands + "cat \"$here/after\"\n");
     QFile::setPermissions(Path(), QFile::ReadOwner | QFile::ExeOwner);
     ::mkfifo(folder_.filePath(u"gate"_s).toLocal8Bit().constData(), S_IRUSR | S_IWUSR);
 }
@@ -165,8 +177,8 @@ PlayingTool::PlayingTool(StandInCase const& row)
 // Whether the tool has printed the unit, or has written the OTP area.
 bool HasResult(StandInCase const& row)
 {
-    auto const output = ReadRecordedLines(row.phase).first(row.pieces).join();
-    return output.contains(row.phase == Phase::kList ? "[0483:df11]" : "] 100%");
+    auto const output = ReadRecordedLines(row.InPhase()).first(row.pieces).join();
+    return output.contains(row.InPhase().result);
 }
 
 bool IsStopped(ToolEvent event)
@@ -216,18 +228,13 @@ void RunDownload(UsbSession& session, PlayingTool& tool, ToolEvent event)
     }
 }
 
-std::chrono::milliseconds GetLimit(Phase phase)
-{
-    return phase == Phase::kList ? stm32_updater::kDfuListTimeout : stm32_updater::kDfuOtpTimeout;
-}
-
 UsbEnd RunStandInCase(StandInCase const& row, PlayingTool& tool)
 {
     UsbSession session(tool.Path(), u"image"_s);
     QElapsedTimer timer;
     timer.start();
     UsbEnd end;
-    if (row.phase == Phase::kDownload) {
+    if (row.IsDownload()) {
         RunDownload(session, tool, row.event);
         if (row.event != ToolEvent::kStoppedAndClosed) {
             session.WaitFor(u"finished"_s);
@@ -239,7 +246,7 @@ UsbEnd RunStandInCase(StandInCase const& row, PlayingTool& tool)
         session.WaitForStatus();
         auto const taken = std::chrono::milliseconds(timer.elapsed());
         end = session.Close();
-        auto const is_at_limit = taken >= GetLimit(row.phase);
+        auto const is_at_limit = taken >= row.InPhase().limit;
         end.problem += is_at_limit == (row.event != ToolEvent::kKilled) ? "" : "wrong time";
     }
     for (auto const process : tool.Processes()) {
@@ -248,45 +255,11 @@ UsbEnd RunStandInCase(StandInCase const& row, PlayingTool& tool)
     return end;
 }
 
-// What the table says about a case.
-std::string DescribePhase(StandInCase const& row)
-{
-    switch (row.phase) {
-        case Phase::kList:
-            return HasResult(row) ? "looking for units, one printed" : "looking for units";
-        case Phase::kOtpRead:
-            return HasResult(row) ? "reading the OTP area, all in the file"
-                                  : "reading the OTP area";
-        case Phase::kDownload:
-            break;
-    }
-    return "download";
-}
-
-std::string DescribeEvent(StandInCase const& row)
-{
-    auto const is_download = row.phase == Phase::kDownload;
-    switch (row.event) {
-        case ToolEvent::kKilled:
-            return "the tool is killed";
-        case ToolEvent::kStopped:
-            return is_download ? "the tool is stopped; nothing ends until it is killed"
-                               : "the tool is stopped; the program kills it after 30 s";
-        case ToolEvent::kStoppedAndClosed:
-            return "the tool is stopped, the window closed; the program ends when the tool is "
-                   "killed";
-        case ToolEvent::kSilent:
-            break;
-    }
-    return is_download ? "the tool is silent, and goes on later"
-                       : "the tool is silent; the program kills it after 30 s";
-}
-
 std::vector<StandInCase> ListStandInCases()
 {
     std::vector<StandInCase> rows;
     auto const add = [&](Phase phase, std::initializer_list<ToolEvent> events) {
-        auto const lines = ReadRecordedLines(phase).size();
+        auto const lines = ReadRecordedLines(kPhases.at(static_cast<size_t>(phase))).size();
         auto const step = IsLongRun() ? 1 : lines / 3;
         for (auto const event : events) {
             for (qsizetype pieces = 0; pieces <= lines; pieces += step) {
@@ -311,14 +284,15 @@ UsbEnd GetExpectedEnd(StandInCase const& row)
         case Phase::kList:
             return {HasResult(row) ? "listed 1" : "listed 0", "UPDATE", ""};
         case Phase::kOtpRead:
-            return HasResult(row) ? UsbEnd{"Connected", "UPDATE", ""}
-                                  : UsbEnd{"VerificationFailed", "UPDATE, " + GetErrorText(), ""};
+            return HasResult(row)
+                       ? UsbEnd{"Connected", "UPDATE", ""}
+                       : UsbEnd{"VerificationFailed", std::string("UPDATE") + kUsbError, ""};
         case Phase::kDownload:
             break;
     }
     return row.event == ToolEvent::kSilent
                ? UsbEnd{"finished true", "DONE", ""}
-               : UsbEnd{"finished false", "UPDATING, " + GetErrorText(), ""};
+               : UsbEnd{"finished false", std::string("UPDATING") + kUsbError, ""};
 }
 
 TEST(UsbMatrix, EndsRightWhateverHappensToTheToolAfterAnyLine)
@@ -330,12 +304,14 @@ TEST(UsbMatrix, EndsRightWhateverHappensToTheToolAfterAnyLine)
     for (auto const& row : cases) {
         tools.emplace_back(row);
     }
-    auto const ends = RunSideBySide(
-        cases.size(), [&](size_t index) { return RunStandInCase(cases[index], tools[index]); });
+    auto const ends = RunSideBySide<UsbEnd>(cases.size(), kUsbRunsAtOnce, [&](size_t index) {
+        return RunStandInCase(cases[index], tools[index]);
+    });
     UsbTable table;
     for (size_t i = 0; i < cases.size(); ++i) {
         auto const& row = cases[i];
-        table.Add(DescribePhase(row), DescribeEvent(row),
+        table.Add(HasResult(row) ? row.InPhase().name_with_result : row.InPhase().name,
+                  row.IsDownload() ? row.Event().name_in_download : row.Event().name,
                   "after " + std::to_string(row.pieces) + " lines", ends[i], GetExpectedEnd(row));
     }
     EXPECT_TRUE(table.IsInDocument("usb-tool"));

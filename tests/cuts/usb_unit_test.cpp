@@ -6,10 +6,12 @@
 #include <signal.h>
 
 #include <QTemporaryDir>
+#include <array>
 #include <string>
 #include <vector>
 
 #include "tests/cuts/long_run.h"
+#include "tests/cuts/side_by_side.h"
 #include "tests/cuts/usb_run.h"
 #include "tests/support/files.h"
 #include "tests/support/pattern_image.h"
@@ -104,17 +106,14 @@ UsbEnd RunUnitCase(UnitCase const& row)
     return end;
 }
 
+// By UnitEvent.
+constexpr std::array kUnitEvents{"the unit is pulled out; the tool ends by itself",
+                                 "the tool is killed",
+                                 "the tool is stopped; nothing ends until it is killed"};
+
 char const* Describe(UnitEvent event)
 {
-    switch (event) {
-        case UnitEvent::kPulledOut:
-            return "the unit is pulled out; the tool ends by itself";
-        case UnitEvent::kToolKilled:
-            return "the tool is killed";
-        case UnitEvent::kToolStopped:
-            break;
-    }
-    return "the tool is stopped; nothing ends until it is killed";
+    return kUnitEvents.at(static_cast<size_t>(event));
 }
 
 std::vector<UnitCase> ListUnitCases()
@@ -137,7 +136,7 @@ UsbEnd GetExpectedEnd(UnitCase const& row)
 {
     return row.event == UnitEvent::kPulledOut
                ? UsbEnd{"finished true", "DONE", ""}
-               : UsbEnd{"finished false", "UPDATING, " + GetErrorText(), ""};
+               : UsbEnd{"finished false", std::string("UPDATING") + kUsbError, ""};
 }
 
 // The unit is gone before the backend asks for its model.
@@ -154,11 +153,11 @@ UsbEnd RunWithoutUnit()
 TEST(UsbMatrix, EndsRightWhateverHappensAtAnyPageAndBlockAndTheNextUpdateWritesTheUnit)
 {
     auto const cases = ListUnitCases();
-    auto const ends =
-        RunSideBySide(cases.size(), [&](size_t index) { return RunUnitCase(cases[index]); });
+    auto const ends = RunSideBySide<UsbEnd>(
+        cases.size(), kUsbRunsAtOnce, [&](size_t index) { return RunUnitCase(cases[index]); });
     UsbTable table;
     table.Add("before the OTP area is read", Describe(UnitEvent::kPulledOut), "", RunWithoutUnit(),
-              {"VerificationFailed", "UPDATE, " + GetErrorText(), ""});
+              {"VerificationFailed", std::string("UPDATE") + kUsbError, ""});
     for (size_t i = 0; i < cases.size(); ++i) {
         auto const& row = cases[i];
         table.Add(row.in_erase ? "while a page is erased" : "while a block is written",

@@ -2,91 +2,78 @@
 // each chip and option of the bootloader.
 #include <gtest/gtest.h>
 
-#include "tests/cuts/cut_matrix.h"
-#include "tests/cuts/document_table.h"
+#include "tests/cuts/end_counts.h"
 #include "tests/cuts/long_run.h"
 #include "tests/cuts/quiet_console.h"
-#include "tests/cuts/virtual_mcuboot_session.h"
-#include "tests/cuts/virtual_uart_session.h"
+#include "tests/cuts/virtual_bench.h"
 
 namespace {
 
 using namespace cuts;
 
-// A short run takes one session of so many: a prime, so that it meets every fault and byte.
-constexpr size_t kSample = 53;
+constexpr size_t kMostProblems = 20;
 
-std::byte OneBit(size_t position)
+// Every so many sessions one that is run: of a short run a prime, so that it meets every fault and
+// byte.
+size_t GetStep()
 {
-    return static_cast<std::byte>(1 << (position % 8));
+    return IsLongRun() ? 1 : 53;
 }
 
-void ExpectTables(CutMatrix const& matrix, std::string const& name)
+// Calls `play` for each fault at each byte, with the names of both as a table has them.
+template <typename Play>
+void ForEachFault(Bench const& bench, Play const& play)
 {
-    EXPECT_EQ(matrix.Problems(), "");
-    auto const& counts = matrix.Counts();
-    EXPECT_GT(counts.Sessions(), 1000U);
-    if (IsLongRun()) {
-        EXPECT_TRUE(IsInDocument(counts.MakeTable({"Fault", "Direction"}), name));
-        EXPECT_TRUE(IsInDocument(counts.MakeExplanations(), name + "-explained"));
+    for (auto const& fault : bench.ListFaults()) {
+        for (auto const direction : {Direction::kToUnit, Direction::kToHost}) {
+            bool const is_to_unit = direction == Direction::kToUnit;
+            auto const end = bench.CountBytes().at(is_to_unit ? 0 : 1);
+            for (size_t position = 0; position < end; ++position) {
+                play({fault.name, is_to_unit ? "to the unit" : "to the program"},
+                     WireFault{fault.kind, direction, position, fault.value(position)});
+            }
+        }
     }
 }
 
-std::vector<MatrixFault> ListUartFaults(simulator::AckPair const& pair)
+void PlayMatrix(VirtualTransport const& transport)
 {
-    using enum WireFaultKind;
-    return {
-        {"cut", kCut},
-        {"swallowed", kSwallow},
-        {"one bit flipped", kFlip, OneBit},
-        {"acknowledged for refused", kFlip, [pair](size_t) { return pair.ack ^ pair.nack; }},
-        // Which can make a page list the command to erase everything.
-        {"a stray 0xff", kExtraBefore, [](size_t) { return std::byte{0xFF}; }},
-        {"an acknowledgement too many", kExtraAfter, [pair](size_t) { return pair.ack; }},
-        {"stalled just below the limit", kStallBelow},
-        {"stalled just above the limit", kStallAbove},
-    };
+    EndCounts counts({"Fault", "Direction"});
+    size_t candidates = 0;
+    size_t problem_count = 0;
+    std::string problems;
+    {
+        QuietConsole const quiet;
+        for (auto const& bench : transport.make_benches()) {
+            ForEachFault(
+                *bench, [&](std::vector<std::string> const& title, WireFault const& fault) {
+                    if (candidates++ % GetStep() != 0) {
+                        return;
+                    }
+                    auto const verdict = bench->RunWithOne(fault);
+                    counts.Add(title, verdict);
+                    if (!verdict.problem.empty() && ++problem_count <= kMostProblems) {
+                        problems +=
+                            bench->Name() + ", " + ToText(fault) + ": " + verdict.ToText() + "\n";
+                    }
+                });
+        }
+    }
+    EXPECT_EQ(problems, "");
+    EXPECT_GT(counts.Sessions(), 1000U);
+    if (IsLongRun()) {
+        EXPECT_TRUE(counts.AreInDocument(transport.table));
+    }
 }
 
 TEST(VirtualCutMatrix, EveryByteOfAUartSessionCanFailAndTheUnitIsUpdatedNextTime)
 {
-    CutMatrix matrix(IsLongRun() ? 1 : kSample);
-    {
-        QuietConsole const quiet;
-        for (auto const& setup : ListUartSetups()) {
-            UartBench bench(setup);
-            matrix.Run(setup.name, ListUartFaults(setup.unit.ack_pair), bench.CountBytes(),
-                       [&](WireFault const& fault) { return bench.RunWithOne(fault); });
-        }
-    }
-    ExpectTables(matrix, "virtual-uart");
-}
-
-std::vector<MatrixFault> ListMcubootFaults()
-{
-    using enum WireFaultKind;
-    auto const newline = [](size_t) { return std::byte{'\n'}; };
-    return {
-        {"cut", kCut},
-        {"swallowed", kSwallow},
-        {"one bit flipped", kFlip, OneBit},
-        {"a newline instead", kReplace, newline},
-        {"a letter too many", kExtraBefore, [](size_t) { return std::byte{'A'}; }},
-        {"a newline too many", kExtraAfter, newline},
-        {"stalled just below the limit", kStallBelow},
-        {"stalled just above the limit", kStallAbove},
-    };
+    PlayMatrix(GetVirtualUart());
 }
 
 TEST(VirtualCutMatrix, EveryByteOfAnMcubootSessionCanFailAndTheUnitIsUpdatedNextTime)
 {
-    CutMatrix matrix(IsLongRun() ? 1 : kSample);
-    for (auto const& setup : ListMcubootSetups()) {
-        McubootBench bench(setup);
-        matrix.Run(setup.name, ListMcubootFaults(), bench.CountBytes(),
-                   [&](WireFault const& fault) { return bench.RunWithOne(fault); });
-    }
-    ExpectTables(matrix, "virtual-mcuboot");
+    PlayMatrix(GetVirtualMcuboot());
 }
 
 }  // namespace

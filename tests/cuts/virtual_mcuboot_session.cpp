@@ -1,16 +1,23 @@
-#include "tests/cuts/virtual_mcuboot_session.h"
-
+// An MCUboot session in virtual time: the conversation updates a simulated unit, request by
+// request.
 #include <fmt/format.h>
 
+#include <QByteArray>
 #include <algorithm>
 #include <iterator>
+#include <map>
+#include <optional>
 #include <span>
 #include <utility>
 
+#include "config/startup_config.h"
+#include "mcuboot/exchange.h"
 #include "mcuboot/limits.h"
 #include "mcuboot/queries.h"
 #include "mcuboot/upload.h"
+#include "simulator/bootloaders/mcuboot_recovery.h"
 #include "simulator/line/line_pacer.h"
+#include "tests/cuts/virtual_bench.h"
 #include "tests/cuts/virtual_line.h"
 #include "tests/support/pattern_image.h"
 
@@ -19,19 +26,31 @@ namespace {
 
 using namespace std::chrono_literals;
 using mcuboot::Outcome;
+using FlashBytes = std::vector<std::byte>;
 
-constexpr unsigned kBaud = 921600;  // the default
-constexpr size_t kChunk = 1483;
+constexpr size_t kChunk = mcuboot::kChunkSize;
 // Four chunks, the last one short. A multiple of every chip's unit of programming.
-constexpr size_t kMcubootImageSize = 3 * kChunk + 15;
+constexpr size_t kChunks = 4;
+constexpr size_t kMcubootImageSize = (kChunks - 1) * kChunk + 15;
 constexpr std::byte kModel{7};
 constexpr char kStartOfAnswer[] = "\x06\x09";
+
+// The requests of a session, in their order: the image's state, the model, a chunk each, the
+// restart.
+constexpr size_t kModelRequest = 1;
+constexpr size_t kFirstChunk = 2;
+constexpr size_t kRestart = kFirstChunk + kChunks;
 
 // No session takes longer, even if every answer is late and the unit goes back again and again.
 constexpr Time kMcubootEndless = 10min;
 
 // For limits that are counted in waits of 3 ms.
 constexpr Time kMargin = 100ms;
+
+struct McubootSetup {
+    std::string name;
+    simulator::McubootRecoveryOptions unit;
+};
 
 McubootSetup MakeMcubootSetup(uint16_t product_id, std::string const& option)
 {
@@ -44,349 +63,387 @@ McubootSetup MakeMcubootSetup(uint16_t product_id, std::string const& option)
     return setup;
 }
 
-}  // namespace
-
 std::vector<McubootSetup> ListMcubootSetups()
 {
     std::vector<McubootSetup> setups;
     for (auto const& chip : simulator::kChips) {
         setups.push_back(MakeMcubootSetup(chip.product_id, ""));
     }
-    auto const first = simulator::kChips.front().product_id;
-    setups.push_back(MakeMcubootSetup(first, ", maps of definite length"));
-    setups.back().unit.definite_maps = true;
-    setups.push_back(MakeMcubootSetup(first, ", answers in several lines"));
-    setups.back().unit.answer_line = 16;
-    setups.push_back(MakeMcubootSetup(first, ", a banner and a console"));
-    setups.back().unit.talks = true;
+    auto const add = [&](char const* option) -> simulator::McubootRecoveryOptions& {
+        setups.push_back(MakeMcubootSetup(simulator::kChips.front().product_id, option));
+        return setups.back().unit;
+    };
+    add(", maps of definite length").definite_maps = true;
+    add(", answers in several lines").answer_line = 16;
+    add(", a banner and a console").talks = true;
     // A unit that works between its log's line and the answer, or pauses for longer between two
     // lines, cannot be updated; see docs/known-limits.md.
-    setups.push_back(MakeMcubootSetup(first, ", a log line before each answer"));
-    setups.back().unit.log_lines = true;
-    setups.back().unit.times = {};
-    setups.push_back(MakeMcubootSetup(first, ", short pauses between all lines"));
-    setups.back().unit.log_lines = true;
-    setups.back().unit.times = {};
-    setups.back().unit.answer_line = 16;
-    setups.back().unit.line_pause = 2ms;
+    auto& logging = add(", a log line before each answer");
+    logging.log_lines = true;
+    logging.times = {};
+    auto& pausing = add(", short pauses between all lines");
+    pausing.log_lines = true;
+    pausing.times = {};
+    pausing.answer_line = 16;
+    pausing.line_pause = 2ms;
     return setups;
 }
 
-McubootBench::McubootBench(McubootSetup setup)
-    : setup_(std::move(setup)),
-      unit_(setup_.unit),
-      image_(PatternImage<QByteArray>(kMcubootImageSize)),
-      flash_before_(setup_.unit.chip.flash_size, std::byte{0xFF})
-{
-    // The firmware of before, and data of its own in the last page.
-    auto old_image = PatternImage(kMcubootImageSize);
-    std::ranges::reverse(old_image);
-    std::ranges::copy(old_image, flash_before_.begin());
-    flash_before_.back() = std::byte{0x5A};
-    new_flash_ = FlashAfter(kRestart);
+class McubootBench final : public Bench {
+public:
+    explicit McubootBench(McubootSetup const& setup)
+        : Bench(setup.name),
+          setup_(setup),
+          unit_(setup_.unit),
+          image_(PatternImage<QByteArray>(kMcubootImageSize))
+    {
+        // The firmware of before, and data of its own in the last page.
+        flash_before_ = PatternImage(kMcubootImageSize);
+        std::ranges::reverse(flash_before_);
+        flash_before_.resize(setup_.unit.chip.flash_size, std::byte{0xFF});
+        flash_before_.back() = std::byte{0x5A};
+        new_flash_ = FlashAfter(kRestart);
 
-    mcuboot::Exchange exchange;
-    Restore();
-    sound_ = Try(exchange, {});
-}
+        mcuboot::Exchange exchange;
+        Restore();
+        sound_ = Try(exchange, {});
+        bytes_ = sound_.wire.bytes;
+    }
 
-// The unit as it is before each session.
-void McubootBench::Restore()
-{
-    unit_.Faults().Clear();
-    unit_.GetJournal().Clear();
-    unit_.Memory().Load(simulator::kFlashStart, flash_before_);
-    ResetUnit();
-}
+    std::vector<MatrixFault> ListFaults() const override
+    {
+        using enum WireFaultKind;
+        auto const newline = [](size_t) { return std::byte{'\n'}; };
+        return {
+            {"cut", kCut},
+            {"swallowed", kSwallow},
+            {"one bit flipped", kFlip, OneBit},
+            {"a newline instead", kReplace, newline},
+            {"a letter too many", kExtraBefore, [](size_t) { return std::byte{'A'}; }},
+            {"a newline too many", kExtraAfter, newline},
+            {"stalled just below the limit", kStallBelow},
+            {"stalled just above the limit", kStallAbove},
+        };
+    }
 
-// What it has not sent by then is lost.
-void McubootBench::ResetUnit()
-{
-    unit_.TakeUnasked();
-    unit_.Reset();
-}
+    SessionVerdict RunWithOne(WireFault const& fault) override
+    {
+        SessionVerdict verdict;
+        auto const attempt = Run({{fault}, {}}, verdict);
+        auto const request = FindRequest(fault);
+        if (auto const prediction = Predict(fault)) {
+            verdict.problem += Check(attempt, *prediction);
+        }
+        if (!attempt.is_updated && attempt.last_request != request &&
+            fault.kind != WireFaultKind::kCut) {
+            verdict.problem += "; another request than the one with the fault";
+        }
+        if (verdict.end == SessionEnd::kWrongFlash ||
+            verdict.end == SessionEnd::kFailedWrongFlash || verdict.end == SessionEnd::kRefused) {
+            verdict.problem += "; undetected";
+        }
+        if (attempt.is_updated && DamagesBytes(fault.kind)) {
+            verdict.explanation = ExplainOne(fault);
+            verdict.problem += verdict.explanation.empty() ? "; no reason for a success" : "";
+        }
+        // An answer without its end can use up its limit, and then the next request its own.
+        auto limit = sound_.requests[request].limit;
+        if (request < kRestart) {
+            limit += sound_.requests[request + 1].limit;
+        }
+        if (attempt.wire.time > sound_.wire.time + limit + kMargin) {
+            verdict.problem += "; it took longer than the limits allow";
+        }
+        return verdict;
+    }
 
-// The whole flash after so many requests. The first chunk erases the pages of the image.
-std::vector<std::byte> McubootBench::FlashAfter(size_t requests) const
-{
-    auto flash = flash_before_;
-    if (requests > kFirstChunk) {
-        auto const page = setup_.unit.chip.page_size;
-        auto const erased = (kMcubootImageSize + page - 1) / page * page;
-        std::fill_n(flash.begin(), erased, std::byte{0xFF});
-        auto const bytes = std::as_bytes(std::span(image_));
-        auto const size = std::min((requests - kFirstChunk) * kChunk, kMcubootImageSize);
-        std::ranges::copy(bytes.first(size), flash.begin());
+    SessionVerdict RunWithMany(SessionFaults const& faults) override
+    {
+        SessionVerdict verdict;
+        auto const attempt = Run(faults, verdict);
+        if (attempt.wire.time > kMcubootEndless) {
+            verdict.problem += "; it took longer than the limits allow";
+        }
+        if (verdict.end == SessionEnd::kWrongFlash ||
+            verdict.end == SessionEnd::kFailedWrongFlash) {
+            bool const asks = std::ranges::count(faults.unit, simulator::FaultKind::kAskForOffset,
+                                                 &simulator::Fault::kind) > 0;
+            verdict.explanation =
+                asks ? "undetected: the unit asks for an offset beyond what it was sent" : "";
+            verdict.problem += asks ? "" : "; undetected";
+        }
+        return verdict;
     }
-    return flash;
-}
 
-// What the backend does from the moment when a unit is found. If the unit prints a banner, from
-// when it has done so: the program asks such a unit again.
-McubootBench::Attempt McubootBench::Try(mcuboot::Exchange& exchange, SessionFaults const& faults)
-{
-    VirtualWire wire(unit_, kBaud, simulator::kBitsPerByte8N1, faults.wire);
-    for (auto const& fault : faults.unit) {
-        unit_.Faults().Add(fault);
-    }
-    if (setup_.unit.talks) {
-        wire.Pass(simulator::kTalkLines * simulator::kTalkPause);
-    }
-    VirtualLine line(wire);
-    exchange.Attach(line);
-    Attempt attempt;
-    Converse(exchange, attempt, image_);
-    exchange.Detach();
-    attempt.is_running = unit_.Status().state == simulator::UnitState::kRunning;
-    attempt.time = wire.Now();
-    attempt.bytes = {wire.SentToUnit(), wire.SentToHost()};
-    attempt.requests = line.Requests();
-    attempt.received = line.Received();
-    attempt.trace_hash = wire.TraceHash();
-    attempt.flash = unit_.Memory().Read(simulator::kFlashStart, setup_.unit.chip.flash_size);
-    return attempt;
-}
-
-void McubootBench::Converse(mcuboot::Exchange& exchange, Attempt& attempt, QByteArray const& image)
-{
-    attempt.outcome = mcuboot::QueryImageState(exchange).outcome;
-    if (attempt.outcome != Outcome::kSuccess) {
-        return;
-    }
-    attempt.last_request = 1;
-    auto const model = mcuboot::QueryOtp(exchange, simulator::kModelIdKey);
-    attempt.outcome = model.answer.outcome;
-    attempt.is_verified = attempt.outcome == Outcome::kSuccess &&
-                          static_cast<std::byte>(model.data.front()) == kModel;
-    if (!attempt.is_verified) {
-        return;
-    }
-    auto const upload = mcuboot::Upload(exchange, image, {});
-    attempt.last_request = kFirstChunk + static_cast<size_t>(std::max(upload.offset, 0)) / kChunk;
-    attempt.outcome = upload.outcome;
-    attempt.is_updated = upload.outcome == Outcome::kSuccess;
-    if (attempt.is_updated) {
-        attempt.last_request = kRestart;
-        mcuboot::Reset(exchange);
-    }
-}
-
-SessionEnd McubootBench::Classify(Attempt const& attempt) const
-{
-    bool const is_complete = attempt.flash == new_flash_;
-    if (attempt.is_updated) {
-        return !is_complete         ? SessionEnd::kWrongFlash
-               : attempt.is_running ? SessionEnd::kUpdated
-                                    : SessionEnd::kNotRestarted;
-    }
-    if (attempt.flash == flash_before_) {
-        bool const is_refused = attempt.last_request == 1 && attempt.outcome == Outcome::kSuccess;
-        return is_refused ? SessionEnd::kRefused : SessionEnd::kFailedUntouched;
-    }
-    if (is_complete) {
-        return SessionEnd::kFailedComplete;
-    }
-    auto const chunk_begin = static_cast<std::ptrdiff_t>((kChunks - 1) * kChunk);
-    bool const has_end =
-        std::equal(new_flash_.begin() + chunk_begin, new_flash_.begin() + kMcubootImageSize,
-                   attempt.flash.begin() + chunk_begin);
-    return has_end ? SessionEnd::kFailedWrongFlash : SessionEnd::kFailedIncomplete;
-}
-
-SessionVerdict McubootBench::Judge(Attempt const& attempt, mcuboot::Exchange& exchange)
-{
-    SessionVerdict verdict;
-    verdict.end = Classify(attempt);
-    verdict.trace_hash = attempt.trace_hash;
-    verdict.report = fmt::format("request {}, outcome {}", attempt.last_request,
-                                 static_cast<int>(attempt.outcome));
-    verdict.problem = CheckSecondAttempt(exchange, attempt.requests.size());
-    return verdict;
-}
-
-// The unit is reset and plugged in again, by the same program.
-std::string McubootBench::CheckSecondAttempt(mcuboot::Exchange& exchange, size_t requests)
-{
-    unit_.Faults().Clear();
-    ResetUnit();
-    auto const [known, is_new] = second_attempts_.try_emplace(
-        {unit_.Memory().Read(simulator::kFlashStart, setup_.unit.chip.flash_size), requests % 256});
-    if (is_new && Classify(Try(exchange, {})) != SessionEnd::kUpdated) {
-        known->second = "the second attempt";
-    }
-    return known->second;
-}
-
-size_t McubootBench::FindRequest(WireFault const& fault) const
-{
-    auto const direction = static_cast<size_t>(fault.direction);
-    auto const begins_after = [&](auto const& begin) {
-        return begin.at(direction) > fault.position;
+private:
+    struct McubootAttempt : Attempt {
+        // The request that failed and its outcome; kSuccess after the restart request.
+        size_t last_request = 0;
+        Outcome outcome = Outcome::kSuccess;
+        std::vector<LineRequest> requests;
+        QByteArray received;
     };
-    // What comes before the first request meets its answer.
-    auto const next =
-        std::find_if(sound_.requests.begin() + 1, sound_.requests.end(), begins_after);
-    return static_cast<size_t>(next - sound_.requests.begin()) - 1;
-}
 
-// Whether the program discards this byte before it asks for anything.
-bool McubootBench::IsInBanner(WireFault const& fault) const
-{
-    return fault.direction == Direction::kToHost && fault.position < sound_.requests.front()[1];
-}
-
-// How a request before the restart ends when its answer ends in front of this byte.
-Outcome McubootBench::PredictCut(size_t position, size_t request) const
-{
-    if (position <= sound_.requests[request][1]) {
-        return Outcome::kNoAnswer;
+    // The unit as it is before each session.
+    void Restore()
+    {
+        unit_.GetJournal().Clear();
+        unit_.Memory().Load(simulator::kFlashStart, flash_before_);
+        ResetUnit();
     }
-    auto const end = static_cast<qsizetype>(sound_.requests[request + 1][1]);
-    auto const begin = static_cast<qsizetype>(position);
-    auto const rest = sound_.received.mid(begin, end - begin);
-    // Without its last newline an answer is complete, only late; also without all of its padding.
-    bool const has_text =
-        std::ranges::any_of(rest, [](char byte) { return byte != '=' && byte != '\n'; });
-    bool const is_complete = !has_text && (rest == "\n" || sound_.received.at(begin - 1) != '=');
-    return is_complete ? Outcome::kSuccess : Outcome::kUnusable;
-}
 
-// What a cut or a stall leads to is known exactly.
-std::string McubootBench::CheckPrediction(Attempt const& attempt, WireFault const& fault) const
-{
-    auto const request = FindRequest(fault);
-    if (fault.direction == Direction::kToUnit) {
-        switch (fault.kind) {
-            case WireFaultKind::kCut:
-                return CheckFails(attempt, request, Outcome::kNoAnswer, request);
-            case WireFaultKind::kStallAbove:
-                return CheckFails(attempt, request, Outcome::kNoAnswer, request + 1);
-            default:
-                return fault.kind == WireFaultKind::kStallBelow
-                           ? CheckFails(attempt, kRestart, Outcome::kSuccess, kRestart + 1)
-                           : std::string();
+    // A good unit from now on. What it has not sent by then is lost.
+    void ResetUnit()
+    {
+        unit_.Faults().Clear();
+        unit_.TakeUnasked();
+        unit_.Reset();
+    }
+
+    FlashBytes ReadFlash() const
+    {
+        return unit_.Memory().Read(simulator::kFlashStart, setup_.unit.chip.flash_size);
+    }
+
+    // The whole flash after so many requests. The first chunk erases the pages of the image.
+    FlashBytes FlashAfter(size_t requests) const
+    {
+        auto flash = flash_before_;
+        if (requests > kFirstChunk) {
+            auto const page = setup_.unit.chip.page_size;
+            auto const erased = (kMcubootImageSize + page - 1) / page * page;
+            std::fill_n(flash.begin(), erased, std::byte{0xFF});
+            auto const size = std::min((requests - kFirstChunk) * kChunk, kMcubootImageSize);
+            std::ranges::copy(std::as_bytes(std::span(image_)).first(size), flash.begin());
+        }
+        return flash;
+    }
+
+    // What the backend does from the moment when a unit is found. If the unit prints a banner, from
+    // when it has done so: the program asks such a unit again.
+    McubootAttempt Try(mcuboot::Exchange& exchange, SessionFaults const& faults)
+    {
+        VirtualWire wire(unit_, kDefaultMcubootBaud, simulator::kBitsPerByte8N1, faults.wire);
+        for (auto const& fault : faults.unit) {
+            unit_.Faults().Add(fault);
+        }
+        if (setup_.unit.talks) {
+            wire.Pass(simulator::kTalkLines * simulator::kTalkPause);
+        }
+        VirtualLine line(wire);
+        exchange.Attach(line);
+        McubootAttempt attempt;
+        Converse(exchange, attempt);
+        exchange.Detach();
+        attempt.is_running = unit_.Status().state == simulator::UnitState::kRunning;
+        attempt.wire = wire.Notes();
+        attempt.requests = line.Requests();
+        attempt.received = line.Received();
+        attempt.flash = ReadFlash();
+        return attempt;
+    }
+
+    void Converse(mcuboot::Exchange& exchange, McubootAttempt& attempt) const
+    {
+        attempt.outcome = mcuboot::QueryImageState(exchange).outcome;
+        if (attempt.outcome != Outcome::kSuccess) {
+            return;
+        }
+        attempt.last_request = kModelRequest;
+        auto const model = mcuboot::QueryOtp(exchange, simulator::kModelIdKey);
+        attempt.outcome = model.answer.outcome;
+        if (attempt.outcome != Outcome::kSuccess) {
+            return;
+        }
+        attempt.is_refused = static_cast<std::byte>(model.data.front()) != kModel;
+        if (attempt.is_refused) {
+            return;
+        }
+        auto const upload = mcuboot::Upload(exchange, image_, {});
+        attempt.last_request =
+            kFirstChunk + static_cast<size_t>(std::max(upload.offset, 0)) / kChunk;
+        attempt.outcome = upload.outcome;
+        attempt.is_updated = upload.outcome == Outcome::kSuccess;
+        if (attempt.is_updated) {
+            attempt.last_request = kRestart;
+            mcuboot::Reset(exchange);
         }
     }
-    // Nobody waits for the answer to the restart request.
-    auto const outcome =
-        request == kRestart ? Outcome::kSuccess : PredictCut(fault.position, request);
-    // A newline followed by a pause ends an answer, even if another of its lines follows.
-    bool const is_line = fault.position > sound_.requests[request][1] && request < kRestart &&
-                         sound_.received.at(static_cast<qsizetype>(fault.position) - 1) == '\n';
-    switch (fault.kind) {
-        case WireFaultKind::kCut:
-            return outcome == Outcome::kSuccess && request + 1 < kRestart
-                       ? CheckFails(attempt, request + 1, Outcome::kNoAnswer, request + 1)
-                   : outcome == Outcome::kSuccess && request + 1 == kRestart
-                       ? CheckFails(attempt, kRestart, Outcome::kSuccess, kRestart)
-                       : CheckFails(attempt, request, outcome, request + 1);
-        case WireFaultKind::kStallAbove:
-            return outcome == Outcome::kSuccess
-                       ? CheckFails(attempt, kRestart, Outcome::kSuccess, kRestart + 1)
-                       : CheckFails(attempt, request, outcome, request + 1);
-        case WireFaultKind::kStallBelow:
-            return is_line ? CheckFails(attempt, request, Outcome::kUnusable, request + 1)
-                           : CheckFails(attempt, kRestart, Outcome::kSuccess, kRestart + 1);
-        default:
-            return {};
-    }
-}
 
-Time McubootBench::GetLimit(size_t request)
-{
-    return request < kFirstChunk ? 2s : request == kFirstChunk ? 10s : request < kRestart ? 3s : 0s;
-}
+    bool HasEnd(FlashBytes const& flash) const override
+    {
+        constexpr auto kBegin = static_cast<std::ptrdiff_t>((kChunks - 1) * kChunk);
+        return std::equal(new_flash_.begin() + kBegin, new_flash_.begin() + kMcubootImageSize,
+                          flash.begin() + kBegin);
+    }
 
-// `effects`: how many requests the unit has carried out.
-std::string McubootBench::CheckFails(Attempt const& attempt, size_t request, Outcome outcome,
-                                     size_t effects) const
-{
-    bool const is_restart = request == kRestart;
-    auto const expected = is_restart ? Outcome::kSuccess : outcome;
-    if (attempt.last_request != request || attempt.outcome != expected) {
-        return fmt::format("expected: request {}, outcome {}", request, static_cast<int>(expected));
+    McubootAttempt Run(SessionFaults const& faults, SessionVerdict& verdict)
+    {
+        mcuboot::Exchange exchange;
+        Restore();
+        auto const attempt = Try(exchange, faults);
+        verdict.end = Classify(attempt);
+        verdict.trace_hash = attempt.wire.trace_hash;
+        verdict.report = fmt::format("request {}, outcome {}", attempt.last_request,
+                                     static_cast<int>(attempt.outcome));
+        verdict.problem = CheckSecondAttempt(exchange, attempt.requests.size());
+        return attempt;
     }
-    if (attempt.flash != FlashAfter(std::min(effects, kRestart)) ||
-        attempt.is_running != (effects > kRestart)) {
-        return "not the unit that this fault must leave";
-    }
-    return {};
-}
 
-// Why one damaged byte did not make the session fail.
-std::string McubootBench::ExplainOne(WireFault const& fault) const
-{
-    auto const request = FindRequest(fault);
-    if (request == kRestart) {
-        return "the restart request has no answer that is waited for";
+    // The unit is reset and plugged in again, by the same program. Returns what is wrong.
+    std::string CheckSecondAttempt(mcuboot::Exchange& exchange, size_t requests)
+    {
+        ResetUnit();
+        auto const [known, is_new] = second_attempts_.try_emplace({ReadFlash(), requests % 256});
+        if (is_new && Classify(Try(exchange, {})) != SessionEnd::kUpdated) {
+            known->second = "the second attempt";
+        }
+        return known->second;
     }
-    if (fault.direction == Direction::kToUnit) {
-        return fault.value == std::byte{'\n'} ? "an empty line is ignored" : std::string();
-    }
-    if (IsInBanner(fault)) {
-        return "what comes before the first request is discarded";
-    }
-    auto const end = static_cast<qsizetype>(sound_.requests[request + 1][1]);
-    auto const position = static_cast<qsizetype>(fault.position);
-    auto const behind = sound_.received.mid(position + 1, end - position - 1);
-    if (std::ranges::all_of(behind, [](char byte) { return byte == '=' || byte == '\n'; })) {
-        return "what follows an answer's check value does not count, nor does its newline";
-    }
-    if (behind.contains(kStartOfAnswer)) {
-        return "a line without a marker is no part of an answer";
-    }
-    auto const next = fault.kind == WireFaultKind::kExtraAfter ? position + 1 : position;
-    bool const is_line =
-        sound_.received.at(next) == '\n' || (next > 0 && sound_.received.at(next - 1) == '\n');
-    return is_line ? "an empty line between an answer's lines is ignored" : std::string();
-}
 
-SessionVerdict McubootBench::RunWithOne(WireFault const& fault)
-{
-    mcuboot::Exchange exchange;
-    Restore();
-    auto const attempt = Try(exchange, {{fault}, {}});
-    auto verdict = Judge(attempt, exchange);
-    auto const request = FindRequest(fault);
-    verdict.problem += CheckPrediction(attempt, fault);
-    if (!attempt.is_updated && attempt.last_request != request &&
-        fault.kind != WireFaultKind::kCut) {
-        verdict.problem += "; another request than the one with the fault";
+    size_t FindRequest(WireFault const& fault) const
+    {
+        auto const direction = static_cast<size_t>(fault.direction);
+        // What comes before the first request meets its answer.
+        auto const next = std::find_if(
+            sound_.requests.begin() + 1, sound_.requests.end(),
+            [&](auto const& request) { return request.begin.at(direction) > fault.position; });
+        return static_cast<size_t>(next - sound_.requests.begin()) - 1;
     }
-    if (verdict.end == SessionEnd::kWrongFlash || verdict.end == SessionEnd::kFailedWrongFlash ||
-        verdict.end == SessionEnd::kRefused) {
-        verdict.problem += "; undetected";
-    }
-    if (attempt.is_updated && DamagesBytes(fault.kind)) {
-        verdict.explanation = ExplainOne(fault);
-        verdict.problem += verdict.explanation.empty() ? "; no reason for a success" : "";
-    }
-    // An answer without its end can use up its limit, and then the next request its own.
-    auto const limit = GetLimit(request) + GetLimit(request + 1);
-    if (attempt.time > sound_.time + limit + kMargin) {
-        verdict.problem += "; it took longer than the limits allow";
-    }
-    return verdict;
-}
 
-SessionVerdict McubootBench::RunWithMany(SessionFaults const& faults)
+    qsizetype AnswerBegin(size_t request) const
+    {
+        return static_cast<qsizetype>(sound_.requests[request].begin[1]);
+    }
+
+    // What follows this byte of what has come in the answer to a request, itself included.
+    QByteArray RestOfAnswer(qsizetype position, size_t request) const
+    {
+        return sound_.received.mid(position, AnswerBegin(request + 1) - position);
+    }
+
+    // An answer's last newline, and the padding in front of it.
+    static bool IsPadding(QByteArray const& bytes)
+    {
+        return std::ranges::all_of(bytes, [](char byte) { return byte == '=' || byte == '\n'; });
+    }
+
+    // How a request before the restart ends when its answer ends in front of this byte.
+    Outcome PredictCut(qsizetype position, size_t request) const
+    {
+        if (position <= AnswerBegin(request)) {
+            return Outcome::kNoAnswer;
+        }
+        // Without its last newline an answer is complete, only late; also without all of its
+        // padding.
+        auto const rest = RestOfAnswer(position, request);
+        bool const is_complete =
+            IsPadding(rest) && (rest == "\n" || sound_.received.at(position - 1) != '=');
+        return is_complete ? Outcome::kSuccess : Outcome::kUnusable;
+    }
+
+    struct Prediction {
+        size_t last_request;
+        Outcome outcome;
+        size_t effects;  // how many requests the unit has carried out
+    };
+
+    // What a cut or a stall leads to is known exactly.
+    std::optional<Prediction> Predict(WireFault const& fault) const
+    {
+        using enum WireFaultKind;
+        if (DamagesBytes(fault.kind)) {
+            return std::nullopt;
+        }
+        Prediction const all{kRestart, Outcome::kSuccess, kRestart + 1};
+        auto const request = FindRequest(fault);
+        if (fault.direction == Direction::kToUnit) {
+            return fault.kind == kStallBelow
+                       ? all
+                       : Prediction{request, Outcome::kNoAnswer,
+                                    fault.kind == kCut ? request : request + 1};
+        }
+        // Nobody waits for the answer to the restart request.
+        if (request == kRestart) {
+            return all;
+        }
+        auto const position = static_cast<qsizetype>(fault.position);
+        auto const outcome = PredictCut(position, request);
+        if (fault.kind == kStallBelow) {
+            // A newline followed by a pause ends an answer, even if another of its lines follows.
+            bool const is_line =
+                position > AnswerBegin(request) && sound_.received.at(position - 1) == '\n';
+            return is_line ? Prediction{request, Outcome::kUnusable, request + 1} : all;
+        }
+        if (outcome != Outcome::kSuccess) {
+            return Prediction{request, outcome, request + 1};
+        }
+        return fault.kind == kCut ? Prediction{request + 1, Outcome::kNoAnswer, request + 1} : all;
+    }
+
+    // Returns what is wrong.
+    std::string Check(McubootAttempt const& attempt, Prediction const& expected) const
+    {
+        auto const outcome =
+            expected.last_request == kRestart ? Outcome::kSuccess : expected.outcome;
+        if (attempt.last_request != expected.last_request || attempt.outcome != outcome) {
+            return fmt::format("expected: request {}, outcome {}", expected.last_request,
+                               static_cast<int>(outcome));
+        }
+        if (attempt.flash != FlashAfter(std::min(expected.effects, kRestart)) ||
+            attempt.is_running != (expected.effects > kRestart)) {
+            return "not the unit that this fault must leave";
+        }
+        return {};
+    }
+
+    // Why one damaged byte did not make the session fail; empty when there is no good reason.
+    std::string ExplainOne(WireFault const& fault) const
+    {
+        auto const request = FindRequest(fault);
+        auto const position = static_cast<qsizetype>(fault.position);
+        if (request == kRestart) {
+            return "the restart request has no answer that is waited for";
+        }
+        if (fault.direction == Direction::kToUnit) {
+            return fault.value == std::byte{'\n'} ? "an empty line is ignored" : std::string();
+        }
+        if (position < AnswerBegin(0)) {
+            return "what comes before the first request is discarded";
+        }
+        auto const behind = RestOfAnswer(position + 1, request);
+        if (IsPadding(behind)) {
+            return "what follows an answer's check value does not count, nor does its newline";
+        }
+        if (behind.contains(kStartOfAnswer)) {
+            return "a line without a marker is no part of an answer";
+        }
+        auto const next = fault.kind == WireFaultKind::kExtraAfter ? position + 1 : position;
+        bool const is_line =
+            sound_.received.at(next) == '\n' || (next > 0 && sound_.received.at(next - 1) == '\n');
+        return is_line ? "an empty line between an answer's lines is ignored" : std::string();
+    }
+
+    McubootSetup setup_;
+    simulator::McubootRecovery unit_;
+    QByteArray image_;
+    McubootAttempt sound_;  // without faults
+    // What is wrong with a second attempt. It depends on the flash that it finds and on the number
+    // of its first request alone, so each is run once.
+    std::map<std::pair<FlashBytes, size_t>, std::string> second_attempts_;
+};
+
+// The markers and ends of lines, and base64.
+constexpr std::string_view kMcubootTelling = "\x06\x09\x04\x14\n=A";
+
+}  // namespace
+
+VirtualTransport const& GetVirtualMcuboot()
 {
-    mcuboot::Exchange exchange;
-    Restore();
-    auto const attempt = Try(exchange, faults);
-    auto verdict = Judge(attempt, exchange);
-    if (attempt.time > kMcubootEndless) {
-        verdict.problem += "; it took longer than the limits allow";
-    }
-    if (verdict.end == SessionEnd::kWrongFlash || verdict.end == SessionEnd::kFailedWrongFlash) {
-        bool const asks = std::ranges::any_of(faults.unit, [](simulator::Fault const& fault) {
-            return fault.kind == simulator::FaultKind::kAskForOffset;
-        });
-        verdict.explanation =
-            asks ? "undetected: the unit asks for an offset beyond what it was sent" : "";
-        verdict.problem += asks ? "" : "; undetected";
-    }
-    return verdict;
+    static VirtualTransport const transport{
+        "MCUboot", "virtual-mcuboot", [] { return MakeBenches<McubootBench>(ListMcubootSetups()); },
+        simulator::kMcubootFaultKinds, std::as_bytes(std::span(kMcubootTelling))};
+    return transport;
 }
 
 }  // namespace cuts

@@ -68,10 +68,9 @@ size_t VirtualWire::Lane::CountSound(size_t size) const
 VirtualWire::Spoilt VirtualWire::Lane::Spoil(std::byte byte)
 {
     auto const sent = byte;
-    std::vector<std::byte> before;
-    std::vector<std::byte> after;
-    Spoilt spoilt;
     bool is_lost = false;
+    Spoilt spoilt;
+    std::vector<std::byte> after;
     for (; next_fault < faults.size() && faults[next_fault].position == passed; ++next_fault) {
         auto const& fault = faults[next_fault];
         switch (fault.kind) {
@@ -88,7 +87,7 @@ VirtualWire::Spoilt VirtualWire::Lane::Spoil(std::byte byte)
                 byte = fault.value;
                 break;
             case WireFaultKind::kExtraBefore:
-                before.push_back(fault.value);
+                spoilt.bytes.push_back(fault.value);
                 break;
             case WireFaultKind::kExtraAfter:
                 after.push_back(fault.value);
@@ -102,18 +101,19 @@ VirtualWire::Spoilt VirtualWire::Lane::Spoil(std::byte byte)
         }
     }
     ++passed;
-    if (!spoilt.is_cut) {
-        spoilt.forged = before;
-        spoilt.forged.insert(spoilt.forged.end(), after.begin(), after.end());
-        if (byte != sent && !is_lost) {
+    if (spoilt.is_cut) {
+        spoilt.bytes.clear();
+        return spoilt;
+    }
+    spoilt.forged = spoilt.bytes;
+    spoilt.forged.insert(spoilt.forged.end(), after.begin(), after.end());
+    if (!is_lost) {
+        spoilt.bytes.push_back(byte);
+        if (byte != sent) {
             spoilt.forged.push_back(byte);
         }
-        spoilt.bytes = std::move(before);
-        if (!is_lost) {
-            spoilt.bytes.push_back(byte);
-        }
-        spoilt.bytes.insert(spoilt.bytes.end(), after.begin(), after.end());
     }
+    spoilt.bytes.insert(spoilt.bytes.end(), after.begin(), after.end());
     return spoilt;
 }
 
@@ -135,7 +135,7 @@ void VirtualWire::Send(std::span<std::byte const> bytes)
         }
     }
     auto const count = to_unit_.next_fault - first_fault;
-    most_faults_together_ = std::max(most_faults_together_, count + faults_before_);
+    notes_.most_faults_together = std::max(notes_.most_faults_together, count + faults_before_);
     faults_before_ = count;
 }
 
@@ -177,7 +177,7 @@ void VirtualWire::Queue(Time earliest, std::span<std::byte const> bytes)
         if (!bytes.empty()) {
             auto const spoilt = to_host_.Spoil(bytes.front());
             is_dead_ = spoilt.is_cut;
-            forged_.insert(forged_.end(), spoilt.forged.begin(), spoilt.forged.end());
+            notes_.forged.insert(notes_.forged.end(), spoilt.forged.begin(), spoilt.forged.end());
             if (spoilt.hold != Hold::kNone) {
                 EndPacket();
                 packet_.hold = spoilt.hold;
@@ -228,20 +228,17 @@ std::vector<std::byte> VirtualWire::Receive(Time limit, Chance chance)
     }
     auto const start = now_;
     auto bytes = Await(start + limit, chance);
-    longest_wait_ = std::max(longest_wait_, now_ - start);
+    notes_.longest_wait = std::max(notes_.longest_wait, now_ - start);
     return bytes;
 }
 
 std::vector<std::byte> VirtualWire::Await(Time end, Chance chance)
 {
-    if (packets_.empty()) {
-        now_ = end;
-        return {};
+    bool const is_held = !packets_.empty() && packets_.front().hold != Hold::kNone;
+    if (is_held && chance == Chance::kLast) {
+        return TakeHeld(end);
     }
-    if (packets_.front().hold != Hold::kNone) {
-        if (chance == Chance::kLast) {
-            return TakeHeld(end);
-        }
+    if (is_held || packets_.empty()) {
         now_ = end;
         return {};
     }
@@ -269,11 +266,19 @@ std::vector<std::byte> VirtualWire::TakeHeld(Time end)
     return TakeArrived();
 }
 
+WireNotes VirtualWire::Notes() const
+{
+    auto notes = notes_;
+    notes.bytes = CountBytes();
+    notes.time = now_;
+    return notes;
+}
+
 void VirtualWire::Trace(Direction direction, std::span<std::byte const> bytes)
 {
     // FNV-1a.
     auto const add = [this](uint64_t value) {
-        trace_hash_ = (trace_hash_ ^ value) * 0x100000001B3;
+        notes_.trace_hash = (notes_.trace_hash ^ value) * 0x100000001B3;
     };
     if (bytes.empty()) {
         return;

@@ -7,6 +7,7 @@
 // bridge. A unit that is deaf while it is busy loses what arrives before its answer begins.
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -56,6 +57,19 @@ std::string ToText(WireFault const& fault);
 // Whether the host would still wait for these bytes if they came later.
 enum class Chance { kLater, kLast };
 
+// What a wire notes of a session.
+struct WireNotes {
+    std::array<size_t, 2> bytes{};  // that either side has sent, by direction
+    Time time{0};
+    Time longest_wait{0};
+    // What the host received and the unit had not sent.
+    std::vector<std::byte> forged;
+    // The most faults towards the unit in two neighbouring messages of the host.
+    size_t most_faults_together = 0;
+    // Depends on every byte that the host sent or received, and when.
+    uint64_t trace_hash = 0xCBF29CE484222325;
+};
+
 class VirtualWire {
 public:
     // `unit` must outlive the wire. Several faults may be at one byte; they act in their order.
@@ -76,15 +90,9 @@ public:
     // kLater, bytes that are stalled stay so; with kLast they come just before or after the limit.
     std::vector<std::byte> Receive(Time limit, Chance chance);
 
-    size_t SentToUnit() const { return to_unit_.passed; }
-    size_t SentToHost() const { return to_host_.passed; }
-    Time LongestWait() const { return longest_wait_; }
-    // What the host received and the unit had not sent.
-    std::vector<std::byte> const& Forged() const { return forged_; }
-    // The most faults towards the unit in two neighbouring messages of the host.
-    size_t MostFaultsTogether() const { return most_faults_together_; }
-    // Depends on every byte that the host sent or received, and when.
-    uint64_t TraceHash() const { return trace_hash_; }
+    // How many bytes either side has sent, by direction.
+    std::array<size_t, 2> CountBytes() const { return {to_unit_.passed, to_host_.passed}; }
+    WireNotes Notes() const;
 
 private:
     enum class Hold { kNone, kBelow, kAbove };
@@ -136,11 +144,8 @@ private:
     Time packet_end_{0};            // when its last byte reaches the host
     std::deque<Packet> packets_;    // on their way to the host, in their order
     size_t waits_ = 0;
-    Time longest_wait_{0};
-    std::vector<std::byte> forged_;
     size_t faults_before_ = 0;  // in the message before
-    size_t most_faults_together_ = 0;
-    uint64_t trace_hash_ = 0xCBF29CE484222325;
+    WireNotes notes_;
 };
 
 }  // namespace cuts

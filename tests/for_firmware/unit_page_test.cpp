@@ -648,8 +648,7 @@ constexpr Rule kRules[] = {
     {"The image's last four bytes become 01 00 00 00.", CheckLastBytes},
     {"They are written last, together with the four bytes before them.", CheckLastWrite},
     {"An update that ends at any block before the trailer leaves other last bytes, even if the "
-     "same "
-     "image was complete before.",
+     "same image was complete before.",
      CheckInterruptedUpdate},
     {"An image that already ends with 01 00 00 00 is stored as it is.", CheckImageWithTrailer},
     {"On the STM32G4 the image's size must be a multiple of 8, or the trailer is lost.",
@@ -659,8 +658,7 @@ constexpr Rule kRules[] = {
      CheckSizesOfU5},
     {"The marker is the word 0x46575550 (\"PUWF\") at `boot_mode_address`.", CheckMarker},
     {"The first 16 KiB of RAM belong to the bootloader: a marker there is refused, and the "
-     "firmware "
-     "is not started.",
+     "firmware is not started.",
      CheckClosedRam},
     {"After the marker the unit jumps to `start_address`.", CheckStart},
     {"The unit has the IDs 0483:df11, its flash is alternate setting 0, and its OTP area alternate "
@@ -669,8 +667,7 @@ constexpr Rule kRules[] = {
     {"Only the image is written: no trailer, and no marker.", CheckDfuDownload},
     {"A request is one line of up to 2039 bytes, its newline included.", CheckLongestLine},
     {"The check value of a request is the inverted CRC of header and map; that of an answer "
-     "follows "
-     "another rule.",
+     "follows another rule.",
      CheckCheckValues},
     {"Operation, group, command and sequence number of an answer are not compared.",
      CheckForeignHeader},

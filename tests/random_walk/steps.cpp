@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <functional>
-#include <iterator>
 #include <vector>
 
 #include "mcuboot/limits.h"
@@ -18,35 +17,35 @@ using simulator::FaultKind;
 using std::chrono::milliseconds;
 
 // Mostly short, since most orders of events are decided within a fraction of a second.
-milliseconds ChoosePause(Chance& chance)
+milliseconds ChoosePause(Random& random)
 {
     constexpr std::array<uint32_t, 6> kLongest{5, 50, 400, 400, 1500, 4500};
-    return milliseconds(chance.Below(chance.Of(kLongest)));
+    return milliseconds(random.Below(random.Pick(kLongest)));
 }
 
 // All that an added fault delays, together, at most.
 constexpr milliseconds kLongestDelay = 10s;
 
-uint32_t ChooseParameter(Chance& chance, FaultKind kind)
+uint32_t ChooseParameter(Random& random, FaultKind kind)
 {
     constexpr std::array<uint32_t, 10> kBytes{0, 1, 2, 7, 20, 0x1F, 0x79, 0x7F, 0xFF, 1000};
     constexpr std::array<uint32_t, 8> kDelays{5, 50, 90, 300, 990, 1500, 3500, 9900};
     constexpr std::array<uint32_t, 5> kOffsets{0, 1, mcuboot::kChunkSize, 100'000, 0xFFFFFFFF};
     switch (kind) {
         case FaultKind::kLateAnswer:
-            return chance.Of(kDelays);
+            return random.Pick(kDelays);
         case FaultKind::kAskForOffset:
-            return chance.Of(kOffsets);
+            return random.Pick(kOffsets);
         default:
-            return chance.Of(kBytes);
+            return random.Pick(kBytes);
     }
 }
 
 class StepList {
 public:
-    StepList(Chance& chance, targetInterfaceType type, QString const& first_name,
+    StepList(Random& random, targetInterfaceType type, QString const& first_name,
              QString const& other_name)
-        : chance_(chance), type_(type), first_name_(first_name), other_name_(other_name)
+        : random_(random), type_(type), first_name_(first_name), other_name_(other_name)
     {}
 
     QList<Step> const& Steps() const { return steps_; }
@@ -80,7 +79,7 @@ private:
         for (auto const& choice : choices) {
             sum += choice.weight;
         }
-        auto left = chance_.Below(sum);
+        auto left = random_.Below(sum);
         auto choice = choices.begin();
         for (; left >= choice->weight; ++choice) {
             left -= choice->weight;
@@ -88,11 +87,11 @@ private:
         choice->add();
     }
 
-    void Add(Step::Kind kind) { steps_.append({kind, {}, 1, ChoosePause(chance_)}); }
+    void Add(Step::Kind kind) { steps_.append({kind, {}, 1, ChoosePause(random_)}); }
 
     void AddUnit(QString const& command)
     {
-        steps_.append({Step::Kind::kUnit, command, 1, ChoosePause(chance_)});
+        steps_.append({Step::Kind::kUnit, command, 1, ChoosePause(random_)});
     }
 
     void AddReplug(QString const& name)
@@ -103,11 +102,11 @@ private:
 
     void AddPress()
     {
-        auto const times = chance_.OneIn(2) ? 1 : 1 + static_cast<int>(chance_.Below(4));
-        steps_.append({Step::Kind::kPress, {}, times, ChoosePause(chance_)});
+        auto const times = random_.OneIn(2) ? 1 : 1 + random_.Below(4);
+        steps_.append({Step::Kind::kPress, {}, times, ChoosePause(random_)});
     }
 
-    void AddFault() { AddUnit(ChooseFault(chance_, type_)); }
+    void AddFault() { AddUnit(ChooseFault(random_, type_)); }
 
     // Something that ends an update.
     void AddLoss()
@@ -128,7 +127,7 @@ private:
         Add(Step::Kind::kWaitEvent);
         AddUnit(u"clear-faults"_s);
         AddUnit(u"silent off"_s);
-        if (chance_.OneIn(3)) {
+        if (random_.OneIn(3)) {
             AddFault();  // during the connect
         }
         AddUnit(u"plug 1"_s);
@@ -138,22 +137,22 @@ private:
     // An update in which something happens.
     void AddUpdate()
     {
-        if (!chance_.OneIn(3)) {
+        if (!random_.OneIn(3)) {
             AddFreshUnit();
         }
-        if (chance_.OneIn(2)) {
+        if (random_.OneIn(2)) {
             AddFault();
         }
         AddPress();
-        if (!chance_.OneIn(3)) {
+        if (!random_.OneIn(3)) {
             AddLoss();
         }
-        if (chance_.OneIn(2)) {
+        if (random_.OneIn(2)) {
             AddPress();
         }
     }
 
-    Chance& chance_;
+    Random& random_;
     targetInterfaceType type_;
     QString first_name_;
     QString other_name_;
@@ -180,49 +179,50 @@ QString Describe(Step const& step)
     return {};
 }
 
-QString ChooseUnitOptions(Chance& chance, targetInterfaceType type)
+QString ChooseUnitOptions(Random& random, targetInterfaceType type)
 {
     constexpr std::array kPaces{"0", "460800", "460800", "115200", "57600"};
-    auto options = u"--baud %1"_s.arg(QLatin1String(chance.Of(kPaces)));
+    auto options = u"--baud %1"_s.arg(QLatin1String(random.Pick(kPaces)));
     if (type == TargetUart) {
         constexpr std::array kErases{"legacy", "extended", "both"};
-        options += u" --erase-commands %1"_s.arg(QLatin1String(chance.Of(kErases)));
-    } else if (chance.OneIn(3)) {
+        options += u" --erase-commands %1"_s.arg(QLatin1String(random.Pick(kErases)));
+    } else if (random.OneIn(3)) {
         options += u" --answer-line 20"_s;
     }
     return options;
 }
 
-qsizetype ChooseImageSize(Chance& chance)
+qsizetype ChooseImageSize(Random& random)
 {
     constexpr std::array<qsizetype, 5> kSizes{16, 6000, 16'000, 30'000, 30'000};
-    return chance.Of(kSizes);
+    return random.Pick(kSizes);
 }
 
-QString ChooseFault(Chance& chance, targetInterfaceType type)
+QString ChooseFault(Random& random, targetInterfaceType type)
 {
-    auto const bootloader = type == TargetUart ? simulator::kOnStm32 : simulator::kOnMcuboot;
-    std::vector<simulator::FaultRow> faults;
-    std::ranges::copy_if(simulator::kFaults, std::back_inserter(faults),
-                         [&](auto const& fault) { return (fault.bootloaders & bootloader) != 0; });
     constexpr std::array<uint32_t, 4> kLatest{2, 8, 30, 100};
     constexpr std::array<uint32_t, 6> kCounts{1, 1, 1, 3, 12, 1000};
-    auto const& [kind, name, moment, bootloaders] = chance.Of(faults);
-    auto const at = 1 + chance.Below(chance.Of(kLatest));
-    auto count = chance.Of(kCounts);
-    auto const parameter = ChooseParameter(chance, kind);
+    auto const kind = type == TargetUart ? random.Pick(simulator::kStm32FaultKinds)
+                                         : random.Pick(simulator::kMcubootFaultKinds);
+    auto const at = 1 + random.Below(random.Pick(kLatest));
+    auto count = random.Pick(kCounts);
+    auto const parameter = ChooseParameter(random, kind);
     if (kind == FaultKind::kLateAnswer) {
         count = std::min(count, static_cast<uint32_t>(kLongestDelay.count()) / parameter);
     }
-    return u"fault %1 %2 %3 %4"_s.arg(QString::fromUtf8(name)).arg(at).arg(count).arg(parameter);
+    auto const name = simulator::kFaults.at(static_cast<size_t>(kind)).name;
+    return u"fault %1 %2 %3 %4"_s.arg(QLatin1String(name.data(), static_cast<int>(name.size())))
+        .arg(at)
+        .arg(count)
+        .arg(parameter);
 }
 
-QList<Step> ChooseSteps(Chance& chance, targetInterfaceType type, QString const& first_name,
+QList<Step> ChooseSteps(Random& random, targetInterfaceType type, QString const& first_name,
                         QString const& other_name)
 {
-    StepList list(chance, type, first_name, other_name);
-    auto const count = 3 + chance.Below(6);
-    for (uint32_t i = 0; i < count; ++i) {
+    StepList list(random, type, first_name, other_name);
+    auto const count = 3 + random.Below(6);
+    for (int i = 0; i < count; ++i) {
         list.AddAny();
     }
     return list.Steps();

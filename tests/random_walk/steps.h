@@ -5,29 +5,9 @@
 #include <QList>
 #include <QString>
 #include <chrono>
-#include <cstdint>
-#include <random>
 
 #include "config/startup_config.h"
-
-// The same numbers from the same seed with every compiler, unlike the library's distributions.
-class Chance {
-public:
-    explicit Chance(uint32_t seed) : engine_(seed) {}
-
-    // From 0 to `end` - 1.
-    uint32_t Below(uint32_t end) { return static_cast<uint32_t>(engine_()) % end; }
-    bool OneIn(uint32_t n) { return Below(n) == 0; }
-    template <class Container>
-    auto const& Of(Container const& choices)
-    {
-        return choices[static_cast<decltype(std::size(choices))>(
-            Below(static_cast<uint32_t>(std::size(choices))))];
-    }
-
-private:
-    std::mt19937 engine_;
-};
+#include "tests/support/random.h"
 
 struct Step {
     enum class Kind {
@@ -46,16 +26,16 @@ struct Step {
 QString Describe(Step const& step);
 
 // Options of simulated_unit, divided by spaces: the pace of its line and how it answers.
-QString ChooseUnitOptions(Chance& chance, targetInterfaceType type);
+QString ChooseUnitOptions(Random& random, targetInterfaceType type);
 
 // Bytes of the image: small, so that faults strike anywhere in it, and a multiple of what every
 // chip programs at once.
-qsizetype ChooseImageSize(Chance& chance);
+qsizetype ChooseImageSize(Random& random);
 
 // A command that sets a fault. One that delays answers does not delay an update by more than some
 // seconds.
-QString ChooseFault(Chance& chance, targetInterfaceType type);
+QString ChooseFault(Random& random, targetInterfaceType type);
 
 // `other_name`: a name that the unit's port may take instead of its first one, `first_name`.
-QList<Step> ChooseSteps(Chance& chance, targetInterfaceType type, QString const& first_name,
+QList<Step> ChooseSteps(Random& random, targetInterfaceType type, QString const& first_name,
                         QString const& other_name);

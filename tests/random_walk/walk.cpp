@@ -51,25 +51,15 @@ qsizetype CountUpdates(QStringList const& journal, targetInterfaceType type)
 
 QString WalkTotals::ToText() const
 {
-    return u"%1 walks, %2 rounds, %3 steps, %4 presses; updates: %5 started, %6 succeeded, %7 failed; "_s
-               .arg(walks)
-               .arg(rounds)
-               .arg(steps)
-               .arg(presses)
-               .arg(started)
-               .arg(succeeded)
-               .arg(failed) +
-           u"connects: %1, refusals: %2; programs: %3 started, %4 closed, "_s.arg(connected)
-               .arg(refused)
-               .arg(programs)
-               .arg(closed) +
-           u"%1 ended by a port that could not be opened, "_s.arg(unopenable_ports) +
-           u"%1 restarted because two units had ended the search; "_s.arg(stopped_searches) +
-           u"the window answered %1 times; "_s.arg(answers) +
-           u"longest silence in an update %1 ms, busiest thread %2 of a processor, "_s
-               .arg(longest_silent_update.count())
-               .arg(highest_thread, 0, 'f', 2) +
-           u"waits up to %1 times too long"_s.arg(highest_load_factor, 0, 'f', 2);
+    QString text;
+    for (auto const& [name, count] : counts) {
+        text += u"%1: %2, "_s.arg(name).arg(count);
+    }
+    return text +
+           u"longest silence in an update %1 ms, busiest thread %2 of a processor, waits up "
+           "to %3 times too long"_s.arg(longest_silent_update.count())
+               .arg(highest_thread, 0, 'f', 2)
+               .arg(highest_load_factor, 0, 'f', 2);
 }
 
 // ---- Beginning and end ----
@@ -77,13 +67,13 @@ QString WalkTotals::ToText() const
 Walk::Walk(QString const& staged_bundle, uint32_t seed, WalkTotals& totals)
     : bundle_(staged_bundle),
       seed_(seed),
-      chance_(seed),
+      random_(seed),
       totals_(totals),
       type_(GetTransport(bundle_)),
-      options_(ChooseUnitOptions(chance_, type_))
+      options_(ChooseUnitOptions(random_, type_))
 {
     clock_.start();
-    ++totals_.walks;
+    ++totals_.counts[u"walks"_s];
     Note(u"unit: "_s + options_);
     WriteNewImage();
     unit_ = std::make_unique<UnitProcess>(GetUnitOptions(bundle_) +
@@ -106,9 +96,9 @@ Walk::~Walk()
 
 void Walk::PlayRound()
 {
-    ++totals_.rounds;
+    ++totals_.counts[u"rounds"_s];
     Note(u"---- a round"_s);
-    for (auto const& step : ChooseSteps(chance_, type_, first_name_, other_name_)) {
+    for (auto const& step : ChooseSteps(random_, type_, first_name_, other_name_)) {
         EnsureProgram();
         Play(step);
     }
@@ -119,22 +109,14 @@ void Walk::End()
 {
     EnsureProgram();
     CloseWindow();
-    WaitForEnd();
-}
-
-// The check of each moment bounds it.
-void Walk::WaitForEnd()
-{
-    while (!is_ended_) {
-        Pass(kStep);
-    }
+    PassUntil([] { return false; });
 }
 
 // ---- Steps ----
 
 void Walk::Play(Step const& step)
 {
-    ++totals_.steps;
+    ++totals_.counts[u"steps"_s];
     Note(Describe(step));
     switch (step.kind) {
         case Step::Kind::kUnit:
@@ -146,11 +128,18 @@ void Walk::Play(Step const& step)
         case Step::Kind::kClose:
             CloseWindow();
             break;
-        case Step::Kind::kWaitEvent:
-            WaitForEvent(5s);
+        case Step::Kind::kWaitEvent: {
+            auto const events = log_.events;
+            PassUntil([&] { return log_.events != events; }, 5s);
             break;
+        }
         case Step::Kind::kWaitReady:
-            WaitForReady(8s);
+            PassUntil(
+                [this] {
+                    return phase_ == Phase::kClosing ||
+                           (log_.unit_ready && log_.shown.button_enabled == true);
+                },
+                8s);
             break;
     }
     Pass(step.pause);
@@ -189,7 +178,7 @@ void Walk::Press(int times)
         }
     }
     presses_ += times;
-    totals_.presses += times;
+    totals_.counts[u"presses"_s] += times;
 }
 
 void Walk::CloseWindow()
@@ -199,27 +188,17 @@ void Walk::CloseWindow()
     }
     program_->CloseWindow();
     phase_ = Phase::kClosing;
-    ++totals_.closed;
+    ++totals_.counts[u"windows closed"_s];
     last_activity_ = clock_.elapsed();
     Require(
         u"the window goes when it is closed"_s,
         [this] { return is_ended_ || !program_->HasWindow(); }, kWindowLimit);
 }
 
-void Walk::WaitForEvent(Milliseconds limit)
-{
-    auto const events = log_.events;
-    auto const end = clock_.elapsed() + limit.count();
-    while (!is_ended_ && log_.events == events && clock_.elapsed() < end) {
-        Pass(kStep);
-    }
-}
-
-void Walk::WaitForReady(Milliseconds limit)
+void Walk::PassUntil(std::function<bool()> const& is_true, Milliseconds limit)
 {
     auto const end = clock_.elapsed() + limit.count();
-    while (!is_ended_ && phase_ == Phase::kRunning && clock_.elapsed() < end &&
-           !(log_.unit_ready && log_.shown.button_enabled == true)) {
+    while (!is_ended_ && !is_true() && clock_.elapsed() < end) {
         Pass(kStep);
     }
 }
@@ -246,7 +225,7 @@ void Walk::Recover()
 bool Walk::TryFreshUnit()
 {
     if (phase_ == Phase::kClosing) {
-        WaitForEnd();
+        PassUntil([] { return false; });
     }
     EnsureProgram();
     Require(
@@ -261,7 +240,7 @@ bool Walk::TryFreshUnit()
     }
     if (log_.may_have_stopped_looking) {
         Note(u"two units have ended the search: the program is restarted"_s);
-        ++totals_.stopped_searches;
+        ++totals_.counts[u"searches that two units ended"_s];
         End();
         EnsureProgram();
     }
@@ -273,8 +252,8 @@ bool Walk::TryFreshUnit()
 // Unlike the last one, so that what is left of an earlier update is not taken for this one.
 void Walk::WriteNewImage()
 {
-    QByteArray image(ChooseImageSize(chance_), '\0');
-    std::ranges::generate(image, [this] { return static_cast<char>(chance_.Below(256)); });
+    QByteArray image(ChooseImageSize(random_), '\0');
+    std::ranges::generate(image, [this] { return static_cast<char>(random_.Below(256)); });
     bundle_.WriteFirmware(image);
     Note(u"the image now has %1 bytes"_s.arg(image.size()));
 }
@@ -282,21 +261,19 @@ void Walk::WriteNewImage()
 void Walk::UpdateFreshUnit()
 {
     WriteNewImage();
-    Command(u"plug 1 "_s + (chance_.OneIn(2) ? first_name_ : other_name_));
+    Command(u"plug 1 "_s + (random_.OneIn(2) ? first_name_ : other_name_));
     auto const is_found = [this] { return log_.unit_ready; };
     Require(u"a fresh unit is found"_s, is_found, kFoundLimit);
     RequireScreen(u"the window shows that a unit is ready"_s, IsReady);
     auto const journal = unit_->Journal();
     auto const unerased = unit_->Status(u"over-unerased"_s);
-    auto const updates = log_.started;
-    Press(1 + static_cast<int>(chance_.Below(3)));
+    auto const updates = log_.Started();
+    Press(1 + random_.Below(3));
     Note(u"pressed"_s);
-    auto const has_started = [&] { return log_.started > updates; };
+    auto const has_started = [&] { return log_.Started() > updates; };
     Require(u"an update starts"_s, has_started, kFoundLimit);
     // The check of each moment bounds the time without a sign from the unit.
-    while (!is_ended_ && log_.IsBusy()) {
-        Pass(kStep);
-    }
+    PassUntil([this] { return !log_.IsBusy(); });
     CheckFreshUnit(journal, unerased);
 }
 
@@ -330,7 +307,7 @@ void Walk::StartProgram()
     environment.insert(u"TMPDIR"_s, temporary_.path());
     program_ = std::make_unique<Program>(bundle_, environment);
     process_ = FindChildProcess(QCoreApplication::applicationPid(), "firmware_updater");
-    ++totals_.programs;
+    ++totals_.counts[u"programs"_s];
     phase_ = Phase::kRunning;
     is_ended_ = is_overdue_ = is_covered_ = has_appeared_ = false;
     presses_ = 0;
@@ -363,7 +340,7 @@ void Walk::TakeEndOfProgram()
     bool const is_unopenable =
         type_ == TargetUart && status == 1 && !log_.unopenable_port.isEmpty();
     if (is_unopenable) {
-        ++totals_.unopenable_ports;
+        ++totals_.counts[u"ports that could not be opened"_s];
         if (IsPortOpenable(log_.unopenable_port)) {
             Fail(u"the program ended because of a port that can be opened"_s);
         }
@@ -374,11 +351,9 @@ void Walk::TakeEndOfProgram()
 
 void Walk::AddToTotals()
 {
-    totals_.started += log_.started;
-    totals_.succeeded += log_.succeeded;
-    totals_.failed += log_.failed;
-    totals_.refused += log_.refused;
-    totals_.connected += log_.connected;
+    for (auto const& [event, count] : log_.counts) {
+        totals_.counts[GetEventName(event)] += count;
+    }
     totals_.highest_load_factor = std::max(totals_.highest_load_factor, load_.Factor());
     totals_.highest_thread = std::max(totals_.highest_thread, spin_watch_.Highest());
 }
@@ -447,7 +422,7 @@ void Walk::CheckWindowAnswers()
         [this] { return is_ended_ || program_->Look(); }, kPaintLimit);
     is_covered_ = false;
     last_answer_ = clock_.elapsed();
-    ++totals_.answers;
+    ++totals_.counts[u"answers of a covered window"_s];
 }
 
 void Walk::ReadLog()
@@ -462,7 +437,7 @@ void Walk::ReadLog()
     if (!log_.contradiction.isEmpty()) {
         Fail(log_.contradiction);
     }
-    if (log_.requested > presses_) {
+    if (log_.Requested() > presses_) {
         Fail(u"more updates were requested than the button was pressed"_s);
     }
     if (log_.events != events) {

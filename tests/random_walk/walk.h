@@ -3,18 +3,16 @@
 // ends with a good unit that is plugged in anew and must be found and updated.
 //
 // These outcomes are permitted, since they are documented limits:
-// - Over UART, a port that cannot be opened ends the program with status 1. The port must be one
-// that is
-//   away or blocked, or was so a second ago. The program is then started again.
+// - Over UART, a port that cannot be opened ends the program with status 1, if it is away or
+// blocked,
+//   or was so a second ago. The program is then started again.
 // - Two units at once, while none is ready, end the search for good. The program is then closed and
 //   started again.
 // - A second press counts if a connect has enabled the button in the meantime. The log shows that.
 // - A connect that takes too long is followed by the next one, which ends its session. A fresh unit
-// is
-//   therefore plugged in only when all requests of the round have been answered.
+//   is therefore plugged in only when all requests of the round have been answered.
 // - The error text of a failed update stays in the bar until a unit is unplugged or, over UART, the
-// next
-//   update starts. The screen is compared with the table of the window's states.
+//   next update starts. The screen is compared with the table of the window's states.
 // - A process whose window was closed goes on until its update has ended.
 #pragma once
 
@@ -24,6 +22,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <stdexcept>
 
@@ -35,21 +34,7 @@
 
 // What all walks of a test did, for its report.
 struct WalkTotals {
-    int walks = 0;
-    int rounds = 0;
-    int steps = 0;
-    int presses = 0;
-    int started = 0;
-    int succeeded = 0;
-    int failed = 0;
-    int refused = 0;
-    int connected = 0;
-    int programs = 0;
-    int closed = 0;
-    int answers = 0;  // of a window that was covered
-    // Documented ends and restarts.
-    int unopenable_ports = 0;
-    int stopped_searches = 0;
+    std::map<QString, int> counts;  // of rounds, presses, events of the window and more, by name
     double highest_load_factor = 1;
     double highest_thread = 0;                          // part of a processor
     std::chrono::milliseconds longest_silent_update{};  // without a sign from the unit
@@ -81,8 +66,10 @@ private:
     void Command(QString const& command);
     void Press(int times);
     void CloseWindow();
-    void WaitForEvent(Milliseconds limit);
-    void WaitForReady(Milliseconds limit);
+    // Until the program has ended, or that is true. Without a limit, the check of each moment
+    // bounds it.
+    void PassUntil(std::function<bool()> const& is_true,
+                   Milliseconds limit = std::chrono::hours(1));
     void Recover();
     bool TryFreshUnit();
     void WriteNewImage();
@@ -93,7 +80,6 @@ private:
     void EnsureProgram();
     void TakeEndOfProgram();
     void AddToTotals();
-    void WaitForEnd();
     bool IsPortOpenable(QString const& name);
 
     // Lets time pass and checks what must hold at any moment.
@@ -113,7 +99,7 @@ private:
 
     TestBundle bundle_;
     uint32_t seed_;
-    Chance chance_;
+    Random random_;
     WalkTotals& totals_;
     targetInterfaceType type_;
     QString options_;

@@ -1,8 +1,9 @@
 #include "tests/random_walk/window_log.h"
 
 #include <QRegularExpression>
-#include <array>
 #include <optional>
+
+#include "tests/support/shown_window.h"
 
 using namespace Qt::StringLiterals;
 
@@ -21,22 +22,6 @@ std::optional<WindowEvent> FindEvent(QString const& name)
     return std::nullopt;
 }
 
-template <class T>
-void Replace(std::optional<T>& old, std::optional<T> const& with)
-{
-    old = with ? with : old;
-}
-
-void Add(WindowChange& shown, WindowChange const& change)
-{
-    Replace(shown.button_text, change.button_text);
-    Replace(shown.button_style, change.button_style);
-    Replace(shown.button_enabled, change.button_enabled);
-    Replace(shown.progress_value, change.progress_value);
-    Replace(shown.progress_format, change.progress_format);
-    Replace(shown.unit_ready, change.unit_ready);
-}
-
 // What must not be true before `event`; empty if all is well.
 QString FindContradiction(WindowLog const& log, WindowEvent event)
 {
@@ -48,27 +33,14 @@ QString FindContradiction(WindowLog const& log, WindowEvent event)
             if (log.IsUpdating()) {
                 return u"an update started during another one"_s;
             }
-            return log.started < log.requested ? QString()
-                                               : u"an update started that nobody asked for"_s;
+            return log.Started() < log.Requested() ? QString()
+                                                   : u"an update started that nobody asked for"_s;
         case WindowEvent::UpdateSucceeded:
         case WindowEvent::UpdateFailed:
             return log.IsUpdating() ? QString() : u"an update ended that had not started"_s;
         default:
             return {};
     }
-}
-
-void Count(WindowLog& log, WindowEvent event)
-{
-    using enum WindowEvent;
-    ++log.events;
-    log.last_event = GetEventName(event);
-    log.requested += event == UpdateRequested ? 1 : 0;
-    log.started += event == UpdateStarted ? 1 : 0;
-    log.succeeded += event == UpdateSucceeded ? 1 : 0;
-    log.failed += event == UpdateFailed ? 1 : 0;
-    log.connected += event == UnitConnected ? 1 : 0;
-    log.refused += event == UnitRefused ? 1 : 0;
 }
 
 }  // namespace
@@ -93,8 +65,10 @@ WindowLog ReadWindowLog(QByteArray const& log, targetInterfaceType type)
             if (result.contradiction.isEmpty()) {
                 result.contradiction = contradiction;
             }
-            Count(result, *event);
-            Add(result.shown, GetWindowChange(*event, type));
+            ++result.counts[*event];
+            ++result.events;
+            result.last_event = match.captured(1);
+            ShowChange(result.shown, GetWindowChange(*event, type));
             result.unit_ready = result.shown.unit_ready.value_or(false);
         }
         if (units > 1 && !result.unit_ready) {

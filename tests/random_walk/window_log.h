@@ -5,18 +5,13 @@
 
 #include <QByteArray>
 #include <QString>
+#include <map>
 
 #include "app/window_state.h"
 
 struct WindowLog {
-    // How often each of these events was shown.
-    int requested = 0;
-    int started = 0;
-    int succeeded = 0;
-    int failed = 0;
-    int connected = 0;
-    int refused = 0;
-    int events = 0;  // all of them, others included
+    std::map<WindowEvent, int> counts;  // how often each event was shown
+    int events = 0;                     // all of them
     QString last_event;
 
     bool unit_ready = false;
@@ -29,10 +24,20 @@ struct WindowLog {
     // The first thing that must not be; empty if there is none.
     QString contradiction;
 
-    int Ended() const { return succeeded + failed; }
-    bool IsUpdating() const { return started > Ended(); }
+    int Count(WindowEvent event) const
+    {
+        auto const found = counts.find(event);
+        return found == counts.end() ? 0 : found->second;
+    }
+    int Requested() const { return Count(WindowEvent::UpdateRequested); }
+    int Started() const { return Count(WindowEvent::UpdateStarted); }
+    int Ended() const
+    {
+        return Count(WindowEvent::UpdateSucceeded) + Count(WindowEvent::UpdateFailed);
+    }
+    bool IsUpdating() const { return Started() > Ended(); }
     // An update runs, or was asked for and is still to come.
-    bool IsBusy() const { return requested > Ended(); }
+    bool IsBusy() const { return Requested() > Ended(); }
 };
 
 // `log` begins with the start of one run of the program.

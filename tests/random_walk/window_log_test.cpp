@@ -27,10 +27,10 @@ TEST(WindowLog, CountsTheEventsOfAnUpdateAndKnowsWhatTheyLeaveInTheWindow)
     auto const log = Read("unit connected,update requested,update started,update succeeded");
 
     EXPECT_EQ(log.contradiction, QString());
-    EXPECT_EQ(log.connected, 1);
-    EXPECT_EQ(log.requested, 1);
-    EXPECT_EQ(log.started, 1);
-    EXPECT_EQ(log.succeeded, 1);
+    EXPECT_EQ(log.Count(WindowEvent::UnitConnected), 1);
+    EXPECT_EQ(log.Requested(), 1);
+    EXPECT_EQ(log.Started(), 1);
+    EXPECT_EQ(log.Ended(), 1);
     EXPECT_FALSE(log.IsBusy());
     EXPECT_TRUE(log.unit_ready);
     EXPECT_EQ(log.shown.button_text, u"DONE"_s);
@@ -46,14 +46,13 @@ TEST(WindowLog, KnowsAnUpdateThatIsStillToCome)
     EXPECT_FALSE(log.unit_ready);
 }
 
-struct Contradiction {
-    char const* events;
-    char const* text;
-};
-
 TEST(WindowLog, NamesEveryContradiction)
 {
-    constexpr Contradiction kContradictions[] = {
+    struct Row {
+        char const* events;
+        char const* text;
+    };
+    constexpr Row kRows[] = {
         {"update requested", "a press of a disabled button counted"},
         {"unit connected,update requested,update requested",
          "a press of a disabled button counted"},
@@ -67,7 +66,7 @@ TEST(WindowLog, NamesEveryContradiction)
         {"unit connected,update requested,update started,update failed,update failed",
          "an update ended that had not started"},
     };
-    for (auto const& [events, text] : kContradictions) {
+    for (auto const& [events, text] : kRows) {
         EXPECT_EQ(Read(events).contradiction.toStdString(), text) << events;
     }
 }

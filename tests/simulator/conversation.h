@@ -5,9 +5,9 @@
 //   clear-faults, reset, silent on, silent off
 //   load ADDRESS BYTES                    changes the memory
 //   memory ADDRESS SIZE                   is answered with bytes of the memory
-//   unit KEY                              is answered with a value of the program's status line, or
-//   for
-//                                         the key "left" with yes or no
+//   unit KEY                              is answered with a value of the program's status line;
+//   the
+//                                         key "left" with yes or no
 #pragma once
 
 #include <gtest/gtest.h>

@@ -1,7 +1,5 @@
-// A simulated unit in its DFU bootloader for tests from its host's side.
+// A simulated unit in its DFU bootloader for tests; its model is 7.
 #pragma once
-
-#include <memory>
 
 #include "simulator/chips/otp_image.h"
 #include "simulator/simulated_unit.h"
@@ -18,17 +16,5 @@ inline SimulatedUnitOptions DfuOptions()
     options.bootloader = bootloader;
     return options;
 }
-
-// A unit that is plugged in.
-struct PluggedDfuUnit {
-    explicit PluggedDfuUnit(SimulatedUnitOptions const& options = DfuOptions())
-        : testbed(std::make_shared<UsbTestbed>()), unit(testbed, options)
-    {
-        unit.Plug();
-    }
-
-    std::shared_ptr<UsbTestbed> testbed;
-    SimulatedUnit unit;
-};
 
 }  // namespace simulator::test

@@ -15,6 +15,7 @@
 #include "tests/simulator/bootloader_client.h"
 #include "tests/simulator/dfu_unit_test_support.h"
 #include "tests/simulator/image_file.h"
+#include "tests/simulator/port_test_support.h"
 #include "tests/support/files.h"
 
 using namespace Qt::StringLiterals;
@@ -74,7 +75,7 @@ protected:
         EXPECT_EQ(plugged_.unit.ReadMemory(kFlashStart, image.size()), image);
     }
 
-    test::PluggedDfuUnit plugged_;
+    test::PluggedUnit plugged_{test::DfuOptions()};
     QTemporaryDir directory_;
     QProcess process_;
     std::string output_;

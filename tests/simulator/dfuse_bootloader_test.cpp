@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
-#include "simulator/chips/otp_image.h"
 #include "tests/simulator/conversation.h"
+#include "tests/simulator/dfu_unit_test_support.h"
 
 namespace simulator {
 namespace {
@@ -37,11 +37,7 @@ class Dfuse : public testing::Test {
 protected:
     static DfuseBootloaderOptions Options()
     {
-        DfuseBootloaderOptions options;
-        OtpImage otp(options.chip.otp_size);
-        otp.SetModelId(0, 7);
-        options.otp = otp.Bytes();
-        return options;
+        return std::get<DfuseBootloaderOptions>(test::DfuOptions().bootloader);
     }
 
     // A request and its answer as text. Requests: "download BLOCK BYTES", "upload BLOCK LENGTH",

@@ -18,6 +18,7 @@
 
 #include "tests/simulator/bootloader_client.h"
 #include "tests/simulator/dfu_unit_test_support.h"
+#include "tests/simulator/port_test_support.h"
 
 namespace simulator {
 namespace {
@@ -96,7 +97,7 @@ protected:
 
     std::string NodePath() { return plugged_.unit.Status().device_path; }
 
-    test::PluggedDfuUnit plugged_;
+    test::PluggedUnit plugged_{test::DfuOptions()};
     Node node_{NodePath()};
 };
 
