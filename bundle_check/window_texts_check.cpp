@@ -115,9 +115,9 @@ void CheckSmallest(QList<ShownText> const& shown, int dpi, WindowView& view, Fin
         findings.Warn(
             {},
             u"The letters are small: at %1, the capital letters of %2 are %3 pixels high, "
-            "less than %4; use fonts with larger letters, made for %5 dpi."_s.arg(
-                NameDpi(dpi), Quote(smallest.text), FormatBelow(pixels),
-                QString::number(kLeastHeight), QString::number(dpi)));
+            "less than %4; use fonts with larger letters, which derive_font.py makes for %5 dpi."_s
+                .arg(NameDpi(dpi), Quote(smallest.text), FormatBelow(pixels),
+                     QString::number(kLeastHeight), QString::number(dpi)));
     }
 }
 
@@ -184,7 +184,8 @@ struct CutText {
 
 CutText DescribeCut(ShownText const& shown, TextFit const& fit)
 {
-    auto const cure = shown.IsOwn() ? u"use fonts with smaller letters"_s : QString();
+    auto const cure =
+        shown.IsOwn() ? u"use fonts with smaller letters (derive_font.py --percent)"_s : QString();
     auto const or_own = [&](QString const& text) { return shown.IsOwn() ? cure : text; };
     if (fit.is_width) {
         auto const subject = shown.IsOwn() ? u"The program's own text "_s : QString();
@@ -222,8 +223,11 @@ void ReportCut(ShownText const& shown, Fits const& fits, bool is_for_macos, Find
     auto const& fit = on_macos ? fits.macos : fits.other;
     auto const& rest = on_macos ? fits.other : fits.macos;
     auto const rest_dpi = NameDpi(on_macos ? kOtherDpi : kMacosDpi);
+    // Widths are not compared with heights.
     auto const there = rest.fits ? u"it fits at "_s + rest_dpi
-                                 : u"%1 at %2"_s.arg(QString::number(rest.needed), rest_dpi);
+                       : rest.is_width == fit.is_width
+                           ? u"%1 at %2"_s.arg(QString::number(rest.needed), rest_dpi)
+                           : u"nor does it fit at "_s + rest_dpi;
     auto const [what, cure] = DescribeCut(shown, fit);
     findings.Fail(
         shown.place,

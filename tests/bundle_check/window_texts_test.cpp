@@ -130,10 +130,13 @@ TEST(ShownTexts, MustFitOnTheSystemThatTheBundleIsFor)
         {"MacOS/program", kMachOHead, true, "22.10.1", u"note: At 96 dpi, ..."_s},
         {"Info.plist", "<plist/>", true, "2026.11.21",
          u"config.ini:13: error: fw_version: ... needed at 72 dpi, on a Mac (# at 96 dpi); ..."_s},
+        {"Info.plist", "<plist/>", true, "\xC3\x9C\xC3\x9C\xC3\x9C\xC3\x9C",
+         u"config.ini:13: error: ... pixels of height are free, # needed at 72 dpi, on a Mac (nor "
+         "does it fit at 96 dpi); ..."_s},  // in width
         {"Info.plist", "<plist/>", false, "1.0",
          u"warning: The letters are small: at 72 dpi, on a Mac, the capital letters of 'Update "
          "requires cable with USB-C connector.' are #.# pixels high, less than 6.5; use fonts with "
-         "larger letters, made for 72 dpi."_s},
+         "larger letters, which derive_font.py makes for 72 dpi."_s},
         {"MacOS/program", kElfHead, false, "1.0", {}},
         {"MacOS/program", kElfHead, false, "22.10.1", u"config.ini:13: error: ... at 96 dpi ..."_s},
         {nullptr,
