@@ -157,14 +157,20 @@ QString Quote(QString const& text)
     return u'\'' + quoted + more + u'\'';
 }
 
-QString QuoteAll(QStringList const& texts)
+QString JoinFirst(QStringList const& items)
 {
     constexpr qsizetype kMost = 5;
+    auto const more = items.size() - kMost;
+    return items.mid(0, kMost).join(u", "_s) + (more > 0 ? u" and %1 more"_s.arg(more) : QString());
+}
+
+QString QuoteAll(QStringList const& texts)
+{
     QStringList quoted;
-    for (auto const& text : texts.mid(0, kMost)) {
+    for (auto const& text : texts) {
         quoted.append(Quote(text));
     }
-    return quoted.join(u", "_s) + (texts.size() > kMost ? u", ..."_s : QString());
+    return JoinFirst(quoted);
 }
 
 int GetExitStatus(Report const& report)

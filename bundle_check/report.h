@@ -50,7 +50,9 @@ private:
 // anything, and goes to a terminal.
 QString Quote(QString const& text);
 
-// The first ones, each in quotation marks, separated by commas.
+// The first items, separated by commas, and how many more there are.
+QString JoinFirst(QStringList const& items);
+// The same, each in quotation marks.
 QString QuoteAll(QStringList const& texts);
 
 // Its number in Unicode, as U+0041.

@@ -3,7 +3,6 @@
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QRegularExpression>
 #include <QStringList>
 #include <QTextDocumentFragment>
 #include <algorithm>
@@ -138,13 +137,6 @@ QString DescribeCharacter(char32_t character)
                : NameCharacter(character);
 }
 
-// A list of at most five.
-QString JoinFirst(QStringList const& items)
-{
-    constexpr qsizetype kMost = 5;
-    return items.mid(0, kMost).join(u", "_s) + (items.size() > kMost ? u", ..."_s : QString());
-}
-
 void CheckCharacters(ShownText const& shown, FontFiles const& fonts, Findings& findings)
 {
     auto const style = QString::fromLatin1(
@@ -153,11 +145,10 @@ void CheckCharacters(ShownText const& shown, FontFiles const& fonts, Findings& f
     QStringList control;
     for (char32_t const character : shown.text.toUcs4()) {
         bool const is_control = QChar::category(character) == QChar::Other_Control;
-        bool const is_known =
-            IsInvisible(character) || fonts.styles[style].supportsCharacter(character);
         auto& list = is_control ? control : missing;
         auto const name = DescribeCharacter(character);
-        if ((is_control || !is_known) && !IsInvisible(character) && !list.contains(name)) {
+        if (!IsInvisible(character) && !fonts.styles[style].supportsCharacter(character) &&
+            !list.contains(name)) {
             list.append(name);
         }
     }
@@ -179,36 +170,33 @@ void CheckCharacters(ShownText const& shown, FontFiles const& fonts, Findings& f
 
 struct CutText {
     QString what;  // would happen to the text
-    QString cure;
+    QString cure;  // if the vendor can change it
 };
 
 CutText DescribeCut(ShownText const& shown, TextFit const& fit)
 {
-    auto const cure =
-        shown.IsOwn() ? u"use fonts with smaller letters (derive_font.py --percent)"_s : QString();
-    auto const or_own = [&](QString const& text) { return shown.IsOwn() ? cure : text; };
     if (fit.is_width) {
         auto const subject = shown.IsOwn() ? u"The program's own text "_s : QString();
         return {u"%1%2 would be shown as %3"_s.arg(subject, Quote(fit.line), Quote(fit.visible)),
-                or_own(u"shorten it, or use narrower fonts"_s)};
+                u"shorten it, or use narrower fonts"_s};
     }
     if (fit.lost_lines == 0) {
         auto const edges = !fit.loses_bottom ? u"upper edge"_s
                            : !fit.loses_top  ? u"lower edge"_s
                                              : u"upper and lower edges"_s;
         return {u"%1 would lose its %2"_s.arg(shown.Name(), edges),
-                or_own(u"use characters of the usual height, or fonts with smaller letters"_s)};
+                u"use characters of the usual height, or fonts with smaller letters"_s};
     }
     if (fit.lost_lines == fit.lines) {
-        return {
-            u"%1 has %2 lines, and its place has room for one"_s.arg(shown.Name()).arg(fit.lines),
-            or_own(u"write it on one line"_s)};
+        return {u"%1 has %2 lines, and its place has room for one"_s.arg(
+                    shown.Name(), QString::number(fit.lines)),
+                u"write it on one line"_s};
     }
     auto const lost = fit.lost_lines == 1 ? u"last line, %1"_s.arg(Quote(fit.line))
                                           : u"last %1 lines, from %2 on"_s.arg(
                                                 QString::number(fit.lost_lines), Quote(fit.line));
     return {u"%1 would lose its %2"_s.arg(shown.Name(), lost),
-            or_own(u"shorten it, or use fonts with a smaller line height"_s)};
+            u"shorten it, or use fonts with a smaller line height"_s};
 }
 
 // How large a text is on one of the systems.
@@ -233,7 +221,8 @@ void ReportCut(ShownText const& shown, Fits const& fits, bool is_for_macos, Find
         shown.place,
         u"%1; %2 pixels%3 are free, %4 needed at %5 (%6); %7."_s.arg(
             what, QString::number(fit.free), fit.is_width ? QString() : u" of height"_s,
-            QString::number(fit.needed), NameDpi(on_macos ? kMacosDpi : kOtherDpi), there, cure));
+            QString::number(fit.needed), NameDpi(on_macos ? kMacosDpi : kOtherDpi), there,
+            shown.IsOwn() ? u"use fonts with smaller letters (derive_font.py --percent)"_s : cure));
 }
 
 QList<Fits> MeasureAll(QList<ShownText> const& shown, WindowView& view)
@@ -299,52 +288,6 @@ void CheckFits(QList<ShownText> const& shown, BundleSystem system, WindowView& v
     CheckSmallest(shown, is_for_macos ? kMacosDpi : kOtherDpi, view, findings);
 }
 
-// The numbers of the steps that the error text refers to ("repeat step 1-3").
-struct Steps {
-    int first = 0;
-    int last = 0;
-};
-
-Steps FindSteps(QList<ShownText> const& shown)
-{
-    static QRegularExpression const range(u"\\bstep (\\d)-(\\d)\\b"_s);
-    for (auto const& text : shown) {
-        if (auto const match = range.match(text.text); text.IsOwn() && match.hasMatch()) {
-            return {match.captured(1).toInt(), match.captured(2).toInt()};
-        }
-    }
-    return {};
-}
-
-// A line that begins with the number, in any form, or with a word and the number ("Step 1:").
-bool HasStep(QString const& instructions, int number)
-{
-    QRegularExpression const step(
-        u"^\\W*(?:\\p{L}+\\s*)?%1(?!\\d)"_s.arg(number),
-        QRegularExpression::MultilineOption | QRegularExpression::UseUnicodePropertiesOption);
-    return step.match(instructions.normalized(QString::NormalizationForm_KC)).hasMatch();
-}
-
-// Another plug than the one that the window asks for, in instructions that do not name that one.
-QString FindOtherConnector(QString const& instructions)
-{
-    static QRegularExpression const usb_c(u"\\busb[- ]?(?:type[- ]?)?c\\b"_s,
-                                          QRegularExpression::CaseInsensitiveOption);
-    // A lower-case "a" after "USB" is a word of its own.
-    static QRegularExpression const connector(
-        u"\\b(?:(?i:micro|mini)[- ]?(?i:usb|[ab]\\b)|(?i:usb)[- ]?(?i:micro|mini)|"
-        "(?i:usb)(?i:[- ]?type)?(?:[- ]?[AB]|-[ab])|(?i:lightning))\\b"_s);
-    return usb_c.match(instructions).hasMatch() ? QString()
-                                                : connector.match(instructions).captured();
-}
-
-// "1, 2 or 3".
-QString JoinWithOr(QStringList const& items)
-{
-    auto const before = items.mid(0, items.size() - 1).join(u", "_s);
-    return before.isEmpty() ? items.last() : before + u" or "_s + items.last();
-}
-
 }  // namespace
 
 bool CheckLengths(Config const& config, Findings& findings)
@@ -378,38 +321,6 @@ void CheckShownTexts(Config const& config, FontFiles const& fonts, BundleSystem 
         CheckCharacters(text, fonts, findings);
     }
     CheckFits(shown, system, view, findings);
-}
-
-void CheckFixedTexts(Config const& config, WindowView& view, Findings& findings)
-{
-    auto const& key = config_keys::kInstructionsText;
-    auto const instructions = config.Value(key).toString();
-    if (instructions.trimmed().isEmpty()) {
-        return;
-    }
-    auto const steps = FindSteps(CollectTexts(config, view));
-    QStringList missing;
-    for (int number = steps.first; number > 0 && number <= steps.last; ++number) {
-        if (!HasStep(instructions, number)) {
-            missing.append(QString::number(number));
-        }
-    }
-    if (!missing.isEmpty()) {
-        findings.Warn(
-            config.PlaceOf(key),
-            u"After a failure the window asks to repeat the steps %1 to %2, but no line of "
-            "the instructions begins with %3; number the steps that put the unit into boot mode."_s
-                .arg(steps.first)
-                .arg(steps.last)
-                .arg(JoinWithOr(missing)));
-    }
-    if (auto const connector = FindOtherConnector(instructions); !connector.isEmpty()) {
-        findings.Warn(
-            config.PlaceOf(key),
-            u"The window always asks for a cable with USB-C connector, but the "
-            "instructions name %1; describe only the computer's end of the cable, or no plug."_s
-                .arg(Quote(connector)));
-    }
 }
 
 }  // namespace bundle_check

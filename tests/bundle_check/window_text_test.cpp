@@ -119,15 +119,15 @@ TEST_F(TextInLabel, LosesItsLastLines)
 TEST_F(TextInLabel, LosesTheEdgesOfItsOnlyLine)
 {
     constexpr int kHigh = 6;
+    auto const text = u"Ag"_s;
     struct {
-        QString text;
         Qt::Alignment alignment;
         bool top;
         bool bottom;
-    } const rows[] = {{u"Ag"_s, Qt::AlignVCenter, true, true},
-                      {u"Ag"_s, Qt::AlignTop, false, true},
-                      {u"Ag"_s, Qt::AlignBottom, true, false}};
-    for (auto const& [text, alignment, top, bottom] : rows) {
+    } const rows[] = {{Qt::AlignVCenter, true, true},
+                      {Qt::AlignTop, false, true},
+                      {Qt::AlignBottom, true, false}};
+    for (auto const& [alignment, top, bottom] : rows) {
         auto const fit = Measure(text, alignment | Qt::AlignLeft, 100, kHigh);
         EXPECT_FALSE(fit.fits || fit.is_width);
         EXPECT_EQ(fit.lost_lines, 0);

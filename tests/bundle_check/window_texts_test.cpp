@@ -215,8 +215,8 @@ TEST(ShownTexts, NeedTheirCharactersInTheFontsOfTheirStyle)
            "\"1. \xE4\xB8\x80\xE4\xB8\x81\xE4\xB8\x82\xE4\xB8\x83\xE4\xB8\x84"
            "\xE4\xB8\x85\\n2. b\\n3. c\""}},
          "config.ini:11: warning: instructions_text: '\xE4\xB8\x80' (U+4E00), '\xE4\xB8\x81' "
-         "(U+4E01), '\xE4\xB8\x82' (U+4E02), '\xE4\xB8\x83' (U+4E03), '\xE4\xB8\x84' (U+4E04), ... "
-         "are not in",
+         "(U+4E01), '\xE4\xB8\x82' (U+4E02), '\xE4\xB8\x83' (U+4E03), '\xE4\xB8\x84' (U+4E04) and "
+         "1 more are not in",
          false},
         {{{"product_text", "C:\\bin"}},
          "config.ini:12: warning: product_text: The text contains the control character U+0008, "
