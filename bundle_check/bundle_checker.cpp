@@ -103,12 +103,24 @@ void ReportMissingPictures(Request const& request, Findings& findings)
     }
 }
 
+Severity GetSeverityOfMissingFonts(PackageRules const& rules)
+{
+    return rules.for_customers ? Severity::Error : Severity::Warning;
+}
+
+BundleSystem FindSystem(QString const& application_dir)
+{
+    return IsForMacos(application_dir)   ? BundleSystem::Macos
+           : IsForLinux(application_dir) ? BundleSystem::Other
+                                         : BundleSystem::Unknown;
+}
+
 // What a customer sees.
 void CheckWindow(Config const& config, Request const& request, Findings& findings)
 {
     auto const& resources = request.resources;
     bool const has_safe_pictures = CheckPictures(resources, findings);
-    auto const fonts = CheckFonts(resources, findings);
+    auto const fonts = CheckFonts(resources, GetSeverityOfMissingFonts(request.rules), findings);
     bool const has_short_texts = CheckLengths(config, findings);
     if (!has_safe_pictures || !fonts.are_safe || !has_short_texts) {
         ReportMissingPictures(request, findings);
@@ -118,7 +130,7 @@ void CheckWindow(Config const& config, Request const& request, Findings& finding
     CheckFixedTexts(config, view, findings);
     CheckBackground(resources, view, findings);
     if (fonts.HaveBothStyles()) {
-        CheckShownTexts(config, fonts, IsForMacos(request.application_dir), view, findings);
+        CheckShownTexts(config, fonts, FindSystem(request.application_dir), view, findings);
     }
     if (!request.pictures.isEmpty() && !SavePictures(view, QDir(request.pictures))) {
         findings.Fail({}, u"The pictures of the window cannot be written to %1."_s.arg(
@@ -138,7 +150,7 @@ void CheckConfigFile(Request const& request, BundlePaths const& paths, Report& r
     }
     if (!text || !CheckConfigText(*text, lines, report.findings)) {
         CheckPictures(resources, report.findings);
-        CheckFonts(resources, report.findings);
+        CheckFonts(resources, GetSeverityOfMissingFonts(request.rules), report.findings);
         ReportMissingPictures(request, report.findings);
         CheckFolder(request.shipped, resources, {}, of_keys, report.findings);
         return;

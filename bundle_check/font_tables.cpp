@@ -22,6 +22,8 @@ constexpr qsizetype kAdjustmentAt = 8;  // in the table "head"; counts as 0
 
 // Without these no text can be drawn.
 constexpr char const* kNeeded[] = {"cmap", "head", "hhea", "hmtx", "maxp", "name"};
+// The letters themselves; one of these is enough.
+constexpr char const* kOutlines[] = {"CFF ", "CFF2", "glyf"};
 
 template <typename Number>
 Number ReadBigEndian(QByteArray const& bytes, qsizetype offset)
@@ -81,7 +83,9 @@ QString DescribeTableFault(QByteArray const& font)
             return u"it has no table '%1'"_s.arg(QString::fromLatin1(name));
         }
     }
-    return {};
+    bool const has_outlines =
+        std::ranges::any_of(kOutlines, [&](char const* name) { return names.contains(name); });
+    return has_outlines ? QString() : u"it has no table 'CFF ' or 'glyf' with letters"_s;
 }
 
 }  // namespace bundle_check

@@ -13,7 +13,7 @@ class Config;
 
 struct PackageRules {
     // The package may reach a customer, so fw_target_type must be "customer", and a key in the
-    // bundle is an error.
+    // bundle or the lack of one of the window's fonts is an error.
     bool for_customers = false;
     // The package's version must begin with the numbers in fw_version, so that the package of the
     // next firmware has a higher one. Empty: they are not compared.

@@ -50,6 +50,15 @@ QString FormatFinding(Finding const& finding)
            finding.text;
 }
 
+// As it is written in config.ini, or by its number if it cannot be seen.
+QString Spell(char32_t character)
+{
+    return character == U'\n'          ? u"\\n"_s
+           : character == U'\t'        ? u"\\t"_s
+           : QChar::isPrint(character) ? QString::fromUcs4(&character, 1)
+                                       : u'<' + NameCharacter(character) + u'>';
+}
+
 QString Amount(int count, QString const& name)
 {
     return u"%1 %2%3"_s.arg(count).arg(name, count == 1 ? QString() : u"s"_s);
@@ -130,18 +139,38 @@ void Findings::Add(Severity severity, Place const& place, QString const& text)
     }
 }
 
+QString NameCharacter(char32_t character)
+{
+    return u"U+%1"_s.arg(QString::number(character, 16).toUpper().rightJustified(4, u'0'));
+}
+
 QString Quote(QString const& text)
 {
     constexpr qsizetype kMostCharacters = 60;
-    auto quoted = text.left(kMostCharacters);
-    for (auto& character : quoted) {
-        // A surrogate may have lost its other half to the cut.
-        if (!character.isPrint() || character.isSurrogate()) {
-            character = QLatin1Char('?');
-        }
+    constexpr qsizetype kMostUnits = 2;  // of UTF-16, for a character
+    auto const characters = text.left(kMostUnits * kMostCharacters + 1).toUcs4();
+    QString quoted;
+    for (char32_t const character : characters.mid(0, kMostCharacters)) {
+        quoted += Spell(character);
     }
-    auto const more = text.size() > kMostCharacters ? u"..."_s : QString();
+    auto const more = characters.size() > kMostCharacters ? u"..."_s : QString();
     return u'\'' + quoted + more + u'\'';
+}
+
+QString JoinFirst(QStringList const& items)
+{
+    constexpr qsizetype kMost = 5;
+    auto const more = items.size() - kMost;
+    return items.mid(0, kMost).join(u", "_s) + (more > 0 ? u" and %1 more"_s.arg(more) : QString());
+}
+
+QString QuoteAll(QStringList const& texts)
+{
+    QStringList quoted;
+    for (auto const& text : texts) {
+        quoted.append(Quote(text));
+    }
+    return JoinFirst(quoted);
 }
 
 int GetExitStatus(Report const& report)

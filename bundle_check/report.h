@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QList>
 #include <QString>
+#include <QStringList>
 
 namespace bundle_check {
 
@@ -44,9 +45,18 @@ private:
     int counts_[3] = {};
 };
 
-// `text` in single quotation marks, cut to what fits on a line, with everything unprintable
-// replaced: it comes from files that may hold anything, and goes to a terminal.
+// `text` in single quotation marks, cut to what fits on a line. Line breaks and tabs are written as
+// in config.ini, and what cannot be seen as its number, <U+001B>: it comes from files that may hold
+// anything, and goes to a terminal.
 QString Quote(QString const& text);
+
+// The first items, separated by commas, and how many more there are.
+QString JoinFirst(QStringList const& items);
+// The same, each in quotation marks.
+QString QuoteAll(QStringList const& texts);
+
+// Its number in Unicode, as U+0041.
+QString NameCharacter(char32_t character);
 
 // How long an update of one product takes.
 struct Prediction {

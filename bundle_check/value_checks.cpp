@@ -168,7 +168,8 @@ bool CheckText(Config const& config, Key const& key, Findings& findings)
                       "text; put the text in quotation marks."_s.arg(Quote(Join(value))));
         return false;
     }
-    if (text.isEmpty() && key.need != Need::Optional) {
+    bool const is_file = key.form == Form::FileName;
+    if ((is_file ? text : text.trimmed()).isEmpty() && key.need != Need::Optional) {
         findings.Add(GetSeverity(key), place,
                      u"The value is empty, so %1."_s.arg(DescribeMissing(key)));
         return false;
@@ -203,25 +204,29 @@ void CheckInterface(Config const& config, Key const& key, Findings& findings)
                  "lower case."_s.arg(Quote(text), usb, mcuboot, GetInterfaceName(TargetUart)));
 }
 
-// A word that is neither of the two that the program knows, but may have been meant to be one.
-void CheckOtherTarget(Place const& place, QString const& type, Findings& findings)
+// A word that the program does not know, which may be one of those that it knows with a typing
+// error.
+void CheckUnknownTarget(Place const& place, QString const& type, Findings& findings)
 {
     auto const folded = type.trimmed().toLower();
-    for (auto const* known : {kCustomerTarget, kServiceTarget}) {
-        auto const word = QString::fromLatin1(known);
-        if (auto const edits = CountEdits(folded, word); edits > 0 && edits <= kMostEdits) {
-            findings.Warn(
-                place,
-                u"%1 appears in yellow in the window of every customer, and means nothing "
-                "to the program; did you mean %2?"_s.arg(Quote(type), word));
-            return;
-        }
+    auto const is_meant = [&](char const* known) {
+        return CountEdits(folded, QString::fromLatin1(known)) <= kMostEdits;
+    };
+    if (is_meant(kCustomerTarget)) {
+        findings.Warn(place,
+                      u"%1 appears in yellow in the window of every customer, and means nothing "
+                      "to the program; did you mean %2?"_s.arg(Quote(type),
+                                                               QLatin1StringView(kCustomerTarget)));
+    } else if (is_meant(kServiceTarget)) {
+        findings.Warn(place,
+                      u"%1 appears in yellow in the window and does not skip the model check; did "
+                      "you mean %2?"_s.arg(Quote(type), QLatin1StringView(kServiceTarget)));
+    } else {
+        // Right for firmware that testers get, so it leaves the bundle clean.
+        findings.Note(place,
+                      u"%1 appears in yellow in the window; for firmware that customers get, write "
+                      "%2."_s.arg(Quote(type), QLatin1StringView(kCustomerTarget)));
     }
-    // Legal, and right for firmware that testers get, so it leaves the bundle clean.
-    findings.Note(
-        place,
-        u"%1 appears in yellow in the window of every customer; write %2 for a "
-        "window without such a word."_s.arg(Quote(type), QLatin1StringView(kCustomerTarget)));
 }
 
 void CheckTargetType(Config const& config, Key const& key, Findings& findings)
@@ -241,12 +246,12 @@ void CheckTargetType(Config const& config, Key const& key, Findings& findings)
                       u"%1 appears in the window but does not skip the model check; only '%2', in "
                       "lower case and without spaces, does."_s.arg(
                           Quote(type), QLatin1StringView(kServiceTarget)));
-    } else if (folded == QLatin1StringView(kCustomerTarget) && type.size() != folded.size()) {
+    } else if (folded != QLatin1StringView(kCustomerTarget)) {
+        CheckUnknownTarget(place, type, findings);
+    } else if (type.size() != folded.size()) {
         findings.Warn(place,
                       u"%1 has spaces around it, so it appears in the window; remove them."_s.arg(
                           Quote(type)));
-    } else if (folded != QLatin1StringView(kCustomerTarget)) {
-        CheckOtherTarget(place, type, findings);
     }
 }
 

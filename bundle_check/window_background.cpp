@@ -19,16 +19,6 @@ namespace bundle_check {
 
 namespace {
 
-QString QuoteAll(QStringList const& names)
-{
-    constexpr qsizetype kMost = 5;
-    QStringList quoted;
-    for (auto const& name : names.mid(0, kMost)) {
-        quoted.append(Quote(name));
-    }
-    return quoted.join(u", "_s) + (names.size() > kMost ? u", ..."_s : QString());
-}
-
 QStringList ListPictures(QDir const& resources)
 {
     return ListFiles(resources, u"*.png"_s);
@@ -50,6 +40,7 @@ bool IsTransparent(QImage const& picture)
     return false;
 }
 
+// Warns about a picture that the window shows, but not as it is.
 void CheckPicture(QString const& name, QImage const& picture, QSize const& window,
                   Findings& findings)
 {
@@ -58,15 +49,14 @@ void CheckPicture(QString const& name, QImage const& picture, QSize const& windo
     auto const size = u"%1 has %2 x %3 pixels"_s.arg(Quote(name), QString::number(picture.width()),
                                                      QString::number(picture.height()));
     auto const window_size = u"%1 x %2"_s.arg(window.width()).arg(window.height());
+    auto const stretch = static_cast<double>(picture.width()) * window.height() /
+                         (static_cast<double>(picture.height()) * window.width());
     if (picture.width() < window.width() || picture.height() < window.height()) {
         findings.Warn(
             {},
             u"%1, and the window, %2, enlarges it; use a picture of that size, or "
             "twice as many pixels for screens of high resolution."_s.arg(size, window_size));
-    }
-    auto const stretch = static_cast<double>(picture.width()) * window.height() /
-                         (static_cast<double>(picture.height()) * window.width());
-    if (std::abs(stretch - 1) > kMostStretch) {
+    } else if (std::abs(stretch - 1) > kMostStretch) {
         findings.Warn({},
                       u"%1, another shape than the window's %2, so the window distorts it; cut "
                       "it to that shape."_s.arg(size, window_size));
@@ -128,20 +118,22 @@ double MeasureContrast(QLabel& label, QImage const& background)
 void CheckContrast(WindowView& view, QImage const& background, QString const& picture,
                    Findings& findings)
 {
+    QStringList faint;
     for (auto* label : view.Labels()) {
         if (label->text().isEmpty()) {
             continue;
         }
-        auto const contrast = MeasureContrast(*label, background);
-        if (contrast < kLeastContrast) {
-            findings.Fail(
-                {},
-                u"The text %1 cannot be read in front of %2: its contrast is %3 : 1, and at least "
-                "%4 : 1 is needed; make the picture darker at (%5, %6)."_s.arg(
-                    Quote(label->text()), picture, QString::number(contrast, 'f', 1),
-                    QString::number(kLeastContrast), QString::number(label->x()),
-                    QString::number(label->y())));
+        if (auto const contrast = MeasureContrast(*label, background); contrast < kLeastContrast) {
+            faint.append(
+                u"%1 at (%2, %3) %4 : 1"_s.arg(Quote(label->text()), QString::number(label->x()),
+                                               QString::number(label->y()), FormatBelow(contrast)));
         }
+    }
+    if (!faint.isEmpty()) {
+        findings.Fail({},
+                      u"%1 is too light behind the texts. They need a contrast of at least %2 : 1, "
+                      "but have: %3. Make it dark and opaque there."_s.arg(
+                          picture, QString::number(kLeastContrast), faint.join(u", "_s)));
     }
 }
 
@@ -194,31 +186,45 @@ private:
     int nowhere_;
 };
 
-// False if the file is no picture that can be decoded. The window would try again and again.
-bool CheckDecoding(QString const& path, QString const& name, Findings& findings)
+struct Picture {
+    QImage image;   // null if it cannot be shown
+    QString fault;  // why
+};
+
+Picture ReadPicture(QString const& path)
 {
+    SilentErrorOutput const silent;
     QImageReader reader(path);
     reader.setDecideFormatFromContent(true);
-    auto const format = reader.format();
-    auto const is_picture = [&] {
-        SilentErrorOutput const silent;
-        return !reader.read().isNull();
-    }();
-    if (!is_picture) {
-        auto const fault = QFileInfo(path).size() == 0 ? u"is empty"_s
-                           : format.isEmpty()
-                               ? u"is not a picture"_s
-                               : u"cannot be decoded (%1)"_s.arg(reader.errorString());
-        findings.Fail({}, u"%1 %2, so the window has no picture; save it again as PNG."_s.arg(
-                              Quote(name), fault));
-    } else if (format != "png") {
-        findings.Warn({}, u"%1 is a %2 picture, whatever its name; save it as PNG."_s.arg(
-                              Quote(name), QString::fromLatin1(format).toUpper()));
+    auto const image = reader.read();
+    return {image, image.isNull() ? reader.errorString() : QString()};
+}
+
+// False if the file is no picture that can be shown. The window would try again and again.
+bool CheckFormat(QString const& name, QString const& path, Findings& findings)
+{
+    auto const head = ReadHead(path, 8);
+    bool const is_png = head && *head == "\x89PNG\r\n\x1A\n";
+    auto const [image, fault] = ReadPicture(path);
+    if (!image.isNull() && !is_png) {
+        findings.Warn({},
+                      u"%1 is not a PNG file, and may not be shown on every computer; save it as "
+                      "PNG."_s.arg(Quote(name)));
+    } else if (image.isNull()) {
+        findings.Fail({}, (is_png ? u"%1 is damaged (%2), so the window has no picture; save it "
+                                    "again as PNG."_s.arg(Quote(name), fault)
+                                  : u"%1 is not a PNG file, so the window has no picture; save "
+                                    "the picture as PNG."_s.arg(Quote(name))));
     }
-    return is_picture;
+    return !image.isNull();
 }
 
 }  // namespace
+
+QString FormatBelow(double value)
+{
+    return QString::number(std::floor(value * 10) / 10, 'f', 1);
+}
 
 bool CheckPictures(QDir const& resources, Findings& findings)
 {
@@ -229,9 +235,9 @@ bool CheckPictures(QDir const& resources, Findings& findings)
                                                 QDir::Files, QDir::Name);
         findings.Warn(
             {},
-            u"There is no PNG file in the Resources folder, so the window has no background.%1"_s
-                .arg(others.isEmpty() ? QString()
-                                      : u" Save %1 as PNG."_s.arg(Quote(others.first()))));
+            u"There is no PNG file in the Resources folder, so the window has no background. %1"_s
+                .arg(others.isEmpty() ? u"Add one."_s
+                                      : u"Save %1 as PNG."_s.arg(Quote(others.first()))));
     } else if (pictures.size() > 1) {
         findings.Warn(
             {},
@@ -244,13 +250,16 @@ bool CheckPictures(QDir const& resources, Findings& findings)
         auto const path = resources.filePath(name);
         if (IsTooLarge(path)) {
             are_safe = false;
-            findings.Fail({}, u"%1 has %2 bytes, far more than a background picture."_s.arg(
-                                  Quote(name), QString::number(QFileInfo(path).size())));
+            findings.Fail(
+                {},
+                u"%1 has %2 bytes, far more than a background picture; save it again "
+                "with fewer pixels."_s.arg(Quote(name), QString::number(QFileInfo(path).size())));
         }
     }
-    for (auto const& name : pictures.mid(0, 1)) {
-        CheckLink({}, resources, resources.filePath(name), findings);
-        are_safe = are_safe && CheckDecoding(resources.filePath(name), name, findings);
+    for (auto const& name : pictures.mid(0, are_safe ? 1 : 0)) {
+        auto const path = resources.filePath(name);
+        CheckLink({}, resources, path, findings);
+        are_safe = CheckFormat(name, path, findings);
     }
     return are_safe;
 }
@@ -260,9 +269,7 @@ void CheckBackground(QDir const& resources, WindowView& view, Findings& findings
     auto const background = view.DrawBackground();
     auto const pictures = ListPictures(resources);
     for (auto const& name : pictures.mid(0, 1)) {
-        QImageReader reader(resources.filePath(name));
-        reader.setDecideFormatFromContent(true);
-        auto const picture = reader.read();
+        auto const picture = ReadPicture(resources.filePath(name)).image;
         CheckPicture(name, picture, view.Size(), findings);
         if (pictures.size() == 1 && !picture.hasAlphaChannel() &&
             !ShowsPicture(background, picture)) {
@@ -272,8 +279,7 @@ void CheckBackground(QDir const& resources, WindowView& view, Findings& findings
                               Quote(name), Quote(resources.absoluteFilePath(name))));
         }
     }
-    auto const picture =
-        pictures.isEmpty() ? u"the window's own background"_s : Quote(pictures.first());
+    auto const picture = pictures.size() == 1 ? Quote(pictures.first()) : u"The background"_s;
     CheckContrast(view, background, picture, findings);
 }
 

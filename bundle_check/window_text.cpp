@@ -4,6 +4,7 @@
 #include <QImage>
 #include <QLabel>
 #include <QStringList>
+#include <QStyle>
 #include <algorithm>
 
 namespace bundle_check {
@@ -27,6 +28,13 @@ QRect FindInk(QImage const& image)
     return ink;
 }
 
+// A text that is written from right to left is at the other side.
+Qt::Alignment GetAlignment(QLabel const& label)
+{
+    auto const direction = label.text().isRightToLeft() ? Qt::RightToLeft : Qt::LeftToRight;
+    return QStyle::visualAlignment(direction, label.alignment());
+}
+
 // Where the label's text is, relative to its rectangle, if nothing cuts it off.
 QRect FindInkWithRoom(QLabel& label)
 {
@@ -39,7 +47,7 @@ QRect FindInkWithRoom(QLabel& label)
     QImage image(label.size(), QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::transparent);
     label.render(&image, QPoint(), QRegion(), QWidget::RenderFlags());
-    auto const alignment = label.alignment();
+    auto const alignment = GetAlignment(label);
     label.resize(size);
     QPoint const moved(alignment.testFlag(Qt::AlignRight)     ? 2 * room.width()
                        : alignment.testFlag(Qt::AlignHCenter) ? room.width()
@@ -50,11 +58,14 @@ QRect FindInkWithRoom(QLabel& label)
     return FindInk(image).translated(-moved);
 }
 
+// Without the character at that side, which may be two of Qt's.
 QString Cut(QString const& line, CutSide side)
 {
-    return side == CutSide::Begin ? line.mid(1)
-           : side == CutSide::End ? line.chopped(1)
-                                  : line.mid(1).chopped(line.size() > 1 ? 1 : 0);
+    auto const first = line.size() > 1 && line.front().isHighSurrogate() ? 2 : 1;
+    auto const last = line.size() > 1 && line.back().isLowSurrogate() ? 2 : 1;
+    return side == CutSide::Begin ? line.mid(first)
+           : side == CutSide::End ? line.chopped(last)
+                                  : line.mid(first).chopped(line.size() > first ? last : 0);
 }
 
 QString KeepWhatFits(QFontMetrics const& metrics, QString line, int width, CutSide side)
@@ -80,12 +91,38 @@ QString FindVisible(QFontMetrics const& metrics, QString const& line, int width,
     return KeepWhatFits(metrics, Cut(line, side), width, side);
 }
 
-// Of several lines, those that do not fit below each other.
-int CountLostLines(QLabel const& label)
+// Of lines that begin at the label's top.
+qsizetype CountWholeLines(QLabel& label, QStringList const& lines)
 {
-    auto const lines = static_cast<int>(label.text().count(QLatin1Char('\n')) + 1);
-    auto const whole = label.height() / std::max(1, label.fontMetrics().lineSpacing());
-    return lines == 1 ? 0 : std::max(1, lines - whole);
+    auto const text = label.text();
+    qsizetype whole = 0;
+    qsizetype too_many = lines.size();
+    while (whole + 1 < too_many) {
+        auto const count = (whole + too_many) / 2;
+        label.setText(lines.mid(0, count).join(QLatin1Char('\n')));
+        bool const fits = FindInkWithRoom(label).bottom() <= label.rect().bottom();
+        (fits ? whole : too_many) = count;
+    }
+    label.setText(text);
+    return whole;
+}
+
+// For a text that is known to need more height.
+void CountLines(QLabel& label, TextFit& fit)
+{
+    bool const is_at_top = label.alignment().testFlag(Qt::AlignTop);
+    auto lines = label.text().split(QLatin1Char('\n'));
+    while (is_at_top && lines.size() > 1 && lines.last().trimmed().isEmpty()) {
+        lines.removeLast();
+    }
+    fit.lines = static_cast<int>(lines.size());
+    if (!is_at_top) {
+        fit.lost_lines = fit.lines > 1 ? fit.lines : 0;
+    } else if (fit.lines > 1 && fit.loses_bottom) {
+        auto const whole = CountWholeLines(label, lines);
+        fit.line = lines[whole];
+        fit.lost_lines = fit.lines - static_cast<int>(whole);
+    }
 }
 
 // What has to be free in one direction so that nothing is cut off.
@@ -94,6 +131,15 @@ int GetNeeded(int before, int after, int free, CutSide side)
     return side == CutSide::Begin ? free + before
            : side == CutSide::End ? free + after
                                   : free + 2 * std::max(before, after);
+}
+
+// Which end of the text is at that side.
+CutSide GetEnd(QString const& text, CutSide side)
+{
+    return !text.isRightToLeft()    ? side
+           : side == CutSide::Begin ? CutSide::End
+           : side == CutSide::End   ? CutSide::Begin
+                                    : side;
 }
 
 CutSide GetCutSide(Qt::Alignment alignment, Qt::Alignment at_end, Qt::Alignment centred)
@@ -120,7 +166,7 @@ TextFit MeasureLabel(QLabel& label)
     TextFit fit;
     fit.is_width = std::max(left, right) >= std::max(above, below);
     auto const side = fit.is_width
-                          ? GetCutSide(label.alignment(), Qt::AlignRight, Qt::AlignHCenter)
+                          ? GetCutSide(GetAlignment(label), Qt::AlignRight, Qt::AlignHCenter)
                           : GetCutSide(label.alignment(), Qt::AlignBottom, Qt::AlignVCenter);
     fit.fits = std::max({left, right, above, below}) <= 0;
     fit.free = fit.is_width ? area.width() : area.height();
@@ -128,9 +174,12 @@ TextFit MeasureLabel(QLabel& label)
                               : GetNeeded(above, below, fit.free, side);
     if (!fit.fits && fit.is_width) {
         fit.line = FindWidestLine(label);
-        fit.visible = FindVisible(label.fontMetrics(), fit.line, fit.free, side);
+        auto const end = GetEnd(label.text(), side);
+        fit.visible = FindVisible(label.fontMetrics(), fit.line, fit.free, end);
     } else if (!fit.fits) {
-        fit.lost_lines = CountLostLines(label);
+        fit.loses_top = above > 0;
+        fit.loses_bottom = below > 0;
+        CountLines(label, fit);
     }
     return fit;
 }
@@ -147,6 +196,9 @@ TextFit MeasureCentred(QWidget const& widget, QString const& text)
     if (!fit.fits && fit.is_width) {
         fit.line = text;
         fit.visible = FindVisible(metrics, text, fit.free, CutSide::Both);
+    } else if (!fit.fits) {
+        fit.loses_top = true;
+        fit.loses_bottom = true;
     }
     return fit;
 }

@@ -1,8 +1,8 @@
 // The texts of the window, in the window.
+#include <QFontMetricsF>
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QRegularExpression>
 #include <QStringList>
 #include <QTextDocumentFragment>
 #include <algorithm>
@@ -85,7 +85,7 @@ void CheckRichText(ShownText const& shown, Findings& findings)
     findings.Fail(
         shown.place,
         u"Qt takes %1 for HTML, and the window shows %2; write it without '<' and '>'."_s.arg(
-            Quote(shown.text), Quote(plain)));
+            Quote(shown.text), plain.trimmed().isEmpty() ? u"nothing"_s : Quote(plain)));
 }
 
 TextFit Measure(ShownText const& shown)
@@ -94,18 +94,109 @@ TextFit Measure(ShownText const& shown)
     return label != nullptr ? MeasureLabel(*label) : MeasureCentred(*shown.widget, shown.text);
 }
 
-QString DescribeCut(ShownText const& shown, TextFit const& fit)
+QString NameDpi(int dpi)
 {
-    auto const subject = shown.IsOwn() ? u"The program's own text "_s : QString();
+    return dpi == kMacosDpi ? u"%1 dpi, on a Mac"_s.arg(dpi) : u"%1 dpi"_s.arg(dpi);
+}
+
+// Fonts for another system come out larger or smaller. The window's smallest text has 10 points, as
+// the smallest texts of macOS do.
+void CheckSmallest(QList<ShownText> const& shown, int dpi, WindowView& view, Findings& findings)
+{
+    // The capital letters of usual fonts have 7 pixels at 10 points on a Mac.
+    constexpr double kLeastHeight = 6.5;
+    view.SetDpi(dpi);
+    auto const height = [](ShownText const& text) {
+        return QFontMetricsF(text.widget->font()).capHeight();
+    };
+    auto const smallest = std::ranges::min(shown, {}, height);
+    if (auto const pixels = height(smallest); pixels < kLeastHeight) {
+        findings.Warn(
+            {},
+            u"The letters are small: at %1, the capital letters of %2 are %3 pixels high, "
+            "less than %4; use fonts with larger letters, which derive_font.py makes for %5 dpi."_s
+                .arg(NameDpi(dpi), Quote(smallest.text), FormatBelow(pixels),
+                     QString::number(kLeastHeight), QString::number(dpi)));
+    }
+}
+
+// What no font has, because it is not to be seen.
+bool IsInvisible(char32_t character)
+{
+    constexpr char32_t kFirstSelector = 0xFE00;
+    constexpr char32_t kLastSelector = 0xFE0F;
+    return character == U'\n' || character == U'\r' || character == U'\t' ||
+           QChar::category(character) == QChar::Other_Format ||
+           (character >= kFirstSelector && character <= kLastSelector);
+}
+
+QString DescribeCharacter(char32_t character)
+{
+    return QChar::isPrint(character)
+               ? u"%1 (%2)"_s.arg(Quote(QString::fromUcs4(&character, 1)), NameCharacter(character))
+               : NameCharacter(character);
+}
+
+void CheckCharacters(ShownText const& shown, FontFiles const& fonts, Findings& findings)
+{
+    auto const style = QString::fromLatin1(
+        shown.widget->font().weight() > QFont::Medium ? kBoldStyle : kRegularStyle);
+    QStringList missing;
+    QStringList control;
+    for (char32_t const character : shown.text.toUcs4()) {
+        bool const is_control = QChar::category(character) == QChar::Other_Control;
+        auto& list = is_control ? control : missing;
+        auto const name = DescribeCharacter(character);
+        if (!IsInvisible(character) && !fonts.styles[style].supportsCharacter(character) &&
+            !list.contains(name)) {
+            list.append(name);
+        }
+    }
+    if (!control.isEmpty()) {
+        findings.Warn(shown.place,
+                      u"The text contains the control character %1, which appears as a box; remove "
+                      "it, or write '\\\\' if a backslash is meant."_s.arg(JoinFirst(control)));
+    }
+    if (!missing.isEmpty()) {
+        bool const is_one = missing.size() == 1;
+        findings.Warn(
+            shown.place,
+            u"%1%2 %3 not in the style %4 of the fonts, so the window takes %5 from "
+            "another font, or shows boxes; use fonts that have %5, or write the text "
+            "without."_s.arg(shown.IsOwn() ? shown.Name() + u": "_s : QString(), JoinFirst(missing),
+                             is_one ? u"is"_s : u"are"_s, style, is_one ? u"it"_s : u"them"_s));
+    }
+}
+
+struct CutText {
+    QString what;  // would happen to the text
+    QString cure;  // if the vendor can change it
+};
+
+CutText DescribeCut(ShownText const& shown, TextFit const& fit)
+{
     if (fit.is_width) {
-        return u"%1%2 would be shown as %3"_s.arg(subject, Quote(fit.line), Quote(fit.visible));
+        auto const subject = shown.IsOwn() ? u"The program's own text "_s : QString();
+        return {u"%1%2 would be shown as %3"_s.arg(subject, Quote(fit.line), Quote(fit.visible)),
+                u"shorten it, or use narrower fonts"_s};
     }
     if (fit.lost_lines == 0) {
-        return u"%1%2 would lose its upper or lower edge"_s.arg(subject, Quote(shown.text));
+        auto const edges = !fit.loses_bottom ? u"upper edge"_s
+                           : !fit.loses_top  ? u"lower edge"_s
+                                             : u"upper and lower edges"_s;
+        return {u"%1 would lose its %2"_s.arg(shown.Name(), edges),
+                u"use characters of the usual height, or fonts with smaller letters"_s};
     }
-    return u"%1%2 would be shown without its last %3"_s.arg(
-        subject, Quote(shown.text),
-        fit.lost_lines == 1 ? u"line"_s : u"%1 lines"_s.arg(fit.lost_lines));
+    if (fit.lost_lines == fit.lines) {
+        return {u"%1 has %2 lines, and its place has room for one"_s.arg(
+                    shown.Name(), QString::number(fit.lines)),
+                u"write it on one line"_s};
+    }
+    auto const lost = fit.lost_lines == 1 ? u"last line, %1"_s.arg(Quote(fit.line))
+                                          : u"last %1 lines, from %2 on"_s.arg(
+                                                QString::number(fit.lost_lines), Quote(fit.line));
+    return {u"%1 would lose its %2"_s.arg(shown.Name(), lost),
+            u"shorten it, or use fonts with a smaller line height"_s};
 }
 
 // How large a text is on one of the systems.
@@ -116,27 +207,25 @@ struct Fits {
 
 void ReportCut(ShownText const& shown, Fits const& fits, bool is_for_macos, Findings& findings)
 {
-    bool const on_macos = fits.other.fits || (is_for_macos && !fits.macos.fits);
+    bool const on_macos = is_for_macos || fits.other.fits;
     auto const& fit = on_macos ? fits.macos : fits.other;
     auto const& rest = on_macos ? fits.other : fits.macos;
-    auto const rest_dpi = on_macos ? kOtherDpi : kMacosDpi;
-    auto const there = rest.fits ? u"it fits at %1 dpi"_s.arg(rest_dpi)
-                                 : u"%1 at %2 dpi"_s.arg(rest.needed).arg(rest_dpi);
-    auto const figures = u"%1 pixels%2 are free, %3 needed at %4 dpi (%5; a Mac has %6 dpi)"_s.arg(
-        QString::number(fit.free), fit.is_width ? QString() : u" of height"_s,
-        QString::number(fit.needed), QString::number(on_macos ? kMacosDpi : kOtherDpi), there,
-        QString::number(kMacosDpi));
-    bool const can_be_shortened = !shown.IsOwn() && (fit.is_width || fit.lost_lines > 0);
-    auto const cure = !can_be_shortened ? u"use fonts with smaller letters"_s
-                      : fit.is_width    ? u"shorten it, or use narrower fonts"_s
-                                        : u"shorten it, or use fonts with a smaller line height"_s;
-    bool const is_elsewhere = is_for_macos && fits.macos.fits;
-    findings.Add(is_elsewhere ? Severity::Note : Severity::Error, shown.place,
-                 u"%1; %2; %3."_s.arg(DescribeCut(shown, fit), figures, cure));
+    auto const rest_dpi = NameDpi(on_macos ? kOtherDpi : kMacosDpi);
+    // Widths are not compared with heights.
+    auto const there = rest.fits ? u"it fits at "_s + rest_dpi
+                       : rest.is_width == fit.is_width
+                           ? u"%1 at %2"_s.arg(QString::number(rest.needed), rest_dpi)
+                           : u"nor does it fit at "_s + rest_dpi;
+    auto const [what, cure] = DescribeCut(shown, fit);
+    findings.Fail(
+        shown.place,
+        u"%1; %2 pixels%3 are free, %4 needed at %5 (%6); %7."_s.arg(
+            what, QString::number(fit.free), fit.is_width ? QString() : u" of height"_s,
+            QString::number(fit.needed), NameDpi(on_macos ? kMacosDpi : kOtherDpi), there,
+            shown.IsOwn() ? u"use fonts with smaller letters (derive_font.py --percent)"_s : cure));
 }
 
-void CheckFits(QList<ShownText> const& shown, bool is_for_macos, WindowView& view,
-               Findings& findings)
+QList<Fits> MeasureAll(QList<ShownText> const& shown, WindowView& view)
 {
     QList<Fits> fits(shown.size());
     for (int const dpi : {kMacosDpi, kOtherDpi}) {
@@ -146,75 +235,57 @@ void CheckFits(QList<ShownText> const& shown, bool is_for_macos, WindowView& vie
                 shown[i].is_rich ? TextFit() : Measure(shown[i]);
         }
     }
+    return fits;
+}
+
+// Of a bundle whose system is not known: on a Mac alone, all of the program's own texts fit.
+bool AreFontsForMacos(QList<ShownText> const& shown, QList<Fits> const& fits)
+{
+    bool fit_others = true;
     for (qsizetype i = 0; i < shown.size(); ++i) {
-        if (!fits[i].macos.fits || !fits[i].other.fits) {
+        if (shown[i].IsOwn() && !fits[i].macos.fits) {
+            return false;
+        }
+        fit_others = fit_others && (!shown[i].IsOwn() || fits[i].other.fits);
+    }
+    return !fit_others;
+}
+
+// What is cut off on systems that the bundle is probably not for.
+void ReportElsewhere(QStringList const& texts, BundleSystem system, Findings& findings)
+{
+    if (texts.isEmpty()) {
+        return;
+    }
+    auto const what =
+        u"At %1 dpi, as on systems other than macOS, these texts would be cut off: %2."_s.arg(
+            QString::number(kOtherDpi), QuoteAll(texts));
+    if (system == BundleSystem::Macos) {
+        findings.Note({}, what);
+    } else {
+        findings.Warn({}, what +
+                              u" At %1 dpi, on a Mac, they fit. If the bundle is for another "
+                              "system, use fonts with smaller letters."_s.arg(kMacosDpi));
+    }
+}
+
+void CheckFits(QList<ShownText> const& shown, BundleSystem system, WindowView& view,
+               Findings& findings)
+{
+    auto const fits = MeasureAll(shown, view);
+    bool const is_for_macos = system == BundleSystem::Macos ||
+                              (system == BundleSystem::Unknown && AreFontsForMacos(shown, fits));
+    QStringList cut_elsewhere;
+    for (qsizetype i = 0; i < shown.size(); ++i) {
+        auto const& [macos, other] = fits[i];
+        if (!macos.fits || (!is_for_macos && !other.fits)) {
             ReportCut(shown[i], fits[i], is_for_macos, findings);
+        } else if (!other.fits) {
+            cut_elsewhere.append(shown[i].text);
         }
     }
-}
-
-QString DescribeCharacter(char32_t character)
-{
-    return u"%1 (U+%2)"_s.arg(Quote(QString::fromUcs4(&character, 1)),
-                              QString::number(character, 16).toUpper().rightJustified(4, u'0'));
-}
-
-void CheckCharacters(ShownText const& shown, FontFiles const& fonts, Findings& findings)
-{
-    constexpr qsizetype kMost = 5;
-    auto const style = QString::fromLatin1(
-        shown.widget->font().weight() > QFont::Medium ? kBoldStyle : kRegularStyle);
-    QStringList missing;
-    for (char32_t const character : shown.text.toUcs4()) {
-        auto const name = DescribeCharacter(character);
-        if (character >= U' ' && !fonts.styles[style].supportsCharacter(character) &&
-            !missing.contains(name)) {
-            missing.append(name);
-        }
-    }
-    if (!missing.isEmpty()) {
-        findings.Warn(shown.place,
-                      u"%1%2 is not in the style %3 of the fonts, so the window takes it from "
-                      "another font, or shows a box; use fonts that have it."_s.arg(
-                          shown.IsOwn() ? shown.Name() + u": "_s : QString(),
-                          missing.mid(0, kMost).join(u", "_s), style));
-    }
-}
-
-// The numbers of the steps that the error text refers to ("repeat step 1-3").
-struct Steps {
-    int first = 0;
-    int last = 0;
-};
-
-Steps FindSteps(QList<ShownText> const& shown)
-{
-    static QRegularExpression const range(u"\\bstep (\\d)-(\\d)\\b"_s);
-    for (auto const& text : shown) {
-        if (auto const match = range.match(text.text); text.IsOwn() && match.hasMatch()) {
-            return {match.captured(1).toInt(), match.captured(2).toInt()};
-        }
-    }
-    return {};
-}
-
-// A line that begins with the number, or with a word and the number ("Step 1:").
-bool HasStep(QString const& instructions, int number)
-{
-    QRegularExpression const step(
-        u"^\\W*(?:\\p{L}+\\s+)?%1(?!\\d)"_s.arg(number),
-        QRegularExpression::MultilineOption | QRegularExpression::UseUnicodePropertiesOption);
-    return step.match(instructions).hasMatch();
-}
-
-// Other plugs than the one that the window asks for.
-QString FindOtherConnector(QString const& instructions)
-{
-    static QRegularExpression const connector(
-        u"\\b(?:(?:micro|mini)[- ]?(?:usb)?|usb[- ]?(?:type[- ]?)?[ab]|usb[- ]?(?:micro|mini)|"
-        "lightning)\\b"_s,
-        QRegularExpression::CaseInsensitiveOption);
-    return connector.match(instructions).captured();
+    ReportElsewhere(cut_elsewhere, system, findings);
+    CheckSmallest(shown, is_for_macos ? kMacosDpi : kOtherDpi, view, findings);
 }
 
 }  // namespace
@@ -229,13 +300,14 @@ bool CheckLengths(Config const& config, Findings& findings)
             are_short = false;
             findings.Fail(
                 config.PlaceOf(*key),
-                u"The text has %1 characters, far more than the window has room for."_s.arg(size));
+                u"The text has %1 characters, far more than the window has room for; shorten it."_s
+                    .arg(size));
         }
     }
     return are_short;
 }
 
-void CheckShownTexts(Config const& config, FontFiles const& fonts, bool is_for_macos,
+void CheckShownTexts(Config const& config, FontFiles const& fonts, BundleSystem system,
                      WindowView& view, Findings& findings)
 {
     auto shown = CollectTexts(config, view);
@@ -248,39 +320,7 @@ void CheckShownTexts(Config const& config, FontFiles const& fonts, bool is_for_m
         }
         CheckCharacters(text, fonts, findings);
     }
-    CheckFits(shown, is_for_macos, view, findings);
-}
-
-void CheckFixedTexts(Config const& config, WindowView& view, Findings& findings)
-{
-    auto const& key = config_keys::kInstructionsText;
-    auto const instructions = config.Value(key).toString();
-    if (instructions.isEmpty()) {
-        return;
-    }
-    auto const steps = FindSteps(CollectTexts(config, view));
-    QStringList missing;
-    for (int number = steps.first; number > 0 && number <= steps.last; ++number) {
-        if (!HasStep(instructions, number)) {
-            missing.append(QString::number(number));
-        }
-    }
-    if (!missing.isEmpty()) {
-        findings.Warn(
-            config.PlaceOf(key),
-            u"After a failure the window asks to repeat the steps %1 to %2, but no line of "
-            "the instructions begins with %3; number the steps that put the unit into boot mode."_s
-                .arg(steps.first)
-                .arg(steps.last)
-                .arg(missing.join(u" or "_s)));
-    }
-    if (auto const connector = FindOtherConnector(instructions); !connector.isEmpty()) {
-        findings.Warn(
-            config.PlaceOf(key),
-            u"The window always asks for a cable with USB-C connector, but the "
-            "instructions name %1; describe only the computer's end of the cable, or no plug."_s
-                .arg(Quote(connector)));
-    }
+    CheckFits(shown, system, view, findings);
 }
 
 }  // namespace bundle_check

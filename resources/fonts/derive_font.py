@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Makes one style of the window's font, "Kelvane Sans", from an OpenType font with a free licence.
 
-    derive_font.py SOURCE.otf STYLE DPI OUTPUT.otf
+    derive_font.py [--percent PERCENT] SOURCE STYLE DPI OUTPUT.otf
 
 The glyphs are those of the source. Two things change: the names, because the window asks for the
 family by name, and the size of the em, which makes the letters larger or smaller.
@@ -14,8 +14,9 @@ on the other systems.
 """
 
 import argparse
+import sys
 
-from fontTools.ttLib import TTFont
+from fontTools.ttLib import TTFont, TTLibError
 
 FAMILY = "Kelvane Sans"
 
@@ -28,6 +29,11 @@ EM_SCALE_DPI = 96
 
 FAMILY_NAME, STYLE_NAME, UNIQUE_NAME, FULL_NAME, POSTSCRIPT_NAME = 1, 2, 3, 4, 6
 TYPOGRAPHIC_FAMILY_NAME, TYPOGRAPHIC_STYLE_NAME, WWS_FAMILY_NAME, WWS_STYLE_NAME = 16, 17, 21, 22
+
+# Bits of the table "OS/2" (italic, bold, regular) and of the table "head".
+SELECTION_BOLD, SELECTION_REGULAR = 1 << 5, 1 << 6
+SELECTION_STYLES = 1 << 0 | SELECTION_BOLD | SELECTION_REGULAR
+MAC_STYLE_BOLD = 1 << 0
 
 
 def rename(font, style):
@@ -47,32 +53,62 @@ def rename(font, style):
     for name_id, text in names.items():
         table.setName(text, name_id, platformID=3, platEncID=1, langID=0x409)
 
-    compact_font = font["CFF "].cff
-    compact_font.fontNames = [postscript_name]
-    top = compact_font.topDictIndex[0]
-    top.FamilyName = FAMILY
-    top.FullName = names[FULL_NAME]
-    top.Weight = style
+    # A system may go by the weight instead of the names.
+    is_bold = style == "Bold"
+    font["OS/2"].usWeightClass = 700 if is_bold else 400
+    font["OS/2"].fsSelection = font["OS/2"].fsSelection & ~SELECTION_STYLES | (
+        SELECTION_BOLD if is_bold else SELECTION_REGULAR)
+    font["head"].macStyle = MAC_STYLE_BOLD if is_bold else 0
+
+    if "CFF " in font:
+        compact_font = font["CFF "].cff
+        compact_font.fontNames = [postscript_name]
+        top = compact_font.topDictIndex[0]
+        top.FamilyName = FAMILY
+        top.FullName = names[FULL_NAME]
+        top.Weight = style
 
 
 def scale_em(font, scale):
     units = round(font["head"].unitsPerEm * scale)
     font["head"].unitsPerEm = units
-    font["CFF "].cff.topDictIndex[0].FontMatrix = [1 / units, 0, 0, 1 / units, 0, 0]
+    if "CFF " in font:
+        font["CFF "].cff.topDictIndex[0].FontMatrix = [1 / units, 0, 0, 1 / units, 0, 0]
+
+
+def open_font(path):
+    try:
+        # Without a new time stamp the same source always gives the same bytes.
+        font = TTFont(path, recalcTimestamp=False)
+    except (OSError, TTLibError) as error:
+        sys.exit(f"derive_font.py: {path} cannot be read as a font: {error}")
+    if "fvar" in font:
+        sys.exit(f"derive_font.py: {path} has many styles in one file (a variable font); take the static "
+                 "files of the styles Regular and Bold")
+    return font
+
+
+def percent(text):
+    value = int(text)
+    if not 50 <= value <= 200:
+        raise argparse.ArgumentTypeError("give a number from 50 to 200")
+    return value
 
 
 def main():
     parser = argparse.ArgumentParser()
-    parser.add_argument("source")
-    parser.add_argument("style", choices=EM_SCALE)
-    parser.add_argument("dpi", type=int)
-    parser.add_argument("output")
+    parser.add_argument("--percent", type=percent, default=100,
+                        help="of the letters' usual size, from 50 to 200")
+    parser.add_argument("source", metavar="SOURCE", help="a font file (.otf or .ttf) with one style")
+    parser.add_argument("style", metavar="STYLE", choices=EM_SCALE, help="Regular or Bold")
+    parser.add_argument("dpi", metavar="DPI", type=int, choices=(72, 96),
+                        help="72 for macOS, 96 for the other systems")
+    parser.add_argument("output", metavar="OUTPUT.otf")
     arguments = parser.parse_args()
 
-    # Without a new time stamp the same source always gives the same bytes.
-    font = TTFont(arguments.source, recalcTimestamp=False)
+    font = open_font(arguments.source)
     rename(font, arguments.style)
-    scale_em(font, EM_SCALE[arguments.style] * arguments.dpi / EM_SCALE_DPI)
+    scale_em(font, EM_SCALE[arguments.style] * arguments.dpi / EM_SCALE_DPI * 100 / arguments.percent)
     font.save(arguments.output)
 
 

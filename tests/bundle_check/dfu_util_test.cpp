@@ -128,8 +128,7 @@ TEST(DfuUtil, ForMacosIsNotRunOnLinux)
     BundleFolder bundle;
     bundle.UseUsb();
     bundle.Write(u"MacOS/dfu-util"_s, QByteArray("\xCF\xFA\xED\xFE fast"), true);
-    EXPECT_TRUE(
-        FindsOnly(bundle, "note: dfu-util is a program for another system and was not run."));
+    EXPECT_TRUE(Finds(bundle, "note: dfu-util is a program for another system and was not run."));
     for (auto const* text : {"slow", "invalid fastbin entry (free)"}) {
         bundle.Write(u"MacOS/dfu-util"_s, QByteArray("\xCF\xFA\xED\xFE ") + text, true);
         EXPECT_TRUE(Finds(bundle, "warning: Could not confirm that this dfu-util")) << text;

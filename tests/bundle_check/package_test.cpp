@@ -55,6 +55,17 @@ TEST(PackageRules, RefuseKeysInAPackageForCustomers)
     }
 }
 
+TEST(PackageRules, RefuseAPackageForCustomersWithoutTheWindowsFonts)
+{
+    BundleFolder bundle;
+    bundle.Delete(u"Resources/Sans-Bold.otf"_s);
+    for (bool const for_customers : {true, false}) {
+        auto const errors = GetErrors(bundle, {.for_customers = for_customers, .version = {}});
+        EXPECT_EQ(errors.filter(u"The style Bold of the family 'Kelvane Sans' is in no"_s).size(),
+                  for_customers ? 1 : 0);
+    }
+}
+
 TEST(PackageRules, RefuseAPackageWithAnotherVersionThanTheFirmwares)
 {
     BundleFolder bundle;

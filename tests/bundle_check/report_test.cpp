@@ -88,7 +88,7 @@ TEST(Report, CountsWhatItDoesNotShow)
 
 TEST(Quote, ShowsNothingThatATerminalObeys)
 {
-    EXPECT_EQ(Quote(u"a\u001B[2J\n\u202E"_s), u"'a?[2J?\?'"_s);
+    EXPECT_EQ(Quote(u"a\u001B[2J\n\u202E"_s), u"'a<U+001B>[2J\\n<U+202E>'"_s);
     EXPECT_EQ(Quote(QString(100, u'x')), u"'"_s + QString(60, u'x') + u"...'"_s);
 }
 

@@ -115,6 +115,7 @@ TEST(Text, MustNotBeEmptyWithoutADefault)
 {
     ExpectFindings(R"(
 product_text= => warning: The value is empty, so the window shows no product name.
+fw_version="  " => warning: The value is empty, so the window shows no version number.
 firmware_filename="" => error: The value is empty, so there is no firmware to write.
 window_title= => clean
 )");
@@ -129,14 +130,18 @@ TEST(Text, MustBeUtf8)
 TEST(TargetType, IsCustomerInAnyCaseAndServiceInLowerCaseOnly)
 {
     ExpectFindings(R"(
-fw_target_type=Service => warning: 'Service' appears in the window but does not skip the model check; only 'service',
-fw_target_type="service " => warning: 'service ' appears in the window but does not skip the model check;
+fw_target_type=Customer => clean
 fw_target_type=CUSTOMER => clean
 fw_target_type="customer " => warning: 'customer ' has spaces around it, so it appears in the window;
-fw_target_type=beta => note: 'beta' appears in yellow in the window of every customer; write customer for a window without such a word.
+fw_target_type=Service => warning: 'Service' appears in the window but does not skip the model check; only 'service',
+fw_target_type=" service" => warning: ' service' appears in the window but does not skip the model check;
 fw_target_type=costumer => warning: 'costumer' appears in yellow in the window of every customer, and means nothing to the program; did you mean customer?
 fw_target_type=Custmer => warning: 'Custmer' appears in yellow in the window of every customer, and means nothing to the program; did you mean customer?
-fw_target_type=servise => warning: 'servise' appears in yellow in the window of every customer, and means nothing to the program; did you mean service?
+fw_target_type=servise => warning: 'servise' appears in yellow in the window and does not skip the model check; did you mean service?
+fw_target_type=SERVCIE => warning: 'SERVCIE' appears in yellow in the window and does not skip the model check; did you mean service?
+fw_target_type=consumer => note: 'consumer' appears in yellow in the window; for firmware that customers get, write customer.
+fw_target_type=beta => note: 'beta' appears in yellow in the window;
+fw_target_type="  " => warning: The value is empty, so the firmware is neither for customers nor for service.
 )");
 }
 

@@ -56,22 +56,87 @@ TEST_F(TextInLabel, LosesTheEndThatIsAwayFromItsAlignment)
     EXPECT_EQ(label_.size(), QSize(50, kHigh)) << "the label keeps its size";
 }
 
-TEST_F(TextInLabel, LosesLinesOrTheEdgeOfItsOnlyLine)
+TEST_F(TextInLabel, IsAtTheOtherSideIfItIsWrittenFromRightToLeft)
+{
+    auto const text = u"\u05D0\u05D1\u05D2\u05D3\u05D4\u05D5\u05D6\u05D7"_s;
+    auto const fit = Measure(text, Qt::AlignLeft | Qt::AlignVCenter, 40, 60);
+    EXPECT_FALSE(fit.fits);
+    EXPECT_TRUE(text.startsWith(fit.visible) && !fit.visible.isEmpty())
+        << fit.visible.toStdString();
+    EXPECT_TRUE(Measure(text, Qt::AlignLeft | Qt::AlignVCenter, fit.needed + 2, 60).fits);
+}
+
+TEST_F(TextInLabel, LosesWholeCharacters)
+{
+    // Wider than what is drawn for half of such a character.
+    auto const dominoes = u"\U0001F035\U0001F035\U0001F035\U0001F035"_s;
+    for (auto const alignment : {Qt::AlignLeft, Qt::AlignRight, Qt::AlignHCenter}) {
+        for (int width = 4; width < 80; ++width) {
+            auto const fit = Measure(dominoes, alignment | Qt::AlignVCenter, width, 60);
+            EXPECT_TRUE(fit.fits || (fit.visible.isValidUtf16() && fit.visible.size() < 8))
+                << width;
+        }
+    }
+    EXPECT_FALSE(Measure(dominoes, Qt::AlignLeft, 4, 60).fits);
+}
+
+TEST_F(TextInLabel, LosesItsLastLines)
 {
     auto const line = label_.fontMetrics().lineSpacing();
-    auto const lines = Measure(u"a\nb\nc\nd"_s, Qt::AlignTop | Qt::AlignLeft, 100, 3 * line);
-    EXPECT_FALSE(lines.fits);
-    EXPECT_FALSE(lines.is_width);
-    EXPECT_EQ(lines.lost_lines, 1);
-    EXPECT_EQ(lines.free, 3 * line);
-    EXPECT_GT(lines.needed, 3 * line);
-    auto const edge = Measure(u"Ag"_s, Qt::AlignVCenter | Qt::AlignLeft, 100, 6);
-    EXPECT_FALSE(edge.fits);
-    EXPECT_FALSE(edge.is_width);
-    EXPECT_EQ(edge.lost_lines, 0);
-    EXPECT_EQ(edge.free, 6);
-    EXPECT_TRUE(Measure(u"Ag"_s, Qt::AlignVCenter | Qt::AlignLeft, 100, edge.needed + 1).fits);
-    EXPECT_FALSE(Measure(u"Ag"_s, Qt::AlignVCenter | Qt::AlignLeft, 100, edge.needed - 2).fits);
+    auto const at_top = Qt::AlignTop | Qt::AlignLeft;
+    struct {
+        QString text;
+        int height;
+        int lines;
+        int lost;  // 0: fits
+        QString first_lost;
+    } const rows[] = {
+        {u"a\nb\nc\nd"_s, 4 * line, 4, 0, {}},
+        {u"a\nb\nc\nd"_s, 3 * line, 4, 1, u"d"_s},
+        {u"a\nb\nc\nd"_s, 2 * line, 4, 2, u"c"_s},
+        {u"a\nb\nc\ng"_s, 4 * line - 1, 4, 1, u"g"_s},  // only the edge of a letter
+        {u"a\nb\nc\n \n"_s, 2 * line, 3, 1, u"c"_s},    // nobody misses empty lines
+        {u"a\nb\n \n"_s, 2 * line, 2, 0, {}},
+    };
+    for (auto const& [text, height, lines, lost, first_lost] : rows) {
+        auto const fit = Measure(text, at_top, 100, height);
+        EXPECT_EQ(fit.fits, lost == 0) << text.toStdString();
+        EXPECT_EQ(fit.lost_lines, lost) << text.toStdString() << height;
+        EXPECT_EQ(label_.text(), text) << "the label keeps its text";
+        if (lost > 0) {
+            EXPECT_FALSE(fit.is_width);
+            EXPECT_EQ(fit.lines, lines) << text.toStdString();
+            EXPECT_EQ(fit.line, first_lost);
+            EXPECT_EQ(fit.free, height);
+            EXPECT_TRUE(Measure(text, at_top, 100, fit.needed).fits) << fit.needed;
+            EXPECT_FALSE(Measure(text, at_top, 100, fit.needed - 1).fits) << fit.needed;
+        }
+    }
+    EXPECT_EQ(Measure(u"a\n"_s, Qt::AlignVCenter | Qt::AlignLeft, 100, line).lost_lines, 2)
+        << "all of a text in the middle moves";
+}
+
+TEST_F(TextInLabel, LosesTheEdgesOfItsOnlyLine)
+{
+    constexpr int kHigh = 6;
+    auto const text = u"Ag"_s;
+    struct {
+        Qt::Alignment alignment;
+        bool top;
+        bool bottom;
+    } const rows[] = {{Qt::AlignVCenter, true, true},
+                      {Qt::AlignTop, false, true},
+                      {Qt::AlignBottom, true, false}};
+    for (auto const& [alignment, top, bottom] : rows) {
+        auto const fit = Measure(text, alignment | Qt::AlignLeft, 100, kHigh);
+        EXPECT_FALSE(fit.fits || fit.is_width);
+        EXPECT_EQ(fit.lost_lines, 0);
+        EXPECT_EQ(fit.loses_top, top);
+        EXPECT_EQ(fit.loses_bottom, bottom);
+        EXPECT_EQ(fit.free, kHigh);
+        EXPECT_TRUE(Measure(text, alignment | Qt::AlignLeft, 100, fit.needed + 1).fits);
+        EXPECT_FALSE(Measure(text, alignment | Qt::AlignLeft, 100, fit.needed - 2).fits);
+    }
 }
 
 TEST_F(TextInLabel, ThatIsEmptyFits)
@@ -93,5 +158,7 @@ TEST(TextInTheMiddle, LosesBothEnds)
     button.resize(fit.needed, 40);
     EXPECT_TRUE(MeasureCentred(button, u"0123456789"_s).fits);
     button.resize(fit.needed, 3);
-    EXPECT_FALSE(MeasureCentred(button, u"0123456789"_s).fits);
+    auto const low = MeasureCentred(button, u"0123456789"_s);
+    EXPECT_FALSE(low.fits || low.is_width);
+    EXPECT_TRUE(low.loses_top && low.loses_bottom);
 }
