@@ -1,4 +1,4 @@
-# Lets bundle_check look at the bundle that is about to be packed, and stops if it finds an error. Needs
+# Runs bundle_check on the bundle that is about to be packed, and stops if it finds an error. Needs
 #   FW_BUNDLE_CHECK       the program
 #   bundle                the bundle: the folder that contains Contents
 #   FW_PRODUCT_VERSION    the version of the package
@@ -14,7 +14,7 @@ if(FW_PRODUCT_SLOT_SIZE)
 endif()
 execute_process(COMMAND "${FW_BUNDLE_CHECK}" ${rules} "${bundle}"
   RESULT_VARIABLE status OUTPUT_VARIABLE report ERROR_VARIABLE report TIMEOUT 120)
-# 1: warnings only.
+# Exit status 1 means that there are only warnings.
 message("bundle_check:\n${report}")
 if(NOT status MATCHES "^[01]$")
   message(FATAL_ERROR "No package is made, because bundle_check refuses the product (${status}); its report "

@@ -1,5 +1,5 @@
-# Puts the files of a product's package together, lets bundle_check look at them, and packs them. The
-# program make_product_package runs this script. Needs
+# Collects the files of a product's package, runs bundle_check on them, and packs them. The program
+# make_product_package runs this script. Needs
 #   FW_PRODUCT_RESOURCES  the product's folder
 #   FW_WORK               an empty folder for intermediate files; the package is put into FW_WORK/packages
 #   FW_BENCH_PACKAGE      true: the package may carry firmware that is not for customers
@@ -7,7 +7,7 @@
 cmake_minimum_required(VERSION 3.25)
 
 set(FW_DRIVER_NAME CP210xVCPDriver.app)
-# Made when the vendor tools are built: FW_PACKAGE_SYSTEM, FW_PROGRAM, FW_BUNDLE_CHECK.
+# Written when the vendor tools are built; sets FW_PACKAGE_SYSTEM, FW_PROGRAM, FW_BUNDLE_CHECK.
 if(NOT EXISTS "${CMAKE_CURRENT_LIST_DIR}/tools.cmake")
   message(FATAL_ERROR "This is the source tree, which has no programs. Install the vendor tools and call their "
     "make_product_package: cmake --install BUILD --strip --prefix DIR")
@@ -23,7 +23,7 @@ if(FW_DFU_UTIL)
   include("${CMAKE_CURRENT_LIST_DIR}/check_dfu_util.cmake")
 endif()
 
-# fw_run(COMMAND...): prints what the command prints only if it fails.
+# fw_run(COMMAND...): runs the command, and prints its output only if it fails.
 function(fw_run)
   execute_process(COMMAND ${ARGV} OUTPUT_VARIABLE report ERROR_VARIABLE report RESULT_VARIABLE status)
   if(NOT status STREQUAL "0")
@@ -32,23 +32,23 @@ function(fw_run)
   endif()
 endfunction()
 
-# fw_stage_product(CONTENTS): the product's own files. They are plain files, except for the driver
+# fw_stage_product(CONTENTS): copies the product's own files. They are plain files, except for the driver
 # application: its programs must stay executable, and what its vendor signed must not change. macOS has a
-# separate rule for it; no other system needs it. What describes the package is not part of it.
+# separate rule for it; no other system needs it. product.cmake only describes the package, so it is left out.
 function(fw_stage_product contents)
   file(COPY "${FW_PRODUCT_RESOURCES}/" DESTINATION "${contents}/Resources" NO_SOURCE_PERMISSIONS
     PATTERN "${FW_DRIVER_NAME}" EXCLUDE
     PATTERN product.cmake EXCLUDE)
 endfunction()
 
-# fw_stage_dfu_util(FILE CONTENTS)
+# fw_stage_dfu_util(FILE CONTENTS): copies FILE as the dfu-util that the program runs.
 function(fw_stage_dfu_util file contents)
   file(COPY_FILE "${file}" "${contents}/MacOS/dfu-util")
   file(CHMOD "${contents}/MacOS/dfu-util" PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 endfunction()
 
-# What is in this folder is packed.
+# The package consists of the files in this folder.
 set(stage "${FW_WORK}/stage")
 include("${CMAKE_CURRENT_LIST_DIR}/${FW_PACKAGE_SYSTEM}/stage_product.cmake")
 include("${CMAKE_CURRENT_LIST_DIR}/check_bundle.cmake")

@@ -1,11 +1,11 @@
-# What a package takes from the product that it carries: title, version, identifiers, vendor. A product states
-# these in product.cmake, in its folder FW_PRODUCT_RESOURCES (docs/for-vendors/packaging.md describes them,
+# Reads and checks what a package takes from its product: title, version, identifiers, vendor. They are in the
+# file product.cmake of the product's folder FW_PRODUCT_RESOURCES (docs/for-vendors/packaging.md describes them,
 # resources/uart/product.cmake is an example). A value given with -D takes precedence.
 
 include("${FW_PRODUCT_RESOURCES}/product.cmake" OPTIONAL)
 
-# fw_check_product_value(NAME PATTERN DESCRIPTION): a value given with -D replaces that of product.cmake;
-# whichever holds must match.
+# fw_check_product_value(NAME PATTERN DESCRIPTION): a value given with -D replaces that of product.cmake. The
+# value that results must match PATTERN.
 macro(fw_check_product_value name pattern description)
   if(NOT "$CACHE{${name}}" STREQUAL "")
     set(${name} "$CACHE{${name}}")

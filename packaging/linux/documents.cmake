@@ -1,6 +1,6 @@
-# What Debian wants in every package, made from templates, and compressed as it wants it.
+# Makes the documents that Debian requires in every package, from templates, and compresses them as it requires.
 
-# Dates in a package. SOURCE_DATE_EPOCH in the environment makes packages reproducible.
+# The dates in a package. SOURCE_DATE_EPOCH in the environment makes packages reproducible.
 string(TIMESTAMP package_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 string(TIMESTAMP year "%Y" UTC)
 
@@ -10,8 +10,8 @@ function(fw_compress template file)
   execute_process(COMMAND gzip --best --no-name --force "${file}" COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
 
-# fw_make_documents(FOLDER PACKAGE VERSION CONTACT COPYRIGHT): changelog.gz and, from the template
-# COPYRIGHT, copyright.
+# fw_make_documents(FOLDER PACKAGE VERSION CONTACT COPYRIGHT): makes changelog.gz in FOLDER, and copyright from
+# the template COPYRIGHT.
 function(fw_make_documents folder package version contact copyright)
   fw_compress("${CMAKE_CURRENT_FUNCTION_LIST_DIR}/changelog.in" "${folder}/changelog")
   configure_file("${copyright}" "${folder}/copyright" @ONLY)

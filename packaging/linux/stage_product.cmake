@@ -1,4 +1,4 @@
-# A product's Debian package: its files, and what cpack must know.
+# A product's Debian package: collects its files and sets what cpack must know.
 
 include("${CMAKE_CURRENT_LIST_DIR}/documents.cmake")
 set(usr "${stage}/usr")
@@ -30,7 +30,7 @@ file(MAKE_DIRECTORY "${usr}/lib/udev/rules.d")
 execute_process(COMMAND "${FW_BUNDLE_CHECK}" --udev-rules "${FW_PRODUCT_RESOURCES}/config.ini"
   OUTPUT_FILE "${udev_rules}" COMMAND_ERROR_IS_FATAL ANY)
 
-# The paragraphs of the product may be as many as it needs, also none.
+# A product may add any number of paragraphs to the copyright file, or none.
 set(resources "usr/${fw_contents}/Resources")
 string(CONFIGURE "${FW_PRODUCT_COPYRIGHT}" product_copyright @ONLY)
 fw_make_documents("${usr}/share/doc/${FW_PRODUCT_PACKAGE}" ${FW_PRODUCT_PACKAGE} ${FW_PRODUCT_VERSION}
@@ -45,7 +45,7 @@ set(CPACK_PRE_BUILD_SCRIPTS "${CMAKE_CURRENT_LIST_DIR}/check_licences.cmake")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION electronics)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS TRUE)
-# dpkg-shlibdeps detects neither: one is a program, the other is loaded at run time.
+# dpkg-shlibdeps detects neither of these: one is a program, the other is loaded at run time.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "dfu-util, qt6-qpa-plugins")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION TRUE)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "one-button firmware updater for ${FW_PRODUCT_VENDOR} units")

@@ -4,7 +4,7 @@ include("${CMAKE_CURRENT_LIST_DIR}/documents.cmake")
 set(fw_folder share/${CPACK_PACKAGE_NAME})
 set(programs bundle_check make_otp session_view)
 
-# The program is no command: it needs a product beside it.
+# The program is not a command, because it needs a product beside it.
 install(TARGETS firmware_updater DESTINATION lib/${CPACK_PACKAGE_NAME})
 install(TARGETS ${programs} DESTINATION bin)
 file(WRITE "${CMAKE_CURRENT_BINARY_DIR}/tools.cmake" "# Where the vendor tools are; made by their build.
@@ -35,7 +35,7 @@ set(CPACK_PRE_BUILD_SCRIPTS "${CMAKE_CURRENT_LIST_DIR}/vendor_tools/directory_ri
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION electronics)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS TRUE)
-# What make_product_package calls. No compiler is among them, and none is needed.
+# The programs that make_product_package calls. A compiler is not among them.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "cmake (>= 3.25), dfu-util, dpkg-dev, file, python3")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION TRUE)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "tools for vendors who ship a firmware updater")

@@ -10,8 +10,8 @@
 #   FW_NOTARY_PROFILE  the name under which `xcrun notarytool store-credentials` stored the credentials;
 #                      or instead an App Store Connect key:
 #   FW_NOTARY_KEY, FW_NOTARY_KEY_ID, FW_NOTARY_ISSUER  its file, id and issuer
-#   FW_BUNDLE_CHECK    the program bundle_check; if not set, that of the vendor tools with this script, or else
-#                      the one in PATH
+#   FW_BUNDLE_CHECK    the program bundle_check; if not set, the one in the same vendor tools as this script,
+#                      or else the one in PATH
 #   FW_BENCH_PACKAGE   ON: the image is for benches and may carry firmware that is not for customers
 # The exit status is 0 if SIGNED.dmg can be shipped, 1 if not, and 2 if the arguments or the environment
 # are wrong.
@@ -103,12 +103,13 @@ read_plist() {
     tr -d '[:space:]' <"$app/Contents/Info.plist" | sed -n "s/.*<key>$1<\/key><string>\([^<]*\)<.*/\1/p"
 }
 
-# What bundle_check calls an error never reaches a customer, nor does firmware for others.
+# No customer gets an application in which bundle_check finds an error. Its rules for customers also exclude
+# firmware that is only for benches.
 check_bundle() {
     local rules=(--package-version "$(read_plist CFBundleShortVersionString)") status=0
     [ "${FW_BENCH_PACKAGE:-}" = ON ] || rules+=(--for-customers)
     "$bundle_check" "${rules[@]}" "$app" || status=$?
-    # 1: warnings only.
+    # Exit status 1 means that there are only warnings.
     [ "$status" -le 1 ] || fail "bundle_check refuses the application ($status); its report is above"
 }
 

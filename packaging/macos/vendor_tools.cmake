@@ -1,6 +1,6 @@
-# The disk image of the vendor tools: one folder with two applications, Qt in both. The program's is what
-# each product's application is made from; the other one holds the programs for vendors. On Linux the tests
-# can check only where the files go, so this file is kept short.
+# The disk image of the vendor tools: one folder with two applications, each with its own copy of Qt. Each
+# product's application is made from that of the program; the other one holds the programs for vendors. On
+# Linux the tests can check only where the files go, so this file is kept short.
 
 set(FW_DFU_UTIL "" CACHE FILEPATH
   "The dfu-util for the applications of products, which must know the modifier \"fast\"; with its libraries")
@@ -18,8 +18,8 @@ set(FW_BUNDLE_CHECK \"\${CMAKE_CURRENT_LIST_DIR}/../bundle_check.app/Contents/Ma
 set(FW_OLDEST_MACOS ${CMAKE_OSX_DEPLOYMENT_TARGET})
 ")
 
-# fw_deploy_qt(APP PLUGIN EXECUTABLES...): copies the libraries of the installed APP and its further
-# EXECUTABLES (paths below Contents) into it. macdeployqt reports success even if it has copied nothing, so
+# fw_deploy_qt(APP PLUGIN EXECUTABLES...): copies into the installed APP the libraries that it and its further
+# EXECUTABLES (paths below Contents) need. macdeployqt reports success even if it has copied nothing, so
 # its result is checked: Qt's core and the platform PLUGIN must be there.
 function(fw_deploy_qt app plugin)
   get_target_property(qmake Qt6::qmake IMPORTED_LOCATION)
@@ -51,8 +51,7 @@ if(FW_DFU_UTIL)
 endif()
 fw_deploy_qt(firmware_updater.app libqcocoa.dylib MacOS/dfu-util)
 
-# bundle_check shows no window, so it needs another platform plugin than the one that macdeployqt copies by
-# itself.
+# bundle_check shows no window, so it needs a platform plugin that macdeployqt does not copy by itself.
 set(tools "${fw_folder}/bundle_check.app/Contents")
 install(TARGETS bundle_check BUNDLE DESTINATION "${fw_folder}" RUNTIME DESTINATION "${tools}/MacOS")
 install(TARGETS make_otp session_view DESTINATION "${tools}/MacOS")

@@ -7,11 +7,11 @@ set(FW_PRODUCT_VENDOR "Kelvane")
 set(FW_PRODUCT_CONTACT "Kelvane Support <support@kelvane.example>")
 set(FW_PRODUCT_HOMEPAGE "https://kelvane.example")
 
-# The size in bytes of the slot in the unit, if bundle_check is to compare the image with it.
+# The size in bytes of the unit's slot. If it is set, bundle_check compares the image with it.
 # set(FW_PRODUCT_SLOT_SIZE 0x70000)
 
-# What else is to be said about rights, as paragraphs of Debian's copyright file. @resources@ is the
-# directory in which the product's files are installed.
+# Further paragraphs for Debian's copyright file. @resources@ is the directory in which the product's files
+# are installed.
 set(FW_PRODUCT_COPYRIGHT [[
 Files: @resources@/KelvaneSans-*.otf
 Copyright: 2016 The Inter Project Authors

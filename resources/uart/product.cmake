@@ -7,8 +7,8 @@ set(FW_PRODUCT_VENDOR "Kelvane")
 set(FW_PRODUCT_CONTACT "Kelvane Support <support@kelvane.example>")
 set(FW_PRODUCT_HOMEPAGE "https://kelvane.example")
 
-# What else is to be said about rights, as paragraphs of Debian's copyright file. @resources@ is the
-# directory in which the product's files are installed.
+# Further paragraphs for Debian's copyright file. @resources@ is the directory in which the product's files
+# are installed.
 set(FW_PRODUCT_COPYRIGHT [[
 Files: @resources@/KelvaneSans-*.otf
 Copyright: 2016 The Inter Project Authors
