@@ -23,9 +23,8 @@ template <std::ptrdiff_t Maximum>
 class counting_semaphore {
 public:
     // A release of more tokens drops the rest: a unit may send bytes for days while nobody waits
-    // for them, and the count is an int. No waiter misses a token that was dropped, because it has
-    // this many others to take before it blocks. A waiter that takes them all needs some 20 ms.
-    static constexpr int kMostTokens = 1 << 20;
+    // for them, and the count is an int. No waiter misses a token that was dropped.
+    static constexpr int kMostTokens = std::numeric_limits<int>::max();
 
     // initial >= 0
     explicit counting_semaphore(long initial)
@@ -37,8 +36,8 @@ public:
     // n >= 0
     void release(long n = 1) noexcept
     {
-        // Several threads at a time may exceed the limit, but only by as much again for each.
-        auto const room = std::max(0, kMostTokens - semaphore_->available());
+        // One thread alone releases tokens in such numbers.
+        auto const room = kMostTokens - semaphore_->available();
         semaphore_->release(static_cast<int>(std::min(n, long{room})));
     }
 

@@ -42,7 +42,8 @@ public:
             return {};
         }
         reading_ = true;
-        if (!port_->waitForReadyRead(static_cast<int>(time.count()))) {
+        port_->waitForReadyRead(static_cast<int>(time.count()));
+        if (port_->bytesAvailable() == 0) {
             watch_->Check();
         }
         reading_ = false;

@@ -48,9 +48,9 @@ private:
 
     QSemaphore* semaphore_;
     QSerialPort* serial_;
-    hal::uart::PortWatch* watch_ = nullptr;  // a child of the port
     hal::uart::RxByte_ISR rx_callback_;
     record::ISink& record_;
     uint32_t recorded_line_ = 0;
+    hal::uart::PortWatch* watch_ = nullptr;  // a child of the port
     bool sender_waits_ = false;  // since the last onTransmit, nothing was reported as written
 };

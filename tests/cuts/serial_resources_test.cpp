@@ -13,6 +13,7 @@
 #include <memory>
 #include <vector>
 
+#include "hal/uart/port_watch.h"
 #include "tests/cuts/serial_client.h"
 #include "tests/cuts/serial_transport.h"
 #include "tests/cuts/serial_unit.h"
@@ -143,12 +144,12 @@ std::chrono::milliseconds GetProcessorTime()
         std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
 }
 
-// QSerialPort reports the loss of an open port without end. After a connect that the unit did not
-// answer, or while it is ready.
+// QSerialPort reports the loss of an open port without end, or reads from it without end until the
+// watch looks. After a connect that the unit did not answer, or while it is ready.
 void ExpectLostPortTakesNoProcessorTime(SerialTransport const& transport, bool is_silent)
 {
-    constexpr int kLongMs = 500;
-    constexpr auto kLittle = std::chrono::milliseconds(kLongMs / 5);
+    constexpr int kLongMs = 1000;
+    constexpr auto kLittle = hal::uart::PortWatch::kInterval + std::chrono::milliseconds(150);
     ClientTexts const texts;
     QTemporaryDir const folder;
     SerialUnit unit(transport.make_unit());
