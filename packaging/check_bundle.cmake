@@ -17,6 +17,6 @@ execute_process(COMMAND "${FW_BUNDLE_CHECK}" ${rules} "${bundle}"
 # Exit status 1 means that there are only warnings.
 message("bundle_check:\n${report}")
 if(NOT status MATCHES "^[01]$")
-  message(FATAL_ERROR "No package is made, because bundle_check refuses the product (${status}); its report "
-    "is above. The option --bench allows another target type than customer, and nothing else.")
+  message(FATAL_ERROR "No package is made, because bundle_check found errors; correct them (see its report "
+    "above). For firmware that is not for customers use --bench, which allows nothing else.")
 endif()

@@ -17,7 +17,8 @@ include("${CMAKE_CURRENT_LIST_DIR}/product_values.cmake")
 
 set(product_icon "${FW_PRODUCT_RESOURCES}/AppIcon.ico")
 if(NOT EXISTS "${product_icon}")
-  message(FATAL_ERROR "There is no ${product_icon}; every package has the product's icon.")
+  message(FATAL_ERROR "There is no ${product_icon}. Every package needs the product's icon; start from "
+    "resources/pictures/AppIcon.ico of the vendor tools.")
 endif()
 if(FW_DFU_UTIL)
   include("${CMAKE_CURRENT_LIST_DIR}/check_dfu_util.cmake")
@@ -28,7 +29,7 @@ function(fw_run)
   execute_process(COMMAND ${ARGV} OUTPUT_VARIABLE report ERROR_VARIABLE report RESULT_VARIABLE status)
   if(NOT status STREQUAL "0")
     message("${report}")
-    message(FATAL_ERROR "No package is made, because this command failed (${status}): ${ARGV}")
+    message(FATAL_ERROR "No package is made, because this command failed with ${status}; its output is above: ${ARGV}")
   endif()
 endfunction()
 
@@ -39,6 +40,12 @@ function(fw_stage_product contents)
   file(COPY "${FW_PRODUCT_RESOURCES}/" DESTINATION "${contents}/Resources" NO_SOURCE_PERMISSIONS
     PATTERN "${FW_DRIVER_NAME}" EXCLUDE
     PATTERN product.cmake EXCLUDE)
+  execute_process(COMMAND find "${contents}/Resources" -type l OUTPUT_VARIABLE links COMMAND_ERROR_IS_FATAL ANY)
+  if(links)
+    string(REPLACE "${contents}/" "  " links "${links}")
+    message(FATAL_ERROR "No package is made, because these are symbolic links, and a customer's computer does not "
+      "have what they point to; put the files themselves into the folder:\n${links}")
+  endif()
 endfunction()
 
 # fw_stage_dfu_util(FILE CONTENTS): copies FILE as the dfu-util that the program runs.

@@ -3,6 +3,8 @@
 # resources/uart/product.cmake is an example). A value given with -D takes precedence.
 
 include("${FW_PRODUCT_RESOURCES}/product.cmake" OPTIONAL)
+# Only the command line can say this.
+set(FW_BENCH_PACKAGE "$CACHE{FW_BENCH_PACKAGE}")
 
 # fw_check_product_value(NAME PATTERN DESCRIPTION): a value given with -D replaces that of product.cmake. The
 # value that results must match PATTERN.
@@ -33,3 +35,11 @@ fw_check_product_value(FW_PRODUCT_CONTACT "^[^<>\n]+ <[^<>@ ]+@[^<>@ ]+>$"
 fw_check_product_value(FW_PRODUCT_HOMEPAGE "^https?://[^\"'`<>& ]+$" "a web address of the product")
 fw_check_product_value(FW_PRODUCT_SLOT_SIZE "^([1-9][0-9]*|0x[0-9A-Fa-f]+)?$"
   "the size in bytes of the slot in an MCUboot unit, for example 0x38000, or nothing")
+
+# A package for benches may skip the check of the unit's model. Nobody may take it for the other one, and both
+# can be installed side by side.
+if(FW_BENCH_PACKAGE)
+  string(APPEND FW_PRODUCT_TITLE " (bench)")
+  string(APPEND FW_PRODUCT_PACKAGE "-bench")
+  string(APPEND FW_PRODUCT_ID ".bench")
+endif()

@@ -51,6 +51,7 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION TRUE)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "one-button firmware updater for ${FW_PRODUCT_VENDOR} units")
 set(CPACK_PACKAGE_DESCRIPTION
   "Finds the unit that is plugged in, checks that the firmware is for its
-model, writes it and restarts the unit.
-.
-This package carries one product, for the vendor's own benches.")
+model, writes it and restarts the unit.")
+if(FW_BENCH_PACKAGE)
+  string(APPEND CPACK_PACKAGE_DESCRIPTION "\n.\nFor the vendor's own benches: its firmware need not be for customers.")
+endif()

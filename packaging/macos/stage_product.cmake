@@ -8,7 +8,7 @@ set(contents "${bundle}/Contents")
 if(NOT FW_DRIVER_APP)
   set(FW_DRIVER_APP "${FW_PRODUCT_RESOURCES}/${FW_DRIVER_NAME}")
 elseif(NOT EXISTS "${FW_DRIVER_APP}/Contents/MacOS/CP210xVCPDriver")
-  message(FATAL_ERROR "${FW_DRIVER_APP} is not the driver application.")
+  message(FATAL_ERROR "${FW_DRIVER_APP} is not the driver application; give CP210xVCPDriver.app as its vendor signed it.")
 endif()
 
 # A signature made before this point would no longer be valid.

@@ -165,12 +165,28 @@ class Packages(Product):
 
             self.assertIn(reason, self.refusal("-D", f"FW_PRODUCT_VERSION={version}"))
 
-    def test_a_package_for_benches_may_have_service_firmware_but_no_error(self):
+    def test_a_package_for_benches_has_another_name_and_may_have_service_firmware_but_no_error(self):
         self.set("fw_target_type", "service")
-        self.package("--bench")
+        package = self.package("--bench")
+
+        self.assertEqual(self.field(package, "Package"), "nordvik-tide-updater-bench")
+        self.assertIn("benches", self.field(package, "Description"))
+        self.describe(TIDE, "set(FW_BENCH_PACKAGE ON)\n")
+        self.assertIn("'service' is not firmware for customers", self.refusal())
 
         self.set("otp_size", "none")
         self.assertIn("otp_size", self.refusal("--bench"))
+
+    def test_a_link_to_a_file_is_refused_and_a_link_to_the_folder_is_followed(self):
+        image = self.path("product/kelvane_lumen.bin")
+        self.path("linked").symlink_to(self.path("product"))
+        self.assertIn("./usr/lib/nordvik-tide-updater/Contents/Resources/kelvane_lumen.bin",
+                      self.files(self.package(folder=self.path("linked"))))  # fmt: skip
+
+        image.rename(self.path("lumen.bin"))
+        image.symlink_to(self.path("lumen.bin"))
+        self.assertIn("these are symbolic links", self.refusal())
+        self.assertIn("Resources/kelvane_lumen.bin", self.refusal())
 
     def test_a_package_with_another_version_than_the_firmware_is_refused(self):
         self.describe(TIDE | {"VERSION": "3.0.9"})
@@ -223,7 +239,10 @@ License: OFL-1.1
 
     def test_wrong_arguments_are_refused_before_anything_is_made(self):
         for arguments, reason in (((), "no folder"), (("a", "b"), "only one folder"), (("--faster",), "--faster"),
-                                  (("a", "--output"), "needs a value"), (("a",), "no config.ini")):
+                                  (("a", "--output"), "needs a value"), (("a",), "no config.ini"),
+                                  ((self.path("product"), "-D", "FW_PRODUCT_SLOT=1"), "not FW_PRODUCT_SLOT=1"),
+                                  ((self.path("product"), "-D", "FW_PRODUCT_TITLE"), "= and the value"),
+                                  ((self.path("product"), "--output", "a;b"), "semicolon")):
             result = self.call(USR / "bin/make_product_package", *arguments)
 
             self.assertEqual(result.returncode, 2, arguments)
