@@ -300,10 +300,10 @@ TEST(HostileInput, LongAndManyLines)
     QByteArray const megabyte(1'000'000, 'x');
     for (auto const& text :
          {megabyte, megabyte + "=1\n", "product_text=" + megabyte + "\n", "[" + megabyte + "]\na=1",
-          "product_list=" + QByteArray(1'000'000, ',') + "\n", "product_text=\"" + megabyte,
+          "product_list=" + QByteArray(300'000, ',') + "\n", "product_text=\"" + megabyte,
           "device_id_list=" + QByteArray("1,").repeated(500'000),
           "product_list=" + QByteArray("a:1:1,").repeated(150'000),
-          QByteArray("a=\n").repeated(300'000)}) {
+          QByteArray("a=\n").repeated(100'000)}) {
         bundle.SetConfig(text);
         auto const outcome = RunCheck({bundle.Root()});
         EXPECT_EQ(outcome.status, 2) << text.left(20).constData();
