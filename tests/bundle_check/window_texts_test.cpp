@@ -174,8 +174,7 @@ TEST(ShownTexts, OfTheProgramItselfMustFitInTheFonts)
           "error: The program's own text 'Version' would lose its upper and lower edges; 16 pixels "
           "of height are free, ",
           "error: The program's own text 'Error connecting to device \xE2\x80\x94 Disconnect "
-          "device "
-          "and repeat st...' would be shown as "}) {
+          "device and repeat st...' would be shown as "}) {
         EXPECT_TRUE(Finds(bundle, finding));
     }
 }
