@@ -41,7 +41,7 @@ QString SuggestFlash(Config const& config, Key const& key, std::vector<Chip> con
                : u"It begins at %1."_s.arg(Hex(chips.front().flash.flash_start));
 }
 
-// "0x1fff7000 on the chips 0x469, 0x479, 0x0bfa0000 on the chip 0x482"
+// "0x1fff7000 on the chips 0x469, 0x479, or 0x0bfa0000 on the chip 0x482"
 QString DescribeOtpAreas()
 {
     QStringList areas;
@@ -52,7 +52,7 @@ QString DescribeOtpAreas()
             areas.append(area);
         }
     }
-    return areas.join(u", "_s);
+    return areas.join(u", or "_s);
 }
 
 // The smallest unit in which one of the chips programs its flash, in bytes.
@@ -83,17 +83,18 @@ void CheckProgrammingAddress(Config const& config, Findings& findings)
     if (config.HoldsNumber(key) && address % unit != 0) {
         findings.Fail(
             config.PlaceOf(key),
-            u"%1 is not a multiple of %2, and flash is programmed %2 bytes at a time, so "
-            "the unit does not store the firmware."_s.arg(Hex(address), QString::number(unit)));
+            u"%1 is not a multiple of %2. Flash is programmed %2 bytes at a time, so the unit does "
+            "not store the firmware; choose a multiple of %2."_s.arg(Hex(address),
+                                                                     QString::number(unit)));
     }
     auto const start = GetPossibleChips(config).front().flash.flash_start;
     if (config.Type() == TargetUart && address > start &&
         GetPossibleChips(config).back().HasFlashAt(address)) {
         findings.Warn(
             config.PlaceOf(key),
-            u"The program erases as many pages as the image has, starting at %1, but "
-            "writes at %2: the end of the image lands on pages that were not erased."_s.arg(
-                Hex(start), Hex(address)));
+            u"The program erases as many pages as the image has, starting at %1, but writes at %2, "
+            "so the end of the image is written to pages that were not erased. Link the image for "
+            "%1, and write %1 here."_s.arg(Hex(start), Hex(address)));
     }
 }
 
@@ -104,8 +105,9 @@ void CheckStartAddress(Config const& config, Findings& findings)
     CheckInFlash(config, key, findings);
     if (config.HoldsNumber(key) && address % stm32_updater::kWordSize != 0) {
         findings.Warn(config.PlaceOf(key),
-                      u"%1 is not a multiple of 4; firmware begins with two words, the stack "
-                      "pointer and the address to start at."_s.arg(Hex(address)));
+                      u"%1 is not a multiple of 4, but firmware begins with two words, the stack "
+                      "pointer and the address to start at; write the address of the image's "
+                      "vector table."_s.arg(Hex(address)));
     }
 }
 
@@ -143,9 +145,10 @@ void CheckBootModeAddress(Config const& config, Findings& findings)
             "DONE nevertheless."_s.arg(Hex(address), Hex(kRamStart + kBootloaderRamSize)));
     }
     if (address % stm32_updater::kWordSize != 0) {
-        findings.Fail(place,
-                      u"%1 is not a multiple of 4, and the bootloader writes whole words "
-                      "only."_s.arg(Hex(address)));
+        findings.Fail(
+            place,
+            u"%1 is not a multiple of 4, but the bootloader writes only whole words; choose "
+            "a multiple of 4."_s.arg(Hex(address)));
     }
 }
 
@@ -163,8 +166,8 @@ void CheckOtp(Config const& config, Findings& findings)
     };
     if (!is_otp(address)) {
         findings.Warn(config.PlaceOf(key),
-                      u"%1 is not in the one-time-programmable area of any supported chip, which "
-                      "is at %2."_s.arg(Hex(address), DescribeOtpAreas()));
+                      u"%1 is not in the one-time-programmable area of any supported chip; use "
+                      "%2."_s.arg(Hex(address), DescribeOtpAreas()));
     } else if (size > 0 && !is_otp(uint64_t{address} + size - 1)) {
         findings.Warn(config.PlaceOf(config_keys::kOtpSize),
                       u"%1 bytes from %2 reach beyond the one-time-programmable area of %3; use "
@@ -222,17 +225,20 @@ void CheckEraseTime(Place const& place, std::vector<Chip> const& chips, uint64_t
     auto const hopeless = GetSlower(chips, size, kExtended);
     auto const slow = GetSlower(chips, size, kShort);
     if (!hopeless.empty()) {
-        findings.Fail(place, u"%1; the program waits only %2 s, so the update fails."_s.arg(
-                                 DescribeErase(hopeless, size), QString::number(kExtended)));
+        findings.Fail(
+            place,
+            u"%1; the program waits only %2 s, so the update fails. Make the image smaller."_s.arg(
+                DescribeErase(hopeless, size), QString::number(kExtended)));
     } else if (!slow.empty()) {
-        findings.Note(place,
-                      u"%1. A bootloader that lists the short Erase command has %2 s for it, "
-                      "enough for %3 pages, so the update fails with such a unit; one that lists "
-                      "only Extended Erase has %4 s."_s.arg(
-                          DescribeErase(slow, size), QString::number(kShort),
-                          QString::number(
-                              static_cast<int>(kShort / slow.front().Figures().page_erase_seconds)),
-                          QString::number(kExtended)));
+        findings.Note(
+            place,
+            u"%1. A bootloader that lists the short Erase command has %2 s for it, enough for %3 "
+            "pages, so the update fails with such a unit; one that lists only Extended Erase has "
+            "%4 s. Find out which of them the unit's bootloader lists, or make the image smaller."_s
+                .arg(DescribeErase(slow, size), QString::number(kShort),
+                     QString::number(
+                         static_cast<int>(kShort / slow.front().Figures().page_erase_seconds)),
+                     QString::number(kExtended)));
     }
 }
 
@@ -243,12 +249,13 @@ void CheckPageCount(Place const& place, std::vector<Chip> const& chips, uint64_t
     auto const exceeding =
         Filter(chips, [=](Chip const& chip) { return chip.PagesOf(size) > kMostPages; });
     if (!exceeding.empty()) {
-        findings.Warn(place,
-                      u"On %1 the image covers %2 pages, but the short Erase command can name only "
-                      "%3 (its count byte for %4 means the whole flash): the update fails with a "
-                      "unit whose bootloader lists that command."_s.arg(
-                          Name(exceeding), QString::number(exceeding.front().PagesOf(size)),
-                          QString::number(kMostPages), QString::number(kMostPages + 1)));
+        findings.Warn(
+            place,
+            u"On %1 the image covers %2 pages, but the short Erase command can name only %3 (its "
+            "count byte for %4 means the whole flash): the update fails with a unit whose "
+            "bootloader lists that command. Find out whether it does, or make the image smaller."_s
+                .arg(Name(exceeding), QString::number(exceeding.front().PagesOf(size)),
+                     QString::number(kMostPages), QString::number(kMostPages + 1)));
     }
 }
 
@@ -274,15 +281,15 @@ void CheckTrailerUnits(Place const& place, std::vector<Chip> const& chips, uint6
         auto const rest = kTrailer % unit;
         findings.Fail(
             place,
-            u"%1. The last %2 bytes, which are written by themselves, do not begin at a multiple "
-            "of that, so the unit does not store them, and the window shows DONE nevertheless. "
-            "Fill the image up to a size that is %3a multiple of %4."_s.arg(
+            u"%1. The last %2 bytes are written separately and do not begin at a multiple of that, "
+            "so the unit does not store them, and the window shows DONE nevertheless. Fill the "
+            "image up to a size that is %3a multiple of %4."_s.arg(
                 DescribeUnits(chips, size), QString::number(kTrailer),
                 rest == 0 ? QString() : u"%1 more than "_s.arg(rest), QString::number(unit)));
     } else if (kTrailer % unit != 0) {
         findings.Warn(
             place,
-            u"%1. The last %2 bytes, which are written by themselves, are fewer. Not every "
+            u"%1. The last %2 bytes are written separately and are fewer than that. Not every "
             "bootloader stores them, and the window shows DONE nevertheless. Compare the flash of "
             "a real unit with the image."_s.arg(DescribeUnits(chips, size),
                                                 QString::number(kTrailer)));
@@ -354,9 +361,11 @@ void CheckImageInFlash(Config const& config, uint64_t size, Findings& findings)
         return chip.HasFlashAt(lies_in_flash ? begin : chip.flash.flash_start) && size <= room;
     });
     if (fitting.empty()) {
-        findings.Fail(place, u"The image has %1 bytes, more than fit into the flash of %2%3."_s.arg(
-                                 QString::number(size), Name(chips),
-                                 lies_in_flash ? u" from %1 on"_s.arg(Hex(begin)) : QString()));
+        findings.Fail(place,
+                      u"The image has %1 bytes, more than fit into the flash of %2%3; make the "
+                      "firmware smaller."_s.arg(
+                          QString::number(size), Name(chips),
+                          lies_in_flash ? u" from %1 on"_s.arg(Hex(begin)) : QString()));
     }
     if (config.Type() == TargetUart) {
         auto const& erased = fitting.empty() ? chips : fitting;

@@ -50,9 +50,10 @@ std::optional<QByteArray> ReadConfigText(QString const& path, Findings& findings
     auto const fault = DescribeFileFault(path);
     auto text = ReadHead(path, kMostConfigBytes + 1);
     if (!text) {
-        findings.Fail({},
-                      u"Resources/config.ini %1; the program takes all its settings from it."_s.arg(
-                          fault.isEmpty() ? u"cannot be read"_s : fault));
+        findings.Fail(
+            {},
+            u"Resources/config.ini %1, but the program takes all its settings from it; put "
+            "the product's config.ini there."_s.arg(fault.isEmpty() ? u"cannot be read"_s : fault));
     } else if (text->size() > kMostConfigBytes) {
         findings.Fail({}, u"config.ini is larger than %1 bytes; is it the right file?"_s.arg(
                               kMostConfigBytes));
@@ -67,11 +68,12 @@ bool CheckConfigText(QByteArray const& text, IniLines const& lines, Findings& fi
     if (text.contains('\0')) {
         bool const is_utf16 = text.startsWith("\xFF\xFE") || text.startsWith("\xFE\xFF");
         findings.Fail({}, is_utf16 ? u"config.ini is encoded as UTF-16; save it as UTF-8."_s
-                                   : u"config.ini is not a text file."_s);
+                                   : u"config.ini is not a text file; write it as UTF-8 text."_s);
         return false;
     }
     if (lines.entries.isEmpty()) {
-        findings.Fail({}, u"config.ini contains no KEY=VALUE line."_s);
+        findings.Fail({},
+                      u"config.ini contains no KEY=VALUE line; write one setting on each line."_s);
     }
     CheckLines(lines, findings);
     return !FindForeignForms(lines, findings);
@@ -133,8 +135,9 @@ void CheckWindow(Config const& config, Request const& request, Findings& finding
         CheckShownTexts(config, fonts, FindSystem(request.application_dir), view, findings);
     }
     if (!request.pictures.isEmpty() && !SavePictures(view, QDir(request.pictures))) {
-        findings.Fail({}, u"The pictures of the window cannot be written to %1."_s.arg(
-                              Quote(request.pictures)));
+        findings.Fail({},
+                      u"The pictures of the window cannot be written to %1; give a folder that you "
+                      "may write to."_s.arg(Quote(request.pictures)));
     }
 }
 
@@ -187,7 +190,9 @@ Report CheckBundle(QString const& path, PackageRules const& rules, QString const
     paths.dfu_util = QDir::cleanPath(paths.dfu_util);
     QDir const resources(paths.resources);
     if (!resources.exists()) {
-        report.findings.Fail({}, u"The bundle has no folder %1."_s.arg(Quote(paths.resources)));
+        report.findings.Fail({},
+                             u"The bundle has no folder %1; put the product's files into it."_s.arg(
+                                 Quote(paths.resources)));
         return report;
     }
     CheckConfigFile(

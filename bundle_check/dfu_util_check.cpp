@@ -110,10 +110,10 @@ void ReportMissingFast(Run const& version, Findings& findings)
                       u"dfu-util 0.%1 does not support the modifier 'fast': it refuses every "
                       "update, and the window still shows DONE. Use a newer one."_s.arg(*release));
     } else {
-        findings.Warn({},
-                      u"Could not confirm that this dfu-util supports the modifier 'fast'. One "
-                      "that does not refuses every update, and the window still shows DONE; test "
-                      "it on a unit."_s);
+        findings.Warn(
+            {},
+            u"Could not confirm that this dfu-util supports the modifier 'fast'. Without it "
+            "every update fails, and the window still shows DONE. Test it on a unit."_s);
     }
 }
 
@@ -131,11 +131,16 @@ void CheckDfuUtil(QString const& path, Findings& findings, std::chrono::millisec
     }
     if (!fault.isEmpty()) {
         findings.Fail(
-            {}, u"The tool dfu-util beside the program %1, so no unit is ever found."_s.arg(fault));
+            {},
+            u"The tool dfu-util beside the program %1, so no unit is ever found; put an executable "
+            "dfu-util there."_s.arg(fault));
         return;
     }
     if (IsForeignProgram(path)) {
-        findings.Note({}, u"dfu-util is a program for another system and was not run."_s);
+        findings.Note(
+            {},
+            u"dfu-util is a program for another system and was not run; check the bundle on that "
+            "system as well."_s);
         if (!MentionsFast(path)) {
             ReportMissingFast({}, findings);
         }
@@ -143,16 +148,17 @@ void CheckDfuUtil(QString const& path, Findings& findings, std::chrono::millisec
     }
     auto const version = RunFor(path, u"-V"_s, limit);
     if (version.crashed || !version.started || !version.finished) {
-        findings.Fail(
-            {}, version.crashed   ? u"dfu-util crashes, or is killed, when asked for its version."_s
-                : version.started ? u"dfu-util does not exit when asked for its version."_s
-                                  : u"dfu-util cannot be run."_s);
+        findings.Fail({},
+                      u"dfu-util %1; replace it with a dfu-util that runs on this system."_s.arg(
+                          version.crashed   ? u"crashes or is killed when asked for its version"_s
+                          : version.started ? u"does not exit when asked for its version"_s
+                                            : u"cannot be run"_s));
         return;
     }
     if (!version.output.contains("dfu-util")) {
         findings.Warn({},
-                      u"The tool beside the program does not call itself dfu-util when asked for "
-                      "its version."_s);
+                      u"The file dfu-util beside the program does not seem to be dfu-util: its "
+                      "version output lacks that name. Replace it."_s);
     }
     // A script may handle the word itself, whatever the tool that it starts supports.
     if (!ListsFast(RunFor(path, u"-h"_s, limit).output) &&

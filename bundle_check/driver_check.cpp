@@ -16,8 +16,9 @@ void CheckDriver(QDir const& resources, QString const& application_dir, Findings
         return;
     }
     auto const text =
-        u"The serial driver's program %1 %2; on macOS the updater then cannot install the driver "
-        "and quits, whatever the interface."_s.arg(resources.relativeFilePath(path), fault);
+        u"The serial driver's program %1 %2, so on macOS the updater cannot install the driver and "
+        "quits, whatever the interface; copy CP210xVCPDriver.app again, as its vendor signed it."_s
+            .arg(resources.relativeFilePath(path), fault);
     findings.Add(IsForMacos(application_dir)   ? Severity::Error
                  : IsForLinux(application_dir) ? Severity::Note
                                                : Severity::Warning,

@@ -24,13 +24,14 @@ struct Stray {
 
 constexpr Stray kStrays[] = {
     {uR"(.*\.(pem|key|p8|p12|pfx|jks|keystore|mobileprovision)|id_(rsa|dsa|ecdsa|ed25519))",
-     u"is, by its name, a key or a certificate", true},
+     u"is a key or a certificate, judging by its name", true},
     {uR"(\.(git|svn|hg|bzr)|\.git(ignore|attributes|keep|modules))", u"belongs to version control"},
     {uR"(.*(~|\.(bak|old|orig|rej|sav|save|tmp|swp|swo))|#.*#|\.#.*|.* - copy(\..*)?|copy of .*)",
-     u"is, by its name, a backup or a temporary file"},
+     u"is a backup or a temporary file, judging by its name"},
     {uR"(\.DS_Store|Thumbs\.db|desktop\.ini|__MACOSX|\._.*)",
      u"was left by a file manager or an archive program"},
-    {uR"(\.env(\..*)?)", u"has, by its name, environment variables, which often contain passwords"},
+    {uR"(\.env(\..*)?)",
+     u"contains, judging by its name, environment variables, which often include passwords"},
     {uR"(\.(idea|vscode))", u"has the settings of a development environment"},
     {uR"(.*\.(map|lst|o|obj|a|su|d))", u"is left over from a build"},
 };

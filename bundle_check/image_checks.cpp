@@ -74,8 +74,9 @@ void CheckLastWord(Config const& config, Place const& place, QByteArray const& b
     if (config.Type() == TargetUart && !is_blank) {
         findings.Note(
             place,
-            u"The last four bytes of the image, %1, are not written; %2 00 00 00 replaces "
-            "them."_s.arg(QString::fromLatin1(replaced.toHex(' ')))
+            u"The last four bytes of the image, %1, are lost: the program writes %2 00 00 00 "
+            "instead. Have the linker script keep the last word free."_s
+                .arg(QString::fromLatin1(replaced.toHex(' ')))
                 .arg(stm32_updater::kMcuId, 2, 16, QLatin1Char('0')));
     }
 }
@@ -100,9 +101,11 @@ void CheckAlignment(Config const& config, Place const& place, qint64 size, Findi
     if (size % kWord != 0 && config.Type() == TargetUart) {
         findings.Warn(
             place,
-            u"The image has %1 bytes, which is not a multiple of %2: the program pads it with zero "
-            "bytes and then replaces the last four; bytes of the image that are lost: %3."_s.arg(
-                QString::number(size), QString::number(kWord), QString::number(size % kWord)));
+            u"The image has %1 bytes, which is not a multiple of %2. The program adds zero bytes "
+            "and then replaces the last four, so the image loses %3 of its bytes. Fill it up to a "
+            "multiple of %4, and leave its last four bytes free."_s.arg(
+                QString::number(size), QString::number(kWord), QString::number(size % kWord),
+                QString::number(stm32_updater::kTrailerSize)));
     }
 }
 
@@ -114,11 +117,13 @@ void CheckMcubootSize(Place const& place, qint64 size, qint64 slot_size, Finding
     if (size > std::numeric_limits<int32_t>::max()) {
         findings.Fail(
             place,
-            u"The image has %1 bytes, more than MCUboot's serial recovery can count."_s.arg(size));
+            u"The image has %1 bytes, more than MCUboot's serial recovery can handle; make the "
+            "firmware smaller."_s.arg(size));
     } else if (slot_size > 0 && size > slot_size) {
         findings.Fail(place,
-                      u"The image has %1 bytes, %2 more than the slot of %3; make the firmware "
-                      "smaller, or correct --slot-size."_s.arg(size)
+                      u"The image has %1 bytes, %2 more than the slot of %3 bytes holds; make the "
+                      "firmware smaller, or correct the slot's size (--slot-size, or "
+                      "FW_PRODUCT_SLOT_SIZE in product.cmake)."_s.arg(size)
                           .arg(size - slot_size)
                           .arg(slot_size));
     } else if (slot_size == 0 && static_cast<uint64_t>(size) > largest) {
@@ -137,8 +142,11 @@ std::optional<qint64> CheckFile(Config const& config, Place const& place, QDir c
     auto const fault = DescribeFileFault(path);
     auto const size = QFileInfo(path).size();
     if (!fault.isEmpty() || size == 0) {
-        findings.Fail(place, u"The firmware file %1 %2."_s.arg(
-                                 name, fault.isEmpty() ? u"is empty"_s : fault));
+        findings.Fail(
+            place,
+            u"The firmware file %1 %2; put the image into the Resources folder, or correct "
+            "%3."_s.arg(name, fault.isEmpty() ? u"is empty"_s : fault,
+                        QString(config_keys::kFirmwareFilename.name)));
         return std::nullopt;
     }
     // Far larger ones than any chip holds are reported by their kind and size alone.
@@ -146,7 +154,7 @@ std::optional<qint64> CheckFile(Config const& config, Place const& place, QDir c
     auto const bytes = ReadHead(path, kMostBytes);
     auto const tail = ReadTail(path, kKindTail);
     if (!bytes || bytes->size() != std::min(size, kMostBytes) || !tail) {
-        findings.Fail(place, u"The firmware file %1 cannot be read."_s.arg(name));
+        findings.Fail(place, u"The firmware file %1 cannot be read; copy it again."_s.arg(name));
         return std::nullopt;
     }
     if (!CheckKind(config, place, bytes->first(std::min(kKindHead, bytes->size())), *tail,
@@ -154,8 +162,10 @@ std::optional<qint64> CheckFile(Config const& config, Place const& place, QDir c
         return std::nullopt;
     }
     if (auto const shortest = GetShortestImage(config.Type()); size < shortest) {
-        findings.Fail(place, u"The firmware file has %1 bytes; an image has at least %2."_s.arg(
-                                 QString::number(size), QString::number(shortest)));
+        findings.Fail(
+            place,
+            u"The firmware file has %1 bytes, but an image has at least %2; is it the right file?"_s
+                .arg(QString::number(size), QString::number(shortest)));
         return std::nullopt;
     }
     bool const is_image = size > kMostBytes || CheckContents(config, place, *bytes, findings);

@@ -97,7 +97,7 @@ QString FindDerKey(QByteArrayView content)
         return u"an encrypted private key (PKCS#8)"_s;
     }
     if (first.IsNumber(3) && second.HasId(kPkcs7)) {
-        return u"a PKCS#12 file, which as a rule has a private key"_s;
+        return u"a PKCS#12 file, which usually contains a private key"_s;
     }
     return {};
 }

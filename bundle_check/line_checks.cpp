@@ -66,7 +66,8 @@ void CheckQuotes(IniEntry const& entry, Findings& findings)
     if (entry.open_quotes) {
         findings.Fail(PlaceOf(entry),
                       u"The closing quotation mark is missing: the rest of the file, up to line "
-                      "%1, becomes part of this value."_s.arg(entry.last_line));
+                      "%1, becomes part of this value; add it at the end of the text."_s.arg(
+                          entry.last_line));
     } else if (entry.last_line > entry.line) {
         findings.Warn(PlaceOf(entry),
                       u"The value continues to line %1; check for a missing quotation mark, or a "
@@ -140,8 +141,10 @@ void CheckDuplicates(IniLines const& lines, Findings& findings)
         auto const name = entry.FullName();
         if (auto const first = first_lines[name];
             last_entries[name] == &entry && first != entry.line) {
-            findings.Warn(PlaceOf(entry),
-                          u"Duplicate key, first set on line %1; this value is used."_s.arg(first));
+            findings.Warn(
+                PlaceOf(entry),
+                u"The key is already set on line %1; this value is used. Keep only one of the "
+                "lines."_s.arg(first));
         }
     }
 }
@@ -171,10 +174,11 @@ bool FindForeignForms(IniLines const& lines, Findings& findings)
     for (auto const& entry : lines.entries) {
         if (MayBeForeignForm(entry.value)) {
             found = true;
-            findings.Fail(PlaceOf(entry),
-                          u"The value contains '@NAME(', QSettings' notation for values other than "
-                          "text, or an escape that may spell it; write '@@' for a visible '@'. No "
-                          "value of this file was checked."_s);
+            findings.Fail(
+                PlaceOf(entry),
+                u"The value contains '@NAME(', Qt's notation for values that are not text, or "
+                "an escape sequence that may produce it; write '@@' for a visible '@'. "
+                "No value of this file was checked."_s);
         }
     }
     return found;

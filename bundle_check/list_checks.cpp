@@ -28,11 +28,13 @@ void CheckUsbId(Place const& place, QString const& entry, QString const& id_text
                       u"In %1 the %2 %3 is not a hexadecimal number and is read as 0; write "
                       "up to four digits, like ea60."_s.arg(Quote(entry), name, Quote(id_text)));
     } else if (id > kLargest) {
-        findings.Fail(place,
-                      u"In %1 the %2 has more than four hexadecimal digits; the program "
-                      "looks for %3."_s.arg(Quote(entry), name, read_as));
+        findings.Fail(
+            place,
+            u"In %1 the %2 has more than four hexadecimal digits, so the program looks for "
+            "%3; write up to four digits."_s.arg(Quote(entry), name, read_as));
     } else if (id == 0) {
-        findings.Warn(place, u"In %1 the %2 is 0, which no device has."_s.arg(Quote(entry), name));
+        findings.Warn(place, u"In %1 the %2 is 0, which no device has; write the unit's own."_s.arg(
+                                 Quote(entry), name));
     }
 }
 
@@ -47,9 +49,10 @@ bool CheckProduct(Place const& place, QString const& entry, Findings& findings)
         return false;
     }
     if (parts.size() > kParts) {
-        findings.Warn(place,
-                      u"%1 has more than the three parts NAME:VENDOR:PRODUCT; the rest is "
-                      "ignored."_s.arg(Quote(entry)));
+        findings.Warn(
+            place,
+            u"%1 has more than the three parts NAME:VENDOR:PRODUCT; remove the rest, which "
+            "is ignored."_s.arg(Quote(entry)));
     }
     if (parts[0].trimmed().isEmpty()) {
         findings.Warn(place,
@@ -78,7 +81,7 @@ void CheckRepeatedProducts(Config const& config, Place const& place, QStringList
     QHash<uint32_t, QString> owners;
     for (auto product = products.cbegin(); product != products.cend(); ++product) {
         if (owners.contains(product.value())) {
-            findings.Warn(place, u"%1 and %2 have the same USB IDs; one entry is enough."_s.arg(
+            findings.Warn(place, u"%1 and %2 have the same USB IDs; remove one of them."_s.arg(
                                      Quote(owners[product.value()]), Quote(product.key())));
         }
         owners[product.value()] = product.key();
@@ -98,7 +101,9 @@ void CheckDfuIds(Config const& config, Place const& place, Findings& findings)
     } else if (config.Type() != TargetUsb && has_dfu) {
         findings.Warn(place,
                       u"The USB IDs %1 belong to an STM32 in USB boot mode, which has no serial "
-                      "port: such a unit is never found over this interface."_s.arg(ids));
+                      "port, so such a unit is never found over this interface; write those of its "
+                      "serial port, or set %2=%3."_s.arg(ids, QString(config_keys::kInterface.name),
+                                                         GetInterfaceName(TargetUsb)));
     }
 }
 
@@ -191,7 +196,8 @@ void CheckDeviceIds(Config const& config, Findings& findings)
             continue;
         }
         if (seen.contains(ids[i])) {
-            findings.Warn(place, u"The model identifier %1 appears twice."_s.arg(ids[i]));
+            findings.Warn(place,
+                          u"The model identifier %1 appears twice; remove one."_s.arg(ids[i]));
         }
         seen.insert(ids[i]);
     }

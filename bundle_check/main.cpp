@@ -17,7 +17,7 @@ constexpr int kUnusable = 2;
 
 constexpr char kDescription[] =
     "Reports what is wrong with a bundle before a customer sees it.\n"
-    "Exits with 0 if the bundle is clean, 1 with warnings, 2 with errors.";
+    "Exits with 0 if the bundle is clean, 1 if there are warnings, 2 if there are errors.";
 
 // Keeps Qt's messages about this computer and about damaged files out of the output: the report has
 // all that is wrong with the bundle.
@@ -63,10 +63,12 @@ int Run(QStringList const& arguments)
         u"pictures"_s, u"Also draw the window in every state to PNG files in this folder."_s,
         u"DIR"_s);
     QCommandLineOption const for_customers(
-        u"for-customers"_s, u"For a package that customers get: other firmware is an error."_s);
+        u"for-customers"_s,
+        u"The bundle is for customers: firmware that is not for customers is an error."_s);
     QCommandLineOption const package_version(
         u"package-version"_s,
-        u"For a package of this version: an error if it is not the firmware's."_s, u"VERSION"_s);
+        u"The package has this version: a different version of the firmware is an error."_s,
+        u"VERSION"_s);
     QCommandLineOption const slot(
         u"slot-size"_s,
         u"For MCUboot: an image larger than the unit's slot is an error. In decimal or with 0x."_s,
@@ -85,7 +87,7 @@ int Run(QStringList const& arguments)
     }
     auto const paths = parser.positionalArguments();
     if (!understood || paths.size() != 1 || paths[0].isEmpty()) {
-        auto const fault = understood ? u"Give one PATH."_s : parser.errorText();
+        auto const fault = understood ? u"Give exactly one PATH."_s : parser.errorText();
         std::fputs((fault + u"\n\n"_s + parser.helpText()).toLocal8Bit().constData(), stderr);
         return kUnusable;
     }

@@ -128,7 +128,7 @@ private:
     bool CheckHeader()
     {
         if (header_.size < kShortestHeader) {
-            Fail(u"The MCUboot header has a size of %1 bytes; it has at least %2"_s.arg(
+            Fail(u"The MCUboot header gives its own size as %1 bytes, but it has at least %2"_s.arg(
                 QString::number(header_.size), QString::number(kShortestHeader)));
             return false;
         }
@@ -201,8 +201,10 @@ private:
         }
         auto const name = QString::fromUtf16(hash->name);
         if ((header_.flags & kEncryptedFlags) != 0) {
-            findings_.Note(place_,
-                           u"The image is encrypted, so its %1 was not compared."_s.arg(name));
+            findings_.Note(
+                place_,
+                u"The image is encrypted, so its %1 could not be compared; test it on a unit."_s
+                    .arg(name));
             return;
         }
         auto const computed =
@@ -224,9 +226,10 @@ private:
         auto const trailer = QByteArray::fromRawData(kTrailerMagic, sizeof(kTrailerMagic) - 1);
         auto const count = QString::number(rest.size());
         if (rest.contains(GetMagic())) {
-            findings_.Fail(place_,
-                           u"Another MCUboot header is in the %1 bytes behind the image, as in a "
-                           "merged file; use the signed image of the firmware alone."_s.arg(count));
+            findings_.Fail(
+                place_,
+                u"Another MCUboot header is in the %1 bytes after the image, as in a merged "
+                "file; use the signed image of the firmware alone."_s.arg(count));
         } else if (rest.endsWith(trailer) || rest.count('\xFF') == rest.size()) {
             findings_.Warn(place_,
                            u"%1 bytes of padding follow the image, up to the size of its slot, and "

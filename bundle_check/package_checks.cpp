@@ -14,10 +14,13 @@ namespace {
 void CheckTarget(Config const& config, Findings& findings)
 {
     auto const target = config.TargetType();
+    auto const name = target.isEmpty() ? u"An empty value"_s : Quote(target);
     if (target.compare(QLatin1StringView(kCustomerTarget), Qt::CaseInsensitive) != 0) {
-        findings.Fail(config.PlaceOf(config_keys::kFwTargetType),
-                      u"%1 is not firmware for customers; set it to customer, or make a package "
-                      "for benches."_s.arg(Quote(target)));
+        findings.Fail(
+            config.PlaceOf(config_keys::kFwTargetType),
+            u"%1 is not firmware for customers; set %2 to %3, or make a package for benches "
+            "(make_product_package --bench)."_s.arg(name, QString(config_keys::kFwTargetType.name),
+                                                    QLatin1StringView(kCustomerTarget)));
     }
 }
 
@@ -46,8 +49,9 @@ void CheckVersion(Config const& config, QString const& version, Findings& findin
     auto const firmware = FindVersion(shown);
     if (!firmware.isNull() && !BeginsWith(QVersionNumber::fromString(version), firmware)) {
         findings.Fail(config.PlaceOf(config_keys::kFwVersion),
-                      u"%1 is not the version of the package, %2; a package of the next firmware "
-                      "must have a higher version."_s.arg(Quote(shown), Quote(version)));
+                      u"%1 is not the version of the package, %2; change FW_PRODUCT_VERSION in "
+                      "product.cmake so that it begins with the firmware's version."_s.arg(
+                          Quote(shown), Quote(version)));
     }
 }
 
@@ -56,10 +60,10 @@ void CheckSlot(Config const& config, Findings& findings)
 {
     if (config.Type() != TargetMcubootSerial) {
         findings.Warn(config.PlaceOf(config_keys::kInterface),
-                      u"Only MCUboot has a slot, and the interface is %1; leave out --slot-size, "
-                      "or write %2=%3."_s.arg(GetInterfaceName(config.Type()),
-                                              QString(config_keys::kInterface.name),
-                                              GetInterfaceName(TargetMcubootSerial)));
+                      u"Only MCUboot has a slot, and the interface is %1; leave out --slot-size "
+                      "and FW_PRODUCT_SLOT_SIZE, or write %2=%3."_s.arg(
+                          GetInterfaceName(config.Type()), QString(config_keys::kInterface.name),
+                          GetInterfaceName(TargetMcubootSerial)));
     }
 }
 

@@ -94,7 +94,8 @@ bool IsReadable(QString const& path, Findings& findings)
         return false;
     }
     if (text->size() > kMostBytes || text->contains('\0')) {
-        findings.Fail({}, u"%1 is not a configuration."_s.arg(Quote(path)));
+        findings.Fail({},
+                      u"%1 is not a config.ini; give the file of a product."_s.arg(Quote(path)));
         return false;
     }
     return !FindForeignForms(ScanIni(*text), findings);

@@ -68,7 +68,7 @@ void CheckMissing(Config const& config, Key const& key, Findings& findings)
     bool const is_skipped = key.for_model_check && config.IsService();
     if (key.need != Need::Optional && !is_skipped) {
         findings.Add(GetSeverity(key), {QString(key.name), 0},
-                     u"The key is missing, so %1."_s.arg(DescribeMissing(key)));
+                     u"The key is missing, so %1; add it."_s.arg(DescribeMissing(key)));
     }
 }
 
@@ -112,10 +112,11 @@ NumberFault FindNumberFault(Config const& config, Key const& key)
     text.toULongLong(&is_long_number, base);
     text.toUInt(&is_in_another_base, 0);
     auto const cure = SuggestNumber(key, text.trimmed());
-    return IsList(value)        ? NumberFault{u"the comma turns it into a list"_s, cure}
-           : text.isEmpty()     ? NumberFault{u"it is empty"_s, cure}
-           : is_number          ? NumberFault{}
-           : is_long_number     ? NumberFault{u"it does not fit into 32 bits"_s}
+    return IsList(value)    ? NumberFault{u"the comma turns it into a list"_s, cure}
+           : text.isEmpty() ? NumberFault{u"it is empty"_s, cure}
+           : is_number      ? NumberFault{}
+           : is_long_number
+               ? NumberFault{u"it does not fit into 32 bits"_s, u" Write a smaller number."_s}
            : is_in_another_base ? NumberFault{u"only decimal digits are allowed here"_s, cure}
                                 : NumberFault{u"it is not a number"_s, cure};
 }
@@ -171,7 +172,7 @@ bool CheckText(Config const& config, Key const& key, Findings& findings)
     bool const is_file = key.form == Form::FileName;
     if ((is_file ? text : text.trimmed()).isEmpty() && key.need != Need::Optional) {
         findings.Add(GetSeverity(key), place,
-                     u"The value is empty, so %1."_s.arg(DescribeMissing(key)));
+                     u"The value is empty, so %1; write one."_s.arg(DescribeMissing(key)));
         return false;
     }
     if (text.contains(QChar::ReplacementCharacter)) {
@@ -204,8 +205,7 @@ void CheckInterface(Config const& config, Key const& key, Findings& findings)
                  "lower case."_s.arg(Quote(text), usb, mcuboot, GetInterfaceName(TargetUart)));
 }
 
-// A word that the program does not know, which may be one of those that it knows with a typing
-// error.
+// A word that the program does not know. It may be one of the known words with a typing error.
 void CheckUnknownTarget(Place const& place, QString const& type, Findings& findings)
 {
     auto const folded = type.trimmed().toLower();
@@ -213,10 +213,10 @@ void CheckUnknownTarget(Place const& place, QString const& type, Findings& findi
         return CountEdits(folded, QString::fromLatin1(known)) <= kMostEdits;
     };
     if (is_meant(kCustomerTarget)) {
-        findings.Warn(place,
-                      u"%1 appears in yellow in the window of every customer, and means nothing "
-                      "to the program; did you mean %2?"_s.arg(Quote(type),
-                                                               QLatin1StringView(kCustomerTarget)));
+        findings.Warn(
+            place,
+            u"Every customer sees %1 in yellow in the window, but the program does not know "
+            "the word; did you mean %2?"_s.arg(Quote(type), QLatin1StringView(kCustomerTarget)));
     } else if (is_meant(kServiceTarget)) {
         findings.Warn(place,
                       u"%1 appears in yellow in the window and does not skip the model check; did "
@@ -238,9 +238,11 @@ void CheckTargetType(Config const& config, Key const& key, Findings& findings)
     auto const type = config.TargetType();
     auto const folded = type.trimmed().toLower();
     if (config.IsService()) {
-        findings.Warn(place,
-                      u"Service firmware is written to any unit, whatever its model; never ship "
-                      "this bundle to a customer."_s);
+        findings.Warn(
+            place,
+            u"Service firmware is written to any unit, whatever its model; never ship this "
+            "bundle to a customer. For firmware that customers get, write %1."_s.arg(
+                QLatin1StringView(kCustomerTarget)));
     } else if (folded == QLatin1StringView(kServiceTarget)) {
         findings.Warn(place,
                       u"%1 appears in the window but does not skip the model check; only '%2', in "
@@ -299,7 +301,10 @@ void CheckValues(Config const& config, Findings& findings)
         } else if (key->IsReadOver(config.Type())) {
             CheckPresent(config, *key, findings);
         } else {
-            findings.Note(config.PlaceOf(*key), u"The chosen interface does not use this key."_s);
+            findings.Note(
+                config.PlaceOf(*key),
+                u"The chosen interface does not use this key; remove it, or correct %1."_s.arg(
+                    QString(config_keys::kInterface.name)));
         }
     }
 }

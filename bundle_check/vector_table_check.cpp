@@ -65,9 +65,9 @@ public:
     QString DescribeFault(VectorTable const& table) const
     {
         if (!HasStack(table)) {
-            return u"the first word, %1, is not an initial stack pointer, a multiple of %2 in the "
-                   "RAM of %3"_s.arg(Hex(table.stack_pointer), QString::number(kTableWord),
-                                     Name(chips_));
+            return u"the first word, %1, is not an initial stack pointer (a multiple of %2 in the "
+                   "RAM of %3)"_s.arg(Hex(table.stack_pointer), QString::number(kTableWord),
+                                      Name(chips_));
         }
         if (table.reset % 2 != kThumb) {
             return u"the second word, %1, is not the odd address of a reset handler"_s.arg(
@@ -112,11 +112,11 @@ void CheckMarkerAgainstStack(Config const& config, VectorTable const& table, Fin
     auto const marker = config.Number(key);
     auto const top = table.stack_pointer;
     if (config.HoldsNumber(key) && marker < top && top - marker <= kExceptionFrame) {
-        findings.Fail(config.PlaceOf(key),
-                      u"The marker at %1 is where the image's stack begins, which grows downwards "
-                      "from %2, so the firmware overwrites it before it is read; choose a word "
-                      "that the linker script keeps free, for example from %2 on."_s.arg(
-                          Hex(marker), Hex(top)));
+        findings.Fail(
+            config.PlaceOf(key),
+            u"The marker at %1 is in the image's stack, which grows downwards from %2, so the "
+            "firmware overwrites the marker before it reads it; choose a word that the "
+            "linker script keeps free, for example from %2 on."_s.arg(Hex(marker), Hex(top)));
     }
 }
 

@@ -54,18 +54,17 @@ void CheckPicture(QString const& name, QImage const& picture, QSize const& windo
     if (picture.width() < window.width() || picture.height() < window.height()) {
         findings.Warn(
             {},
-            u"%1, and the window, %2, enlarges it; use a picture of that size, or "
-            "twice as many pixels for screens of high resolution."_s.arg(size, window_size));
+            u"%1, so the window (%2) enlarges it; use a picture of that size, or twice as many "
+            "pixels for screens of high resolution."_s.arg(size, window_size));
     } else if (std::abs(stretch - 1) > kMostStretch) {
         findings.Warn({},
                       u"%1, another shape than the window's %2, so the window distorts it; cut "
                       "it to that shape."_s.arg(size, window_size));
     }
     if (IsTransparent(picture)) {
-        findings.Warn(
-            {},
-            u"%1 has transparent places, where the window's own colour is seen, which "
-            "differs from system to system; save it without transparency."_s.arg(Quote(name)));
+        findings.Warn({},
+                      u"%1 has transparent parts that show the window's own colour, which differs "
+                      "from system to system; save it without transparency."_s.arg(Quote(name)));
     }
 }
 
@@ -241,8 +240,8 @@ bool CheckPictures(QDir const& resources, Findings& findings)
     } else if (pictures.size() > 1) {
         findings.Warn(
             {},
-            u"There are %1 PNG files in the Resources folder (%2), and any of them may become "
-            "the background; keep one."_s.arg(pictures.size())
+            u"There are %1 PNG files in the Resources folder (%2), and any one of them may "
+            "become the background; keep one."_s.arg(pictures.size())
                 .arg(QuoteAll(pictures)));
     }
     bool are_safe = true;

@@ -86,7 +86,7 @@ void CheckFixedTexts(Config const& config, WindowView& view, Findings& findings)
     if (auto const connector = FindOtherConnector(instructions); !connector.isEmpty()) {
         findings.Warn(
             config.PlaceOf(key),
-            u"The window always asks for a cable with USB-C connector, but the "
+            u"The window always asks for a cable with a USB-C connector, but the "
             "instructions name %1; describe only the computer's end of the cable, or no plug."_s
                 .arg(Quote(connector)));
     }

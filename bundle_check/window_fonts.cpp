@@ -57,9 +57,9 @@ void AddFont(QString const& file, AddedFont const& added, FontFiles& fonts, Find
     }
     if (fonts.styles.contains(style)) {
         findings.Warn({},
-                      u"%1 and %2 both have the style %3 of the family %4, and any of them may "
-                      "become the window's font; keep one."_s.arg(
-                          Quote(fonts.files[style]), Quote(file), style, Quote(family)));
+                      u"%1 and %2 both have the style %3 of the family %4, and either may become "
+                      "the window's font; keep one."_s.arg(Quote(fonts.files[style]), Quote(file),
+                                                           style, Quote(family)));
     } else {
         fonts.styles[style] = added.font;
         fonts.files[style] = file;
@@ -81,8 +81,8 @@ void CheckFont(QDir const& resources, QString const& file, FontFiles& fonts, Fin
     auto const fault = DescribeTableFault(bytes);
     if (added.families.isEmpty() && !LooksLikeFont(bytes)) {
         findings.Warn({},
-                      u"%1 is not an OpenType font, whatever its name is; remove it, or take the "
-                      "font from its source again."_s.arg(Quote(file)));
+                      u"%1 is not an OpenType font, despite its name; remove it, or take the font "
+                      "from its source again."_s.arg(Quote(file)));
         return;
     }
     if (added.families.isEmpty() || !fault.isEmpty()) {
@@ -115,15 +115,14 @@ void CheckStyles(QDir const& resources, FontFiles const& fonts, Severity of_miss
     }
     findings.Add(
         of_missing, {},
-        u"The %1 of the family %2 in no *.otf file of the Resources folder%3. The window then "
-        u"takes "
-        "a font of the customer's computer, and nobody knows which of its texts that font cuts "
-        "off, "
-        "so they were not checked. Make the fonts with derive_font.py."_s.arg(
-            missing.size() == 1 ? u"style "_s + missing.first()
-                                : u"styles "_s + missing.join(u" and "_s),
-            Quote(QString::fromLatin1(kFontFamily)) + (missing.size() == 1 ? u" is"_s : u" are"_s),
-            there.isEmpty() ? QString() : u" ("_s + there.join(u", "_s) + u')'));
+        u"The %1 of the family %2 in no *.otf file of the Resources folder%3. The window then uses "
+        "a font of the customer's computer, so it was not checked whether the texts fit. Copy both "
+        "fonts from resources/fonts-72 (for macOS) or resources/fonts-96 of the vendor tools."_s
+            .arg(missing.size() == 1 ? u"style "_s + missing.first()
+                                     : u"styles "_s + missing.join(u" and "_s),
+                 Quote(QString::fromLatin1(kFontFamily)) +
+                     (missing.size() == 1 ? u" is"_s : u" are"_s),
+                 there.isEmpty() ? QString() : u" ("_s + there.join(u", "_s) + u')'));
 }
 
 }  // namespace

@@ -113,10 +113,11 @@ void CheckSmallest(QList<ShownText> const& shown, int dpi, WindowView& view, Fin
     if (auto const pixels = height(smallest); pixels < kLeastHeight) {
         findings.Warn(
             {},
-            u"The letters are small: at %1, the capital letters of %2 are %3 pixels high, "
-            "less than %4; use fonts with larger letters, which derive_font.py makes for %5 dpi."_s
-                .arg(NameDpi(dpi), Quote(smallest.text), FormatBelow(pixels),
-                     QString::number(kLeastHeight), QString::number(dpi)));
+            u"The letters are small: at %1, the capital letters of %2 are %3 pixels high, less "
+            "than %4; use fonts with larger letters, which resources/fonts/derive_font.py in the "
+            "vendor tools makes for %5 dpi."_s.arg(
+                NameDpi(dpi), Quote(smallest.text), FormatBelow(pixels),
+                QString::number(kLeastHeight), QString::number(dpi)));
     }
 }
 
@@ -188,7 +189,7 @@ CutText DescribeCut(ShownText const& shown, TextFit const& fit)
                 u"use characters of the usual height, or fonts with smaller letters"_s};
     }
     if (fit.lost_lines == fit.lines) {
-        return {u"%1 has %2 lines, and its place has room for one"_s.arg(
+        return {u"%1 has %2 lines, but there is room for only one"_s.arg(
                     shown.Name(), QString::number(fit.lines)),
                 u"write it on one line"_s};
     }
@@ -217,12 +218,14 @@ void ReportCut(ShownText const& shown, Fits const& fits, bool is_for_macos, Find
                            ? u"%1 at %2"_s.arg(QString::number(rest.needed), rest_dpi)
                            : u"nor does it fit at "_s + rest_dpi;
     auto const [what, cure] = DescribeCut(shown, fit);
-    findings.Fail(
-        shown.place,
-        u"%1; %2 pixels%3 are free, %4 needed at %5 (%6); %7."_s.arg(
-            what, QString::number(fit.free), fit.is_width ? QString() : u" of height"_s,
-            QString::number(fit.needed), NameDpi(on_macos ? kMacosDpi : kOtherDpi), there,
-            shown.IsOwn() ? u"use fonts with smaller letters (derive_font.py --percent)"_s : cure));
+    findings.Fail(shown.place,
+                  u"%1; %2 pixels%3 are free, %4 needed at %5 (%6); %7."_s.arg(
+                      what, QString::number(fit.free), fit.is_width ? QString() : u" of height"_s,
+                      QString::number(fit.needed), NameDpi(on_macos ? kMacosDpi : kOtherDpi), there,
+                      shown.IsOwn() ? u"use fonts with smaller letters "
+                                      "(resources/fonts/derive_font.py --percent in the vendor "
+                                      "tools)"_s
+                                    : cure));
 }
 
 QList<Fits> MeasureAll(QList<ShownText> const& shown, WindowView& view)

@@ -28,13 +28,15 @@ TEST(DfuUtil, MustExistBeExecutableAndRun)
     BundleFolder bundle;
     bundle.UseUsb();
     bundle.Write(u"MacOS/dfu-util"_s, "#!/no/such/interpreter fast\n", true);
-    EXPECT_TRUE(FindsOnly(bundle, "error: dfu-util cannot be run."));
+    EXPECT_TRUE(FindsOnly(
+        bundle,
+        "error: dfu-util cannot be run; replace it with a dfu-util that runs on this system."));
     bundle.Write(u"MacOS/dfu-util"_s, "#!/bin/sh\n# fast\n");
     EXPECT_TRUE(FindsOnly(bundle, "error: The tool dfu-util beside the program is not executable"));
     bundle.Delete(u"MacOS/dfu-util"_s);
     EXPECT_TRUE(FindsOnly(bundle,
                           "error: The tool dfu-util beside the program does not exist, so no unit "
-                          "is ever found."));
+                          "is ever found; put an executable dfu-util there."));
     ASSERT_TRUE(QDir(bundle.Path()).rmdir(u"MacOS"_s));
     EXPECT_TRUE(
         FindsOnly(bundle,
@@ -60,7 +62,8 @@ TEST(DfuUtil, SupportsFastByItsUsageOrItsReleaseAlone)
         "refuses every update, and the window still shows DONE.";
     auto const* const unknown =
         "warning: Could not confirm that this dfu-util supports the "
-        "modifier 'fast'. One that does not refuses every update";
+        "modifier 'fast'. Without it every update fails, and the window still shows DONE. Test it "
+        "on a unit.";
     std::pair<char const*, char const*> const scripts[] = {
         {"echo dfu-util 0.11", unsupported},
         {"echo dfu-util 0.12", unknown},
@@ -77,8 +80,11 @@ TEST(DfuUtil, SupportsFastByItsUsageOrItsReleaseAlone)
         {"echo dfu-util 0.11 # invalid fastbin entry (free)", unsupported},
         {"echo dfu-util 0.11 # _fast", unsupported},
         {"echo dfu-util 0.11 # fast2", unsupported},
-        {"kill -KILL $$ # fast", "error: dfu-util crashes, or is killed, when asked"},
-        {"echo hello # fast", "warning: The tool beside the program does not call itself dfu-util"},
+        {"kill -KILL $$ # fast",
+         "error: dfu-util crashes or is killed when asked for its version;"},
+        {"echo hello # fast",
+         "warning: The file dfu-util beside the program does not seem to be dfu-util: its version "
+         "output lacks that name. Replace it."},
     };
     for (auto const& [script, finding] : scripts) {
         UsbBundle const bundle(script + QByteArray("\n"));
@@ -119,7 +125,8 @@ TEST(DfuUtil, ThatDoesNotExitOrFloodsItsOutputIsNotWaitedFor)
         EXPECT_LT(timer.elapsed(), 5000);
         ASSERT_EQ(findings.Sorted().size(), 1);
         EXPECT_EQ(findings.Sorted().first().text,
-                  u"dfu-util does not exit when asked for its version."_s);
+                  u"dfu-util does not exit when asked for its version; replace it with a dfu-util "
+                  "that runs on this system."_s);
     }
 }
 
@@ -128,7 +135,9 @@ TEST(DfuUtil, ForMacosIsNotRunOnLinux)
     BundleFolder bundle;
     bundle.UseUsb();
     bundle.Write(u"MacOS/dfu-util"_s, QByteArray("\xCF\xFA\xED\xFE fast"), true);
-    EXPECT_TRUE(Finds(bundle, "note: dfu-util is a program for another system and was not run."));
+    EXPECT_TRUE(Finds(bundle,
+                      "note: dfu-util is a program for another system and was not run; check the "
+                      "bundle on that system as well."));
     for (auto const* text : {"slow", "invalid fastbin entry (free)"}) {
         bundle.Write(u"MacOS/dfu-util"_s, QByteArray("\xCF\xFA\xED\xFE ") + text, true);
         EXPECT_TRUE(Finds(bundle, "warning: Could not confirm that this dfu-util")) << text;

@@ -142,7 +142,8 @@ TEST(Process, ComparesTheImageWithTheSlot)
     }
     ExpectError({slot, QString::number(size - 4), bundle.Root()},
                 "config.ini:1: error: firmware_filename: The image has 1128 bytes, 4 more than the "
-                "slot of 1124; make the firmware smaller, or correct --slot-size.");
+                "slot of 1124 bytes holds; make the firmware smaller, or correct the slot's size "
+                "(--slot-size, or FW_PRODUCT_SLOT_SIZE in product.cmake).");
     for (auto const& wrong : {u"64K"_s, u"0"_s, u"-1"_s, u"010000"_s, u""_s, u"0x"_s, u"1e5"_s,
                               u" 4096"_s, u"4096\n"_s, u"0x1000000000000000000"_s}) {
         auto const outcome = RunCheck({slot, wrong, bundle.Root()});
@@ -159,7 +160,7 @@ TEST(Process, WarnsOfASlotWhereThereIsNone)
     EXPECT_EQ(outcome.status, 1);
     EXPECT_TRUE(outcome.output.startsWith(
         "config.ini: warning: interface: Only MCUboot has a slot, and the interface is uart; leave "
-        "out --slot-size, or write interface=mcuboot_serial.\n"))
+        "out --slot-size and FW_PRODUCT_SLOT_SIZE, or write interface=mcuboot_serial.\n"))
         << outcome.output.constData();
 }
 
@@ -215,7 +216,9 @@ TEST(HostileInput, InsteadOfABundle)
     ASSERT_TRUE(QDir(folder.path()).mkpath(u"Contents"_s));
     ExpectError({folder.path()}, "The bundle has no folder '");
     ASSERT_TRUE(QDir(folder.path()).mkpath(u"Contents/Resources"_s));
-    ExpectError({folder.path()}, "config.ini does not exist; the program takes all its settings");
+    ExpectError({folder.path()},
+                "config.ini does not exist, but the program takes all its settings from it; "
+                "put the product's config.ini there.");
 }
 
 TEST(HostileInput, InsteadOfTheConfiguration)
@@ -226,15 +229,15 @@ TEST(HostileInput, InsteadOfTheConfiguration)
         };
     };
     std::pair<std::function<bool(QString const&)>, char const*> const cases[] = {
-        {[](QString const& path) { return QDir().mkpath(path); }, "config.ini is a folder;"},
+        {[](QString const& path) { return QDir().mkpath(path); }, "config.ini is a folder,"},
         {[](QString const& path) { return mkfifo(path.toLocal8Bit().constData(), 0600) == 0; },
-         "config.ini is not a regular file;"},
-        {link_to("/dev/zero"), "config.ini is not a regular file;"},
-        {link_to("config.ini"), "config.ini is a symbolic link to a file that does not exist;"},
+         "config.ini is not a regular file,"},
+        {link_to("/dev/zero"), "config.ini is not a regular file,"},
+        {link_to("config.ini"), "config.ini is a symbolic link to a file that does not exist,"},
         // Its permissions allow reading but the system does not, not even for root.
-        {link_to("/proc/self/mem"), "config.ini cannot be read;"},
+        {link_to("/proc/self/mem"), "config.ini cannot be read,"},
         {[](QString const& path) { return QFile::copy(u"/bin/true"_s, path); },
-         "config.ini is not a text file."},
+         "config.ini is not a text file; write it as UTF-8 text."},
     };
     for (auto const& [put, text] : cases) {
         BundleFolder bundle;
@@ -251,7 +254,7 @@ TEST(HostileInput, InsideTheConfiguration)
                     "a\0=\0001\0",
                     8),
          "config.ini is encoded as UTF-16; save it as UTF-8."},
-        {"", "config.ini contains no KEY=VALUE line."},
+        {"", "config.ini contains no KEY=VALUE line; write one setting on each line."},
         // QSettings would try to reserve memory for 2^32 elements.
         {"product_text=@Variant(\\0\\0\\0\\x9\\xff\\xff\\xff\\xff)\n",
          "The value contains '@NAME('"},
@@ -277,7 +280,7 @@ TEST(HostileInput, PipesAndGigabytesInsteadOfFiles)
         bundle.Delete(path);
         ASSERT_EQ(mkfifo(bundle.Path(path).toLocal8Bit().constData(), 0700), 0);
     }
-    ExpectError({bundle.Root()}, "firmware.bin' is not a regular file.");
+    ExpectError({bundle.Root()}, "firmware.bin' is not a regular file; put");
     ASSERT_TRUE(QFile::resize(bundle.Path(u"Resources/config.ini"_s), qint64{1} << 30));
     ExpectError({bundle.Root()}, "config.ini is larger than 1048576 bytes");
 }

@@ -17,8 +17,8 @@ constexpr auto kImage = "Resources/firmware.bin";
 TEST(FirmwareFile, MustExistAndBeAFile)
 {
     ExpectFindings(R"(
-firmware_filename=gone.bin => error: The firmware file 'gone.bin' does not exist.
-firmware_filename=CP210xVCPDriver.app => error: The firmware file 'CP210xVCPDriver.app' is a folder.
+firmware_filename=gone.bin => error: The firmware file 'gone.bin' does not exist; put the image into the Resources folder, or correct firmware_filename.
+firmware_filename=CP210xVCPDriver.app => error: The firmware file 'CP210xVCPDriver.app' is a folder; put the image into the Resources folder, or correct firmware_filename.
 )");
 }
 
@@ -54,14 +54,18 @@ TEST(FirmwareFile, MustBeLongEnough)
 {
     auto const image = MakeStm32Image(100);
     ExpectImageFindings({
-        {Unit::G4, "", "error: The firmware file 'firmware.bin' is empty."},
-        {Unit::G4, image.left(4), "error: The firmware file has 4 bytes; an image has at least 5."},
+        {Unit::G4, "",
+         "error: The firmware file 'firmware.bin' is empty; put the image into the Resources "
+         "folder, or correct firmware_filename."},
+        {Unit::G4, image.left(4),
+         "error: The firmware file has 4 bytes, but an image has at least 5; is it the right "
+         "file?"},
         {Unit::G4, image.left(5),
          "error: The image has no vector table at 0x08000000: there is no room for one"},
         {Unit::Usb, image.left(7),
-         "error: The firmware file has 7 bytes; an image has at least 8."},
+         "error: The firmware file has 7 bytes, but an image has at least 8;"},
         {Unit::Mcuboot, image.left(7),
-         "error: The firmware file has 7 bytes; an image has at least 8."},
+         "error: The firmware file has 7 bytes, but an image has at least 8;"},
         {Unit::Usb, image.left(8), ""},
         {Unit::G4, image.left(16), ""},
     });
@@ -147,12 +151,13 @@ TEST(FirmwareFile, ShouldConsistOfWholeWordsWhoseLastOneIsFree)
     auto const image = MakeStm32Image(1020);
     ExpectImageFindings({
         {Unit::G4, image + "\xFF\xFF\xFF",
-         "warning: The image has 1023 bytes, which is not a multiple of 4: the program pads it "
-         "with zero bytes and then replaces the last four; bytes of the image that are lost: 3."},
+         "warning: The image has 1023 bytes, which is not a multiple of 4. The program adds zero "
+         "bytes and then replaces the last four, so the image loses 3 of its bytes. Fill it up to "
+         "a multiple of 8, and leave its last four bytes free."},
         {Unit::Mcuboot, MakeMcubootParts(1023).Image(), ""},
         {Unit::G4, image + "\x01\x02\x03\x04",
-         "note: The last four bytes of the image, 01 02 03 04, are not written; 01 00 00 00 "
-         "replaces them."},
+         "note: The last four bytes of the image, 01 02 03 04, are lost: the program writes 01 00 "
+         "00 00 instead. Have the linker script keep the last word free."},
         {Unit::G4, image + QByteArray(4, '\0'), ""},
     });
 }
@@ -160,19 +165,20 @@ TEST(FirmwareFile, ShouldConsistOfWholeWordsWhoseLastOneIsFree)
 TEST(ImageInFlash, MustFitAfterItsAddress)
 {
     ExpectSizeFindings(R"(
-+g4 524292 => error: The image has 524292 bytes, more than fit into the flash of the chips 0x469, 0x479 from 0x08000000 on.
++g4 524292 => error: The image has 524292 bytes, more than fit into the flash of the chips 0x469, 0x479 from 0x08000000 on; make the firmware smaller.
 +u5 2097160 => error: The image has 2097160 bytes, more than fit into the flash of the chip 0x482 from
 usb 524288 => clean
 mcuboot 2097152 => clean
 mcuboot 2097153 => warning: The image has 2097153 bytes, more than the flash of any supported chip; give the size of the unit's slot with --slot-size.
-mcuboot 2147483648 => error: The image has 2147483648 bytes, more than MCUboot's serial recovery can count.
+mcuboot 2147483648 => error: The image has 2147483648 bytes, more than MCUboot's serial recovery can handle; make the firmware smaller.
 )");
     ImageBundle bundle(Unit::G4, qint64{512 * 1024 - 4096 + 4});
     bundle.Set("programming_address", "0x08001000");
     bundle.Set("start_address", "0x08001000");
     EXPECT_TRUE(Finds(bundle,
                       "config.ini:1: error: firmware_filename: The image has 520196 bytes, more "
-                      "than fit into the flash of the chips 0x469, 0x479 from 0x08001000 on."));
+                      "than fit into the flash of the chips 0x469, 0x479 from 0x08001000 on; make "
+                      "the firmware smaller."));
 }
 
 // 40 and 204 pages of the STM32G4; 255 of the STM32U5, which take 0.87 s.
@@ -180,9 +186,9 @@ TEST(ImageInFlash, MustBeErasedInTheTimeThatTheProgramWaits)
 {
     ExpectSizeFindings(R"(
 g4 81920 => clean
-g4 81928 => note: On the chips 0x469, 0x479 the image covers 41 pages, which take about 1.0 s to erase. A bootloader that lists the short Erase command has 1 s for it, enough for 40 pages, so the update fails with such a unit; one that lists only Extended Erase has 5 s.
+g4 81928 => note: On the chips 0x469, 0x479 the image covers 41 pages, which take about 1.0 s to erase. A bootloader that lists the short Erase command has 1 s for it, enough for 40 pages, so the update fails with such a unit; one that lists only Extended Erase has 5 s. Find out which of them the unit's bootloader lists, or make the image smaller.
 g4 417792 => note: On the chips 0x469, 0x479 the image covers 204 pages
-g4 417800 => error: On the chips 0x469, 0x479 the image covers 205 pages, which take about 5.0 s to erase; the program waits only 5 s, so the update fails.
+g4 417800 => error: On the chips 0x469, 0x479 the image covers 205 pages, which take about 5.0 s to erase; the program waits only 5 s, so the update fails. Make the image smaller.
 u5 2088952 => warning: The image has 2088952 bytes, and the flash of the chip 0x482 is programmed 16 bytes
 )");
 }
@@ -191,7 +197,7 @@ TEST(ImageInFlash, HasNoMorePagesThanTheShortEraseCanName)
 {
     ExpectSizeFindings(R"(
 g4 522240 => error: On the chips 0x469, 0x479 the image covers 255 pages, which take about
-+g4 522248 => warning: On the chips 0x469, 0x479 the image covers 256 pages, but the short Erase command can name only 255 (its count byte for 256 means the whole flash): the update fails with a unit whose bootloader lists that command.
++g4 522248 => warning: On the chips 0x469, 0x479 the image covers 256 pages, but the short Erase command can name only 255 (its count byte for 256 means the whole flash): the update fails with a unit whose bootloader lists that command. Find out whether it does, or make the image smaller.
 +u5 2088968 => warning: On the chip 0x482 the image covers 256 pages
 )");
 }
@@ -201,20 +207,20 @@ TEST(ImageInFlash, ConsistsOfWholeProgrammingUnits)
 {
     ExpectSizeFindings(R"(
 g4 16 => clean
-g4 1021 => warning: The image has 1021 bytes, which is not a multiple of 4:
-g4 1023 => warning: The image has 1023 bytes, which is not a multiple of 4:
+g4 1021 => warning: The image has 1021 bytes, which is not a multiple of 4.
+g4 1023 => warning: The image has 1023 bytes, which is not a multiple of 4.
 g4 1024 => clean
 +g4 9 => error: The image has 9 bytes, and the flash of
 g4 12 => error: The image has 12 bytes, and the flash of
 +g4 1017 => error: The image has 1017 bytes, and the flash of
-g4 1020 => error: The image has 1020 bytes, and the flash of the chips 0x469, 0x479 is programmed 8 bytes at a time. The last 8 bytes, which are written by themselves, do not begin at a multiple of that, so the unit does not store them, and the window shows DONE nevertheless. Fill the image up to a size that is a multiple of 8.
+g4 1020 => error: The image has 1020 bytes, and the flash of the chips 0x469, 0x479 is programmed 8 bytes at a time. The last 8 bytes are written separately and do not begin at a multiple of that, so the unit does not store them, and the window shows DONE nevertheless. Fill the image up to a size that is a multiple of 8.
 +u5 8 => warning: The image has 8 bytes, and the flash of the chip 0x482
 +u5 1013 => warning: The image has 1013 bytes, and the flash of the chip 0x482
-u5 1016 => warning: The image has 1016 bytes, and the flash of the chip 0x482 is programmed 16 bytes at a time. The last 8 bytes, which are written by themselves, are fewer. Not every bootloader stores them, and the window shows DONE nevertheless. Compare the flash of a real unit with the image.
+u5 1016 => warning: The image has 1016 bytes, and the flash of the chip 0x482 is programmed 16 bytes at a time. The last 8 bytes are written separately and are fewer than that. Not every bootloader stores them, and the window shows DONE nevertheless. Compare the flash of a real unit with the image.
 u5 12 => error: The image has 12 bytes, and the flash of the chip 0x482
 +u5 1009 => error: The image has 1009 bytes, and the flash of the chip 0x482
 +u5 1017 => error: The image has 1017 bytes, and the flash of the chip 0x482
-u5 1024 => error: The image has 1024 bytes, and the flash of the chip 0x482 is programmed 16 bytes at a time. The last 8 bytes, which are written by themselves, do not begin at a multiple of that, so the unit does not store them, and the window shows DONE nevertheless. Fill the image up to a size that is 8 more than a multiple of 16.
+u5 1024 => error: The image has 1024 bytes, and the flash of the chip 0x482 is programmed 16 bytes at a time. The last 8 bytes are written separately and do not begin at a multiple of that, so the unit does not store them, and the window shows DONE nevertheless. Fill the image up to a size that is 8 more than a multiple of 16.
 usb 1016 => clean
 usb 1021 => warning: The image has 1021 bytes, and the flash of the chips 0x469, 0x479 is programmed 8 bytes at a time. Not every bootloader stores an incomplete end (here 5 of 8 bytes). Fill the image up to a multiple of 8 bytes.
 usb-u5 1024 => clean
@@ -269,7 +275,7 @@ TEST(VectorTable, HasAStackInRamAndAResetHandlerInTheImage)
         {Unit::UsbU5, table(0x28004000, kReset), ""},
         {Unit::UsbU5, table(0x10004000, kReset),
          "error: The image has no vector table at 0x08000000: the first word, 0x10004000, is not "
-         "an initial stack pointer, a multiple of 4 in the RAM of the chip 0x482."},
+         "an initial stack pointer (a multiple of 4 in the RAM of the chip 0x482)."},
     });
 }
 
@@ -306,8 +312,8 @@ TEST(BootModeMarker, IsNotWhereTheStackBegins)
 {
     // The stack of the image begins at 0x20010000.
     ExpectFindings(R"(
-boot_mode_address=0x2000fffc => error: The marker at 0x2000fffc is where the image's stack begins, which grows downwards from 0x20010000, so the firmware overwrites it before it is read; choose a word that the linker script keeps free, for example from 0x20010000 on.
-boot_mode_address=0x2000ff98 => error: The marker at 0x2000ff98 is where the image's stack begins
+boot_mode_address=0x2000fffc => error: The marker at 0x2000fffc is in the image's stack, which grows downwards from 0x20010000, so the firmware overwrites the marker before it reads it; choose a word that the linker script keeps free, for example from 0x20010000 on.
+boot_mode_address=0x2000ff98 => error: The marker at 0x2000ff98 is in the image's stack
 boot_mode_address=0x2000ff94 => clean
 boot_mode_address=0x20010000 => clean
 )");

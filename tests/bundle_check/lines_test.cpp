@@ -41,25 +41,25 @@ TEST(Lines, AreCheckedWhereverTheyLie)
          false},
         {{{"fw_version", kRemoved}, {"[]\nfw_version", "1.0"}},
          "config.ini: warning: fw_version: The key is missing, so the window shows no version "
-         "number.",
+         "number; add it.",
          false},
         {{{"fw_version", kRemoved}, {"[General]\nfw_version", "1.0"}}, ""},
         // A key in percent codes is the one that they spell.
         {{{"fw_version", kRemoved}, {"fw%5Fversion", "1.0"}}, ""},
         {{{"fw_version", kRemoved}, {"fw%5Fversion", "1.0"}, {"fw_version", "1.1"}},
-         "config.ini:15: warning: fw_version: Duplicate key, first set on line 14;"},
+         "config.ini:15: warning: fw_version: The key is already set on line 14;"},
         // A duplicate is reported once, at the line that is used.
         {{{"; \nfw_version", "2.0"}},
-         "config.ini:15: warning: fw_version: Duplicate key, first set on line 13; this value is "
-         "used."},
+         "config.ini:15: warning: fw_version: The key is already set on line 13; this value is "
+         "used. Keep only one of the lines."},
         {{{"; \nfw_version", "2.0"}, {"; \nfw_version ", "3.0"}},
-         "config.ini:17: warning: fw_version: Duplicate key, first set on line 13;"},
+         "config.ini:17: warning: fw_version: The key is already set on line 13;"},
         {{{"; \notp_size", "x"}},
          "config.ini:15: error: otp_size: The program reads 'x' as 0",
          false},
         {{{"product_text", "\"Lumen"}},
          "config.ini:12: error: product_text: The closing quotation mark is missing: the rest of "
-         "the file, up to line 13,",
+         "the file, up to line 13, becomes part of this value; add it at the end of the text.",
          false},
         {{{"window_title", "\"Lumen\nTwo\""}},
          "config.ini:10: warning: window_title: The value continues to line 11;"},
@@ -68,8 +68,8 @@ TEST(Lines, AreCheckedWhereverTheyLie)
          false},
         // Such a file is kept from QSettings, so nothing is said about its values.
         {{{"product_text", "@Size(1 2)"}, {"otp_size", "x"}},
-         "config.ini:12: error: product_text: The value contains '@NAME(', QSettings' notation "
-         "for values other than text"},
+         "config.ini:12: error: product_text: The value contains '@NAME(', Qt's notation for "
+         "values that are not text"},
     });
 }
 

@@ -52,11 +52,12 @@ TEST(McubootImage, BeginsWithAHeaderOfItsOwn)
                 "as in a file that is merged with the bootloader; use the signed image of the "
                 "firmware alone.");
     ExpectImage(MakeGoodImage() + MakeGoodImage(),
-                "error: Another MCUboot header is in the 1104 bytes behind the image, as in a "
+                "error: Another MCUboot header is in the 1104 bytes after the image, as in a "
                 "merged file;");
     ExpectImage(MakeGoodImage().left(31), "error: The image is cut off in its MCUboot header;");
-    ExpectImage(Change(MakeGoodImage(), 8, ToBytes<uint16_t>(31)),
-                "error: The MCUboot header has a size of 31 bytes; it has at least 32;");
+    ExpectImage(
+        Change(MakeGoodImage(), 8, ToBytes<uint16_t>(31)),
+        "error: The MCUboot header gives its own size as 31 bytes, but it has at least 32;");
 }
 
 TEST(McubootImage, IsAsLongAsItsHeaderSays)
@@ -99,7 +100,8 @@ TEST(McubootImage, EndsWithAWholeTlvAreaThatHasTheDigest)
     ExpectImage(Change(image, image.size() - 1, QByteArray(1, static_cast<char>(~image.back()))),
                 kChanged);
     ExpectImage(MakeMcubootParts(kFirmwareSize, {}, 0x04).Image(),
-                "note: The image is encrypted, so its SHA-256 was not compared.");
+                "note: The image is encrypted, so its SHA-256 could not be compared; test it on "
+                "a unit.");
 }
 
 TEST(McubootImage, MayHaveALongerDigest)

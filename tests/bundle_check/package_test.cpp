@@ -30,8 +30,9 @@ TEST(PackageRules, RefuseAllButCustomersFirmwareInAPackageForCustomers)
     for (auto const& [target, refused] : rows) {
         bundle.Set("fw_target_type", target);
         auto const expected =
-            u"fw_target_type: '%1' is not firmware for customers; set it to customer, or make a "
-            "package for benches."_s.arg(QLatin1StringView(target));
+            u"fw_target_type: %1 is not firmware for customers; set fw_target_type to customer, or "
+            "make a package for benches (make_product_package --bench)."_s.arg(
+                *target == '\0' ? u"An empty value"_s : u"'%1'"_s.arg(QLatin1StringView(target)));
         EXPECT_EQ(GetErrors(bundle, {.for_customers = true, .version = {}}).contains(expected),
                   refused)
             << target;
@@ -82,9 +83,9 @@ TEST(PackageRules, RefuseAPackageWithAnotherVersionThanTheFirmwares)
     for (auto const& [shown, package, refused] : rows) {
         bundle.Set("fw_version", shown);
         auto const expected =
-            u"fw_version: '%1' is not the version of the package, '%2'; a package of the next "
-            "firmware must have a higher version."_s.arg(QLatin1StringView(shown),
-                                                         QLatin1StringView(package));
+            u"fw_version: '%1' is not the version of the package, '%2'; change FW_PRODUCT_VERSION "
+            "in product.cmake so that it begins with the firmware's version."_s.arg(
+                QLatin1StringView(shown), QLatin1StringView(package));
         auto const version = QString::fromLatin1(package);
         auto const errors = GetErrors(bundle, {.for_customers = false, .version = version});
         EXPECT_EQ(errors.filter(u"the version of the package"_s),

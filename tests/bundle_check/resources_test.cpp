@@ -39,7 +39,7 @@ TEST(Picture, MustBeOnePngFile)
     two.Write(u"Resources/Another.PNG"_s, MakePicture(665, 517));
     EXPECT_TRUE(FindsOnly(two,
                           "warning: There are 2 PNG files in the Resources folder ('Another.PNG', "
-                          "'background.png'), and any of them may become"));
+                          "'background.png'), and any one of them may become"));
 }
 
 TEST(Picture, MustBeShownAsItIs)
@@ -63,15 +63,15 @@ TEST(Picture, MustBeShownAsItIs)
          "warning: 'background.png' is not a PNG file, and may not be shown on every computer; "
          "save it as PNG."},
         {MakePicture(kWidth - 1, kHeight - 1),
-         "warning: 'background.png' has 664 x 516 pixels, and the window, 665 x 517, enlarges it; "
+         "warning: 'background.png' has 664 x 516 pixels, so the window (665 x 517) enlarges it; "
          "use a picture of that size, or twice as many pixels for screens of high resolution."},
-        {MakePicture(1, 1), "warning: 'background.png' has 1 x 1 pixels, and the window"},
+        {MakePicture(1, 1), "warning: 'background.png' has 1 x 1 pixels, so the window"},
         {MakePicture(800, kHeight),
          "warning: 'background.png' has 800 x 517 pixels, another shape than the window's 665 x "
          "517, so the window distorts it; cut it to that shape."},
         {MakePicture(kWidth + 5, kHeight + 1), ""},
         {MakePicture(kWidth, kHeight, QColor(0, 0, 0, 254)),
-         "warning: 'background.png' has transparent places"},
+         "warning: 'background.png' has transparent parts"},
     };
     for (auto const& [content, finding] : rows) {
         BundleFolder bundle;
@@ -170,14 +170,13 @@ TEST(Fonts, MustHaveBothStylesOfTheFamily)
     } const rows[] = {
         {kNoFile, bold,
          "warning: The style Regular of the family 'Kelvane Sans' is in no *.otf file of the "
-         "Resources folder ('Sans-Bold.otf' is 'Kelvane Sans' Bold). The window then takes a font "
-         "of the customer's computer, and nobody knows which of its texts that font cuts off, so "
-         "they were not checked. Make the fonts with derive_font.py."},
+         "Resources folder ('Sans-Bold.otf' is 'Kelvane Sans' Bold). The window then uses a font "
+         "of the customer's computer, so it was not checked whether the texts fit. Copy both fonts "
+         "from resources/fonts-72 (for macOS) or resources/fonts-96 of the vendor tools."},
         {regular, kNoFile, "warning: The style Bold of the family 'Kelvane Sans' is in no *.otf"},
         {kNoFile, kNoFile,
          "warning: The styles Regular and Bold of the family 'Kelvane Sans' are in no *.otf file "
-         "of "
-         "the Resources folder. The window"},
+         "of the Resources folder. The window"},
         {regular, ReadFile(QStringLiteral(FW_OTHER_FONT)),
          "warning: The style Bold of the family 'Kelvane Sans' is in no *.otf file of the "
          "Resources folder ('Sans-Bold.otf' is 'Inter' Bold, 'Sans-Regular.otf' is 'Kelvane "
@@ -212,8 +211,8 @@ TEST(Fonts, AreTheOnlyOnesOfTheirStyle)
     bundle.Write(u"Resources/Another.otf"_s, ReadDemonstrationFont(u"Bold"_s));
     EXPECT_TRUE(FindsOnly(bundle,
                           "warning: 'Another.otf' and 'Sans-Bold.otf' both have the style Bold of "
-                          "the family 'Kelvane Sans', and any of them may become the window's "
-                          "font; keep one."));
+                          "the family 'Kelvane Sans', and either may become the window's font; "
+                          "keep one."));
 }
 
 TEST(Fonts, AreFew)
@@ -239,7 +238,7 @@ TEST(Fonts, ThatAreNotFontsAreReported)
 {
     auto const font = ReadDemonstrationFont(u"Bold"_s);
     constexpr char kNoFont[] =
-        "warning: 'Sans-Italic.otf' is not an OpenType font, whatever its name is; remove it, or "
+        "warning: 'Sans-Italic.otf' is not an OpenType font, despite its name; remove it, or "
         "take the font from its source again.";
     constexpr char kCutOff[] =
         "error: The font 'Sans-Italic.otf' is damaged: its list of tables is cut off. Take it from "
@@ -312,8 +311,9 @@ TEST(Driver, MustExistAndBeExecutableInAnApplicationForMacos)
     bundle.Delete(QString::fromLatin1(kDriver));
     EXPECT_TRUE(FindsOnly(bundle,
                           "warning: The serial driver's program "
-                          "CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver does not exist; on "
-                          "macOS the updater then cannot install the driver and quits"));
+                          "CP210xVCPDriver.app/Contents/MacOS/CP210xVCPDriver does not exist, so "
+                          "on macOS the updater cannot install the driver and quits, whatever the "
+                          "interface; copy CP210xVCPDriver.app again, as its vendor signed it."));
     bundle.Write(u"MacOS/firmware_updater"_s, QByteArray("\x7F") + "ELF", true);
     EXPECT_TRUE(FindsOnly(bundle, "note: The serial driver's program")) << "a Linux program";
     bundle.Delete(u"MacOS/firmware_updater"_s);

@@ -79,7 +79,7 @@ TEST(UdevRules, AreNotMadeFromWhatIsNoConfiguration)
 {
     BundleFolder bundle;
     for (auto const& [config, reason] :
-         {std::pair{QByteArray("a\0b", 3), "is not a configuration."},
+         {std::pair{QByteArray("a\0b", 3), "is not a config.ini; give the file of a product."},
           std::pair{QByteArray("a=@Variant(\\0\\0\\0\\x9\\xff\\xff\\xff\\xff)\n"), "'@NAME('"}}) {
         bundle.SetConfig(config);
         Findings findings;

@@ -29,7 +29,8 @@ TEST(MissingKey, IsNotReportedWhereItHasADefaultOrIsNotNeeded)
           {"otp_size", nullptr},
           {"device_id_list", nullptr}},
          "config.ini:7: warning: fw_target_type: Service firmware is written to any unit, whatever "
-         "its model; never ship this bundle"},
+         "its model; never ship this bundle to a customer. For firmware that customers get, write "
+         "customer."},
     });
     ExpectFindings({{{{"programming_address", nullptr}},
                      "config.ini: error: programming_address: The key is missing"}},
@@ -38,9 +39,11 @@ TEST(MissingKey, IsNotReportedWhereItHasADefaultOrIsNotNeeded)
 
 TEST(KeyOfAnotherInterface, IsNoted)
 {
-    ExpectFindings("otp_size=512 => note: The chosen interface does not use this key.",
-                   &BundleFolder::UseMcuboot);
-    ExpectFindings("mcuboot_baud=x => note: The chosen interface does not use this key.");
+    ExpectFindings(
+        "otp_size=512 => note: The chosen interface does not use this key; remove it, or correct "
+        "interface.",
+        &BundleFolder::UseMcuboot);
+    ExpectFindings("mcuboot_baud=x => note: The chosen interface does not use this key;");
 }
 
 TEST(Numbers, ThatAreNotNumbersOrDoNotFitAreErrors)
@@ -50,7 +53,7 @@ start_address=0x0800G000 => error: The program reads '0x0800G000' as 0: it is no
 start_address=08000000 => error: The program reads '08000000' as 0: it is not a number. A leading 0 means octal; for hexadecimal write 0x08000000.
 start_address=800F000 => error: The program reads '800F000' as 0: it is not a number. For hexadecimal write 0x800F000.
 otp_address= => error: The program reads '' as 0: it is empty. Write it like 0x08000000.
-programming_address=0x100000000 => error: The program reads '0x100000000' as 0: it does not fit into 32 bits.
+programming_address=0x100000000 => error: The program reads '0x100000000' as 0: it does not fit into 32 bits. Write a smaller number.
 boot_mode_address=1, 2 => error: The program reads '1, 2' as 0: the comma turns it into a list.
 boot_mode_address=04000240000 => warning: The leading 0 makes '04000240000' an octal number, 0x20014000; for hexadecimal write 0x4000240000, for decimal 4000240000.
 otp_size=0x200 => error: The program reads '0x200' as 0: only decimal digits are allowed here. Write 512.
@@ -114,9 +117,9 @@ fw_target_type=one, two => error: The unquoted comma turns 'one, two' into a lis
 TEST(Text, MustNotBeEmptyWithoutADefault)
 {
     ExpectFindings(R"(
-product_text= => warning: The value is empty, so the window shows no product name.
-fw_version="  " => warning: The value is empty, so the window shows no version number.
-firmware_filename="" => error: The value is empty, so there is no firmware to write.
+product_text= => warning: The value is empty, so the window shows no product name; write one.
+fw_version="  " => warning: The value is empty, so the window shows no version number; write one.
+firmware_filename="" => error: The value is empty, so there is no firmware to write; write one.
 window_title= => clean
 )");
 }
@@ -135,13 +138,13 @@ fw_target_type=CUSTOMER => clean
 fw_target_type="customer " => warning: 'customer ' has spaces around it, so it appears in the window;
 fw_target_type=Service => warning: 'Service' appears in the window but does not skip the model check; only 'service',
 fw_target_type=" service" => warning: ' service' appears in the window but does not skip the model check;
-fw_target_type=costumer => warning: 'costumer' appears in yellow in the window of every customer, and means nothing to the program; did you mean customer?
-fw_target_type=Custmer => warning: 'Custmer' appears in yellow in the window of every customer, and means nothing to the program; did you mean customer?
+fw_target_type=costumer => warning: Every customer sees 'costumer' in yellow in the window, but the program does not know the word; did you mean customer?
+fw_target_type=Custmer => warning: Every customer sees 'Custmer' in yellow in the window, but the program does not know the word; did you mean customer?
 fw_target_type=servise => warning: 'servise' appears in yellow in the window and does not skip the model check; did you mean service?
 fw_target_type=SERVCIE => warning: 'SERVCIE' appears in yellow in the window and does not skip the model check; did you mean service?
 fw_target_type=consumer => note: 'consumer' appears in yellow in the window; for firmware that customers get, write customer.
 fw_target_type=beta => note: 'beta' appears in yellow in the window;
-fw_target_type="  " => warning: The value is empty, so the firmware is neither for customers nor for service.
+fw_target_type="  " => warning: The value is empty, so the firmware is neither for customers nor for service; write one.
 )");
 }
 
@@ -152,15 +155,15 @@ product_list=Lumen:10c4:ea60, Aria:1209 => error: 'Aria:1209' does not have the 
 product_list= => error: '' does not have the three parts NAME:VENDOR:PRODUCT and is ignored; write it like Lumen:10c4:ea60.
 product_list="Lumen:10c4:ea60, Aria:10c4:ea61" => error: The quotation marks make one text of the list 'Lumen:10c4:ea60, Aria:10c4:ea61'; remove them.
 product_list="Lumen:10c4:ea60" => clean
-product_list=Lumen:10c4:ea60:1 => warning: 'Lumen:10c4:ea60:1' has more than the three parts
+product_list=Lumen:10c4:ea60:1 => warning: 'Lumen:10c4:ea60:1' has more than the three parts NAME:VENDOR:PRODUCT; remove the rest, which is ignored.
 product_list=:10c4:ea60 => warning: In ':10c4:ea60' the product has no name;
-product_list=Lumen:10c4:0 => warning: In 'Lumen:10c4:0' the product ID is 0
+product_list=Lumen:10c4:0 => warning: In 'Lumen:10c4:0' the product ID is 0, which no device has; write the unit's own.
 product_list=Lumen:10cg:ea60 => error: In 'Lumen:10cg:ea60' the vendor ID '10cg' is not a hexadecimal number and is read as 0; write up to four digits, like ea60.
 product_list=Lumen:10c4: => error: In 'Lumen:10c4:' the product ID '' is not a hexadecimal number
-product_list=Lumen:10c4:1ea60 => error: In 'Lumen:10c4:1ea60' the product ID has more than four hexadecimal digits; the program looks for ea60.
-product_list=Flash:0483:DF11 => warning: The USB IDs 0483:df11 belong to an STM32 in USB boot mode
+product_list=Lumen:10c4:1ea60 => error: In 'Lumen:10c4:1ea60' the product ID has more than four hexadecimal digits, so the program looks for ea60; write up to four digits.
+product_list=Flash:0483:DF11 => warning: The USB IDs 0483:df11 belong to an STM32 in USB boot mode, which has no serial port, so such a unit is never found over this interface; write those of its serial port, or set interface=usb.
 product_list=Lumen:10c4:ea60, Lumen:10c4:ea61 => error: The product name 'Lumen' appears twice
-product_list=Lumen:10c4:ea60, Aria:10C4:EA60 => warning: 'Aria' and 'Lumen' have the same USB IDs
+product_list=Lumen:10c4:ea60, Aria:10C4:EA60 => warning: 'Aria' and 'Lumen' have the same USB IDs; remove one of them.
 product_list=Aria:10c4:ea60, @Lumen:10c4:ea61 => clean
 )");
 }
@@ -191,23 +194,23 @@ device_id_list=4294967303 => error: '4294967303' does not fit into one byte; ide
 device_id_list=18446744073709551623 => error: '18446744073709551623' does not fit into one byte; identifiers are 0 to 255. The program reads 0.
 device_id_list=0, 255 => clean
 device_id_list=2, 300, 44 => error: '300' does not fit into one byte; identifiers are 0 to 255. The program reads 44.
-device_id_list=7, 8, 7 => warning: The model identifier 7 appears twice.
+device_id_list=7, 8, 7 => warning: The model identifier 7 appears twice; remove one.
 )");
 }
 
 TEST(Addresses, MustBeWhereTheProgramAndTheUnitCanUseThem)
 {
     ExpectFindings(R"(
-start_address=0x08000002 => warning: 0x08000002 is not a multiple of 4
+start_address=0x08000002 => warning: 0x08000002 is not a multiple of 4, but firmware begins with two words, the stack pointer and the address to start at; write the address of the image's vector table.
 start_address=0 => error: 0x00000000 is not in the flash of the chips 0x469, 0x479. It begins at 0x08000000.
 start_address=0x08000400 => warning: The unit is started at 0x08000400, outside the image; to start the new firmware write 0x08000000.
 boot_mode_address=0x30000000 => error: 0x30000000 is in neither the RAM nor the flash of the chips 0x469, 0x479; choose an address from 0x20004000 on.
 boot_mode_address=0x08010000 => warning: 0x08010000 is in flash, where the marker can be written only once
-boot_mode_address=0x20014002 => error: 0x20014002 is not a multiple of 4
+boot_mode_address=0x20014002 => error: 0x20014002 is not a multiple of 4, but the bootloader writes only whole words; choose a multiple of 4.
 boot_mode_address=0x20000000 => error: 0x20000000 is in the RAM below 0x20004000
 boot_mode_address=0x20003ffc => error: 0x20003ffc is in the RAM below 0x20004000, which the bootloader itself uses, so the marker never reaches the firmware; choose an address from 0x20004000 on.
 boot_mode_address=0x20004000 => clean
-otp_address=0x1FFF0000 => warning: 0x1fff0000 is not in the one-time-programmable area of any supported chip, which is at 0x1fff7000 on the chips 0x469, 0x479, 0x0bfa0000 on the chip 0x482.
+otp_address=0x1FFF0000 => warning: 0x1fff0000 is not in the one-time-programmable area of any supported chip; use 0x1fff7000 on the chips 0x469, 0x479, or 0x0bfa0000 on the chip 0x482.
 )");
 }
 
@@ -233,7 +236,9 @@ TEST(Addresses, MustBeInFlashOnAProgrammingUnitAndWhereTheProgramErases)
          false},
         {{{"programming_address", "0x08004000"}, {"start_address", "0x08004000"}},
          "config.ini:3: warning: programming_address: The program erases as many pages as the "
-         "image has, starting at 0x08000000, but writes at 0x08004000",
+         "image has, starting at 0x08000000, but writes at 0x08004000, so the end of the image is "
+         "written to pages that were not erased. Link the image for 0x08000000, and write "
+         "0x08000000 here.",
          false},
         {{{"boot_mode_address", "0x08000100"}},
          "config.ini:6: error: boot_mode_address: The marker is written to 0x08000100, into the "
@@ -242,8 +247,9 @@ TEST(Addresses, MustBeInFlashOnAProgrammingUnitAndWhereTheProgramErases)
     });
     ExpectFindings(
         {{{{"otp_address", "0x0BFA0000"}, {"programming_address", "0x08000008"}},
-          "config.ini:3: error: programming_address: 0x08000008 is not a multiple of 16, "
-          "and flash is programmed 16 bytes at a time, so the unit does not store",
+          "config.ini:3: error: programming_address: 0x08000008 is not a multiple of 16. "
+          "Flash is programmed 16 bytes at a time, so the unit does not store the firmware; choose "
+          "a multiple of 16.",
           false}});
     // dfu-util erases where it writes.
     for (uint32_t const address : {0x08004000U, 0x08000008U}) {
@@ -254,7 +260,7 @@ TEST(Addresses, MustBeInFlashOnAProgrammingUnitAndWhereTheProgramErases)
         EXPECT_TRUE(FindsNothing(bundle)) << address;
     }
     ExpectFindings(R"(
-programming_address=0x08000004 => error: 0x08000004 is not a multiple of 8, and flash is programmed 8 bytes at a time
+programming_address=0x08000004 => error: 0x08000004 is not a multiple of 8. Flash is programmed 8 bytes at a time
 )",
                    &BundleFolder::UseUsb);
 }

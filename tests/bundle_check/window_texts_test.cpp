@@ -69,7 +69,7 @@ TEST(ShownTexts, ThatAreCutOffAreErrorsWithWhatRemains)
          u"'122.10.1' would be shown as '...10.1'; 58 pixels are free, # needed at 96 dpi (it fits "
          "at 72 dpi, on a Mac); shorten it, or use narrower fonts."_s},
         {"fw_version", "\"1.0\\n2.0\"",
-         u"'1.0\\n2.0' has 2 lines, and its place has room for one; 16 pixels of height are free, "
+         u"'1.0\\n2.0' has 2 lines, but there is room for only one; 16 pixels of height are free, "
          "# needed at 96 dpi (# at 72 dpi, on a Mac); write it on one line."_s},
         {"fw_version", "\xC3\x9C",
          u"'\u00DC' would lose its upper edge; 16 pixels of height are free, # needed at 96 dpi "
@@ -79,7 +79,7 @@ TEST(ShownTexts, ThatAreCutOffAreErrorsWithWhatRemains)
          u"'Wonderfully long product name' would be shown as 'Wonderfully...'; 201 pixels are "
          "free, # needed at 96 dpi ..."_s},
         {"product_text", "\"Lumen\\n\"",
-         u"'Lumen\\n' has 2 lines, and its place has room for one; 21 pixels ..."_s},
+         u"'Lumen\\n' has 2 lines, but there is room for only one; 21 pixels ..."_s},
         {"fw_target_type", "internal evaluation only",
          u"'Internal evaluation only' would be shown as 'Internal eval...'; 181 pixels are free, ..."_s},
         {"instructions_text", "\"1. Plug in.\\n2. Hold both of the buttons at once\\n3. Reset.\"",
@@ -135,8 +135,9 @@ TEST(ShownTexts, MustFitOnTheSystemThatTheBundleIsFor)
          "does it fit at 96 dpi); ..."_s},  // in width
         {"Info.plist", "<plist/>", false, "1.0",
          u"warning: The letters are small: at 72 dpi, on a Mac, the capital letters of 'Update "
-         "requires cable with USB-C connector.' are #.# pixels high, less than 6.5; use fonts with "
-         "larger letters, which derive_font.py makes for 72 dpi."_s},
+         "requires cable with USB-C connector.' are #.# pixels high, less than 6.5; use fonts "
+         "with larger letters, which resources/fonts/derive_font.py in the vendor tools makes for "
+         "72 dpi."_s},
         {"MacOS/program", kElfHead, false, "1.0", {}},
         {"MacOS/program", kElfHead, false, "122.10.1",
          u"config.ini:13: error: ... at 96 dpi ..."_s},
@@ -173,8 +174,7 @@ TEST(ShownTexts, OfTheProgramItselfMustFitInTheFonts)
           "error: The program's own text 'Version' would lose its upper and lower edges; 16 pixels "
           "of height are free, ",
           "error: The program's own text 'Error connecting to device \xE2\x80\x94 Disconnect "
-          "device "
-          "and repeat st...' would be shown as "}) {
+          "device and repeat st...' would be shown as "}) {
         EXPECT_TRUE(Finds(bundle, finding));
     }
 }
@@ -247,7 +247,7 @@ instructions_text="① a\n② b\n③ c" => clean
 instructions_text="1. a\n2. b" => warning: After a failure the window asks to repeat the steps 1 to 3, but no line of the instructions begins with 3; number the steps that put the unit into boot mode.
 instructions_text="Plug in.\nReset." => warning: After a failure the window asks to repeat the steps 1 to 3, but no line of the instructions begins with 1, 2 or 3;
 instructions_text="11. a\n2. b\n3. c" => warning: After a failure the window asks to repeat the steps 1 to 3, but no line of the instructions begins with 1;
-instructions_text="  " => warning: The value is empty, so the window shows no instructions.
+instructions_text="  " => warning: The value is empty, so the window shows no instructions; write one.
 )");
 }
 
@@ -272,7 +272,7 @@ TEST(FixedTexts, AskForTheConnectorOfTheInstructions)
         auto const finding =
             QByteArray(
                 "config.ini:11: warning: instructions_text: The window always asks for a "
-                "cable with USB-C connector, but the instructions name '") +
+                "cable with a USB-C connector, but the instructions name '") +
             connector + "';";
         EXPECT_TRUE(connector == nullptr ? FindsNothing(bundle)
                                          : FindsOnly(bundle, finding.constData()))

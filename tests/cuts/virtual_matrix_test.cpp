@@ -13,8 +13,8 @@ using namespace cuts;
 
 constexpr size_t kMostProblems = 20;
 
-// Every so many sessions one that is run: of a short run a prime, so that it meets every fault and
-// byte.
+// One session in so many is run. In a short run it is a prime number, so that every fault and every
+// byte get their turn.
 size_t GetStep()
 {
     return IsLongRun() ? 1 : 53;

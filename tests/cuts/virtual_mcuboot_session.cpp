@@ -1,5 +1,4 @@
-// An MCUboot session in virtual time: the conversation updates a simulated unit, request by
-// request.
+// An MCUboot session in virtual time: the conversation updates a simulated unit request by request.
 #include <fmt/format.h>
 
 #include <QByteArray>
@@ -35,8 +34,7 @@ constexpr size_t kMcubootImageSize = (kChunks - 1) * kChunk + 15;
 constexpr std::byte kModel{7};
 constexpr char kStartOfAnswer[] = "\x06\x09";
 
-// The requests of a session, in their order: the image's state, the model, a chunk each, the
-// restart.
+// The requests of a session in their order: the image's state, the model, each chunk, the restart.
 constexpr size_t kModelRequest = 1;
 constexpr size_t kFirstChunk = 2;
 constexpr size_t kRestart = kFirstChunk + kChunks;
@@ -334,8 +332,8 @@ private:
         if (position <= AnswerBegin(request)) {
             return Outcome::kNoAnswer;
         }
-        // Without its last newline an answer is complete, only late; also without all of its
-        // padding.
+        // An answer that lacks only its last newline, or all of its padding, is still complete. It
+        // is only late.
         auto const rest = RestOfAnswer(position, request);
         bool const is_complete =
             IsPadding(rest) && (rest == "\n" || sound_.received.at(position - 1) != '=');

@@ -5,9 +5,8 @@
 //   clear-faults, reset, silent on, silent off
 //   load ADDRESS BYTES                    changes the memory
 //   memory ADDRESS SIZE                   is answered with bytes of the memory
-//   unit KEY                              is answered with a value of the program's status line;
-//   the
-//                                         key "left" with yes or no
+//   unit KEY                              is answered with a value of the program's status line,
+//                                         or with yes or no for the key "left"
 #pragma once
 
 #include <gtest/gtest.h>
