@@ -63,10 +63,15 @@ int Run(QStringList const& arguments)
         u"pictures"_s, u"Also draw the window in every state to PNG files in this folder."_s,
         u"DIR"_s);
     QCommandLineOption const for_customers(
-        u"for-customers"_s, u"For a package that customers get: other firmware is an error."_s);
+        u"for-customers"_s,
+        u"For a package that customers get: other firmware is an error, as are keys, links out of "
+        "the bundle and missing fonts."_s);
     QCommandLineOption const package_version(
         u"package-version"_s,
-        u"For a package of this version: an error if it is not the firmware's."_s, u"VERSION"_s);
+        u"For a package of this version, for customers or not: an error if it is not the "
+        u"firmware's, "
+        "and for keys, links out of the bundle and missing fonts."_s,
+        u"VERSION"_s);
     QCommandLineOption const slot(
         u"slot-size"_s,
         u"For MCUboot: an image larger than the unit's slot is an error. In decimal or with 0x."_s,
