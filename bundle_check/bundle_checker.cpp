@@ -105,11 +105,6 @@ void ReportMissingPictures(Request const& request, Findings& findings)
     }
 }
 
-Severity GetSeverityOfMissingFonts(PackageRules const& rules)
-{
-    return rules.for_customers ? Severity::Error : Severity::Warning;
-}
-
 BundleSystem FindSystem(QString const& application_dir)
 {
     return IsForMacos(application_dir)   ? BundleSystem::Macos
@@ -122,7 +117,7 @@ void CheckWindow(Config const& config, Request const& request, Findings& finding
 {
     auto const& resources = request.resources;
     bool const has_safe_pictures = CheckPictures(resources, findings);
-    auto const fonts = CheckFonts(resources, GetSeverityOfMissingFonts(request.rules), findings);
+    auto const fonts = CheckFonts(resources, findings);
     bool const has_short_texts = CheckLengths(config, findings);
     if (!has_safe_pictures || !fonts.are_safe || !has_short_texts) {
         ReportMissingPictures(request, findings);
@@ -144,7 +139,6 @@ void CheckWindow(Config const& config, Request const& request, Findings& finding
 void CheckConfigFile(Request const& request, BundlePaths const& paths, Report& report)
 {
     auto const& resources = request.resources;
-    auto const of_keys = request.rules.for_customers ? Severity::Error : Severity::Warning;
     auto const path = GetConfigPath(resources);
     auto const text = ReadConfigText(path, report.findings);
     auto const lines = ScanIni(text.value_or(QByteArray()));
@@ -153,17 +147,16 @@ void CheckConfigFile(Request const& request, BundlePaths const& paths, Report& r
     }
     if (!text || !CheckConfigText(*text, lines, report.findings)) {
         CheckPictures(resources, report.findings);
-        CheckFonts(resources, GetSeverityOfMissingFonts(request.rules), report.findings);
+        CheckFonts(resources, report.findings);
         ReportMissingPictures(request, report.findings);
-        CheckFolder(request.shipped, resources, {}, of_keys, report.findings);
+        CheckFolder(request.shipped, resources, {}, report.findings);
         return;
     }
     QSettings const settings(path, QSettings::IniFormat);
     Config const config(lines, settings);
     CheckConfig(config, paths, request.rules, report);
     CheckWindow(config, request, report.findings);
-    CheckFolder(request.shipped, resources, GetFirmwarePath(resources, settings), of_keys,
-                report.findings);
+    CheckFolder(request.shipped, resources, GetFirmwarePath(resources, settings), report.findings);
 }
 
 }  // namespace
@@ -171,6 +164,7 @@ void CheckConfigFile(Request const& request, BundlePaths const& paths, Report& r
 Report CheckBundle(QString const& path, PackageRules const& rules, QString const& pictures)
 {
     Report report;
+    report.findings.SetPackage(rules.for_customers || !rules.version.isEmpty());
     if (!IsFolder(path)) {
         auto const fault = DescribeFileFault(path);
         report.findings.Fail({}, u"%1 %2; give the folder of a bundle."_s.arg(

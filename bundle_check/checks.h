@@ -103,10 +103,9 @@ std::optional<qint64> CheckImage(Config const& config, QDir const& resources, qi
 
 // What does not belong into a folder that is shipped: private keys, version control, backups, and
 // images other than `image`, the file that the configuration names (which need not exist). Looks at
-// `root`, the folder that holds all of the bundle, without following links. of_keys: how severe a
-// key is.
-void CheckFolder(QDir const& root, QDir const& resources, QString const& image, Severity of_keys,
-                 Findings& findings);
+// `root`, the folder that holds all of the bundle, without following links. A key
+// is an error in a package.
+void CheckFolder(QDir const& root, QDir const& resources, QString const& image, Findings& findings);
 
 // Only macOS needs the serial driver: its absence is an error in a macOS application (one with an
 // Info.plist), a note around a Linux program, and a warning while there is no program.

@@ -78,10 +78,10 @@ void CheckLink(Place const& place, QDir const& resources, QString const& path, F
     if (target.isEmpty() || target.startsWith(contents.canonicalFilePath() + u'/')) {
         return;
     }
-    findings.Warn(place,
-                  u"%1 is, or lies behind, a symbolic link out of the bundle, to %2, which a "
-                  "customer's computer does not have; put the file itself into the bundle."_s.arg(
-                      Quote(resources.relativeFilePath(path)), Quote(target)));
+    findings.Add(findings.InPackage(), place,
+                 u"%1 is, or lies behind, a symbolic link out of the bundle, to %2, which a "
+                 "customer's computer does not have; put the file itself into the bundle."_s.arg(
+                     Quote(resources.relativeFilePath(path)), Quote(target)));
 }
 
 QStringList ListFiles(QDir const& directory, QString const& pattern)

@@ -28,9 +28,9 @@ std::optional<QByteArray> ReadHead(QString const& path, qint64 limit);
 // The last ones.
 std::optional<QByteArray> ReadTail(QString const& path, qint64 limit);
 
-// Warns when `path`, or a folder on the way to it, is a symbolic link that leads out of the bundle:
-// its target exists on the vendor's computer only. A file that does not exist leads nowhere, and is
-// reported elsewhere.
+// Reports `path` if it, or a folder on the way to it, is a symbolic link that leads out of the
+// bundle: its target exists on the vendor's computer only. An error in a package. A file that does
+// not exist leads nowhere, and is reported elsewhere.
 void CheckLink(Place const& place, QDir const& resources, QString const& path, Findings& findings);
 
 // The names of the files that match, sorted, so that the same bundle always gives the same report.

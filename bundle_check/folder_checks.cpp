@@ -73,12 +73,10 @@ bool HasNameOfImage(QString const& name)
 class FolderCheck {
 public:
     // `image`: what the configuration names; need not be a file.
-    FolderCheck(QDir const& root, QDir const& resources, QString const& image, Severity of_keys,
-                Findings& findings)
+    FolderCheck(QDir const& root, QDir const& resources, QString const& image, Findings& findings)
         : root_(root),
           resources_(QDir::cleanPath(resources.absolutePath()) + u'/'),
           image_(QFileInfo(image).isFile() ? QFileInfo(image).canonicalFilePath() : QString()),
-          of_keys_(of_keys),
           findings_(findings)
     {}
 
@@ -110,7 +108,7 @@ private:
 
     void ReportKey(QFileInfo const& entry, QString const& text)
     {
-        Add(entry, of_keys_,
+        Add(entry, findings_.InPackage(),
             u"%1, and everyone who has the bundle can read it; remove it from the bundle, and "
             "replace the key if such a bundle was shipped."_s.arg(text));
     }
@@ -154,17 +152,15 @@ private:
     QDir root_;
     QString resources_;
     QString image_;
-    Severity of_keys_;
     Findings& findings_;
     QString reported_;
 };
 
 }  // namespace
 
-void CheckFolder(QDir const& root, QDir const& resources, QString const& image, Severity of_keys,
-                 Findings& findings)
+void CheckFolder(QDir const& root, QDir const& resources, QString const& image, Findings& findings)
 {
-    FolderCheck(root, resources, image, of_keys, findings).Run();
+    FolderCheck(root, resources, image, findings).Run();
 }
 
 }  // namespace bundle_check

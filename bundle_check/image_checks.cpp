@@ -32,8 +32,8 @@ void CheckLocation(Place const& place, QDir const& resources, QString const& pat
 {
     auto const inside = QDir::cleanPath(resources.absolutePath()) + QLatin1Char('/');
     if (!QDir::cleanPath(QFileInfo(path).absoluteFilePath()).startsWith(inside)) {
-        findings.Warn(
-            place,
+        findings.Add(
+            findings.InPackage(), place,
             u"The firmware file %1 is outside the Resources folder, so a customer's computer does "
             "not have it; move it there."_s.arg(Quote(resources.relativeFilePath(path))));
     } else {
@@ -182,6 +182,13 @@ std::optional<qint64> CheckImage(Config const& config, QDir const& resources, qi
         return std::nullopt;  // no file is named, which has been reported
     }
     auto const place = config.PlaceOf(config_keys::kFirmwareFilename);
+    auto const name = config.Value(config_keys::kFirmwareFilename).toString();
+    if (QDir::isAbsolutePath(name)) {
+        findings.Fail(place,
+                      u"%1 is an absolute path, which a customer's computer does not have; write "
+                      "only the file name."_s.arg(Quote(name)));
+        return std::nullopt;
+    }
     CheckLocation(place, resources, path, findings);
     auto const size = CheckFile(config, place, resources, findings);
     if (!size) {

@@ -28,6 +28,11 @@ bool CheckVectorTable(Config const& config, QByteArray const& image, Findings& f
 // type, length and value, one of which is the digest of what lies before the area.
 bool CheckMcubootImage(Config const& config, QByteArray const& image, Findings& findings);
 
+// True, with a finding, if every byte of `what` ("the image") is what flash or a file holds before
+// anything is written.
+bool CheckBlank(Place const& place, QString const& what, QByteArray const& bytes,
+                Findings& findings);
+
 // The first bytes of a header of MCUboot.
 inline constexpr char kMcubootMagic[] = "\x3D\xB8\xF3\x96";
 

@@ -64,10 +64,12 @@ int Run(QStringList const& arguments)
         u"DIR"_s);
     QCommandLineOption const for_customers(
         u"for-customers"_s,
-        u"The bundle is for customers: firmware that is not for customers is an error."_s);
+        u"The bundle is for customers: firmware that is not for customers is an error, as are "
+        "keys, links out of the bundle and missing fonts."_s);
     QCommandLineOption const package_version(
         u"package-version"_s,
-        u"The package has this version: a different version of the firmware is an error."_s,
+        u"The package, for customers or not, has this version: a different version of the firmware "
+        "is an error, as are keys, links out of the bundle and missing fonts."_s,
         u"VERSION"_s);
     QCommandLineOption const slot(
         u"slot-size"_s,

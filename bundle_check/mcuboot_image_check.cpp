@@ -1,12 +1,13 @@
 // An image as it was signed for MCUboot: header, firmware, TLV area. All numbers are little-endian;
 // the layout is in MCUboot's document "Bootloader", sections "Image format" and "TLVs".
 #include <QCryptographicHash>
-#include <QHash>
+#include <QMultiHash>
 #include <QRegularExpression>
 #include <algorithm>
 #include <iterator>
 #include <optional>
 
+#include "bundle_check/file_kind.h"
 #include "bundle_check/image_contents.h"
 
 using namespace Qt::StringLiterals;
@@ -40,7 +41,7 @@ struct Hash {
     char16_t const* name;
 };
 
-// An image has one of them, as its signature needs it.
+// An image has at least one of them, as its signature needs it.
 constexpr Hash kHashes[] = {
     {0x10, QCryptographicHash::Sha256, u"SHA-256"},
     {0x11, QCryptographicHash::Sha384, u"SHA-384"},
@@ -95,7 +96,11 @@ public:
             return false;
         }
         header_ = ReadHeader(bytes_);
-        auto const end = CheckHeader() ? CheckTlvs() : std::nullopt;
+        bool const has_firmware = CheckHeader();
+        if (has_firmware && !IsEncrypted() && !CheckFirmware()) {
+            return false;
+        }
+        auto const end = has_firmware ? CheckTlvs() : std::nullopt;
         if (end) {
             CheckRest(*end);
         }
@@ -109,8 +114,13 @@ private:
         findings_.Fail(place_, text + u"; sign the raw image again with 'imgtool sign'."_s);
     }
 
+    bool IsEncrypted() const { return (header_.flags & kEncryptedFlags) != 0; }
+
     void ReportMissingHeader()
     {
+        if (CheckBlank(place_, u"the image"_s, bytes_, findings_)) {
+            return;
+        }
         if (auto const at = bytes_.indexOf(GetMagic()); at > 0) {
             findings_.Fail(
                 place_,
@@ -143,6 +153,29 @@ private:
         return true;
     }
 
+    // True if what was signed may be a raw image. imgtool signs any file.
+    bool CheckFirmware()
+    {
+        auto const firmware = bytes_.mid(header_.size, header_.firmware_size);
+        if (CheckBlank(place_, u"the firmware in the signed image"_s, firmware, findings_)) {
+            return false;
+        }
+        if (firmware.startsWith(GetMagic())) {
+            findings_.Fail(place_,
+                           u"The firmware in the signed image is an image for MCUboot, so it was "
+                           "signed twice; sign the raw image, made with 'objcopy -O binary "
+                           "FILE.elf FILE.bin', with 'imgtool sign'."_s);
+            return false;
+        }
+        auto const kind = FindForeignKind(firmware.left(kKindHead), firmware.right(kKindTail));
+        if (kind) {
+            findings_.Fail(place_,
+                           u"The firmware in the signed image is %1; %2, and sign that with "
+                           "'imgtool sign'."_s.arg(kind->name, kind->cure));
+        }
+        return !kind;
+    }
+
     // Where the area at `begin` ends; nothing if there is no whole one with this magic number.
     std::optional<qint64> FindAreaEnd(qint64 begin, uint16_t magic) const
     {
@@ -155,18 +188,16 @@ private:
         return is_whole ? std::optional(end) : std::nullopt;
     }
 
-    // The first value of each type; nothing if the entries do not fill the area.
-    std::optional<QHash<uint16_t, QByteArray>> ReadTlvs(qint64 begin, qint64 end) const
+    // The values of each type; nothing if the entries do not fill the area.
+    std::optional<QMultiHash<uint16_t, QByteArray>> ReadTlvs(qint64 begin, qint64 end) const
     {
-        QHash<uint16_t, QByteArray> values;
+        QMultiHash<uint16_t, QByteArray> values;
         auto at = begin + kTlvHead;
         while (at + kTlvHead <= end) {
             auto const type = ReadLittleEndian<uint16_t>(bytes_, at);
             auto const length = ReadLittleEndian<uint16_t>(bytes_, at + 2);
             auto const value = at + kTlvHead;
-            if (!values.contains(type)) {
-                values[type] = bytes_.mid(value, length);
-            }
+            values.insert(type, bytes_.mid(value, length));
             at = value + length;
         }
         return at == end ? std::optional(values) : std::nullopt;
@@ -187,20 +218,29 @@ private:
             Fail(u"The image's TLV area is missing or incomplete"_s);
             return std::nullopt;
         }
-        CheckDigest(*tlvs);
+        CheckDigests(*tlvs);
         return end;
     }
 
-    void CheckDigest(QHash<uint16_t, QByteArray> const& tlvs)
+    void CheckDigests(QMultiHash<uint16_t, QByteArray> const& tlvs)
     {
-        auto const* const hash = std::ranges::find_if(
-            kHashes, [&](Hash const& known) { return tlvs.contains(known.type); });
-        if (hash == std::end(kHashes)) {
-            Fail(u"The image's TLV area has no SHA-256, SHA-384 or SHA-512"_s);
-            return;
+        bool has_digest = false;
+        for (auto const& hash : kHashes) {
+            auto const digests = tlvs.values(hash.type);
+            if (!digests.isEmpty()) {
+                has_digest = true;
+                CompareDigests(hash, digests);
+            }
         }
-        auto const name = QString::fromUtf16(hash->name);
-        if ((header_.flags & kEncryptedFlags) != 0) {
+        if (!has_digest) {
+            Fail(u"The image's TLV area has no SHA-256, SHA-384 or SHA-512"_s);
+        }
+    }
+
+    void CompareDigests(Hash const& hash, QList<QByteArray> const& digests)
+    {
+        auto const name = QString::fromUtf16(hash.name);
+        if (IsEncrypted()) {
             findings_.Note(
                 place_,
                 u"The image is encrypted, so its %1 could not be compared; test it on a unit."_s
@@ -208,8 +248,8 @@ private:
             return;
         }
         auto const computed =
-            QCryptographicHash::hash(bytes_.first(header_.HashedSize()), hash->algorithm);
-        if (tlvs[hash->type] != computed) {
+            QCryptographicHash::hash(bytes_.first(header_.HashedSize()), hash.algorithm);
+        if (digests.count(computed) != digests.size()) {
             Fail(
                 u"The %1 in the image's TLV area is not that of the image, which was changed or "
                 "damaged after it was signed"_s.arg(name));

@@ -1,5 +1,7 @@
 // What a bundle must fulfil in addition when it is packed: that it is firmware for customers, that
-// the package has the firmware's version, and that the image fits into the unit's slot.
+// the package has the firmware's version, and that the image fits into the unit's slot. A key in
+// the bundle, a link out of it and the lack of one of the window's fonts are then errors (see
+// Findings::InPackage), also in a package for benches.
 #pragma once
 
 #include <QString>
@@ -12,8 +14,7 @@ namespace bundle_check {
 class Config;
 
 struct PackageRules {
-    // The package may reach a customer, so fw_target_type must be "customer", and a key in the
-    // bundle or the lack of one of the window's fonts is an error.
+    // The package may reach a customer, so fw_target_type must be "customer".
     bool for_customers = false;
     // The package's version must begin with the numbers in fw_version, so that the package of the
     // next firmware has a higher one. Empty: they are not compared.

@@ -34,6 +34,11 @@ public:
     void Fail(Place const& place, QString const& text);
     void Add(Severity severity, Place const& place, QString const& text);
 
+    // Of what may be there while a product is prepared, but not in a package: a warning, or an
+    // error once the findings are those of a package.
+    Severity InPackage() const { return is_package_ ? Severity::Error : Severity::Warning; }
+    void SetPackage(bool is_package) { is_package_ = is_package; }
+
     // In the order of their lines; those without a line come last.
     QList<Finding> Sorted() const;
     // How many were found, kept or not.
@@ -43,6 +48,7 @@ public:
 private:
     QList<Finding> kept_;
     int counts_[3] = {};
+    bool is_package_ = false;
 };
 
 // `text` in single quotation marks, cut to what fits on a line. Line breaks and tabs are written as

@@ -91,20 +91,6 @@ bool IsFilledWith(QByteArray const& bytes, char value)
     return std::ranges::all_of(bytes, [=](char byte) { return byte == value; });
 }
 
-// True if the whole image is what flash or a file holds before anything is written.
-bool CheckBlank(Place const& place, QByteArray const& bytes, Findings& findings)
-{
-    for (char const value : {'\xFF', '\0'}) {
-        if (IsFilledWith(bytes, value)) {
-            findings.Fail(place,
-                          u"Every byte of the image is 0x%1, so there is no firmware in it; build "
-                          "it again."_s.arg(static_cast<uint8_t>(value), 2, 16, QLatin1Char('0')));
-            return true;
-        }
-    }
-    return false;
-}
-
 // The first exception or function call overwrites the marker, which the firmware then cannot find.
 void CheckMarkerAgainstStack(Config const& config, VectorTable const& table, Findings& findings)
 {
@@ -159,10 +145,25 @@ bool CheckTable(Config const& config, Place const& place, PlacedImage const& pla
 
 }  // namespace
 
+bool CheckBlank(Place const& place, QString const& what, QByteArray const& bytes,
+                Findings& findings)
+{
+    for (char const value : {'\xFF', '\0'}) {
+        if (IsFilledWith(bytes, value)) {
+            findings.Fail(
+                place, u"Every byte of %1 is 0x%2, so there is no firmware in it; build it again."_s
+                           .arg(what)
+                           .arg(static_cast<uint8_t>(value), 2, 16, QLatin1Char('0')));
+            return true;
+        }
+    }
+    return false;
+}
+
 bool CheckVectorTable(Config const& config, QByteArray const& image, Findings& findings)
 {
     auto const place = config.PlaceOf(config_keys::kFirmwareFilename);
-    if (CheckBlank(place, image, findings)) {
+    if (CheckBlank(place, u"the image"_s, image, findings)) {
         return false;
     }
     PlacedImage const placed(config, image);

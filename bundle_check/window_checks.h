@@ -28,9 +28,9 @@ struct FontFiles {
 // Whether each text is short enough to be laid out at all.
 bool CheckLengths(Config const& config, Findings& findings);
 
-// of_missing: how severe the lack of a style is. Without it the window takes another font, of other
-// widths, so nobody knows whether its texts fit.
-FontFiles CheckFonts(QDir const& resources, Severity of_missing, Findings& findings);
+// Without one of the styles the window takes another font, of other widths, so nobody knows whether
+// its texts fit: an error in a package.
+FontFiles CheckFonts(QDir const& resources, Findings& findings);
 
 // The pictures as files. False if the window must not read them.
 bool CheckPictures(QDir const& resources, Findings& findings);

@@ -95,8 +95,7 @@ void CheckFont(QDir const& resources, QString const& file, FontFiles& fonts, Fin
 }
 
 // A style that is missing because its file is damaged has been reported.
-void CheckStyles(QDir const& resources, FontFiles const& fonts, Severity of_missing,
-                 Findings& findings)
+void CheckStyles(QDir const& resources, FontFiles const& fonts, Findings& findings)
 {
     if (!fonts.are_safe || fonts.HaveBothStyles()) {
         return;
@@ -114,7 +113,7 @@ void CheckStyles(QDir const& resources, FontFiles const& fonts, Severity of_miss
         there.append(u"%1 does not end in .otf"_s.arg(Quote(others.first())));
     }
     findings.Add(
-        of_missing, {},
+        findings.InPackage(), {},
         u"The %1 of the family %2 in no *.otf file of the Resources folder%3. The window then uses "
         "a font of the customer's computer, so it was not checked whether the texts fit. Copy both "
         "fonts from resources/fonts-72 (for macOS) or resources/fonts-96 of the vendor tools."_s
@@ -133,7 +132,7 @@ bool FontFiles::HaveBothStyles() const
            styles.contains(QString::fromLatin1(kBoldStyle));
 }
 
-FontFiles CheckFonts(QDir const& resources, Severity of_missing, Findings& findings)
+FontFiles CheckFonts(QDir const& resources, Findings& findings)
 {
     constexpr qsizetype kMostFonts = 50;
     FontFiles fonts;
@@ -147,7 +146,7 @@ FontFiles CheckFonts(QDir const& resources, Severity of_missing, Findings& findi
                       u"There are %1 fonts in the Resources folder; keep the two that the window "
                       "uses."_s.arg(files.size()));
     }
-    CheckStyles(resources, fonts, of_missing, findings);
+    CheckStyles(resources, fonts, findings);
     return fonts;
 }
 

@@ -19,6 +19,7 @@ TEST(FirmwareFile, MustExistAndBeAFile)
     ExpectFindings(R"(
 firmware_filename=gone.bin => error: The firmware file 'gone.bin' does not exist; put the image into the Resources folder, or correct firmware_filename.
 firmware_filename=CP210xVCPDriver.app => error: The firmware file 'CP210xVCPDriver.app' is a folder; put the image into the Resources folder, or correct firmware_filename.
+firmware_filename=/home/me/firmware.bin => error: '/home/me/firmware.bin' is an absolute path, which a customer's computer does not have; write only the file name.
 )");
 }
 
@@ -35,7 +36,8 @@ TEST(FirmwareFile, IsShippedOnlyFromInsideTheBundle)
     bundle.Write(QString::fromLatin1(kImage), image);
     auto const path = bundle.Path(QString::fromLatin1(kImage));
     bundle.Set("firmware_filename", path.toUtf8());
-    EXPECT_TRUE(FindsNothing(bundle));
+    EXPECT_TRUE(FindsOnly(bundle, "config.ini:1: error: firmware_filename: '/"))
+        << "the bundle has another path on the customer's computer";
 
     bundle.Set("firmware_filename", "firmware.bin");
     bundle.Delete(QString::fromLatin1(kImage));

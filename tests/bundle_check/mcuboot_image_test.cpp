@@ -60,6 +60,47 @@ TEST(McubootImage, BeginsWithAHeaderOfItsOwn)
         "error: The MCUboot header gives its own size as 31 bytes, but it has at least 32;");
 }
 
+TEST(McubootImage, ContainsARawImage)
+{
+    auto const sign = [](QByteArray const& firmware, uint32_t flags = 0) {
+        auto parts = MakeMcubootParts(firmware.size(), {}, flags);
+        parts.firmware = firmware;
+        return parts.Image();
+    };
+    auto const rest = QByteArray(1000, '\xFF');
+    struct {
+        QByteArray firmware;
+        char const* finding;
+    } const rows[] = {
+        {QByteArray("\x7F") + "ELF" + rest,
+         "error: The firmware in the signed image is an ELF file; make the raw image with 'objcopy "
+         "-O binary FILE.elf FILE.bin', and sign that with 'imgtool sign'."},
+        {":020000040800F2\n" + rest,
+         "error: The firmware in the signed image is an Intel HEX file; make the raw image with "
+         "'objcopy -I ihex -O binary FILE.hex FILE.bin', and sign that with 'imgtool sign'."},
+        {rest + "UFD\x10" + rest.left(4),
+         "error: The firmware in the signed image is a file with a DFU suffix;"},
+        {MakeGoodImage(),
+         "error: The firmware in the signed image is an image for MCUboot, so it was signed twice; "
+         "sign the raw image, made with 'objcopy -O binary FILE.elf FILE.bin', with 'imgtool "
+         "sign'."},
+        {rest,
+         "error: Every byte of the firmware in the signed image is 0xff, so there is no firmware "
+         "in it; build it again."},
+        {QByteArray(1000, '\0'),
+         "error: Every byte of the firmware in the signed image is 0x00, so there"},
+    };
+    for (auto const& [firmware, finding] : rows) {
+        ExpectImage(sign(firmware), finding);
+        ExpectImage(sign(firmware, 0x04), "note: The image is encrypted");
+    }
+    for (auto const* blank : {"0xff", "0x00"}) {
+        ExpectImage(QByteArray(1000, blank[2] == 'f' ? '\xFF' : '\0'),
+                    QByteArray("error: Every byte of the image is ") + blank +
+                        ", so there is no firmware in it; build it again.");
+    }
+}
+
 TEST(McubootImage, IsAsLongAsItsHeaderSays)
 {
     auto const image = MakeGoodImage();
@@ -99,6 +140,19 @@ TEST(McubootImage, EndsWithAWholeTlvAreaThatHasTheDigest)
     ExpectImage(Change(image, 40, "x"), kChanged);
     ExpectImage(Change(image, image.size() - 1, QByteArray(1, static_cast<char>(~image.back()))),
                 kChanged);
+    for (bool const is_second_wrong : {true, false}) {
+        ExpectImage(WithArea([=](QByteArray const& digest) {
+                        auto const right = MakeTlv(0x10, digest);
+                        auto const wrong = MakeTlv(0x10, QByteArray(32, 'x'));
+                        return MakeTlvArea(0x6907, is_second_wrong ? right + wrong : wrong + right);
+                    }),
+                    kChanged);
+    }
+    ExpectImage(WithArea([](QByteArray const& digest) {
+                    return MakeTlvArea(0x6907,
+                                       MakeTlv(0x10, digest) + MakeTlv(0x12, QByteArray(64, 'x')));
+                }),
+                "error: The SHA-512 in the image's TLV area is not that of the image");
     ExpectImage(MakeMcubootParts(kFirmwareSize, {}, 0x04).Image(),
                 "note: The image is encrypted, so its SHA-256 could not be compared; test it on "
                 "a unit.");
