@@ -145,6 +145,20 @@ bool CheckTable(Config const& config, Place const& place, PlacedImage const& pla
 
 }  // namespace
 
+bool BeginsWithVectorTable(QByteArray const& head)
+{
+    if (head.size() < qsizetype{2 * kTableWord}) {
+        return false;
+    }
+    VectorTable const table{ReadLittleEndian<uint32_t>(head, 0),
+                            ReadLittleEndian<uint32_t>(head, kTableWord)};
+    return table.stack_pointer % kTableWord == 0 && table.reset % 2 == kThumb &&
+           std::ranges::any_of(GetChips(), [&](Chip const& chip) {
+               return chip.HasStackFrom(table.stack_pointer) &&
+                      chip.HasFlashAt(table.reset - kThumb);
+           });
+}
+
 bool CheckBlank(Place const& place, QString const& what, QByteArray const& bytes,
                 Findings& findings)
 {
