@@ -313,4 +313,34 @@ boot_mode_address=0x2000ff98 => error: The marker at 0x2000ff98 is where the ima
 boot_mode_address=0x2000ff94 => clean
 boot_mode_address=0x20010000 => clean
 )");
+    constexpr char kLower[] =
+        "error: boot_mode_address: The marker at 0x2001fffc is where the image's stack begins, "
+        "which grows downwards from 0x20020000, so the firmware overwrites it before it is read; "
+        "have the linker script begin the stack at 0x2001fff8 or lower, which keeps this word "
+        "free.";
+    struct {
+        uint32_t stack;
+        char const* marker;
+        char const* finding;
+    } const rows[] = {
+        {0x20020000, "0x2001fffc", kLower},
+        {0x2001FFF8, "0x2001fffc", nullptr},
+        // The end of the smaller RAM of the two chips.
+        {0x2001C000, "0x2001bffc",
+         "error: boot_mode_address: The marker at 0x2001bffc is where the image's stack begins, "
+         "which grows downwards from 0x2001c000, so the firmware overwrites it before it is read; "
+         "have the linker script begin the stack at 0x2001bff8 or lower,"},
+        // Where the marker cannot be is enough to know.
+        {0x10008000, "0x10007ffc", "error: boot_mode_address: 0x10007ffc is in neither the RAM"},
+        {0x20004000, "0x20003ffc", "error: boot_mode_address: 0x20003ffc is in the RAM below"},
+    };
+    for (auto const& [stack, marker, finding] : rows) {
+        BundleFolder bundle;
+        bundle.Write(QString::fromLatin1(kImage), MakeStm32Image(1024, 0x08000000, stack));
+        bundle.Set("boot_mode_address", marker);
+        EXPECT_TRUE(finding == nullptr
+                        ? FindsNothing(bundle)
+                        : FindsOnly(bundle, (QByteArray("config.ini:6: ") + finding).constData()))
+            << marker;
+    }
 }
