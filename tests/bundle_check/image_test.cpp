@@ -182,9 +182,9 @@ TEST(ImageInFlash, MustBeErasedInTheTimeThatTheProgramWaits)
 {
     ExpectSizeFindings(R"(
 g4 81920 => clean
-g4 81928 => note: On the chips 0x469, 0x479 the image covers 41 pages, which take about 1.0 s to erase. A bootloader that lists the short Erase command has 1 s for it, enough for 40 pages, so the update fails with such a unit; one that lists only Extended Erase has 5 s.
-g4 417792 => note: On the chips 0x469, 0x479 the image covers 204 pages
-g4 417800 => error: On the chips 0x469, 0x479 the image covers 205 pages, which take about 5.0 s to erase; the program waits only 5 s, so the update fails.
+g4 81928 => note: On the chips 0x469, 0x479 the image covers 41 pages, which take about 1.004 s to erase. A bootloader that lists the short Erase command has 1 s for it, enough for 40 pages, so the update fails with such a unit; one that lists only Extended Erase has 5 s.
+g4 417792 => note: On the chips 0x469, 0x479 the image covers 204 pages, which take about 4.998 s to erase.
+g4 417800 => error: On the chips 0x469, 0x479 the image covers 205 pages, which take about 5.022 s to erase; the program waits only 5 s, so the update fails.
 u5 2088952 => warning: The image has 2088952 bytes, and the flash of the chip 0x482 is programmed 16 bytes
 )");
 }
