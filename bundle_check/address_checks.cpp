@@ -206,12 +206,14 @@ std::vector<Chip> GetSlower(std::vector<Chip> const& chips, uint64_t size, doubl
 }
 
 // "On CHIPS the image covers N pages, which take about S s to erase"
+// With so many digits that the time is on the right side of what the program waits, whatever the
+// number of pages.
 QString DescribeErase(std::vector<Chip> const& chips, uint64_t size)
 {
     auto const pages = chips.front().PagesOf(size);
     auto const seconds = static_cast<double>(pages) * chips.front().Figures().page_erase_seconds;
     return u"On %1 the image covers %2 pages, which take about %3 s to erase"_s.arg(
-        Name(chips), QString::number(pages), QString::number(seconds, 'f', 1));
+        Name(chips), QString::number(pages), QString::number(seconds, 'f', 3));
 }
 
 // It is not known here which of the two erase commands the unit's bootloader lists. If it lists the

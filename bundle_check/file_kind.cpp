@@ -27,6 +27,7 @@ struct Magic {
     QByteArrayView bytes;
     char16_t const* name;
     Cure cure;
+    bool is_firmware = false;
 };
 
 template <size_t size>
@@ -38,13 +39,13 @@ constexpr QByteArrayView Bytes(char const (&text)[size])
 constexpr Magic kMagics[] = {
     {Bytes("\x7F"
            "ELF"),
-     u"an ELF file", Cure::FromElf},
+     u"an ELF file", Cure::FromElf, true},
     {Bytes("\xCF\xFA\xED\xFE"), u"a Mach-O program", Cure::FromElf},
     {Bytes("\xCA\xFE\xBA\xBE"), u"a universal Mach-O program", Cure::FromElf},
     {Bytes("MZ"), u"a program for Windows", Cure::NameAnother},
     {Bytes("!<arch>\n"), u"a static library", Cure::FromElf},
-    {Bytes("DfuSe"), u"a DfuSe file", Cure::FromElf},
-    {Bytes("UF2\n\x57\x51\x5D\x9E"), u"a UF2 file", Cure::FromElf},
+    {Bytes("DfuSe"), u"a DfuSe file", Cure::FromElf, true},
+    {Bytes("UF2\n\x57\x51\x5D\x9E"), u"a UF2 file", Cure::FromElf, true},
     {Bytes("\x1F\x8B"), u"a gzip archive", Cure::Gunzip},
     {Bytes("PK\x03\x04"), u"a ZIP archive", Cure::Unzip},
     {Bytes("PK\x05\x06"), u"an empty ZIP archive", Cure::NameAnother},
@@ -100,9 +101,9 @@ QString Describe(Cure cure)
     return from_elf;
 }
 
-FileKind MakeKind(QString const& name, Cure cure)
+FileKind MakeKind(QString const& name, Cure cure, bool is_firmware = false)
 {
-    return {name, Describe(cure)};
+    return {name, Describe(cure), is_firmware};
 }
 
 bool IsHexadecimal(QByteArray const& digits)
@@ -140,10 +141,10 @@ std::optional<FileKind> FindRecords(QByteArray const& text)
         return std::nullopt;
     }
     if (text.startsWith(':')) {
-        return MakeKind(u"an Intel HEX file"_s, Cure::FromHex);
+        return MakeKind(u"an Intel HEX file"_s, Cure::FromHex, true);
     }
     if (text.startsWith('S') || text.startsWith('s')) {
-        return MakeKind(u"an S-record file"_s, Cure::FromSRecord);
+        return MakeKind(u"an S-record file"_s, Cure::FromSRecord, true);
     }
     return std::nullopt;
 }
@@ -179,7 +180,7 @@ std::optional<FileKind> FindForeignKind(QByteArray const& head, QByteArray const
 {
     for (auto const& magic : kMagics) {
         if (head.startsWith(magic.bytes)) {
-            return MakeKind(QString::fromUtf16(magic.name), magic.cure);
+            return MakeKind(QString::fromUtf16(magic.name), magic.cure, magic.is_firmware);
         }
     }
     if (IsTar(head)) {
@@ -193,7 +194,7 @@ std::optional<FileKind> FindForeignKind(QByteArray const& head, QByteArray const
         return FindText(text);
     }
     if (HasDfuSuffix(tail)) {
-        return MakeKind(u"a file with a DFU suffix"_s, Cure::FromDfu);
+        return MakeKind(u"a file with a DFU suffix"_s, Cure::FromDfu, true);
     }
     return std::nullopt;
 }

@@ -8,8 +8,9 @@
 namespace bundle_check {
 
 struct FileKind {
-    QString name;  // with its article: "an ELF file"
-    QString cure;  // what to do with it, ending in the command that makes a raw image
+    QString name;      // with its article: "an ELF file"
+    QString cure;      // what to do with it, ending in the command that makes a raw image
+    bool is_firmware;  // in a form that tools for microcontrollers write
 };
 
 // How many bytes of a file's beginning and end are looked at.

@@ -6,7 +6,9 @@
 #include <vector>
 
 #include "bundle_check/checks.h"
+#include "bundle_check/file_kind.h"
 #include "bundle_check/files.h"
+#include "bundle_check/image_contents.h"
 #include "bundle_check/key_file.h"
 #include "config/bundle_paths.h"
 
@@ -34,6 +36,8 @@ constexpr Stray kStrays[] = {
      u"contains, judging by its name, environment variables, which often include passwords"},
     {uR"(\.(idea|vscode))", u"has the settings of a development environment"},
     {uR"(.*\.(map|lst|o|obj|a|su|d))", u"is left over from a build"},
+    {uR"(config(?!\.ini$).*\.ini.*)",
+     u"is a copy of config.ini, judging by its name, and the program reads only config.ini"},
 };
 
 constexpr char16_t kImagePattern[] =
@@ -68,6 +72,13 @@ bool HasNameOfImage(QString const& name)
 {
     static auto const pattern = Compile(kImagePattern);
     return pattern.match(name).hasMatch();
+}
+
+bool HasContentsOfImage(QString const& path)
+{
+    auto const head = ReadHead(path, kKindHead).value_or(QByteArray());
+    auto const kind = FindForeignKind(head, ReadTail(path, kKindTail).value_or(QByteArray()));
+    return kind ? kind->is_firmware : head.startsWith(kMcubootMagic) || BeginsWithVectorTable(head);
 }
 
 class FolderCheck {
@@ -144,9 +155,9 @@ private:
     bool IsUnusedImage(QFileInfo const& entry) const
     {
         auto const path = QDir::cleanPath(entry.absoluteFilePath());
-        return path.startsWith(resources_) && !path.contains(u".app/"_s) &&
-               HasNameOfImage(entry.fileName()) && !image_.isEmpty() &&
-               entry.canonicalFilePath() != image_;
+        return path.startsWith(resources_) && !path.contains(u".app/"_s) && !image_.isEmpty() &&
+               entry.canonicalFilePath() != image_ &&
+               (HasNameOfImage(entry.fileName()) || HasContentsOfImage(entry.filePath()));
     }
 
     QDir root_;

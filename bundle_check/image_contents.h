@@ -24,6 +24,10 @@ Number ReadLittleEndian(QByteArray const& bytes, qsizetype offset)
 // the start address and the boot-mode marker. For UART and USB.
 bool CheckVectorTable(Config const& config, QByteArray const& image, Findings& findings);
 
+// Whether a file may be an image for one of the supported chips, at any place in its flash. `head`:
+// its first 8 bytes or more.
+bool BeginsWithVectorTable(QByteArray const& head);
+
 // An image for MCUboot begins with a header; behind the firmware it has an area of TLVs, entries of
 // type, length and value, one of which is the digest of what lies before the area.
 bool CheckMcubootImage(Config const& config, QByteArray const& image, Findings& findings);

@@ -92,17 +92,31 @@ bool IsFilledWith(QByteArray const& bytes, char value)
 }
 
 // The first exception or function call overwrites the marker, which the firmware then cannot find.
+// A marker where the bootloader does not write it has been reported.
 void CheckMarkerAgainstStack(Config const& config, VectorTable const& table, Findings& findings)
 {
     auto const& key = config_keys::kBootModeAddress;
     auto const marker = config.Number(key);
     auto const top = table.stack_pointer;
-    if (config.HoldsNumber(key) && marker < top && top - marker <= kExceptionFrame) {
+    auto const chips = GetChipsByOtp(config.Number(config_keys::kOtpAddress));
+    bool const is_writable =
+        marker >= kRamStart + kBootloaderRamSize &&
+        std::ranges::any_of(chips, [=](Chip const& chip) { return chip.HasRamAt(marker); });
+    if (config.HoldsNumber(key) && is_writable && marker < top && top - marker <= kExceptionFrame) {
+        constexpr uint32_t kStackAlignment = 8;
+        bool const is_room_above = std::ranges::all_of(
+            chips, [=](Chip const& chip) { return chip.HasRamAt(uint64_t{top} + kTableWord - 1); });
+        auto const cure =
+            is_room_above
+                ? u"choose a word that the linker script keeps free, for example from %1 on"_s.arg(
+                      Hex(top))
+                : u"have the linker script begin the stack at %1 or lower, which keeps this word "
+                  "free"_s.arg(Hex(marker / kStackAlignment * kStackAlignment));
         findings.Fail(
             config.PlaceOf(key),
-            u"The marker at %1 is in the image's stack, which grows downwards from %2, so the "
-            "firmware overwrites the marker before it reads it; choose a word that the "
-            "linker script keeps free, for example from %2 on."_s.arg(Hex(marker), Hex(top)));
+            u"The marker at %1 is in the image's stack, which grows downwards from %2, so "
+            "the firmware overwrites the marker before it reads it; %3."_s.arg(Hex(marker),
+                                                                               Hex(top), cure));
     }
 }
 
@@ -144,6 +158,20 @@ bool CheckTable(Config const& config, Place const& place, PlacedImage const& pla
 }
 
 }  // namespace
+
+bool BeginsWithVectorTable(QByteArray const& head)
+{
+    if (head.size() < qsizetype{2 * kTableWord}) {
+        return false;
+    }
+    VectorTable const table{ReadLittleEndian<uint32_t>(head, 0),
+                            ReadLittleEndian<uint32_t>(head, kTableWord)};
+    return table.stack_pointer % kTableWord == 0 && table.reset % 2 == kThumb &&
+           std::ranges::any_of(GetChips(), [&](Chip const& chip) {
+               return chip.HasStackFrom(table.stack_pointer) &&
+                      chip.HasFlashAt(table.reset - kThumb);
+           });
+}
 
 bool CheckBlank(Place const& place, QString const& what, QByteArray const& bytes,
                 Findings& findings)

@@ -31,6 +31,9 @@ TEST(ShippedFolder, HasNoKeysAndNothingThatWasLeftOver)
         "is a key or a certificate, judging by its name, and everyone who has the bundle can read "
         "it;";
     constexpr char kBackup[] = "is a backup or a temporary file, judging by its name;";
+    constexpr char kCopy[] =
+        "is a copy of config.ini, judging by its name, and the program reads only config.ini; "
+        "remove it";
     constexpr char kGit[] = "belongs to version control;";
     constexpr char kManager[] = "was left by a file manager or an archive program;";
     constexpr char kBuild[] = "is left over from a build;";
@@ -58,6 +61,9 @@ TEST(ShippedFolder, HasNoKeysAndNothingThatWasLeftOver)
         {".config.ini.swp", kBackup},
         {"#config.ini#", kBackup},
         {"Copy of config.ini", kBackup},
+        {"config_old.ini", kCopy},
+        {"config.ini.1", kCopy},
+        {"Config-EU.INI", kCopy},
         {".DS_Store", kManager},
         {"Thumbs.db", kManager},
         {"firmware.map", kBuild},
@@ -70,6 +76,8 @@ TEST(ShippedFolder, HasNoKeysAndNothingThatWasLeftOver)
         {"images/firmware.bin", kUnused},
         {"README.txt", ""},
         {"keyboard.txt", ""},
+        {"Driver.app/Contents/config.ini", ""},
+        {"myconfig.ini", ""},
         {"Driver.app/Contents/table.bin", ""},
     };
     for (auto const& [name, text] : rows) {
@@ -144,6 +152,39 @@ TEST(ShippedFolder, HasNoPrivateKeyWhateverTheNameOfItsFile)
         "warning: 'Contents/MacOS/notes' contains a private key (PKCS#1), and everyone who has "
         "the bundle can read it; remove it from the bundle, and replace the key if such a bundle "
         "was shipped."));
+}
+
+TEST(ShippedFolder, HasNoOtherImageWhateverTheNameOfItsFile)
+{
+    auto const rest = QByteArray(100, '\xFF');
+    struct {
+        char const* name;
+        QByteArray content;
+        bool is_image;
+    } const rows[] = {
+        {"core", QByteArray("\x7F") + "ELF" + rest, true},
+        {"lumen.txt", ":020000040800F2\n", true},
+        {"lumen.txt", "S0030000FC\n", true},
+        {"data", MakeMcubootParts(100).Image(), true},
+        {"data", rest + "UFD\x10" + rest.left(4), true},
+        {"data", MakeStm32Image(8), true},
+        {"data", MakeStm32Image(100, 0x08010000, 0x200C0000), true},
+        {"data", MakeStm32Image(100, 0x08010000, 0x20100000), false},
+        {"data", MakeStm32Image(100, 0x0A000000), false},
+        {"data", MakeStm32Image(8).left(7), false},
+        {"data", ToBytes(kTestStack) + ToBytes<uint32_t>(0x08000004), false},
+        {"data", "", false},
+        {"lumen.txt", ": see page 7\n", false},
+        {"Driver.app/Contents/data", MakeStm32Image(8), false},
+    };
+    for (auto const& [name, content, is_image] : rows) {
+        BundleFolder bundle;
+        bundle.Write(u"Resources/"_s + QLatin1StringView(name), content);
+        auto const finding = QByteArray("warning: 'Contents/Resources/") + name +
+                             "' looks like a firmware image, but firmware_filename does not";
+        EXPECT_TRUE(is_image ? FindsOnly(bundle, finding.constData()) : FindsNothing(bundle))
+            << name << ": " << content.left(8).toHex(' ').constData();
+    }
 }
 
 TEST(ShippedFolder, MayHaveImagesThatTheConfigurationNamesThroughALink)

@@ -188,9 +188,9 @@ TEST(ImageInFlash, MustBeErasedInTheTimeThatTheProgramWaits)
 {
     ExpectSizeFindings(R"(
 g4 81920 => clean
-g4 81928 => note: On the chips 0x469, 0x479 the image covers 41 pages, which take about 1.0 s to erase. A bootloader that lists the short Erase command has 1 s for it, enough for 40 pages, so the update fails with such a unit; one that lists only Extended Erase has 5 s. Find out which of them the unit's bootloader lists, or make the image smaller.
-g4 417792 => note: On the chips 0x469, 0x479 the image covers 204 pages
-g4 417800 => error: On the chips 0x469, 0x479 the image covers 205 pages, which take about 5.0 s to erase; the program waits only 5 s, so the update fails. Make the image smaller.
+g4 81928 => note: On the chips 0x469, 0x479 the image covers 41 pages, which take about 1.004 s to erase. A bootloader that lists the short Erase command has 1 s for it, enough for 40 pages, so the update fails with such a unit; one that lists only Extended Erase has 5 s. Find out which of them the unit's bootloader lists, or make the image smaller.
+g4 417792 => note: On the chips 0x469, 0x479 the image covers 204 pages, which take about 4.998 s to erase.
+g4 417800 => error: On the chips 0x469, 0x479 the image covers 205 pages, which take about 5.022 s to erase; the program waits only 5 s, so the update fails. Make the image smaller.
 u5 2088952 => warning: The image has 2088952 bytes, and the flash of the chip 0x482 is programmed 16 bytes
 )");
 }
@@ -319,4 +319,36 @@ boot_mode_address=0x2000ff98 => error: The marker at 0x2000ff98 is in the image'
 boot_mode_address=0x2000ff94 => clean
 boot_mode_address=0x20010000 => clean
 )");
+    constexpr char kLower[] =
+        "error: boot_mode_address: The marker at 0x2001fffc is in the image's stack, "
+        "which grows downwards from 0x20020000, so the firmware overwrites the marker before it "
+        "reads it; "
+        "have the linker script begin the stack at 0x2001fff8 or lower, which keeps this word "
+        "free.";
+    struct {
+        uint32_t stack;
+        char const* marker;
+        char const* finding;
+    } const rows[] = {
+        {0x20020000, "0x2001fffc", kLower},
+        {0x2001FFF8, "0x2001fffc", nullptr},
+        // The end of the smaller RAM of the two chips.
+        {0x2001C000, "0x2001bffc",
+         "error: boot_mode_address: The marker at 0x2001bffc is in the image's stack, "
+         "which grows downwards from 0x2001c000, so the firmware overwrites the marker before it "
+         "reads it; "
+         "have the linker script begin the stack at 0x2001bff8 or lower,"},
+        // Where the marker cannot be is enough to know.
+        {0x10008000, "0x10007ffc", "error: boot_mode_address: 0x10007ffc is in neither the RAM"},
+        {0x20004000, "0x20003ffc", "error: boot_mode_address: 0x20003ffc is in the RAM below"},
+    };
+    for (auto const& [stack, marker, finding] : rows) {
+        BundleFolder bundle;
+        bundle.Write(QString::fromLatin1(kImage), MakeStm32Image(1024, 0x08000000, stack));
+        bundle.Set("boot_mode_address", marker);
+        EXPECT_TRUE(finding == nullptr
+                        ? FindsNothing(bundle)
+                        : FindsOnly(bundle, (QByteArray("config.ini:6: ") + finding).constData()))
+            << marker;
+    }
 }
