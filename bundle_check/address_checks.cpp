@@ -289,7 +289,8 @@ void CheckTrailerUnits(Place const& place, std::vector<Chip> const& chips, uint6
                 DescribeUnits(chips, size), QString::number(kTrailer),
                 rest == 0 ? QString() : u"%1 more than "_s.arg(rest), QString::number(unit)));
     } else if (kTrailer % unit != 0) {
-        findings.Warn(
+        // Such a chip takes no better size, so this leaves the bundle clean.
+        findings.Note(
             place,
             u"%1. The last %2 bytes are written separately and are fewer than that. Not every "
             "bootloader stores them, and the window shows DONE nevertheless. Compare the flash of "

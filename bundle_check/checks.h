@@ -21,12 +21,16 @@ using config_keys::Form;
 using config_keys::Key;
 using config_keys::Need;
 
+// The interface that the value means, read without regard to case and to what is not a letter, also
+// where "serial" is missing. The program takes UART for every spelling but the right one.
+targetInterfaceType FindMeantInterface(QSettings const& settings);
+
 // config.ini as the program reads it, together with the lines that its values come from. Keeps
 // references to both.
 class Config {
 public:
     Config(IniLines const& lines, QSettings const& settings)
-        : settings_(settings), type_(ReadInterfaceType(settings))
+        : settings_(settings), type_(FindMeantInterface(settings))
     {
         for (auto const& entry : lines.entries) {
             if (!entry.section) {
@@ -36,6 +40,8 @@ public:
     }
 
     QSettings const& Settings() const { return settings_; }
+    // Of a misspelt interface, which is an error of its own, the one that is meant: what follows
+    // from UART would not help to correct it.
     targetInterfaceType Type() const { return type_; }
     QString TargetType() const { return ReadWindowTexts(settings_).fw_target_type; }
     // Service firmware is written to any unit, whatever its model.

@@ -198,8 +198,7 @@ void CheckInterface(Config const& config, Key const& key, Findings& findings)
     }
     auto const usb = GetInterfaceName(TargetUsb);
     auto const mcuboot = GetInterfaceName(TargetMcubootSerial);
-    auto const meant = text.trimmed().toLower().replace(u'-', u'_');
-    findings.Add(meant == usb || meant == mcuboot ? Severity::Error : Severity::Warning,
+    findings.Add(config.Type() == TargetUart ? Severity::Warning : Severity::Error,
                  config.PlaceOf(key),
                  u"%1 is not a known interface, so the program uses UART; write %2, %3 or %4, in "
                  "lower case."_s.arg(Quote(text), usb, mcuboot, GetInterfaceName(TargetUart)));
@@ -290,6 +289,20 @@ void CheckPresent(Config const& config, Key const& key, Findings& findings)
 }
 
 }  // namespace
+
+targetInterfaceType FindMeantInterface(QSettings const& settings)
+{
+    static QRegularExpression const others(u"[^a-z]"_s);
+    auto const get_letters = [](QString const& text) { return text.toLower().remove(others); };
+    auto const letters = get_letters(settings.value(config_keys::kInterface.name).toString());
+    for (auto const type : {TargetUsb, TargetMcubootSerial}) {
+        auto const known = get_letters(GetInterfaceName(type));
+        if (letters == known || letters + u"serial"_s == known) {
+            return type;
+        }
+    }
+    return TargetUart;
+}
 
 void CheckValues(Config const& config, Findings& findings)
 {

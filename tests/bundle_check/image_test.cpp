@@ -191,7 +191,7 @@ g4 81920 => clean
 g4 81928 => note: On the chips 0x469, 0x479 the image covers 41 pages, which take about 1.004 s to erase. A bootloader that lists the short Erase command has 1 s for it, enough for 40 pages, so the update fails with such a unit; one that lists only Extended Erase has 5 s. Find out which of them the unit's bootloader lists, or make the image smaller.
 g4 417792 => note: On the chips 0x469, 0x479 the image covers 204 pages, which take about 4.998 s to erase.
 g4 417800 => error: On the chips 0x469, 0x479 the image covers 205 pages, which take about 5.022 s to erase; the program waits only 5 s, so the update fails. Make the image smaller.
-u5 2088952 => warning: The image has 2088952 bytes, and the flash of the chip 0x482 is programmed 16 bytes
+u5 2088952 => note: The image has 2088952 bytes, and the flash of the chip 0x482 is programmed 16 bytes
 )");
 }
 
@@ -216,9 +216,9 @@ g4 1024 => clean
 g4 12 => error: The image has 12 bytes, and the flash of
 +g4 1017 => error: The image has 1017 bytes, and the flash of
 g4 1020 => error: The image has 1020 bytes, and the flash of the chips 0x469, 0x479 is programmed 8 bytes at a time. The last 8 bytes are written separately and do not begin at a multiple of that, so the unit does not store them, and the window shows DONE nevertheless. Fill the image up to a size that is a multiple of 8.
-+u5 8 => warning: The image has 8 bytes, and the flash of the chip 0x482
-+u5 1013 => warning: The image has 1013 bytes, and the flash of the chip 0x482
-u5 1016 => warning: The image has 1016 bytes, and the flash of the chip 0x482 is programmed 16 bytes at a time. The last 8 bytes are written separately and are fewer than that. Not every bootloader stores them, and the window shows DONE nevertheless. Compare the flash of a real unit with the image.
++u5 72 => note: The image has 72 bytes, and the flash of the chip 0x482
++u5 1013 => note: The image has 1013 bytes, and the flash of the chip 0x482
+u5 1016 => note: The image has 1016 bytes, and the flash of the chip 0x482 is programmed 16 bytes at a time. The last 8 bytes are written separately and are fewer than that. Not every bootloader stores them, and the window shows DONE nevertheless. Compare the flash of a real unit with the image.
 u5 12 => error: The image has 12 bytes, and the flash of the chip 0x482
 +u5 1009 => error: The image has 1009 bytes, and the flash of the chip 0x482
 +u5 1017 => error: The image has 1017 bytes, and the flash of the chip 0x482

@@ -91,15 +91,26 @@ mcuboot_baud=115200 => clean
 TEST(Interface, ThatIsNotKnownMeansUart)
 {
     ExpectFindings(R"(
+interface=can => warning: 'can' is not a known interface, so the program uses UART; write usb, mcuboot_serial or uart,
+interface=usb, usb => warning: 'usb, usb' is not a known interface
+interface=usb_serial => warning: 'usb_serial' is not a known interface
+interface=UART => warning: 'UART' is not a known interface
+interface=uart => clean
+)");
+    ExpectFindings(R"(
 interface=USB => error: 'USB' is not a known interface, so the program uses UART;
 interface=Usb => error: 'Usb' is not a known interface
 interface=" usb" => error: ' usb' is not a known interface
+)",
+                   &BundleFolder::UseUsb);
+    ExpectFindings(R"(
 interface=MCUboot_serial => error: 'MCUboot_serial' is not a known interface
 interface=mcuboot-serial => error: 'mcuboot-serial' is not a known interface
-interface=can => warning: 'can' is not a known interface, so the program uses UART; write usb, mcuboot_serial or uart,
-interface=usb, usb => warning: 'usb, usb' is not a known interface
-interface=uart => clean
-)");
+interface=mcubootserial => error: 'mcubootserial' is not a known interface
+interface=mcuboot => error: 'mcuboot' is not a known interface, so the program uses UART;
+interface=MCUboot => error: 'MCUboot' is not a known interface
+)",
+                   &BundleFolder::UseMcuboot);
 }
 
 TEST(Text, WithAnUnquotedCommaIsLost)
