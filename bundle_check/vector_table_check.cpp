@@ -13,6 +13,9 @@ namespace bundle_check {
 namespace {
 
 constexpr uint32_t kTableWord = stm32_updater::kWordSize;
+// The initial stack pointer and the vectors of the processor's own exceptions; those of interrupts
+// may follow (ARMv7-M and ARMv8-M Architecture Reference Manuals).
+constexpr uint32_t kSmallestTable = 16 * kTableWord;
 // A handler's address is odd, because a Cortex-M executes Thumb code only.
 constexpr uint32_t kThumb = 1;
 // The most that one exception stores at the stack's beginning, registers of the floating-point unit
@@ -130,6 +133,21 @@ std::optional<uint32_t> GetStart(Config const& config, PlacedImage const& image)
     return is_used ? std::optional(start) : std::nullopt;
 }
 
+// The program replaces the last word over UART. False if that is in the table at `start`.
+bool CheckTrailerAgainstTable(Config const& config, Place const& place, PlacedImage const& placed,
+                              uint32_t start, Findings& findings)
+{
+    if (config.Type() != TargetUart || placed.Holds(uint64_t{start} + kSmallestTable)) {
+        return true;
+    }
+    findings.Fail(place,
+                  u"The program replaces the last four bytes of the image, and they are in the "
+                  "vector table, which has at least %1 bytes from %2; is the image cut off?"_s
+                      .arg(kSmallestTable)
+                      .arg(Hex(start)));
+    return false;
+}
+
 // `placed` is in flash. False if there is nothing like a table.
 bool CheckTable(Config const& config, Place const& place, PlacedImage const& placed,
                 Findings& findings)
@@ -138,7 +156,7 @@ bool CheckTable(Config const& config, Place const& place, PlacedImage const& pla
     auto const table = placed.TableAt(start);
     if (table && placed.DescribeFault(*table).isEmpty()) {
         CheckMarkerAgainstStack(config, *table, findings);
-        return true;
+        return CheckTrailerAgainstTable(config, place, placed, start, findings);
     }
     auto const first = placed.TableAt(placed.Begin());
     if (start != placed.Begin() && first && placed.DescribeFault(*first).isEmpty()) {

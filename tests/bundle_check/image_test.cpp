@@ -69,7 +69,7 @@ TEST(FirmwareFile, MustBeLongEnough)
         {Unit::Mcuboot, image.left(7),
          "error: The firmware file has 7 bytes, but an image has at least 8;"},
         {Unit::Usb, image.left(8), ""},
-        {Unit::G4, image.left(16), ""},
+        {Unit::G4, image.left(72), ""},
     });
 }
 
@@ -208,18 +208,18 @@ g4 522240 => error: On the chips 0x469, 0x479 the image covers 255 pages, which 
 TEST(ImageInFlash, ConsistsOfWholeProgrammingUnits)
 {
     ExpectSizeFindings(R"(
-g4 16 => clean
+g4 72 => clean
 g4 1021 => warning: The image has 1021 bytes, which is not a multiple of 4.
 g4 1023 => warning: The image has 1023 bytes, which is not a multiple of 4.
 g4 1024 => clean
-+g4 9 => error: The image has 9 bytes, and the flash of
-g4 12 => error: The image has 12 bytes, and the flash of
++g4 73 => error: The image has 73 bytes, and the flash of
+g4 76 => error: The image has 76 bytes, and the flash of
 +g4 1017 => error: The image has 1017 bytes, and the flash of
 g4 1020 => error: The image has 1020 bytes, and the flash of the chips 0x469, 0x479 is programmed 8 bytes at a time. The last 8 bytes are written separately and do not begin at a multiple of that, so the unit does not store them, and the window shows DONE nevertheless. Fill the image up to a size that is a multiple of 8.
 +u5 72 => note: The image has 72 bytes, and the flash of the chip 0x482
 +u5 1013 => note: The image has 1013 bytes, and the flash of the chip 0x482
 u5 1016 => note: The image has 1016 bytes, and the flash of the chip 0x482 is programmed 16 bytes at a time. The last 8 bytes are written separately and are fewer than that. Not every bootloader stores them, and the window shows DONE nevertheless. Compare the flash of a real unit with the image.
-u5 12 => error: The image has 12 bytes, and the flash of the chip 0x482
+u5 76 => error: The image has 76 bytes, and the flash of the chip 0x482
 +u5 1009 => error: The image has 1009 bytes, and the flash of the chip 0x482
 +u5 1017 => error: The image has 1017 bytes, and the flash of the chip 0x482
 u5 1024 => error: The image has 1024 bytes, and the flash of the chip 0x482 is programmed 16 bytes at a time. The last 8 bytes are written separately and do not begin at a multiple of that, so the unit does not store them, and the window shows DONE nevertheless. Fill the image up to a size that is 8 more than a multiple of 16.
@@ -227,9 +227,9 @@ usb 1016 => clean
 usb 1021 => warning: The image has 1021 bytes, and the flash of the chips 0x469, 0x479 is programmed 8 bytes at a time. Not every bootloader stores an incomplete end (here 5 of 8 bytes). Fill the image up to a multiple of 8 bytes.
 usb-u5 1024 => clean
 usb-u5 1016 => warning: The image has 1016 bytes, and the flash of the chip 0x482 is programmed 16 bytes at a time. Not every bootloader stores an incomplete end (here 8 of 16 bytes). Fill the image up to a multiple of 16 bytes.
-other 16 => clean
+other 72 => clean
 other 1024 => clean
-other 12 => error: The image has 12 bytes, and the flash of the chips
+other 76 => error: The image has 76 bytes, and the flash of the chips
 mcuboot 1021 => clean
 )");
 }
@@ -279,6 +279,31 @@ TEST(VectorTable, HasAStackInRamAndAResetHandlerInTheImage)
          "error: The image has no vector table at 0x08000000: the first word, 0x10004000, is not "
          "an initial stack pointer (a multiple of 4 in the RAM of the chip 0x482)."},
     });
+}
+
+// The vectors of the chip's own exceptions take 64 bytes.
+TEST(VectorTable, IsNotOverwrittenByTheTrailer)
+{
+    constexpr char kOverwritten[] =
+        "error: The program replaces the last four bytes of the image, and they are in the vector "
+        "table, which has at least 64 bytes from 0x08000000; is the image cut off?";
+    auto const image = MakeStm32Image(100);
+    ExpectImageFindings({
+        {Unit::G4, image.left(8), kOverwritten},
+        {Unit::G4, image.left(9), kOverwritten},
+        {Unit::U5, image.left(8), kOverwritten},
+        {Unit::G4, image.left(64), kOverwritten},
+        {Unit::G4, image.left(72), ""},
+        {Unit::Usb, image.left(8), ""},
+    });
+    BundleFolder bundle;
+    bundle.Write(QString::fromLatin1(kImage),
+                 QByteArray(512, 'h') + MakeStm32Image(64, 0x08000200));
+    bundle.Set("start_address", "0x08000200");
+    EXPECT_TRUE(FindsOnly(bundle,
+                          "config.ini:1: error: firmware_filename: The program replaces the last "
+                          "four bytes of the image, and they are in the vector table, which has at "
+                          "least 64 bytes from 0x08000200;"));
 }
 
 TEST(VectorTable, IsWhereTheUnitIsStarted)
